@@ -1,0 +1,47 @@
+#ifndef APP_APPLICATIONEXCEPTION_HPP
+#define APP_APPLICATIONEXCEPTION_HPP
+
+#include <boost/exception/exception.hpp>
+#include <boost/exception/info.hpp>
+#include <boost/throw_exception.hpp>
+#include <exception>
+
+namespace app {
+
+// The PKCS#15 application cannot do what was asked.
+class ApplicationException : public virtual std::exception, public virtual boost::exception {
+public:
+    const char* what() const noexcept override { return "application exception"; }
+};
+
+class InvalidDataException : public ApplicationException {
+public:
+    const char* what() const noexcept override { return "invalid data exception"; }
+};
+
+class OperationNotSupportedException : public ApplicationException {
+public:
+    const char* what() const noexcept override { return "operation not supported exception"; }
+};
+
+class OutOfMemoryException : public ApplicationException {
+public:
+    const char* what() const noexcept override { return "out of memory exception"; }
+};
+
+struct tag_error_text;
+struct tag_error_data;
+
+using ErrorText = boost::error_info<tag_error_text, const char*>;
+using ErrorData = boost::error_info<tag_error_data, unsigned int>;
+
+} // namespace app
+
+// Throws an application exception with its fixed message (a string literal)
+// and, in the second form, the number that belongs to it.
+#define APP_THROW(ExceptionClass, text) BOOST_THROW_EXCEPTION(ExceptionClass() << ::app::ErrorText(text))
+#define APP_THROW_DATA(ExceptionClass, text, data)                                                 \
+    BOOST_THROW_EXCEPTION(ExceptionClass() << ::app::ErrorText(text)                               \
+                                           << ::app::ErrorData(static_cast<unsigned int>(data)))
+
+#endif
