@@ -1,0 +1,23 @@
+#ifndef CARD_IAPPLET_HPP
+#define CARD_IAPPLET_HPP
+
+#include "card/IBaseInterface.hpp"
+
+#include <string>
+#include <vector>
+
+namespace card {
+
+class IChannel;
+
+// An application on the card that knows how to select itself.
+class IApplet : public IBaseInterface {
+public:
+    virtual void select(const IChannel& channel) const = 0;
+    // Dotted identifiers of the algorithms the applet performs on its own.
+    virtual std::vector<std::string> getAlgorithms() const = 0;
+};
+
+} // namespace card
+
+#endif
