@@ -1,0 +1,75 @@
+#ifndef APP_PKCS15_OSS_CODEC_HPP
+#define APP_PKCS15_OSS_CODEC_HPP
+
+// DER codec of the PKCS#15 types: liberal in, strict out.
+//
+// decode() reads one value from the start of [data, data + size) and returns
+// the number of bytes it used, so that a caller can walk a directory file
+// value by value up to its 00 or FF padding. Every failure throws
+// app::InvalidDataException with app::ErrorText (one of the kText* messages
+// below) and app::ErrorData (the byte offset from `data` where it happened).
+//
+// encode() returns strict DER; a value longer than kMaxEncodedSize throws
+// app::InvalidDataException kTextTooLong with the size attached.
+
+#include "app/pkcs15/oss/Asn1Types.hpp"
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace app::pkcs15::oss {
+
+constexpr std::size_t kMaxEncodedSize = 65535;
+// Deepest nesting of constructed values accepted, counted from the outer value.
+constexpr unsigned kMaxNesting = 32;
+
+constexpr const char* kTextTruncated = "ASN.1: truncated value";
+constexpr const char* kTextBeyondData = "ASN.1: length beyond data";
+constexpr const char* kTextIndefinite = "ASN.1: indefinite length not supported";
+constexpr const char* kTextTooDeep = "ASN.1: nesting too deep";
+constexpr const char* kTextUnexpectedTag = "ASN.1: unexpected tag";
+constexpr const char* kTextMissing = "ASN.1: missing component";
+constexpr const char* kTextInvalid = "ASN.1: invalid value";
+constexpr const char* kTextIntegerRange = "ASN.1: integer out of range";
+constexpr const char* kTextTooLong = "ASN.1: value exceeds 65535 bytes";
+
+#define P15_OSS_CODEC(Type)                                                                        \
+    std::size_t decode(const std::uint8_t* data, std::size_t size, Type& out);                     \
+    Bytes encode(const Type& value);
+
+P15_OSS_CODEC(PKCS15Objects)
+P15_OSS_CODEC(PathOrObjects)
+P15_OSS_CODEC(PrivateKeyType)
+P15_OSS_CODEC(PublicKeyType)
+P15_OSS_CODEC(CertificateType)
+P15_OSS_CODEC(DataType)
+P15_OSS_CODEC(AuthenticationType)
+P15_OSS_CODEC(TokenInfo)
+P15_OSS_CODEC(DIRRecord)
+P15_OSS_CODEC(Path)
+P15_OSS_CODEC(ObjectValue)
+P15_OSS_CODEC(SecurityCondition)
+P15_OSS_CODEC(AccessControlRule)
+P15_OSS_CODEC(CommonObjectAttributes)
+P15_OSS_CODEC(CommonKeyAttributes)
+P15_OSS_CODEC(CommonPrivateKeyAttributes)
+P15_OSS_CODEC(CommonPublicKeyAttributes)
+P15_OSS_CODEC(CommonCertificateAttributes)
+P15_OSS_CODEC(CommonDataObjectAttributes)
+P15_OSS_CODEC(CommonAuthenticationObjectAttributes)
+P15_OSS_CODEC(PrivateRSAKeyAttributes)
+P15_OSS_CODEC(PublicRSAKeyAttributes)
+P15_OSS_CODEC(X509CertificateAttributes)
+P15_OSS_CODEC(PinAttributes)
+
+#undef P15_OSS_CODEC
+
+// OBJECT IDENTIFIER content octets to and from dotted text ("1.2.840.113549").
+// Malformed input throws app::InvalidDataException kTextInvalid.
+std::string oidToText(const Bytes& oid);
+Bytes oidFromText(const std::string& text);
+
+} // namespace app::pkcs15::oss
+
+#endif
