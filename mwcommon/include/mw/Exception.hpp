@@ -1,6 +1,8 @@
 #ifndef MW_EXCEPTION_HPP
 #define MW_EXCEPTION_HPP
 
+#include "mw/Visibility.hpp"
+
 #include <boost/current_function.hpp>
 #include <exception>
 #include <string>
@@ -9,7 +11,7 @@ namespace mw {
 
 // Base of the foundation's own failures (bad argument, bad index, null
 // pointer). The throw site is part of the text, so what() alone tells where.
-class Exception : public std::exception {
+class MW_EXPORT_TYPE Exception : public std::exception {
 public:
     Exception(const std::string& file, const std::string& function, int line,
               const std::string& description)
@@ -32,17 +34,17 @@ private:
     int line_;
 };
 
-class IllegalArgumentException : public Exception {
+class MW_EXPORT_TYPE IllegalArgumentException : public Exception {
 public:
     using Exception::Exception;
 };
 
-class IndexException : public Exception {
+class MW_EXPORT_TYPE IndexException : public Exception {
 public:
     using Exception::Exception;
 };
 
-class NullPointerException : public Exception {
+class MW_EXPORT_TYPE NullPointerException : public Exception {
 public:
     using Exception::Exception;
 };
