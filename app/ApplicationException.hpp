@@ -1,6 +1,8 @@
 #ifndef APP_APPLICATIONEXCEPTION_HPP
 #define APP_APPLICATIONEXCEPTION_HPP
 
+#include "mw/Visibility.hpp"
+
 #include <boost/exception/exception.hpp>
 #include <boost/exception/info.hpp>
 #include <boost/throw_exception.hpp>
@@ -9,22 +11,23 @@
 namespace app {
 
 // The PKCS#15 application cannot do what was asked.
-class ApplicationException : public virtual std::exception, public virtual boost::exception {
+class MW_EXPORT_TYPE ApplicationException : public virtual std::exception,
+                                            public virtual boost::exception {
 public:
     const char* what() const noexcept override { return "application exception"; }
 };
 
-class InvalidDataException : public ApplicationException {
+class MW_EXPORT_TYPE InvalidDataException : public ApplicationException {
 public:
     const char* what() const noexcept override { return "invalid data exception"; }
 };
 
-class OperationNotSupportedException : public ApplicationException {
+class MW_EXPORT_TYPE OperationNotSupportedException : public ApplicationException {
 public:
     const char* what() const noexcept override { return "operation not supported exception"; }
 };
 
-class OutOfMemoryException : public ApplicationException {
+class MW_EXPORT_TYPE OutOfMemoryException : public ApplicationException {
 public:
     const char* what() const noexcept override { return "out of memory exception"; }
 };
@@ -39,7 +42,8 @@ using ErrorData = boost::error_info<tag_error_data, unsigned int>;
 
 // Throws an application exception with its fixed message (a string literal)
 // and, in the second form, the number that belongs to it.
-#define APP_THROW(ExceptionClass, text) BOOST_THROW_EXCEPTION(ExceptionClass() << ::app::ErrorText(text))
+#define APP_THROW(ExceptionClass, text)                                                            \
+    BOOST_THROW_EXCEPTION(ExceptionClass() << ::app::ErrorText(text))
 #define APP_THROW_DATA(ExceptionClass, text, data)                                                 \
     BOOST_THROW_EXCEPTION(ExceptionClass() << ::app::ErrorText(text)                               \
                                            << ::app::ErrorData(static_cast<unsigned int>(data)))

@@ -1,6 +1,8 @@
 #ifndef CARD_CARDEXCEPTION_HPP
 #define CARD_CARDEXCEPTION_HPP
 
+#include "mw/Visibility.hpp"
+
 #include <boost/exception/exception.hpp>
 #include <boost/exception/info.hpp>
 #include <boost/throw_exception.hpp>
@@ -10,12 +12,13 @@
 namespace card {
 
 // A card command failed, or the card's data is malformed.
-class CardException : public virtual std::exception, public virtual boost::exception {
+class MW_EXPORT_TYPE CardException : public virtual std::exception,
+                                     public virtual boost::exception {
 public:
     const char* what() const noexcept override { return "card exception"; }
 };
 
-class InvalidDataException : public CardException {
+class MW_EXPORT_TYPE InvalidDataException : public CardException {
 public:
     const char* what() const noexcept override { return "invalid data exception"; }
 };
