@@ -1,0 +1,165 @@
+#ifndef APP_PKCS15_P15APPLICATION_HPP
+#define APP_PKCS15_P15APPLICATION_HPP
+
+#include "app/IApplication.hpp"
+#include "app/pkcs15/fs/AppObjectType.hpp"
+#include "card/service/KeyRef.hpp"
+#include "mw/ByteBuffer.hpp"
+
+#include <boost/enable_shared_from_this.hpp>
+#include <boost/shared_ptr.hpp>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace card {
+class IApplet;
+class IBaseInterface;
+class ICard;
+class IChannel;
+namespace service {
+class IAsymmetricKeyManagementService;
+class ICryptographyService;
+class IFileAccessService;
+class IFileSystemService;
+class IPinManagementService;
+} // namespace service
+} // namespace card
+
+namespace app {
+namespace pkcs15 {
+
+namespace fs {
+class ODF;
+class P15File;
+} // namespace fs
+
+// One PKCS#15 application on one card: binds the card services, selects the
+// application, reads and caches its directory structure on first use, and
+// allocates file identifiers and key references for new objects.
+class P15Application : public IApplication, public boost::enable_shared_from_this<P15Application> {
+public:
+    using IdRange = std::pair<unsigned int, unsigned int>;
+
+    P15Application(const boost::shared_ptr<const card::IApplet>& applet, const std::string& label,
+                   const std::string& configuration);
+    P15Application(const boost::shared_ptr<const card::ICard>& card, const std::string& label,
+                   const std::string& configuration);
+    ~P15Application() override;
+
+    const std::string& getLabel() const override { return label_; }
+    void clearCache() override;
+    const mw::ByteBuffer& getAid() const override { return aid_; }
+    void select(const card::IChannel& channel) const override;
+    void wipe(const card::IChannel& channel) override;
+    void onCardReset() override {}
+    void onTransactionBegin() override {}
+    void onTransactionEnd() override {}
+    const AlgorithmRows& getAlgorithmRows(unsigned int key) const override;
+
+    bool isAppletMode() const { return appletMode_; }
+    std::int32_t getReselectWaitingTime() const { return reselectWaitingTime_; }
+    std::int32_t getPinInfoWaitingTime() const { return pinInfoWaitingTime_; }
+    bool isWipeForced() const { return wipeForce_; }
+    // The FCP file descriptor byte of files holding objects of `type`.
+    unsigned char getFileDescriptor(fs::AppObjectType type) const;
+
+    const boost::shared_ptr<card::service::IFileAccessService>& getFileAccessService() const {
+        return fileAccessService_;
+    }
+    const boost::shared_ptr<card::service::IFileSystemService>& getFileSystemService() const {
+        return fileSystemService_;
+    }
+    const boost::shared_ptr<card::service::IPinManagementService>& getPinManagementService() const {
+        return pinManagementService_;
+    }
+    const boost::shared_ptr<card::service::IAsymmetricKeyManagementService>&
+    getAsymmetricKeyManagementService() const {
+        return asymmetricKeyManagementService_;
+    }
+    const boost::shared_ptr<card::service::ICryptographyService>& getCryptographyService() const {
+        return cryptographyService_;
+    }
+
+    // The object directory, created on first need.
+    const boost::shared_ptr<fs::ODF>& getODF() const;
+
+    IdRange getFileIdRange(fs::AppObjectType type) const;
+    IdRange getKeyIdRange(fs::AppObjectType type) const;
+    mw::ByteBuffer getFreeFileId(fs::AppObjectType type) const;
+    card::service::KeyRef getFreeKeyReference(fs::AppObjectType type) const;
+    // References for the private and the public key of a new key pair.
+    std::pair<card::service::KeyRef, card::service::KeyRef>
+    getFreeKeyPairReference(const card::IChannel& channel, unsigned short modulusBits) const;
+
+    // Replaces the entry `oldEncoding` of a directory file by `newEncoding`
+    // (an empty old encoding appends) and writes the change to the card.
+    // Returns the file's new content.
+    mw::ByteBuffer updateEncodedAttributes(const fs::P15File* file,
+                                           const mw::ByteBuffer& oldEncoding,
+                                           const mw::ByteBuffer& newEncoding) const;
+    // Drops the cached content of a directory file.
+    void clearContent(const fs::P15File* file) const;
+
+    // The channel of the latest card operation; directory files write
+    // through it when an object's entry changes.
+    const card::IChannel& currentChannel() const;
+    void useChannel(const card::IChannel& channel) const { channel_ = &channel; }
+
+private:
+    P15Application(const boost::shared_ptr<const card::ICard>& card,
+                   const boost::shared_ptr<const card::IApplet>& applet, const std::string& label,
+                   const std::string& configuration);
+
+    void initServices(const boost::shared_ptr<const card::IBaseInterface>& base);
+    void fillFileIdRanges();
+    void fillKeyIdRanges();
+    void fillFileDescriptors();
+    void fillAlgorithmTable();
+    void readConfiguration();
+    void selectOnCard(const card::IChannel& channel) const;
+    std::vector<mw::ByteBuffer> usedValueFileIds() const;
+    bool keyReferenceInUse(fs::AppObjectType type, unsigned char reference) const;
+    bool keyFilesExist(const card::IChannel& channel, const card::service::KeyRef& privateKey,
+                       const card::service::KeyRef& publicKey) const;
+    card::service::KeyRef makeKeyRef(fs::AppObjectType type, unsigned char kid) const;
+    static mw::ByteBuffer spliceEntry(const mw::ByteBuffer& content, std::size_t used,
+                                      std::size_t offset, std::size_t oldLength,
+                                      const mw::ByteBuffer& replacement);
+    void writeChangedBytes(const card::IChannel& channel, const fs::P15File& file,
+                           const mw::ByteBuffer& before, const mw::ByteBuffer& after) const;
+    void clearDirectory(const card::IChannel& channel, const fs::P15File& file) const;
+    void clearDirectories(const card::IChannel& channel) const;
+    void wipeObjects(const card::IChannel& channel) const;
+    void wipeRanges(const card::IChannel& channel) const;
+
+    boost::shared_ptr<const card::ICard> card_;
+    boost::shared_ptr<const card::IApplet> applet_;
+    mw::ByteBuffer aid_;
+    std::string label_;
+    std::string configuration_;
+    bool appletMode_;
+    std::int32_t reselectWaitingTime_ = 0;
+    std::int32_t pinInfoWaitingTime_ = 0;
+    mutable std::int64_t lastSelection_ = 0;
+    boost::shared_ptr<card::service::IFileAccessService> fileAccessService_;
+    boost::shared_ptr<card::service::IFileSystemService> fileSystemService_;
+    boost::shared_ptr<card::service::IPinManagementService> pinManagementService_;
+    boost::shared_ptr<card::service::IAsymmetricKeyManagementService>
+        asymmetricKeyManagementService_;
+    boost::shared_ptr<card::service::ICryptographyService> cryptographyService_;
+    std::map<unsigned int, AlgorithmRows> algorithmTable_;
+    std::map<fs::AppObjectType, IdRange> fileIdRanges_;
+    std::map<fs::AppObjectType, IdRange> keyIdRanges_;
+    std::map<fs::AppObjectType, unsigned char> fileDescriptors_;
+    mutable boost::shared_ptr<fs::ODF> odf_;
+    bool wipeForce_ = false;
+    mutable const card::IChannel* channel_ = nullptr;
+};
+
+} // namespace pkcs15
+} // namespace app
+
+#endif

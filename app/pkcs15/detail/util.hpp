@@ -1,0 +1,22 @@
+#ifndef APP_PKCS15_DETAIL_UTIL_HPP
+#define APP_PKCS15_DETAIL_UTIL_HPP
+
+#include "mw/ByteBuffer.hpp"
+
+namespace app {
+namespace pkcs15 {
+namespace util {
+
+// The card key reference of key id `kid` (0 to 31): 0x80 | kid. The flag is
+// kept for callers that distinguish key kinds; both kinds get the top bit.
+unsigned char encodeKID(unsigned char kid, bool privateKey);
+
+// A file identifier or path as its bytes, most significant first: four bytes
+// above FFFF, two above FF, one for other non-zero values, none for 0.
+mw::ByteBuffer idToBytes(unsigned int id);
+
+} // namespace util
+} // namespace pkcs15
+} // namespace app
+
+#endif

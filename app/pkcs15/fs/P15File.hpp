@@ -1,0 +1,99 @@
+#ifndef APP_PKCS15_FS_P15FILE_HPP
+#define APP_PKCS15_FS_P15FILE_HPP
+
+#include "mw/ByteBuffer.hpp"
+
+#include <boost/shared_ptr.hpp>
+#include <boost/weak_ptr.hpp>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace card {
+class IChannel;
+namespace service {
+class IFileAccessService;
+}
+} // namespace card
+
+namespace app {
+namespace pkcs15 {
+
+class P15Application;
+
+namespace fs {
+
+class ODF;
+
+// A PKCS#15 directory file (AODF, PrKDF, PuKDF, CDF, DODF): read from the
+// card when first needed, split into its DER entries, and rewritten entry by
+// entry through the application when an object changes.
+class P15File {
+public:
+    // The kinds of file EF(ODF) can point to; the last one, EF(TokenInfo),
+    // is not listed there.
+    enum FileId { CDF = 0, AODF = 1, DODF = 2, PrKDF = 3, PuKDF = 4, TokenInfo = 5 };
+
+    // One DER entry of the file: where it starts and its bytes.
+    struct Entry {
+        std::size_t offset;
+        mw::ByteBuffer encoding;
+    };
+
+    P15File(const boost::weak_ptr<ODF>& odf, FileId kind);
+    virtual ~P15File();
+    P15File(const P15File&) = delete;
+    P15File& operator=(const P15File&) = delete;
+
+    FileId getKind() const { return kind_; }
+    // "EF(AODF)", "EF(PrKDF)", ...: how errors name the file.
+    virtual const char* name() const = 0;
+
+    mw::ByteBuffer getFileId(const card::IChannel& channel,
+                             const card::service::IFileAccessService& fileAccess) const;
+    // Replaces the entry `oldEncoding` by `newEncoding` on the card (an empty
+    // old encoding adds an entry) and returns the file's new content.
+    mw::ByteBuffer updateEncodedAttributes(const mw::ByteBuffer& oldEncoding,
+                                           const mw::ByteBuffer& newEncoding) const;
+    // Forgets what was read; the next access reads the file again.
+    void clearContent() const;
+
+    // The whole file as read (entries and padding); empty when the card has
+    // no such file.
+    const mw::ByteBuffer& content(const card::IChannel& channel) const;
+    const std::vector<Entry>& entries(const card::IChannel& channel) const;
+    // End of the last entry: where padding, and room for new entries, starts.
+    std::size_t contentLength(const card::IChannel& channel) const;
+
+    // Used by the application after it rewrote the file, and by clearContent.
+    void replaceContent(mw::ByteBuffer content) const;
+    void dropContent() const;
+
+    // The owning ODF; "failed to get shared ptr from weak ptr" when it is gone.
+    boost::shared_ptr<ODF> odf() const;
+    boost::shared_ptr<const P15Application> application() const;
+
+protected:
+    void ensureLoaded(const card::IChannel& channel) const;
+
+    // Decodes the entry at the start of [data, data + size), keeps what it
+    // decoded, and returns the number of bytes it used.
+    virtual std::size_t decodeEntry(const std::uint8_t* data, std::size_t size) const = 0;
+    virtual void forgetDecoded() const = 0;
+
+private:
+    void split() const;
+
+    boost::weak_ptr<ODF> odf_;
+    FileId kind_;
+    mutable bool mustRead_ = true;
+    mutable mw::ByteBuffer content_;
+    mutable std::vector<Entry> entries_;
+    mutable std::size_t contentLength_ = 0;
+};
+
+} // namespace fs
+} // namespace pkcs15
+} // namespace app
+
+#endif
