@@ -2,6 +2,7 @@
 #define APP_IAPPLICATION_HPP
 
 #include "mw/ByteBuffer.hpp"
+#include "mw/Visibility.hpp"
 
 #include <string>
 #include <vector>
@@ -23,7 +24,7 @@ struct AlgorithmRow {
 using AlgorithmRows = std::vector<AlgorithmRow>;
 
 // A card application as the host sees it.
-class IApplication {
+class MW_EXPORT_TYPE IApplication {
 public:
     virtual ~IApplication() = default;
     virtual const std::string& getLabel() const = 0;

@@ -2,6 +2,7 @@
 #define CARD_IAPPLET_HPP
 
 #include "card/IBaseInterface.hpp"
+#include "mw/Visibility.hpp"
 
 #include <string>
 #include <vector>
@@ -11,7 +12,7 @@ namespace card {
 class IChannel;
 
 // An application on the card that knows how to select itself.
-class IApplet : public IBaseInterface {
+class MW_EXPORT_TYPE IApplet : public IBaseInterface {
 public:
     virtual void select(const IChannel& channel) const = 0;
     // Dotted identifiers of the algorithms the applet performs on its own.

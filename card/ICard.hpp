@@ -3,6 +3,7 @@
 
 #include "card/IBaseInterface.hpp"
 #include "mw/ByteBuffer.hpp"
+#include "mw/Visibility.hpp"
 
 #include <string>
 #include <vector>
@@ -12,7 +13,7 @@ namespace card {
 class IChannel;
 
 // A connected card, used by applications that select themselves by AID.
-class ICard : public IBaseInterface {
+class MW_EXPORT_TYPE ICard : public IBaseInterface {
 public:
     // Selects the application with the given identifier; a card without it
     // answers with a card::CardException carrying the status word.

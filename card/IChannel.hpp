@@ -2,6 +2,7 @@
 #define CARD_ICHANNEL_HPP
 
 #include "mw/ByteBuffer.hpp"
+#include "mw/Visibility.hpp"
 
 #include <boost/shared_ptr.hpp>
 
@@ -11,7 +12,7 @@ class Apdu;
 
 // Carries command APDUs to one card. Implemented by the host's transports
 // (PC/SC reader, in-process virtual card).
-class ICardTransport {
+class MW_EXPORT_TYPE ICardTransport {
 public:
     virtual ~ICardTransport() = default;
     // The card's answer to reset.
@@ -25,7 +26,7 @@ public:
 };
 
 // The channel to a card that every card operation is given.
-class IChannel {
+class MW_EXPORT_TYPE IChannel {
 public:
     virtual ~IChannel() = default;
     // The command carrier; index 0 is the card's basic channel.
@@ -35,7 +36,8 @@ public:
 // Holds a transaction on a channel's basic transport for one scope.
 class Transaction {
 public:
-    explicit Transaction(const IChannel& channel) : transport_(channel.transport(0)) {
+    explicit Transaction(const IChannel& channel)
+        : transport_(channel.transport(0)) {
         transport_.beginTransaction();
     }
     ~Transaction() { transport_.endTransaction(); }

@@ -4,6 +4,7 @@
 #include "card/service/KeyRef.hpp"
 #include "card/service/SecurityConditions.hpp"
 #include "mw/ByteBuffer.hpp"
+#include "mw/Visibility.hpp"
 
 #include <vector>
 
@@ -22,17 +23,19 @@ struct AccessCondition {
 
 using AccessConditions = std::vector<AccessCondition>;
 
-class IFileCreationParams {
+class MW_EXPORT_TYPE IFileCreationParams {
 public:
     virtual ~IFileCreationParams() = default;
     virtual const AccessConditions& accessConditions() const = 0;
 };
 
 // A transparent elementary file holding a certificate or a data object.
-class DataObjectCreateParams : public IFileCreationParams {
+class MW_EXPORT_TYPE DataObjectCreateParams : public IFileCreationParams {
 public:
     DataObjectCreateParams(mw::ByteBuffer path, std::size_t size, AccessConditions conditions)
-        : path_(std::move(path)), size_(size), conditions_(std::move(conditions)) {}
+        : path_(std::move(path))
+        , size_(size)
+        , conditions_(std::move(conditions)) {}
     const AccessConditions& accessConditions() const override { return conditions_; }
     // Path of the new file; its parent DF must exist.
     const mw::ByteBuffer& path() const { return path_; }
@@ -45,10 +48,11 @@ private:
 };
 
 // Base of the two key containers of a key pair.
-class KeyCreateParams : public IFileCreationParams {
+class MW_EXPORT_TYPE KeyCreateParams : public IFileCreationParams {
 public:
     KeyCreateParams(KeyRef keyRef, AccessConditions conditions)
-        : keyRef_(std::move(keyRef)), conditions_(std::move(conditions)) {}
+        : keyRef_(std::move(keyRef))
+        , conditions_(std::move(conditions)) {}
     const AccessConditions& accessConditions() const override { return conditions_; }
     const KeyRef& keyRef() const { return keyRef_; }
 
@@ -57,12 +61,12 @@ private:
     AccessConditions conditions_;
 };
 
-class PrivateKeyCreateParams : public KeyCreateParams {
+class MW_EXPORT_TYPE PrivateKeyCreateParams : public KeyCreateParams {
 public:
     using KeyCreateParams::KeyCreateParams;
 };
 
-class PublicKeyCreateParams : public KeyCreateParams {
+class MW_EXPORT_TYPE PublicKeyCreateParams : public KeyCreateParams {
 public:
     using KeyCreateParams::KeyCreateParams;
 };

@@ -5,13 +5,14 @@
 #include "card/crypto/spec/KeySpec.hpp"
 #include "card/crypto/spec/RsaPrivateCrtKeySpec.hpp"
 #include "card/service/KeyRef.hpp"
+#include "mw/Visibility.hpp"
 
 namespace card {
 class IChannel;
 namespace service {
 
 // RSA key pairs held by the card.
-class IAsymmetricKeyManagementService : public virtual IInterface {
+class MW_EXPORT_TYPE IAsymmetricKeyManagementService : public virtual IInterface {
 public:
     // Generates a key pair into the containers created beforehand for the two
     // references and returns the new public key.

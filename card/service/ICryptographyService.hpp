@@ -4,6 +4,7 @@
 #include "card/IBaseInterface.hpp"
 #include "card/service/KeyRef.hpp"
 #include "mw/ByteBuffer.hpp"
+#include "mw/Visibility.hpp"
 
 #include <boost/shared_ptr.hpp>
 #include <cstddef>
@@ -14,7 +15,7 @@ class IChannel;
 namespace service {
 
 // A private-key operation on the card, bound to one key by init.
-class ICardKeyOperation {
+class MW_EXPORT_TYPE ICardKeyOperation {
 public:
     enum Mode { Sign = 0, Decipher = 1 };
 
@@ -27,25 +28,25 @@ public:
 
 // PKCS#1 v1.5 signature: the card pads the given bytes (block type 1) and
 // applies the private key.
-class ICardSignature : public virtual ICardKeyOperation {
+class MW_EXPORT_TYPE ICardSignature : public virtual ICardKeyOperation {
 public:
     virtual mw::ByteBuffer sign(const IChannel& channel, const mw::ByteBuffer& data) = 0;
 };
 
 // PKCS#1 v1.5 deciphering: the card applies the private key and removes the
 // block type 2 padding.
-class ICardCipher : public virtual ICardKeyOperation {
+class MW_EXPORT_TYPE ICardCipher : public virtual ICardKeyOperation {
 public:
     virtual mw::ByteBuffer decipher(const IChannel& channel, const mw::ByteBuffer& data) = 0;
 };
 
-class ICardRandom {
+class MW_EXPORT_TYPE ICardRandom {
 public:
     virtual ~ICardRandom() = default;
     virtual mw::ByteBuffer generate(const IChannel& channel, std::size_t count) = 0;
 };
 
-class ICryptographyService : public virtual IInterface {
+class MW_EXPORT_TYPE ICryptographyService : public virtual IInterface {
 public:
     // Null when the card does not perform the algorithm.
     virtual boost::shared_ptr<ICardSignature> getSignature(const std::string& oid) const = 0;

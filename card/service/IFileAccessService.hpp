@@ -3,6 +3,7 @@
 
 #include "card/IBaseInterface.hpp"
 #include "mw/ByteBuffer.hpp"
+#include "mw/Visibility.hpp"
 
 #include <cstddef>
 
@@ -15,7 +16,7 @@ namespace service {
 // Paths: a two-byte file identifier or a path relative to the application
 // DF (it may start with 3FFF, "current DF"), or an absolute path starting
 // with 3F00.
-class IFileAccessService : public virtual IInterface {
+class MW_EXPORT_TYPE IFileAccessService : public virtual IInterface {
 public:
     // Reads `length` bytes of the selected file from `offset`; a length of 0
     // reads from the offset to the end of the file. Reading at or past the

@@ -4,13 +4,14 @@
 #include "card/IBaseInterface.hpp"
 #include "card/service/FileCreationParams.hpp"
 #include "mw/ByteBuffer.hpp"
+#include "mw/Visibility.hpp"
 
 namespace card {
 class IChannel;
 namespace service {
 
 // Creating and deleting files and key containers.
-class IFileSystemService : public virtual IInterface {
+class MW_EXPORT_TYPE IFileSystemService : public virtual IInterface {
 public:
     // Creates the file that the parameters describe: a value file
     // (DataObjectCreateParams) or a key container (PrivateKeyCreateParams,

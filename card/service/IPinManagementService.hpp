@@ -4,6 +4,7 @@
 #include "card/IBaseInterface.hpp"
 #include "card/service/PinReference.hpp"
 #include "mw/ByteBuffer.hpp"
+#include "mw/Visibility.hpp"
 
 namespace card {
 class IChannel;
@@ -11,7 +12,7 @@ namespace service {
 
 // PIN verification and maintenance. PIN values arrive padded to the card's
 // stored length; the service sends them as they are and never keeps them.
-class IPinManagementService : public virtual IInterface {
+class MW_EXPORT_TYPE IPinManagementService : public virtual IInterface {
 public:
     // VERIFY; a wrong PIN fails with 63Cx (x tries left), a blocked one 6983.
     virtual void authenticate(const IChannel& channel, const PinReference& pin,

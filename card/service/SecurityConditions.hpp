@@ -2,6 +2,7 @@
 #define CARD_SERVICE_SECURITYCONDITIONS_HPP
 
 #include "card/service/PinReference.hpp"
+#include "mw/Visibility.hpp"
 
 #include <boost/shared_ptr.hpp>
 #include <vector>
@@ -16,7 +17,7 @@ class PinRefSecurityCondition;
 class AlwaysSecurityCondition;
 class NeverSecurityCondition;
 
-class ISecurityConditionVisitor {
+class MW_EXPORT_TYPE ISecurityConditionVisitor {
 public:
     virtual ~ISecurityConditionVisitor() = default;
     virtual void visit(const AndSecurityCondition& condition) = 0;
@@ -29,7 +30,7 @@ public:
 
 // A condition the card checks before it allows an access: the card layer's
 // own vocabulary, handed to it inside creation parameters.
-class ISecurityCondition {
+class MW_EXPORT_TYPE ISecurityCondition {
 public:
     virtual ~ISecurityCondition() = default;
     virtual void accept(ISecurityConditionVisitor& visitor) const = 0;
@@ -38,20 +39,21 @@ public:
 using SecurityConditionPtr = boost::shared_ptr<const ISecurityCondition>;
 using SecurityConditionList = std::vector<SecurityConditionPtr>;
 
-class AlwaysSecurityCondition : public ISecurityCondition {
+class MW_EXPORT_TYPE AlwaysSecurityCondition : public ISecurityCondition {
 public:
     void accept(ISecurityConditionVisitor& visitor) const override { visitor.visit(*this); }
 };
 
-class NeverSecurityCondition : public ISecurityCondition {
+class MW_EXPORT_TYPE NeverSecurityCondition : public ISecurityCondition {
 public:
     void accept(ISecurityConditionVisitor& visitor) const override { visitor.visit(*this); }
 };
 
 // Satisfied while the PIN is verified.
-class PinRefSecurityCondition : public ISecurityCondition {
+class MW_EXPORT_TYPE PinRefSecurityCondition : public ISecurityCondition {
 public:
-    explicit PinRefSecurityCondition(PinReference pin) : pin_(std::move(pin)) {}
+    explicit PinRefSecurityCondition(PinReference pin)
+        : pin_(std::move(pin)) {}
     const PinReference& pin() const { return pin_; }
     void accept(ISecurityConditionVisitor& visitor) const override { visitor.visit(*this); }
 
@@ -59,9 +61,10 @@ private:
     PinReference pin_;
 };
 
-class NotSecurityCondition : public ISecurityCondition {
+class MW_EXPORT_TYPE NotSecurityCondition : public ISecurityCondition {
 public:
-    explicit NotSecurityCondition(SecurityConditionPtr operand) : operand_(std::move(operand)) {}
+    explicit NotSecurityCondition(SecurityConditionPtr operand)
+        : operand_(std::move(operand)) {}
     const SecurityConditionPtr& operand() const { return operand_; }
     void accept(ISecurityConditionVisitor& visitor) const override { visitor.visit(*this); }
 
@@ -69,9 +72,10 @@ private:
     SecurityConditionPtr operand_;
 };
 
-class AndSecurityCondition : public ISecurityCondition {
+class MW_EXPORT_TYPE AndSecurityCondition : public ISecurityCondition {
 public:
-    explicit AndSecurityCondition(SecurityConditionList operands) : operands_(std::move(operands)) {}
+    explicit AndSecurityCondition(SecurityConditionList operands)
+        : operands_(std::move(operands)) {}
     const SecurityConditionList& operands() const { return operands_; }
     void accept(ISecurityConditionVisitor& visitor) const override { visitor.visit(*this); }
 
@@ -79,9 +83,10 @@ private:
     SecurityConditionList operands_;
 };
 
-class OrSecurityCondition : public ISecurityCondition {
+class MW_EXPORT_TYPE OrSecurityCondition : public ISecurityCondition {
 public:
-    explicit OrSecurityCondition(SecurityConditionList operands) : operands_(std::move(operands)) {}
+    explicit OrSecurityCondition(SecurityConditionList operands)
+        : operands_(std::move(operands)) {}
     const SecurityConditionList& operands() const { return operands_; }
     void accept(ISecurityConditionVisitor& visitor) const override { visitor.visit(*this); }
 

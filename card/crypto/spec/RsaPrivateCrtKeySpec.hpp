@@ -2,6 +2,7 @@
 #define CARD_CRYPTO_SPEC_RSAPRIVATECRTKEYSPEC_HPP
 
 #include "card/crypto/spec/KeySpec.hpp"
+#include "mw/Visibility.hpp"
 
 namespace card {
 namespace crypto {
@@ -12,11 +13,11 @@ namespace spec {
 // `modulusBits` (1024, 1536 or 2048): the primes and the CRT values are at
 // most half the modulus wide. dp and dq, the two exponents, share one check.
 // Failures are app::InvalidDataException "invalid crt component size: <name>".
-class RsaPrivateCrtKeySpec : public PrivateKeySpec {
+class MW_EXPORT_TYPE RsaPrivateCrtKeySpec : public PrivateKeySpec {
 public:
     RsaPrivateCrtKeySpec(unsigned short modulusBits, mw::ByteBuffer publicExponent,
-                         mw::ByteBuffer p, mw::ByteBuffer q, mw::ByteBuffer dp,
-                         mw::ByteBuffer dq, mw::ByteBuffer pInv, mw::ByteBuffer qInv);
+                         mw::ByteBuffer p, mw::ByteBuffer q, mw::ByteBuffer dp, mw::ByteBuffer dq,
+                         mw::ByteBuffer pInv, mw::ByteBuffer qInv);
 
     unsigned short getModulusBits() const { return modulusBits_; }
     const mw::ByteBuffer& getPublicExponent() const { return publicExponent_; }
