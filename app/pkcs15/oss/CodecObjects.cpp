@@ -1,0 +1,257 @@
+// The PKCS15Object frame, the object-type CHOICEs and the EF(ODF) entries.
+#include "app/ApplicationException.hpp"
+#include "app/pkcs15/oss/Codec.hpp"
+#include "app/pkcs15/oss/CodecDetail.hpp"
+
+#include <initializer_list>
+#include <iterator>
+#include <type_traits>
+
+namespace app::pkcs15::oss {
+
+namespace {
+
+// The subclass attributes NULL: recognised and written back as [0] NULL.
+void readFields(DerReader&, NullAttributes&) {}
+bool opensComponent(std::uint32_t found, const NullAttributes*) {
+    return found == tag::null;
+}
+
+bool opensComponent(std::uint32_t found, const CommonPrivateKeyAttributes*) {
+    return found == tag::sequence || found == tag::contextConstructed(0);
+}
+bool opensComponent(std::uint32_t found, const CommonPublicKeyAttributes*) {
+    return found == tag::sequence || found == tag::contextConstructed(0);
+}
+bool opensComponent(std::uint32_t found, const PrivateRSAKeyAttributes*) {
+    return isObjectValueTag(found);
+}
+bool opensComponent(std::uint32_t found, const PublicRSAKeyAttributes*) {
+    return isObjectValueTag(found);
+}
+bool opensComponent(std::uint32_t found, const X509CertificateAttributes*) {
+    return isObjectValueTag(found);
+}
+bool opensComponent(std::uint32_t found, const PinAttributes*) {
+    return found == tag::bitString;
+}
+bool opensComponent(std::uint32_t found, const ObjectValue*) {
+    return isObjectValueTag(found);
+}
+
+// Opaque data objects carry an ObjectValue CHOICE, not a SEQUENCE, in [1].
+void readFields(DerReader& reader, ObjectValue& value) {
+    read(reader, value);
+}
+
+// Cards write the [0] and [1] attributes either with their SEQUENCE inside the
+// tag (explicit, as a tag on a parameterised type requires) or with the tag
+// replacing it (implicit). The content is taken as the explicit form when it
+// is one SEQUENCE that is empty or opens with a tag the attributes can start
+// with; a SEQUENCE that is the first component itself never opens that way.
+template <class T> bool holdsInnerSequence(const DerReader& content) {
+    DerReader probe = content;
+    if (!probe.nextIs(tag::sequence)) {
+        return false;
+    }
+    const Tlv inner = probe.next();
+    if (!probe.atEnd()) {
+        return false;
+    }
+    const DerReader innerContent = probe.enter(inner);
+    return innerContent.atEnd() ||
+           opensComponent(innerContent.peekTag(), static_cast<const T*>(nullptr));
+}
+
+template <class T> void readTaggedAttributes(DerReader& reader, std::uint32_t expected, T& value) {
+    DerReader content = reader.enter(reader.expect(expected));
+    value = T{};
+    if (holdsInnerSequence<T>(content)) {
+        DerReader inner = content.enter(content.next());
+        readFields(inner, value);
+        inner.skipRest();
+    } else {
+        readFields(content, value);
+    }
+    content.skipRest();
+}
+
+// Written in the explicit form, except the CHOICE and NULL, which keep their own TLV.
+template <class T>
+void writeTaggedAttributes(Sink& sink, std::uint32_t constructedTag, const T& value) {
+    writeConstructed(sink, constructedTag, [&](Sink& content) {
+        if constexpr (std::is_same_v<T, ObjectValue>) {
+            write(content, value);
+        } else if constexpr (std::is_same_v<T, NullAttributes>) {
+            writeNull(content);
+        } else {
+            writeSequence(content, value);
+        }
+    });
+}
+
+template <class C, class S, class T>
+void readObject(DerReader& reader, PKCS15Object<C, S, T>& value) {
+    DerReader content = reader.enter(reader.expect(tag::sequence));
+    value = PKCS15Object<C, S, T>{};
+    read(content, value.commonObjectAttributes);
+    read(content, value.classAttributes);
+    if (content.nextIs(tag::contextConstructed(0))) {
+        value.subClassAttributes.emplace();
+        readTaggedAttributes(content, tag::contextConstructed(0), *value.subClassAttributes);
+    }
+    readTaggedAttributes(content, tag::contextConstructed(1), value.typeAttributes);
+    content.skipRest();
+}
+
+template <class C, class S, class T>
+void writeObject(Sink& sink, const PKCS15Object<C, S, T>& value) {
+    writeConstructed(sink, tag::sequence, [&](Sink& content) {
+        write(content, value.commonObjectAttributes);
+        write(content, value.classAttributes);
+        if (value.subClassAttributes) {
+            writeTaggedAttributes(content, tag::contextConstructed(0), *value.subClassAttributes);
+        }
+        writeTaggedAttributes(content, tag::contextConstructed(1), value.typeAttributes);
+    });
+}
+
+// Alternatives kept raw: their tags in declaration order, numbered from
+// `first`; any other context tag is an unknown extension.
+template <class Choice>
+void readRawAlternative(DerReader& reader, Choice& value, std::initializer_list<std::uint32_t> tags,
+                        int first) {
+    const std::uint32_t found = reader.peekTag();
+    if (!isContextSpecific(found)) {
+        reader.fail(reader.atEnd() ? kTextMissing : kTextUnexpectedTag);
+    }
+    value.choice = Choice::unknown;
+    int number = first;
+    for (std::uint32_t candidate : tags) {
+        if (candidate == found) {
+            value.choice = number;
+        }
+        ++number;
+    }
+    value.raw = readRaw(reader);
+}
+
+// The CHOICE types whose first alternative is a PKCS15Object SEQUENCE.
+template <class Choice, class Object>
+void readObjectChoice(DerReader& reader, Choice& value, Object Choice::*first,
+                      std::initializer_list<std::uint32_t> rawTags) {
+    value = Choice{};
+    if (reader.nextIs(tag::sequence)) {
+        readObject(reader, value.*first);
+    } else {
+        readRawAlternative(reader, value, rawTags, 2);
+    }
+}
+
+template <class Choice, class Object>
+void writeObjectChoice(Sink& sink, const Choice& value, const Object Choice::*first) {
+    if (value.choice == 1) {
+        writeObject(sink, value.*first);
+    } else {
+        writeRaw(sink, value.raw);
+    }
+}
+
+constexpr std::uint32_t kOdfTags[] = {tag::contextConstructed(0), tag::contextConstructed(1),
+                                      tag::contextConstructed(4), tag::contextConstructed(7),
+                                      tag::contextConstructed(8)};
+
+} // namespace
+
+void read(DerReader& reader, PrivateKeyType& value) {
+    readObjectChoice(reader, value, &PrivateKeyType::privateRSAKeyValue,
+                     {tag::contextConstructed(0), tag::contextConstructed(1),
+                      tag::contextConstructed(2), tag::contextConstructed(3)});
+}
+void write(Sink& sink, const PrivateKeyType& value) {
+    writeObjectChoice(sink, value, &PrivateKeyType::privateRSAKeyValue);
+}
+
+void read(DerReader& reader, PublicKeyType& value) {
+    readObjectChoice(reader, value, &PublicKeyType::publicRSAKeyValue,
+                     {tag::contextConstructed(0), tag::contextConstructed(1),
+                      tag::contextConstructed(2), tag::contextConstructed(3)});
+}
+void write(Sink& sink, const PublicKeyType& value) {
+    writeObjectChoice(sink, value, &PublicKeyType::publicRSAKeyValue);
+}
+
+void read(DerReader& reader, CertificateType& value) {
+    readObjectChoice(reader, value, &CertificateType::x509CertificateValue,
+                     {tag::contextConstructed(0), tag::contextConstructed(1),
+                      tag::contextConstructed(2), tag::contextConstructed(3),
+                      tag::contextConstructed(4), tag::contextConstructed(5)});
+}
+void write(Sink& sink, const CertificateType& value) {
+    writeObjectChoice(sink, value, &CertificateType::x509CertificateValue);
+}
+
+void read(DerReader& reader, DataType& value) {
+    readObjectChoice(reader, value, &DataType::opaqueDOValue,
+                     {tag::contextConstructed(0), tag::contextConstructed(1)});
+}
+void write(Sink& sink, const DataType& value) {
+    writeObjectChoice(sink, value, &DataType::opaqueDOValue);
+}
+
+void read(DerReader& reader, AuthenticationType& value) {
+    readObjectChoice(
+        reader, value, &AuthenticationType::pinValue,
+        {tag::contextConstructed(0), tag::contextConstructed(1), tag::contextConstructed(2)});
+}
+void write(Sink& sink, const AuthenticationType& value) {
+    writeObjectChoice(sink, value, &AuthenticationType::pinValue);
+}
+
+void read(DerReader& reader, PathOrObjects& value) {
+    value = PathOrObjects{};
+    if (reader.nextIs(tag::sequence)) {
+        read(reader, value.pathValue);
+    } else {
+        readRawAlternative(
+            reader, value,
+            {tag::contextConstructed(0), tag::contextConstructed(1), tag::contextConstructed(2)},
+            2);
+    }
+}
+
+void write(Sink& sink, const PathOrObjects& value) {
+    if (value.choice == PathOrObjects::path) {
+        write(sink, value.pathValue);
+    } else {
+        writeRaw(sink, value.raw);
+    }
+}
+
+void read(DerReader& reader, PKCS15Objects& value) {
+    value = PKCS15Objects{};
+    const std::uint32_t found = reader.peekTag();
+    int number = 1;
+    for (std::uint32_t candidate : kOdfTags) {
+        if (candidate == found) {
+            value.choice = number;
+            // A tag on a CHOICE: the PathOrObjects keeps its own TLV inside.
+            DerReader content = reader.enter(reader.next());
+            read(content, value.value);
+            content.skipRest();
+            return;
+        }
+        ++number;
+    }
+    reader.fail(reader.atEnd() ? kTextMissing : kTextUnexpectedTag);
+}
+
+void write(Sink& sink, const PKCS15Objects& value) {
+    if (value.choice < 1 || value.choice > static_cast<int>(std::size(kOdfTags))) {
+        APP_THROW_DATA(app::InvalidDataException, kTextInvalid, value.choice);
+    }
+    writeConstructed(sink, kOdfTags[value.choice - 1],
+                     [&](Sink& content) { write(content, value.value); });
+}
+
+} // namespace app::pkcs15::oss

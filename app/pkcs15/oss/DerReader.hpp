@@ -1,0 +1,99 @@
+#ifndef APP_PKCS15_OSS_DERREADER_HPP
+#define APP_PKCS15_OSS_DERREADER_HPP
+
+#include "app/pkcs15/oss/Asn1Types.hpp"
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace app::pkcs15::oss {
+
+// Identifier octets of the tags the codec meets. A tag in the high-number form
+// is folded into a value above 0xFF so that it never equals one of these.
+namespace tag {
+constexpr std::uint32_t boolean = 0x01, integer = 0x02, bitString = 0x03, octetString = 0x04,
+                        null = 0x05, oid = 0x06, enumerated = 0x0A, utf8String = 0x0C,
+                        printableString = 0x13, t61String = 0x14, ia5String = 0x16,
+                        generalizedTime = 0x18, visibleString = 0x1A, sequence = 0x30;
+constexpr std::uint32_t context(unsigned number) {
+    return 0x80 | number;
+}
+constexpr std::uint32_t contextConstructed(unsigned number) {
+    return 0xA0 | number;
+}
+constexpr std::uint32_t application(unsigned number) {
+    return 0x40 | number;
+}
+constexpr std::uint32_t applicationConstructed(unsigned number) {
+    return 0x60 | number;
+}
+} // namespace tag
+
+// One TLV as found in the input.
+struct Tlv {
+    std::uint32_t tag = 0;
+    const std::uint8_t* begin = nullptr; // first identifier octet
+    const std::uint8_t* content = nullptr;
+    std::size_t contentSize = 0;
+    std::size_t totalSize = 0;
+    std::size_t offset = 0; // of the first identifier octet, from the start of the input
+
+    Bytes bytes() const { return Bytes(begin, begin + totalSize); }
+    Bytes contentBytes() const { return Bytes(content, content + contentSize); }
+};
+
+// Reads TLVs from a byte range. Crypto++'s BER decoders are not used for the
+// structure: they accept indefinite lengths, report no position and throw
+// BERDecodeErr; this reader accepts any definite length (long form,
+// non-minimal) and reports every failure with its offset.
+class DerReader {
+public:
+    DerReader(const std::uint8_t* data, std::size_t size);
+
+    bool atEnd() const { return position_ == end_; }
+    // Offset of the read position from the start of the whole input.
+    std::size_t offset() const { return base_ + static_cast<std::size_t>(position_ - begin_); }
+    // The next tag; 0 at the end, which no component of the codec uses.
+    std::uint32_t peekTag() const;
+    bool nextIs(std::uint32_t expected) const { return !atEnd() && peekTag() == expected; }
+
+    Tlv next();
+    Tlv expect(std::uint32_t expected);
+    // A reader over the content of a constructed TLV, one nesting level deeper.
+    DerReader enter(const Tlv& tlv) const;
+    // Skips what is left: unknown trailing components.
+    void skipRest();
+
+    [[noreturn]] void fail(const char* text, std::size_t offset) const;
+    [[noreturn]] void fail(const char* text) const { fail(text, offset()); }
+
+private:
+    DerReader(const std::uint8_t* data, std::size_t size, std::size_t base, unsigned depth);
+    std::uint32_t readTag(const std::uint8_t*& cursor) const;
+    std::size_t readLength(const std::uint8_t*& cursor) const;
+
+    const std::uint8_t* begin_;
+    const std::uint8_t* position_;
+    const std::uint8_t* end_;
+    std::size_t base_;
+    unsigned depth_;
+};
+
+// Primitive values. Each reads one TLV with the given tag (the universal tag
+// by default, a context tag for implicitly tagged components).
+Integer readInteger(DerReader& reader, std::uint32_t expected = tag::integer);
+bool readBoolean(DerReader& reader, std::uint32_t expected = tag::boolean);
+BitString readBitString(DerReader& reader, std::uint32_t expected = tag::bitString);
+Bytes readOctetString(DerReader& reader, std::uint32_t expected = tag::octetString);
+Bytes readOid(DerReader& reader);
+std::string readTime(DerReader& reader, std::uint32_t expected = tag::generalizedTime);
+// UTF8String as declared, or one of the 8-bit string types cards write instead.
+std::string readLabel(DerReader& reader);
+std::string readText(DerReader& reader, std::uint32_t expected);
+bool isLabelTag(std::uint32_t tag);
+void readNull(DerReader& reader);
+
+} // namespace app::pkcs15::oss
+
+#endif
