@@ -19,7 +19,9 @@ struct ArrayDeallocator {
 };
 
 namespace detail {
-// The shared owner behind AutoPtr (object and reference count, one thread).
+
+// The shared owner behind AutoPtr: the object and the number of AutoPtrs that
+// refer to it. The count is not shared across threads.
 template <class T, class Deallocator> class AutoPtrContainer {
 public:
     explicit AutoPtrContainer(T* object) noexcept
@@ -28,10 +30,15 @@ public:
     AutoPtrContainer(const AutoPtrContainer&) = delete;
     AutoPtrContainer& operator=(const AutoPtrContainer&) = delete;
 
+    // The owned object, or null; never throws.
     T* get() const noexcept { return object_; }
     void addReference() noexcept { ++references_; }
-    // True when the last reference is gone.
-    bool dropReference() noexcept { return --references_ == 0; }
+    // Deletes the container, and with it the object, with the last reference.
+    void dropReference() noexcept {
+        if (--references_ == 0) {
+            delete this;
+        }
+    }
 
 private:
     T* object_;
@@ -42,6 +49,7 @@ private:
 
 // Owns an object handed out by the crypto provider; copies share it, the last
 // one releases it. Dereferencing a null AutoPtr throws NullPointerException.
+// Deallocator says how: ObjectDeallocator (delete) or ArrayDeallocator.
 template <class T, class Deallocator = ObjectDeallocator> class AutoPtr {
     using Container = detail::AutoPtrContainer<T, Deallocator>;
 
@@ -52,23 +60,27 @@ public:
     explicit AutoPtr(T* object)
         : container_(adopt(object)) {}
 
-    AutoPtr(const AutoPtr& other) noexcept
-        : container_(other.container_) {
-        if (container_ != nullptr) {
-            container_->addReference();
-        }
-    }
+    AutoPtr(const AutoPtr& other) noexcept { share(other.container_); }
 
     AutoPtr(AutoPtr&& other) noexcept
         : container_(std::exchange(other.container_, nullptr)) {}
 
     ~AutoPtr() { release(); }
 
-    AutoPtr& operator=(AutoPtr other) noexcept {
-        std::swap(container_, other.container_);
+    AutoPtr& operator=(const AutoPtr& other) noexcept {
+        share(other.container_);
         return *this;
     }
 
+    AutoPtr& operator=(AutoPtr&& other) noexcept {
+        if (this != &other) {
+            release();
+            container_ = std::exchange(other.container_, nullptr);
+        }
+        return *this;
+    }
+
+    // The owned object, or null; never throws.
     T* get() const noexcept { return container_ != nullptr ? container_->get() : nullptr; }
 
     T* operator->() const {
@@ -82,6 +94,13 @@ public:
     }
 
 private:
+    // Checks the wrapped pointer before it is used.
+    static void assert_value(T* const value) {
+        if (value == nullptr) {
+            MW_THROW(NullPointerException, "Wrapped pointer is a NULL pointer.");
+        }
+    }
+
     static Container* adopt(T* object) {
         if (object == nullptr) {
             return nullptr;
@@ -94,18 +113,20 @@ private:
         }
     }
 
-    // Checks the wrapped pointer before it is used.
-    static void assert_value(T* const value) {
-        if (value == nullptr) {
-            MW_THROW(NullPointerException, "Wrapped pointer is a NULL pointer.");
+    // Takes the new reference before dropping the old, so self-assignment is safe.
+    void share(Container* container) noexcept {
+        if (container != nullptr) {
+            container->addReference();
         }
+        release();
+        container_ = container;
     }
 
     void release() noexcept {
-        if (container_ != nullptr && container_->dropReference()) {
-            delete container_;
+        Container* container = std::exchange(container_, nullptr);
+        if (container != nullptr) {
+            container->dropReference();
         }
-        container_ = nullptr;
     }
 
     Container* container_ = nullptr;

@@ -184,6 +184,10 @@ public:
         if (size == size_) {
             return;
         }
+        if (size == 0) {
+            clear();
+            return;
+        }
         Buffer resized(size);
         alloc_.copy(resized.data_, data_, std::min(size, size_));
         swap(resized);
@@ -210,32 +214,28 @@ public:
         insert(position, elements.data_, elements.size_);
     }
 
-    // Appending is insertion at the end: a new block holds the old contents
-    // and the run, and the old block is wiped.
+    // Appending is insertion at the end (new block, old one wiped).
     void append(const T* source, size_type count) { insert(size_, source, count); }
     void append(const Buffer& elements) { insert(size_, elements.data_, elements.size_); }
     void append(T element) { insert(size_, &element, 1); }
 
-    // A copy of the `length` elements starting at `offset`; a zero length
-    // gives an empty buffer for any offset up to size().
+    // A copy of `length` elements from `offset` (length 0: empty buffer).
     Buffer get(size_type offset, size_type length) const {
         const size_type end = offset + length;
         if (end < offset || end > size_) {
-            // Report through the single-element check so that every range
-            // error of a buffer has the same text and throw site.
+            // get(size_) throws, so that all range errors share one site.
             static_cast<void>(get(size_));
+            return Buffer();
         }
         return Buffer(data_ + offset, length);
     }
 
-    // Same size and same elements.
     bool operator==(const Buffer& other) const noexcept {
         return size_ == other.size_ && std::equal(begin(), end(), other.begin());
     }
     bool operator!=(const Buffer& other) const noexcept { return !(*this == other); }
 
-    // The element at `index`; writers go through data() or the iterators,
-    // readers of card data use this checked access.
+    // The element at `index`; writers use data() or the iterators.
     T get(size_type index) const {
         if (index >= size_) {
             MW_THROW(IndexException, "invalid index ");

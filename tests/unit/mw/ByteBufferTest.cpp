@@ -1,0 +1,167 @@
+#include "mw/ByteBuffer.hpp"
+
+#include <gtest/gtest.h>
+#include <limits>
+#include <string>
+#include <vector>
+
+using mw::ByteBuffer;
+
+namespace {
+
+// Runs `action`, which must throw mw::IndexException from the buffer
+// header's index check, and returns nothing; fails the test otherwise.
+template <class Action> void expectIndexError(Action action) {
+    try {
+        action();
+        FAIL() << "no mw::IndexException";
+    } catch (const mw::IndexException& e) {
+        EXPECT_EQ(e.line(), 241);
+        EXPECT_NE(e.file().find("mw/ByteBuffer.hpp"), std::string::npos) << e.file();
+        EXPECT_NE(e.function().find("get"), std::string::npos) << e.function();
+        const std::string expected =
+            "Error in: " + e.file() + " (241) " + e.function() + ", Description: invalid index ";
+        EXPECT_EQ(std::string(e.what()), expected);
+    }
+}
+
+std::vector<unsigned char> contents(const ByteBuffer& buffer) {
+    return std::vector<unsigned char>(buffer.begin(), buffer.end());
+}
+
+} // namespace
+
+TEST(ByteBuffer, ConstructionGivesExactZeroFilledOrNullStorage) {
+    ByteBuffer empty;
+    EXPECT_TRUE(empty.empty());
+    EXPECT_EQ(empty.data(), nullptr);
+    EXPECT_EQ(ByteBuffer(0).data(), nullptr);
+
+    ByteBuffer sized(5);
+    EXPECT_EQ(contents(sized), std::vector<unsigned char>(5, 0));
+
+    const unsigned char raw[] = {1, 2, 3};
+    ByteBuffer copied(raw, 3);
+    EXPECT_NE(copied.data(), raw);
+    EXPECT_EQ(contents(copied), (std::vector<unsigned char>{1, 2, 3}));
+    EXPECT_EQ(ByteBuffer(std::vector<unsigned char>{1, 2, 3}), copied);
+    EXPECT_EQ((ByteBuffer{1, 2, 3}), copied);
+}
+
+TEST(ByteBuffer, CopiesAreDeepAndMovesLeaveTheSourceEmpty) {
+    ByteBuffer original{0xAA, 0xBB};
+    ByteBuffer copy(original);
+    copy.data()[0] = 0x11;
+    EXPECT_EQ(original.get(0), 0xAA);
+
+    ByteBuffer assigned{9};
+    assigned = original;
+    EXPECT_EQ(assigned, original);
+    EXPECT_NE(assigned.data(), original.data());
+    const ByteBuffer& alias = assigned;
+    assigned = alias;
+    EXPECT_EQ(assigned, original);
+
+    ByteBuffer moved(std::move(copy));
+    EXPECT_EQ(moved.size(), 2u);
+    EXPECT_TRUE(copy.empty());
+    EXPECT_EQ(copy.data(), nullptr);
+
+    assigned = std::move(moved);
+    EXPECT_EQ(contents(assigned), (std::vector<unsigned char>{0x11, 0xBB}));
+    EXPECT_TRUE(moved.empty());
+}
+
+TEST(ByteBuffer, SingleElementAccessChecksTheIndex) {
+    ByteBuffer buffer{1, 2, 3};
+    EXPECT_EQ(buffer.get(2), 3);
+    expectIndexError([&] { buffer.get(3); });
+    expectIndexError([] { ByteBuffer().get(0); });
+}
+
+TEST(ByteBuffer, RangeAccessChecksOffsetPlusLength) {
+    ByteBuffer buffer{1, 2, 3, 4};
+    EXPECT_EQ(buffer.get(1, 2), (ByteBuffer{2, 3}));
+    EXPECT_EQ(buffer.get(0, 4), buffer);
+    EXPECT_TRUE(buffer.get(4, 0).empty());
+    expectIndexError([&] { buffer.get(4, 1); });
+    expectIndexError([&] { buffer.get(5, 0); });
+    expectIndexError([&] { buffer.get(2, 3); });
+    // offset + length wraps around the size type.
+    expectIndexError([&] { buffer.get(2, std::numeric_limits<std::size_t>::max()); });
+}
+
+TEST(ByteBuffer, ResizeKeepsThePrefixAndZeroFillsGrowth) {
+    ByteBuffer buffer{1, 2, 3};
+    buffer.resize(5);
+    EXPECT_EQ(contents(buffer), (std::vector<unsigned char>{1, 2, 3, 0, 0}));
+    buffer.resize(2);
+    EXPECT_EQ(contents(buffer), (std::vector<unsigned char>{1, 2}));
+    const unsigned char* block = buffer.data();
+    buffer.resize(2);
+    EXPECT_EQ(buffer.data(), block);
+    buffer.resize(0);
+    EXPECT_EQ(buffer.data(), nullptr);
+    EXPECT_EQ(buffer.size(), 0u);
+}
+
+TEST(ByteBuffer, InsertPlacesTheRunAtThePosition) {
+    ByteBuffer buffer{1, 5};
+    const unsigned char run[] = {2, 3, 4};
+    buffer.insert(1, run, 3);
+    EXPECT_EQ(buffer, (ByteBuffer{1, 2, 3, 4, 5}));
+    buffer.insert(0, ByteBuffer{0});
+    buffer.append(ByteBuffer{6, 7});
+    buffer.append(8);
+    EXPECT_EQ(buffer, (ByteBuffer{0, 1, 2, 3, 4, 5, 6, 7, 8}));
+    buffer.insert(2, run, 0);
+    EXPECT_EQ(buffer.size(), 9u);
+
+    ByteBuffer empty;
+    empty.append(nullptr, 0);
+    EXPECT_EQ(empty.data(), nullptr);
+
+    EXPECT_THROW(buffer.insert(10, run, 1), mw::IndexException);
+}
+
+TEST(ByteBuffer, InsertingPartOfItselfReadsTheOldContents) {
+    ByteBuffer buffer{1, 2, 3};
+    buffer.append(buffer);
+    EXPECT_EQ(buffer, (ByteBuffer{1, 2, 3, 1, 2, 3}));
+    buffer.insert(1, buffer.data() + 4, 2);
+    EXPECT_EQ(buffer, (ByteBuffer{1, 2, 3, 2, 3, 1, 2, 3}));
+}
+
+TEST(ByteBuffer, EqualityComparesSizeAndContents) {
+    EXPECT_EQ(ByteBuffer(), ByteBuffer(0));
+    EXPECT_NE((ByteBuffer{1, 2}), (ByteBuffer{1, 2, 0}));
+    EXPECT_NE((ByteBuffer{1, 2}), (ByteBuffer{1, 3}));
+}
+
+TEST(CleanUpAllocPolicy, RefusesSizesBeyondTheAddressableMaximum) {
+    // For bytes every size is allowed; wider elements make the check reachable.
+    mw::detail::CleanUpAllocPolicy<std::uint32_t, 64> policy;
+    try {
+        policy.assertSize(std::numeric_limits<std::size_t>::max());
+        FAIL() << "no mw::IllegalArgumentException";
+    } catch (const mw::IllegalArgumentException& e) {
+        EXPECT_EQ(e.line(), 71);
+        EXPECT_NE(e.file().find("mw/ByteBuffer.hpp"), std::string::npos);
+        const std::string what = e.what();
+        const std::string description =
+            "Description: Invalid argument \"size\". Value is bigger as possible max_size";
+        EXPECT_EQ(what.substr(what.size() - description.size()), description);
+    }
+    EXPECT_NO_THROW(policy.assertSize(policy.max_size()));
+}
+
+TEST(CleanUpAllocPolicy, ReportsExhaustedMemoryAsBadAlloc) {
+    mw::detail::CleanUpAllocPolicy<unsigned char, 64> policy;
+    EXPECT_EQ(policy.allocate(0), nullptr);
+    try {
+        ByteBuffer impossible(std::numeric_limits<std::size_t>::max() / 2);
+        FAIL() << "allocated " << impossible.size() << " bytes";
+    } catch (const std::bad_alloc& e) {
+        EXPECT_STREQ(e.what(), "CleanUpAllocPolicy: Allocating memory failed!");
+    }
+}

@@ -1,0 +1,121 @@
+// The trace back end reads P15_TRACE once per process, so every case runs
+// its traced work in a forked child with its own environment and stderr.
+#include "mw/Log.hpp"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <regex>
+#include <sstream>
+#include <stdexcept>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+struct Engine {};
+
+std::string temporaryPath(const char* name) {
+    return ::testing::TempDir() + name + std::to_string(getpid());
+}
+
+std::string readFile(const std::string& path) {
+    std::ifstream in(path);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+// A traced operation that calls a nested one, which fails.
+void tracedWork() {
+    mw::Log outer(typeid(Engine), "void Engine::sign()");
+    outer.addParamOut("verified", true);
+    outer.addParamOut("mode", "raw");
+    try {
+        mw::Log inner(typeid(int), "inner");
+        inner.addParamOut("WT: ", std::string("250"));
+        throw std::runtime_error("card removed");
+    } catch (const std::runtime_error&) {
+    }
+}
+
+// Runs tracedWork in a child with P15_TRACE set to `setting` (unset when
+// null) and returns what the child wrote to stderr.
+std::string runTraced(const char* setting) {
+    const std::string errPath = temporaryPath("p15-log-stderr-");
+    const pid_t child = fork();
+    if (child == 0) {
+        const int err = open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        dup2(err, STDERR_FILENO);
+        if (setting != nullptr) {
+            setenv("P15_TRACE", setting, 1);
+        } else {
+            unsetenv("P15_TRACE");
+        }
+        tracedWork();
+        std::fflush(stderr);
+        _exit(0);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    std::string err = readFile(errPath);
+    std::remove(errPath.c_str());
+    return err;
+}
+
+// The offset just past the `count`-th line of `text`.
+std::size_t endOfLine(const std::string& text, int count) {
+    std::size_t end = 0;
+    for (int line = 0; line < count && end != std::string::npos; ++line) {
+        end = text.find('\n', end);
+        end = end == std::string::npos ? end : end + 1;
+    }
+    return std::min(end, text.size());
+}
+
+void expectNestedTrace(const std::string& trace) {
+    const std::regex expected("p15 > void Engine::sign\\(\\) \\[.*Engine\\]\n"
+                              "p15   > inner \\[int\\]\n"
+                              "p15   < inner \\([0-9]+\\.[0-9]{3} ms\\) threw WT=250\n"
+                              "p15 < void Engine::sign\\(\\) \\([0-9]+\\.[0-9]{3} ms\\) "
+                              "verified=true mode=raw\n");
+    EXPECT_TRUE(std::regex_match(trace, expected)) << trace;
+}
+
+} // namespace
+
+TEST(Log, SilentWhenP15TraceIsUnsetOrEmpty) {
+    EXPECT_EQ(runTraced(nullptr), "");
+    EXPECT_EQ(runTraced(""), "");
+}
+
+TEST(Log, WritesNestedEntriesWithTimesToAFile) {
+    const std::string path = temporaryPath("p15-trace-");
+    std::remove(path.c_str());
+    EXPECT_EQ(runTraced(path.c_str()), "");
+    expectNestedTrace(readFile(path));
+
+    // A second process (a host next to its plugin) appends to the same file.
+    runTraced(path.c_str());
+    const std::string twice = readFile(path);
+    const std::size_t secondTrace = endOfLine(twice, 4);
+    expectNestedTrace(twice.substr(0, secondTrace));
+    expectNestedTrace(twice.substr(secondTrace));
+    std::remove(path.c_str());
+}
+
+TEST(Log, WritesToStderrWhenAsked) {
+    expectNestedTrace(runTraced("stderr"));
+}
+
+TEST(Log, UnwritableFileIsReportedAndTracingStaysOff) {
+    const std::string err = runTraced("/nonexistent-dir/trace.log");
+    EXPECT_NE(err.find("P15_TRACE: cannot open trace file /nonexistent-dir/trace.log"),
+              std::string::npos)
+        << err;
+    EXPECT_EQ(err.find("Engine::sign"), std::string::npos) << err;
+}
