@@ -1,0 +1,18 @@
+#ifndef HOST_ISO7816_CARDRANDOM_HPP
+#define HOST_ISO7816_CARDRANDOM_HPP
+
+#include "card/service/ICryptographyService.hpp"
+
+namespace host {
+namespace iso7816 {
+
+// Random bytes from GET CHALLENGE, at most 256 per command.
+class CardRandom : public card::service::ICardRandom {
+public:
+    mw::ByteBuffer generate(const card::IChannel& channel, std::size_t count) override;
+};
+
+} // namespace iso7816
+} // namespace host
+
+#endif

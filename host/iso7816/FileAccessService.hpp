@@ -1,0 +1,36 @@
+#ifndef HOST_ISO7816_FILEACCESSSERVICE_HPP
+#define HOST_ISO7816_FILEACCESSSERVICE_HPP
+
+#include "card/service/IFileAccessService.hpp"
+#include "host/iso7816/FileSelection.hpp"
+
+#include <boost/shared_ptr.hpp>
+
+namespace host {
+namespace iso7816 {
+
+// READ BINARY, SELECT and UPDATE BINARY on transparent EFs. Reads move at
+// most 256 bytes per command (Le 00); an update goes out as one command,
+// chained when it exceeds 255 bytes, so the card stores it in one step.
+class FileAccessService : public card::service::IFileAccessService {
+public:
+    explicit FileAccessService(boost::shared_ptr<FileSelection> selection);
+
+    mw::ByteBuffer read(const card::IChannel& channel, std::size_t offset,
+                        std::size_t length) const override;
+    void select(const card::IChannel& channel, const mw::ByteBuffer& fileIdOrPath) const override;
+    void update(const card::IChannel& channel, std::size_t offset,
+                const mw::ByteBuffer& data) const override;
+    std::size_t size(const card::IChannel& channel) const override;
+
+private:
+    mw::ByteBuffer readChunk(const card::IChannel& channel, std::size_t offset,
+                             std::size_t length) const;
+
+    boost::shared_ptr<FileSelection> selection_;
+};
+
+} // namespace iso7816
+} // namespace host
+
+#endif

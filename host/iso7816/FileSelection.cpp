@@ -1,0 +1,129 @@
+#include "host/iso7816/FileSelection.hpp"
+
+#include "card/CardException.hpp"
+#include "host/iso7816/IsoCommand.hpp"
+#include "mw/Exception.hpp"
+
+#include <algorithm>
+
+namespace host {
+namespace iso7816 {
+
+namespace {
+
+const char* const selectName = "Select";
+constexpr unsigned char selectIns = 0xA4;
+constexpr unsigned char byDfName = 0x04;
+constexpr unsigned char byFileId = 0x00;
+constexpr unsigned char byPathFromMf = 0x08;
+constexpr unsigned char answerFcp = 0x04;
+constexpr unsigned char answerNothing = 0x0C;
+constexpr std::size_t fullAnswer = 256;
+
+bool startsWith(const mw::ByteBuffer& path, unsigned char high, unsigned char low) {
+    return path.size() >= 2 && path.get(0) == high && path.get(1) == low;
+}
+
+bool startsWith(const mw::ByteBuffer& path, const mw::ByteBuffer& prefix) {
+    return path.size() >= prefix.size() && std::equal(prefix.begin(), prefix.end(), path.begin());
+}
+
+mw::ByteBuffer withoutFirstFileId(const mw::ByteBuffer& path) {
+    return path.get(2, path.size() - 2);
+}
+
+} // namespace
+
+mw::ByteBuffer parentPath(const mw::ByteBuffer& absolutePath) {
+    return absolutePath.get(0, absolutePath.size() - 2);
+}
+
+mw::ByteBuffer lastFileId(const mw::ByteBuffer& absolutePath) {
+    return absolutePath.get(absolutePath.size() - 2, 2);
+}
+
+void FileSelection::selectApplication(const card::IChannel& channel, const mw::ByteBuffer& aid) {
+    currentDf_.reset();
+    currentFile_.reset();
+    Fcp fcp = Fcp::parse(IsoCommand(selectName, selectIns, byDfName, answerFcp)
+                             .withData(aid)
+                             .expecting(fullAnswer)
+                             .execute(channel));
+    if (!fcp.isDf() || fcp.fileId.empty()) {
+        CARD_THROW(card::InvalidDataException()
+                   << card::Command(selectName)
+                   << card::ErrorText("application FCP names no DF file identifier"));
+    }
+    applicationDf_ = fcp.fileId;
+    currentDf_ = fcp.fileId;
+    currentFile_ = std::move(fcp);
+}
+
+mw::ByteBuffer FileSelection::sendSelectCommand(const card::IChannel& channel,
+                                                const mw::ByteBuffer& absolutePath, bool wantFcp) {
+    // Forget first: after a failure the card's selection is not known.
+    currentDf_.reset();
+    currentFile_.reset();
+    const bool isMf = absolutePath.empty();
+    IsoCommand select(selectName, selectIns, isMf ? byFileId : byPathFromMf,
+                      wantFcp ? answerFcp : answerNothing);
+    select.withData(isMf ? mw::ByteBuffer{0x3F, 0x00} : absolutePath);
+    if (wantFcp) {
+        select.expecting(fullAnswer);
+    }
+    return select.execute(channel);
+}
+
+const Fcp& FileSelection::select(const card::IChannel& channel, const mw::ByteBuffer& path) {
+    const mw::ByteBuffer absolute = absolutePath(path);
+    Fcp fcp = Fcp::parse(sendSelectCommand(channel, absolute, true));
+    currentDf_ = fcp.isDf() ? absolute : parentPath(absolute);
+    currentFile_ = std::move(fcp);
+    return *currentFile_;
+}
+
+void FileSelection::selectDf(const card::IChannel& channel, const mw::ByteBuffer& absolutePath) {
+    sendSelectCommand(channel, absolutePath, false);
+    currentDf_ = absolutePath;
+}
+
+void FileSelection::enterApplication(const card::IChannel& channel) {
+    if (!applicationDf_ || (currentDf_ && startsWith(*currentDf_, *applicationDf_))) {
+        return;
+    }
+    selectDf(channel, *applicationDf_);
+}
+
+mw::ByteBuffer FileSelection::absolutePath(const mw::ByteBuffer& path) const {
+    if (path.empty() || path.size() % 2 != 0) {
+        MW_THROW(mw::IllegalArgumentException, "a path is a non-empty run of 2-byte file ids");
+    }
+    if (startsWith(path, 0x3F, 0x00)) {
+        return withoutFirstFileId(path);
+    }
+    mw::ByteBuffer absolute = applicationDf();
+    absolute.append(startsWith(path, 0x3F, 0xFF) ? withoutFirstFileId(path) : path);
+    return absolute;
+}
+
+const mw::ByteBuffer& FileSelection::applicationDf() const {
+    if (!applicationDf_) {
+        CARD_THROW(card::CardException() << card::ErrorText("no application selected on the card"));
+    }
+    return *applicationDf_;
+}
+
+const Fcp& FileSelection::currentFile() const {
+    if (!currentFile_) {
+        CARD_THROW(card::CardException() << card::ErrorText("no file selected"));
+    }
+    return *currentFile_;
+}
+
+void FileSelection::created(const mw::ByteBuffer& parentDf, Fcp fcp) {
+    currentDf_ = parentDf;
+    currentFile_ = std::move(fcp);
+}
+
+} // namespace iso7816
+} // namespace host

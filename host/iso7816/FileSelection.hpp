@@ -1,0 +1,61 @@
+#ifndef HOST_ISO7816_FILESELECTION_HPP
+#define HOST_ISO7816_FILESELECTION_HPP
+
+#include "host/iso7816/Fcp.hpp"
+#include "mw/ByteBuffer.hpp"
+
+#include <optional>
+
+namespace card {
+class IChannel;
+}
+
+namespace host {
+namespace iso7816 {
+
+// What the host knows about the card's selection, shared by the services of
+// one card: the application DF (learned from SELECT by DF name), the current
+// DF and the FCP of the last file selected with an answer, so that reading
+// a whole file right after selecting it costs no extra command.
+//
+// Paths are handled as absolute paths from the MF without 3F00: a path that
+// starts with 3F00 is taken from the MF; a bare file identifier, a path
+// starting with 3FFF and any other relative path from the application DF.
+class FileSelection {
+public:
+    // SELECT by DF name; records the application DF and its FCP.
+    void selectApplication(const card::IChannel& channel, const mw::ByteBuffer& aid);
+    // SELECT by path with the FCP in the answer; the FCP is remembered.
+    const Fcp& select(const card::IChannel& channel, const mw::ByteBuffer& path);
+    // SELECT of a DF by absolute path, without an answer.
+    void selectDf(const card::IChannel& channel, const mw::ByteBuffer& absolutePath);
+    // Makes the application DF current unless the current DF lies in it
+    // already (the card looks key files up from the current DF upwards).
+    void enterApplication(const card::IChannel& channel);
+
+    mw::ByteBuffer absolutePath(const mw::ByteBuffer& path) const;
+    const mw::ByteBuffer& applicationDf() const;
+
+    // The FCP of the current file, when it came from a SELECT.
+    const Fcp& currentFile() const;
+    // A file was created under `parentDf` and is now current.
+    void created(const mw::ByteBuffer& parentDf, Fcp fcp);
+
+private:
+    mw::ByteBuffer sendSelectCommand(const card::IChannel& channel,
+                                     const mw::ByteBuffer& absolutePath, bool wantFcp);
+
+    std::optional<mw::ByteBuffer> applicationDf_;
+    std::optional<mw::ByteBuffer> currentDf_;
+    std::optional<Fcp> currentFile_;
+};
+
+// `path` without its last file identifier.
+mw::ByteBuffer parentPath(const mw::ByteBuffer& absolutePath);
+// The last file identifier of `path`.
+mw::ByteBuffer lastFileId(const mw::ByteBuffer& absolutePath);
+
+} // namespace iso7816
+} // namespace host
+
+#endif

@@ -1,0 +1,165 @@
+#include "host/iso7816/IsoCommand.hpp"
+
+#include "card/Apdu.hpp"
+#include "card/CardException.hpp"
+#include "card/IChannel.hpp"
+
+#include <boost/exception/get_error_info.hpp>
+
+namespace host {
+namespace iso7816 {
+
+namespace {
+
+constexpr unsigned char claLast = 0x00;
+constexpr unsigned char claChained = 0x10;
+constexpr std::size_t maxShortData = 255;
+// A hostile card must not keep the host collecting forever: the longest
+// answer the profile knows (a 64 KiB extended read) fits in this many rounds.
+constexpr int maxGetResponses = 257;
+const char* const getResponseName = "Get Response";
+
+unsigned char sw1(unsigned short sw) {
+    return static_cast<unsigned char>(sw >> 8);
+}
+
+// SW2 of 61xx and 6Cxx as a length; 00 stands for 256.
+std::size_t lengthOf(unsigned short sw) {
+    return (sw & 0xFF) == 0 ? 256 : (sw & 0xFF);
+}
+
+Response transmit(const card::IChannel& channel, const mw::ByteBuffer& bytes, const char* name) {
+    boost::shared_ptr<mw::ByteBuffer> answer;
+    try {
+        answer = channel.transport(0).transmit(card::Apdu(bytes));
+    } catch (card::CardException& e) {
+        // Transports do not know which command they carried.
+        if (boost::get_error_info<card::Command>(e) == nullptr) {
+            e << card::Command(name);
+        }
+        throw;
+    }
+    if (!answer || answer->size() < 2) {
+        CARD_THROW(card::InvalidDataException()
+                   << card::Command(name)
+                   << card::ErrorText("card answer shorter than a status word"));
+    }
+    const std::size_t length = answer->size() - 2;
+    Response response;
+    response.sw = static_cast<unsigned short>((answer->get(length) << 8) | answer->get(length + 1));
+    response.data = answer->get(0, length);
+    return response;
+}
+
+// Sends the APDU that `build` makes for an expected length, and once more
+// with the length the card asks for when it answers 6Cxx.
+template <class Build>
+Response transmitWithLeRetry(const card::IChannel& channel, const Build& build, std::size_t ne,
+                             const char* name) {
+    Response response = transmit(channel, build(ne), name);
+    if (sw1(response.sw) == 0x6C) {
+        response = transmit(channel, build(lengthOf(response.sw)), name);
+    }
+    return response;
+}
+
+mw::ByteBuffer getResponseApdu(std::size_t ne) {
+    return mw::ByteBuffer{0x00, 0xC0, 0x00, 0x00, static_cast<unsigned char>(ne)};
+}
+
+// Fetches the rest of a long answer while the card signals 61xx.
+void collectRemainder(const card::IChannel& channel, Response& response) {
+    for (int round = 0; sw1(response.sw) == 0x61; ++round) {
+        if (round == maxGetResponses) {
+            CARD_THROW(card::InvalidDataException() << card::Command(getResponseName)
+                                                    << card::ErrorText("card answer does not end"));
+        }
+        Response next =
+            transmitWithLeRetry(channel, getResponseApdu, lengthOf(response.sw), getResponseName);
+        if (next.sw != 0x9000 && sw1(next.sw) != 0x61) {
+            throwStatus(getResponseName, next.sw);
+        }
+        response.data.append(next.data);
+        response.sw = next.sw;
+    }
+}
+
+} // namespace
+
+void throwStatus(const char* command, unsigned short sw) {
+    CARD_THROW(card::CardException() << card::Command(command) << card::StatusCode(sw));
+}
+
+IsoCommand::IsoCommand(const char* name, unsigned char ins, unsigned char p1, unsigned char p2)
+    : name_(name)
+    , ins_(ins)
+    , p1_(p1)
+    , p2_(p2) {}
+
+IsoCommand& IsoCommand::withData(mw::ByteBuffer data) {
+    data_ = std::move(data);
+    return *this;
+}
+
+IsoCommand& IsoCommand::expecting(std::size_t ne) {
+    ne_ = ne;
+    return *this;
+}
+
+mw::ByteBuffer IsoCommand::apdu(unsigned char cla, std::size_t offset, std::size_t length,
+                                std::size_t ne) const {
+    mw::ByteBuffer bytes{cla, ins_, p1_, p2_};
+    if (length != 0) {
+        bytes.append(static_cast<unsigned char>(length));
+        bytes.append(data_.data() + offset, length);
+    }
+    if (ne != 0) {
+        bytes.append(static_cast<unsigned char>(ne)); // 256 is written as 00
+    }
+    return bytes;
+}
+
+void IsoCommand::sendChainedParts(const card::IChannel& channel) const {
+    for (std::size_t offset = 0; data_.size() - offset > maxShortData; offset += maxShortData) {
+        Response part = transmit(channel, apdu(claChained, offset, maxShortData, 0), name_);
+        if (part.sw != 0x9000) {
+            throwStatus(name_, part.sw);
+        }
+    }
+}
+
+Response IsoCommand::sendFinalPart(const card::IChannel& channel) const {
+    const std::size_t remainder = data_.size() % maxShortData;
+    const std::size_t length = remainder == 0 ? std::min(data_.size(), maxShortData) : remainder;
+    const std::size_t offset = data_.size() - length;
+    const auto build = [&](std::size_t ne) { return apdu(claLast, offset, length, ne); };
+    return transmitWithLeRetry(channel, build, ne_, name_);
+}
+
+Response IsoCommand::send(const card::IChannel& channel) const {
+    sendChainedParts(channel);
+    Response response = sendFinalPart(channel);
+    collectRemainder(channel, response);
+    return response;
+}
+
+mw::ByteBuffer IsoCommand::execute(const card::IChannel& channel) const {
+    Response response = send(channel);
+    if (response.sw != 0x9000) {
+        throwStatus(name_, response.sw);
+    }
+    return std::move(response.data);
+}
+
+mw::ByteBuffer IsoCommand::executeExact(const card::IChannel& channel) const {
+    mw::ByteBuffer data = execute(channel);
+    if (data.size() != ne_) {
+        CARD_THROW(card::InvalidDataException()
+                   << card::Command(name_)
+                   << card::ErrorText("card answered another length than asked for"));
+    }
+    return data;
+}
+
+} // namespace iso7816
+} // namespace host

@@ -1,0 +1,65 @@
+#ifndef HOST_ISO7816_ISOCOMMAND_HPP
+#define HOST_ISO7816_ISOCOMMAND_HPP
+
+#include "mw/ByteBuffer.hpp"
+
+#include <cstddef>
+
+namespace card {
+class IChannel;
+}
+
+namespace host {
+namespace iso7816 {
+
+// A card's answer with the status word split off.
+struct Response {
+    mw::ByteBuffer data;
+    unsigned short sw = 0;
+};
+
+// One ISO 7816-4 command as the card layer means it, before it is cut into
+// short APDUs: data over 255 bytes goes out as a command chain, an answer
+// over 256 bytes comes back through GET RESPONSE (61xx), and a wrong Le
+// (6Cxx) is repeated with the length the card names. The data may be a
+// secret; it lives only in wiping buffers.
+class IsoCommand {
+public:
+    // `name` (a string literal) names the command in card exceptions.
+    IsoCommand(const char* name, unsigned char ins, unsigned char p1, unsigned char p2);
+
+    IsoCommand& withData(mw::ByteBuffer data);
+    // Expected answer length, 1..256.
+    IsoCommand& expecting(std::size_t ne);
+
+    // Sends the command; the status word is the caller's to judge.
+    Response send(const card::IChannel& channel) const;
+    // Sends the command; any status word but 9000 is a card::CardException.
+    mw::ByteBuffer execute(const card::IChannel& channel) const;
+    // As execute, and an answer of another length than expected is a
+    // card::InvalidDataException.
+    mw::ByteBuffer executeExact(const card::IChannel& channel) const;
+
+    const char* name() const { return name_; }
+
+private:
+    mw::ByteBuffer apdu(unsigned char cla, std::size_t offset, std::size_t length,
+                        std::size_t ne) const;
+    void sendChainedParts(const card::IChannel& channel) const;
+    Response sendFinalPart(const card::IChannel& channel) const;
+
+    const char* name_;
+    unsigned char ins_;
+    unsigned char p1_;
+    unsigned char p2_;
+    mw::ByteBuffer data_;
+    std::size_t ne_ = 0;
+};
+
+// card::CardException naming the command and carrying the status word.
+[[noreturn]] void throwStatus(const char* command, unsigned short sw);
+
+} // namespace iso7816
+} // namespace host
+
+#endif

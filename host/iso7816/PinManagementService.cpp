@@ -1,0 +1,101 @@
+#include "host/iso7816/PinManagementService.hpp"
+
+#include "card/IChannel.hpp"
+#include "host/iso7816/IsoCommand.hpp"
+
+namespace host {
+namespace iso7816 {
+
+namespace {
+
+using card::service::PinInfo;
+using card::service::PinReference;
+
+const char* const verifyName = "Verify";
+const char* const changeName = "Change Reference Data";
+const char* const resetName = "Reset Retry Counter";
+constexpr unsigned char verifyIns = 0x20;
+constexpr unsigned char changeIns = 0x24;
+constexpr unsigned char resetIns = 0x2C;
+constexpr unsigned char resetWithNewValue = 0x00;
+constexpr unsigned char resetTriesOnly = 0x01;
+constexpr unsigned char logOut = 0xFF;
+constexpr unsigned short blocked = 0x6983;
+
+mw::ByteBuffer joined(const mw::ByteBuffer& first, const mw::ByteBuffer& second) {
+    mw::ByteBuffer both = first;
+    both.append(second);
+    return both;
+}
+
+} // namespace
+
+PinManagementService::PinManagementService(boost::shared_ptr<FileSelection> selection)
+    : selection_(std::move(selection)) {}
+
+void PinManagementService::enterPinDf(const card::IChannel& channel,
+                                      const PinReference& pin) const {
+    if (!pin.path.empty()) {
+        selection_->selectDf(channel, selection_->absolutePath(pin.path));
+    }
+}
+
+mw::ByteBuffer PinManagementService::run(const card::IChannel& channel, const PinReference& pin,
+                                         const char* name, unsigned char ins, unsigned char p1,
+                                         mw::ByteBuffer data) const {
+    card::Transaction transaction(channel);
+    enterPinDf(channel, pin);
+    return IsoCommand(name, ins, p1, pin.reference).withData(std::move(data)).execute(channel);
+}
+
+void PinManagementService::authenticate(const card::IChannel& channel, const PinReference& pin,
+                                        const mw::ByteBuffer& value) const {
+    run(channel, pin, verifyName, verifyIns, 0x00, value);
+}
+
+void PinManagementService::change(const card::IChannel& channel, const PinReference& pin,
+                                  const mw::ByteBuffer& newValue,
+                                  const mw::ByteBuffer& oldValue) const {
+    run(channel, pin, changeName, changeIns, 0x00, joined(oldValue, newValue));
+}
+
+void PinManagementService::unblock(const card::IChannel& channel, const PinReference& pin,
+                                   const mw::ByteBuffer& unblockingValue) const {
+    run(channel, pin, resetName, resetIns, resetTriesOnly, unblockingValue);
+}
+
+void PinManagementService::unblockAndChange(const card::IChannel& channel, const PinReference& pin,
+                                            const mw::ByteBuffer& unblockingValue,
+                                            const mw::ByteBuffer& newValue) const {
+    run(channel, pin, resetName, resetIns, resetWithNewValue, joined(unblockingValue, newValue));
+}
+
+void PinManagementService::deauthenticate(const card::IChannel& channel,
+                                          const PinReference& pin) const {
+    run(channel, pin, verifyName, verifyIns, logOut, {});
+}
+
+PinInfo PinManagementService::getPinInfo(const card::IChannel& channel,
+                                         const PinReference& pin) const {
+    card::Transaction transaction(channel);
+    enterPinDf(channel, pin);
+    // VERIFY without data asks for the state and costs no try.
+    const unsigned short sw =
+        IsoCommand(verifyName, verifyIns, 0x00, pin.reference).send(channel).sw;
+    PinInfo info;
+    if (sw == 0x9000) {
+        info.state = PinInfo::Verified;
+    } else if (sw == blocked) {
+        info.state = PinInfo::Blocked;
+        info.triesLeft = 0;
+    } else if ((sw & 0xFFF0) == 0x63C0) {
+        info.state = PinInfo::NotVerified;
+        info.triesLeft = sw & 0x0F;
+    } else {
+        throwStatus(verifyName, sw);
+    }
+    return info;
+}
+
+} // namespace iso7816
+} // namespace host

@@ -1,0 +1,63 @@
+#include "host/iso7816/RsaCardOperation.hpp"
+
+#include "card/IChannel.hpp"
+#include "host/iso7816/IsoCommand.hpp"
+#include "host/iso7816/RsaAlgorithm.hpp"
+#include "mw/Exception.hpp"
+
+namespace host {
+namespace iso7816 {
+
+namespace {
+
+constexpr unsigned char signatureTemplate = 0xB6;
+constexpr unsigned char decipherTemplate = 0xB8;
+constexpr unsigned char keyReferenceTag = 0x84;
+constexpr unsigned char algorithmTag = 0x80;
+constexpr unsigned char pkcs1v15 = 0x01;
+constexpr unsigned char paddingIndicator = 0x00;
+constexpr std::size_t fullAnswer = 256;
+
+} // namespace
+
+RsaCardOperation::RsaCardOperation(boost::shared_ptr<FileSelection> selection)
+    : selection_(std::move(selection)) {}
+
+void RsaCardOperation::init(const card::IChannel& channel, const card::service::KeyRef& key,
+                            int mode) {
+    if (mode != Sign && mode != Decipher) {
+        MW_THROW(mw::IllegalArgumentException, "mode is neither sign nor decipher");
+    }
+    card::Transaction transaction(channel);
+    selection_->enterApplication(channel);
+    IsoCommand("Manage Security Environment", 0x22, 0x41,
+               mode == Sign ? signatureTemplate : decipherTemplate)
+        .withData({keyReferenceTag, 0x01, key.keyReference, algorithmTag, 0x01, pkcs1v15})
+        .execute(channel);
+}
+
+const std::string& RsaCardOperation::getAlgorithm() const {
+    return rsaEncryptionOid;
+}
+
+mw::ByteBuffer RsaCardOperation::sign(const card::IChannel& channel, const mw::ByteBuffer& data) {
+    card::Transaction transaction(channel);
+    return IsoCommand("Compute Digital Signature", 0x2A, 0x9E, 0x9A)
+        .withData(data)
+        .expecting(fullAnswer)
+        .execute(channel);
+}
+
+mw::ByteBuffer RsaCardOperation::decipher(const card::IChannel& channel,
+                                          const mw::ByteBuffer& data) {
+    mw::ByteBuffer cryptogram{paddingIndicator};
+    cryptogram.append(data);
+    card::Transaction transaction(channel);
+    return IsoCommand("Decipher", 0x2A, 0x80, 0x86)
+        .withData(std::move(cryptogram))
+        .expecting(fullAnswer)
+        .execute(channel);
+}
+
+} // namespace iso7816
+} // namespace host

@@ -1,0 +1,31 @@
+#ifndef HOST_ISO7816_RSACARDOPERATION_HPP
+#define HOST_ISO7816_RSACARDOPERATION_HPP
+
+#include "card/service/ICryptographyService.hpp"
+#include "host/iso7816/FileSelection.hpp"
+
+#include <boost/shared_ptr.hpp>
+
+namespace host {
+namespace iso7816 {
+
+// RSA PKCS#1 v1.5 with a private key on the card: MANAGE SECURITY
+// ENVIRONMENT binds the key, PSO COMPUTE DIGITAL SIGNATURE or PSO DECIPHER
+// uses it. The card does the padding in both directions.
+class RsaCardOperation : public card::service::ICardSignature, public card::service::ICardCipher {
+public:
+    explicit RsaCardOperation(boost::shared_ptr<FileSelection> selection);
+
+    void init(const card::IChannel& channel, const card::service::KeyRef& key, int mode) override;
+    const std::string& getAlgorithm() const override;
+    mw::ByteBuffer sign(const card::IChannel& channel, const mw::ByteBuffer& data) override;
+    mw::ByteBuffer decipher(const card::IChannel& channel, const mw::ByteBuffer& data) override;
+
+private:
+    boost::shared_ptr<FileSelection> selection_;
+};
+
+} // namespace iso7816
+} // namespace host
+
+#endif

@@ -1,0 +1,101 @@
+#include "host/pcsc/PcscTransport.hpp"
+
+#include "card/Apdu.hpp"
+#include "host/pcsc/PcscError.hpp"
+
+#include <PCSC/pcsclite.h>
+#include <boost/make_shared.hpp>
+
+namespace host {
+
+namespace {
+
+constexpr DWORD anyProtocol = SCARD_PROTOCOL_T0 | SCARD_PROTOCOL_T1;
+
+void check(LONG rv) {
+    if (rv != SCARD_S_SUCCESS) {
+        throwPcscError(rv);
+    }
+}
+
+} // namespace
+
+PcscTransport::PcscTransport(std::shared_ptr<const PcscContext> context, std::string reader)
+    : context_(std::move(context))
+    , reader_(std::move(reader)) {
+    check(SCardConnect(context_->handle(), reader_.c_str(), SCARD_SHARE_SHARED, anyProtocol, &card_,
+                       &protocol_));
+}
+
+PcscTransport::~PcscTransport() {
+    if (transactionDepth_ > 0) {
+        SCardEndTransaction(card_, SCARD_LEAVE_CARD);
+    }
+    SCardDisconnect(card_, SCARD_LEAVE_CARD);
+}
+
+void PcscTransport::reconnect() const {
+    check(SCardReconnect(card_, SCARD_SHARE_SHARED, anyProtocol, SCARD_LEAVE_CARD, &protocol_));
+    // The reset ended the transaction this transport held.
+    if (transactionDepth_ > 0) {
+        check(SCardBeginTransaction(card_));
+    }
+}
+
+template <class Call> void PcscTransport::callWithReconnect(const Call& call) const {
+    LONG rv = call();
+    if (rv == SCARD_W_RESET_CARD) {
+        reconnect();
+        rv = call();
+    }
+    check(rv);
+}
+
+mw::ByteBuffer PcscTransport::getAtr() const {
+    mw::ByteBuffer atr(MAX_ATR_SIZE);
+    DWORD atrLength = MAX_ATR_SIZE;
+    DWORD state = 0;
+    DWORD protocol = 0;
+    DWORD readerLength = 0;
+    callWithReconnect([&] {
+        atrLength = MAX_ATR_SIZE;
+        readerLength = 0;
+        return SCardStatus(card_, nullptr, &readerLength, &state, &protocol, atr.data(),
+                           &atrLength);
+    });
+    atr.resize(atrLength);
+    return atr;
+}
+
+boost::shared_ptr<mw::ByteBuffer> PcscTransport::transmit(const card::Apdu& command) const {
+    auto response = boost::make_shared<mw::ByteBuffer>(MAX_BUFFER_SIZE);
+    DWORD responseLength = 0;
+    callWithReconnect([&] {
+        const SCARD_IO_REQUEST* pci = protocol_ == SCARD_PROTOCOL_T0 ? SCARD_PCI_T0 : SCARD_PCI_T1;
+        responseLength = MAX_BUFFER_SIZE;
+        return SCardTransmit(card_, pci, command.bytes().data(),
+                             static_cast<DWORD>(command.bytes().size()), nullptr, response->data(),
+                             &responseLength);
+    });
+    response->resize(responseLength);
+    return response;
+}
+
+void PcscTransport::beginTransaction() const {
+    if (transactionDepth_ == 0) {
+        callWithReconnect([&] { return SCardBeginTransaction(card_); });
+    }
+    ++transactionDepth_;
+}
+
+void PcscTransport::endTransaction() const {
+    if (transactionDepth_ == 0) {
+        return;
+    }
+    if (--transactionDepth_ == 0) {
+        // Runs from destructors: a card that went away already ended it.
+        SCardEndTransaction(card_, SCARD_LEAVE_CARD);
+    }
+}
+
+} // namespace host
