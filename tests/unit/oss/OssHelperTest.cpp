@@ -1,0 +1,135 @@
+#include "TestUtil.hpp"
+
+#include "app/SecurityConditions.hpp"
+#include "app/pkcs15/oss/OssHelper.hpp"
+
+#include <boost/make_shared.hpp>
+
+namespace {
+
+using app::pkcs15::oss::OssHelper;
+
+std::string errorText(const std::function<void()>& call) {
+    try {
+        call();
+    } catch (const app::ApplicationException& e) {
+        return *boost::get_error_info<app::ErrorText>(e);
+    }
+    return "no exception";
+}
+
+app::SecurityConditionPtr pin(std::uint8_t id) {
+    return boost::make_shared<app::AuthIdSecurityCondition>(std::vector<std::uint8_t>{id});
+}
+
+// Renders an application condition tree, so that trees compare as text.
+class Printer : public app::ISecurityConditionVisitor {
+public:
+    void visit(const app::AndSecurityCondition& c) override { list("and", c.getOperands()); }
+    void visit(const app::OrSecurityCondition& c) override { list("or", c.getOperands()); }
+    void visit(const app::NotSecurityCondition& c) override { list("not", {c.getOperand()}); }
+    void visit(const app::AuthIdSecurityCondition& c) override {
+        for (std::uint8_t byte : c.getAuthId()) {
+            out += std::to_string(byte) + ' ';
+        }
+    }
+    void visit(const app::AlwaysSecurityCondition&) override { out += "always"; }
+    void visit(const app::NeverSecurityCondition&) override { out += "never"; }
+    std::string out;
+
+private:
+    void list(const char* name, const app::SecurityConditionList& operands) {
+        out += std::string(name) + "(";
+        for (const auto& operand : operands) {
+            operand->accept(*this);
+        }
+        out += ")";
+    }
+};
+
+std::string print(const app::ISecurityCondition& condition) {
+    Printer printer;
+    condition.accept(printer);
+    return printer.out;
+}
+
+std::vector<oss::AccessControlRule> rulesOf(const std::string& der) {
+    return decodeAll<oss::CommonObjectAttributes>(hex(der)).accessControlRules.value();
+}
+
+TEST(OssHelperTest, decodesModesAndNestedConditions) {
+    // read+update+execute: and(authId 01, not(or(authId 02, authId 03))).
+    const auto value = rulesOf("3017 3015 3013 030205E0 A10D 040101 A008 A206 040102 040103");
+    std::vector<app::AccessControlRule> rules;
+    OssHelper::decodeAccessControlRules(value, rules);
+    ASSERT_EQ(rules.size(), 1u);
+    EXPECT_EQ(rules[0].getAccessMode(), 0x7);
+    EXPECT_EQ(print(*rules[0].getSecurityCondition()), "and(1 not(or(2 3 )))");
+
+    // An empty mode string gives 0; the encoding goes back to the same value.
+    std::vector<app::AccessControlRule> empty;
+    OssHelper::decodeAccessControlRules(rulesOf("300A 3008 3006 030100 040101"), empty);
+    EXPECT_EQ(empty[0].getAccessMode(), 0);
+    std::vector<oss::AccessControlRule> reencoded;
+    OssHelper::encodeAccessControlRules(rules, reencoded);
+    EXPECT_TRUE(reencoded == value);
+}
+
+TEST(OssHelperTest, decodeFailuresStopTheList) {
+    std::vector<app::AccessControlRule> rules;
+    // The second rule has a 4-bit mode: the first stays in the list.
+    const auto fourBits = rulesOf("3014 3012 3007 03020780 040101 3007 03020410 040101");
+    EXPECT_EQ(errorText([&] { OssHelper::decodeAccessControlRules(fourBits, rules); }),
+              "CommonObject::AccessRule::AccessMode not PKCS#15 conform");
+    ASSERT_EQ(rules.size(), 1u);
+    EXPECT_EQ(rules[0].getAccessMode(), 0x4);
+
+    // The ISO 7816-15 "always" NULL as found on cards.
+    const auto always = rulesOf("300A 3008 3006 03020780 0500");
+    EXPECT_EQ(errorText([&] { OssHelper::decodeAccessControlRules(always, rules); }),
+              "decodeSecurityCondition: unknown SecurityCondition choice");
+    EXPECT_EQ(errorText([] { OssHelper::decodeSecurityCondition(nullptr); }),
+              "decodeSecurityCondition: input parameter is null");
+}
+
+TEST(OssHelperTest, encodesModesUpToFifteen) {
+    std::vector<oss::AccessControlRule> value;
+    OssHelper::encodeAccessControlRules({{0x9, pin(1)}, {0x7, pin(2)}}, value);
+    ASSERT_EQ(value.size(), 2u);
+    EXPECT_TRUE(value[0].accessMode == (oss::BitString{{0x20}, 3}));
+    EXPECT_EQ(oss::encode(value[1]), hex("3007 030205E0 040102"));
+
+    try {
+        OssHelper::encodeAccessControlRules({{0x10, pin(1)}}, value);
+        ADD_FAILURE() << "mode 0x10 accepted";
+    } catch (const app::ApplicationException& e) {
+        EXPECT_STREQ(*boost::get_error_info<app::ErrorText>(e),
+                     "CommonObject::AccessRule::AccessMode not PKCS#15 conform");
+        EXPECT_EQ(*boost::get_error_info<app::ErrorData>(e), 0x10u);
+    }
+    EXPECT_EQ(value.size(), 2u);
+}
+
+TEST(OssHelperTest, conditionsWithoutPkcs15Form) {
+    std::vector<oss::AccessControlRule> value;
+    // Never, and a rule without a condition, grant nothing: no rule is written.
+    OssHelper::encodeAccessControlRules(
+        {{0x4, boost::make_shared<app::NeverSecurityCondition>()}, {0x2, nullptr}, {0x1, pin(3)}},
+        value);
+    ASSERT_EQ(value.size(), 1u);
+    EXPECT_EQ(value[0].securityCondition.authIdValue, hex("03"));
+
+    EXPECT_EQ(errorText([&] {
+                  OssHelper::encodeAccessControlRules(
+                      {{0x4, boost::make_shared<app::AlwaysSecurityCondition>()}}, value);
+              }),
+              "encodeSecurityCondition: always condition not supported");
+    const auto neverInside = boost::make_shared<app::AndSecurityCondition>(
+        app::SecurityConditionList{pin(1), boost::make_shared<app::NeverSecurityCondition>()});
+    EXPECT_NE(errorText([&] {
+                  OssHelper::encodeAccessControlRules({{0x4, neverInside}}, value);
+              }),
+              "no exception");
+}
+
+} // namespace

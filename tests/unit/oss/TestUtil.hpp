@@ -1,0 +1,75 @@
+#ifndef TESTS_UNIT_OSS_TESTUTIL_HPP
+#define TESTS_UNIT_OSS_TESTUTIL_HPP
+
+#include "app/ApplicationException.hpp"
+#include "app/pkcs15/oss/Codec.hpp"
+
+#include <gtest/gtest.h>
+
+#include <boost/exception/get_error_info.hpp>
+
+#include <string>
+
+namespace oss = app::pkcs15::oss;
+
+namespace boost {
+// Lets test failures show optional components.
+template <class T> void PrintTo(const optional<T>& value, std::ostream* out) {
+    *out << (value ? ::testing::PrintToString(*value) : std::string("(absent)"));
+}
+} // namespace boost
+
+inline oss::Bytes hex(const std::string& text) {
+    oss::Bytes bytes;
+    std::string digits;
+    for (char c : text) {
+        if (std::isxdigit(static_cast<unsigned char>(c)) != 0) {
+            digits += c;
+        }
+    }
+    for (std::size_t i = 0; i + 1 < digits.size(); i += 2) {
+        bytes.push_back(static_cast<std::uint8_t>(std::stoul(digits.substr(i, 2), nullptr, 16)));
+    }
+    return bytes;
+}
+
+inline oss::Bytes text(const std::string& value) {
+    return oss::Bytes(value.begin(), value.end());
+}
+
+// What a failed decode reported: its text and offset.
+struct DecodeError {
+    std::string text;
+    unsigned offset = 0;
+};
+
+template <class T> DecodeError decodeError(const oss::Bytes& input) {
+    T value;
+    try {
+        oss::decode(input.data(), input.size(), value);
+    } catch (const app::InvalidDataException& e) {
+        const unsigned* offset = boost::get_error_info<app::ErrorData>(e);
+        return {*boost::get_error_info<app::ErrorText>(e), offset ? *offset : ~0u};
+    }
+    ADD_FAILURE() << "decode succeeded";
+    return {};
+}
+
+// Decodes `input` whole and checks that the re-encoding decodes to the same value.
+template <class T> T decodeAll(const oss::Bytes& input) {
+    T value;
+    EXPECT_EQ(oss::decode(input.data(), input.size(), value), input.size());
+    const oss::Bytes again = oss::encode(value);
+    T reread;
+    EXPECT_EQ(oss::decode(again.data(), again.size(), reread), again.size());
+    EXPECT_TRUE(reread == value);
+    return value;
+}
+
+// The value encodes to exactly `der` and `der` decodes to the value.
+template <class T> void expectDer(const T& value, const std::string& der) {
+    EXPECT_EQ(oss::encode(value), hex(der));
+    EXPECT_TRUE(decodeAll<T>(hex(der)) == value);
+}
+
+#endif
