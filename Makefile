@@ -1,0 +1,30 @@
+# Wrapper around CMake/CTest for the everyday commands.
+JOBS ?= $(shell nproc 2>/dev/null || echo 2)
+BUILD ?= build
+ASAN_BUILD ?= build-asan
+CMAKE_FLAGS ?=
+
+.PHONY: deps configure build demo check asan-check format
+
+deps:
+	scripts/install-deps
+
+configure: deps
+	cmake -S . -B $(BUILD) $(CMAKE_FLAGS)
+
+build: configure
+	cmake --build $(BUILD) -j$(JOBS)
+
+demo: build
+	$(BUILD)/tools/plugin-demo/p15-plugin-demo
+
+check: build
+	ctest --test-dir $(BUILD) --output-on-failure
+
+asan-check: deps
+	cmake -S . -B $(ASAN_BUILD) -DP15_SANITIZE=ON -DP15_BENCH=OFF $(CMAKE_FLAGS)
+	cmake --build $(ASAN_BUILD) -j$(JOBS)
+	ctest --test-dir $(ASAN_BUILD) --output-on-failure
+
+format:
+	git ls-files '*.cpp' '*.hpp' | xargs clang-format -i
