@@ -1,0 +1,182 @@
+// SELECT, READ/UPDATE BINARY, CREATE/DELETE FILE and access conditions.
+
+#include "CardTestSupport.hpp"
+
+#include "vcard/Tlv.hpp"
+
+namespace vcard::test {
+namespace {
+
+class FileCommands : public CardTest {
+protected:
+    /// The FCP tags of the answer to a SELECT with FCP.
+    std::vector<Tlv> fcpOf(const std::string& select) {
+        Bytes response = send(select);
+        EXPECT_EQ(statusWord(response), 0x9000);
+        std::vector<Tlv> outer = parseTlvs(dataOf(response));
+        if (outer.size() != 1 || outer[0].tag != 0x62) {
+            ADD_FAILURE() << "not an FCP: " << toHex(response);
+            return {};
+        }
+        return parseTlvs(outer[0].value);
+    }
+
+    /// CREATE FILE of a transparent EF with the given security attributes.
+    std::uint16_t createEf(const std::string& fid, const std::string& size,
+                           const std::string& security) {
+        return sw(createFile("8002" + size + "820101 8302" + fid, security));
+    }
+};
+
+TEST_F(FileCommands, SelectByEveryMethodAnswersTheFcp) {
+    auto app = fcpOf("00A40404 0C A000000063504B43532D3135 00");
+    EXPECT_EQ(*findTlv(app, 0x82), hex("38"));
+    EXPECT_EQ(*findTlv(app, 0x83), hex("5015"));
+    EXPECT_EQ(*findTlv(app, 0x84), pkcs15ApplicationId());
+    EXPECT_EQ(*findTlv(app, 0x8A), hex("05"));
+
+    auto odf = fcpOf("00A40204 02 5031 00");
+    EXPECT_EQ(*findTlv(odf, 0x80), hex("0100"));
+    EXPECT_EQ(*findTlv(odf, 0x82), hex("01"));
+    EXPECT_EQ(*findTlv(odf, 0x83), hex("5031"));
+    // read always, update SO PIN, delete never, use never
+    EXPECT_EQ(*findTlv(odf, 0xA1), hex("A0029000 A103880103 A2029700 A3029700"));
+
+    EXPECT_EQ(*findTlv(fcpOf("00A40800 04 5015 4408 00"), 0x83), hex("4408"));
+    EXPECT_EQ(*findTlv(fcpOf("00A40800 06 3F00 5015 4400 00"), 0x83), hex("4400"));
+    EXPECT_EQ(*findTlv(fcpOf("00A40000 02 3F00 00"), 0x83), hex("3F00"));
+    EXPECT_EQ(*findTlv(fcpOf("00A40100 02 5015 00"), 0x83), hex("5015"));
+    EXPECT_EQ(*findTlv(fcpOf("00A40900 02 DF02 00"), 0x83), hex("DF02"));
+    EXPECT_EQ(*findTlv(fcpOf("00A40000 02 5015 00"), 0x83), hex("5015")); // parent by FID
+    EXPECT_EQ(*findTlv(fcpOf("00A40000 00"), 0x83), hex("3F00"));         // P1 00 without data: MF
+}
+
+TEST_F(FileCommands, SelectRefusals) {
+    EXPECT_EQ(sw("00A40000 02 5031"), 0x6A82);       // not a child of the MF
+    EXPECT_EQ(sw("00A40100 02 2F00"), 0x6A82);       // P1 01 wants a DF
+    EXPECT_EQ(sw("00A40200 02 5015"), 0x6A82);       // P1 02 wants an EF
+    EXPECT_EQ(sw("00A40400 05 A000000063"), 0x6A82); // names match exactly
+    EXPECT_EQ(sw("00A40800 04 2F00 5031"), 0x6A82);  // EF in the middle of a path
+    EXPECT_EQ(sw("00A40800 03 5015 44"), 0x6A80);    // odd path
+    EXPECT_EQ(sw("00A4080000"), 0x6700);             // no path
+    EXPECT_EQ(sw("00A40300 02 5015"), 0x6A86);
+    EXPECT_EQ(sw("00A40002 02 5015"), 0x6A86);
+    EXPECT_EQ(sw("00A40000 03 501500"), 0x6A80);
+    // A failed SELECT keeps the current file.
+    selectApplication();
+    ASSERT_EQ(sw("00A4020C 02 5031"), 0x9000);
+    EXPECT_EQ(sw("00A4020C 02 7777"), 0x6A82);
+    EXPECT_EQ(statusWord(send("00B0000001")), 0x9000);
+}
+
+TEST_F(FileCommands, ReadBinaryEdgesOfTheFile) {
+    selectApplication();
+    ASSERT_EQ(sw("00A4020C 02 9999"), 0x9000); // 8 bytes
+    EXPECT_EQ(send("00B0000008"), hex("0000000000000000 9000"));
+    EXPECT_EQ(send("00B0000600"), hex("0000 6282")); // runs past the end
+    EXPECT_EQ(send("00B0000703"), hex("00 6282"));
+    EXPECT_EQ(sw("00B0000801"), 0x6B00); // at the end
+    EXPECT_EQ(sw("00B07FFF01"), 0x6B00); // past it
+    EXPECT_EQ(sw("00B0800001"), 0x6A86); // P1 bit 8: no short EF identifiers
+    EXPECT_EQ(sw("00B00000"), 0x6700);   // no Le
+    ASSERT_EQ(sw("00A4000C 02 DF02"), 0x9000);
+    EXPECT_EQ(sw("00B0000001"), 0x6986); // a DF is current
+}
+
+TEST_F(FileCommands, UpdateBinaryNeedsTheConditionAndRoom) {
+    selectApplication();
+    ASSERT_EQ(sw("00A4020C 02 4401"), 0x9000); // PuKDF: update after the user PIN
+    EXPECT_EQ(sw("00D60000 02 3001"), 0x6982);
+    verifyUserPin();
+    EXPECT_EQ(sw("00D60FFE 02 3001"), 0x9000); // last two bytes of 4096
+    EXPECT_EQ(sw("00D60FFF 02 3001"), 0x6A84); // one past: nothing written
+    EXPECT_EQ(send("00B00FFE02"), hex("3001 9000"));
+    EXPECT_EQ(sw("00D6800002 3001"), 0x6A86);
+    EXPECT_EQ(sw("00D60000"), 0x6700);
+    ASSERT_EQ(sw("00A4020C 02 9999"), 0x9000); // never updatable
+    EXPECT_EQ(sw("00D60000 01 01"), 0x6982);
+}
+
+TEST_F(FileCommands, OrConditionOfTheAodf) {
+    selectApplication();
+    ASSERT_EQ(sw("00A4020C 02 4408"), 0x9000);
+    EXPECT_EQ(sw("00D603FF 01 00"), 0x6982);
+    verifySoPin();
+    EXPECT_EQ(sw("00D603FF 01 00"), 0x9000);
+}
+
+TEST_F(FileCommands, CreateAndDeleteAFile) {
+    selectApplication();
+    ASSERT_EQ(sw("00A4000C 02 DF02"), 0x9000);
+    // read always, update AND(PIN 01, NOT PIN 03), delete PIN 01
+    EXPECT_EQ(createEf("C001", "0020", "A0029000"), 0x6982); // DF02 needs the user PIN
+    verifyUserPin();
+    EXPECT_EQ(createEf("C001", "0020", "A0029000 A10AAF08880101A703880103 A203880101"), 0x9000);
+    EXPECT_EQ(createEf("C001", "0020", "A0029000"), 0x6A89); // the new EF is current: same DF
+    auto fcp = parseTlvs(parseTlvs(dataOf(send("00A40904 02 C001 00")))[0].value);
+    EXPECT_EQ(*findTlv(fcp, 0x80), hex("0020"));
+
+    EXPECT_EQ(sw("00D60000 02 AAAA"), 0x9000); // user PIN and not SO PIN
+    verifySoPin();
+    EXPECT_EQ(sw("00D60000 02 AAAA"), 0x6982); // NOT fails once the SO PIN is verified
+
+    ASSERT_EQ(sw("00A4000C 02 DF02"), 0x9000);
+    EXPECT_EQ(sw("00E40000 02 C002"), 0x6A82);
+    EXPECT_EQ(sw("00E40000 02 C001"), 0x9000);
+    EXPECT_EQ(sw("00A4020C 02 C001"), 0x6A82);
+}
+
+TEST_F(FileCommands, CreateFileRefusesBadTemplates) {
+    selectApplication();
+    verifyUserPin();
+    EXPECT_EQ(sw("00E00000 08 6206 820101 830244"), 0x6A80);            // truncated TLV
+    EXPECT_EQ(sw("00E00000 09 6207 820101 83025555"), 0x6A80);          // no size
+    EXPECT_EQ(sw("00E00000 0D 620B 80020010 820107 83025555"), 0x6A80); // unknown descriptor
+    EXPECT_EQ(sw("00E00000 0D 620B 80020010 820101 83023FFF"), 0x6A80); // reserved FID
+    EXPECT_EQ(sw("00E00000 0D 620B 80028000 820101 83025555"), 0x6A80); // over 7FFF bytes
+    EXPECT_EQ(sw("00E00000 0D 620B 80020200 820111 83020E01"), 0x6A80); // 512-bit key file
+    EXPECT_EQ(sw("00E00000 0D 620B 80020010 820101 83024400"), 0x6A89); // exists
+    EXPECT_EQ(sw("00E00000 10 620E 820138 830255AA 8405A000000063"), 0x9000);
+    ASSERT_EQ(sw("00A40000 02 5015"), 0x9000);
+    EXPECT_EQ(sw("00E00000 10 620E 820138 830255AB 8405A000000063"), 0x6A8A);
+    // A nested condition deeper than the card accepts.
+    Bytes deep = hex("880101");
+    for (int i = 0; i < 9; ++i)
+        deep = concat({0xA7, static_cast<std::uint8_t>(deep.size())}, deep);
+    Bytes a1 = concat({0xA1, static_cast<std::uint8_t>(deep.size() + 2), 0xA0,
+                       static_cast<std::uint8_t>(deep.size())},
+                      deep);
+    Bytes inner = concat(hex("80020010 820101 83025556"), a1);
+    EXPECT_EQ(
+        sw(apdu(0, 0xE0, 0, 0, concat({0x62, static_cast<std::uint8_t>(inner.size())}, inner))),
+        0x6A80);
+    EXPECT_EQ(sw("00E0010000"), 0x6A86);
+}
+
+TEST_F(FileCommands, CardMemoryIsBounded) {
+    selectApplication();
+    verifyUserPin();
+    ASSERT_EQ(sw("00A4000C 02 DF02"), 0x9000);
+    std::uint16_t status = 0x9000;
+    int created = 0;
+    for (int fid = 0xC100; status == 0x9000 && created < 100; ++fid, ++created) {
+        ASSERT_EQ(sw("00A4000C 02 DF02"), 0x9000);
+        status =
+            createEf(toHex({static_cast<std::uint8_t>(fid >> 8), static_cast<std::uint8_t>(fid)}),
+                     "7FFF", "A0029000");
+    }
+    EXPECT_EQ(status, 0x6A84);
+    EXPECT_LT(created, 100);
+}
+
+TEST_F(FileCommands, DeleteFileRules) {
+    selectApplication();
+    EXPECT_EQ(sw("00E40000 02 5031"), 0x6982); // directory files are never deleted
+    ASSERT_EQ(sw("00A4000C 00"), 0x9000);
+    EXPECT_EQ(sw("00E40000"), 0x6985);         // the MF
+    EXPECT_EQ(sw("00E40000 02 5015"), 0x6985); // not empty
+    EXPECT_EQ(sw("00E40100"), 0x6A86);
+}
+
+} // namespace
+} // namespace vcard::test

@@ -1,0 +1,241 @@
+// Key files, key generation and import, security environment, signing, deciphering, random.
+
+#include "CardTestSupport.hpp"
+
+#include "vcard/Tlv.hpp"
+
+#include <cryptopp/integer.h>
+#include <cryptopp/rsa.h>
+
+namespace vcard::test {
+namespace {
+
+using CryptoPP::Integer;
+
+Integer integerOf(const Bytes& bytes) {
+    return Integer(bytes.data(), bytes.size());
+}
+
+Bytes bytesOf(const Integer& value, std::size_t size = 0) {
+    Bytes out(size ? size : value.MinEncodedSize());
+    value.Encode(out.data(), out.size());
+    return out;
+}
+
+class KeyCommands : public CardTest {
+protected:
+    void SetUp() override {
+        selectApplication();
+        verifyUserPin();
+    }
+
+    /// Key files 0E kid / 0F kid: private usable after the user PIN, public readable by all.
+    void createKeyFiles(std::uint8_t kid, unsigned bits, bool withPublic = true) {
+        const std::string size =
+            toHex({static_cast<std::uint8_t>(bits >> 8), static_cast<std::uint8_t>(bits)});
+        const std::string id = toHex({kid});
+        ASSERT_EQ(sw(createFile("8002" + size + "820111 83020E" + id,
+                                "A0029700 A103880101 A203880101 A303880101")),
+                  0x9000);
+        ASSERT_EQ(sw("00A4000C 02 5015"), 0x9000);
+        if (!withPublic)
+            return;
+        ASSERT_EQ(sw(createFile("8002" + size + "820112 83020F" + id,
+                                "A0029000 A103880101 A203880101 A3029700")),
+                  0x9000);
+        ASSERT_EQ(sw("00A4000C 02 5015"), 0x9000);
+    }
+
+    /// Generates the key pair of reference rr; returns modulus and exponent from the answer.
+    std::pair<Integer, Integer> generate(std::uint8_t reference, unsigned bits) {
+        std::uint16_t status = 0;
+        Bytes answer = sendAndCollect(apdu(0, 0x46, 0, reference,
+                                           {0x80, 0x02, static_cast<std::uint8_t>(bits >> 8),
+                                            static_cast<std::uint8_t>(bits)},
+                                           0),
+                                      status);
+        EXPECT_EQ(status, 0x9000);
+        return publicKeyOf(answer);
+    }
+
+    static std::pair<Integer, Integer> publicKeyOf(const Bytes& answer) {
+        std::vector<Tlv> outer = parseTlvs(answer);
+        EXPECT_EQ(outer.at(0).tag, 0x7F49);
+        std::vector<Tlv> parts = parseTlvs(outer.at(0).value);
+        return {integerOf(*findTlv(parts, 0x81)), integerOf(*findTlv(parts, 0x82))};
+    }
+
+    std::uint16_t setEnvironment(std::uint8_t p2, std::uint8_t reference) {
+        return sw(apdu(0, 0x22, 0x41, p2, {0x84, 0x01, reference, 0x80, 0x01, 0x01}));
+    }
+};
+
+/// The PKCS#1 v1.5 type 1 block that a signature must open to.
+Bytes type1Block(const Bytes& data, std::size_t k) {
+    Bytes block(k, 0xFF);
+    block[0] = 0x00;
+    block[1] = 0x01;
+    block[k - data.size() - 1] = 0x00;
+    std::copy(data.begin(), data.end(), block.end() - data.size());
+    return block;
+}
+
+TEST_F(KeyCommands, GenerateSignAndVerifyWithTheAnsweredPublicKey) {
+    createKeyFiles(0x01, 1024);
+    auto [n, e] = generate(0x81, 1024);
+    EXPECT_EQ(n.BitCount(), 1024u);
+    EXPECT_EQ(e, Integer(65537));
+
+    ASSERT_EQ(setEnvironment(0xB6, 0x81), 0x9000);
+    const Bytes digestInfo =
+        hex("3021300906052B0E03021A05000414 00112233445566778899AABBCCDDEEFF00112233");
+    Bytes signature = send(apdu(0, 0x2A, 0x9E, 0x9A, digestInfo, 0));
+    ASSERT_EQ(statusWord(signature), 0x9000);
+    ASSERT_EQ(signature.size(), 128u + 2);
+    const Integer opened = a_exp_b_mod_c(integerOf(dataOf(signature)), e, n);
+    EXPECT_EQ(bytesOf(opened, 128), type1Block(digestInfo, 128));
+
+    // The longest data a 1024-bit key signs is 117 bytes.
+    EXPECT_EQ(sw(apdu(0, 0x2A, 0x9E, 0x9A, Bytes(117, 1), 0)), 0x9000);
+    EXPECT_EQ(sw(apdu(0, 0x2A, 0x9E, 0x9A, Bytes(118, 1), 0)), 0x6A80);
+
+    // Reading the public key again gives the same key.
+    EXPECT_EQ(publicKeyOf(dataOf(send("0046018100"))), std::make_pair(n, e));
+}
+
+TEST_F(KeyCommands, DecipherRemovesType2Padding) {
+    createKeyFiles(0x02, 1024);
+    auto [n, e] = generate(0x82, 1024);
+    CryptoPP::RSA::PublicKey publicKey;
+    publicKey.Initialize(n, e);
+    CryptoPP::RSAES_PKCS1v15_Encryptor encryptor(publicKey);
+    CryptoPP::AutoSeededRandomPool rng;
+    const Bytes secret = hex("000102030405060708090A0B0C0D0E0F1011121314151617");
+    Bytes cryptogram(encryptor.CiphertextLength(secret.size()));
+    encryptor.Encrypt(rng, secret.data(), secret.size(), cryptogram.data());
+
+    ASSERT_EQ(setEnvironment(0xB8, 0x82), 0x9000);
+    Bytes plain = send(apdu(0, 0x2A, 0x80, 0x86, concat({0x00}, cryptogram), 0));
+    EXPECT_EQ(plain, concat(secret, hex("9000")));
+
+    // A type 1 block (what a signature opens to) is not type 2 padding.
+    const Bytes notType2 = bytesOf(a_exp_b_mod_c(integerOf(type1Block(secret, 128)), e, n), 128);
+    EXPECT_EQ(sw(apdu(0, 0x2A, 0x80, 0x86, concat({0x00}, notType2), 0)), 0x6A80);
+    EXPECT_EQ(sw(apdu(0, 0x2A, 0x80, 0x86, concat({0x01}, cryptogram), 0)), 0x6A80);
+    EXPECT_EQ(sw(apdu(0, 0x2A, 0x80, 0x86,
+                      concat({0x00}, Bytes(cryptogram.begin() + 1, cryptogram.end())), 0)),
+              0x6A80);
+    EXPECT_EQ(sw(apdu(0, 0x2A, 0x80, 0x86, concat({0x00}, bytesOf(n, 128)), 0)), 0x6A80);
+}
+
+TEST_F(KeyCommands, KeyUseNeedsTheUserPinAndAnEnvironment) {
+    createKeyFiles(0x03, 1024);
+    generate(0x83, 1024);
+    EXPECT_EQ(sw(apdu(0, 0x2A, 0x9E, 0x9A, Bytes(20, 1), 0)), 0x6985); // no environment
+    ASSERT_EQ(setEnvironment(0xB6, 0x83), 0x9000);
+    ASSERT_EQ(sw("0020FF01"), 0x9000);
+    EXPECT_EQ(sw(apdu(0, 0x2A, 0x9E, 0x9A, Bytes(20, 1), 0)), 0x6982);
+    verifyUserPin();
+    EXPECT_EQ(sw(apdu(0, 0x2A, 0x9E, 0x9A, Bytes(20, 1), 0)), 0x9000);
+    card->reset(); // clears the environment
+    selectApplication();
+    verifyUserPin();
+    EXPECT_EQ(sw(apdu(0, 0x2A, 0x9E, 0x9A, Bytes(20, 1), 0)), 0x6985);
+    EXPECT_EQ(sw(apdu(0, 0x2A, 0x9E, 0x9B, Bytes(20, 1), 0)), 0x6A86);
+}
+
+TEST_F(KeyCommands, GenerationAndEnvironmentRefusals) {
+    createKeyFiles(0x04, 1024);
+    EXPECT_EQ(sw("00460085 04 80020400 00"), 0x6A88); // key files of kid 05 missing
+    EXPECT_EQ(sw("00460084 04 80020800 00"), 0x6A80); // 2048 bits into 1024-bit files
+    EXPECT_EQ(sw("00460004 04 80020400 00"), 0x6A88); // not a key reference (bit 8 clear)
+    EXPECT_EQ(sw("0046008400"), 0x6700);
+    EXPECT_EQ(sw("0046028400"), 0x6A86);
+    EXPECT_EQ(sw("0046018400"), 0x6985); // no key generated yet
+    EXPECT_EQ(setEnvironment(0xB6, 0x85), 0x6A88);
+    EXPECT_EQ(sw("002241B6 06 840184 800102"), 0x6A80); // unknown algorithm reference
+    EXPECT_EQ(sw("002241B6 03 800101"), 0x6A80);        // no key reference
+    EXPECT_EQ(sw("002281B6 03 840184"), 0x6A86);
+    EXPECT_EQ(sw("002241A4 03 840184"), 0x6A86);
+    ASSERT_EQ(sw("0020FF01"), 0x9000);
+    EXPECT_EQ(sw("00460084 04 80020400 00"), 0x6982); // generation needs the update condition
+}
+
+TEST_F(KeyCommands, ImportedCrtKeySignsAndFillsThePublicKeyFile) {
+    createKeyFiles(0x0D, 2048);
+    CryptoPP::AutoSeededRandomPool rng;
+    CryptoPP::InvertibleRSAFunction key;
+    key.Initialize(rng, 2048, Integer(65537));
+    Bytes components;
+    appendTlv(components, 0x91, bytesOf(key.GetPublicExponent()));
+    appendTlv(components, 0x92, bytesOf(key.GetPrime1()));
+    appendTlv(components, 0x93, bytesOf(key.GetPrime2()));
+    appendTlv(components, 0x94, bytesOf(key.GetMultiplicativeInverseOfPrime2ModPrime1()));
+    appendTlv(components, 0x95, bytesOf(key.GetModPrime1PrivateExponent()));
+    appendTlv(components, 0x96, bytesOf(key.GetModPrime2PrivateExponent()));
+    Bytes keyTemplate;
+    appendTlv(keyTemplate, 0x7F48, components);
+    ASSERT_GT(keyTemplate.size(), 255u);
+    EXPECT_EQ(statusWord(sendChained(0xDB, 0x00, 0x8D, keyTemplate)), 0x9000);
+
+    std::uint16_t status = 0;
+    auto [n, e] = publicKeyOf(sendAndCollect(hex("0046018D00"), status));
+    EXPECT_EQ(status, 0x9000);
+    EXPECT_EQ(n, key.GetModulus());
+
+    ASSERT_EQ(setEnvironment(0xB6, 0x8D), 0x9000);
+    const Bytes data(35, 0x42);
+    Bytes signature = send(apdu(0, 0x2A, 0x9E, 0x9A, data, 0));
+    ASSERT_EQ(statusWord(signature), 0x9000);
+    EXPECT_EQ(bytesOf(a_exp_b_mod_c(integerOf(dataOf(signature)), e, n), 256),
+              type1Block(data, 256));
+
+    // Deciphering a 2048-bit cryptogram needs chaining (1 + 256 bytes).
+    CryptoPP::RSAES_PKCS1v15_Encryptor encryptor{CryptoPP::RSA::PublicKey(key)};
+    Bytes cryptogram(256);
+    encryptor.Encrypt(rng, data.data(), data.size(), cryptogram.data());
+    ASSERT_EQ(setEnvironment(0xB8, 0x8D), 0x9000);
+    EXPECT_EQ(sendChained(0x2A, 0x80, 0x86, concat({0x00}, cryptogram), 0),
+              concat(data, hex("9000")));
+
+    // Inconsistent components are refused: dp off by one.
+    Bytes wrong;
+    appendTlv(wrong, 0x91, bytesOf(key.GetPublicExponent()));
+    appendTlv(wrong, 0x92, bytesOf(key.GetPrime1()));
+    appendTlv(wrong, 0x93, bytesOf(key.GetPrime2()));
+    appendTlv(wrong, 0x94, bytesOf(key.GetMultiplicativeInverseOfPrime2ModPrime1()));
+    appendTlv(wrong, 0x95, bytesOf(key.GetModPrime1PrivateExponent() + 1));
+    appendTlv(wrong, 0x96, bytesOf(key.GetModPrime2PrivateExponent()));
+    Bytes wrongTemplate;
+    appendTlv(wrongTemplate, 0x7F48, wrong);
+    EXPECT_EQ(statusWord(sendChained(0xDB, 0x00, 0x8D, wrongTemplate)), 0x6A80);
+    EXPECT_EQ(sw("00DB008D 04 7F480100"), 0x6A80);
+}
+
+TEST_F(KeyCommands, GeneratedTemplateOver256BytesComesThroughGetResponse) {
+    createKeyFiles(0x0E, 2048);
+    Bytes first = send("0046008E 04 80020800 00");
+    EXPECT_EQ(first.size(), 258u);
+    EXPECT_EQ(statusWord(first), 0x610E); // 7F49 820109 {81 820100 n, 82 03 e}: 270
+}
+
+TEST_F(KeyCommands, DeletedKeyFileTakesItsKeyAlong) {
+    createKeyFiles(0x05, 1024, false);
+    EXPECT_EQ(sw("00460085 04 80020400 00"), 0x6A88); // generation wants both files
+    ASSERT_EQ(sw("00E40000 02 0E05"), 0x9000);
+    EXPECT_EQ(setEnvironment(0xB6, 0x85), 0x6A88);
+}
+
+TEST_F(KeyCommands, ChallengeAndAlgorithmList) {
+    Bytes a = send("0084000010");
+    Bytes b = send("0084000010");
+    EXPECT_EQ(a.size(), 18u);
+    EXPECT_NE(a, b);
+    EXPECT_EQ(sw("00840000"), 0x6700);
+    EXPECT_EQ(sw("0084010008"), 0x6A86);
+    EXPECT_EQ(send("00CA01A000"), hex("A00B 06092A864886F70D010101 9000"));
+    EXPECT_EQ(sw("00CA01A100"), 0x6A88);
+}
+
+} // namespace
+} // namespace vcard::test

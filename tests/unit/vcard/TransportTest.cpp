@@ -1,0 +1,162 @@
+// Transport rules of the card profile: malformed APDUs, CLA/INS, chaining, GET RESPONSE,
+// extended lengths, power and instrumentation.
+
+#include "CardTestSupport.hpp"
+
+namespace vcard::test {
+namespace {
+
+class Transport : public CardTest {};
+
+TEST_F(Transport, MalformedCommandsGetAStatusWordNeverACrash) {
+    EXPECT_EQ(sw(""), 0x6700);
+    EXPECT_EQ(sw("00A4"), 0x6700);
+    EXPECT_EQ(sw("00A404"), 0x6700);
+    EXPECT_EQ(sw("00D60000 05 0102"), 0x6700);         // Lc says 5, 2 follow
+    EXPECT_EQ(sw("00D60000 02 010203 00 11"), 0x6700); // trailing bytes after Le
+    EXPECT_EQ(sw("00A40000 00 3F"), 0x6700);           // short Lc 0 with data
+    EXPECT_EQ(sw("80A40000"), 0x6E00);
+    EXPECT_EQ(sw("0CA40000"), 0x6E00);
+    EXPECT_EQ(sw("00FF0000"), 0x6D00);
+    EXPECT_EQ(sw("00B1000000"), 0x6D00);
+    // The card still works afterwards.
+    selectApplication();
+}
+
+TEST_F(Transport, RandomGarbageNeverThrows) {
+    CryptoPP::AutoSeededRandomPool rng;
+    for (int i = 0; i < 2000; ++i) {
+        Bytes command(rng.GenerateWord32(0, 300));
+        rng.GenerateBlock(command.data(), command.size());
+        if (command.size() > 0)
+            command[0] &= 0x10; // mostly valid CLA so that the commands are reached
+        Bytes response;
+        ASSERT_NO_THROW(response = send(command)) << toHex(command);
+        ASSERT_GE(response.size(), 2u);
+    }
+}
+
+TEST_F(Transport, ChainingAssemblesTheDataAndAnswersEachPart) {
+    selectApplication();
+    verifyUserPin();
+    Bytes content(600);
+    for (std::size_t i = 0; i < content.size(); ++i)
+        content[i] = static_cast<std::uint8_t>(i * 7);
+    ASSERT_EQ(sw("00A40200 02 4400"), 0x9000);
+    EXPECT_EQ(statusWord(sendChained(0xD6, 0x00, 0x10, content)), 0x9000);
+    Bytes read = dataOf(send("00B00010 00"));
+    read = concat(read, dataOf(send("00B00110 00")));
+    read = concat(read, dataOf(send(apdu(0, 0xB0, 0x02, 0x10, {}, 600 - 512))));
+    EXPECT_EQ(read, content);
+}
+
+TEST_F(Transport, ChainBrokenByAnotherCommandIsRefusedAndDropped) {
+    selectApplication();
+    EXPECT_EQ(sw(apdu(0x10, 0xD6, 0x00, 0x00, Bytes(10, 1))), 0x9000);
+    EXPECT_EQ(sw(apdu(0x00, 0xD6, 0x00, 0x01, Bytes(10, 1))), 0x6883);
+    // The chain is gone: a fresh command runs normally.
+    EXPECT_EQ(sw("00A40204 02 5031"), 0x9000);
+}
+
+TEST_F(Transport, ChainOverTheLimitIsRefused) {
+    selectApplication();
+    for (int i = 0; i < 257; ++i)
+        ASSERT_EQ(sw(apdu(0x10, 0xD6, 0, 0, Bytes(255, 0))), 0x9000);
+    EXPECT_EQ(sw(apdu(0x10, 0xD6, 0, 0, Bytes(255, 0))), 0x6700);
+}
+
+TEST_F(Transport, LongAnswerComesInPiecesThroughGetResponse) {
+    Bytes challenge = send("0084000000");
+    ASSERT_EQ(challenge.size(), 258u);
+    EXPECT_EQ(statusWord(challenge), 0x9000);
+
+    // Le shorter than the answer: 61xx with the rest.
+    std::uint16_t fullStatus = 0;
+    Bytes fcp = sendAndCollect(hex("00A40404 0C A000000063504B43532D3135 00"), fullStatus);
+    ASSERT_EQ(fullStatus, 0x9000);
+    Bytes partial = send("00A40404 0C A000000063504B43532D3135 10");
+    ASSERT_EQ(statusWord(partial), 0x6100 | (fcp.size() - 16));
+    EXPECT_EQ(dataOf(partial), Bytes(fcp.begin(), fcp.begin() + 16));
+    Bytes rest = send(apdu(0, 0xC0, 0, 0, {}, static_cast<int>(fcp.size() - 16)));
+    EXPECT_EQ(statusWord(rest), 0x9000);
+    EXPECT_EQ(concat(dataOf(partial), dataOf(rest)), fcp);
+}
+
+TEST_F(Transport, GetResponseWithWrongLeGets6CxxAndKeepsTheData) {
+    Bytes partial = send("00A40404 0C A000000063504B43532D3135 04");
+    ASSERT_EQ(statusWord(partial) & 0xFF00, 0x6100);
+    const std::uint8_t waiting = statusWord(partial) & 0xFF;
+    EXPECT_EQ(sw(apdu(0, 0xC0, 0, 0, {}, waiting + 1)), 0x6C00 | waiting);
+    EXPECT_EQ(sw("00C0000000"), 0x6C00 | waiting);
+    Bytes smaller = send(apdu(0, 0xC0, 0, 0, {}, 2));
+    EXPECT_EQ(statusWord(smaller), 0x6100 | (waiting - 2));
+    EXPECT_EQ(sw(apdu(0, 0xC0, 0, 0, {}, waiting - 2)), 0x9000);
+    EXPECT_EQ(sw("00C0000002"), 0x6985); // nothing waits any more
+    EXPECT_EQ(sw("00C0010002"), 0x6A86);
+}
+
+TEST_F(Transport, AnyOtherCommandDropsWaitingData) {
+    ASSERT_EQ(statusWord(send("00A40404 0C A000000063504B43532D3135 04")) & 0xFF00, 0x6100);
+    ASSERT_EQ(sw("00CA01A000"), 0x9000);
+    EXPECT_EQ(sw("00C0000004"), 0x6985);
+}
+
+TEST_F(Transport, ExtendedLengthsMoveAWholeFileInOneCommand) {
+    selectApplication();
+    verifyUserPin();
+    ASSERT_EQ(sw("00A40200 02 4404"), 0x9000);
+    Bytes content(3000, 0x5A);
+    Bytes update = concat(hex("00D60000 00 0BB8"), content);
+    EXPECT_EQ(sw(update), 0x9000);
+    Bytes read = send("00B00000 00 0BB8");
+    EXPECT_EQ(statusWord(read), 0x9000);
+    EXPECT_EQ(dataOf(read), content);
+    EXPECT_EQ(sw("00D60000 00 0002 01"), 0x6700); // extended Lc says 2, 1 follows
+}
+
+TEST_F(Transport, PowerOffSilencesTheCardUntilReset) {
+    card->powerOff();
+    EXPECT_FALSE(card->isPoweredOn());
+    EXPECT_THROW(send("00A4000C"), CardRemoved);
+    card->reset();
+    EXPECT_EQ(sw("00A4000C"), 0x9000);
+    EXPECT_EQ(card->atr(), hex("3B860170313 56B697485"));
+}
+
+TEST_F(Transport, CountersCountBothWays) {
+    card->instrumentation().resetCounters();
+    send("00A4000C");   // 4 in, 2 out
+    send("0084000008"); // 5 in, 10 out
+    const auto& counters = card->instrumentation().counters();
+    EXPECT_EQ(counters.commands, 2u);
+    EXPECT_EQ(counters.responses, 2u);
+    EXPECT_EQ(counters.bytesIn, 9u);
+    EXPECT_EQ(counters.bytesOut, 12u);
+}
+
+TEST_F(Transport, InjectedFaultsHitExactlyTheNthCommand) {
+    auto& instrumentation = card->instrumentation();
+    instrumentation.injectFault(2, Instrumentation::Fault::StatusWord6F00);
+    EXPECT_EQ(sw("00A4000C"), 0x9000);
+    EXPECT_EQ(sw("00A4000C"), 0x6F00);
+    EXPECT_EQ(sw("00A4000C"), 0x9000);
+
+    instrumentation.injectFault(1, Instrumentation::Fault::CardRemoved);
+    EXPECT_THROW(send("00A4000C"), CardRemoved);
+    EXPECT_FALSE(card->isPoweredOn());
+}
+
+TEST_F(Transport, TornWriteAppliesOnlyPartOfTheUpdate) {
+    selectApplication();
+    verifyUserPin();
+    ASSERT_EQ(sw("00A40200 02 4407"), 0x9000);
+    card->instrumentation().injectFault(1, Instrumentation::Fault::TornWrite, 3);
+    EXPECT_THROW(send(apdu(0, 0xD6, 0, 0, Bytes(8, 0xAB))), CardRemoved);
+    card->reset();
+    selectApplication();
+    ASSERT_EQ(sw("00A40200 02 4407"), 0x9000);
+    EXPECT_EQ(dataOf(send("00B0000008")), hex("ABABAB0000000000"));
+}
+
+} // namespace
+} // namespace vcard::test

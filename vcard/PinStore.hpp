@@ -1,0 +1,50 @@
+#pragma once
+
+#include "vcard/Bytes.hpp"
+#include "vcard/SecurityStatus.hpp"
+
+#include <cstdint>
+#include <map>
+#include <optional>
+
+namespace vcard {
+
+/// A card PIN: its padded value of fixed length and its retry counter.
+struct Pin {
+    Bytes value;
+    std::uint8_t maxTries = 3;
+    std::uint8_t triesLeft = 3;
+    /// The PIN that RESET RETRY COUNTER checks to unblock this one.
+    std::optional<std::uint8_t> unblockingPin;
+
+    ~Pin() { wipe(value); }
+};
+
+/// The card-wide PINs and the VERIFY, CHANGE REFERENCE DATA and RESET RETRY COUNTER logic.
+/// Refusals throw CardError; whenever a retry counter or value changed, changed() turns true
+/// first, so that the caller stores even a refused attempt.
+class PinStore {
+public:
+    void add(std::uint8_t reference, Pin pin) { pins_[reference] = std::move(pin); }
+    const std::map<std::uint8_t, Pin>& pins() const { return pins_; }
+
+    void verify(std::uint8_t reference, const Bytes& value, SecurityStatus& status);
+    /// VERIFY without data: throws 63Cx when not verified, 6983 when blocked.
+    void checkStatus(std::uint8_t reference, const SecurityStatus& status) const;
+    void change(std::uint8_t reference, const Bytes& oldAndNew, SecurityStatus& status);
+    /// RESET RETRY COUNTER: pukAndNew is the unblocking PIN, then the new value if withNewValue.
+    void unblock(std::uint8_t reference, const Bytes& pukAndNew, bool withNewValue,
+                 SecurityStatus& status);
+
+    bool changed() const { return changed_; }
+    void clearChanged() { changed_ = false; }
+
+private:
+    Pin& find(std::uint8_t reference);
+    void check(std::uint8_t reference, Pin& pin, const Bytes& candidate, SecurityStatus& status);
+
+    std::map<std::uint8_t, Pin> pins_;
+    bool changed_ = false;
+};
+
+} // namespace vcard

@@ -1,0 +1,143 @@
+#include "vcard/RsaKey.hpp"
+
+#include "vcard/StatusWord.hpp"
+#include "vcard/Tlv.hpp"
+
+#include <cryptopp/integer.h>
+#include <cryptopp/nbtheory.h>
+
+namespace vcard {
+
+using CryptoPP::Integer;
+
+namespace {
+
+Bytes toBytes(const Integer& value, std::size_t size) {
+    Bytes out(size);
+    value.Encode(out.data(), out.size());
+    return out;
+}
+
+Bytes toBytes(const Integer& value) {
+    return toBytes(value, value.MinEncodedSize());
+}
+
+Integer toInteger(const Bytes& bytes) {
+    return Integer(bytes.data(), bytes.size());
+}
+
+/// Branch-free on the secret content: every byte is visited whatever the padding holds.
+/// Returns the offset of the message in the block, or 0 when the padding is bad.
+std::size_t findMessageAfterType2Padding(const Bytes& block) {
+    unsigned bad = block[0] | (block[1] ^ 0x02);
+    std::size_t separator = 0;
+    unsigned seen = 0;
+    for (std::size_t i = 2; i < block.size(); ++i) {
+        unsigned isZero = static_cast<unsigned>(block[i] == 0);
+        unsigned firstZero = isZero & (seen ^ 1);
+        separator |= i & (0 - static_cast<std::size_t>(firstZero));
+        seen |= isZero;
+    }
+    // At least eight padding bytes before the separator.
+    bad |= (seen ^ 1) | static_cast<unsigned>(separator < 10);
+    return bad ? 0 : separator + 1;
+}
+
+} // namespace
+
+RsaCrtComponents::~RsaCrtComponents() {
+    for (Bytes* part : {&e, &p, &q, &qInv, &dp, &dq})
+        wipe(*part);
+}
+
+RsaKey RsaKey::generate(CryptoPP::RandomNumberGenerator& rng, unsigned bits) {
+    RsaKey key;
+    key.function_.Initialize(rng, bits, Integer(65537));
+    key.hasPrivate_ = true;
+    return key;
+}
+
+RsaKey RsaKey::fromCrt(const RsaCrtComponents& crt, unsigned bits) {
+    const Integer e = toInteger(crt.e), p = toInteger(crt.p), q = toInteger(crt.q);
+    const Integer qInv = toInteger(crt.qInv), dp = toInteger(crt.dp), dq = toInteger(crt.dq);
+    if (p <= Integer::One() || q <= Integer::One() || e <= Integer::One() || p == q)
+        throw CardError(sw::wrongData);
+    const Integer n = p * q;
+    const Integer p1 = p - 1, q1 = q - 1;
+    const Integer lambda = CryptoPP::LCM(p1, q1);
+    if (n.BitCount() != bits || CryptoPP::GCD(e, lambda) != Integer::One())
+        throw CardError(sw::wrongData);
+    const Integer d = e.InverseMod(lambda);
+    if (d % p1 != dp || d % q1 != dq || (q * qInv) % p != Integer::One())
+        throw CardError(sw::wrongData);
+    RsaKey key;
+    key.function_.Initialize(n, e, d, p, q, dp, dq, qInv);
+    key.hasPrivate_ = true;
+    return key;
+}
+
+RsaKey RsaKey::fromFunction(const CryptoPP::InvertibleRSAFunction& function, bool hasPrivate) {
+    RsaKey key;
+    key.function_ = function;
+    key.hasPrivate_ = hasPrivate;
+    return key;
+}
+
+RsaKey RsaKey::publicPart() const {
+    RsaKey key;
+    key.function_.SetModulus(function_.GetModulus());
+    key.function_.SetPublicExponent(function_.GetPublicExponent());
+    return key;
+}
+
+unsigned RsaKey::bits() const {
+    return function_.GetModulus().BitCount();
+}
+
+Bytes RsaKey::modulus() const {
+    return toBytes(function_.GetModulus(), modulusBytes());
+}
+
+Bytes RsaKey::exponent() const {
+    return toBytes(function_.GetPublicExponent());
+}
+
+Bytes RsaKey::publicKeyTemplate() const {
+    Bytes inner;
+    appendTlv(inner, 0x81, modulus());
+    appendTlv(inner, 0x82, exponent());
+    Bytes out;
+    appendTlv(out, 0x7F49, inner);
+    return out;
+}
+
+Bytes RsaKey::sign(CryptoPP::RandomNumberGenerator& rng, const Bytes& data) const {
+    const std::size_t k = modulusBytes();
+    if (data.size() + 11 > k)
+        throw CardError(sw::wrongData);
+    Bytes block(k, 0xFF);
+    block[0] = 0x00;
+    block[1] = 0x01;
+    block[k - data.size() - 1] = 0x00;
+    std::copy(data.begin(), data.end(), block.end() - data.size());
+    Integer signature = function_.CalculateInverse(rng, toInteger(block));
+    return toBytes(signature, k);
+}
+
+Bytes RsaKey::decipher(CryptoPP::RandomNumberGenerator& rng, const Bytes& cryptogram) const {
+    const std::size_t k = modulusBytes();
+    const Integer c = toInteger(cryptogram);
+    if (cryptogram.size() != k || c >= function_.GetModulus())
+        throw CardError(sw::wrongData);
+    Bytes block = toBytes(function_.CalculateInverse(rng, c), k);
+    std::size_t start = findMessageAfterType2Padding(block);
+    if (start == 0) {
+        wipe(block);
+        throw CardError(sw::wrongData);
+    }
+    Bytes message(block.begin() + start, block.end());
+    wipe(block);
+    return message;
+}
+
+} // namespace vcard

@@ -1,0 +1,65 @@
+#pragma once
+
+#include "vcard/Bytes.hpp"
+
+#include <cryptopp/rsa.h>
+
+#include <cstddef>
+
+namespace CryptoPP {
+class RandomNumberGenerator;
+}
+
+namespace vcard {
+
+/// The CRT components of an imported private key, big-endian unsigned integers.
+struct RsaCrtComponents {
+    Bytes e, p, q, qInv, dp, dq;
+    ~RsaCrtComponents();
+};
+
+/// An RSA key pair held in a private key file; the public part alone in a public key file.
+class RsaKey {
+public:
+    static bool isSupportedSize(unsigned bits) {
+        return bits == 1024 || bits == 1536 || bits == 2048;
+    }
+
+    /// A new key with public exponent 65537.
+    static RsaKey generate(CryptoPP::RandomNumberGenerator& rng, unsigned bits);
+    /// Checks that the components form a key of the given size; throws CardError(6A80) if not.
+    static RsaKey fromCrt(const RsaCrtComponents& crt, unsigned bits);
+
+    /// The public part of this key: modulus and exponent only.
+    RsaKey publicPart() const;
+
+    bool hasPrivatePart() const { return hasPrivate_; }
+    unsigned bits() const;
+    std::size_t modulusBytes() const { return (bits() + 7) / 8; }
+    Bytes modulus() const;
+    Bytes exponent() const;
+
+    /// The public key template 7F49 { 81 modulus, 82 exponent }.
+    Bytes publicKeyTemplate() const;
+
+    /// PKCS#1 v1.5 block type 1 padding of data, then the private operation (CRT).
+    /// Data over modulusBytes() - 11 throws CardError(6A80).
+    Bytes sign(CryptoPP::RandomNumberGenerator& rng, const Bytes& data) const;
+    /// The private operation on a cryptogram of modulusBytes(), then removal of the block type 2
+    /// padding. A cryptogram of another size, out of range or with bad padding throws
+    /// CardError(6A80).
+    Bytes decipher(CryptoPP::RandomNumberGenerator& rng, const Bytes& cryptogram) const;
+
+    /// Named big-endian components for the card image: n, e and, with a private part, d, p, q,
+    /// dp, dq, qinv.
+    const CryptoPP::InvertibleRSAFunction& function() const { return function_; }
+    static RsaKey fromFunction(const CryptoPP::InvertibleRSAFunction& function, bool hasPrivate);
+
+private:
+    RsaKey() = default;
+
+    CryptoPP::InvertibleRSAFunction function_;
+    bool hasPrivate_ = false;
+};
+
+} // namespace vcard

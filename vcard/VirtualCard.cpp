@@ -1,0 +1,203 @@
+#include "vcard/VirtualCard.hpp"
+
+#include "vcard/Personalise.hpp"
+#include "vcard/StatusWord.hpp"
+
+#include <thread>
+
+namespace vcard {
+
+namespace {
+
+constexpr std::uint8_t insGetResponse = 0xC0;
+constexpr std::size_t maxChainedData = 0xFFFF;
+constexpr std::uint8_t insUpdateBinary = 0xD6;
+
+Bytes withStatusWord(Bytes data, std::uint16_t statusWord) {
+    data.push_back(static_cast<std::uint8_t>(statusWord >> 8));
+    data.push_back(static_cast<std::uint8_t>(statusWord));
+    return data;
+}
+
+Bytes statusWordOnly(std::uint16_t statusWord) {
+    return withStatusWord({}, statusWord);
+}
+
+/// 61xx and 6Cxx carry a count in one byte, 00 standing for 256 or more.
+std::uint8_t countByte(std::size_t count) {
+    return count >= 256 ? 0 : static_cast<std::uint8_t>(count);
+}
+
+bool sameCommand(const CommandApdu& a, const CommandApdu& b) {
+    return a.ins == b.ins && a.p1 == b.p1 && a.p2 == b.p2;
+}
+
+} // namespace
+
+std::unique_ptr<VirtualCard> VirtualCard::personalised() {
+    return std::make_unique<VirtualCard>(personalise());
+}
+
+std::unique_ptr<VirtualCard> VirtualCard::open(const std::string& imagePath) {
+    return std::make_unique<VirtualCard>(CardImage::load(imagePath), imagePath);
+}
+
+VirtualCard::VirtualCard(CardState state, std::optional<std::string> imagePath)
+    : state_(std::move(state))
+    , imagePath_(std::move(imagePath))
+    , processor_(state_) {}
+
+Bytes VirtualCard::atr() const {
+    // T=1 only, historical bytes "p15kit", check byte.
+    return {0x3B, 0x86, 0x01, 0x70, 0x31, 0x35, 0x6B, 0x69, 0x74, 0x85};
+}
+
+void VirtualCard::reset() {
+    poweredOn_ = true;
+    processor_.reset();
+    dropTransientData();
+}
+
+void VirtualCard::powerOff() {
+    poweredOn_ = false;
+    processor_.reset();
+    dropTransientData();
+}
+
+void VirtualCard::dropTransientData() {
+    chain_.reset();
+    wipe(pendingResponse_);
+}
+
+void VirtualCard::save(const std::string& path) const {
+    CardImage::store(path, CardImage::serialise(state_), &instrumentation_);
+}
+
+Bytes VirtualCard::transmit(const Bytes& command) {
+    if (!poweredOn_)
+        throw CardRemoved("the virtual card is powered off");
+    instrumentation_.countCommand(command.size());
+    std::optional<Instrumentation::Fault> fault = instrumentation_.takeFault();
+    if (fault == Instrumentation::Fault::CardRemoved) {
+        powerOff();
+        throw CardRemoved("the virtual card was removed (injected fault)");
+    }
+    if (fault == Instrumentation::Fault::TornWrite)
+        tearWrite(command);
+    Bytes response = fault ? statusWordOnly(sw::noPreciseDiagnosis) : process(command);
+    instrumentation_.countResponse(response.size());
+    const auto latency = instrumentation_.latencyFor(command.size() + response.size());
+    if (latency.count() > 0)
+        std::this_thread::sleep_for(latency);
+    return response;
+}
+
+Bytes VirtualCard::process(const Bytes& command) {
+    CommandApdu apdu;
+    try {
+        apdu = CommandApdu::parse(command);
+    } catch (const CardError& error) {
+        dropTransientData();
+        return statusWordOnly(error.statusWord());
+    }
+    if ((apdu.cla & ~0x10) != 0) {
+        dropTransientData();
+        return statusWordOnly(sw::claNotSupported);
+    }
+    if (apdu.ins == insGetResponse && !chain_ && !apdu.chained())
+        return getResponse(apdu);
+    wipe(pendingResponse_);
+    if (chain_ || apdu.chained())
+        return continueChain(apdu);
+    return processAssembled(std::move(apdu));
+}
+
+Bytes VirtualCard::continueChain(const CommandApdu& part) {
+    if (chain_ && !sameCommand(*chain_, part)) {
+        dropTransientData();
+        return statusWordOnly(sw::lastCommandOfChainExpected);
+    }
+    if (!chain_) {
+        chain_ = part;
+    } else {
+        chain_->data.insert(chain_->data.end(), part.data.begin(), part.data.end());
+    }
+    if (chain_->data.size() > maxChainedData) {
+        dropTransientData();
+        return statusWordOnly(sw::wrongLength);
+    }
+    if (part.chained())
+        return statusWordOnly(sw::ok);
+    CommandApdu whole = std::move(*chain_);
+    chain_.reset();
+    whole.cla = part.cla;
+    whole.ne = part.ne;
+    whole.hasLe = part.hasLe;
+    return processAssembled(std::move(whole));
+}
+
+Bytes VirtualCard::processAssembled(CommandApdu apdu) {
+    Response response = processor_.execute(apdu);
+    wipe(apdu.data);
+    if (processor_.stateChanged())
+        persist(response);
+    return deliver(std::move(response), apdu.hasLe ? apdu.ne : 256);
+}
+
+void VirtualCard::persist(Response& response) {
+    processor_.clearStateChanged();
+    if (!imagePath_)
+        return;
+    try {
+        CardImage::store(*imagePath_, CardImage::serialise(state_), &instrumentation_);
+    } catch (const ImageError&) {
+        // Memory must not run ahead of the image: fall back to what the image still holds.
+        try {
+            state_ = CardImage::load(*imagePath_);
+        } catch (const ImageError&) {
+        }
+        processor_.reset();
+        response = {{}, sw::memoryFailure};
+    }
+}
+
+Bytes VirtualCard::deliver(Response response, std::size_t ne) {
+    if (response.data.size() <= ne)
+        return withStatusWord(std::move(response.data), response.statusWord);
+    pendingResponse_.assign(response.data.begin() + static_cast<std::ptrdiff_t>(ne),
+                            response.data.end());
+    pendingStatusWord_ = response.statusWord;
+    response.data.resize(ne);
+    return withStatusWord(std::move(response.data), 0x6100 | countByte(pendingResponse_.size()));
+}
+
+Bytes VirtualCard::getResponse(const CommandApdu& apdu) {
+    if (apdu.p1 != 0 || apdu.p2 != 0)
+        return statusWordOnly(sw::wrongP1P2);
+    if (pendingResponse_.empty())
+        return statusWordOnly(sw::conditionsNotSatisfied);
+    const std::size_t waiting = pendingResponse_.size();
+    const std::size_t ne = apdu.hasLe ? apdu.ne : 256;
+    if (ne > waiting && waiting < 256)
+        return statusWordOnly(0x6C00 | countByte(waiting));
+    Bytes pending = std::move(pendingResponse_);
+    pendingResponse_.clear();
+    return deliver({std::move(pending), pendingStatusWord_}, ne);
+}
+
+void VirtualCard::tearWrite(const Bytes& command) {
+    try {
+        CommandApdu apdu = CommandApdu::parse(command);
+        if (apdu.ins == insUpdateBinary && !apdu.chained() && !chain_) {
+            const std::size_t kept = instrumentation_.tornBytes();
+            apdu.data.resize(kept > 0 ? std::min(kept, apdu.data.size()) : apdu.data.size() / 2);
+            if (!apdu.data.empty())
+                processAssembled(std::move(apdu));
+        }
+    } catch (const CardError&) {
+    }
+    powerOff();
+    throw CardRemoved("the virtual card lost power during the command (injected torn write)");
+}
+
+} // namespace vcard

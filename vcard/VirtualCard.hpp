@@ -1,0 +1,76 @@
+#pragma once
+
+#include "vcard/Bytes.hpp"
+#include "vcard/CardImage.hpp"
+#include "vcard/CardState.hpp"
+#include "vcard/CommandProcessor.hpp"
+#include "vcard/Instrumentation.hpp"
+
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+namespace vcard {
+
+/// The card stopped answering: powered off, or a fault injected as a removal or a torn write.
+class CardRemoved : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// An ISO 7816 card that implements docs/card-profile.md: transport rules (chaining, GET
+/// RESPONSE, Ne), persistence of its image after every command that changes it, power and
+/// instrumentation. The commands themselves run in CommandProcessor.
+class VirtualCard {
+public:
+    /// A freshly personalised card held in memory only.
+    static std::unique_ptr<VirtualCard> personalised();
+    /// The card stored in the image; every change is saved back to it atomically. Throws
+    /// ImageError when the image is missing, corrupt or truncated (the file stays untouched).
+    static std::unique_ptr<VirtualCard> open(const std::string& imagePath);
+
+    /// A card with this state; with an image path, changes are saved there.
+    explicit VirtualCard(CardState state, std::optional<std::string> imagePath = std::nullopt);
+    VirtualCard(const VirtualCard&) = delete;
+    VirtualCard& operator=(const VirtualCard&) = delete;
+
+    /// One command APDU in, response data and SW1 SW2 out. A malformed or refused command gets
+    /// its status word; only a powered-off card or an injected fault throws CardRemoved.
+    Bytes transmit(const Bytes& command);
+
+    Bytes atr() const;
+    /// Warm reset (powers the card on if it was off): nothing verified, MF selected.
+    void reset();
+    /// The card answers nothing until reset().
+    void powerOff();
+    bool isPoweredOn() const { return poweredOn_; }
+
+    Instrumentation& instrumentation() { return instrumentation_; }
+
+    /// Writes the whole state atomically to path (mode 0600).
+    void save(const std::string& path) const;
+
+    const CardState& state() const { return state_; }
+
+private:
+    Bytes process(const Bytes& command);
+    Bytes processAssembled(CommandApdu apdu);
+    Bytes continueChain(const CommandApdu& part);
+    Bytes getResponse(const CommandApdu& apdu);
+    Bytes deliver(Response response, std::size_t ne);
+    [[noreturn]] void tearWrite(const Bytes& command);
+    void persist(Response& response);
+    void dropTransientData();
+
+    CardState state_;
+    std::optional<std::string> imagePath_;
+    CommandProcessor processor_;
+    mutable Instrumentation instrumentation_;
+    bool poweredOn_ = true;
+    std::optional<CommandApdu> chain_;
+    Bytes pendingResponse_;
+    std::uint16_t pendingStatusWord_ = 0x9000;
+};
+
+} // namespace vcard
