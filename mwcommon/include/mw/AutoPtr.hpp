@@ -4,6 +4,7 @@
 #include "mw/Exception.hpp"
 
 #include <cstddef>
+#include <new>
 #include <utility>
 
 namespace mw {
@@ -19,7 +20,6 @@ struct ArrayDeallocator {
 };
 
 namespace detail {
-
 // The shared owner behind AutoPtr: the object and the number of AutoPtrs that
 // refer to it. The count is not shared across threads.
 template <class T, class Deallocator> class AutoPtrContainer {
@@ -105,12 +105,12 @@ private:
         if (object == nullptr) {
             return nullptr;
         }
-        try {
-            return new Container(object);
-        } catch (...) {
+        auto* container = new (std::nothrow) Container(object);
+        if (container == nullptr) {
             Deallocator::deallocate(object);
-            throw;
+            throw std::bad_alloc();
         }
+        return container;
     }
 
     // Takes the new reference before dropping the old, so self-assignment is safe.

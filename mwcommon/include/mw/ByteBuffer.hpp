@@ -115,9 +115,10 @@ public:
 
     Buffer() noexcept = default;
 
-    explicit Buffer(size_type size)
-        : data_(alloc_.allocate(size))
-        , size_(size) {}
+    explicit Buffer(size_type size) {
+        data_ = alloc_.allocate(size);
+        size_ = size;
+    }
 
     Buffer(const T* source, size_type size)
         : Buffer(size) {
@@ -155,7 +156,6 @@ public:
         return *this;
     }
 
-    // Exchanges contents; nothing is copied, wiped or freed.
     void swap(Buffer& other) noexcept {
         std::swap(data_, other.data_);
         std::swap(size_, other.size_);

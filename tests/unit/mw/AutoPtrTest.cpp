@@ -53,7 +53,8 @@ TEST(AutoPtr, CopiesShareOneObjectReleasedByTheLastOwner) {
 
 TEST(AutoPtr, ArrayDeallocatorReleasesEveryElement) {
     {
-        mw::AutoPtr<Counted, mw::ArrayDeallocator> array(new Counted[3]);
+        Counted* elements = new Counted[3];
+        mw::AutoPtr<Counted, mw::ArrayDeallocator> array(elements);
         EXPECT_EQ(Counted::alive, 3);
         EXPECT_EQ(array->value, 7);
     }

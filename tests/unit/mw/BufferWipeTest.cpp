@@ -4,12 +4,27 @@
 #include "mw/ByteBuffer.hpp"
 
 #include <algorithm>
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 
-namespace {
+#if defined(__SANITIZE_ADDRESS__)
+#define P15_TEST_ASAN 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define P15_TEST_ASAN 1
+#endif
+#endif
 
-using FreeFunction = void (*)(void*);
+// The free() this one replaces: the sanitizer's when it owns the heap,
+// otherwise the C library's.
+#ifdef P15_TEST_ASAN
+extern "C" void __interceptor_free(void* block);
+#define releaseBlock __interceptor_free
+#else
+extern "C" void __libc_free(void* block);
+#define releaseBlock __libc_free
+#endif
+
+namespace {
 
 const void* watchedBlock = nullptr;
 std::size_t watchedSize = 0;
@@ -66,13 +81,8 @@ mw::ByteBuffer pattern() {
 } // namespace
 
 extern "C" void free(void* block) {
-    // The next free() in lookup order: the C library's, or the sanitizer's.
-    static FreeFunction next = nullptr;
-    if (next == nullptr) {
-        next = reinterpret_cast<FreeFunction>(dlsym(RTLD_NEXT, "free"));
-    }
     inspect(block);
-    next(block);
+    releaseBlock(block);
 }
 
 TEST(BufferWipe, TheHookSeesUnwipedMemory) {
