@@ -69,16 +69,25 @@ private:
     std::uint16_t port_ = 0;
 };
 
-TEST(VpcdBridge, AnswersControlCodesAndApdusUntilTheDriverCloses) {
+/// A bridge serving a fresh card to the fake driver on its own thread.
+class VpcdBridgeTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        serving = std::thread([this] {
+            bridge.connect("127.0.0.1", driver.port(), std::chrono::seconds(5));
+            bridge.serve(stop);
+        });
+        driver.accept();
+    }
+
     FakeDriver driver;
-    auto card = VirtualCard::personalised();
-    VpcdBridge bridge(*card);
+    std::unique_ptr<VirtualCard> card = VirtualCard::personalised();
+    VpcdBridge bridge{*card};
     std::atomic<bool> stop{false};
-    std::thread serving([&] {
-        bridge.connect("127.0.0.1", driver.port(), std::chrono::seconds(5));
-        bridge.serve(stop);
-    });
-    driver.accept();
+    std::thread serving;
+};
+
+TEST_F(VpcdBridgeTest, AnswersControlCodesAndApdusUntilTheDriverCloses) {
     driver.send({0x00}); // power off
     driver.send({0x01}); // power on
     driver.send({0x04}); // ATR please
@@ -97,16 +106,7 @@ TEST(VpcdBridge, AnswersControlCodesAndApdusUntilTheDriverCloses) {
     serving.join(); // serve() returns when the socket closes
 }
 
-TEST(VpcdBridge, StopsOnRequestAndReportsAnUnreachableDriver) {
-    FakeDriver driver;
-    auto card = VirtualCard::personalised();
-    VpcdBridge bridge(*card);
-    std::atomic<bool> stop{false};
-    std::thread serving([&] {
-        bridge.connect("127.0.0.1", driver.port(), std::chrono::seconds(5));
-        bridge.serve(stop);
-    });
-    driver.accept();
+TEST_F(VpcdBridgeTest, StopsOnRequestAndReportsAnUnreachableDriver) {
     stop = true;
     serving.join();
 
