@@ -77,30 +77,7 @@ void appendBase128(Bytes& out, std::uint64_t arc) {
         return encodeValue(value);                                                                 \
     }
 
-P15_OSS_CODEC(PKCS15Objects)
-P15_OSS_CODEC(PathOrObjects)
-P15_OSS_CODEC(PrivateKeyType)
-P15_OSS_CODEC(PublicKeyType)
-P15_OSS_CODEC(CertificateType)
-P15_OSS_CODEC(DataType)
-P15_OSS_CODEC(AuthenticationType)
-P15_OSS_CODEC(TokenInfo)
-P15_OSS_CODEC(DIRRecord)
-P15_OSS_CODEC(Path)
-P15_OSS_CODEC(ObjectValue)
-P15_OSS_CODEC(SecurityCondition)
-P15_OSS_CODEC(AccessControlRule)
-P15_OSS_CODEC(CommonObjectAttributes)
-P15_OSS_CODEC(CommonKeyAttributes)
-P15_OSS_CODEC(CommonPrivateKeyAttributes)
-P15_OSS_CODEC(CommonPublicKeyAttributes)
-P15_OSS_CODEC(CommonCertificateAttributes)
-P15_OSS_CODEC(CommonDataObjectAttributes)
-P15_OSS_CODEC(CommonAuthenticationObjectAttributes)
-P15_OSS_CODEC(PrivateRSAKeyAttributes)
-P15_OSS_CODEC(PublicRSAKeyAttributes)
-P15_OSS_CODEC(X509CertificateAttributes)
-P15_OSS_CODEC(PinAttributes)
+P15_OSS_CODEC_TYPES(P15_OSS_CODEC)
 
 #undef P15_OSS_CODEC
 

@@ -34,35 +34,37 @@ constexpr const char* kTextInvalid = "ASN.1: invalid value";
 constexpr const char* kTextIntegerRange = "ASN.1: integer out of range";
 constexpr const char* kTextTooLong = "ASN.1: value exceeds 65535 bytes";
 
+// Every type with its own decode() and encode().
+#define P15_OSS_CODEC_TYPES(X)                                                                     \
+    X(PKCS15Objects)                                                                               \
+    X(PathOrObjects)                                                                               \
+    X(PrivateKeyType)                                                                              \
+    X(PublicKeyType)                                                                               \
+    X(CertificateType)                                                                             \
+    X(DataType)                                                                                    \
+    X(AuthenticationType)                                                                          \
+    X(TokenInfo)                                                                                   \
+    X(DIRRecord)                                                                                   \
+    X(Path)                                                                                        \
+    X(ObjectValue)                                                                                 \
+    X(SecurityCondition)                                                                           \
+    X(AccessControlRule)                                                                           \
+    X(CommonObjectAttributes)                                                                      \
+    X(CommonKeyAttributes)                                                                         \
+    X(CommonPrivateKeyAttributes)                                                                  \
+    X(CommonPublicKeyAttributes)                                                                   \
+    X(CommonCertificateAttributes)                                                                 \
+    X(CommonDataObjectAttributes)                                                                  \
+    X(CommonAuthenticationObjectAttributes)                                                        \
+    X(PrivateRSAKeyAttributes)                                                                     \
+    X(PublicRSAKeyAttributes)                                                                      \
+    X(X509CertificateAttributes)                                                                   \
+    X(PinAttributes)
+
 #define P15_OSS_CODEC(Type)                                                                        \
     std::size_t decode(const std::uint8_t* data, std::size_t size, Type& out);                     \
     Bytes encode(const Type& value);
-
-P15_OSS_CODEC(PKCS15Objects)
-P15_OSS_CODEC(PathOrObjects)
-P15_OSS_CODEC(PrivateKeyType)
-P15_OSS_CODEC(PublicKeyType)
-P15_OSS_CODEC(CertificateType)
-P15_OSS_CODEC(DataType)
-P15_OSS_CODEC(AuthenticationType)
-P15_OSS_CODEC(TokenInfo)
-P15_OSS_CODEC(DIRRecord)
-P15_OSS_CODEC(Path)
-P15_OSS_CODEC(ObjectValue)
-P15_OSS_CODEC(SecurityCondition)
-P15_OSS_CODEC(AccessControlRule)
-P15_OSS_CODEC(CommonObjectAttributes)
-P15_OSS_CODEC(CommonKeyAttributes)
-P15_OSS_CODEC(CommonPrivateKeyAttributes)
-P15_OSS_CODEC(CommonPublicKeyAttributes)
-P15_OSS_CODEC(CommonCertificateAttributes)
-P15_OSS_CODEC(CommonDataObjectAttributes)
-P15_OSS_CODEC(CommonAuthenticationObjectAttributes)
-P15_OSS_CODEC(PrivateRSAKeyAttributes)
-P15_OSS_CODEC(PublicRSAKeyAttributes)
-P15_OSS_CODEC(X509CertificateAttributes)
-P15_OSS_CODEC(PinAttributes)
-
+P15_OSS_CODEC_TYPES(P15_OSS_CODEC)
 #undef P15_OSS_CODEC
 
 // OBJECT IDENTIFIER content octets to and from dotted text ("1.2.840.113549").

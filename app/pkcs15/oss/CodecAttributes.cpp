@@ -108,12 +108,7 @@ bool isObjectValueTag(std::uint32_t found) {
     return found == tag::sequence || isUrlTag(found) || isContextSpecific(found);
 }
 
-void read(DerReader& reader, Path& value) {
-    readSequence(reader, value);
-}
-void write(Sink& sink, const Path& value) {
-    writeSequence(sink, value);
-}
+P15_OSS_SEQUENCE_READ_WRITE(Path)
 
 void readFields(DerReader& reader, Path& value) {
     value.path = readOctetString(reader);
@@ -228,12 +223,7 @@ void write(Sink& sink, const SecurityCondition& value) {
     writeCondition(sink, value, 0);
 }
 
-void read(DerReader& reader, AccessControlRule& value) {
-    readSequence(reader, value);
-}
-void write(Sink& sink, const AccessControlRule& value) {
-    writeSequence(sink, value);
-}
+P15_OSS_SEQUENCE_READ_WRITE(AccessControlRule)
 
 void readFields(DerReader& reader, AccessControlRule& value) {
     value.accessMode = readBitString(reader);
@@ -245,12 +235,7 @@ void writeFields(Sink& sink, const AccessControlRule& value) {
     write(sink, value.securityCondition);
 }
 
-void read(DerReader& reader, CommonObjectAttributes& value) {
-    readSequence(reader, value);
-}
-void write(Sink& sink, const CommonObjectAttributes& value) {
-    writeSequence(sink, value);
-}
+P15_OSS_SEQUENCE_READ_WRITE(CommonObjectAttributes)
 
 void readFields(DerReader& reader, CommonObjectAttributes& value) {
     if (isLabelTag(reader.peekTag())) {
@@ -288,12 +273,7 @@ void writeFields(Sink& sink, const CommonObjectAttributes& value) {
     }
 }
 
-void read(DerReader& reader, CommonKeyAttributes& value) {
-    readSequence(reader, value);
-}
-void write(Sink& sink, const CommonKeyAttributes& value) {
-    writeSequence(sink, value);
-}
+P15_OSS_SEQUENCE_READ_WRITE(CommonKeyAttributes)
 
 void readFields(DerReader& reader, CommonKeyAttributes& value) {
     value.iD = readOctetString(reader);
@@ -335,12 +315,7 @@ void writeFields(Sink& sink, const CommonKeyAttributes& value) {
     }
 }
 
-void read(DerReader& reader, CommonPrivateKeyAttributes& value) {
-    readSequence(reader, value);
-}
-void write(Sink& sink, const CommonPrivateKeyAttributes& value) {
-    writeSequence(sink, value);
-}
+P15_OSS_SEQUENCE_READ_WRITE(CommonPrivateKeyAttributes)
 void readFields(DerReader& reader, CommonPrivateKeyAttributes& value) {
     readNameFields(reader, value, &CommonPrivateKeyAttributes::keyIdentifiers);
 }
@@ -348,12 +323,7 @@ void writeFields(Sink& sink, const CommonPrivateKeyAttributes& value) {
     writeNameFields(sink, value, &CommonPrivateKeyAttributes::keyIdentifiers);
 }
 
-void read(DerReader& reader, CommonPublicKeyAttributes& value) {
-    readSequence(reader, value);
-}
-void write(Sink& sink, const CommonPublicKeyAttributes& value) {
-    writeSequence(sink, value);
-}
+P15_OSS_SEQUENCE_READ_WRITE(CommonPublicKeyAttributes)
 void readFields(DerReader& reader, CommonPublicKeyAttributes& value) {
     readNameFields(reader, value, &CommonPublicKeyAttributes::trustedUsage);
 }
@@ -361,12 +331,7 @@ void writeFields(Sink& sink, const CommonPublicKeyAttributes& value) {
     writeNameFields(sink, value, &CommonPublicKeyAttributes::trustedUsage);
 }
 
-void read(DerReader& reader, CommonCertificateAttributes& value) {
-    readSequence(reader, value);
-}
-void write(Sink& sink, const CommonCertificateAttributes& value) {
-    writeSequence(sink, value);
-}
+P15_OSS_SEQUENCE_READ_WRITE(CommonCertificateAttributes)
 
 void readFields(DerReader& reader, CommonCertificateAttributes& value) {
     value.iD = readOctetString(reader);
@@ -396,12 +361,7 @@ void writeFields(Sink& sink, const CommonCertificateAttributes& value) {
     }
 }
 
-void read(DerReader& reader, CommonDataObjectAttributes& value) {
-    readSequence(reader, value);
-}
-void write(Sink& sink, const CommonDataObjectAttributes& value) {
-    writeSequence(sink, value);
-}
+P15_OSS_SEQUENCE_READ_WRITE(CommonDataObjectAttributes)
 
 void readFields(DerReader& reader, CommonDataObjectAttributes& value) {
     if (isLabelTag(reader.peekTag())) {
@@ -421,12 +381,7 @@ void writeFields(Sink& sink, const CommonDataObjectAttributes& value) {
     }
 }
 
-void read(DerReader& reader, CommonAuthenticationObjectAttributes& value) {
-    readSequence(reader, value);
-}
-void write(Sink& sink, const CommonAuthenticationObjectAttributes& value) {
-    writeSequence(sink, value);
-}
+P15_OSS_SEQUENCE_READ_WRITE(CommonAuthenticationObjectAttributes)
 void readFields(DerReader& reader, CommonAuthenticationObjectAttributes& value) {
     value.authId = readOctetString(reader);
 }
@@ -434,12 +389,7 @@ void writeFields(Sink& sink, const CommonAuthenticationObjectAttributes& value) 
     writeOctetString(sink, value.authId);
 }
 
-void read(DerReader& reader, PrivateRSAKeyAttributes& value) {
-    readSequence(reader, value);
-}
-void write(Sink& sink, const PrivateRSAKeyAttributes& value) {
-    writeSequence(sink, value);
-}
+P15_OSS_SEQUENCE_READ_WRITE(PrivateRSAKeyAttributes)
 void readFields(DerReader& reader, PrivateRSAKeyAttributes& value) {
     readRsaKeyFields(reader, value);
 }
@@ -447,12 +397,7 @@ void writeFields(Sink& sink, const PrivateRSAKeyAttributes& value) {
     writeRsaKeyFields(sink, value);
 }
 
-void read(DerReader& reader, PublicRSAKeyAttributes& value) {
-    readSequence(reader, value);
-}
-void write(Sink& sink, const PublicRSAKeyAttributes& value) {
-    writeSequence(sink, value);
-}
+P15_OSS_SEQUENCE_READ_WRITE(PublicRSAKeyAttributes)
 void readFields(DerReader& reader, PublicRSAKeyAttributes& value) {
     readRsaKeyFields(reader, value);
 }
@@ -460,12 +405,7 @@ void writeFields(Sink& sink, const PublicRSAKeyAttributes& value) {
     writeRsaKeyFields(sink, value);
 }
 
-void read(DerReader& reader, X509CertificateAttributes& value) {
-    readSequence(reader, value);
-}
-void write(Sink& sink, const X509CertificateAttributes& value) {
-    writeSequence(sink, value);
-}
+P15_OSS_SEQUENCE_READ_WRITE(X509CertificateAttributes)
 
 void readFields(DerReader& reader, X509CertificateAttributes& value) {
     read(reader, value.value);
@@ -500,12 +440,7 @@ void writeFields(Sink& sink, const X509CertificateAttributes& value) {
     }
 }
 
-void read(DerReader& reader, PinAttributes& value) {
-    readSequence(reader, value);
-}
-void write(Sink& sink, const PinAttributes& value) {
-    writeSequence(sink, value);
-}
+P15_OSS_SEQUENCE_READ_WRITE(PinAttributes)
 
 void readFields(DerReader& reader, PinAttributes& value) {
     value.pinFlags = readBitString(reader);

@@ -89,6 +89,15 @@ void writeSequenceOf(Sink& sink, const std::vector<T>& values,
     });
 }
 
+// read() and write() of a type that is a SEQUENCE of its fields.
+#define P15_OSS_SEQUENCE_READ_WRITE(Type)                                                          \
+    void read(DerReader& reader, Type& value) {                                                    \
+        readSequence(reader, value);                                                               \
+    }                                                                                              \
+    void write(Sink& sink, const Type& value) {                                                    \
+        writeSequence(sink, value);                                                                \
+    }
+
 // The TLV of a component kept as read.
 inline Bytes readRaw(DerReader& reader) {
     return reader.next().bytes();

@@ -31,12 +31,7 @@ void writeOptionalText(Sink& sink, std::uint32_t primitiveTag,
 
 } // namespace
 
-void read(DerReader& reader, SecurityEnvironmentInfo& value) {
-    readSequence(reader, value);
-}
-void write(Sink& sink, const SecurityEnvironmentInfo& value) {
-    writeSequence(sink, value);
-}
+P15_OSS_SEQUENCE_READ_WRITE(SecurityEnvironmentInfo)
 
 void readFields(DerReader& reader, SecurityEnvironmentInfo& value) {
     value.se = readInteger(reader);
@@ -48,12 +43,7 @@ void writeFields(Sink& sink, const SecurityEnvironmentInfo& value) {
     writeOid(sink, value.owner);
 }
 
-void read(DerReader& reader, RecordInfo& value) {
-    readSequence(reader, value);
-}
-void write(Sink& sink, const RecordInfo& value) {
-    writeSequence(sink, value);
-}
+P15_OSS_SEQUENCE_READ_WRITE(RecordInfo)
 
 void readFields(DerReader& reader, RecordInfo& value) {
     unsigned number = 0;
@@ -75,12 +65,7 @@ void writeFields(Sink& sink, const RecordInfo& value) {
     }
 }
 
-void read(DerReader& reader, AlgorithmInfo& value) {
-    readSequence(reader, value);
-}
-void write(Sink& sink, const AlgorithmInfo& value) {
-    writeSequence(sink, value);
-}
+P15_OSS_SEQUENCE_READ_WRITE(AlgorithmInfo)
 
 void readFields(DerReader& reader, AlgorithmInfo& value) {
     value.reference = readInteger(reader);
