@@ -25,16 +25,19 @@ constexpr unsigned int modulusTag = 0x81;
 constexpr unsigned int exponentTag = 0x82;
 constexpr std::size_t fullAnswer = 256;
 
-RsaPublicKeySpec parsePublicKey(const mw::ByteBuffer& answer) {
+RsaPublicKeySpec publicKeyOf(const mw::ByteBuffer& answer) {
     const Tlv key = expectTlv(answer, publicKeyTemplate);
     const std::optional<Tlv> modulus = TlvReader(answer, key).find(modulusTag);
     const std::optional<Tlv> exponent = TlvReader(answer, key).find(exponentTag);
     if (!modulus || !exponent || modulus->length == 0 || exponent->length == 0) {
         CARD_THROW(card::InvalidDataException()
-                   << card::Command(generateName)
                    << card::ErrorText("public key template without modulus or exponent"));
     }
     return RsaPublicKeySpec(tlvValue(answer, *modulus), tlvValue(answer, *exponent));
+}
+
+RsaPublicKeySpec parsePublicKey(const mw::ByteBuffer& answer) {
+    return parseAnswerOf(generateName, [&] { return publicKeyOf(answer); });
 }
 
 mw::ByteBuffer encodePrivateKey(const RsaPrivateCrtKeySpec& spec) {

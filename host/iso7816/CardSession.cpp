@@ -25,7 +25,6 @@ constexpr unsigned short insNotSupported = 0x6D00;
 
 [[noreturn]] void throwMalformedOid() {
     CARD_THROW(card::InvalidDataException()
-               << card::Command(getDataName)
                << card::ErrorText("malformed object identifier from the card"));
 }
 
@@ -92,7 +91,7 @@ const std::vector<std::string>& CardSession::algorithms() const {
         const Response answer =
             IsoCommand(getDataName, 0xCA, 0x01, 0xA0).expecting(256).send(*channel_);
         if (answer.sw == 0x9000) {
-            algorithms_ = parseAlgorithms(answer.data);
+            algorithms_ = parseAnswerOf(getDataName, [&] { return parseAlgorithms(answer.data); });
         } else if (answer.sw == referencedDataNotFound || answer.sw == insNotSupported) {
             algorithms_.emplace(); // a card without the list performs nothing on its own
         } else {

@@ -19,7 +19,7 @@ enum Tag : unsigned int {
 constexpr unsigned char lifeCycleOperational = 0x05;
 
 [[noreturn]] void throwMalformed(const char* text) {
-    CARD_THROW(card::InvalidDataException() << card::Command("Select") << card::ErrorText(text));
+    CARD_THROW(card::InvalidDataException() << card::ErrorText(text));
 }
 
 std::size_t bigEndian(const mw::ByteBuffer& data, const Tlv& tlv) {

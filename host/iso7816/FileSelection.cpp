@@ -28,6 +28,10 @@ bool startsWith(const mw::ByteBuffer& path, const mw::ByteBuffer& prefix) {
     return path.size() >= prefix.size() && std::equal(prefix.begin(), prefix.end(), path.begin());
 }
 
+Fcp parseFcp(const mw::ByteBuffer& answer) {
+    return parseAnswerOf(selectName, [&] { return Fcp::parse(answer); });
+}
+
 mw::ByteBuffer withoutFirstFileId(const mw::ByteBuffer& path) {
     return path.get(2, path.size() - 2);
 }
@@ -45,10 +49,11 @@ mw::ByteBuffer lastFileId(const mw::ByteBuffer& absolutePath) {
 void FileSelection::selectApplication(const card::IChannel& channel, const mw::ByteBuffer& aid) {
     currentDf_.reset();
     currentFile_.reset();
-    Fcp fcp = Fcp::parse(IsoCommand(selectName, selectIns, byDfName, answerFcp)
-                             .withData(aid)
-                             .expecting(fullAnswer)
-                             .execute(channel));
+    const mw::ByteBuffer answer = IsoCommand(selectName, selectIns, byDfName, answerFcp)
+                                      .withData(aid)
+                                      .expecting(fullAnswer)
+                                      .execute(channel);
+    Fcp fcp = parseFcp(answer);
     if (!fcp.isDf() || fcp.fileId.empty()) {
         CARD_THROW(card::InvalidDataException()
                    << card::Command(selectName)
@@ -76,7 +81,7 @@ mw::ByteBuffer FileSelection::sendSelectCommand(const card::IChannel& channel,
 
 const Fcp& FileSelection::select(const card::IChannel& channel, const mw::ByteBuffer& path) {
     const mw::ByteBuffer absolute = absolutePath(path);
-    Fcp fcp = Fcp::parse(sendSelectCommand(channel, absolute, true));
+    Fcp fcp = parseFcp(sendSelectCommand(channel, absolute, true));
     currentDf_ = fcp.isDf() ? absolute : parentPath(absolute);
     currentFile_ = std::move(fcp);
     return *currentFile_;

@@ -33,10 +33,7 @@ Response transmit(const card::IChannel& channel, const mw::ByteBuffer& bytes, co
     try {
         answer = channel.transport(0).transmit(card::Apdu(bytes));
     } catch (card::CardException& e) {
-        // Transports do not know which command they carried.
-        if (boost::get_error_info<card::Command>(e) == nullptr) {
-            e << card::Command(name);
-        }
+        nameCommand(e, name); // transports do not know which command they carried
         throw;
     }
     if (!answer || answer->size() < 2) {
@@ -85,6 +82,12 @@ void collectRemainder(const card::IChannel& channel, Response& response) {
 }
 
 } // namespace
+
+void nameCommand(card::CardException& e, const char* command) {
+    if (boost::get_error_info<card::Command>(e) == nullptr) {
+        e << card::Command(command);
+    }
+}
 
 void throwStatus(const char* command, unsigned short sw) {
     CARD_THROW(card::CardException() << card::Command(command) << card::StatusCode(sw));

@@ -1,6 +1,7 @@
 #ifndef HOST_ISO7816_ISOCOMMAND_HPP
 #define HOST_ISO7816_ISOCOMMAND_HPP
 
+#include "card/CardException.hpp"
 #include "mw/ByteBuffer.hpp"
 
 #include <cstddef>
@@ -58,6 +59,20 @@ private:
 
 // card::CardException naming the command and carrying the status word.
 [[noreturn]] void throwStatus(const char* command, unsigned short sw);
+
+// Names the command on a card exception that does not name one yet.
+void nameCommand(card::CardException& e, const char* command);
+
+// Runs `parse` over an answer of `command`: a malformed answer is reported
+// as that command's.
+template <class Parse> auto parseAnswerOf(const char* command, const Parse& parse) {
+    try {
+        return parse();
+    } catch (card::CardException& e) {
+        nameCommand(e, command);
+        throw;
+    }
+}
 
 } // namespace iso7816
 } // namespace host

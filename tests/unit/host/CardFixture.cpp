@@ -1,0 +1,100 @@
+#include "CardFixture.hpp"
+
+#include "card/CardException.hpp"
+#include "host/pcsc/PcscContext.hpp"
+#include "host/pcsc/PcscTransport.hpp"
+#include "host/vcard/VirtualCardTransport.hpp"
+#include "vcard/VirtualCard.hpp"
+
+#include <boost/exception/get_error_info.hpp>
+#include <boost/make_shared.hpp>
+#include <cstdlib>
+#include <unistd.h>
+
+namespace hosttest {
+
+const char* const userPin = "123456";
+const char* const puk = "12345678";
+const char* const soPin = "87654321";
+
+namespace {
+
+// The first vpcd reader unless P15_READER names one.
+std::string virtualReader(const host::PcscContext& context) {
+    if (const char* chosen = std::getenv("P15_READER")) {
+        return chosen;
+    }
+    for (const std::string& reader : context.listReaders()) {
+        if (reader.find("Virtual PCD") != std::string::npos) {
+            return reader;
+        }
+    }
+    return {};
+}
+
+std::unique_ptr<card::ICardTransport> pcscTransport() {
+    auto context = std::make_shared<host::PcscContext>();
+    const std::string reader = virtualReader(*context);
+    if (reader.empty()) {
+        throw std::runtime_error("no vpcd reader known to pcscd");
+    }
+    if (!context->waitForCard(reader, std::chrono::seconds(10))) {
+        throw std::runtime_error("no card in " + reader);
+    }
+    return std::make_unique<host::PcscTransport>(context, reader);
+}
+
+} // namespace
+
+std::string transportName(const ::testing::TestParamInfo<TransportKind>& info) {
+    return info.param == TransportKind::InProcess ? "InProcess" : "Pcsc";
+}
+
+void CardTest::SetUp() {
+    std::unique_ptr<card::ICardTransport> transport;
+    if (GetParam() == TransportKind::Pcsc) {
+        if (geteuid() != 0) {
+            GTEST_SKIP() << "the PC/SC tests drive pcscd, which needs root";
+        }
+        transport = pcscTransport();
+    } else {
+        auto inProcess =
+            std::make_unique<host::VirtualCardTransport>(vcard::VirtualCard::personalised());
+        virtualCard_ = &inProcess->virtualCard();
+        transport = std::move(inProcess);
+    }
+    channel_ = boost::make_shared<host::Channel>(std::move(transport));
+    session_ = boost::make_shared<host::iso7816::CardSession>(channel_);
+    card_ = boost::make_shared<host::iso7816::Card>(session_);
+    card_->selectApplication(*channel_, host::iso7816::pkcs15Aid());
+    if (GetParam() == TransportKind::Pcsc) {
+        // The served card lives on between tests: start with nothing verified.
+        for (unsigned char reference : {0x01, 0x02, 0x03}) {
+            pins()->deauthenticate(*channel_, pinReference(reference));
+        }
+    }
+}
+
+void CardTest::verifyUserPin() const {
+    pins()->authenticate(*channel_, pinReference(0x01), paddedPin(userPin));
+}
+
+card::service::PinReference pinReference(unsigned char reference) {
+    card::service::PinReference pin;
+    pin.reference = reference;
+    return pin;
+}
+
+mw::ByteBuffer paddedPin(const std::string& digits) {
+    mw::ByteBuffer pin(8);
+    std::fill(pin.begin(), pin.end(), 0xFF);
+    std::copy(digits.begin(), digits.end(), pin.begin());
+    return pin;
+}
+
+unsigned short statusOf(const card::CardException& e) {
+    const unsigned short* sw = boost::get_error_info<card::StatusCode>(e);
+    return sw ? *sw : 0;
+}
+
+} // namespace hosttest

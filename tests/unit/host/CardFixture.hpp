@@ -1,0 +1,90 @@
+#ifndef TESTS_UNIT_HOST_CARDFIXTURE_HPP
+#define TESTS_UNIT_HOST_CARDFIXTURE_HPP
+
+#include "card/CardException.hpp"
+#include "card/service/IAsymmetricKeyManagementService.hpp"
+#include "card/service/ICryptographyService.hpp"
+#include "card/service/IFileAccessService.hpp"
+#include "card/service/IFileSystemService.hpp"
+#include "card/service/IPinManagementService.hpp"
+#include "host/Channel.hpp"
+#include "host/iso7816/Applet.hpp"
+#include "host/iso7816/Card.hpp"
+
+#include <boost/exception/get_error_info.hpp>
+#include <boost/shared_ptr.hpp>
+#include <gtest/gtest.h>
+#include <string>
+
+namespace vcard {
+class VirtualCard;
+}
+
+namespace hosttest {
+
+enum class TransportKind { InProcess, Pcsc };
+
+std::string transportName(const ::testing::TestParamInfo<TransportKind>& info);
+
+// A personalised card behind a real transport with the PKCS#15 application
+// selected: a fresh virtual card in-process, or the card that the pcscd
+// fixture serves through vpcd (shared by all tests, so tests leave it as
+// they found it).
+class CardTest : public ::testing::TestWithParam<TransportKind> {
+protected:
+    void SetUp() override;
+
+    template <class Service> boost::shared_ptr<Service> service(const std::string& name) const {
+        return boost::dynamic_pointer_cast<Service>(card_->getInterface(name));
+    }
+    boost::shared_ptr<card::service::IFileAccessService> files() const {
+        return service<card::service::IFileAccessService>("FileAccessService");
+    }
+    boost::shared_ptr<card::service::IFileSystemService> fileSystem() const {
+        return service<card::service::IFileSystemService>("FileSystemService");
+    }
+    boost::shared_ptr<card::service::IPinManagementService> pins() const {
+        return service<card::service::IPinManagementService>("PinManagementService");
+    }
+    boost::shared_ptr<card::service::ICryptographyService> crypto() const {
+        return service<card::service::ICryptographyService>("CryptographyService");
+    }
+    boost::shared_ptr<card::service::IAsymmetricKeyManagementService> keys() const {
+        return service<card::service::IAsymmetricKeyManagementService>(
+            "AsymmetricKeyManagementService");
+    }
+
+    void verifyUserPin() const;
+
+    boost::shared_ptr<host::Channel> channel_;
+    boost::shared_ptr<host::iso7816::CardSession> session_;
+    boost::shared_ptr<host::iso7816::Card> card_;
+    // Set in-process only: counters and fault injection.
+    vcard::VirtualCard* virtualCard_ = nullptr;
+};
+
+card::service::PinReference pinReference(unsigned char reference);
+// A PIN as the card stores it: padded with FF to 8 bytes.
+mw::ByteBuffer paddedPin(const std::string& digits);
+
+extern const char* const userPin;
+extern const char* const puk;
+extern const char* const soPin;
+
+// The status word a card exception carries, 0 when none.
+unsigned short statusOf(const card::CardException& e);
+
+} // namespace hosttest
+
+// Runs `statement`, expects a card exception with this command and status word.
+#define EXPECT_CARD_ERROR(statement, command, sw)                                                  \
+    try {                                                                                          \
+        statement;                                                                                 \
+        ADD_FAILURE() << "no card exception from " #statement;                                     \
+    } catch (const card::CardException& e) {                                                       \
+        const char* const* name = boost::get_error_info<card::Command>(e);                         \
+        EXPECT_STREQ(name ? *name : "", command);                                                  \
+        EXPECT_EQ(hosttest::statusOf(e), sw) << std::hex;                                          \
+    }
+
+#endif

@@ -1,0 +1,118 @@
+// File access and file system services against a real card, in-process and
+// over PC/SC.
+#include "CardFixture.hpp"
+#include "TestKeys.hpp"
+
+#include "card/CardException.hpp"
+
+#include <boost/exception/diagnostic_information.hpp>
+#include <boost/exception/get_error_info.hpp>
+#include <boost/make_shared.hpp>
+
+namespace hosttest {
+namespace {
+
+using namespace card::service;
+
+mw::ByteBuffer pattern(std::size_t length, unsigned char seed) {
+    mw::ByteBuffer bytes(length);
+    for (std::size_t i = 0; i < length; ++i) {
+        bytes.data()[i] = static_cast<unsigned char>(seed + i * 7);
+    }
+    return bytes;
+}
+
+class FileServicesTest : public CardTest {
+protected:
+    // A file in DF02 (whose update right is the user PIN's).
+    mw::ByteBuffer createFile(unsigned char fid, std::size_t size, AccessConditions conditions) {
+        verifyUserPin();
+        const mw::ByteBuffer path{0xDF, 0x02, 0x0D, fid};
+        fileSystem()->createFile(*channel_, DataObjectCreateParams(path, size, conditions));
+        return path;
+    }
+};
+
+TEST_P(FileServicesTest, ReadsTheWholeFileFromItsFcpAndAnySlice) {
+    files()->select(*channel_, {0x50, 0x32});
+    EXPECT_EQ(files()->size(*channel_), 512u);
+    const mw::ByteBuffer whole = files()->read(*channel_, 0, 0);
+    ASSERT_EQ(whole.size(), 512u);
+    EXPECT_EQ(whole.get(0), 0x30); // TokenInfo is a DER SEQUENCE
+    EXPECT_EQ(files()->read(*channel_, 300, 100), whole.get(300, 100));
+    EXPECT_EQ(files()->read(*channel_, 500, 0), whole.get(500, 12));
+}
+
+TEST_P(FileServicesTest, EveryPathFormReachesTheSameFile) {
+    files()->select(*channel_, {0x3F, 0x00, 0x50, 0x15, 0x50, 0x31});
+    const mw::ByteBuffer absolute = files()->read(*channel_, 0, 0);
+    files()->select(*channel_, {0x3F, 0xFF, 0x50, 0x31});
+    EXPECT_EQ(files()->read(*channel_, 0, 0), absolute);
+    files()->select(*channel_, {0x50, 0x31});
+    EXPECT_EQ(files()->read(*channel_, 0, 0), absolute);
+
+    files()->select(*channel_, {0x3F, 0x00, 0x2F, 0x00});
+    EXPECT_EQ(files()->size(*channel_), 128u);
+    // Back in the application after a visit to the MF.
+    files()->select(*channel_, {0x99, 0x99});
+    EXPECT_EQ(files()->size(*channel_), 8u);
+}
+
+TEST_P(FileServicesTest, ReadingBeyondTheEndAndMissingFilesGiveTheCardsStatus) {
+    files()->select(*channel_, {0x99, 0x99});
+    EXPECT_CARD_ERROR(files()->read(*channel_, 4, 8), "Read Binary", 0x6282);
+    EXPECT_CARD_ERROR(files()->read(*channel_, 8, 1), "Read Binary", 0x6B00);
+    EXPECT_TRUE(files()->read(*channel_, 8, 0).empty());
+    EXPECT_CARD_ERROR(files()->select(*channel_, {0x12, 0x34}), "Select", 0x6A82);
+    EXPECT_THROW(files()->select(*channel_, {0x50}), mw::IllegalArgumentException);
+}
+
+TEST_P(FileServicesTest, LargeFileRoundTripAndRefusedOverflow) {
+    const mw::ByteBuffer path =
+        createFile(0x90, 1500, {{AccessRead, always()}, {AccessUpdate, pinVerified(0x01)}});
+    const mw::ByteBuffer content = pattern(1500, 3);
+    files()->update(*channel_, 0, content); // the new file is the current one
+    files()->select(*channel_, path);
+    EXPECT_EQ(files()->read(*channel_, 0, 0), content);
+
+    EXPECT_CARD_ERROR(files()->update(*channel_, 1400, pattern(200, 9)), "Update Binary", 0x6A84);
+    EXPECT_EQ(files()->read(*channel_, 1400, 100), content.get(1400, 100));
+
+    fileSystem()->deleteFile(*channel_, path);
+    EXPECT_CARD_ERROR(files()->select(*channel_, path), "Select", 0x6A82);
+}
+
+TEST_P(FileServicesTest, CreatedConditionsAreEnforcedByTheCard) {
+    const SecurityConditionPtr userAndSo = boost::make_shared<AndSecurityCondition>(
+        SecurityConditionList{pinVerified(0x01), pinVerified(0x03)});
+    const mw::ByteBuffer guarded =
+        createFile(0x91, 16, {{AccessRead, always()}, {AccessUpdate, userAndSo}});
+    const mw::ByteBuffer data = pattern(16, 1);
+    EXPECT_CARD_ERROR(files()->update(*channel_, 0, data), "Update Binary", 0x6982);
+    pins()->authenticate(*channel_, pinReference(0x03), paddedPin(soPin));
+    files()->update(*channel_, 0, data);
+    pins()->deauthenticate(*channel_, pinReference(0x03));
+    EXPECT_CARD_ERROR(files()->update(*channel_, 0, data), "Update Binary", 0x6982);
+    EXPECT_EQ(files()->read(*channel_, 0, 0), data);
+    EXPECT_CARD_ERROR(fileSystem()->deleteFile(*channel_, guarded), "Delete File", 0x6982);
+    pins()->authenticate(*channel_, pinReference(0x03), paddedPin(soPin));
+    fileSystem()->deleteFile(*channel_, guarded);
+    pins()->deauthenticate(*channel_, pinReference(0x03));
+
+    const SecurityConditionPtr userAbsent =
+        boost::make_shared<NotSecurityCondition>(pinVerified(0x01));
+    const mw::ByteBuffer inverted =
+        createFile(0x92, 4, {{AccessRead, userAbsent}, {AccessUpdate, always()}});
+    EXPECT_CARD_ERROR(files()->read(*channel_, 0, 4), "Read Binary", 0x6982);
+    pins()->deauthenticate(*channel_, pinReference(0x01));
+    files()->select(*channel_, inverted);
+    EXPECT_EQ(files()->read(*channel_, 0, 0), mw::ByteBuffer(4));
+    fileSystem()->deleteFile(*channel_, inverted);
+}
+
+INSTANTIATE_TEST_SUITE_P(Transports, FileServicesTest,
+                         ::testing::Values(TransportKind::InProcess, TransportKind::Pcsc),
+                         transportName);
+
+} // namespace
+} // namespace hosttest

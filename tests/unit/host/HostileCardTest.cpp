@@ -1,0 +1,196 @@
+// A hostile or broken card, played by a scripted transport: truncated and
+// garbage answers end in clear exceptions, never in a hang or a crash.
+#include "TestKeys.hpp"
+#include "card/Apdu.hpp"
+#include "card/CardException.hpp"
+#include "card/service/IAsymmetricKeyManagementService.hpp"
+#include "card/service/ICryptographyService.hpp"
+#include "card/service/IFileAccessService.hpp"
+#include "host/Channel.hpp"
+#include "host/iso7816/Applet.hpp"
+#include "host/iso7816/Card.hpp"
+#include "host/iso7816/SecurityAttributes.hpp"
+
+#include <boost/exception/get_error_info.hpp>
+#include <boost/make_shared.hpp>
+#include <deque>
+#include <gtest/gtest.h>
+
+namespace hosttest {
+namespace {
+
+using mw::ByteBuffer;
+
+// Answers each command with the next scripted response (the last one
+// repeats) and records the commands.
+class ScriptedTransport : public card::ICardTransport {
+public:
+    ScriptedTransport(std::deque<ByteBuffer>& script, std::vector<ByteBuffer>& sent)
+        : script_(script)
+        , sent_(sent) {}
+
+    ByteBuffer getAtr() const override { return {0x3B, 0x00}; }
+    boost::shared_ptr<ByteBuffer> transmit(const card::Apdu& command) const override {
+        sent_.push_back(command.bytes());
+        if (script_.empty()) {
+            return nullptr;
+        }
+        auto answer = boost::make_shared<ByteBuffer>(script_.front());
+        if (script_.size() > 1) {
+            script_.pop_front();
+        }
+        return answer;
+    }
+    void beginTransaction() const override {}
+    void endTransaction() const override {}
+
+private:
+    std::deque<ByteBuffer>& script_;
+    std::vector<ByteBuffer>& sent_;
+};
+
+const ByteBuffer applicationFcp{0x62, 0x07, 0x82, 0x01, 0x38, 0x83, 0x02, 0x50, 0x15, 0x90, 0x00};
+
+class HostileCardTest : public ::testing::Test {
+protected:
+    HostileCardTest()
+        : channel_(boost::make_shared<host::Channel>(
+              std::make_unique<ScriptedTransport>(script_, sent_)))
+        , card_(boost::make_shared<host::iso7816::Card>(channel_)) {}
+
+    // Selects the application, then lets the card answer `answers`.
+    void play(std::initializer_list<ByteBuffer> answers) {
+        script_ = {applicationFcp};
+        card_->selectApplication(*channel_, host::iso7816::pkcs15Aid());
+        script_.assign(answers.begin(), answers.end());
+        sent_.clear();
+    }
+
+    template <class Service> boost::shared_ptr<Service> service(const char* name) const {
+        return boost::dynamic_pointer_cast<Service>(card_->getInterface(name));
+    }
+
+    // Runs `operation`, expects card::InvalidDataException for `command`.
+    template <class Operation>
+    void expectInvalidData(const Operation& operation, const char* command) {
+        try {
+            operation();
+            ADD_FAILURE() << "the malformed answer was accepted";
+        } catch (const card::InvalidDataException& e) {
+            const char* const* name = boost::get_error_info<card::Command>(e);
+            EXPECT_STREQ(name ? *name : "", command);
+            EXPECT_TRUE(boost::get_error_info<card::ErrorText>(e));
+        }
+    }
+
+    void selectFile() {
+        service<card::service::IFileAccessService>("FileAccessService")
+            ->select(*channel_, {0x50, 0x31});
+    }
+
+    std::deque<ByteBuffer> script_;
+    std::vector<ByteBuffer> sent_;
+    boost::shared_ptr<host::Channel> channel_;
+    boost::shared_ptr<host::iso7816::Card> card_;
+};
+
+TEST_F(HostileCardTest, TruncatedOrMissingAnswersAreInvalidData) {
+    play({{0x90}});
+    expectInvalidData([&] { selectFile(); }, "Select");
+    play({});
+    expectInvalidData([&] { selectFile(); }, "Select");
+}
+
+TEST_F(HostileCardTest, GarbageFcpIsInvalidData) {
+    play({{0x62, 0x05, 0x82, 0x90, 0x00}}); // length beyond the data
+    expectInvalidData([&] { selectFile(); }, "Select");
+    play({{0x62, 0x04, 0x83, 0x02, 0x50, 0x31, 0x90, 0x00}}); // no descriptor
+    expectInvalidData([&] { selectFile(); }, "Select");
+    play({{0x6F, 0x00, 0x90, 0x00}}); // not an FCP
+    expectInvalidData([&] { selectFile(); }, "Select");
+    play({{0x62, 0x03, 0x82, 0x01, 0x01, 0x90, 0x00}}); // an EF as the application
+    expectInvalidData([&] { card_->selectApplication(*channel_, host::iso7816::pkcs15Aid()); },
+                      "Select");
+}
+
+TEST_F(HostileCardTest, AnswerThatNeverEndsIsCutOff) {
+    play({{0x01, 0x61, 0x00}});
+    expectInvalidData([&] { selectFile(); }, "Get Response");
+    EXPECT_LE(sent_.size(), 300u);
+}
+
+TEST_F(HostileCardTest, ShortReadWithSuccessIsInvalidData) {
+    play({{0x62, 0x07, 0x80, 0x02, 0x00, 0x20, 0x82, 0x01, 0x01, 0x90, 0x00},
+          {0x01, 0x02, 0x90, 0x00}});
+    selectFile();
+    expectInvalidData(
+        [&] {
+            service<card::service::IFileAccessService>("FileAccessService")->read(*channel_, 0, 0);
+        },
+        "Read Binary");
+}
+
+TEST_F(HostileCardTest, WrongLeAndGetResponseAreFollowed) {
+    play(
+        {{0x6C, 0x0D},
+         {0xA0, 0x10, 0x06, 0x09, 0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x01, 0x01, 0x61, 0x00},
+         {0x06, 0x03, 0x2B, 0x0E, 0x03, 0x90, 0x00}});
+    EXPECT_EQ(card_->getAlgorithms(),
+              (std::vector<std::string>{"1.2.840.113549.1.1.1", "1.3.14.3"}));
+    ASSERT_EQ(sent_.size(), 3u);
+    EXPECT_EQ(sent_[0], (ByteBuffer{0x00, 0xCA, 0x01, 0xA0, 0x00}));
+    EXPECT_EQ(sent_[1], (ByteBuffer{0x00, 0xCA, 0x01, 0xA0, 0x0D}));
+    EXPECT_EQ(sent_[2], (ByteBuffer{0x00, 0xC0, 0x00, 0x00, 0x00}));
+}
+
+TEST_F(HostileCardTest, MalformedAlgorithmListsAndKeyTemplatesAreInvalidData) {
+    play({{0xA0, 0x02, 0x06, 0x00, 0x90, 0x00}});
+    expectInvalidData([&] { card_->getAlgorithms(); }, "Get Data");
+    play({{0xA0, 0x03, 0x06, 0x01, 0x81, 0x90, 0x00}});
+    expectInvalidData([&] { card_->getAlgorithms(); }, "Get Data");
+
+    const auto keys =
+        service<card::service::IAsymmetricKeyManagementService>("AsymmetricKeyManagementService");
+    play({{0x7F, 0x49, 0x03, 0x81, 0x01, 0xC5, 0x90, 0x00}}); // no exponent
+    expectInvalidData([&] { keys->readPublicKey(*channel_, keyRef(1, 1024, 0x0F)); },
+                      "Generate Asymmetric Key Pair");
+    play({{0x7F, 0x49, 0x84, 0x00, 0x00, 0x00, 0x01, 0x90, 0x00}}); // 4-byte length
+    expectInvalidData([&] { keys->readPublicKey(*channel_, keyRef(1, 1024, 0x0F)); },
+                      "Generate Asymmetric Key Pair");
+}
+
+TEST_F(HostileCardTest, ChainedCommandStopsAtTheFirstRefusedPart) {
+    play({{0x68, 0x84}});
+    const auto files = service<card::service::IFileAccessService>("FileAccessService");
+    try {
+        files->update(*channel_, 0, ByteBuffer(600));
+        ADD_FAILURE() << "a refused chain was taken as written";
+    } catch (const card::CardException& e) {
+        const unsigned short* sw = boost::get_error_info<card::StatusCode>(e);
+        ASSERT_TRUE(sw);
+        EXPECT_EQ(*sw, 0x6884);
+    }
+    ASSERT_EQ(sent_.size(), 1u);
+    EXPECT_EQ(sent_[0].get(0), 0x10);
+    EXPECT_EQ(sent_[0].get(4), 0xFF);
+}
+
+TEST(SecurityAttributesTest, ModesBecomeTheProfilesExpressions) {
+    using namespace card::service;
+    const SecurityConditionPtr userOrSo = boost::make_shared<OrSecurityCondition>(
+        SecurityConditionList{pinVerified(0x01), pinVerified(0x03)});
+    const ByteBuffer encoded =
+        host::iso7816::encodeSecurityAttributes({{AccessRead, always()}, {AccessUpdate, userOrSo}});
+    EXPECT_EQ(encoded,
+              (ByteBuffer{0xA1, 0x18, 0xA0, 0x02, 0x90, 0x00,                            // read
+                          0xA1, 0x08, 0xAE, 0x06, 0x88, 0x01, 0x01, 0x88, 0x01, 0x03,    // update
+                          0xA2, 0x08, 0xAE, 0x06, 0x88, 0x01, 0x01, 0x88, 0x01, 0x03})); // delete
+    // Two grants of one mode are alternatives; no grant at all is "never".
+    const ByteBuffer use = host::iso7816::encodeSecurityAttributes(
+        {{AccessExecute, pinVerified(0x01)}, {AccessExecute | AccessRead, pinVerified(0x02)}});
+    EXPECT_EQ(use, (ByteBuffer{0xA1, 0x0F, 0xA0, 0x03, 0x88, 0x01, 0x02, 0xA3, 0x08, 0xAE, 0x06,
+                               0x88, 0x01, 0x01, 0x88, 0x01, 0x02}));
+}
+
+} // namespace
+} // namespace hosttest
