@@ -53,7 +53,7 @@ boost::shared_ptr<const P15Application> ODF::application() const {
 }
 
 // EF(ODF) is a run of PKCS15Objects values up to the end of the data or the
-// first 00 byte; an entry given as objects instead of a path is passed over.
+// padding; an entry given as objects instead of a path is passed over.
 void ODF::readFromCard(const card::IChannel& channel,
                        const card::service::IFileAccessService& fileAccess) {
     fileAccess.select(channel, odfFileId);
@@ -62,7 +62,7 @@ void ODF::readFromCard(const card::IChannel& channel,
         slot.clear();
     }
     std::size_t offset = 0;
-    while (offset < content.size() && content.get(offset) != 0x00) {
+    while (offset < content.size() && !P15File::isPadding(content.get(offset))) {
         oss::PKCS15Objects entry;
         offset += oss::decode(content.data() + offset, content.size() - offset, entry);
         const P15File::FileId kind = directoryOf(entry);

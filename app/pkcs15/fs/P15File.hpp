@@ -40,6 +40,9 @@ public:
         mw::ByteBuffer encoding;
     };
 
+    // Entries end at the data's end or at the first padding byte, 00 or FF.
+    static bool isPadding(std::uint8_t byte) { return byte == 0x00 || byte == 0xFF; }
+
     P15File(const boost::weak_ptr<ODF>& odf, FileId kind);
     virtual ~P15File();
     P15File(const P15File&) = delete;

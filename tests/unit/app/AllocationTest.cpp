@@ -1,0 +1,173 @@
+#include "AppCard.hpp"
+
+#include "app/ApplicationException.hpp"
+#include "app/pkcs15/detail/util.hpp"
+#include "app/pkcs15/fs/CDF.hpp"
+#include "app/pkcs15/fs/DODF.hpp"
+#include "app/pkcs15/fs/ODF.hpp"
+#include "app/pkcs15/fs/PrKDF.hpp"
+#include "app/pkcs15/fs/PuKDF.hpp"
+#include "card/service/IFileSystemService.hpp"
+
+#include <boost/exception/get_error_info.hpp>
+#include <gtest/gtest.h>
+
+using namespace apptest;
+namespace fs = app::pkcs15::fs;
+using app::pkcs15::P15Application;
+
+namespace {
+
+const mw::ByteBuffer prkdfFile{0x44, 0x00};
+const mw::ByteBuffer dodfFile{0x44, 0x07};
+
+class Allocation : public ::testing::Test {
+protected:
+    void SetUp() override { card_.verifyPin(0x01, userPin); }
+
+    // Puts entries into a directory file and lets the application see them.
+    void store(const mw::ByteBuffer& file, const mw::ByteBuffer& entries) {
+        card_.writeFile(file, entries);
+        application_->clearCache();
+    }
+
+    AppCard card_;
+    boost::shared_ptr<P15Application> application_ = card_.application();
+};
+
+TEST_F(Allocation, RangesDifferBetweenCardAndAppletMode) {
+    using Range = P15Application::IdRange;
+    EXPECT_EQ(application_->getFileIdRange(fs::DataObjectFile), Range(0xDF020D81, 0xDF020DFF));
+    EXPECT_EQ(application_->getFileIdRange(fs::ProtectedValueFile), Range(0x0D01, 0x0D80));
+    EXPECT_EQ(application_->getFileIdRange(fs::RsaPublicKey2048), Range(0x0F0D, 0x0F12));
+    EXPECT_EQ(application_->getKeyIdRange(fs::RsaPrivateKey1536), Range(7, 12));
+    EXPECT_APP_ERROR(application_->getKeyIdRange(fs::CertificateFile), app::ApplicationException,
+                     "Key id range for requested object type not found");
+
+    const auto applet = card_.appletApplication();
+    EXPECT_EQ(applet->getFileIdRange(fs::DataObjectFile), Range(0x0D81, 0x0DFF));
+    EXPECT_EQ(applet->getFileIdRange(fs::ProtectedValueFile), Range(0x0D01, 0x0D80));
+    EXPECT_EQ(applet->getKeyIdRange(fs::RsaPublicKey1024), Range(0, 31));
+    EXPECT_APP_ERROR(applet->getFileIdRange(fs::RsaPrivateKey1024), app::ApplicationException,
+                     "File id range for requested object type not found");
+}
+
+TEST_F(Allocation, FirstValueFileInCardModeIsAPathBelowDf02) {
+    EXPECT_EQ(application_->getODF()->getDODF()->getFreeFileId(*card_.channel, *card_.files(),
+                                                               fs::DataObjectFile),
+              bytes({0xDF, 0x02, 0x0D, 0x81}));
+    EXPECT_EQ(application_->getFreeFileId(fs::ProtectedValueFile), bytes({0x0D, 0x01}));
+}
+
+TEST_F(Allocation, ValueFilesOfCertificatesAndDataObjectsShareOneIdentifierSpace) {
+    store(bytes({0x44, 0x04}), certificateEntry("cert", bytes({0xDF, 0x02, 0x0D, 0x81})));
+    store(dodfFile, dataObjectEntry("data", bytes({0xDF, 0x02, 0x0D, 0x82})));
+    EXPECT_EQ(application_->getODF()->getCDF()->getFreeFileId(*card_.channel, *card_.files(),
+                                                              fs::DataObjectFile),
+              bytes({0xDF, 0x02, 0x0D, 0x83}));
+}
+
+TEST_F(Allocation, ExhaustedFileIdsAreReportedInTheDirectorysOwnWords) {
+    mw::ByteBuffer entries;
+    for (unsigned int id = 0xDF020D81; id <= 0xDF020DFF; ++id) {
+        entries.append(dataObjectEntry("d", app::pkcs15::util::idToBytes(id)));
+    }
+    store(dodfFile, entries);
+
+    EXPECT_APP_ERROR(application_->getFreeFileId(fs::DataObjectFile), app::ApplicationException,
+                     "unable to find free file id");
+    EXPECT_APP_ERROR(application_->getODF()->getDODF()->getFreeFileId(
+                         *card_.channel, *card_.files(), fs::DataObjectFile),
+                     app::OutOfMemoryException, "maximum number of data objects reached");
+    EXPECT_APP_ERROR(application_->getODF()->getCDF()->getFreeFileId(*card_.channel, *card_.files(),
+                                                                     fs::DataObjectFile),
+                     app::OutOfMemoryException, "maximum number of certificates reached");
+    EXPECT_EQ(application_->getFreeFileId(fs::CertificateFile), bytes({0xDF, 0x02, 0xC0, 0x01}))
+        << "other ranges are unaffected";
+}
+
+TEST_F(Allocation, NextKeyReferenceSkipsTheOnesInUse) {
+    store(prkdfFile, concat({rsaPrivateKeyEntry(0x81, bytes({0x0E, 0x01})), ecPrivateKeyEntry(),
+                             rsaPrivateKeyEntry(0x82, bytes({0x0E, 0x02}))}));
+    const card::service::KeyRef ref = application_->getODF()->getPrKDF()->getFreeKeyReference(
+        *card_.channel, *card_.files(), 1024);
+    EXPECT_EQ(ref.keyReference, 0x83);
+    EXPECT_EQ(ref.modulusBits, 1024);
+    EXPECT_EQ(ref.fileId, bytes({0x0E, 0x03}));
+    EXPECT_FALSE(ref.flag);
+
+    const card::service::KeyRef publicRef = application_->getODF()->getPuKDF()->getFreeKeyReference(
+        *card_.channel, *card_.files(), 2048);
+    EXPECT_EQ(publicRef.keyReference, 0x8D);
+    EXPECT_EQ(publicRef.fileId, bytes({0x0F, 0x0D}));
+}
+
+TEST_F(Allocation, ExhaustedKeyReferencesAreReportedPerDirectory) {
+    mw::ByteBuffer keys;
+    for (unsigned char kid = 1; kid <= 6; ++kid) {
+        keys.append(rsaPrivateKeyEntry(0x80 | kid, bytes({0x0E, kid})));
+    }
+    store(prkdfFile, keys);
+    EXPECT_APP_ERROR(application_->getFreeKeyReference(fs::RsaPrivateKey1024),
+                     app::ApplicationException, "unable to find free key reference");
+    EXPECT_APP_ERROR(application_->getODF()->getPrKDF()->getFreeKeyReference(*card_.channel,
+                                                                             *card_.files(), 1024),
+                     app::ApplicationException, "maximum number of private keys reached");
+    EXPECT_EQ(application_->getFreeKeyReference(fs::RsaPrivateKey1536).keyReference, 0x87);
+}
+
+TEST_F(Allocation, KeyReferenceRequestsThatCannotBeMetFailBeforeTheCard) {
+    const auto& prkdf = application_->getODF()->getPrKDF();
+    for (unsigned short bits : {4096, 0, 1000}) {
+        card_.recorder->clear();
+        try {
+            prkdf->getFreeKeyReference(*card_.channel, *card_.files(), bits);
+            ADD_FAILURE() << bits << " bits accepted";
+        } catch (const app::InvalidDataException& e) {
+            EXPECT_EQ(errorText(e), "invalid modulus size");
+            EXPECT_EQ(*boost::get_error_info<app::ErrorData>(e), bits);
+        }
+        EXPECT_TRUE(card_.recorder->sent(0xB0).empty());
+    }
+    EXPECT_APP_ERROR(application_->getFreeKeyReference(fs::CertificateFile),
+                     app::ApplicationException, "unable to get key reference for non-key type");
+    EXPECT_APP_ERROR(application_->getFreeKeyReference(static_cast<fs::AppObjectType>(9)),
+                     app::ApplicationException, "unable to get key reference for non-key type");
+}
+
+TEST_F(Allocation, AppletModeFindsAReferenceButHasNoKeyFileForIt) {
+    const auto applet = card_.appletApplication();
+    EXPECT_APP_ERROR(applet->getFreeKeyReference(fs::RsaPrivateKey1024), app::ApplicationException,
+                     "File id range for requested object type not found");
+}
+
+TEST_F(Allocation, KeyPairsAvoidKeyFilesLeftOnTheCard) {
+    card::service::KeyRef leftover;
+    leftover.keyReference = 0x81;
+    leftover.modulusBits = 1024;
+    leftover.fileId = bytes({0x0E, 0x01});
+    card_.service<card::service::IFileSystemService>("FileSystemService")
+        ->createFile(*card_.channel, card::service::PrivateKeyCreateParams(leftover, {}));
+
+    const auto pair = application_->getFreeKeyPairReference(*card_.channel, 1024);
+    EXPECT_EQ(pair.first.keyReference, 0x82);
+    EXPECT_EQ(pair.first.fileId, bytes({0x0E, 0x02}));
+    EXPECT_EQ(pair.second.keyReference, 0x82);
+    EXPECT_EQ(pair.second.fileId, bytes({0x0F, 0x02}));
+    EXPECT_APP_ERROR(application_->getFreeKeyPairReference(*card_.channel, 512),
+                     app::ApplicationException, "invalid modulus size");
+}
+
+TEST(IdEncoding, KeyIdsGetTheTopBitAndIdentifiersTheirShortestForm) {
+    EXPECT_EQ(app::pkcs15::util::encodeKID(0x05, true), 0x85);
+    EXPECT_EQ(app::pkcs15::util::encodeKID(0x1F, false), 0x9F);
+    EXPECT_APP_ERROR(app::pkcs15::util::encodeKID(0x20, true), app::ApplicationException,
+                     "invalid key reference");
+    EXPECT_EQ(app::pkcs15::util::idToBytes(0xDF020D81), bytes({0xDF, 0x02, 0x0D, 0x81}));
+    EXPECT_EQ(app::pkcs15::util::idToBytes(0x10000), bytes({0x00, 0x01, 0x00, 0x00}));
+    EXPECT_EQ(app::pkcs15::util::idToBytes(0x0D81), bytes({0x0D, 0x81}));
+    EXPECT_EQ(app::pkcs15::util::idToBytes(0x81), bytes({0x81}));
+    EXPECT_TRUE(app::pkcs15::util::idToBytes(0).empty());
+}
+
+} // namespace

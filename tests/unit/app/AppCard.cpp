@@ -1,0 +1,170 @@
+#include "AppCard.hpp"
+
+#include "app/ApplicationException.hpp"
+#include "app/pkcs15/oss/Codec.hpp"
+#include "card/Apdu.hpp"
+#include "host/vcard/VirtualCardTransport.hpp"
+#include "vcard/VirtualCard.hpp"
+
+#include <algorithm>
+#include <boost/exception/get_error_info.hpp>
+#include <boost/make_shared.hpp>
+
+namespace apptest {
+
+const char* const userPin = "123456";
+const char* const soPin = "87654321";
+
+RecordingTransport::RecordingTransport(std::unique_ptr<card::ICardTransport> inner)
+    : inner_(std::move(inner)) {}
+
+boost::shared_ptr<mw::ByteBuffer> RecordingTransport::transmit(const card::Apdu& command) const {
+    sent_.push_back(command.bytes());
+    const auto found = overrides_.find(command.bytes());
+    if (found == overrides_.end()) {
+        return inner_->transmit(command);
+    }
+    return boost::make_shared<mw::ByteBuffer>(mw::ByteBuffer{
+        static_cast<unsigned char>(found->second >> 8), static_cast<unsigned char>(found->second)});
+}
+
+std::vector<mw::ByteBuffer> RecordingTransport::sent(unsigned char ins) const {
+    std::vector<mw::ByteBuffer> matching;
+    std::copy_if(sent_.begin(), sent_.end(), std::back_inserter(matching),
+                 [ins](const mw::ByteBuffer& command) { return command.get(1) == ins; });
+    return matching;
+}
+
+bool RecordingTransport::Less::operator()(const mw::ByteBuffer& a, const mw::ByteBuffer& b) const {
+    return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end());
+}
+
+AppCard::AppCard() {
+    auto recording = std::make_unique<RecordingTransport>(
+        std::make_unique<host::VirtualCardTransport>(vcard::VirtualCard::personalised()));
+    recorder = recording.get();
+    channel = boost::make_shared<host::Channel>(std::move(recording));
+    session = boost::make_shared<host::iso7816::CardSession>(channel);
+    card = boost::make_shared<host::iso7816::Card>(session);
+}
+
+boost::shared_ptr<app::pkcs15::P15Application>
+AppCard::application(const std::string& configuration) const {
+    auto application = boost::make_shared<app::pkcs15::P15Application>(
+        boost::shared_ptr<const card::ICard>(card), "test", configuration);
+    application->select(*channel);
+    return application;
+}
+
+boost::shared_ptr<app::pkcs15::P15Application>
+AppCard::appletApplication(const std::string& configuration) const {
+    auto applet = boost::make_shared<host::iso7816::Applet>(session, host::iso7816::pkcs15Aid());
+    auto application = boost::make_shared<app::pkcs15::P15Application>(
+        boost::shared_ptr<const card::IApplet>(applet), "test", configuration);
+    application->select(*channel);
+    return application;
+}
+
+void AppCard::verifyPin(unsigned char reference, const std::string& value) const {
+    mw::ByteBuffer padded(8);
+    std::fill(padded.begin(), padded.end(), 0xFF);
+    std::copy(value.begin(), value.end(), padded.begin());
+    card::service::PinReference pin;
+    pin.reference = reference;
+    service<card::service::IPinManagementService>("PinManagementService")
+        ->authenticate(*channel, pin, padded);
+}
+
+void AppCard::writeFile(const mw::ByteBuffer& fileId, const mw::ByteBuffer& content) const {
+    files()->select(*channel, fileId);
+    mw::ByteBuffer padded(files()->size(*channel));
+    std::copy(content.begin(), content.end(), padded.begin());
+    files()->update(*channel, 0, padded);
+}
+
+mw::ByteBuffer AppCard::readFile(const mw::ByteBuffer& fileId) const {
+    files()->select(*channel, fileId);
+    return files()->read(*channel, 0, 0);
+}
+
+mw::ByteBuffer bytes(const std::vector<std::uint8_t>& value) {
+    return mw::ByteBuffer(value);
+}
+
+mw::ByteBuffer concat(std::initializer_list<mw::ByteBuffer> parts) {
+    mw::ByteBuffer joined;
+    for (const mw::ByteBuffer& part : parts) {
+        joined.append(part);
+    }
+    return joined;
+}
+
+namespace {
+
+namespace oss = app::pkcs15::oss;
+
+oss::Bytes toBytes(const mw::ByteBuffer& buffer) {
+    return {buffer.begin(), buffer.end()};
+}
+
+oss::ObjectValue indirect(const mw::ByteBuffer& path) {
+    oss::ObjectValue value;
+    value.indirectValue.pathValue.path = toBytes(path);
+    return value;
+}
+
+template <class KeyObject>
+void describeKey(KeyObject& key, unsigned char keyReference, const mw::ByteBuffer& keyFile,
+                 unsigned short modulusBits) {
+    key.commonObjectAttributes.label = "key " + std::to_string(keyReference);
+    key.classAttributes.iD = {keyReference};
+    key.classAttributes.usage = {{0x20, 0x00}, 10}; // sign
+    key.classAttributes.keyReference = keyReference;
+    key.typeAttributes.value = indirect(keyFile);
+    key.typeAttributes.modulusLength = modulusBits;
+}
+
+} // namespace
+
+mw::ByteBuffer rsaPrivateKeyEntry(unsigned char keyReference, const mw::ByteBuffer& keyFile,
+                                  unsigned short modulusBits) {
+    oss::PrivateKeyType key;
+    describeKey(key.privateRSAKeyValue, keyReference, keyFile, modulusBits);
+    return mw::ByteBuffer(oss::encode(key));
+}
+
+mw::ByteBuffer rsaPublicKeyEntry(unsigned char keyReference, const mw::ByteBuffer& keyFile,
+                                 unsigned short modulusBits) {
+    oss::PublicKeyType key;
+    describeKey(key.publicRSAKeyValue, keyReference, keyFile, modulusBits);
+    return mw::ByteBuffer(oss::encode(key));
+}
+
+mw::ByteBuffer certificateEntry(const std::string& label, const mw::ByteBuffer& valueFile) {
+    oss::CertificateType certificate;
+    certificate.x509CertificateValue.commonObjectAttributes.label = label;
+    certificate.x509CertificateValue.classAttributes.iD = {0x45};
+    certificate.x509CertificateValue.typeAttributes.value = indirect(valueFile);
+    return mw::ByteBuffer(oss::encode(certificate));
+}
+
+mw::ByteBuffer dataObjectEntry(const std::string& label, const mw::ByteBuffer& valueFile) {
+    oss::DataType data;
+    data.opaqueDOValue.commonObjectAttributes.label = label;
+    data.opaqueDOValue.typeAttributes = indirect(valueFile);
+    return mw::ByteBuffer(oss::encode(data));
+}
+
+mw::ByteBuffer ecPrivateKeyEntry() {
+    // [0] { CommonObjectAttributes {}, CommonKeyAttributes { iD 45, usage } }
+    return bytes({0xA0, 0x0A, 0x30, 0x00, 0x30, 0x06, 0x04, 0x01, 0x45, 0x03, 0x01, 0x00});
+}
+
+std::string errorText(const std::exception& e) {
+    const auto* boostException = dynamic_cast<const boost::exception*>(&e);
+    const char* const* text =
+        boostException ? boost::get_error_info<app::ErrorText>(*boostException) : nullptr;
+    return text ? *text : "";
+}
+
+} // namespace apptest

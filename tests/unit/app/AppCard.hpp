@@ -1,0 +1,105 @@
+#ifndef TESTS_UNIT_APP_APPCARD_HPP
+#define TESTS_UNIT_APP_APPCARD_HPP
+
+#include "app/pkcs15/P15Application.hpp"
+#include "card/IChannel.hpp"
+#include "card/service/IFileAccessService.hpp"
+#include "card/service/IFileSystemService.hpp"
+#include "card/service/IPinManagementService.hpp"
+#include "host/Channel.hpp"
+#include "host/iso7816/Applet.hpp"
+#include "host/iso7816/Card.hpp"
+#include "mw/ByteBuffer.hpp"
+
+#include <boost/shared_ptr.hpp>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace apptest {
+
+// Passes commands to the real card and keeps a copy of each; can answer one
+// particular command with a status word of the test's choosing, for cards
+// that behave differently from the virtual one.
+class RecordingTransport : public card::ICardTransport {
+public:
+    explicit RecordingTransport(std::unique_ptr<card::ICardTransport> inner);
+
+    mw::ByteBuffer getAtr() const override { return inner_->getAtr(); }
+    boost::shared_ptr<mw::ByteBuffer> transmit(const card::Apdu& command) const override;
+    void beginTransaction() const override { inner_->beginTransaction(); }
+    void endTransaction() const override { inner_->endTransaction(); }
+
+    void answer(const mw::ByteBuffer& command, unsigned short sw) { overrides_[command] = sw; }
+    // Commands sent with this instruction byte since the last clear().
+    std::vector<mw::ByteBuffer> sent(unsigned char ins) const;
+    void clear() { sent_.clear(); }
+
+private:
+    struct Less {
+        bool operator()(const mw::ByteBuffer& a, const mw::ByteBuffer& b) const;
+    };
+    std::unique_ptr<card::ICardTransport> inner_;
+    std::map<mw::ByteBuffer, unsigned short, Less> overrides_;
+    mutable std::vector<mw::ByteBuffer> sent_;
+};
+
+// A freshly personalised virtual card in this process, reached through the
+// host card layer exactly as a host would.
+struct AppCard {
+    AppCard();
+
+    boost::shared_ptr<app::pkcs15::P15Application>
+    application(const std::string& configuration = "") const;
+    boost::shared_ptr<app::pkcs15::P15Application>
+    appletApplication(const std::string& configuration = "") const;
+
+    template <class Service> boost::shared_ptr<Service> service(const std::string& name) const {
+        return boost::dynamic_pointer_cast<Service>(card->getInterface(name));
+    }
+    boost::shared_ptr<card::service::IFileAccessService> files() const {
+        return service<card::service::IFileAccessService>("FileAccessService");
+    }
+    void verifyPin(unsigned char reference, const std::string& value) const;
+    // Writes the whole content of a file of the application, padded with 00
+    // to the file's size (needs the file's update condition satisfied).
+    void writeFile(const mw::ByteBuffer& fileId, const mw::ByteBuffer& content) const;
+    mw::ByteBuffer readFile(const mw::ByteBuffer& fileId) const;
+
+    RecordingTransport* recorder;
+    boost::shared_ptr<host::Channel> channel;
+    boost::shared_ptr<host::iso7816::CardSession> session;
+    boost::shared_ptr<host::iso7816::Card> card;
+};
+
+extern const char* const userPin;
+extern const char* const soPin;
+
+mw::ByteBuffer bytes(const std::vector<std::uint8_t>& value);
+mw::ByteBuffer concat(std::initializer_list<mw::ByteBuffer> parts);
+
+// Directory entries as a card would hold them, encoded by the codec.
+mw::ByteBuffer rsaPrivateKeyEntry(unsigned char keyReference, const mw::ByteBuffer& keyFile,
+                                  unsigned short modulusBits = 1024);
+mw::ByteBuffer rsaPublicKeyEntry(unsigned char keyReference, const mw::ByteBuffer& keyFile,
+                                 unsigned short modulusBits = 1024);
+mw::ByteBuffer certificateEntry(const std::string& label, const mw::ByteBuffer& valueFile);
+mw::ByteBuffer dataObjectEntry(const std::string& label, const mw::ByteBuffer& valueFile);
+// A private EC key entry: a kind the application lists but does not use.
+mw::ByteBuffer ecPrivateKeyEntry();
+// The text attached to an application exception, "" when none.
+std::string errorText(const std::exception& e);
+
+} // namespace apptest
+
+// Runs `statement` and expects an exception of `Type` carrying `text`.
+#define EXPECT_APP_ERROR(statement, Type, text)                                                    \
+    try {                                                                                          \
+        statement;                                                                                 \
+        ADD_FAILURE() << "no exception from " #statement;                                          \
+    } catch (const Type& e) {                                                                      \
+        EXPECT_EQ(apptest::errorText(e), text);                                                    \
+    }
+
+#endif

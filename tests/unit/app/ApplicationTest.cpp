@@ -1,0 +1,253 @@
+#include "AppCard.hpp"
+
+#include "app/ApplicationException.hpp"
+#include "app/pkcs15/P15ApplicationPlugin.hpp"
+#include "app/pkcs15/detail/WallClock.hpp"
+#include "app/pkcs15/fs/AODF.hpp"
+#include "app/pkcs15/fs/ODF.hpp"
+#include "card/CardException.hpp"
+
+#include <boost/exception/diagnostic_information.hpp>
+#include <boost/exception/get_error_info.hpp>
+#include <boost/make_shared.hpp>
+#include <boost/property_tree/ini_parser.hpp>
+#include <gtest/gtest.h>
+
+using namespace apptest;
+using app::pkcs15::P15Application;
+using app::pkcs15::P15ApplicationPlugin;
+
+namespace {
+
+const mw::ByteBuffer cardStatusSelect{0x00, 0xA4, 0x02, 0x0C, 0x02, 0x99, 0x99};
+
+// SELECTs by DF name: how the application selects itself.
+std::size_t applicationSelects(const AppCard& card) {
+    std::size_t count = 0;
+    for (const mw::ByteBuffer& command : card.recorder->sent(0xA4)) {
+        count += command.get(2) == 0x04 ? 1 : 0;
+    }
+    return count;
+}
+
+TEST(GetApplications, HandsBackOneApplicationSelectedDownToTheCardStatusFile) {
+    AppCard card;
+    P15ApplicationPlugin plugin;
+    const auto applications = plugin.getApplications(card.card, *card.channel);
+
+    ASSERT_EQ(applications.size(), 1u);
+    EXPECT_EQ(applications[0]->getLabel(), "Arvel PKCS#15 Application");
+    const std::vector<mw::ByteBuffer> selects = card.recorder->sent(0xA4);
+    ASSERT_GE(selects.size(), 2u);
+    EXPECT_EQ(selects.front().get(2), 0x04) << "the application is selected by its AID first";
+    EXPECT_EQ(selects.back(), cardStatusSelect);
+}
+
+TEST(GetApplications, AppletFormSelectsThroughTheApplet) {
+    AppCard card;
+    auto applet =
+        boost::make_shared<host::iso7816::Applet>(card.session, host::iso7816::pkcs15Aid());
+    const auto applications =
+        P15ApplicationPlugin().getApplications(card.card, applet, *card.channel);
+    ASSERT_EQ(applications.size(), 1u);
+    auto application = boost::dynamic_pointer_cast<P15Application>(applications[0]);
+    ASSERT_TRUE(application);
+    EXPECT_TRUE(application->isAppletMode());
+    EXPECT_EQ(card.recorder->sent(0xA4).back(), cardStatusSelect);
+}
+
+class CardStatusAnswer : public ::testing::TestWithParam<unsigned short> {};
+
+TEST_P(CardStatusAnswer, MoreDataAnswersCountAsSuccess) {
+    AppCard card;
+    card.recorder->answer(cardStatusSelect, GetParam());
+    EXPECT_EQ(P15ApplicationPlugin().getApplications(card.card, *card.channel).size(), 1u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Accepted, CardStatusAnswer, ::testing::Values(0x9000, 0x6100, 0x9F10));
+
+TEST(GetApplications, MissingCardStatusFileFailsWithTheSelectAndItsStatusWord) {
+    AppCard card;
+    card.recorder->answer(cardStatusSelect, 0x6A82);
+    try {
+        P15ApplicationPlugin().getApplications(card.card, *card.channel);
+        FAIL() << "a card without its status file was accepted";
+    } catch (const card::CardException& e) {
+        EXPECT_STREQ(*boost::get_error_info<card::Command>(e), "Select");
+        EXPECT_EQ(*boost::get_error_info<card::StatusCode>(e), 0x6A82);
+        EXPECT_NE(boost::diagnostic_information(e).find("File or application not found"),
+                  std::string::npos);
+    }
+}
+
+TEST(GetApplications, CardWithoutTheApplicationFailsInsteadOfAnsweringEmpty) {
+    AppCard probe;
+    probe.application();
+    const mw::ByteBuffer selectByAid = probe.recorder->sent(0xA4).front();
+
+    AppCard card;
+    card.recorder->answer(selectByAid, 0x6A82);
+    EXPECT_THROW(P15ApplicationPlugin().getApplications(card.card, *card.channel),
+                 card::CardException);
+    EXPECT_TRUE(card.recorder->sent(0xA4).size() == 1) << "nothing is sent after a failed select";
+}
+
+// A card object that hides one of its services.
+class CardWithout : public card::ICard {
+public:
+    CardWithout(boost::shared_ptr<const card::ICard> card, std::string hidden)
+        : card_(std::move(card))
+        , hidden_(std::move(hidden)) {}
+    void selectApplication(const card::IChannel& channel,
+                           const mw::ByteBuffer& aid) const override {
+        card_->selectApplication(channel, aid);
+    }
+    std::vector<std::string> getAlgorithms() const override { return card_->getAlgorithms(); }
+    bool hasInterface(const std::string& name) const override {
+        return name != hidden_ && card_->hasInterface(name);
+    }
+    boost::shared_ptr<card::IInterface> getInterface(const std::string& name) const override {
+        return card_->getInterface(name);
+    }
+
+private:
+    boost::shared_ptr<const card::ICard> card_;
+    std::string hidden_;
+};
+
+class MissingService : public ::testing::TestWithParam<const char*> {};
+
+TEST_P(MissingService, StopsConstructionNamingTheService) {
+    AppCard card;
+    auto partial = boost::make_shared<CardWithout>(card.card, GetParam());
+    EXPECT_APP_ERROR(P15Application(boost::shared_ptr<const card::ICard>(partial), "x", ""),
+                     app::ApplicationException,
+                     std::string("required interface not found: ") + GetParam());
+}
+
+INSTANTIATE_TEST_SUITE_P(EachOfFive, MissingService,
+                         ::testing::Values("PinManagementService", "FileAccessService",
+                                           "FileSystemService", "CryptographyService",
+                                           "AsymmetricKeyManagementService"));
+
+struct ConfigCase {
+    const char* text;
+    std::int32_t reselect;
+    std::int32_t pinInfo;
+    bool wipeForce;
+};
+
+class Configuration : public ::testing::TestWithParam<ConfigCase> {};
+
+TEST_P(Configuration, IsReadIntoTheThreeSettings) {
+    AppCard card;
+    const auto application = card.application(GetParam().text);
+    EXPECT_EQ(application->getReselectWaitingTime(), GetParam().reselect);
+    EXPECT_EQ(application->getPinInfoWaitingTime(), GetParam().pinInfo);
+    EXPECT_EQ(application->isWipeForced(), GetParam().wipeForce);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Texts, Configuration,
+    ::testing::Values(
+        ConfigCase{"", 0, 0, false},
+        ConfigCase{"[WaitingTime]\nReselect=5000\nPinInfo=1000\n[Objects]\nwipeForce=true\n", 5000,
+                   1000, true},
+        ConfigCase{"[Objects]\nwipeForce=True\n", 0, 0, false},
+        ConfigCase{"[Objects]\nwipeForce=1\n", 0, 0, false},
+        ConfigCase{"[WaitingTime]\nReselect=abc\nPinInfo=-7\n[Objects]\nwipeForce=false\n", 0, -7,
+                   false}));
+
+TEST(Configuration, ThatDoesNotSayWhetherWipingIsForcedIsRefused) {
+    AppCard card;
+    try {
+        card.application("[WaitingTime]\nReselect=100\n");
+        FAIL() << "accepted a configuration without Objects.wipeForce";
+    } catch (const boost::property_tree::ptree_bad_path& e) {
+        EXPECT_NE(std::string(e.what()).find("No such node"), std::string::npos);
+    }
+}
+
+TEST(Configuration, WithBrokenSyntaxIsRefused) {
+    AppCard card;
+    EXPECT_THROW(card.application("[WaitingTime\nReselect=1\n"),
+                 boost::property_tree::ini_parser_error);
+}
+
+// Drives the application's wall clock for one test.
+class ReselectThrottle : public ::testing::Test {
+protected:
+    void SetUp() override {
+        app::pkcs15::detail::WallClock::setSource([this] { return now_; });
+    }
+    void TearDown() override { app::pkcs15::detail::WallClock::setSource(nullptr); }
+
+    std::int64_t now_ = 1'700'000'000'000;
+    AppCard card_;
+};
+
+TEST_F(ReselectThrottle, WithoutWaitingTimeEverySelectReachesTheCard) {
+    const auto application = card_.application();
+    application->select(*card_.channel);
+    application->select(*card_.channel);
+    EXPECT_EQ(applicationSelects(card_), 3u);
+}
+
+TEST_F(ReselectThrottle, SparesTheCardUntilTheWaitingTimeHasPassed) {
+    const auto application =
+        card_.application("[WaitingTime]\nReselect=5000\n[Objects]\nwipeForce=false\n");
+    now_ += 1000;
+    application->select(*card_.channel);
+    EXPECT_EQ(applicationSelects(card_), 1u);
+    now_ += 4000; // exactly the waiting time: not yet
+    application->select(*card_.channel);
+    EXPECT_EQ(applicationSelects(card_), 1u);
+    now_ += 1000;
+    application->select(*card_.channel);
+    EXPECT_EQ(applicationSelects(card_), 2u);
+}
+
+TEST_F(ReselectThrottle, FailedSelectLeavesTheApplicationUnselected) {
+    const auto application =
+        card_.application("[WaitingTime]\nReselect=5000\n[Objects]\nwipeForce=false\n");
+    const mw::ByteBuffer selectByAid = card_.recorder->sent(0xA4).front();
+    card_.recorder->answer(selectByAid, 0x6A82);
+    now_ += 6000;
+    EXPECT_THROW(application->select(*card_.channel), card::CardException);
+    now_ += 1;
+    EXPECT_THROW(application->select(*card_.channel), card::CardException)
+        << "the failed selection must not count as a selection";
+}
+
+TEST(AlgorithmTable, HoldsTheSignatureRowsAndTheRawRsaRow) {
+    AppCard card;
+    const auto application = card.application();
+    const app::AlgorithmRows& signatures = application->getAlgorithmRows(1);
+    ASSERT_EQ(signatures.size(), 10u);
+    EXPECT_EQ(signatures[0].signatureOid, "1.2.840.113549.1.1.1");
+    EXPECT_EQ(signatures[0].hashOid, "");
+    EXPECT_EQ(signatures[3].signatureOid, "1.2.840.113549.1.1.11");
+    EXPECT_EQ(signatures[3].hashOidHex, "608648016503040201");
+    EXPECT_EQ(signatures[9].hashOid, "1.2.840.113549.2.5");
+    ASSERT_EQ(application->getAlgorithmRows(2).size(), 1u);
+    EXPECT_TRUE(application->getAlgorithmRows(3).empty());
+}
+
+TEST(ClearCache, MakesTheNextAccessReadTheCardAgain) {
+    AppCard card;
+    const auto application = card.application();
+    card.recorder->clear();
+    application->getODF()->getAODF()->values(*card.channel);
+    const std::size_t firstReads = card.recorder->sent(0xB0).size();
+    ASSERT_GT(firstReads, 0u);
+
+    card.recorder->clear();
+    application->getODF()->getAODF()->values(*card.channel);
+    EXPECT_TRUE(card.recorder->sent(0xB0).empty()) << "cached content was read again";
+
+    application->clearCache();
+    application->getODF()->getAODF()->values(*card.channel);
+    EXPECT_EQ(card.recorder->sent(0xB0).size(), firstReads);
+}
+
+} // namespace

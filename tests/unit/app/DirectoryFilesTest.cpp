@@ -1,0 +1,127 @@
+#include "AppCard.hpp"
+
+#include "app/ApplicationException.hpp"
+#include "app/pkcs15/fs/AODF.hpp"
+#include "app/pkcs15/fs/CDF.hpp"
+#include "app/pkcs15/fs/DODF.hpp"
+#include "app/pkcs15/fs/ODF.hpp"
+#include "app/pkcs15/fs/PrKDF.hpp"
+#include "app/pkcs15/fs/PuKDF.hpp"
+
+#include <gtest/gtest.h>
+
+using namespace apptest;
+using app::pkcs15::fs::P15File;
+
+namespace {
+
+const mw::ByteBuffer odfFile{0x50, 0x31};
+
+class Directories : public ::testing::Test {
+protected:
+    mw::ByteBuffer fileIdOf(P15File::FileId kind) const {
+        return application_->getODF()->getFileId(*card_.channel, *card_.files(), kind);
+    }
+    // Replaces EF(ODF) on the card (the SO PIN guards it).
+    void writeOdf(const mw::ByteBuffer& content) {
+        card_.verifyPin(0x03, soPin);
+        card_.writeFile(odfFile, content);
+        application_->clearCache();
+    }
+
+    AppCard card_;
+    boost::shared_ptr<app::pkcs15::P15Application> application_ = card_.application();
+};
+
+TEST_F(Directories, EfOdfLocatesAllFiveDirectoryFiles) {
+    EXPECT_EQ(fileIdOf(P15File::AODF), bytes({0x44, 0x08}));
+    EXPECT_EQ(fileIdOf(P15File::PrKDF), bytes({0x44, 0x00}));
+    EXPECT_EQ(fileIdOf(P15File::PuKDF), bytes({0x44, 0x01}));
+    EXPECT_EQ(fileIdOf(P15File::CDF), bytes({0x44, 0x04}));
+    EXPECT_EQ(fileIdOf(P15File::DODF), bytes({0x44, 0x07}));
+    EXPECT_TRUE(fileIdOf(P15File::TokenInfo).empty()) << "EF(ODF) does not list EF(TokenInfo)";
+    EXPECT_APP_ERROR(fileIdOf(static_cast<P15File::FileId>(6)), app::ApplicationException,
+                     "unknown PKCS#15 file type parameter");
+}
+
+TEST_F(Directories, AreReadOnlyWhenTheirObjectsAreNeeded) {
+    card_.recorder->clear();
+    const auto& aodf = application_->getODF()->getAODF();
+    EXPECT_TRUE(card_.recorder->sent(0xB0).empty()) << "getting the file object read the card";
+
+    const auto& pins = aodf->values(*card_.channel);
+    ASSERT_EQ(pins.size(), 3u);
+    for (std::size_t i = 0; i < pins.size(); ++i) {
+        ASSERT_EQ(pins[i].choice, app::pkcs15::oss::AuthenticationType::pin);
+        // The first byte of each PIN's authId is its reference on the card.
+        EXPECT_EQ(pins[i].pinValue.classAttributes.authId.at(0), i + 1);
+    }
+    EXPECT_FALSE(card_.recorder->sent(0xB0).empty());
+}
+
+TEST_F(Directories, EfOdfThatStartsWithPaddingListsNothing) {
+    writeOdf(bytes({0x00, 0xA8, 0x06, 0x30, 0x04, 0x04, 0x02, 0x44, 0x08}));
+    for (auto kind : {P15File::AODF, P15File::PrKDF, P15File::PuKDF, P15File::CDF, P15File::DODF}) {
+        EXPECT_TRUE(fileIdOf(kind).empty());
+    }
+    EXPECT_TRUE(application_->getODF()->getPrKDF()->values(*card_.channel).empty());
+}
+
+TEST_F(Directories, EntriesGivenAsObjectsInsteadOfAPathArePassedOver) {
+    // authObjects [8] holding objects [0], then privateKeys [0] by path.
+    writeOdf(bytes(
+        {0xA8, 0x04, 0xA0, 0x02, 0x30, 0x00, 0xA0, 0x06, 0x30, 0x04, 0x04, 0x02, 0x44, 0x00}));
+    EXPECT_TRUE(fileIdOf(P15File::AODF).empty());
+    EXPECT_EQ(fileIdOf(P15File::PrKDF), bytes({0x44, 0x00}));
+}
+
+TEST_F(Directories, FfPaddingEndsEfOdfLikeZeroPadding) {
+    writeOdf(bytes({0xA4, 0x06, 0x30, 0x04, 0x04, 0x02, 0x44, 0x04, 0xFF, 0xFF}));
+    EXPECT_EQ(fileIdOf(P15File::CDF), bytes({0x44, 0x04}));
+}
+
+TEST_F(Directories, AnEntryOutsideTheFiveKindsFailsTheReadUntilTheFileIsMended) {
+    const mw::ByteBuffer original = card_.readFile(odfFile);
+    // trustedCertificates [5] before a valid CDF entry.
+    writeOdf(bytes({0xA5, 0x06, 0x30, 0x04, 0x04, 0x02, 0x44, 0x05, 0xA4, 0x06, 0x30, 0x04, 0x04,
+                    0x02, 0x44, 0x04}));
+    EXPECT_THROW(fileIdOf(P15File::CDF), app::InvalidDataException);
+    EXPECT_THROW(fileIdOf(P15File::CDF), app::InvalidDataException) << "a failed read is retried";
+
+    card_.writeFile(odfFile, original);
+    EXPECT_EQ(fileIdOf(P15File::CDF), bytes({0x44, 0x04}));
+}
+
+TEST_F(Directories, AMalformedEntryReachesTheCallerAsTheCodecError) {
+    card_.verifyPin(0x01, userPin);
+    card_.writeFile(bytes({0x44, 0x00}), bytes({0x30, 0x05, 0x01}));
+    EXPECT_THROW(application_->getODF()->getPrKDF()->values(*card_.channel),
+                 app::InvalidDataException);
+}
+
+TEST_F(Directories, ClearContentRereadsOnlyThatFile) {
+    const auto& prkdf = application_->getODF()->getPrKDF();
+    EXPECT_TRUE(prkdf->values(*card_.channel).empty());
+
+    card_.verifyPin(0x01, userPin);
+    card_.writeFile(bytes({0x44, 0x00}), rsaPrivateKeyEntry(0x81, bytes({0x0E, 0x01})));
+    EXPECT_TRUE(prkdf->values(*card_.channel).empty()) << "the cache answers until cleared";
+    prkdf->clearContent();
+    EXPECT_EQ(prkdf->values(*card_.channel).size(), 1u);
+}
+
+TEST_F(Directories, OutlivingTheirOwnersFailsClearly) {
+    boost::shared_ptr<app::pkcs15::fs::ODF> odf = application_->getODF();
+    const boost::shared_ptr<app::pkcs15::fs::CDF> cdf = odf->getCDF();
+    application_.reset();
+    EXPECT_APP_ERROR(odf->getFreeFileId(app::pkcs15::fs::DataObjectFile), app::ApplicationException,
+                     "failed to get shared ptr from weak ptr");
+
+    const boost::weak_ptr<app::pkcs15::fs::ODF> gone = odf;
+    odf.reset();
+    ASSERT_TRUE(gone.expired());
+    EXPECT_APP_ERROR(cdf->getFileId(*card_.channel, *card_.files()), app::ApplicationException,
+                     "failed to get shared ptr from weak ptr");
+}
+
+} // namespace
