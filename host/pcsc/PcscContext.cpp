@@ -45,6 +45,16 @@ std::vector<std::string> PcscContext::listReaders() const {
 }
 
 bool PcscContext::waitForCard(const std::string& reader, std::chrono::milliseconds timeout) const {
+    return waitForState(reader, SCARD_STATE_PRESENT, timeout);
+}
+
+bool PcscContext::waitForRemoval(const std::string& reader,
+                                 std::chrono::milliseconds timeout) const {
+    return waitForState(reader, SCARD_STATE_EMPTY, timeout);
+}
+
+bool PcscContext::waitForState(const std::string& reader, DWORD flag,
+                               std::chrono::milliseconds timeout) const {
     using Clock = std::chrono::steady_clock;
     const Clock::time_point deadline = Clock::now() + timeout;
     SCARD_READERSTATE state{};
@@ -59,7 +69,7 @@ bool PcscContext::waitForCard(const std::string& reader, std::chrono::millisecon
         if (rv != SCARD_S_SUCCESS) {
             throwPcscError(rv);
         }
-        if (state.dwEventState & SCARD_STATE_PRESENT) {
+        if (state.dwEventState & flag) {
             return true;
         }
         const auto left =

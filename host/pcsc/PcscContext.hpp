@@ -21,10 +21,17 @@ public:
     std::vector<std::string> listReaders() const;
     // Waits at most `timeout` for a card in `reader`; true when one is there.
     bool waitForCard(const std::string& reader, std::chrono::milliseconds timeout) const;
+    // Waits at most `timeout` for `reader` to be empty; true when it is.
+    bool waitForRemoval(const std::string& reader, std::chrono::milliseconds timeout) const;
 
     SCARDCONTEXT handle() const { return context_; }
 
 private:
+    // Waits until the reader's state has `flag` (SCARD_STATE_PRESENT or
+    // SCARD_STATE_EMPTY); false when `timeout` passed first.
+    bool waitForState(const std::string& reader, DWORD flag,
+                      std::chrono::milliseconds timeout) const;
+
     SCARDCONTEXT context_ = 0;
 };
 

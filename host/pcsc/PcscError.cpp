@@ -20,6 +20,9 @@ const char* pcscErrorText(LONG code) {
         return "reader unavailable: PC/SC service not running";
     case SCARD_W_UNRESPONSIVE_CARD:
     case SCARD_W_UNPOWERED_CARD:
+    case SCARD_E_NOT_TRANSACTED:
+    case SCARD_F_COMM_ERROR:
+    case SCARD_E_COMM_DATA_LOST:
         return "card does not respond";
     case SCARD_E_SHARING_VIOLATION:
         return "card in exclusive use by another application";

@@ -11,6 +11,14 @@ namespace host {
 namespace {
 
 constexpr DWORD anyProtocol = SCARD_PROTOCOL_T0 | SCARD_PROTOCOL_T1;
+// How long a failed exchange may take to show up as a removal in pcscd,
+// which polls its readers.
+constexpr std::chrono::seconds removalNotice(2);
+
+// The reader could not talk to the card: removed, or merely mute.
+bool isLostContact(LONG rv) {
+    return rv == SCARD_E_NOT_TRANSACTED || rv == SCARD_F_COMM_ERROR || rv == SCARD_E_COMM_DATA_LOST;
+}
 
 void check(LONG rv) {
     if (rv != SCARD_S_SUCCESS) {
@@ -47,6 +55,9 @@ template <class Call> void PcscTransport::callWithReconnect(const Call& call) co
     if (rv == SCARD_W_RESET_CARD) {
         reconnect();
         rv = call();
+    }
+    if (isLostContact(rv) && context_->waitForRemoval(reader_, removalNotice)) {
+        rv = SCARD_W_REMOVED_CARD;
     }
     check(rv);
 }

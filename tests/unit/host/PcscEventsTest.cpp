@@ -1,0 +1,113 @@
+// What only a PC/SC reader shows: another application resetting the card,
+// and the card going away (its vpcd bridge stopped) in the middle of work.
+#include "CardFixture.hpp"
+
+#include "host/pcsc/PcscContext.hpp"
+
+#include <boost/exception/get_error_info.hpp>
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <unistd.h>
+
+namespace hosttest {
+namespace {
+
+using card::service::PinInfo;
+
+class PcscEventsTest : public CardTest {
+protected:
+    void SetUp() override {
+        CardTest::SetUp();
+        if (IsSkipped()) {
+            return;
+        }
+        reader_ = std::getenv("P15_READER") ? std::getenv("P15_READER") : "";
+        for (const std::string& reader : context_.listReaders()) {
+            if (reader_.empty() && reader.find("Virtual PCD") != std::string::npos) {
+                reader_ = reader;
+            }
+        }
+    }
+
+    // Another application's warm reset, through a handle of its own.
+    void resetFromOutside() const {
+        SCARDHANDLE other = 0;
+        DWORD protocol = 0;
+        ASSERT_EQ(SCardConnect(context_.handle(), reader_.c_str(), SCARD_SHARE_SHARED,
+                               SCARD_PROTOCOL_T0 | SCARD_PROTOCOL_T1, &other, &protocol),
+                  SCARD_S_SUCCESS);
+        EXPECT_EQ(SCardDisconnect(other, SCARD_RESET_CARD), SCARD_S_SUCCESS);
+    }
+
+    host::PcscContext context_;
+    std::string reader_;
+};
+
+TEST_P(PcscEventsTest, CardResetByAnotherApplicationIsReconnected) {
+    verifyUserPin();
+    resetFromOutside();
+    // The reset dropped the verified state; the command after it still runs.
+    EXPECT_EQ(pins()->getPinInfo(*channel_, pinReference(0x01)).state, PinInfo::NotVerified);
+    files()->select(*channel_, {0x50, 0x32});
+    EXPECT_EQ(files()->read(*channel_, 0, 0).size(), 512u);
+}
+
+// Stops the bridge the pcscd fixture started and starts a new one when done,
+// so that later PC/SC tests find a card again.
+class PcscRemovalTest : public PcscEventsTest {
+protected:
+    void SetUp() override {
+        state_ = std::getenv("P15_PCSCD_STATE") ? std::getenv("P15_PCSCD_STATE") : "";
+        if (state_.empty()) {
+            GTEST_SKIP() << "runs only under the pcscd fixture (P15_PCSCD_STATE)";
+        }
+        PcscEventsTest::SetUp();
+    }
+    void TearDown() override {
+        if (!stopped_) {
+            return;
+        }
+        const std::string restart = "\"${P15_VCARD_SERVE:-p15-vcard-serve}\" >>\"" + state_ +
+                                    "/bridge.log\" 2>&1 & echo $! >\"" + state_ + "/bridge.pid\"";
+        ASSERT_EQ(std::system(restart.c_str()), 0);
+        EXPECT_TRUE(context_.waitForCard(reader_, std::chrono::seconds(10)));
+    }
+    void stopBridge() {
+        pid_t bridge = 0;
+        std::ifstream(state_ + "/bridge.pid") >> bridge;
+        ASSERT_GT(bridge, 0);
+        ASSERT_EQ(kill(bridge, SIGTERM), 0);
+        stopped_ = true;
+    }
+
+    std::string state_;
+    bool stopped_ = false;
+};
+
+TEST_P(PcscRemovalTest, RemovedCardIsAClearErrorNotAHang) {
+    files()->select(*channel_, {0x44, 0x04});
+    stopBridge();
+    try {
+        for (int i = 0; i < 50; ++i) { // until pcscd has noticed
+            files()->read(*channel_, 0, 0);
+        }
+        FAIL() << "the card answered after its bridge stopped";
+    } catch (const card::CardException& e) {
+        const char* const* text = boost::get_error_info<card::ErrorText>(e);
+        ASSERT_TRUE(text);
+        const unsigned int* code = boost::get_error_info<card::ErrorData>(e);
+        EXPECT_STREQ(*text, "card removed") << std::hex << (code ? *code : 0);
+        const char* const* command = boost::get_error_info<card::Command>(e);
+        ASSERT_TRUE(command);
+        EXPECT_STREQ(*command, "Read Binary");
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Reader, PcscEventsTest, ::testing::Values(TransportKind::Pcsc),
+                         transportName);
+INSTANTIATE_TEST_SUITE_P(Reader, PcscRemovalTest, ::testing::Values(TransportKind::Pcsc),
+                         transportName);
+
+} // namespace
+} // namespace hosttest
