@@ -2,6 +2,7 @@
 #define HOST_LOADER_PLUGINLOADER_HPP
 
 #include "app/IApplicationPlugin.hpp"
+#include "app/plugin/IConfigurationSource.hpp"
 #include "app/plugin/PluginDescriptor.hpp"
 
 #include <boost/shared_ptr.hpp>
