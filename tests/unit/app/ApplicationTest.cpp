@@ -131,6 +131,7 @@ INSTANTIATE_TEST_SUITE_P(EachOfFive, MissingService,
                                            "AsymmetricKeyManagementService"));
 
 struct ConfigCase {
+    const char* name;
     const char* text;
     std::int32_t reselect;
     std::int32_t pinInfo;
@@ -150,13 +151,16 @@ TEST_P(Configuration, IsReadIntoTheThreeSettings) {
 INSTANTIATE_TEST_SUITE_P(
     Texts, Configuration,
     ::testing::Values(
-        ConfigCase{"", 0, 0, false},
-        ConfigCase{"[WaitingTime]\nReselect=5000\nPinInfo=1000\n[Objects]\nwipeForce=true\n", 5000,
-                   1000, true},
-        ConfigCase{"[Objects]\nwipeForce=True\n", 0, 0, false},
-        ConfigCase{"[Objects]\nwipeForce=1\n", 0, 0, false},
-        ConfigCase{"[WaitingTime]\nReselect=abc\nPinInfo=-7\n[Objects]\nwipeForce=false\n", 0, -7,
-                   false}));
+        ConfigCase{"Empty", "", 0, 0, false},
+        ConfigCase{"AllThree",
+                   "[WaitingTime]\nReselect=5000\nPinInfo=1000\n[Objects]\nwipeForce=true\n",
+                   5000, 1000, true},
+        ConfigCase{"CapitalisedTrue", "[Objects]\nwipeForce=True\n", 0, 0, false},
+        ConfigCase{"NumericTrue", "[Objects]\nwipeForce=1\n", 0, 0, false},
+        ConfigCase{"NonNumericTime",
+                   "[WaitingTime]\nReselect=abc\nPinInfo=-7\n[Objects]\nwipeForce=false\n", 0,
+                   -7, false}),
+    [](const ::testing::TestParamInfo<ConfigCase>& info) { return info.param.name; });
 
 TEST(Configuration, ThatDoesNotSayWhetherWipingIsForcedIsRefused) {
     AppCard card;
