@@ -6,8 +6,6 @@
 #include "card/service/KeyRef.hpp"
 #include "mw/ByteBuffer.hpp"
 
-#include <vector>
-
 namespace card {
 class IChannel;
 }
@@ -36,23 +34,6 @@ card::service::KeyRef freeKeyReference(const P15File& file, const card::IChannel
 // file. False when the entry names no key reference.
 bool rsaKeyRef(const oss::CommonKeyAttributes& common, const oss::ObjectValue& value,
                oss::Integer modulusLength, card::service::KeyRef& ref);
-
-// Card references of the RSA keys among `keys` (PrivateKeyType or
-// PublicKeyType values); other kinds of key are passed over.
-template <class KeyType, class RsaObject>
-std::vector<card::service::KeyRef> rsaKeyRefs(const std::vector<KeyType>& keys, int rsaChoice,
-                                              RsaObject KeyType::*rsaValue) {
-    std::vector<card::service::KeyRef> refs;
-    for (const KeyType& key : keys) {
-        card::service::KeyRef ref;
-        const RsaObject& rsa = key.*rsaValue;
-        if (key.choice == rsaChoice && rsaKeyRef(rsa.classAttributes, rsa.typeAttributes.value,
-                                                 rsa.typeAttributes.modulusLength, ref)) {
-            refs.push_back(std::move(ref));
-        }
-    }
-    return refs;
-}
 
 } // namespace fs
 } // namespace pkcs15

@@ -1,32 +1,26 @@
 #ifndef APP_PKCS15_FS_CDF_HPP
 #define APP_PKCS15_FS_CDF_HPP
 
-#include "app/pkcs15/fs/AppObjectType.hpp"
-#include "app/pkcs15/fs/DirectoryFile.hpp"
-
-namespace card {
-namespace service {
-class IFileAccessService;
-}
-} // namespace card
+#include "app/pkcs15/fs/ValueDirectoryFile.hpp"
 
 namespace app {
 namespace pkcs15 {
 namespace fs {
 
 // EF(CDF): the certificates of the application, whose values lie in files of their own.
-class CDF : public DirectoryFile<oss::CertificateType> {
+class CDF : public ValueDirectoryFile<oss::CertificateType> {
 public:
     explicit CDF(const boost::weak_ptr<ODF>& odf)
-        : DirectoryFile(odf, P15File::CDF) {}
+        : ValueDirectoryFile(odf, P15File::CDF) {}
     const char* name() const override { return "EF(CDF)"; }
 
-    // A value file identifier that no certificate or data object uses yet.
-    mw::ByteBuffer getFreeFileId(const card::IChannel& channel,
-                                 const card::service::IFileAccessService& fileAccess,
-                                 AppObjectType type) const;
-    // Paths of the value files the entries point to.
-    std::vector<mw::ByteBuffer> valueFileIds(const card::IChannel& channel) const;
+protected:
+    const char* exhaustedText() const override { return "maximum number of certificates reached"; }
+    const oss::Path* valuePath(const oss::CertificateType& object) const override {
+        return object.choice == oss::CertificateType::x509Certificate
+                   ? indirectPath(object.x509CertificateValue.typeAttributes.value)
+                   : nullptr;
+    }
 };
 
 } // namespace fs

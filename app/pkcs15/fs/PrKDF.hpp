@@ -1,33 +1,23 @@
 #ifndef APP_PKCS15_FS_PRKDF_HPP
 #define APP_PKCS15_FS_PRKDF_HPP
 
-#include "app/pkcs15/fs/DirectoryFile.hpp"
-#include "card/service/KeyRef.hpp"
-
-namespace card {
-namespace service {
-class IFileAccessService;
-}
-} // namespace card
+#include "app/pkcs15/fs/KeyDirectoryFile.hpp"
 
 namespace app {
 namespace pkcs15 {
 namespace fs {
 
 // EF(PrKDF): the private keys of the application.
-class PrKDF : public DirectoryFile<oss::PrivateKeyType> {
+class PrKDF : public KeyDirectoryFile<oss::PrivateKeyType> {
 public:
     explicit PrKDF(const boost::weak_ptr<ODF>& odf)
-        : DirectoryFile(odf, P15File::PrKDF) {}
+        : KeyDirectoryFile(odf, P15File::PrKDF) {}
     const char* name() const override { return "EF(PrKDF)"; }
 
-    // A key reference no private key of the file uses yet, for a key of
-    // `modulusBits` (1024, 1536 or 2048).
-    card::service::KeyRef getFreeKeyReference(const card::IChannel& channel,
-                                              const card::service::IFileAccessService& fileAccess,
-                                              unsigned short modulusBits) const;
-    // Card references of the RSA keys listed.
-    std::vector<card::service::KeyRef> keyRefs(const card::IChannel& channel) const;
+protected:
+    bool holdsPrivateKeys() const override { return true; }
+    const char* exhaustedText() const override { return "maximum number of private keys reached"; }
+    bool rsaKeyRef(const oss::PrivateKeyType& key, card::service::KeyRef& ref) const override;
 };
 
 } // namespace fs

@@ -1,0 +1,57 @@
+#ifndef APP_PKCS15_FS_KEYDIRECTORYFILE_HPP
+#define APP_PKCS15_FS_KEYDIRECTORYFILE_HPP
+
+#include "app/pkcs15/fs/Allocation.hpp"
+#include "app/pkcs15/fs/DirectoryFile.hpp"
+#include "card/service/KeyRef.hpp"
+
+#include <vector>
+
+namespace card {
+namespace service {
+class IFileAccessService;
+}
+} // namespace card
+
+namespace app {
+namespace pkcs15 {
+namespace fs {
+
+// A directory file of keys (private or public) that the card holds.
+template <class KeyType> class KeyDirectoryFile : public DirectoryFile<KeyType> {
+public:
+    // A key reference that no key of this file uses yet, for a key of
+    // `modulusBits` (1024, 1536 or 2048).
+    card::service::KeyRef getFreeKeyReference(const card::IChannel& channel,
+                                              const card::service::IFileAccessService& /*files*/,
+                                              unsigned short modulusBits) const {
+        return freeKeyReference(*this, channel, modulusBits, holdsPrivateKeys(), exhaustedText());
+    }
+
+    // Card references of the RSA keys listed; other kinds of key are passed over.
+    std::vector<card::service::KeyRef> keyRefs(const card::IChannel& channel) const {
+        std::vector<card::service::KeyRef> refs;
+        for (const KeyType& key : this->values(channel)) {
+            card::service::KeyRef ref;
+            if (rsaKeyRef(key, ref)) {
+                refs.push_back(std::move(ref));
+            }
+        }
+        return refs;
+    }
+
+protected:
+    using DirectoryFile<KeyType>::DirectoryFile;
+
+    virtual bool holdsPrivateKeys() const = 0;
+    virtual const char* exhaustedText() const = 0;
+    // The card reference of an RSA key entry; false for other kinds of key
+    // and for entries without a key reference.
+    virtual bool rsaKeyRef(const KeyType& key, card::service::KeyRef& ref) const = 0;
+};
+
+} // namespace fs
+} // namespace pkcs15
+} // namespace app
+
+#endif
