@@ -1,6 +1,7 @@
 #include "host/iso7816/Tlv.hpp"
 
 #include "card/CardException.hpp"
+#include "mw/Exception.hpp"
 
 namespace host {
 namespace iso7816 {
@@ -99,6 +100,9 @@ void appendTag(mw::ByteBuffer& out, unsigned int tag) {
 }
 
 void appendLength(mw::ByteBuffer& out, std::size_t length) {
+    if (length > 0xFFFF) {
+        MW_THROW(mw::IllegalArgumentException, "TLV value longer than 65535 bytes");
+    }
     if (length < 0x80) {
         out.append(static_cast<unsigned char>(length));
     } else if (length <= 0xFF) {
