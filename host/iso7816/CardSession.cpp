@@ -9,6 +9,7 @@
 #include "host/iso7816/IsoCommand.hpp"
 #include "host/iso7816/PinManagementService.hpp"
 #include "host/iso7816/Tlv.hpp"
+#include "mw/Exception.hpp"
 
 #include <boost/make_shared.hpp>
 
@@ -70,6 +71,9 @@ std::string dottedOid(const mw::ByteBuffer& der) {
 CardSession::CardSession(boost::shared_ptr<const card::IChannel> channel)
     : channel_(std::move(channel))
     , selection_(boost::make_shared<FileSelection>()) {
+    if (!channel_) {
+        MW_THROW(mw::NullPointerException, "card session without a channel");
+    }
     const auto fileSystem = boost::make_shared<FileSystemService>(selection_);
     services_["PinManagementService"] = boost::make_shared<PinManagementService>(selection_);
     services_["FileAccessService"] = boost::make_shared<FileAccessService>(selection_);
