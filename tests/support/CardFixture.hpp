@@ -1,5 +1,5 @@
-#ifndef TESTS_UNIT_HOST_CARDFIXTURE_HPP
-#define TESTS_UNIT_HOST_CARDFIXTURE_HPP
+#ifndef TESTS_SUPPORT_CARDFIXTURE_HPP
+#define TESTS_SUPPORT_CARDFIXTURE_HPP
 
 #include "card/CardException.hpp"
 #include "card/service/IAsymmetricKeyManagementService.hpp"
