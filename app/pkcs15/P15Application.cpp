@@ -266,6 +266,36 @@ const boost::shared_ptr<fs::ODF>& P15Application::getODF() const {
     return odf_;
 }
 
+const std::vector<oss::AuthenticationType>&
+P15Application::getAuthObjects(const card::IChannel& channel) const {
+    useChannel(channel);
+    return getODF()->getAODF()->values(channel);
+}
+
+const std::vector<oss::PrivateKeyType>&
+P15Application::getPrivateKeys(const card::IChannel& channel) const {
+    useChannel(channel);
+    return getODF()->getPrKDF()->values(channel);
+}
+
+const std::vector<oss::PublicKeyType>&
+P15Application::getPublicKeys(const card::IChannel& channel) const {
+    useChannel(channel);
+    return getODF()->getPuKDF()->values(channel);
+}
+
+const std::vector<oss::CertificateType>&
+P15Application::getCertificates(const card::IChannel& channel) const {
+    useChannel(channel);
+    return getODF()->getCDF()->values(channel);
+}
+
+const std::vector<oss::DataType>&
+P15Application::getDataObjects(const card::IChannel& channel) const {
+    useChannel(channel);
+    return getODF()->getDODF()->values(channel);
+}
+
 P15Application::IdRange P15Application::getFileIdRange(AppObjectType type) const {
     const auto found = fileIdRanges_.find(type);
     if (found == fileIdRanges_.end()) {

@@ -3,6 +3,7 @@
 
 #include "app/IApplication.hpp"
 #include "app/pkcs15/fs/AppObjectType.hpp"
+#include "app/pkcs15/oss/Asn1Types.hpp"
 #include "card/service/KeyRef.hpp"
 #include "mw/ByteBuffer.hpp"
 
@@ -85,6 +86,13 @@ public:
 
     // The object directory, created on first need.
     const boost::shared_ptr<fs::ODF>& getODF() const;
+
+    // The entries of each directory file, in file order, read on first need.
+    const std::vector<oss::AuthenticationType>& getAuthObjects(const card::IChannel& channel) const;
+    const std::vector<oss::PrivateKeyType>& getPrivateKeys(const card::IChannel& channel) const;
+    const std::vector<oss::PublicKeyType>& getPublicKeys(const card::IChannel& channel) const;
+    const std::vector<oss::CertificateType>& getCertificates(const card::IChannel& channel) const;
+    const std::vector<oss::DataType>& getDataObjects(const card::IChannel& channel) const;
 
     IdRange getFileIdRange(fs::AppObjectType type) const;
     IdRange getKeyIdRange(fs::AppObjectType type) const;

@@ -9,15 +9,6 @@ namespace app {
 namespace pkcs15 {
 namespace fs {
 
-namespace {
-
-// Entries end at the data's end or at the first padding byte.
-bool isPadding(std::uint8_t byte) {
-    return byte == 0x00 || byte == 0xFF;
-}
-
-} // namespace
-
 P15File::P15File(const boost::weak_ptr<ODF>& odf, FileId kind)
     : odf_(odf)
     , kind_(kind) {}
