@@ -266,34 +266,37 @@ const boost::shared_ptr<fs::ODF>& P15Application::getODF() const {
     return odf_;
 }
 
+template <class File>
+const auto& P15Application::entriesOf(const card::IChannel& channel,
+                                      const boost::shared_ptr<File>& (fs::ODF::*file)()
+                                          const) const {
+    useChannel(channel);
+    return ((*getODF()).*file)()->values(channel);
+}
+
 const std::vector<oss::AuthenticationType>&
 P15Application::getAuthObjects(const card::IChannel& channel) const {
-    useChannel(channel);
-    return getODF()->getAODF()->values(channel);
+    return entriesOf(channel, &fs::ODF::getAODF);
 }
 
 const std::vector<oss::PrivateKeyType>&
 P15Application::getPrivateKeys(const card::IChannel& channel) const {
-    useChannel(channel);
-    return getODF()->getPrKDF()->values(channel);
+    return entriesOf(channel, &fs::ODF::getPrKDF);
 }
 
 const std::vector<oss::PublicKeyType>&
 P15Application::getPublicKeys(const card::IChannel& channel) const {
-    useChannel(channel);
-    return getODF()->getPuKDF()->values(channel);
+    return entriesOf(channel, &fs::ODF::getPuKDF);
 }
 
 const std::vector<oss::CertificateType>&
 P15Application::getCertificates(const card::IChannel& channel) const {
-    useChannel(channel);
-    return getODF()->getCDF()->values(channel);
+    return entriesOf(channel, &fs::ODF::getCDF);
 }
 
 const std::vector<oss::DataType>&
 P15Application::getDataObjects(const card::IChannel& channel) const {
-    useChannel(channel);
-    return getODF()->getDODF()->values(channel);
+    return entriesOf(channel, &fs::ODF::getDODF);
 }
 
 P15Application::IdRange P15Application::getFileIdRange(AppObjectType type) const {
@@ -310,6 +313,15 @@ P15Application::IdRange P15Application::getKeyIdRange(AppObjectType type) const 
         APP_THROW(ApplicationException, "Key id range for requested object type not found");
     }
     return found->second;
+}
+
+// Key ids are counted in one byte.
+P15Application::IdRange P15Application::byteKeyIdRange(AppObjectType type) const {
+    const IdRange range = getKeyIdRange(type);
+    if (range.first >= 256 || range.second >= 256) {
+        APP_THROW(ApplicationException, "invalid key id size");
+    }
+    return range;
 }
 
 mw::ByteBuffer P15Application::getFreeFileId(AppObjectType type) const {
@@ -379,10 +391,7 @@ KeyRef P15Application::getFreeKeyReference(AppObjectType type) const {
     if (!isKeyType(type)) {
         APP_THROW(ApplicationException, "unable to get key reference for non-key type");
     }
-    const IdRange range = getKeyIdRange(type);
-    if (range.first >= 256 || range.second >= 256) {
-        APP_THROW(ApplicationException, "invalid key id size");
-    }
+    const IdRange range = byteKeyIdRange(type);
     for (unsigned int kid = range.first; kid <= range.second; ++kid) {
         const unsigned char kidByte = static_cast<unsigned char>(kid);
         if (!keyReferenceInUse(type, util::encodeKID(kidByte, (type % 2) == 1))) {
@@ -410,10 +419,7 @@ P15Application::getFreeKeyPairReference(const card::IChannel& channel,
         APP_THROW_DATA(ApplicationException, "invalid modulus size", modulusBits);
     }
     const auto publicType = static_cast<AppObjectType>(privateType + 1);
-    const IdRange range = getKeyIdRange(privateType);
-    if (range.first >= 256 || range.second >= 256) {
-        APP_THROW(ApplicationException, "invalid key id size");
-    }
+    const IdRange range = byteKeyIdRange(privateType);
     for (unsigned int kid = range.first; kid <= range.second; ++kid) {
         const unsigned char reference = util::encodeKID(static_cast<unsigned char>(kid), true);
         if (keyReferenceInUse(privateType, reference) || keyReferenceInUse(publicType, reference)) {

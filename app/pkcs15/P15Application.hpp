@@ -128,6 +128,10 @@ private:
     void fillAlgorithmTable();
     void readConfiguration();
     void selectOnCard(const card::IChannel& channel) const;
+    template <class File>
+    const auto& entriesOf(const card::IChannel& channel,
+                          const boost::shared_ptr<File>& (fs::ODF::*file)() const) const;
+    IdRange byteKeyIdRange(fs::AppObjectType type) const;
     std::vector<mw::ByteBuffer> usedValueFileIds() const;
     bool keyReferenceInUse(fs::AppObjectType type, unsigned char reference) const;
     bool keyFilesExist(const card::IChannel& channel, const card::service::KeyRef& privateKey,
