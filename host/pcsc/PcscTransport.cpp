@@ -84,9 +84,12 @@ boost::shared_ptr<mw::ByteBuffer> PcscTransport::transmit(const card::Apdu& comm
     callWithReconnect([&] {
         const SCARD_IO_REQUEST* pci = protocol_ == SCARD_PROTOCOL_T0 ? SCARD_PCI_T0 : SCARD_PCI_T1;
         responseLength = MAX_BUFFER_SIZE;
-        return SCardTransmit(card_, pci, command.bytes().data(),
-                             static_cast<DWORD>(command.bytes().size()), nullptr, response->data(),
-                             &responseLength);
+        const LONG rv = SCardTransmit(card_, pci, command.bytes().data(),
+                                      static_cast<DWORD>(command.bytes().size()), nullptr,
+                                      response->data(), &responseLength);
+        // A reader that loses the card in the middle of a command may still
+        // report success, with no answer at all.
+        return rv == SCARD_S_SUCCESS && responseLength < 2 ? SCARD_E_NOT_TRANSACTED : rv;
     });
     response->resize(responseLength);
     return response;
