@@ -63,7 +63,8 @@ int main(int argc, char** argv) {
         const host::PluginLoader loader(path, DemoConfiguration());
         std::printf("QueryPlugin: descriptor words %u %u\n", loader.descriptor().version,
                     loader.descriptor().flags);
-        std::printf("plugin: %s\n", boost::core::demangle(typeid(loader.plugin()).name()).c_str());
+        const app::IApplicationPlugin& plugin = loader.plugin();
+        std::printf("plugin: %s\n", boost::core::demangle(typeid(plugin).name()).c_str());
         showApplication(loader);
     } catch (const std::exception& e) {
         std::fprintf(stderr, "p15-plugin-demo: %s\n", e.what());
