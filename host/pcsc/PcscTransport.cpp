@@ -4,7 +4,9 @@
 #include "host/pcsc/PcscError.hpp"
 
 #include <PCSC/pcsclite.h>
+#include <algorithm>
 #include <boost/make_shared.hpp>
+#include <stdexcept>
 
 namespace host {
 
@@ -110,6 +112,22 @@ void PcscTransport::endTransaction() const {
         // Runs from destructors: a card that went away already ended it.
         SCardEndTransaction(card_, SCARD_LEAVE_CARD);
     }
+}
+
+std::unique_ptr<PcscTransport> connectReader(const std::string& readerName,
+                                             std::chrono::milliseconds wait) {
+    auto context = std::make_shared<PcscContext>();
+    const std::vector<std::string> readers = context->listReaders();
+    const auto reader = std::find_if(readers.begin(), readers.end(), [&](const std::string& name) {
+        return name.find(readerName) != std::string::npos;
+    });
+    if (reader == readers.end()) {
+        throw std::runtime_error("no PC/SC reader named like \"" + readerName + "\"");
+    }
+    if (!context->waitForCard(*reader, wait)) {
+        throw std::runtime_error("no card in " + *reader);
+    }
+    return std::make_unique<PcscTransport>(context, *reader);
 }
 
 } // namespace host

@@ -4,6 +4,7 @@
 #include "card/IChannel.hpp"
 #include "host/pcsc/PcscContext.hpp"
 
+#include <chrono>
 #include <memory>
 #include <string>
 
@@ -42,6 +43,12 @@ private:
     mutable DWORD protocol_ = 0;
     mutable int transactionDepth_ = 0;
 };
+
+// Connects to the first reader whose name contains `readerName` as soon as
+// it holds a card, waiting at most `wait`. No such reader, or no card in
+// time, is a std::runtime_error naming what was looked for.
+std::unique_ptr<PcscTransport> connectReader(const std::string& readerName,
+                                             std::chrono::milliseconds wait);
 
 } // namespace host
 

@@ -1,7 +1,6 @@
 #include "CardFixture.hpp"
 
 #include "card/CardException.hpp"
-#include "host/pcsc/PcscContext.hpp"
 #include "host/pcsc/PcscTransport.hpp"
 #include "host/vcard/VirtualCardTransport.hpp"
 #include "vcard/VirtualCard.hpp"
@@ -20,28 +19,9 @@ const char* const soPin = "87654321";
 namespace {
 
 // The first vpcd reader unless P15_READER names one.
-std::string virtualReader(const host::PcscContext& context) {
-    if (const char* chosen = std::getenv("P15_READER")) {
-        return chosen;
-    }
-    for (const std::string& reader : context.listReaders()) {
-        if (reader.find("Virtual PCD") != std::string::npos) {
-            return reader;
-        }
-    }
-    return {};
-}
-
 std::unique_ptr<card::ICardTransport> pcscTransport() {
-    auto context = std::make_shared<host::PcscContext>();
-    const std::string reader = virtualReader(*context);
-    if (reader.empty()) {
-        throw std::runtime_error("no vpcd reader known to pcscd");
-    }
-    if (!context->waitForCard(reader, std::chrono::seconds(10))) {
-        throw std::runtime_error("no card in " + reader);
-    }
-    return std::make_unique<host::PcscTransport>(context, reader);
+    const char* chosen = std::getenv("P15_READER");
+    return host::connectReader(chosen ? chosen : "Virtual PCD", std::chrono::seconds(10));
 }
 
 } // namespace
