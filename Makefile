@@ -4,7 +4,7 @@ BUILD ?= build
 ASAN_BUILD ?= build-asan
 CMAKE_FLAGS ?=
 
-.PHONY: deps configure build demo check asan-check format
+.PHONY: deps configure build demo demo-pcsc check asan-check format
 
 deps:
 	scripts/install-deps
@@ -17,6 +17,17 @@ build: configure
 
 demo: build
 	$(BUILD)/tools/plugin-demo/p15-plugin-demo
+
+# The demo with the virtual card in pcscd's "Virtual PCD" reader. pcscd and
+# the bridge are started as the tests start them (as root, no systemd) and
+# exactly those are stopped afterwards.
+demo-pcsc: build
+	@state=$$(mktemp -d) && \
+	P15_VCARD_SERVE=$(BUILD)/vcard/p15-vcard-serve \
+	P15_PCSC_WAIT=$(BUILD)/tests/unit/vcard/pcsc-wait-card \
+	scripts/pcscd-fixture start $$state && \
+	{ $(BUILD)/tools/plugin-demo/p15-plugin-demo --reader "Virtual PCD"; status=$$?; \
+	  scripts/pcscd-fixture stop $$state; rm -rf $$state; exit $$status; }
 
 check: build
 	ctest --test-dir $(BUILD) --output-on-failure
