@@ -1,0 +1,44 @@
+#include "host/ErrorMessage.hpp"
+
+#include "app/ApplicationException.hpp"
+#include "card/CardException.hpp"
+
+#include <gtest/gtest.h>
+#include <stdexcept>
+
+namespace {
+
+template <class Throw> std::string messageOf(Throw raise) {
+    try {
+        raise();
+    } catch (const std::exception& e) {
+        return host::errorMessage(e);
+    }
+    return "nothing thrown";
+}
+
+TEST(ErrorMessage, NamesTheCommandAndTheStatusWordOfACardError) {
+    EXPECT_EQ(messageOf([] {
+                  CARD_THROW(card::CardException()
+                             << card::Command("Select") << card::StatusCode(0x6A82));
+              }),
+              "card exception: Select: 6A82 (File or application not found)");
+    EXPECT_EQ(messageOf([] {
+                  CARD_THROW(card::CardException()
+                             << card::Command("Verify") << card::StatusCode(0x63C2));
+              }),
+              "card exception: Verify: 63C2 (unknown error)");
+    EXPECT_EQ(
+        messageOf([] { CARD_THROW(card::CardException() << card::ErrorText("card removed")); }),
+        "card exception: card removed");
+}
+
+TEST(ErrorMessage, CarriesAnApplicationErrorsTextAndNumber) {
+    EXPECT_EQ(
+        messageOf([] { APP_THROW_DATA(app::InvalidDataException, "invalid modulus size", 4096); }),
+        "invalid data exception: invalid modulus size (4096)");
+    EXPECT_EQ(messageOf([] { throw std::runtime_error("no card in Virtual PCD 00 00"); }),
+              "no card in Virtual PCD 00 00");
+}
+
+} // namespace
