@@ -404,6 +404,7 @@ KeyRef P15Application::getFreeKeyReference(AppObjectType type) const {
 std::pair<KeyRef, KeyRef>
 P15Application::getFreeKeyPairReference(const card::IChannel& channel,
                                         unsigned short modulusBits) const {
+    useChannel(channel);
     AppObjectType privateType;
     switch (modulusBits) {
     case 1024:
