@@ -1,5 +1,7 @@
 #include "host/iso7816/CardSession.hpp"
 
+#include "app/ApplicationException.hpp"
+#include "app/pkcs15/oss/Codec.hpp"
 #include "card/CardException.hpp"
 #include "card/IChannel.hpp"
 #include "host/iso7816/AsymmetricKeyManagementService.hpp"
@@ -29,6 +31,15 @@ constexpr unsigned short insNotSupported = 0x6D00;
                << card::ErrorText("malformed object identifier from the card"));
 }
 
+// The dotted form of an object identifier the card sent (content octets).
+std::string dottedOid(const mw::ByteBuffer& der) {
+    try {
+        return app::pkcs15::oss::oidToText(app::pkcs15::oss::Bytes(der.begin(), der.end()));
+    } catch (const app::InvalidDataException&) {
+        throwMalformedOid();
+    }
+}
+
 std::vector<std::string> parseAlgorithms(const mw::ByteBuffer& answer) {
     std::vector<std::string> algorithms;
     const Tlv list = expectTlv(answer, algorithmListTag);
@@ -42,31 +53,6 @@ std::vector<std::string> parseAlgorithms(const mw::ByteBuffer& answer) {
 }
 
 } // namespace
-
-std::string dottedOid(const mw::ByteBuffer& der) {
-    if (der.empty() || (der.get(der.size() - 1) & 0x80)) {
-        throwMalformedOid();
-    }
-    std::string dotted;
-    unsigned long long arc = 0;
-    for (unsigned char byte : der) {
-        if (arc >> 56) {
-            throwMalformedOid();
-        }
-        arc = (arc << 7) | (byte & 0x7F);
-        if (byte & 0x80) {
-            continue;
-        }
-        if (dotted.empty()) {
-            const unsigned long long first = arc < 80 ? arc / 40 : 2;
-            dotted = std::to_string(first) + "." + std::to_string(arc - 40 * first);
-        } else {
-            dotted += "." + std::to_string(arc);
-        }
-        arc = 0;
-    }
-    return dotted;
-}
 
 CardSession::CardSession(boost::shared_ptr<const card::IChannel> channel)
     : channel_(std::move(channel))

@@ -38,9 +38,6 @@ private:
     mutable std::optional<std::vector<std::string>> algorithms_;
 };
 
-// The dotted form of a DER-encoded object identifier (content octets only).
-std::string dottedOid(const mw::ByteBuffer& der);
-
 } // namespace iso7816
 } // namespace host
 
