@@ -26,10 +26,19 @@ void Instrumentation::injectFault(std::uint64_t n, Fault fault, std::size_t torn
     pendingFault_ = fault;
     faultCountdown_ = n == 0 ? 1 : n;
     tornBytes_ = tornBytes;
+    faultIns_.reset();
+    injectedStatusWord_ = 0x6F00;
 }
 
-std::optional<Instrumentation::Fault> Instrumentation::takeFault() {
-    if (!pendingFault_ || --faultCountdown_ != 0)
+void Instrumentation::injectStatusWord(std::uint8_t ins, std::uint16_t statusWord,
+                                       std::uint64_t n) {
+    injectFault(n, Fault::StatusWord);
+    faultIns_ = ins;
+    injectedStatusWord_ = statusWord;
+}
+
+std::optional<Instrumentation::Fault> Instrumentation::takeFault(std::uint8_t ins) {
+    if (!pendingFault_ || (faultIns_ && *faultIns_ != ins) || --faultCountdown_ != 0)
         return std::nullopt;
     std::optional<Fault> fault = pendingFault_;
     pendingFault_.reset();

@@ -36,9 +36,9 @@ public:
     };
 
     enum class Fault {
-        StatusWord6F00, ///< answer 6F00 and do nothing
-        CardRemoved,    ///< throw CardRemoved and power the card off
-        TornWrite,      ///< apply part of an UPDATE BINARY, then as CardRemoved
+        StatusWord,  ///< answer a chosen status word (6F00 unless told) and do nothing
+        CardRemoved, ///< throw CardRemoved and power the card off
+        TornWrite,   ///< apply part of an UPDATE BINARY, then as CardRemoved
     };
 
     const Counters& counters() const { return counters_; }
@@ -54,10 +54,14 @@ public:
     /// The fault hits the n-th command from now (1 = the next one), once. A torn write keeps the
     /// first tornBytes of the update's data.
     void injectFault(std::uint64_t n, Fault fault, std::size_t tornBytes = 0);
+    /// The n-th command from now with instruction byte ins is answered with statusWord and not
+    /// processed, once; other instructions pass untouched and are not counted.
+    void injectStatusWord(std::uint8_t ins, std::uint16_t statusWord, std::uint64_t n = 1);
     void clearFault() { pendingFault_.reset(); }
-    /// Called once per command: the fault due now, if any.
-    std::optional<Fault> takeFault();
+    /// Called once per command with its instruction byte: the fault due now, if any.
+    std::optional<Fault> takeFault(std::uint8_t ins);
     std::size_t tornBytes() const { return tornBytes_; }
+    std::uint16_t injectedStatusWord() const { return injectedStatusWord_; }
 
     /// The next image save stops at this point with SimulatedCrash, once.
     void crashAtSavePoint(SavePoint point) { crashPoint_ = point; }
@@ -71,6 +75,8 @@ private:
     std::optional<Fault> pendingFault_;
     std::uint64_t faultCountdown_ = 0;
     std::size_t tornBytes_ = 0;
+    std::optional<std::uint8_t> faultIns_;
+    std::uint16_t injectedStatusWord_ = 0x6F00;
     std::optional<SavePoint> crashPoint_;
 };
 

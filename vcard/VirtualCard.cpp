@@ -77,14 +77,16 @@ Bytes VirtualCard::transmit(const Bytes& command) {
     if (!poweredOn_)
         throw CardRemoved("the virtual card is powered off");
     instrumentation_.countCommand(command.size());
-    std::optional<Instrumentation::Fault> fault = instrumentation_.takeFault();
+    const std::uint8_t ins = command.size() > 1 ? command[1] : 0;
+    std::optional<Instrumentation::Fault> fault = instrumentation_.takeFault(ins);
     if (fault == Instrumentation::Fault::CardRemoved) {
         powerOff();
         throw CardRemoved("the virtual card was removed (injected fault)");
     }
     if (fault == Instrumentation::Fault::TornWrite)
         tearWrite(command);
-    Bytes response = fault ? statusWordOnly(sw::noPreciseDiagnosis) : process(command);
+    Bytes response =
+        fault ? statusWordOnly(instrumentation_.injectedStatusWord()) : process(command);
     instrumentation_.countResponse(response.size());
     const auto latency = instrumentation_.latencyFor(command.size() + response.size());
     if (latency.count() > 0)

@@ -136,10 +136,17 @@ TEST_F(Transport, CountersCountBothWays) {
 
 TEST_F(Transport, InjectedFaultsHitExactlyTheNthCommand) {
     auto& instrumentation = card->instrumentation();
-    instrumentation.injectFault(2, Instrumentation::Fault::StatusWord6F00);
+    instrumentation.injectFault(2, Instrumentation::Fault::StatusWord);
     EXPECT_EQ(sw("00A4000C"), 0x9000);
     EXPECT_EQ(sw("00A4000C"), 0x6F00);
     EXPECT_EQ(sw("00A4000C"), 0x9000);
+
+    // Aimed at one instruction: the SELECTs in between neither count nor get it.
+    instrumentation.injectStatusWord(0x84, 0x6C08, 2);
+    EXPECT_EQ(sw("0084000008"), 0x9000);
+    EXPECT_EQ(sw("00A4000C"), 0x9000);
+    EXPECT_EQ(sw("0084000008"), 0x6C08);
+    EXPECT_EQ(sw("0084000008"), 0x9000);
 
     instrumentation.injectFault(1, Instrumentation::Fault::CardRemoved);
     EXPECT_THROW(send("00A4000C"), CardRemoved);
