@@ -13,10 +13,9 @@ namespace cryptoapi {
 
 // An RSA public key whose modulus and exponent passed the key factory's
 // checks: odd modulus of 512 to 8192 bits, odd exponent from 3 up to below
-// the modulus.
+// the modulus. Only the factory makes them.
 class RSAPublicKey : public PublicKey {
 public:
-    explicit RSAPublicKey(const CryptoPP::RSAFunction& function);
     ~RSAPublicKey() override;
 
     const std::string& getAlgorithm() const override;
@@ -30,6 +29,9 @@ public:
     const CryptoPP::RSAFunction& function() const { return *function_; }
 
 private:
+    friend class KeyFactory;
+    explicit RSAPublicKey(const CryptoPP::RSAFunction& function);
+
     std::unique_ptr<CryptoPP::RSAFunction> function_;
 };
 
