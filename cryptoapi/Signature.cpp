@@ -11,13 +11,13 @@
 namespace cryptoapi {
 
 Signature* Signature::getInstance(const std::string& algorithm, const char* provider) {
-    const std::string* hashOid = detail::hashOfSignature(algorithm);
+    const char* hashOid = detail::hashOfSignature(algorithm);
     if (hashOid == nullptr || !detail::isOwnProvider(provider)) {
         return nullptr;
     }
     std::unique_ptr<MessageDigest> digest;
-    if (!hashOid->empty()) {
-        digest.reset(MessageDigest::getInstance(*hashOid));
+    if (*hashOid != '\0') {
+        digest.reset(MessageDigest::getInstance(hashOid));
     }
     return new Signature(algorithm, std::move(digest));
 }

@@ -21,6 +21,9 @@ const std::string rsaEncryptionOid = "1.2.840.113549.1.1.1";
 // The RSA algorithm of X.500 (id-ea-rsa).
 const std::string rsaKeyFactoryOid = "2.5.8.1.1";
 
+// The tables hold plain text, so that they are ready before any dynamic
+// initialisation runs.
+
 namespace {
 
 template <class Hash> std::unique_ptr<CryptoPP::HashTransformation> make() {
@@ -45,12 +48,12 @@ const DigestAlgorithm digests[] = {
 };
 
 struct SignatureAlgorithm {
-    std::string oid;
-    std::string hashOid;
+    const char* oid;
+    const char* hashOid;
 };
 
 const SignatureAlgorithm signatures[] = {
-    {rsaEncryptionOid, ""},
+    {"1.2.840.113549.1.1.1", ""},
     {"1.2.840.113549.1.1.2", "1.2.840.113549.2.2"},
     {"1.2.840.113549.1.1.4", "1.2.840.113549.2.5"},
     {"1.3.36.3.3.1.3", "1.3.36.3.2.2"},
@@ -77,10 +80,10 @@ std::unique_ptr<CryptoPP::HashTransformation> createHash(const std::string& dige
     return nullptr;
 }
 
-const std::string* hashOfSignature(const std::string& signatureOid) {
+const char* hashOfSignature(const std::string& signatureOid) {
     for (const SignatureAlgorithm& signature : signatures) {
         if (signatureOid == signature.oid) {
-            return &signature.hashOid;
+            return signature.hashOid;
         }
     }
     return nullptr;

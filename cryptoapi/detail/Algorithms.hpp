@@ -24,7 +24,7 @@ std::unique_ptr<CryptoPP::HashTransformation> createHash(const std::string& dige
 // The digest OID of an RSA PKCS#1 v1.5 signature OID; empty for
 // rsaEncryption (the signed bytes are taken as given); null for an OID that
 // is no such signature.
-const std::string* hashOfSignature(const std::string& signatureOid);
+const char* hashOfSignature(const std::string& signatureOid);
 
 // Refuses a null pointer that is said to hold bytes.
 void requireBytes(const unsigned char* data, std::size_t length, const char* what);
