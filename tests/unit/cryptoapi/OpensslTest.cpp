@@ -16,8 +16,9 @@
 namespace {
 
 using namespace cryptoapi_test;
-namespace fs = std::filesystem;
 
+// A scratch folder holding the test key for openssl: key.der (PKCS#8) and
+// spki.der (the provider's SubjectPublicKeyInfo).
 class Openssl : public testing::Test {
 protected:
     void SetUp() override {
@@ -27,63 +28,55 @@ protected:
         char pattern[] = "/tmp/cryptoapi-openssl-XXXXXX";
         ASSERT_NE(mkdtemp(pattern), nullptr);
         dir_ = pattern;
-        CryptoPP::FileSink privateKey(path("key.der").c_str());
-        testKey().DEREncode(privateKey); // PKCS#8 PrivateKeyInfo
-        write("spki.der", publicTestKey()->getEncoded());
+        CryptoPP::FileSink privateKey((dir_ + "/key.der").c_str());
+        testKey().DEREncode(privateKey);
+        const mw::ByteBuffer spki = publicTestKey()->getEncoded();
+        write("spki.der", Bytes(spki.begin(), spki.end()));
     }
 
     void TearDown() override {
         if (!dir_.empty()) {
-            fs::remove_all(dir_);
+            std::filesystem::remove_all(dir_);
         }
     }
 
-    std::string path(const std::string& name) const { return (dir_ / name).string(); }
-
-    void write(const std::string& name, const mw::ByteBuffer& bytes) const {
-        std::ofstream(path(name), std::ios::binary)
+    void write(const std::string& name, const Bytes& bytes) const {
+        std::ofstream(dir_ + "/" + name, std::ios::binary)
             .write(reinterpret_cast<const char*>(bytes.data()),
                    static_cast<std::streamsize>(bytes.size()));
     }
 
     Bytes read(const std::string& name) const {
-        std::ifstream in(path(name), std::ios::binary);
+        std::ifstream in(dir_ + "/" + name, std::ios::binary);
         return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
     }
 
-    // Runs openssl in the test's folder; true on success. Its complaints go to
+    // True when openssl, run in the folder, succeeds; its complaints go to
     // the test output.
     bool openssl(const std::string& arguments) const {
-        const std::string command = "cd '" + dir_.string() + "' && openssl " + arguments;
-        return std::system(command.c_str()) == 0;
+        return std::system(("cd '" + dir_ + "' && openssl " + arguments).c_str()) == 0;
     }
 
 private:
-    fs::path dir_;
+    std::string dir_;
 };
 
-// openssl signs; the provider verifies. openssl in turn verifies its own
-// signature with the provider's SubjectPublicKeyInfo of the key.
+// openssl signs and the provider verifies; openssl also verifies its own
+// signature with the provider's encoding of the public key.
 TEST_F(Openssl, SignsWhatTheProviderVerifies) {
-    const struct {
-        const char* digest;
-        const char* oid;
-    } algorithms[] = {{"sha1", "1.2.840.113549.1.1.5"},
-                      {"sha256", "1.2.840.113549.1.1.11"},
-                      {"sha384", "1.2.840.113549.1.1.12"},
-                      {"sha512", "1.2.840.113549.1.1.13"}};
-    const mw::ByteBuffer message({'o', 'p', 'e', 'n', 's', 's', 'l'});
+    const Bytes message = bytesOf("signed by openssl");
     write("message", message);
-    for (const auto& algorithm : algorithms) {
-        const std::string digest = algorithm.digest;
-        ASSERT_TRUE(openssl("dgst -" + digest + " -sign key.der -keyform DER -out sig message"));
-        EXPECT_TRUE(openssl("dgst -" + digest +
-                            " -verify spki.der -keyform DER -signature sig message >/dev/null"))
-            << digest;
+    for (const auto& [digest, oid] : {std::pair{"sha1", "1.2.840.113549.1.1.5"},
+                                      {"sha256", "1.2.840.113549.1.1.11"},
+                                      {"sha384", "1.2.840.113549.1.1.12"},
+                                      {"sha512", "1.2.840.113549.1.1.13"}}) {
+        const std::string dgst = std::string("dgst -") + digest;
+        ASSERT_TRUE(openssl(dgst + " -sign key.der -keyform DER -out sig message"));
+        EXPECT_TRUE(
+            openssl(dgst + " -verify spki.der -keyform DER -signature sig message >/dev/null"));
 
         const Bytes signature = read("sig");
-        const mw::AutoPtr<cryptoapi::Signature> verifier(
-            cryptoapi::Signature::getInstance(algorithm.oid));
+        const mw::AutoPtr<cryptoapi::Signature> verifier(cryptoapi::Signature::getInstance(oid));
         verifier->initVerify(*publicTestKey());
         verifier->update(message.data(), message.size());
         EXPECT_TRUE(verifier->verify(signature.data(), signature.size())) << digest;
@@ -98,7 +91,7 @@ TEST_F(Openssl, DeciphersWhatTheProviderEnciphers) {
     std::size_t length = 0;
     const mw::AutoPtr<unsigned char, mw::ArrayDeallocator> cipherText(
         cipher->doFinal(length, plain.data(), plain.size()));
-    write("cipher", mw::ByteBuffer(cipherText.get(), length));
+    write("cipher", Bytes(cipherText.get(), cipherText.get() + length));
 
     ASSERT_TRUE(openssl("pkeyutl -decrypt -inkey key.der -keyform DER -in cipher -out plain"));
     EXPECT_EQ(read("plain"), plain);
