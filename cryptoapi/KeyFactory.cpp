@@ -15,28 +15,29 @@ constexpr unsigned int minimumModulusBits = 512;
 constexpr unsigned int maximumModulusBits = 8192;
 
 // The value of unsigned big-endian bytes, refusing more significant bytes
-// than maxBytes before any arithmetic is done on them.
-CryptoPP::Integer boundedInteger(const mw::ByteBuffer& bytes, std::size_t maxBytes,
-                                 const char* what) {
+// than the largest modulus has before any arithmetic is done on them.
+CryptoPP::Integer boundedInteger(const mw::ByteBuffer& bytes, const char* what) {
+    constexpr std::size_t maxBytes = maximumModulusBits / 8;
     std::size_t first = 0;
     while (first < bytes.size() && bytes.data()[first] == 0) {
         ++first;
     }
     const std::size_t significant = bytes.size() - first;
     if (significant > maxBytes) {
-        MW_THROW(InvalidKeySpecException, std::string("RSA ") + what + " has " +
-                                              std::to_string(significant) +
-                                              " significant bytes, more than the " +
-                                              std::to_string(maxBytes) + " of an 8192-bit key");
+        MW_THROW(InvalidKeySpecException,
+                 std::string("RSA ") + what + " has " + std::to_string(significant) +
+                     " significant bytes, more than the " + std::to_string(maxBytes) + " of an " +
+                     std::to_string(maximumModulusBits) + "-bit key");
     }
     return CryptoPP::Integer(bytes.data() + first, significant);
 }
 
 CryptoPP::Integer checkedModulus(const mw::ByteBuffer& bytes) {
-    const CryptoPP::Integer modulus = boundedInteger(bytes, maximumModulusBits / 8, "modulus");
+    const CryptoPP::Integer modulus = boundedInteger(bytes, "modulus");
     if (modulus.BitCount() < minimumModulusBits) {
         MW_THROW(InvalidKeySpecException, "RSA modulus of " + std::to_string(modulus.BitCount()) +
-                                              " bits is shorter than 512 bits");
+                                              " bits is shorter than " +
+                                              std::to_string(minimumModulusBits) + " bits");
     }
     if (modulus.IsEven()) {
         MW_THROW(InvalidKeySpecException, "RSA modulus is even");
@@ -45,8 +46,7 @@ CryptoPP::Integer checkedModulus(const mw::ByteBuffer& bytes) {
 }
 
 CryptoPP::Integer checkedExponent(const mw::ByteBuffer& bytes, const CryptoPP::Integer& modulus) {
-    const CryptoPP::Integer exponent =
-        boundedInteger(bytes, maximumModulusBits / 8, "public exponent");
+    const CryptoPP::Integer exponent = boundedInteger(bytes, "public exponent");
     if (exponent < 3) {
         MW_THROW(InvalidKeySpecException, "RSA public exponent must be 3 or more");
     }
