@@ -192,7 +192,7 @@ Response CommandProcessor::verify(const CommandApdu& apdu) {
     if (apdu.p1 == 0xFF) {
         if (!apdu.data.empty())
             throw CardError(sw::wrongLength);
-        status_.clear(apdu.p2);
+        state_.pins.logOut(apdu.p2, status_);
         return {};
     }
     requireP1P2(apdu, 0x00, apdu.p2);

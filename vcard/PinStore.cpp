@@ -62,6 +62,11 @@ void PinStore::checkStatus(std::uint8_t reference, const SecurityStatus& status)
         throw CardError(sw::triesLeft(it->second.triesLeft));
 }
 
+void PinStore::logOut(std::uint8_t reference, SecurityStatus& status) {
+    find(reference);
+    status.clear(reference);
+}
+
 void PinStore::change(std::uint8_t reference, const Bytes& oldAndNew, SecurityStatus& status) {
     Pin& pin = find(reference);
     const std::size_t length = pin.value.size();

@@ -31,6 +31,8 @@ public:
     void verify(std::uint8_t reference, const Bytes& value, SecurityStatus& status);
     /// VERIFY without data: throws 63Cx when not verified, 6983 when blocked.
     void checkStatus(std::uint8_t reference, const SecurityStatus& status) const;
+    /// VERIFY P1 FF: the PIN is no longer verified.
+    void logOut(std::uint8_t reference, SecurityStatus& status);
     void change(std::uint8_t reference, const Bytes& oldAndNew, SecurityStatus& status);
     /// RESET RETRY COUNTER: pukAndNew is the unblocking PIN, then the new value if withNewValue.
     void unblock(std::uint8_t reference, const Bytes& pukAndNew, bool withNewValue,
