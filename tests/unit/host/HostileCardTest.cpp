@@ -1,5 +1,6 @@
 // A hostile or broken card, played by a scripted transport: truncated and
 // garbage answers end in clear exceptions, never in a hang or a crash.
+#include "CardFixture.hpp"
 #include "TestKeys.hpp"
 #include "card/Apdu.hpp"
 #include "card/CardException.hpp"
@@ -141,6 +142,14 @@ TEST_F(HostileCardTest, WrongLeAndGetResponseAreFollowed) {
     EXPECT_EQ(sent_[0], (ByteBuffer{0x00, 0xCA, 0x01, 0xA0, 0x00}));
     EXPECT_EQ(sent_[1], (ByteBuffer{0x00, 0xCA, 0x01, 0xA0, 0x0D}));
     EXPECT_EQ(sent_[2], (ByteBuffer{0x00, 0xC0, 0x00, 0x00, 0x00}));
+
+    // A card that keeps asking gets one more try only.
+    play({{0x62, 0x07, 0x80, 0x02, 0x00, 0x20, 0x82, 0x01, 0x01, 0x90, 0x00}, {0x6C, 0x05}});
+    selectFile();
+    const auto files = service<card::service::IFileAccessService>("FileAccessService");
+    EXPECT_CARD_ERROR(files->read(*channel_, 0, 8), "Read Binary", 0x6C05);
+    ASSERT_EQ(sent_.size(), 3u);
+    EXPECT_EQ(sent_[2], (ByteBuffer{0x00, 0xB0, 0x00, 0x00, 0x05}));
 }
 
 TEST_F(HostileCardTest, MalformedAlgorithmListsAndKeyTemplatesAreInvalidData) {
@@ -173,6 +182,11 @@ TEST_F(HostileCardTest, ChainedCommandStopsAtTheFirstRefusedPart) {
     ASSERT_EQ(sent_.size(), 1u);
     EXPECT_EQ(sent_[0].get(0), 0x10);
     EXPECT_EQ(sent_[0].get(4), 0xFF);
+
+    // Repeating the last part alone would write it at the chain's offset.
+    play({{0x90, 0x00}, {0x6C, 0x10}});
+    EXPECT_CARD_ERROR(files->update(*channel_, 0, ByteBuffer(300)), "Update Binary", 0x6C10);
+    EXPECT_EQ(sent_.size(), 2u);
 }
 
 TEST(SecurityAttributesTest, ModesBecomeTheProfilesExpressions) {

@@ -7,11 +7,13 @@
 #include "vcard/VirtualCard.hpp"
 
 #include <boost/exception/get_error_info.hpp>
+#include <functional>
 
 namespace hosttest {
 namespace {
 
 using namespace card::service;
+using card::service::PinInfo;
 using Fault = vcard::Instrumentation::Fault;
 
 class InProcessCardTest : public CardTest {
@@ -74,6 +76,39 @@ TEST_P(InProcessCardTest, KeyCommandsSelectTheApplicationOnlyWhenOutsideIt) {
     before = commands();
     EXPECT_CARD_ERROR(signer->init(*channel_, key, ICardKeyOperation::Sign),
                       "Manage Security Environment", 0x6A88);
+    EXPECT_EQ(commandsSince(before), 2u);
+}
+
+// A card answering 6Cxx to a command that carried no Le must not get the
+// command (and the PIN in it) a second time.
+TEST_P(InProcessCardTest, WrongLengthIsNeverRepeatedForPinCommands) {
+    const mw::ByteBuffer pin = paddedPin(userPin);
+    const PinReference user = pinReference(0x01);
+    const std::pair<unsigned char, std::function<void()>> commands[] = {
+        {0x20, [&] { pins()->authenticate(*channel_, user, pin); }},
+        {0x24, [&] { pins()->change(*channel_, user, pin, pin); }},
+        {0x2C, [&] { pins()->unblockAndChange(*channel_, user, paddedPin(puk), pin); }},
+    };
+    for (const auto& [ins, command] : commands) {
+        virtualCard_->instrumentation().injectStatusWord(ins, 0x6C08);
+        const std::uint64_t before = this->commands();
+        try {
+            command();
+            ADD_FAILURE() << "6C08 taken as success for INS " << int(ins);
+        } catch (const card::CardException& e) {
+            EXPECT_EQ(statusOf(e), 0x6C08);
+        }
+        EXPECT_EQ(commandsSince(before), 1u) << "INS " << int(ins);
+    }
+    EXPECT_EQ(pins()->getPinInfo(*channel_, user).state, PinInfo::NotVerified);
+}
+
+TEST_P(InProcessCardTest, WrongLengthRepeatsAReadOnceWithTheCardsLength) {
+    files()->select(*channel_, {0x50, 0x32});
+    const mw::ByteBuffer expected = files()->read(*channel_, 0, 16);
+    virtualCard_->instrumentation().injectStatusWord(0xB0, 0x6C10);
+    const std::uint64_t before = commands();
+    EXPECT_EQ(files()->read(*channel_, 0, 16), expected);
     EXPECT_EQ(commandsSince(before), 2u);
 }
 
