@@ -28,8 +28,29 @@ bool startsWith(const mw::ByteBuffer& path, const mw::ByteBuffer& prefix) {
     return path.size() >= prefix.size() && std::equal(prefix.begin(), prefix.end(), path.begin());
 }
 
-Fcp parseFcp(const mw::ByteBuffer& answer) {
-    return parseAnswerOf(selectName, [&] { return Fcp::parse(answer); });
+[[noreturn]] void throwMismatch(const char* text) {
+    CARD_THROW(card::InvalidDataException() << card::ErrorText(text));
+}
+
+// The FCP of the file at `absolutePath` (empty for the MF): it must describe
+// that file, or what the host does next would act on another one.
+Fcp parseFcpOf(const mw::ByteBuffer& absolutePath, const mw::ByteBuffer& answer) {
+    try {
+        Fcp fcp = Fcp::parse(answer);
+        const bool isMf = absolutePath.empty();
+        const mw::ByteBuffer fileId = isMf ? mw::ByteBuffer{0x3F, 0x00} : lastFileId(absolutePath);
+        if (isMf && !fcp.isDf()) {
+            throwMismatch("FCP of the MF describes no DF");
+        }
+        if (!fcp.fileId.empty() && fcp.fileId != fileId) {
+            throwMismatch("FCP with another file identifier than selected");
+        }
+        return fcp;
+    } catch (card::CardException& e) {
+        nameCommand(e, selectName);
+        e << filePath(absolutePath);
+        throw;
+    }
 }
 
 mw::ByteBuffer withoutFirstFileId(const mw::ByteBuffer& path) {
@@ -53,7 +74,7 @@ void FileSelection::selectApplication(const card::IChannel& channel, const mw::B
                                       .withData(aid)
                                       .expecting(fullAnswer)
                                       .execute(channel);
-    Fcp fcp = parseFcp(answer);
+    Fcp fcp = parseAnswerOf(selectName, [&] { return Fcp::parse(answer); });
     if (!fcp.isDf() || fcp.fileId.empty()) {
         CARD_THROW(card::InvalidDataException()
                    << card::Command(selectName)
@@ -81,7 +102,7 @@ mw::ByteBuffer FileSelection::sendSelectCommand(const card::IChannel& channel,
 
 const Fcp& FileSelection::select(const card::IChannel& channel, const mw::ByteBuffer& path) {
     const mw::ByteBuffer absolute = absolutePath(path);
-    Fcp fcp = parseFcp(sendSelectCommand(channel, absolute, true));
+    Fcp fcp = parseFcpOf(absolute, sendSelectCommand(channel, absolute, true));
     currentDf_ = fcp.isDf() ? absolute : parentPath(absolute);
     currentFile_ = std::move(fcp);
     return *currentFile_;
