@@ -4,9 +4,11 @@
 #include "TestKeys.hpp"
 
 #include "card/CardException.hpp"
+#include "host/vcard/VirtualCardTransport.hpp"
 #include "vcard/VirtualCard.hpp"
 
 #include <boost/exception/get_error_info.hpp>
+#include <boost/make_shared.hpp>
 #include <functional>
 
 namespace hosttest {
@@ -128,6 +130,32 @@ TEST_P(InProcessCardTest, CardRemovedInTheMiddleOfAReadIsAClearError) {
     }
     // The card stays away: the next command fails the same way at once.
     EXPECT_THROW(files()->select(*channel_, {0x50, 0x31}), card::CardException);
+}
+
+// The user PIN's state as a host sees it that connects to `card` after
+// another host, which verified the PIN, let the card go with `onRelease`.
+unsigned short userPinAfterRelease(const std::shared_ptr<vcard::VirtualCard>& card,
+                                   host::OnRelease onRelease) {
+    const auto session = [&](host::OnRelease release) {
+        const auto channel = boost::make_shared<host::Channel>(
+            std::make_unique<host::VirtualCardTransport>(card, release));
+        auto applet = boost::make_shared<host::iso7816::Card>(channel);
+        applet->selectApplication(*channel, host::iso7816::pkcs15Aid());
+        return std::make_pair(channel, boost::dynamic_pointer_cast<IPinManagementService>(
+                                           applet->getInterface("PinManagementService")));
+    };
+    {
+        const auto [channel, pins] = session(onRelease);
+        pins->authenticate(*channel, pinReference(0x01), paddedPin(userPin));
+    }
+    const auto [channel, pins] = session(host::OnRelease::KeepLogin);
+    return pins->getPinInfo(*channel, pinReference(0x01)).state;
+}
+
+TEST(VirtualCardReleaseTest, ReleasedTransportLogsOutUnlessToldToKeepTheLogin) {
+    const std::shared_ptr<vcard::VirtualCard> card = vcard::VirtualCard::personalised();
+    EXPECT_EQ(userPinAfterRelease(card, host::OnRelease::LogOut), PinInfo::NotVerified);
+    EXPECT_EQ(userPinAfterRelease(card, host::OnRelease::KeepLogin), PinInfo::Verified);
 }
 
 INSTANTIATE_TEST_SUITE_P(VirtualCard, InProcessCardTest,
