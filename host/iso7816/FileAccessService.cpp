@@ -48,6 +48,7 @@ mw::ByteBuffer FileAccessService::readChunk(const card::IChannel& channel, std::
 mw::ByteBuffer FileAccessService::read(const card::IChannel& channel, std::size_t offset,
                                        std::size_t length) const {
     card::Transaction transaction(channel);
+    selection_->followReset(channel);
     if (length == 0) {
         const std::size_t fileSize = size(channel);
         length = offset < fileSize ? fileSize - offset : 0;
@@ -76,6 +77,7 @@ void FileAccessService::update(const card::IChannel& channel, std::size_t offset
         return;
     }
     card::Transaction transaction(channel);
+    selection_->followReset(channel);
     IsoCommand("Update Binary", 0xD6, offsetHigh(offset), offsetLow(offset))
         .withData(data)
         .execute(channel);

@@ -1,6 +1,7 @@
 #include "host/iso7816/FileSelection.hpp"
 
 #include "card/CardException.hpp"
+#include "card/IChannel.hpp"
 #include "host/iso7816/IsoCommand.hpp"
 #include "mw/Exception.hpp"
 
@@ -82,7 +83,9 @@ void FileSelection::selectApplication(const card::IChannel& channel, const mw::B
     }
     applicationDf_ = fcp.fileId;
     currentDf_ = fcp.fileId;
+    currentPath_ = fcp.fileId;
     currentFile_ = std::move(fcp);
+    resetsSeen_ = channel.transport(0).resetCount();
 }
 
 mw::ByteBuffer FileSelection::sendSelectCommand(const card::IChannel& channel,
@@ -97,13 +100,20 @@ mw::ByteBuffer FileSelection::sendSelectCommand(const card::IChannel& channel,
     if (wantFcp) {
         select.expecting(fullAnswer);
     }
-    return select.execute(channel);
+    mw::ByteBuffer answer = select.execute(channel);
+    resetsSeen_ = channel.transport(0).resetCount();
+    return answer;
 }
 
 const Fcp& FileSelection::select(const card::IChannel& channel, const mw::ByteBuffer& path) {
-    const mw::ByteBuffer absolute = absolutePath(path);
-    Fcp fcp = parseFcpOf(absolute, sendSelectCommand(channel, absolute, true));
-    currentDf_ = fcp.isDf() ? absolute : parentPath(absolute);
+    return selectAbsolute(channel, absolutePath(path));
+}
+
+const Fcp& FileSelection::selectAbsolute(const card::IChannel& channel,
+                                         const mw::ByteBuffer& absolutePath) {
+    Fcp fcp = parseFcpOf(absolutePath, sendSelectCommand(channel, absolutePath, true));
+    currentDf_ = fcp.isDf() ? absolutePath : parentPath(absolutePath);
+    currentPath_ = absolutePath;
     currentFile_ = std::move(fcp);
     return *currentFile_;
 }
@@ -114,10 +124,23 @@ void FileSelection::selectDf(const card::IChannel& channel, const mw::ByteBuffer
 }
 
 void FileSelection::enterApplication(const card::IChannel& channel) {
+    followReset(channel);
     if (!applicationDf_ || (currentDf_ && startsWith(*currentDf_, *applicationDf_))) {
         return;
     }
     selectDf(channel, *applicationDf_);
+}
+
+void FileSelection::followReset(const card::IChannel& channel) {
+    const unsigned long resets = channel.transport(0).resetCount();
+    if (resets == resetsSeen_) {
+        return;
+    }
+    resetsSeen_ = resets;
+    currentDf_.reset(); // the card is in the MF
+    if (currentFile_) {
+        selectAbsolute(channel, mw::ByteBuffer(currentPath_));
+    }
 }
 
 mw::ByteBuffer FileSelection::absolutePath(const mw::ByteBuffer& path) const {
@@ -148,6 +171,8 @@ const Fcp& FileSelection::currentFile() const {
 
 void FileSelection::created(const mw::ByteBuffer& parentDf, Fcp fcp) {
     currentDf_ = parentDf;
+    currentPath_ = parentDf;
+    currentPath_.append(fcp.fileId);
     currentFile_ = std::move(fcp);
 }
 

@@ -48,6 +48,7 @@ PcscTransport::~PcscTransport() {
 
 void PcscTransport::reconnect() const {
     check(SCardReconnect(card_, SCARD_SHARE_SHARED, anyProtocol, SCARD_LEAVE_CARD, &protocol_));
+    ++resets_;
     // The reset ended the transaction this transport held.
     if (transactionDepth_ > 0) {
         check(SCardBeginTransaction(card_));

@@ -30,6 +30,7 @@ public:
     boost::shared_ptr<mw::ByteBuffer> transmit(const card::Apdu& command) const override;
     void beginTransaction() const override;
     void endTransaction() const override;
+    unsigned long resetCount() const override { return resets_; }
 
     const std::string& reader() const { return reader_; }
     // SCARD_PROTOCOL_T0 or SCARD_PROTOCOL_T1.
@@ -46,6 +47,7 @@ private:
     mutable SCARDHANDLE card_ = 0;
     mutable DWORD protocol_ = 0;
     mutable int transactionDepth_ = 0;
+    mutable unsigned long resets_ = 0;
     OnRelease onRelease_;
 };
 
