@@ -238,8 +238,8 @@ void writeFields(Sink& sink, const AccessControlRule& value) {
 P15_OSS_SEQUENCE_READ_WRITE(CommonObjectAttributes)
 
 void readFields(DerReader& reader, CommonObjectAttributes& value) {
-    if (isLabelTag(reader.peekTag())) {
-        value.label = readLabel(reader);
+    if (reader.nextIsLabel()) {
+        value.label = readLabel(reader, value.labelEncoding);
     }
     if (reader.nextIs(tag::bitString)) {
         value.flags = readBitString(reader);
@@ -257,7 +257,7 @@ void readFields(DerReader& reader, CommonObjectAttributes& value) {
 
 void writeFields(Sink& sink, const CommonObjectAttributes& value) {
     if (value.label) {
-        writeText(sink, *value.label, tag::utf8String);
+        writeLabel(sink, *value.label, value.labelEncoding);
     }
     if (value.flags) {
         writeBitString(sink, *value.flags);
@@ -364,8 +364,8 @@ void writeFields(Sink& sink, const CommonCertificateAttributes& value) {
 P15_OSS_SEQUENCE_READ_WRITE(CommonDataObjectAttributes)
 
 void readFields(DerReader& reader, CommonDataObjectAttributes& value) {
-    if (isLabelTag(reader.peekTag())) {
-        value.applicationName = readLabel(reader);
+    if (reader.nextIsLabel()) {
+        value.applicationName = readLabel(reader, value.applicationNameEncoding);
     }
     if (reader.nextIs(tag::oid)) {
         value.applicationOID = readOid(reader);
@@ -374,7 +374,7 @@ void readFields(DerReader& reader, CommonDataObjectAttributes& value) {
 
 void writeFields(Sink& sink, const CommonDataObjectAttributes& value) {
     if (value.applicationName) {
-        writeText(sink, *value.applicationName, tag::utf8String);
+        writeLabel(sink, *value.applicationName, value.applicationNameEncoding);
     }
     if (value.applicationOID) {
         writeOid(sink, *value.applicationOID);
@@ -414,7 +414,7 @@ void readFields(DerReader& reader, X509CertificateAttributes& value) {
         // [0] Name: a tag on a CHOICE, so the Name keeps its own TLV inside.
         DerReader issuer = reader.enter(reader.next());
         value.issuer = issuer.expect(tag::sequence).bytes();
-        issuer.skipRest();
+        issuer.expectEnd();
     }
     if (reader.nextIs(tag::integer)) {
         const Tlv serial = reader.next();
