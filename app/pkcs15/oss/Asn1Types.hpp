@@ -19,7 +19,8 @@
 //   back instead of a new UTF8String while the text is unchanged; being
 //   representation only, it takes no part in comparisons.
 // - OBJECT IDENTIFIERs are their content octets (see Codec.hpp for the
-//   dotted-text helpers), INTEGER components are 64-bit signed numbers,
+//   dotted-text helpers), INTEGER components are 64-bit signed numbers
+//   (references 0..255, whose one-octet form is read unsigned),
 //   GeneralizedTime is its text.
 
 #include <boost/optional.hpp>
@@ -117,7 +118,7 @@ struct CommonKeyAttributes {
     BitString usage;
     boost::optional<bool> native; // DEFAULT TRUE
     boost::optional<BitString> accessFlags;
-    boost::optional<Integer> keyReference;
+    boost::optional<Integer> keyReference; // 0..255: one octet 81 reads as 0x81
     boost::optional<std::string> startDate;
     boost::optional<std::string> endDate;  // [0]
     UnknownComponents unknownComponents{}; // after the last known component, as read
@@ -208,7 +209,7 @@ struct PinAttributes {
     Integer minLength = 0;
     Integer storedLength = 0;
     boost::optional<Integer> maxLength;
-    boost::optional<Integer> pinReference; // [0] DEFAULT 0
+    boost::optional<Integer> pinReference; // [0] DEFAULT 0; 0..255 like keyReference
     boost::optional<Bytes> padChar;
     boost::optional<std::string> lastPinChange;
     boost::optional<Path> path;

@@ -285,7 +285,7 @@ void readFields(DerReader& reader, CommonKeyAttributes& value) {
         value.accessFlags = readBitString(reader);
     }
     if (reader.nextIs(tag::integer)) {
-        value.keyReference = readInteger(reader);
+        value.keyReference = readReference(reader);
     }
     if (reader.nextIs(tag::generalizedTime)) {
         value.startDate = readTime(reader);
@@ -451,7 +451,7 @@ void readFields(DerReader& reader, PinAttributes& value) {
         value.maxLength = readInteger(reader);
     }
     if (reader.nextIs(tag::context(0))) {
-        value.pinReference = readInteger(reader, tag::context(0));
+        value.pinReference = readReference(reader, tag::context(0));
     }
     if (reader.nextIs(tag::octetString)) {
         value.padChar = readOctetString(reader);

@@ -68,7 +68,7 @@ void writeFields(Sink& sink, const RecordInfo& value) {
 P15_OSS_SEQUENCE_READ_WRITE(AlgorithmInfo)
 
 void readFields(DerReader& reader, AlgorithmInfo& value) {
-    value.reference = readInteger(reader);
+    value.reference = readReference(reader);
     value.algorithm = readInteger(reader);
     if (reader.atEnd()) {
         reader.fail(kTextMissing);
@@ -79,7 +79,7 @@ void readFields(DerReader& reader, AlgorithmInfo& value) {
         value.algId = readOid(reader);
     }
     if (reader.nextIs(tag::integer)) {
-        value.algRef = readInteger(reader);
+        value.algRef = readReference(reader);
     }
 }
 

@@ -169,6 +169,11 @@ Integer readInteger(DerReader& reader, std::uint32_t expected) {
     return static_cast<Integer>(value);
 }
 
+Integer readReference(DerReader& reader, std::uint32_t expected) {
+    const Integer value = readInteger(reader, expected);
+    return value < 0 && value >= -0x80 ? value + 0x100 : value;
+}
+
 bool readBoolean(DerReader& reader, std::uint32_t expected) {
     const Tlv tlv = reader.expect(expected);
     if (tlv.contentSize != 1) {

@@ -97,6 +97,10 @@ private:
 // Primitive values. Each reads one TLV with the given tag (the universal tag
 // by default, a context tag for implicitly tagged components).
 Integer readInteger(DerReader& reader, std::uint32_t expected = tag::integer);
+// A Reference (a key, PIN or algorithm reference, 0..255). Cards write the
+// references above 127 in one octet (02 01 81), which as a signed INTEGER
+// would be negative: a one-octet value is taken as the unsigned octet it is.
+Integer readReference(DerReader& reader, std::uint32_t expected = tag::integer);
 bool readBoolean(DerReader& reader, std::uint32_t expected = tag::boolean);
 BitString readBitString(DerReader& reader, std::uint32_t expected = tag::bitString);
 Bytes readOctetString(DerReader& reader, std::uint32_t expected = tag::octetString);

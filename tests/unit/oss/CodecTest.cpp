@@ -206,6 +206,26 @@ TEST(CodecTest, realCardDeviationsDecode) {
     EXPECT_EQ(decodeAll<oss::SecurityCondition>(hex("A103 9F2000")).operands.size(), 1u);
 }
 
+// References are 0..255; cards write those above 7F in one octet. Other
+// INTEGERs keep their sign.
+TEST(CodecTest, referencesWrittenInOneOctetAreUnsigned) {
+    const auto key = decodeAll<oss::CommonKeyAttributes>(hex("300A 040101 03020520 020181"));
+    EXPECT_EQ(key.keyReference, oss::Integer{0x81});
+    EXPECT_EQ(oss::encode(key), hex("300B 040101 03020520 02020081"));
+    const auto pin =
+        decodeAll<oss::PinAttributes>(hex("3010 03020780 0A0100 020104 020108 8001FF"));
+    EXPECT_EQ(pin.pinReference, oss::Integer{0xFF});
+    const auto info = decodeAll<oss::TokenInfo>(
+        hex("3019 020100 030100 A211 300F 020180 020101 0500 03020640 020181"));
+    EXPECT_EQ(info.supportedAlgorithms->at(0).reference, 0x80);
+    EXPECT_EQ(info.supportedAlgorithms->at(0).algRef, oss::Integer{0x81});
+    EXPECT_EQ(
+        decodeAll<oss::CommonKeyAttributes>(hex("300B 040101 03020520 0202FF7F")).keyReference,
+        oss::Integer{-129});
+    EXPECT_EQ(decodeAll<oss::CommonObjectAttributes>(hex("3003 0201FF")).userConsent,
+              oss::Integer{-1});
+}
+
 // An entry as an ISO 7816-15 card may write it: a T61String label, an unknown
 // component closing each attribute SEQUENCE and the object, the key attributes
 // without their SEQUENCE inside [0]. A changed label is written as UTF8String;
