@@ -128,8 +128,11 @@ DerReader DerReader::enter(const Tlv& tlv) const {
 }
 
 UnknownComponents DerReader::readUnknownTail(const char* outOfOrder) {
-    const DerReader stopped = *this;
     UnknownComponents tail;
+    if (atEnd()) {
+        return tail;
+    }
+    const DerReader stopped = *this;
     while (!atEnd()) {
         const Tlv tlv = next();
         if (stopped.wasAwaited(tlv.tag)) {
@@ -220,12 +223,14 @@ std::string readTime(DerReader& reader, std::uint32_t expected) {
 }
 
 bool DerReader::nextIsLabel() {
-    bool found = false;
+    const std::uint32_t found = peekTag();
+    bool label = false;
     for (std::uint32_t candidate : {tag::utf8String, tag::printableString, tag::t61String,
                                     tag::ia5String, tag::visibleString, tag::bmpString}) {
-        found = nextIs(candidate) || found; // every one is awaited
+        awaited_.set(candidate);
+        label = label || found == candidate;
     }
-    return found;
+    return label;
 }
 
 namespace {
