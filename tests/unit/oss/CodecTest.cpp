@@ -251,6 +251,14 @@ TEST(CodecTest, componentsNotModelledAreKeptInTheirPlace) {
     object.commonObjectAttributes.label = "New";
     EXPECT_EQ(oss::encode(key), hex("3039 300C 0C034E6577 030206C0 810105" + rest));
 
+    // The NULL subclass attributes of a certificate, and what a card put there instead.
+    const oss::Bytes nullSubClass = hex("3015 3000 3003040101 A0020500 A108 3006 3004 04024301");
+    const auto plain = decodeAll<oss::CertificateType>(nullSubClass);
+    EXPECT_TRUE(plain.x509CertificateValue.subClassAttributes->components.empty());
+    EXPECT_EQ(oss::encode(plain), nullSubClass);
+    const oss::Bytes otherSubClass = hex("3016 3000 3003040101 A0039F2000 A108 3006 3004 04024301");
+    EXPECT_EQ(oss::encode(decodeAll<oss::CertificateType>(otherSubClass)), otherSubClass);
+
     // Unknown data objects of an EF(DIR) record are kept too.
     const oss::Bytes record = hex("6114 4F05A000000063 51025015 7301AA 500150 5F5000");
     EXPECT_EQ(oss::encode(decodeAll<oss::DIRRecord>(record)),
