@@ -8,6 +8,7 @@
 #include "app/pkcs15/fs/PrKDF.hpp"
 #include "app/pkcs15/fs/PuKDF.hpp"
 #include "card/service/IFileSystemService.hpp"
+#include "mw/Hex.hpp"
 
 #include <boost/exception/get_error_info.hpp>
 #include <gtest/gtest.h>
@@ -101,6 +102,16 @@ TEST_F(Allocation, NextKeyReferenceSkipsTheOnesInUse) {
         *card_.channel, *card_.files(), 2048);
     EXPECT_EQ(publicRef.keyReference, 0x8D);
     EXPECT_EQ(publicRef.fileId, bytes({0x0F, 0x0D}));
+}
+
+// Cards write references above 7F in one octet (02 01 81); read as a signed
+// INTEGER that is -127, and the allocator would hand out 81 / 0E01 again.
+TEST_F(Allocation, AKeyReferenceWrittenInOneOctetIsInUse) {
+    store(prkdfFile, mw::fromHex("301F 3003 0C014B 300A 040101 03020620 020181"
+                                 " A10C 300A 3004 04020E01 02020400"));
+    const card::service::KeyRef ref = application_->getFreeKeyReference(fs::RsaPrivateKey1024);
+    EXPECT_EQ(ref.keyReference, 0x82);
+    EXPECT_EQ(ref.fileId, bytes({0x0E, 0x02}));
 }
 
 TEST_F(Allocation, ExhaustedKeyReferencesAreReportedPerDirectory) {
