@@ -221,18 +221,29 @@ void P15Application::clearCache() {
     odf_.reset();
 }
 
-const card::IChannel& P15Application::currentChannel() const {
-    if (!channel_) {
-        APP_THROW(ApplicationException, "application not selected on a channel");
+P15Application::ChannelScope::ChannelScope(const P15Application& application,
+                                           const card::IChannel& channel)
+    : application_(application)
+    , previous_(application.boundChannel_) {
+    application_.boundChannel_ = &channel;
+}
+
+P15Application::ChannelScope::~ChannelScope() {
+    application_.boundChannel_ = previous_;
+}
+
+const card::IChannel& P15Application::boundChannel() const {
+    if (!boundChannel_) {
+        APP_THROW(ApplicationException,
+                  "no card channel: call this inside an operation that is given one");
     }
-    return *channel_;
+    return *boundChannel_;
 }
 
 // The host calls select before every operation; with a positive waiting
 // time the card is spared a SELECT until that many milliseconds passed.
 void P15Application::select(const card::IChannel& channel) const {
     mw::Log log(typeid(*this), BOOST_CURRENT_FUNCTION);
-    useChannel(channel);
     if (lastSelection_ == 0) {
         selectOnCard(channel);
         if (reselectWaitingTime_ > 0) {
@@ -270,7 +281,6 @@ template <class File>
 const auto& P15Application::entriesOf(const card::IChannel& channel,
                                       const boost::shared_ptr<File>& (fs::ODF::*file)()
                                           const) const {
-    useChannel(channel);
     return ((*getODF()).*file)()->values(channel);
 }
 
@@ -329,7 +339,7 @@ mw::ByteBuffer P15Application::getFreeFileId(AppObjectType type) const {
     if (range.second < range.first) {
         APP_THROW(ApplicationException, "invalid argument: lower bound > upper bound");
     }
-    const std::vector<mw::ByteBuffer> used = usedValueFileIds();
+    const std::vector<mw::ByteBuffer> used = usedValueFileIds(boundChannel());
     for (std::uint64_t candidate = range.first; candidate <= range.second; ++candidate) {
         mw::ByteBuffer bytes = util::idToBytes(static_cast<unsigned int>(candidate));
         if (std::find(used.begin(), used.end(), bytes) == used.end()) {
@@ -341,8 +351,7 @@ mw::ByteBuffer P15Application::getFreeFileId(AppObjectType type) const {
 
 // Certificates and data objects keep their values in one identifier space,
 // so an identifier used by either is taken for every value file type.
-std::vector<mw::ByteBuffer> P15Application::usedValueFileIds() const {
-    const card::IChannel& channel = currentChannel();
+std::vector<mw::ByteBuffer> P15Application::usedValueFileIds(const card::IChannel& channel) const {
     std::vector<mw::ByteBuffer> used = getODF()->getCDF()->valueFileIds(channel);
     for (mw::ByteBuffer& id : getODF()->getDODF()->valueFileIds(channel)) {
         used.push_back(std::move(id));
@@ -350,8 +359,8 @@ std::vector<mw::ByteBuffer> P15Application::usedValueFileIds() const {
     return used;
 }
 
-bool P15Application::keyReferenceInUse(AppObjectType type, unsigned char reference) const {
-    const card::IChannel& channel = currentChannel();
+bool P15Application::keyReferenceInUse(const card::IChannel& channel, AppObjectType type,
+                                       unsigned char reference) const {
     const std::vector<KeyRef> used = (type % 2) == 1 ? getODF()->getPrKDF()->keyRefs(channel)
                                                      : getODF()->getPuKDF()->keyRefs(channel);
     return std::any_of(used.begin(), used.end(),
@@ -392,9 +401,10 @@ KeyRef P15Application::getFreeKeyReference(AppObjectType type) const {
         APP_THROW(ApplicationException, "unable to get key reference for non-key type");
     }
     const IdRange range = byteKeyIdRange(type);
+    const card::IChannel& channel = boundChannel();
     for (unsigned int kid = range.first; kid <= range.second; ++kid) {
         const unsigned char kidByte = static_cast<unsigned char>(kid);
-        if (!keyReferenceInUse(type, util::encodeKID(kidByte, (type % 2) == 1))) {
+        if (!keyReferenceInUse(channel, type, util::encodeKID(kidByte, (type % 2) == 1))) {
             return makeKeyRef(type, kidByte);
         }
     }
@@ -404,7 +414,6 @@ KeyRef P15Application::getFreeKeyReference(AppObjectType type) const {
 std::pair<KeyRef, KeyRef>
 P15Application::getFreeKeyPairReference(const card::IChannel& channel,
                                         unsigned short modulusBits) const {
-    useChannel(channel);
     AppObjectType privateType;
     switch (modulusBits) {
     case 1024:
@@ -423,7 +432,8 @@ P15Application::getFreeKeyPairReference(const card::IChannel& channel,
     const IdRange range = byteKeyIdRange(privateType);
     for (unsigned int kid = range.first; kid <= range.second; ++kid) {
         const unsigned char reference = util::encodeKID(static_cast<unsigned char>(kid), true);
-        if (keyReferenceInUse(privateType, reference) || keyReferenceInUse(publicType, reference)) {
+        if (keyReferenceInUse(channel, privateType, reference) ||
+            keyReferenceInUse(channel, publicType, reference)) {
             continue;
         }
         KeyRef privateRef = makeKeyRef(privateType, static_cast<unsigned char>(kid));
@@ -438,7 +448,7 @@ P15Application::getFreeKeyPairReference(const card::IChannel& channel,
 mw::ByteBuffer P15Application::updateEncodedAttributes(const fs::P15File* file,
                                                        const mw::ByteBuffer& oldEncoding,
                                                        const mw::ByteBuffer& newEncoding) const {
-    const card::IChannel& channel = currentChannel();
+    const card::IChannel& channel = boundChannel();
     const mw::ByteBuffer& content = file->content(channel);
     if (content.empty()) {
         APP_THROW(ApplicationException,
@@ -464,7 +474,9 @@ mw::ByteBuffer P15Application::updateEncodedAttributes(const fs::P15File* file,
 }
 
 // The file's content with `oldLength` bytes at `offset` replaced by
-// `replacement`; what follows the entries is padding and stays padding.
+// `replacement`. What follows the entries keeps its bytes, except those the
+// new entries take, those they free (padded again), and one padding byte
+// where the entries now end before bytes that would read as more entries.
 mw::ByteBuffer P15Application::spliceEntry(const mw::ByteBuffer& content, std::size_t used,
                                            std::size_t offset, std::size_t oldLength,
                                            const mw::ByteBuffer& replacement) {
@@ -477,12 +489,14 @@ mw::ByteBuffer P15Application::spliceEntry(const mw::ByteBuffer& content, std::s
                   "unable to update encoded attributes for requested file id");
     }
     const unsigned char padding = used < content.size() ? content.get(used) : 0x00;
-    mw::ByteBuffer updated(content.size());
-    std::fill(updated.begin(), updated.end(), padding);
-    std::copy(content.begin(), content.begin() + offset, updated.begin());
-    std::copy(replacement.begin(), replacement.end(), updated.begin() + offset);
+    mw::ByteBuffer updated(content);
     std::copy(content.begin() + offset + oldLength, content.begin() + used,
               updated.begin() + offset + replacement.size());
+    std::copy(replacement.begin(), replacement.end(), updated.begin() + offset);
+    std::fill(updated.begin() + std::min(newUsed, used), updated.begin() + used, padding);
+    if (newUsed < updated.size() && !fs::P15File::isPadding(updated.get(newUsed))) {
+        updated.data()[newUsed] = padding;
+    }
     return updated;
 }
 
@@ -580,7 +594,6 @@ void P15Application::wipeRanges(const card::IChannel& channel) const {
 
 void P15Application::wipe(const card::IChannel& channel) {
     mw::Log log(typeid(*this), BOOST_CURRENT_FUNCTION);
-    useChannel(channel);
     if (wipeForce_) {
         wipeRanges(channel);
     } else {
