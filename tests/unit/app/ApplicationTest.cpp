@@ -214,6 +214,20 @@ TEST_F(ReselectThrottle, SparesTheCardUntilTheWaitingTimeHasPassed) {
     EXPECT_EQ(applicationSelects(card_), 2u);
 }
 
+TEST_F(ReselectThrottle, EachReselectionStartsTheNextPeriod) {
+    const auto application =
+        card_.application("[WaitingTime]\nReselect=5000\n[Objects]\nwipeForce=false\n");
+    now_ += 6000;
+    application->select(*card_.channel);
+    EXPECT_EQ(applicationSelects(card_), 2u);
+    now_ += 5000; // a whole period since the reselection, not yet more
+    application->select(*card_.channel);
+    EXPECT_EQ(applicationSelects(card_), 2u);
+    now_ += 1;
+    application->select(*card_.channel);
+    EXPECT_EQ(applicationSelects(card_), 3u);
+}
+
 TEST_F(ReselectThrottle, FailedSelectLeavesTheApplicationUnselected) {
     const auto application =
         card_.application("[WaitingTime]\nReselect=5000\n[Objects]\nwipeForce=false\n");
