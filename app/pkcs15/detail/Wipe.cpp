@@ -3,7 +3,6 @@
 #include "app/ApplicationException.hpp"
 #include "app/pkcs15/P15Application.hpp"
 #include "app/pkcs15/detail/util.hpp"
-#include "app/pkcs15/fs/Allocation.hpp"
 #include "app/pkcs15/fs/CDF.hpp"
 #include "app/pkcs15/fs/DODF.hpp"
 #include "app/pkcs15/fs/ODF.hpp"
@@ -93,7 +92,7 @@ void Wipe::run(bool forced) {
     report();
 }
 
-bool Wipe::targetOf(const oss::CertificateType& certificate, Target& target) {
+bool Wipe::targetOf(const fs::CDF&, const oss::CertificateType& certificate, Target& target) {
     if (certificate.choice != oss::CertificateType::x509Certificate) {
         return false;
     }
@@ -101,7 +100,7 @@ bool Wipe::targetOf(const oss::CertificateType& certificate, Target& target) {
     return valueTargetOf(certificate.x509CertificateValue.typeAttributes.value, target.path);
 }
 
-bool Wipe::targetOf(const oss::DataType& data, Target& target) {
+bool Wipe::targetOf(const fs::DODF&, const oss::DataType& data, Target& target) {
     if (data.choice != oss::DataType::opaqueDO) {
         return false;
     }
@@ -109,20 +108,10 @@ bool Wipe::targetOf(const oss::DataType& data, Target& target) {
     return valueTargetOf(data.opaqueDOValue.typeAttributes, target.path);
 }
 
-bool Wipe::targetOf(const oss::PrivateKeyType& key, Target& target) {
-    const auto& rsa = key.privateRSAKeyValue;
-    target.kind = Target::privateKey;
-    return key.choice == oss::PrivateKeyType::privateRSAKey &&
-           fs::rsaKeyRef(rsa.classAttributes, rsa.typeAttributes.value,
-                         rsa.typeAttributes.modulusLength, target.key);
-}
-
-bool Wipe::targetOf(const oss::PublicKeyType& key, Target& target) {
-    const auto& rsa = key.publicRSAKeyValue;
-    target.kind = Target::publicKey;
-    return key.choice == oss::PublicKeyType::publicRSAKey &&
-           fs::rsaKeyRef(rsa.classAttributes, rsa.typeAttributes.value,
-                         rsa.typeAttributes.modulusLength, target.key);
+template <class Key>
+bool Wipe::targetOf(const fs::KeyDirectoryFile<Key>& file, const Key& key, Target& target) {
+    target.kind = file.getKind() == fs::P15File::PrKDF ? Target::privateKey : Target::publicKey;
+    return file.keyRefOf(key, target.key);
 }
 
 std::string Wipe::nameOf(const Target& target) {
@@ -157,7 +146,7 @@ template <class File> void Wipe::plan(const File& file) {
     for (std::size_t i = 0; i < entries.size(); ++i) {
         Listed listed{entries[i], false, Target(), false};
         const std::string entryName = std::string(file.name()) + " entry " + std::to_string(i + 1);
-        if (targetOf(values[i], listed.target)) {
+        if (targetOf(file, values[i], listed.target)) {
             classify(listed, entryName);
         } else {
             leave(entryName, "not an object the application can remove");

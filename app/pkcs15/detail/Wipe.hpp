@@ -24,9 +24,13 @@ class P15Application;
 namespace oss {
 struct CertificateType;
 struct DataType;
-struct PrivateKeyType;
-struct PublicKeyType;
 } // namespace oss
+
+namespace fs {
+class CDF;
+class DODF;
+template <class KeyType> class KeyDirectoryFile;
+} // namespace fs
 
 namespace detail {
 
@@ -69,10 +73,12 @@ private:
     };
     using KeyId = std::pair<bool, unsigned char>; // private?, key reference
 
-    static bool targetOf(const oss::CertificateType& certificate, Target& target);
-    static bool targetOf(const oss::DataType& data, Target& target);
-    static bool targetOf(const oss::PrivateKeyType& key, Target& target);
-    static bool targetOf(const oss::PublicKeyType& key, Target& target);
+    // Fill in what an entry names; false for objects the wipe cannot remove.
+    static bool targetOf(const fs::CDF& file, const oss::CertificateType& certificate,
+                         Target& target);
+    static bool targetOf(const fs::DODF& file, const oss::DataType& data, Target& target);
+    template <class Key>
+    static bool targetOf(const fs::KeyDirectoryFile<Key>& file, const Key& key, Target& target);
     static std::string nameOf(const Target& target);
 
     void collectStructuralFiles();
