@@ -69,4 +69,33 @@ CommandApdu CommandApdu::parse(const Bytes& raw) {
     return apdu;
 }
 
+CommandApdu& CommandApdu::operator=(const CommandApdu& other) {
+    if (this != &other)
+        *this = CommandApdu(other);
+    return *this;
+}
+
+CommandApdu& CommandApdu::operator=(CommandApdu&& other) {
+    if (this != &other) {
+        wipe(data);
+        data = std::move(other.data);
+        cla = other.cla;
+        ins = other.ins;
+        p1 = other.p1;
+        p2 = other.p2;
+        ne = other.ne;
+        hasLe = other.hasLe;
+    }
+    return *this;
+}
+
+void CommandApdu::appendData(const Bytes& more) {
+    Bytes joined;
+    joined.reserve(data.size() + more.size());
+    joined.insert(joined.end(), data.begin(), data.end());
+    joined.insert(joined.end(), more.begin(), more.end());
+    wipe(data);
+    data = std::move(joined);
+}
+
 } // namespace vcard

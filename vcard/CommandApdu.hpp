@@ -18,6 +18,18 @@ struct CommandApdu {
     std::size_t ne = 0;
     bool hasLe = false;
 
+    // The data may be a PIN or key material: it is zeroed whenever it is let go, on every path
+    // out of the card, exceptions included.
+    CommandApdu() = default;
+    CommandApdu(const CommandApdu&) = default;
+    CommandApdu(CommandApdu&&) = default;
+    CommandApdu& operator=(const CommandApdu& other);
+    CommandApdu& operator=(CommandApdu&& other);
+    ~CommandApdu() { wipe(data); }
+
+    /// Appends a chained part's data; the shorter buffer it outgrows is zeroed first.
+    void appendData(const Bytes& more);
+
     /// Throws CardError(6700) for fewer than 4 bytes or lengths that do not add up.
     static CommandApdu parse(const Bytes& raw);
 

@@ -124,7 +124,7 @@ Bytes VirtualCard::continueChain(const CommandApdu& part) {
     if (!chain_) {
         chain_ = part;
     } else {
-        chain_->data.insert(chain_->data.end(), part.data.begin(), part.data.end());
+        chain_->appendData(part.data);
     }
     if (chain_->data.size() > maxChainedData) {
         dropTransientData();
