@@ -76,6 +76,10 @@ public:
     void clearCache() override;
     const mw::ByteBuffer& getAid() const override { return aid_; }
     void select(const card::IChannel& channel) const override;
+    // Removes the listed objects (all of the allocation ranges when wiping is
+    // forced) and forgets the cached structure; an object it must or could
+    // not leave makes it fail at the end with "wipe left objects on the card"
+    // (ErrorData: how many, ErrorDetail: which and why). See detail::Wipe.
     void wipe(const card::IChannel& channel) override;
     void onCardReset() override {}
     void onTransactionBegin() override {}
