@@ -4,6 +4,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -130,9 +131,11 @@ mw::ByteBuffer fromTerminal(const PinSource& source, bool isNew) {
                                              source.option + "-env VAR or --" + source.option +
                                              "-file FILE");
     }
-    const std::string first = (isNew ? "New " : "") + source.name + ": ";
+    const std::string what = (isNew ? "new " : "") + source.name;
+    std::string first = what + ": ";
+    first[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(first[0])));
     mw::ByteBuffer pin = prompt(terminal.get(), first, source.name);
-    if (isNew && !same(pin, prompt(terminal.get(), "Repeat " + first, source.name))) {
+    if (isNew && !same(pin, prompt(terminal.get(), "Repeat the " + what + ": ", source.name))) {
         throw ToolError(ExitCode::usage,
                         "the two " + source.name + " entries differ; nothing was changed");
     }
