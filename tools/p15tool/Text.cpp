@@ -6,57 +6,16 @@ namespace p15tool {
 
 namespace {
 
-void appendCodePoint(std::string& out, std::uint32_t c) {
-    if (c < 0x80) {
-        out += static_cast<char>(c);
-    } else if (c < 0x800) {
-        out += static_cast<char>(0xC0 | (c >> 6));
-        out += static_cast<char>(0x80 | (c & 0x3F));
-    } else if (c < 0x10000) {
-        out += static_cast<char>(0xE0 | (c >> 12));
-        out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (c & 0x3F));
-    } else {
-        out += static_cast<char>(0xF0 | (c >> 18));
-        out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-        out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (c & 0x3F));
-    }
-}
-
+// Latin-1 bytes are the code points U+0000 to U+00FF.
 std::string latin1ToUtf8(const std::string& bytes) {
     std::string out;
     for (unsigned char byte : bytes) {
-        appendCodePoint(out, byte);
-    }
-    return out;
-}
-
-constexpr std::uint32_t replacementCharacter = 0xFFFD;
-
-// UTF-16BE with surrogate pairs; a lone surrogate or an odd last byte
-// becomes U+FFFD.
-std::string bmpToUtf8(const std::string& bytes) {
-    std::string out;
-    const auto unit = [&](std::size_t i) {
-        return static_cast<std::uint32_t>(static_cast<unsigned char>(bytes[i]) << 8 |
-                                          static_cast<unsigned char>(bytes[i + 1]));
-    };
-    std::size_t i = 0;
-    for (; i + 1 < bytes.size(); i += 2) {
-        const std::uint32_t high = unit(i);
-        if (high >= 0xD800 && high < 0xDC00 && i + 3 < bytes.size()) {
-            const std::uint32_t low = unit(i + 2);
-            if (low >= 0xDC00 && low < 0xE000) {
-                appendCodePoint(out, 0x10000 + ((high - 0xD800) << 10) + (low - 0xDC00));
-                i += 2;
-                continue;
-            }
+        if (byte < 0x80) {
+            out += static_cast<char>(byte);
+        } else {
+            out += static_cast<char>(0xC0 | (byte >> 6));
+            out += static_cast<char>(0x80 | (byte & 0x3F));
         }
-        appendCodePoint(out, high >= 0xD800 && high < 0xE000 ? replacementCharacter : high);
-    }
-    if (i < bytes.size()) {
-        appendCodePoint(out, replacementCharacter);
     }
     return out;
 }
@@ -106,16 +65,9 @@ bool isValidUtf8(const std::string& text) {
     return true;
 }
 
-std::string displayText(const std::string& cardBytes, CardEncoding encoding) {
-    if (encoding == CardEncoding::bmp) {
-        std::string text = bmpToUtf8(cardBytes);
-        return withoutTrailingNuls(text);
-    }
+std::string displayText(const std::string& cardBytes) {
     const std::string text = withoutTrailingNuls(cardBytes);
-    if (encoding != CardEncoding::latin1 && isValidUtf8(text)) {
-        return text;
-    }
-    return latin1ToUtf8(text);
+    return isValidUtf8(text) ? text : latin1ToUtf8(text);
 }
 
 std::string hex(const Bytes& bytes) {
