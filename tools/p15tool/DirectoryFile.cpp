@@ -32,9 +32,12 @@ const KindName kindNames[] = {
     {DirectoryKind::odf, "odf"},     {DirectoryKind::dir, "dir"},
 };
 
+// Binary DER is full of control bytes (tags and lengths below 0x20); a hex
+// dump has none but line ends, whatever its comments are written in.
 bool isHexText(const std::string& text) {
-    return std::all_of(text.begin(), text.end(),
-                       [](unsigned char c) { return std::isprint(c) || std::isspace(c); });
+    return std::none_of(text.begin(), text.end(), [](unsigned char c) {
+        return (c < 0x20 && c != '\t' && c != '\n' && c != '\r') || c == 0x7F;
+    });
 }
 
 Bytes parseHex(const std::string& text, const std::string& path) {
@@ -56,9 +59,10 @@ Bytes parseHex(const std::string& text, const std::string& path) {
                 pending = -1;
             }
         } else if (!std::isspace(c)) {
-            throw ToolError(ExitCode::failure, path + " line " + std::to_string(line) + ": '" +
-                                                   std::string(1, static_cast<char>(c)) +
-                                                   "' is not a hex digit");
+            const std::string shown =
+                c < 0x80 ? "'" + std::string(1, static_cast<char>(c)) + "'" : "byte " + hex({c});
+            throw ToolError(ExitCode::failure, path + " line " + std::to_string(line) + ": " +
+                                                   shown + " is not a hex digit");
         }
     }
     if (pending >= 0) {

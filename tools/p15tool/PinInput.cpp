@@ -6,9 +6,11 @@
 
 #include <cctype>
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <iterator>
 #include <termios.h>
 #include <unistd.h>
 
@@ -37,32 +39,58 @@ private:
     int fd_;
 };
 
-// Echo off on the terminal for as long as it lives.
+// The terminal to put back when a signal ends the process at a prompt.
+int interruptedTerminal = -1;
+termios interruptedSettings;
+
+extern "C" void restoreTerminalAndDie(int signal) {
+    ::tcsetattr(interruptedTerminal, TCSAFLUSH, &interruptedSettings);
+    ::signal(signal, SIG_DFL);
+    ::raise(signal);
+}
+
+// Echo off on the terminal for as long as it lives, and back on even when
+// Ctrl-C or another signal ends the process meanwhile.
 class EchoOff {
 public:
     explicit EchoOff(int fd)
         : fd_(fd)
         , saved_()
         , active_(::tcgetattr(fd, &saved_) == 0) {
-        if (active_) {
-            termios quiet = saved_;
-            quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-            quiet.c_lflag |= ECHONL;
-            ::tcsetattr(fd_, TCSAFLUSH, &quiet);
+        if (!active_) {
+            return;
         }
+        interruptedTerminal = fd_;
+        interruptedSettings = saved_;
+        struct sigaction restore {};
+        restore.sa_handler = restoreTerminalAndDie;
+        for (std::size_t i = 0; i < std::size(signals); ++i) {
+            ::sigaction(signals[i], &restore, &previous_[i]);
+        }
+        termios quiet = saved_;
+        quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+        quiet.c_lflag |= ECHONL;
+        ::tcsetattr(fd_, TCSAFLUSH, &quiet);
     }
     ~EchoOff() {
-        if (active_) {
-            ::tcsetattr(fd_, TCSAFLUSH, &saved_);
+        if (!active_) {
+            return;
+        }
+        ::tcsetattr(fd_, TCSAFLUSH, &saved_);
+        for (std::size_t i = 0; i < std::size(signals); ++i) {
+            ::sigaction(signals[i], &previous_[i], nullptr);
         }
     }
     EchoOff(const EchoOff&) = delete;
     EchoOff& operator=(const EchoOff&) = delete;
 
 private:
+    static constexpr int signals[] = {SIGINT, SIGTERM, SIGQUIT, SIGHUP};
+
     int fd_;
     termios saved_;
     bool active_;
+    struct sigaction previous_[std::size(signals)];
 };
 
 // One line from fd, without its line end; at most maxPinLength bytes.
