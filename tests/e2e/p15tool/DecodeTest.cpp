@@ -175,14 +175,23 @@ TEST(Decode, HostileDumpsFailInOneLine) {
     }
 }
 
-TEST(Decode, KindComesFromContentWhereTheNameSaysNothing) {
+TEST(Decode, DumpFormats) {
     const TemporaryDirectory directory;
-    const std::string path = directory.file("dump.hex");
-    writeFile(path, readFile(sample("sc-hsm-jpm_tokeninfo")));
-    const ToolResult result = runTool({"decode", "--json", path});
-    ASSERT_EQ(result.exitCode, 0) << result.err;
-    EXPECT_EQ(result.json()["kind"], "tokeninfo");
-    EXPECT_EQ(runTool({"decode", "--kind", "xdf", path}).exitCode, 2);
+    // Hex with a UTF-8 comment, named so that only the content tells the kind.
+    const std::string hexDump = directory.file("dump.hex");
+    writeFile(hexDump, "# Caf\xC3\xA9\n" + readFile(sample("sc-hsm-jpm_tokeninfo")));
+    const ToolResult tokenInfo = runTool({"decode", "--json", hexDump});
+    ASSERT_EQ(tokenInfo.exitCode, 0) << tokenInfo.err;
+    EXPECT_EQ(tokenInfo.json()["kind"], "tokeninfo");
+    EXPECT_EQ(runTool({"decode", "--kind", "xdf", hexDump}).exitCode, 2);
+
+    // Binary with FF padding.
+    const std::string binary = directory.file("padded_aodf.bin");
+    writeFile(binary, aodfWithLabel(std::string("\x0C\x04User", 6)) + "\xFF\xFF\xFF");
+    const ToolResult padded = runTool({"decode", "--json", binary});
+    ASSERT_EQ(padded.exitCode, 0) << padded.err;
+    EXPECT_EQ(padded.json()["padding"], 3);
+    EXPECT_EQ(padded.json()["entries"].size(), 1u);
 }
 
 } // namespace
