@@ -141,7 +141,7 @@ void addCardCommands(CLI::App& program, const GlobalOptions& options) {
     auto initOptions = std::make_shared<InitOptions>();
     CLI::App* initCommand = program.add_subcommand(
         "init", "personalise a new virtual card image with your PINs and label");
-    initCommand->add_option("--label", initOptions->label, "the token label");
+    initCommand->add_option("--label", initOptions->label, "the token label")->type_name("LABEL");
     initCommand->add_flag("--force", initOptions->force, "replace an existing image");
     for (PinSource* pin :
          {&initOptions->userPin, &initOptions->unblockingPin, &initOptions->soPin}) {

@@ -70,11 +70,15 @@ void addDecodeCommand(CLI::App& program, const GlobalOptions& options) {
         kinds.emplace(kindName(kind), kind);
     }
     command
-        ->add_option_function<DirectoryKind>(
-            "--kind", [decodeOptions](const DirectoryKind& kind) { decodeOptions->kind = kind; },
+        ->add_option_function<std::string>(
+            "--kind",
+            [decodeOptions, kinds](const std::string& name) {
+                decodeOptions->kind = kinds.at(name);
+            },
             "what the file is (default: from its name or content)")
-        ->transform(CLI::CheckedTransformer(kinds));
-    command->add_option("file", decodeOptions->file, "the dump")->required();
+        ->transform(CLI::IsMember(kinds, CLI::ignore_case))
+        ->type_name("KIND");
+    command->add_option("file", decodeOptions->file, "the dump")->required()->type_name("FILE");
     command->callback([&options, decodeOptions] { decode(options, *decodeOptions); });
 }
 

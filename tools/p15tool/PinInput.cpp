@@ -173,10 +173,14 @@ mw::ByteBuffer fromTerminal(const PinSource& source, bool isNew) {
 } // namespace
 
 void addPinOptions(CLI::App& command, PinSource& source) {
-    command.add_option("--" + source.option + "-env", source.environmentVariable,
-                       "read the " + source.name + " from this environment variable");
-    command.add_option("--" + source.option + "-file", source.file,
-                       "read the " + source.name + " from the first line of this file");
+    command
+        .add_option("--" + source.option + "-env", source.environmentVariable,
+                    "read the " + source.name + " from this environment variable")
+        ->type_name("VAR");
+    command
+        .add_option("--" + source.option + "-file", source.file,
+                    "read the " + source.name + " from the first line of this file")
+        ->type_name("FILE");
 }
 
 mw::ByteBuffer readPin(const PinSource& source, bool isNew) {

@@ -32,7 +32,14 @@ std::unique_ptr<card::ICardTransport> openImage(const std::string& path, bool is
         std::cerr << "p15tool: created a new virtual card " << path
                   << " with the default PINs; choose your own with: p15tool init --force\n";
     }
-    return std::make_unique<host::VirtualCardTransport>(vcard::VirtualCard::open(path));
+    try {
+        return std::make_unique<host::VirtualCardTransport>(vcard::VirtualCard::open(path));
+    } catch (const vcard::ImageError& error) {
+        throw ToolError(ExitCode::failure, std::string(error.what()) +
+                                               "; restore the file, or start anew with: "
+                                               "p15tool --card " +
+                                               path + " init --force");
+    }
 }
 
 } // namespace

@@ -12,16 +12,20 @@
 namespace {
 
 void addGlobalOptions(CLI::App& program, p15tool::GlobalOptions& options) {
-    program.add_option("--card", options.cardImage,
-                       "virtual card image (default: the user's own, created on first use)");
+    program
+        .add_option("--card", options.cardImage,
+                    "virtual card image (default: the user's own, created on first use)")
+        ->type_name("IMAGE");
     program
         .add_option_function<std::string>(
             "--reader", [&options](const std::string& name) { options.reader = name; },
             "card in this PC/SC reader; without a name, the one reader holding a card")
+        ->type_name("[NAME]")
         ->expected(0, 1)
         ->default_str("")
         ->excludes("--card");
-    program.add_option("--conf", options.confFile, "the plugin's \"plugin.conf\"");
+    program.add_option("--conf", options.confFile, "the plugin's \"plugin.conf\"")
+        ->type_name("FILE");
     program.add_flag("--json", options.json, "print results as JSON");
 }
 
