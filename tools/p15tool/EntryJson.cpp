@@ -344,6 +344,26 @@ Json entryJson(const oss::TokenInfo& info) {
     putText(out, "manufacturerID", info.manufacturerID);
     putText(out, "label", info.label);
     out["tokenflags"] = flagsJson(info.tokenflags, tokenFlags);
+    if (info.seInfo) {
+        Json environments = Json::array();
+        for (const oss::SecurityEnvironmentInfo& environment : *info.seInfo) {
+            environments.push_back(
+                Json{{"se", environment.se}, {"owner", oss::oidToText(environment.owner)}});
+        }
+        out["seInfo"] = environments;
+    }
+    if (info.recordInfo) {
+        Json lengths = Json::object();
+        const oss::RecordInfo& records = *info.recordInfo;
+        putOptional(lengths, "oDFRecordLength", records.oDFRecordLength);
+        putOptional(lengths, "prKDFRecordLength", records.prKDFRecordLength);
+        putOptional(lengths, "puKDFRecordLength", records.puKDFRecordLength);
+        putOptional(lengths, "sKDFRecordLength", records.sKDFRecordLength);
+        putOptional(lengths, "cDFRecordLength", records.cDFRecordLength);
+        putOptional(lengths, "dODFRecordLength", records.dODFRecordLength);
+        putOptional(lengths, "aODFRecordLength", records.aODFRecordLength);
+        out["recordInfo"] = lengths;
+    }
     if (info.supportedAlgorithms) {
         Json algorithms = Json::array();
         for (const oss::AlgorithmInfo& algorithm : *info.supportedAlgorithms) {

@@ -192,6 +192,17 @@ TEST(Decode, DumpFormats) {
     ASSERT_EQ(padded.exitCode, 0) << padded.err;
     EXPECT_EQ(padded.json()["padding"], 3);
     EXPECT_EQ(padded.json()["entries"].size(), 1u);
+
+    // Token information with the members no sample has: seInfo, recordInfo.
+    const std::string tokenInfoFile = directory.file("tokeninfo.bin");
+    writeFile(tokenInfoFile, std::string("\x30\x19\x02\x01\x00\x04\x02\x01\x02\x03\x01\x00"
+                                         "\x30\x08\x30\x06\x02\x01\x01\x06\x01\x53"
+                                         "\xA1\x03\x80\x01\x10",
+                                         27));
+    const ToolResult info = runTool({"decode", "--json", tokenInfoFile});
+    ASSERT_EQ(info.exitCode, 0) << info.err;
+    EXPECT_EQ(info.json()["entries"][0]["seInfo"], json::parse(R"([{"se": 1, "owner": "2.3"}])"));
+    EXPECT_EQ(info.json()["entries"][0]["recordInfo"]["oDFRecordLength"], 16);
 }
 
 } // namespace
