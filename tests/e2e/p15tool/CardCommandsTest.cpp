@@ -123,6 +123,7 @@ TEST_F(CardCommands, FailuresHaveTheirExitCodesAndOneLine) {
     } cases[] = {
         {{"--card", directory.file("none.json"), "info"}, 5, "p15tool --card"},
         {{"--card", corrupt, "info"}, 1, corrupt.c_str()},
+        {{"--conf", directory.file("none.conf"), "info"}, 5, "check --conf"},
         {{"--card", corrupt, "--reader", "x", "info"}, 2, "excludes"},
         {{"--reader", "x", "init"}, 2, "leave out --reader"},
         {{"info", "--bogus"}, 2, "bogus"},
