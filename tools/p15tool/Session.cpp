@@ -73,6 +73,10 @@ std::string chooseReader(const std::string& name) {
 
 Session::Session(const GlobalOptions& options)
     : configuration_(options.confFile) {
+    if (options.confFile && !fileExists(*options.confFile)) {
+        throw ToolError(ExitCode::notFound,
+                        "no configuration file " + *options.confFile + "; check --conf");
+    }
     loader_ = std::make_unique<host::PluginLoader>(pluginPath(), configuration_);
     connect(options);
     auto card = boost::make_shared<host::iso7816::Card>(channel_);
