@@ -4,7 +4,7 @@ BUILD ?= build
 ASAN_BUILD ?= build-asan
 CMAKE_FLAGS ?=
 
-.PHONY: deps configure build demo demo-pcsc check asan-check format
+.PHONY: deps configure build install demo demo-pcsc check asan-check format
 
 deps:
 	scripts/install-deps
@@ -14,6 +14,11 @@ configure: deps
 
 build: configure
 	cmake --build $(BUILD) -j$(JOBS)
+
+# Installs into PREFIX (default: the configured prefix, /usr/local); DESTDIR
+# stages the installation under another root.
+install: build
+	cmake --install $(BUILD) $(if $(PREFIX),--prefix $(PREFIX))
 
 demo: build
 	$(BUILD)/tools/plugin-demo/p15-plugin-demo

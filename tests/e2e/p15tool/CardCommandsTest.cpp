@@ -1,0 +1,204 @@
+// init, info and the card a command reaches, through the plugin on virtual
+// card images; PINs typed at a terminal through a pseudo-terminal.
+#include "ToolProcess.hpp"
+#include "vcard/CardImage.hpp"
+#include "vcard/Personalise.hpp"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <poll.h>
+#include <pty.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace p15tool::test {
+namespace {
+
+class CardCommands : public ::testing::Test {
+protected:
+    // PINs for init from the environment, as a script gives them.
+    const Environment pins{{"USER_PIN", "2468"}, {"PUK", "13572468"}, {"SO_PIN", "97531"}};
+
+    ToolResult init(const std::string& image, std::vector<std::string> extra = {}) {
+        std::vector<std::string> arguments{"--card",    image,          "init",
+                                           "--pin-env", "USER_PIN",     "--puk-env",
+                                           "PUK",       "--so-pin-env", "SO_PIN"};
+        arguments.insert(arguments.end(), extra.begin(), extra.end());
+        return runTool(arguments, pins);
+    }
+
+    // The user's own card lives in this directory.
+    Environment home() const { return {{"XDG_DATA_HOME", directory.path()}}; }
+
+    TemporaryDirectory directory;
+};
+
+std::string storedPin(const std::string& image, std::uint8_t reference) {
+    const vcard::CardState state = vcard::CardImage::load(image);
+    const vcard::Bytes& value = state.pins.pins().at(reference).value;
+    return std::string(value.begin(), std::find(value.begin(), value.end(), 0xFF));
+}
+
+TEST_F(CardCommands, InitPersonalisesTheImageWithTheChosenPins) {
+    const std::string image = directory.file("card.json");
+    const ToolResult result = init(image, {"--label", "Caf\xC3\xA9"});
+    ASSERT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_EQ(result.out.find("2468"), std::string::npos);
+    EXPECT_EQ(storedPin(image, vcard::layout::userPinReference), "2468");
+    EXPECT_EQ(storedPin(image, vcard::layout::unblockingPinReference), "13572468");
+    EXPECT_EQ(storedPin(image, vcard::layout::soPinReference), "97531");
+
+    const std::string before = readFile(image);
+    const ToolResult again = init(image);
+    EXPECT_EQ(again.exitCode, 1);
+    EXPECT_NE(again.err.find("--force"), std::string::npos) << again.err;
+    EXPECT_EQ(readFile(image), before);
+    EXPECT_EQ(init(image, {"--force"}).exitCode, 0);
+}
+
+TEST_F(CardCommands, InitRefusesPinsItCannotUseAndWritesNothing) {
+    const std::string image = directory.file("card.json");
+    const struct {
+        Environment environment;
+        const char* says;
+    } cases[] = {
+        {{{"USER_PIN", "123"}}, "user PIN must have 4 to 8 digits"},
+        {{{"PUK", "123456789"}}, "PUK must have 4 to 8 digits"},
+        {{{"SO_PIN", "12ab"}}, "SO PIN must have 4 to 8 digits"},
+    };
+    for (const auto& each : cases) {
+        Environment environment = pins;
+        environment.insert(environment.end(), each.environment.begin(), each.environment.end());
+        const ToolResult result = runTool({"--card", image, "init", "--pin-env", "USER_PIN",
+                                           "--puk-env", "PUK", "--so-pin-env", "SO_PIN"},
+                                          environment);
+        EXPECT_EQ(result.exitCode, 2);
+        EXPECT_NE(result.err.find(each.says), std::string::npos) << result.err;
+        EXPECT_TRUE(result.out.empty());
+    }
+    // Without a terminal a PIN has to come from an option.
+    const ToolResult noTerminal = runTool({"--card", image, "init"});
+    EXPECT_EQ(noTerminal.exitCode, 2);
+    EXPECT_NE(noTerminal.err.find("--pin-env VAR or --pin-file FILE"), std::string::npos)
+        << noTerminal.err;
+    EXPECT_FALSE(std::filesystem::exists(image));
+}
+
+TEST_F(CardCommands, PinFromAFileIsItsFirstLine) {
+    const std::string image = directory.file("card.json");
+    writeFile(directory.file("pin"), "8642\r\nsecond line\n");
+    const ToolResult result = runTool({"--card", image, "init", "--pin-file", directory.file("pin"),
+                                       "--puk-env", "PUK", "--so-pin-env", "SO_PIN"},
+                                      pins);
+    ASSERT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_EQ(storedPin(image, vcard::layout::userPinReference), "8642");
+}
+
+TEST_F(CardCommands, TheDefaultCardIsCreatedOnFirstUseAndNamed) {
+    const ToolResult first = runTool({"--json", "info"}, home());
+    ASSERT_EQ(first.exitCode, 0) << first.err;
+    const std::string image = directory.file("p15kit/card.json");
+    EXPECT_NE(first.err.find("created a new virtual card " + image), std::string::npos)
+        << first.err;
+    const nlohmann::json info = first.json();
+    EXPECT_EQ(info["card"]["image"], image);
+    EXPECT_EQ(info["application"]["aid"], "A000000063504B43532D3135");
+    EXPECT_FALSE(info["card"]["atr"].get<std::string>().empty());
+    EXPECT_FALSE(info["signatureAlgorithms"].empty());
+
+    const ToolResult second = runTool({"info"}, home());
+    ASSERT_EQ(second.exitCode, 0) << second.err;
+    EXPECT_TRUE(second.err.empty()) << second.err;
+    EXPECT_NE(second.out.find("image  " + image), std::string::npos) << second.out;
+}
+
+TEST_F(CardCommands, FailuresHaveTheirExitCodesAndOneLine) {
+    const std::string corrupt = directory.file("corrupt.json");
+    writeFile(corrupt, "{\"version\": 1, \"files\": [");
+    const struct {
+        std::vector<std::string> arguments;
+        int exitCode;
+        const char* says;
+    } cases[] = {
+        {{"--card", directory.file("none.json"), "info"}, 5, "p15tool --card"},
+        {{"--card", corrupt, "info"}, 1, corrupt.c_str()},
+        {{"--conf", directory.file("none.conf"), "info"}, 5, "check --conf"},
+        {{"--card", corrupt, "--reader", "x", "info"}, 2, "excludes"},
+        {{"--reader", "x", "init"}, 2, "leave out --reader"},
+        {{"info", "--bogus"}, 2, "bogus"},
+        {{}, 2, "subcommand"},
+    };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.says);
+        const ToolResult result = runTool(each.arguments, home());
+        EXPECT_EQ(result.exitCode, each.exitCode);
+        EXPECT_NE(result.err.find(each.says), std::string::npos) << result.err;
+    }
+    EXPECT_EQ(readFile(corrupt), "{\"version\": 1, \"files\": [");
+}
+
+// The terminal side of a pseudo-terminal: what the tool wrote, until `text`.
+std::string readUntil(int terminal, const std::string& text) {
+    std::string seen;
+    char buffer[256];
+    while (seen.find(text) == std::string::npos) {
+        pollfd ready{terminal, POLLIN, 0};
+        if (::poll(&ready, 1, 10000) <= 0) {
+            break;
+        }
+        const ssize_t got = ::read(terminal, buffer, sizeof buffer);
+        if (got <= 0) {
+            break;
+        }
+        seen.append(buffer, static_cast<std::size_t>(got));
+    }
+    return seen;
+}
+
+struct Typed {
+    int exitCode;
+    std::string screen;
+};
+
+// Runs init on a pseudo-terminal and types the user PIN at its prompts.
+Typed typeUserPin(const std::string& image, const std::string& first, const std::string& repeat) {
+    int terminal = -1;
+    const pid_t child = ::forkpty(&terminal, nullptr, nullptr, nullptr);
+    if (child == 0) {
+        ::setenv("PUK", "13572468", 1);
+        ::setenv("SO_PIN", "97531", 1);
+        ::execl(P15TOOL_PATH, P15TOOL_PATH, "--card", image.c_str(), "init", "--puk-env", "PUK",
+                "--so-pin-env", "SO_PIN", static_cast<char*>(nullptr));
+        ::_exit(127);
+    }
+    std::string screen = readUntil(terminal, "New user PIN: ");
+    EXPECT_EQ(::write(terminal, (first + "\n").data(), first.size() + 1),
+              static_cast<ssize_t>(first.size() + 1));
+    screen += readUntil(terminal, "Repeat the new user PIN: ");
+    EXPECT_EQ(::write(terminal, (repeat + "\n").data(), repeat.size() + 1),
+              static_cast<ssize_t>(repeat.size() + 1));
+    screen += readUntil(terminal, "\x04"); // everything, until the tool closes the terminal
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    ::close(terminal);
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, screen};
+}
+
+TEST_F(CardCommands, PinTypedAtTheTerminalIsNotEchoed) {
+    const std::string image = directory.file("card.json");
+    const Typed typed = typeUserPin(image, "97531", "97531");
+    ASSERT_EQ(typed.exitCode, 0) << typed.screen;
+    EXPECT_NE(typed.screen.find("Repeat the new user PIN: "), std::string::npos) << typed.screen;
+    EXPECT_EQ(typed.screen.find("97531"), std::string::npos) << typed.screen;
+    EXPECT_EQ(storedPin(image, vcard::layout::userPinReference), "97531");
+
+    const std::string other = directory.file("other.json");
+    const Typed mismatch = typeUserPin(other, "97531", "97532");
+    EXPECT_EQ(mismatch.exitCode, 2);
+    EXPECT_NE(mismatch.screen.find("entries differ"), std::string::npos) << mismatch.screen;
+    EXPECT_FALSE(std::filesystem::exists(other));
+}
+
+} // namespace
+} // namespace p15tool::test

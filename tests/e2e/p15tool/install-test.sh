@@ -1,0 +1,30 @@
+#!/bin/sh
+# Stages the installation in a DESTDIR and checks that the installed p15tool
+# loads the installed plugin: it personalises an image and reads it back.
+# Usage: install-test.sh BUILD_DIR
+set -eu
+build=$1
+stage=$(mktemp -d)
+trap 'rm -rf "$stage"' EXIT
+
+DESTDIR=$stage cmake --install "$build" >/dev/null
+prefix=$(sed -n 's/^CMAKE_INSTALL_PREFIX:PATH=//p' "$build/CMakeCache.txt")
+root=$stage$prefix
+for tool in p15tool p15-vcard p15-vcard-serve; do
+    test -x "$root/bin/$tool" || { echo "not installed: bin/$tool"; exit 1; }
+done
+plugin=$(find "$root" -path '*/p15kit/libp15app.so')
+test -n "$plugin" || { echo "not installed: p15kit/libp15app.so"; exit 1; }
+
+card=$stage/card.json
+P=2468 "$root/bin/p15tool" --card "$card" init --pin-env P --puk-env P --so-pin-env P >/dev/null
+"$root/bin/p15tool" --card "$card" --json info | grep -q '"aid": "A000000063504B43532D3135"' ||
+    { echo "the installed p15tool did not reach the application"; exit 1; }
+# Without the installed plugin the installed tool must fail, not fall back
+# to the build tree.
+mv "$plugin" "$plugin.away"
+if "$root/bin/p15tool" --card "$card" info >/dev/null 2>&1; then
+    echo "the installed p15tool loaded a plugin other than the installed one"
+    exit 1
+fi
+echo "installed under $prefix and working"

@@ -1,0 +1,158 @@
+// init, info and readers: personalising a virtual card, what a card and its
+// application say about themselves, and the PC/SC readers.
+#include "app/IApplication.hpp"
+#include "card/CardException.hpp"
+#include "host/Channel.hpp"
+#include "host/pcsc/PcscContext.hpp"
+#include "mw/Hex.hpp"
+#include "tools/p15tool/Commands.hpp"
+#include "tools/p15tool/Locations.hpp"
+#include "tools/p15tool/Output.hpp"
+#include "tools/p15tool/PinInput.hpp"
+#include "tools/p15tool/Session.hpp"
+#include "tools/p15tool/Text.hpp"
+#include "tools/p15tool/ToolError.hpp"
+#include "vcard/Personalise.hpp"
+#include "vcard/VirtualCard.hpp"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <iostream>
+
+namespace p15tool {
+
+namespace {
+
+// The algorithm tables of IApplication::getAlgorithmRows.
+constexpr unsigned signatureRows = 1;
+constexpr unsigned rawRsaRows = 2;
+
+struct InitOptions {
+    std::string label = vcard::Personalisation().label;
+    bool force = false;
+    PinSource userPin{"user PIN", "pin", {}, {}};
+    PinSource unblockingPin{"PUK", "puk", {}, {}};
+    PinSource soPin{"SO PIN", "so-pin", {}, {}};
+};
+
+// A PIN as the personalisation takes it; the caller wipes it.
+void takePin(const PinSource& source, std::string& into) {
+    const mw::ByteBuffer pin = readPin(source, true);
+    const bool digits =
+        std::all_of(pin.begin(), pin.end(), [](unsigned char c) { return c >= '0' && c <= '9'; });
+    if (!digits || pin.size() < 4 || pin.size() > vcard::layout::pinLength) {
+        throw ToolError(ExitCode::usage, "the " + source.name + " must have 4 to " +
+                                             std::to_string(vcard::layout::pinLength) + " digits");
+    }
+    into.assign(pin.begin(), pin.end());
+}
+
+// The personalisation's PINs wiped however init ends.
+struct PersonalisationSecrets {
+    vcard::Personalisation values;
+    ~PersonalisationSecrets() {
+        for (std::string* pin : {&values.userPin, &values.unblockingPin, &values.soPin}) {
+            explicit_bzero(pin->data(), pin->size());
+        }
+    }
+};
+
+void init(const GlobalOptions& global, const InitOptions& options) {
+    if (global.reader) {
+        throw ToolError(ExitCode::usage,
+                        "init personalises virtual card images, not cards in a reader; "
+                        "leave out --reader");
+    }
+    const std::string path = cardImagePath(global);
+    if (fileExists(path) && !options.force) {
+        throw ToolError(ExitCode::failure, "the card image " + path +
+                                               " exists; add --force to replace it and "
+                                               "everything on it");
+    }
+    PersonalisationSecrets secrets;
+    secrets.values.label = options.label;
+    takePin(options.userPin, secrets.values.userPin);
+    takePin(options.unblockingPin, secrets.values.unblockingPin);
+    takePin(options.soPin, secrets.values.soPin);
+    createParentDirectories(path);
+    vcard::VirtualCard(vcard::personalise(secrets.values)).save(path);
+    printResult(std::cout, Json{{"image", path}, {"label", options.label}}, global.json);
+}
+
+Json cardJson(const Session& session) {
+    Json card;
+    if (session.location().image.empty()) {
+        card["reader"] = session.location().reader;
+    } else {
+        card["image"] = session.location().image;
+    }
+    card["atr"] = mw::toHex(session.atr());
+    return card;
+}
+
+Json algorithmsJson(const app::IApplication& application, unsigned rows) {
+    Json list = Json::array();
+    for (const app::AlgorithmRow& row : application.getAlgorithmRows(rows)) {
+        Json item{{"signature", row.signatureOid}};
+        if (!row.hashOid.empty()) {
+            item["hash"] = row.hashOid;
+        }
+        list.push_back(item);
+    }
+    return list;
+}
+
+void info(const GlobalOptions& global) {
+    const Session session(global);
+    const app::IApplication& application = session.application();
+    Json document;
+    document["card"] = cardJson(session);
+    document["application"] = Json{{"label", displayText(application.getLabel())},
+                                   {"aid", mw::toHex(application.getAid())}};
+    document["signatureAlgorithms"] = algorithmsJson(application, signatureRows);
+    document["rawRsaAlgorithms"] = algorithmsJson(application, rawRsaRows);
+    printResult(std::cout, document, global.json);
+}
+
+void readers(const GlobalOptions& global) {
+    std::unique_ptr<host::PcscContext> context;
+    try {
+        context = std::make_unique<host::PcscContext>();
+    } catch (const card::CardException&) {
+        throw ToolError(ExitCode::card, "cannot list readers: the PC/SC service (pcscd) is not "
+                                        "running; start it, or use a virtual card with --card");
+    }
+    Json list = Json::array();
+    for (const std::string& reader : context->listReaders()) {
+        const bool present = context->waitForCard(reader, std::chrono::milliseconds(0));
+        list.push_back(Json{{"reader", reader}, {"cardPresent", present}});
+    }
+    if (list.empty() && !global.json) {
+        std::cout << "no PC/SC readers\n";
+        return;
+    }
+    printResult(std::cout, Json{{"readers", list}}, global.json);
+}
+
+} // namespace
+
+void addCardCommands(CLI::App& program, const GlobalOptions& options) {
+    auto initOptions = std::make_shared<InitOptions>();
+    CLI::App* initCommand = program.add_subcommand(
+        "init", "personalise a new virtual card image with your PINs and label");
+    initCommand->add_option("--label", initOptions->label, "the token label")->type_name("LABEL");
+    initCommand->add_flag("--force", initOptions->force, "replace an existing image");
+    for (PinSource* pin :
+         {&initOptions->userPin, &initOptions->unblockingPin, &initOptions->soPin}) {
+        addPinOptions(*initCommand, *pin);
+    }
+    initCommand->callback([&options, initOptions] { init(options, *initOptions); });
+
+    program.add_subcommand("info", "the card, its PKCS#15 application and its algorithms")
+        ->callback([&options] { info(options); });
+    program.add_subcommand("readers", "the PC/SC readers, with a card or without")
+        ->callback([&options] { readers(options); });
+}
+
+} // namespace p15tool

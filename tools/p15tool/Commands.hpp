@@ -1,0 +1,22 @@
+#ifndef TOOLS_P15TOOL_COMMANDS_HPP
+#define TOOLS_P15TOOL_COMMANDS_HPP
+
+namespace CLI {
+class App;
+}
+
+namespace p15tool {
+
+struct GlobalOptions;
+
+// Each group adds its subcommands to the program; a subcommand's callback
+// does the work once the whole command line is parsed and throws what fails.
+
+// init, info, readers: the card itself.
+void addCardCommands(CLI::App& program, const GlobalOptions& options);
+// decode: directory-file dumps, offline.
+void addDecodeCommand(CLI::App& program, const GlobalOptions& options);
+
+} // namespace p15tool
+
+#endif

@@ -1,0 +1,55 @@
+#include "tools/p15tool/ToolError.hpp"
+
+#include "app/ApplicationException.hpp"
+#include "card/CardException.hpp"
+#include "host/ErrorMessage.hpp"
+
+#include <boost/exception/get_error_info.hpp>
+
+namespace p15tool {
+
+namespace {
+
+// Status words of a refused verification: 63Cx (x tries left), 6983
+// (authentication method blocked) and 6984 (reference data not usable).
+bool isPinRefusal(unsigned short sw) {
+    return (sw & 0xFFF0) == 0x63C0 || sw == 0x6983 || sw == 0x6984;
+}
+
+std::string pinAdvice(unsigned short sw) {
+    if ((sw & 0xFFF0) == 0x63C0) {
+        const unsigned triesLeft = sw & 0x0F;
+        return triesLeft == 0 ? "; the PIN is now blocked: unblock it with the PUK"
+                              : "; wrong PIN, " + std::to_string(triesLeft) + " tries left";
+    }
+    return "; the PIN is blocked: unblock it with the PUK";
+}
+
+Failure describeCardError(const std::exception& error, const boost::exception& info) {
+    const std::string message = host::errorMessage(error);
+    if (const unsigned short* sw = boost::get_error_info<card::StatusCode>(info)) {
+        if (isPinRefusal(*sw)) {
+            return {ExitCode::pin, message + pinAdvice(*sw)};
+        }
+    }
+    return {ExitCode::card, message};
+}
+
+} // namespace
+
+Failure describeFailure(const std::exception& error) {
+    if (const auto* toolError = dynamic_cast<const ToolError*>(&error)) {
+        return {toolError->code(), toolError->what()};
+    }
+    if (dynamic_cast<const app::InvalidDataException*>(&error)) {
+        return {ExitCode::failure, host::errorMessage(error)};
+    }
+    const auto* info = dynamic_cast<const boost::exception*>(&error);
+    if (info && (dynamic_cast<const card::CardException*>(&error) ||
+                 dynamic_cast<const app::ApplicationException*>(&error))) {
+        return describeCardError(error, *info);
+    }
+    return {ExitCode::failure, host::errorMessage(error)};
+}
+
+} // namespace p15tool
