@@ -88,6 +88,17 @@ bool DerReader::nextIs(std::uint32_t expected) {
     return !atEnd() && peekTag() == expected;
 }
 
+bool DerReader::nextIsLabel() {
+    const std::uint32_t found = peekTag();
+    bool label = false;
+    for (std::uint32_t candidate : {tag::utf8String, tag::printableString, tag::t61String,
+                                    tag::ia5String, tag::visibleString, tag::bmpString}) {
+        awaited_.set(candidate);
+        label = label || found == candidate;
+    }
+    return label;
+}
+
 bool DerReader::wasAwaited(std::uint32_t candidate) const {
     return candidate < awaited_.size() && awaited_.test(candidate);
 }
@@ -220,17 +231,6 @@ std::string readText(DerReader& reader, std::uint32_t expected) {
 
 std::string readTime(DerReader& reader, std::uint32_t expected) {
     return readText(reader, expected);
-}
-
-bool DerReader::nextIsLabel() {
-    const std::uint32_t found = peekTag();
-    bool label = false;
-    for (std::uint32_t candidate : {tag::utf8String, tag::printableString, tag::t61String,
-                                    tag::ia5String, tag::visibleString, tag::bmpString}) {
-        awaited_.set(candidate);
-        label = label || found == candidate;
-    }
-    return label;
 }
 
 namespace {
