@@ -248,6 +248,17 @@ void appendUtf8(std::string& out, std::uint32_t codePoint) {
     }
 }
 
+// Size of a TLV with a one-octet tag and the minimal length for `contentSize`.
+std::size_t derSize(std::size_t contentSize) {
+    std::size_t lengthOctets = 1;
+    if (contentSize >= 0x80) {
+        for (std::size_t rest = contentSize; rest > 0; rest >>= 8) {
+            ++lengthOctets;
+        }
+    }
+    return 1 + lengthOctets + contentSize;
+}
+
 // BMPString: big-endian UCS-2. Cards that write UTF-16 surrogate pairs are
 // read as the character the pair stands for; a lone surrogate is invalid.
 std::string bmpToUtf8(DerReader& reader, const Tlv& tlv) {
@@ -278,7 +289,12 @@ std::string readLabel(DerReader& reader, Bytes& encoding) {
         reader.fail(reader.atEnd() ? kTextMissing : kTextUnexpectedTag);
     }
     const Tlv tlv = reader.next();
-    encoding = tlv.bytes();
+    // A UTF8String in DER comes back the same from the text alone.
+    if (tlv.tag == tag::utf8String && tlv.totalSize == derSize(tlv.contentSize)) {
+        encoding.clear();
+    } else {
+        encoding = tlv.bytes();
+    }
     if (tlv.tag == tag::bmpString) {
         return bmpToUtf8(reader, tlv);
     }
