@@ -15,9 +15,12 @@
 // - Change without loss: every SEQUENCE keeps the components after the last
 //   one it models in `unknownComponents` (each TLV as read, written back
 //   after the known ones; they take part in comparisons). A text of a
-//   free string type keeps its TLV as read in an `...Encoding` field, written
-//   back instead of a new UTF8String while the text is unchanged; being
-//   representation only, it takes no part in comparisons.
+//   free string type keeps its TLV as read in an `...Encoding` field (empty
+//   for a DER UTF8String), written back instead of a new UTF8String while the
+//   text is unchanged; being representation only, it takes no part in
+//   comparisons.
+//   So an entry read from a card is changed without loss by changing the
+//   decoded value in place and encoding it, never by building a new one.
 // - OBJECT IDENTIFIERs are their content octets (see Codec.hpp for the
 //   dotted-text helpers), INTEGER components are 64-bit signed numbers
 //   (references 0..255, whose one-octet form is read unsigned),

@@ -88,6 +88,17 @@ bool DerReader::nextIs(std::uint32_t expected) {
     return !atEnd() && peekTag() == expected;
 }
 
+bool DerReader::nextIsLabel() {
+    const std::uint32_t found = peekTag();
+    bool label = false;
+    for (std::uint32_t candidate : {tag::utf8String, tag::printableString, tag::t61String,
+                                    tag::ia5String, tag::visibleString, tag::bmpString}) {
+        awaited_.set(candidate);
+        label = label || found == candidate;
+    }
+    return label;
+}
+
 bool DerReader::wasAwaited(std::uint32_t candidate) const {
     return candidate < awaited_.size() && awaited_.test(candidate);
 }
@@ -222,17 +233,6 @@ std::string readTime(DerReader& reader, std::uint32_t expected) {
     return readText(reader, expected);
 }
 
-bool DerReader::nextIsLabel() {
-    const std::uint32_t found = peekTag();
-    bool label = false;
-    for (std::uint32_t candidate : {tag::utf8String, tag::printableString, tag::t61String,
-                                    tag::ia5String, tag::visibleString, tag::bmpString}) {
-        awaited_.set(candidate);
-        label = label || found == candidate;
-    }
-    return label;
-}
-
 namespace {
 
 void appendUtf8(std::string& out, std::uint32_t codePoint) {
@@ -246,6 +246,17 @@ void appendUtf8(std::string& out, std::uint32_t codePoint) {
     for (int shift = 6 * (continuation - 1); shift >= 0; shift -= 6) {
         out += static_cast<char>(0x80 | ((codePoint >> shift) & 0x3F));
     }
+}
+
+// Size of a TLV with a one-octet tag and the minimal length for `contentSize`.
+std::size_t derSize(std::size_t contentSize) {
+    std::size_t lengthOctets = 1;
+    if (contentSize >= 0x80) {
+        for (std::size_t rest = contentSize; rest > 0; rest >>= 8) {
+            ++lengthOctets;
+        }
+    }
+    return 1 + lengthOctets + contentSize;
 }
 
 // BMPString: big-endian UCS-2. Cards that write UTF-16 surrogate pairs are
@@ -278,7 +289,12 @@ std::string readLabel(DerReader& reader, Bytes& encoding) {
         reader.fail(reader.atEnd() ? kTextMissing : kTextUnexpectedTag);
     }
     const Tlv tlv = reader.next();
-    encoding = tlv.bytes();
+    // A UTF8String in DER comes back the same from the text alone.
+    if (tlv.tag == tag::utf8String && tlv.totalSize == derSize(tlv.contentSize)) {
+        encoding.clear();
+    } else {
+        encoding = tlv.bytes();
+    }
     if (tlv.tag == tag::bmpString) {
         return bmpToUtf8(reader, tlv);
     }

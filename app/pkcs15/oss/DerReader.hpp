@@ -108,7 +108,7 @@ Bytes readOid(DerReader& reader);
 std::string readTime(DerReader& reader, std::uint32_t expected = tag::generalizedTime);
 // UTF8String as declared, or one of the string types cards write instead
 // (8-bit strings as their octets, BMPString converted to UTF-8); `encoding`
-// receives the TLV as read.
+// receives the TLV as read, or nothing for a DER UTF8String.
 std::string readLabel(DerReader& reader, Bytes& encoding);
 // The text of a label TLV kept as read.
 std::string labelText(const Bytes& encoding);

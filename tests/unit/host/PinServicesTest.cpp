@@ -3,6 +3,7 @@
 #include "CardFixture.hpp"
 
 #include "card/CardException.hpp"
+#include "host/ErrorMessage.hpp"
 
 #include <boost/exception/diagnostic_information.hpp>
 #include <boost/exception/get_error_info.hpp>
@@ -30,8 +31,10 @@ TEST_P(PinServicesTest, WrongPinGives63CxNamingTheCommand) {
         EXPECT_EQ(statusOf(e), 0x63C2);
         const std::string diagnostic = boost::diagnostic_information(e);
         EXPECT_NE(diagnostic.find("Verify"), std::string::npos) << diagnostic;
-        // 63Cx is outside the status table: the diagnostic says so, the code is in the error info.
+        // 63Cx is outside the status table: the diagnostic says "unknown error", the one-line
+        // message gives the code.
         EXPECT_NE(diagnostic.find("unknown error"), std::string::npos) << diagnostic;
+        EXPECT_EQ(host::errorMessage(e), "card exception: Verify: 63C2 (unknown error)");
     }
     expectUserPin(PinInfo::NotVerified, 2);
     verifyUserPin();

@@ -265,9 +265,12 @@ TEST(CodecTest, componentsNotModelledAreKeptInTheirPlace) {
               hex("6114 4F05A000000063 500150 51025015 7301AA 5F5000"));
 }
 
-// A label written as BMPString is read as UTF-8 with everything after it,
-// and written back as read while unchanged.
+// A label written as BMPString is read as UTF-8 with everything after it.
+// Labels are written back as read while unchanged, a UTF8String with a
+// long-form length too.
 TEST(CodecTest, bmpStringLabels) {
+    const oss::Bytes longForm = hex("3006 0C8103 4B6579");
+    EXPECT_EQ(oss::encode(decodeAll<oss::CommonObjectAttributes>(longForm)), longForm);
     const oss::Bytes bmp = hex("3011 1E08 004B 00E9 D83D DE00 030206C0 040101");
     const auto common = decodeAll<oss::CommonObjectAttributes>(bmp);
     EXPECT_EQ(common.label, std::string("K\xC3\xA9\xF0\x9F\x98\x80"));
