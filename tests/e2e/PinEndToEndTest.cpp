@@ -1,5 +1,7 @@
 #include "CardFixture.hpp"
 
+#include "app/ApplicationException.hpp"
+#include "app/object/ICardObjectFactory.hpp"
 #include "app/object/ICardObjectRepository.hpp"
 #include "app/object/IPin.hpp"
 #include "app/pkcs15/P15Application.hpp"
@@ -22,6 +24,16 @@ class NoConfiguration : public plugin::IConfigurationSource {
 public:
     boost::optional<std::string> readFile(const std::string&) const override { return boost::none; }
 };
+
+// Runs `statement`, expects an application exception carrying `text`.
+#define EXPECT_APP_ERROR(statement, text)                                                          \
+    try {                                                                                          \
+        statement;                                                                                 \
+        ADD_FAILURE() << "no application exception from " #statement;                              \
+    } catch (const app::ApplicationException& e) {                                                 \
+        const char* const* attached = boost::get_error_info<app::ErrorText>(e);                    \
+        EXPECT_STREQ(attached ? *attached : "", text);                                             \
+    }
 
 mw::ByteBuffer text(const std::string& value) {
     return mw::ByteBuffer(reinterpret_cast<const unsigned char*>(value.data()), value.size());
@@ -155,6 +167,49 @@ TEST_P(PinsThroughThePlugin, AWriteWithNothingSetSendsNothing) {
     const std::uint64_t before = commands();
     repository_->writeCardObject(*channel_, *user);
     EXPECT_EQ(commands(), before);
+}
+
+// A card object the host made itself.
+class HostObject : public app::object::ICardObject {
+public:
+    ObjectClass getObjectClass() const override { return DataObject; }
+    void setLabel(const std::string&) override {}
+    const boost::optional<std::string>& getLabel() const override { return label_; }
+    void setFlags(std::uint8_t) override {}
+    const boost::optional<std::uint8_t>& getFlags() const override { return flags_; }
+
+private:
+    boost::optional<std::string> label_;
+    boost::optional<std::uint8_t> flags_;
+};
+
+TEST_P(PinsThroughThePlugin, TheRepositoryDispatchesToTheObjectAndRefusesForeignOnes) {
+    const auto user = pin(0);
+    EXPECT_APP_ERROR(repository_->readCardObject(*channel_, *user), "read pin not supported");
+    EXPECT_APP_ERROR(repository_->deleteCardObject(*channel_, *user), "remove pin not supported");
+    HostObject foreign;
+    EXPECT_APP_ERROR(repository_->writeCardObject(*channel_, foreign),
+                     "failed to cast to AbstractP15Object");
+    EXPECT_APP_ERROR(repository_->getSecretKeys(*channel_), "getSecretKeys not supported");
+}
+
+TEST_P(PinsThroughThePlugin, TheFactoryChecksKindAndRulesFirst) {
+    using namespace app::object;
+    const auto factory = boost::dynamic_pointer_cast<ICardObjectFactory>(application_);
+    ASSERT_TRUE(factory);
+    const app::AccessControlRules none;
+    EXPECT_APP_ERROR(factory->createPrivateKey(IPrivateKey::EcPrivateKey, none),
+                     "unsupported key type");
+    EXPECT_APP_ERROR(factory->createPrivateKey(IPrivateKey::RsaPrivateKey, none),
+                     "access control rules are required but not set");
+    EXPECT_APP_ERROR(factory->createPublicKey(IPublicKey::EcPublicKey, none),
+                     "unsupported key type");
+    EXPECT_APP_ERROR(factory->createCertificate(ICertificate::AttributeCertificate, none),
+                     "unsupported cert type");
+    EXPECT_APP_ERROR(factory->createDataObject(IDataObject::OidDataObject, none),
+                     "unsupported do type");
+    EXPECT_APP_ERROR(factory->createSecretKey(ISecretKey::GenericSecretKey, none),
+                     "creation of secret keys not supported");
 }
 
 // The cache of PIN information, on the application itself so that the test

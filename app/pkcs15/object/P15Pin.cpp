@@ -80,7 +80,8 @@ void P15Pin::unblock(const card::IChannel& channel, const mw::ByteBuffer& unbloc
 
 void P15Pin::deauthenticate(const card::IChannel& channel) const {
     mw::Log log(typeid(*this), BOOST_CURRENT_FUNCTION);
-    service_->deauthenticate(channel, reference("Pin reference required but not found"));
+    const PinReference ref = reference("Pin reference required but not found");
+    service_->deauthenticate(channel, ref);
 }
 
 P15Pin::PinInfo P15Pin::askCard(const card::IChannel& channel, const PinReference& ref) const {
