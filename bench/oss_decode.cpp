@@ -3,6 +3,9 @@
 
 #include <benchmark/benchmark.h>
 
+#include <fstream>
+#include <string>
+
 namespace oss = app::pkcs15::oss;
 
 namespace {
@@ -36,8 +39,45 @@ void odfEntry(benchmark::State& state) {
     decodeEntries<oss::PKCS15Objects>(state, kOdfEntry);
 }
 
+// The hex bytes of a sample directory file of the project's test data.
+oss::Bytes loadSample(const std::string& name) {
+    std::ifstream file(std::string(P15_SAMPLES_DIR) + "/" + name);
+    std::string line;
+    std::string digits;
+    while (std::getline(file, line)) {
+        if (!line.empty() && line[0] != '#') {
+            digits += line;
+        }
+    }
+    oss::Bytes bytes;
+    for (std::size_t i = 0; i + 1 < digits.size(); i += 2) {
+        bytes.push_back(static_cast<std::uint8_t>(std::stoul(digits.substr(i, 2), nullptr, 16)));
+    }
+    return bytes;
+}
+
+// A whole EF(CDF) of three certificates, walked entry by entry up to its padding.
+void cdfFile(benchmark::State& state) {
+    const oss::Bytes file = loadSample("es-dnie-especimen_cdf.hex");
+    if (file.empty()) {
+        state.SkipWithError("sample es-dnie-especimen_cdf.hex not found");
+        return;
+    }
+    for (auto _ : state) {
+        std::size_t position = 0;
+        while (position < file.size() && file[position] != 0x00) {
+            oss::CertificateType value;
+            position += oss::decode(file.data() + position, file.size() - position, value);
+        }
+        benchmark::DoNotOptimize(position);
+    }
+    state.counters["files"] =
+        benchmark::Counter(static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
+}
+
 } // namespace
 
 BENCHMARK(prkdfEntry);
 BENCHMARK(odfEntry);
+BENCHMARK(cdfFile);
 BENCHMARK_MAIN();

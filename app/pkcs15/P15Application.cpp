@@ -221,18 +221,29 @@ void P15Application::clearCache() {
     odf_.reset();
 }
 
-const card::IChannel& P15Application::currentChannel() const {
-    if (!channel_) {
-        APP_THROW(ApplicationException, "application not selected on a channel");
+P15Application::ChannelScope::ChannelScope(const P15Application& application,
+                                           const card::IChannel& channel)
+    : application_(application)
+    , previous_(application.boundChannel_) {
+    application_.boundChannel_ = &channel;
+}
+
+P15Application::ChannelScope::~ChannelScope() {
+    application_.boundChannel_ = previous_;
+}
+
+const card::IChannel& P15Application::boundChannel() const {
+    if (!boundChannel_) {
+        APP_THROW(ApplicationException,
+                  "no card channel: call this inside an operation that is given one");
     }
-    return *channel_;
+    return *boundChannel_;
 }
 
 // The host calls select before every operation; with a positive waiting
 // time the card is spared a SELECT until that many milliseconds passed.
 void P15Application::select(const card::IChannel& channel) const {
     mw::Log log(typeid(*this), BOOST_CURRENT_FUNCTION);
-    useChannel(channel);
     if (lastSelection_ == 0) {
         selectOnCard(channel);
         if (reselectWaitingTime_ > 0) {
@@ -296,7 +307,7 @@ mw::ByteBuffer P15Application::getFreeFileId(AppObjectType type) const {
     if (range.second < range.first) {
         APP_THROW(ApplicationException, "invalid argument: lower bound > upper bound");
     }
-    const std::vector<mw::ByteBuffer> used = usedValueFileIds();
+    const std::vector<mw::ByteBuffer> used = usedValueFileIds(boundChannel());
     for (std::uint64_t candidate = range.first; candidate <= range.second; ++candidate) {
         mw::ByteBuffer bytes = util::idToBytes(static_cast<unsigned int>(candidate));
         if (std::find(used.begin(), used.end(), bytes) == used.end()) {
@@ -308,8 +319,7 @@ mw::ByteBuffer P15Application::getFreeFileId(AppObjectType type) const {
 
 // Certificates and data objects keep their values in one identifier space,
 // so an identifier used by either is taken for every value file type.
-std::vector<mw::ByteBuffer> P15Application::usedValueFileIds() const {
-    const card::IChannel& channel = currentChannel();
+std::vector<mw::ByteBuffer> P15Application::usedValueFileIds(const card::IChannel& channel) const {
     std::vector<mw::ByteBuffer> used = getODF()->getCDF()->valueFileIds(channel);
     for (mw::ByteBuffer& id : getODF()->getDODF()->valueFileIds(channel)) {
         used.push_back(std::move(id));
@@ -317,8 +327,8 @@ std::vector<mw::ByteBuffer> P15Application::usedValueFileIds() const {
     return used;
 }
 
-bool P15Application::keyReferenceInUse(AppObjectType type, unsigned char reference) const {
-    const card::IChannel& channel = currentChannel();
+bool P15Application::keyReferenceInUse(const card::IChannel& channel, AppObjectType type,
+                                       unsigned char reference) const {
     const std::vector<KeyRef> used = (type % 2) == 1 ? getODF()->getPrKDF()->keyRefs(channel)
                                                      : getODF()->getPuKDF()->keyRefs(channel);
     return std::any_of(used.begin(), used.end(),
@@ -359,9 +369,10 @@ KeyRef P15Application::getFreeKeyReference(AppObjectType type) const {
         APP_THROW(ApplicationException, "unable to get key reference for non-key type");
     }
     const IdRange range = byteKeyIdRange(type);
+    const card::IChannel& channel = boundChannel();
     for (unsigned int kid = range.first; kid <= range.second; ++kid) {
         const unsigned char kidByte = static_cast<unsigned char>(kid);
-        if (!keyReferenceInUse(type, util::encodeKID(kidByte, (type % 2) == 1))) {
+        if (!keyReferenceInUse(channel, type, util::encodeKID(kidByte, (type % 2) == 1))) {
             return makeKeyRef(type, kidByte);
         }
     }
@@ -371,7 +382,6 @@ KeyRef P15Application::getFreeKeyReference(AppObjectType type) const {
 std::pair<KeyRef, KeyRef>
 P15Application::getFreeKeyPairReference(const card::IChannel& channel,
                                         unsigned short modulusBits) const {
-    useChannel(channel);
     AppObjectType privateType;
     switch (modulusBits) {
     case 1024:
@@ -390,7 +400,8 @@ P15Application::getFreeKeyPairReference(const card::IChannel& channel,
     const IdRange range = byteKeyIdRange(privateType);
     for (unsigned int kid = range.first; kid <= range.second; ++kid) {
         const unsigned char reference = util::encodeKID(static_cast<unsigned char>(kid), true);
-        if (keyReferenceInUse(privateType, reference) || keyReferenceInUse(publicType, reference)) {
+        if (keyReferenceInUse(channel, privateType, reference) ||
+            keyReferenceInUse(channel, publicType, reference)) {
             continue;
         }
         KeyRef privateRef = makeKeyRef(privateType, static_cast<unsigned char>(kid));
@@ -405,7 +416,7 @@ P15Application::getFreeKeyPairReference(const card::IChannel& channel,
 mw::ByteBuffer P15Application::updateEncodedAttributes(const fs::P15File* file,
                                                        const mw::ByteBuffer& oldEncoding,
                                                        const mw::ByteBuffer& newEncoding) const {
-    const card::IChannel& channel = currentChannel();
+    const card::IChannel& channel = boundChannel();
     const mw::ByteBuffer& content = file->content(channel);
     if (content.empty()) {
         APP_THROW(ApplicationException,
@@ -547,7 +558,6 @@ void P15Application::wipeRanges(const card::IChannel& channel) const {
 
 void P15Application::wipe(const card::IChannel& channel) {
     mw::Log log(typeid(*this), BOOST_CURRENT_FUNCTION);
-    useChannel(channel);
     if (wipeForce_) {
         wipeRanges(channel);
     } else {

@@ -50,6 +50,24 @@ class P15Application : public IApplication,
 public:
     using IdRange = std::pair<unsigned int, unsigned int>;
 
+    // Lends `channel` to the application for as long as this object lives,
+    // for the operations that take no channel of their own (getFreeFileId,
+    // getFreeKeyReference, updateEncodedAttributes). Whatever is given a
+    // channel and may reach them opens one on the stack; when it ends,
+    // exceptions included, the binding before it is back. The application
+    // must outlive it.
+    class ChannelScope {
+    public:
+        ChannelScope(const P15Application& application, const card::IChannel& channel);
+        ~ChannelScope();
+        ChannelScope(const ChannelScope&) = delete;
+        ChannelScope& operator=(const ChannelScope&) = delete;
+
+    private:
+        const P15Application& application_;
+        const card::IChannel* previous_;
+    };
+
     P15Application(const boost::shared_ptr<const card::IApplet>& applet, const std::string& label,
                    const std::string& configuration);
     P15Application(const boost::shared_ptr<const card::ICard>& card, const std::string& label,
@@ -143,10 +161,9 @@ public:
     // Drops the cached content of a directory file.
     void clearContent(const fs::P15File* file) const;
 
-    // The channel of the latest card operation; directory files write
-    // through it when an object's entry changes.
-    const card::IChannel& currentChannel() const;
-    void useChannel(const card::IChannel& channel) const { channel_ = &channel; }
+    // The channel of the innermost open ChannelScope; an application
+    // exception when none is open.
+    const card::IChannel& boundChannel() const;
 
 private:
     P15Application(const boost::shared_ptr<const card::ICard>& card,
@@ -165,8 +182,9 @@ private:
                            const boost::shared_ptr<File>& (fs::ODF::*file)() const,
                            const char* notYetSupported) const;
     IdRange byteKeyIdRange(fs::AppObjectType type) const;
-    std::vector<mw::ByteBuffer> usedValueFileIds() const;
-    bool keyReferenceInUse(fs::AppObjectType type, unsigned char reference) const;
+    std::vector<mw::ByteBuffer> usedValueFileIds(const card::IChannel& channel) const;
+    bool keyReferenceInUse(const card::IChannel& channel, fs::AppObjectType type,
+                           unsigned char reference) const;
     bool keyFilesExist(const card::IChannel& channel, const card::service::KeyRef& privateKey,
                        const card::service::KeyRef& publicKey) const;
     card::service::KeyRef makeKeyRef(fs::AppObjectType type, unsigned char kid) const;
@@ -201,7 +219,8 @@ private:
     std::map<fs::AppObjectType, unsigned char> fileDescriptors_;
     mutable boost::shared_ptr<fs::ODF> odf_;
     bool wipeForce_ = false;
-    mutable const card::IChannel* channel_ = nullptr;
+    // Set only by ChannelScope, for the operation that opened it.
+    mutable const card::IChannel* boundChannel_ = nullptr;
 };
 
 } // namespace pkcs15

@@ -58,7 +58,6 @@ void P15Application::deleteCardObject(const card::IChannel& channel,
 P15Application::List<app::object::IAuthenticationObject>
 P15Application::getAuthObjects(const card::IChannel& channel) const {
     mw::Log log(typeid(*this), BOOST_CURRENT_FUNCTION);
-    useChannel(channel);
     const auto& pins = getODF()->getAODF()->pins(channel);
     return {pins.begin(), pins.end()};
 }
@@ -71,7 +70,6 @@ P15Application::List<Object>
 P15Application::objectsOf(const card::IChannel& channel,
                           const boost::shared_ptr<File>& (fs::ODF::*file)() const,
                           const char* notYetSupported) const {
-    useChannel(channel);
     const auto& values = ((*getODF()).*file)()->values(channel);
     const bool listsSupportedKind = std::any_of(
         values.begin(), values.end(), [](const auto& value) { return value.choice == 1; });

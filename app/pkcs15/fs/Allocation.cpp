@@ -1,6 +1,7 @@
 #include "app/pkcs15/fs/Allocation.hpp"
 
 #include "app/ApplicationException.hpp"
+#include "app/pkcs15/P15Application.hpp"
 #include "app/pkcs15/fs/CDF.hpp"
 #include "app/pkcs15/fs/DODF.hpp"
 #include "app/pkcs15/fs/DirectoryFile.hpp"
@@ -31,6 +32,8 @@ mw::ByteBuffer freeValueFileId(ODF& odf, const card::IChannel& channel, AppObjec
                                const char* exhaustedText) {
     odf.getCDF()->entries(channel);
     odf.getDODF()->entries(channel);
+    const boost::shared_ptr<const P15Application> application = odf.application();
+    const P15Application::ChannelScope bound(*application, channel);
     try {
         return odf.getFreeFileId(type);
     } catch (const ApplicationException& e) {
@@ -48,6 +51,8 @@ card::service::KeyRef freeKeyReference(const P15File& file, const card::IChannel
         APP_THROW_DATA(InvalidDataException, "invalid modulus size", modulusBits);
     }
     file.entries(channel);
+    const boost::shared_ptr<const P15Application> application = file.application();
+    const P15Application::ChannelScope bound(*application, channel);
     try {
         return file.odf()->getFreeKeyReference(keyType(modulusBits, privateKey));
     } catch (const ApplicationException& e) {

@@ -46,7 +46,6 @@ void P15File::ensureLoaded(const card::IChannel& channel) const {
         return;
     }
     const boost::shared_ptr<const P15Application> app = application();
-    app->useChannel(channel);
     const card::service::IFileAccessService& fileAccess = *app->getFileAccessService();
     const mw::ByteBuffer fileId = getFileId(channel, fileAccess);
     mw::ByteBuffer content;

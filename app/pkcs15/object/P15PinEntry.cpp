@@ -141,7 +141,7 @@ void P15Pin::write(const card::IChannel& channel, const P15Application& applicat
     if (!aodf) {
         APP_THROW(ApplicationException, "failed to get shared ptr from weak ptr");
     }
-    application.useChannel(channel);
+    const P15Application::ChannelScope bound(application, channel);
     if (encoding.size() > encoding_.size() &&
         aodf->contentLength(channel) + (encoding.size() - encoding_.size()) >
             aodf->content(channel).size()) {

@@ -33,6 +33,7 @@ protected:
 
     AppCard card_;
     boost::shared_ptr<P15Application> application_ = card_.application();
+    const P15Application::ChannelScope bound_{*application_, *card_.channel};
 };
 
 TEST_F(Allocation, RangesDifferBetweenCardAndAppletMode) {
@@ -137,6 +138,7 @@ TEST_F(Allocation, KeyReferenceRequestsThatCannotBeMetFailBeforeTheCard) {
 
 TEST_F(Allocation, AppletModeFindsAReferenceButHasNoKeyFileForIt) {
     const auto applet = card_.appletApplication();
+    const P15Application::ChannelScope bound(*applet, *card_.channel);
     EXPECT_APP_ERROR(applet->getFreeKeyReference(fs::RsaPrivateKey1024), app::ApplicationException,
                      "File id range for requested object type not found");
 }

@@ -4,7 +4,9 @@
 #include "app/pkcs15/P15ApplicationPlugin.hpp"
 #include "app/pkcs15/detail/WallClock.hpp"
 #include "app/pkcs15/fs/AODF.hpp"
+#include "app/pkcs15/fs/CDF.hpp"
 #include "app/pkcs15/fs/ODF.hpp"
+#include "app/pkcs15/fs/PrKDF.hpp"
 #include "card/CardException.hpp"
 
 #include <boost/exception/diagnostic_information.hpp>
@@ -16,6 +18,7 @@
 using namespace apptest;
 using app::pkcs15::P15Application;
 using app::pkcs15::P15ApplicationPlugin;
+namespace fs = app::pkcs15::fs;
 
 namespace {
 
@@ -153,13 +156,13 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         ConfigCase{"Empty", "", 0, 0, false},
         ConfigCase{"AllThree",
-                   "[WaitingTime]\nReselect=5000\nPinInfo=1000\n[Objects]\nwipeForce=true\n",
-                   5000, 1000, true},
+                   "[WaitingTime]\nReselect=5000\nPinInfo=1000\n[Objects]\nwipeForce=true\n", 5000,
+                   1000, true},
         ConfigCase{"CapitalisedTrue", "[Objects]\nwipeForce=True\n", 0, 0, false},
         ConfigCase{"NumericTrue", "[Objects]\nwipeForce=1\n", 0, 0, false},
         ConfigCase{"NonNumericTime",
-                   "[WaitingTime]\nReselect=abc\nPinInfo=-7\n[Objects]\nwipeForce=false\n", 0,
-                   -7, false}),
+                   "[WaitingTime]\nReselect=abc\nPinInfo=-7\n[Objects]\nwipeForce=false\n", 0, -7,
+                   false}),
     [](const ::testing::TestParamInfo<ConfigCase>& info) { return info.param.name; });
 
 TEST(Configuration, ThatDoesNotSayWhetherWipingIsForcedIsRefused) {
@@ -252,6 +255,79 @@ TEST(ClearCache, MakesTheNextAccessReadTheCardAgain) {
     application->clearCache();
     application->getODF()->getAODF()->values(*card.channel);
     EXPECT_EQ(card.recorder->sent(0xB0).size(), firstReads);
+}
+
+// A second channel to the same card that counts the commands it carries.
+class CountingChannel : public card::IChannel, public card::ICardTransport {
+public:
+    explicit CountingChannel(const card::ICardTransport& card)
+        : card_(card) {}
+    card::ICardTransport& transport(int) const override {
+        return const_cast<CountingChannel&>(*this);
+    }
+    mw::ByteBuffer getAtr() const override { return card_.getAtr(); }
+    boost::shared_ptr<mw::ByteBuffer> transmit(const card::Apdu& command) const override {
+        ++commands;
+        return card_.transmit(command);
+    }
+    void beginTransaction() const override { card_.beginTransaction(); }
+    void endTransaction() const override { card_.endTransaction(); }
+
+    mutable std::size_t commands = 0;
+
+private:
+    const card::ICardTransport& card_;
+};
+
+const char* const unbound = "no card channel: call this inside an operation that is given one";
+
+TEST(ChannelBinding, AChannelServesOnlyTheOperationThatWasGivenIt) {
+    AppCard card;
+    const auto application = card.application();
+    {
+        CountingChannel passing(*card.recorder);
+        EXPECT_EQ(application->getODF()->getCDF()->getFreeFileId(passing, *card.files(),
+                                                                 fs::CertificateFile),
+                  bytes({0xDF, 0x02, 0xC0, 0x01}));
+        EXPECT_GT(passing.commands, 0u);
+    }
+    // Neither the select's channel nor the destroyed one may serve these.
+    card.recorder->clear();
+    EXPECT_APP_ERROR(application->getFreeFileId(fs::CertificateFile), app::ApplicationException,
+                     unbound);
+    EXPECT_APP_ERROR(application->getFreeKeyReference(fs::RsaPrivateKey1024),
+                     app::ApplicationException, unbound);
+    EXPECT_APP_ERROR(application->getODF()->getPrKDF()->updateEncodedAttributes(
+                         mw::ByteBuffer(), rsaPrivateKeyEntry(0x81, bytes({0x0E, 0x01}))),
+                     app::ApplicationException, unbound);
+    EXPECT_TRUE(card.recorder->sent(0xD6).empty());
+}
+
+TEST(ChannelBinding, ScopesNestAndUnwindOnExceptions) {
+    AppCard card;
+    card.verifyPin(0x01, userPin);
+    const auto application = card.application();
+    const auto& prkdf = *application->getODF()->getPrKDF();
+    const mw::ByteBuffer entry = rsaPrivateKeyEntry(0x81, bytes({0x0E, 0x01}));
+    CountingChannel inner(*card.recorder);
+    {
+        const P15Application::ChannelScope outerScope(*application, *card.channel);
+        {
+            const P15Application::ChannelScope innerScope(*application, inner);
+            prkdf.updateEncodedAttributes(mw::ByteBuffer(), entry);
+        }
+        const std::size_t innerCommands = inner.commands;
+        EXPECT_GT(innerCommands, 0u) << "the entry was written through the inner channel";
+        prkdf.updateEncodedAttributes(entry, rsaPrivateKeyEntry(0x82, bytes({0x0E, 0x02})));
+        EXPECT_EQ(inner.commands, innerCommands) << "the outer operation got its channel back";
+    }
+    // In applet mode the allocation fails inside the scope it opened.
+    const auto applet = card.appletApplication();
+    EXPECT_APP_ERROR(applet->getODF()->getPrKDF()->getFreeKeyReference(inner, *card.files(), 1024),
+                     app::ApplicationException,
+                     "File id range for requested object type not found");
+    EXPECT_APP_ERROR(applet->getFreeKeyReference(fs::RsaPrivateKey1024), app::ApplicationException,
+                     unbound);
 }
 
 } // namespace

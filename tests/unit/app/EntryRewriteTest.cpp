@@ -47,6 +47,7 @@ protected:
 
     AppCard card_;
     boost::shared_ptr<app::pkcs15::P15Application> application_ = card_.application();
+    const app::pkcs15::P15Application::ChannelScope bound_{*application_, *card_.channel};
     const mw::ByteBuffer first_ = rsaPrivateKeyEntry(0x81, bytes({0x0E, 0x01}));
     const mw::ByteBuffer last_ = rsaPrivateKeyEntry(0x82, bytes({0x0E, 0x02}));
 };

@@ -1,0 +1,33 @@
+#ifndef CRYPTOAPI_DETAIL_PKCS1_HPP
+#define CRYPTOAPI_DETAIL_PKCS1_HPP
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace CryptoPP {
+class RSAFunction;
+}
+
+namespace cryptoapi {
+namespace detail {
+
+// The DER bytes of a DigestInfo for the dotted digest OID, up to the hash:
+// SEQUENCE { SEQUENCE { OID, NULL }, OCTET STRING (digestLength bytes) }
+// without the octet string's content.
+std::vector<unsigned char> digestInfoPrefix(const std::string& digestOid, std::size_t digestLength);
+
+// RSASSA-PKCS1-v1_5 verification of a signature over the encoded payload
+// (a DigestInfo, or the bytes as given for rsaEncryption). The expected
+// block 00 01 FF..FF 00 payload is built and compared whole, in constant
+// time, rather than parsed out of the recovered block. A signature longer
+// than the modulus, not below it, or empty does not verify; a shorter one
+// is taken with its leading zero bytes restored.
+bool verifyPkcs1v15(const CryptoPP::RSAFunction& key, const unsigned char* signature,
+                    std::size_t signatureLength, const unsigned char* payload,
+                    std::size_t payloadLength);
+
+} // namespace detail
+} // namespace cryptoapi
+
+#endif

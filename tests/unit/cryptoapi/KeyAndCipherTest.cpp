@@ -1,0 +1,115 @@
+// The RSA key factory's checks on card-supplied key material, and PKCS#1
+// v1.5 enciphering checked by Crypto++'s decryptor.
+#include "TestKey.hpp"
+
+#include "cryptoapi/Cipher.hpp"
+#include "cryptoapi/CryptoException.hpp"
+#include "cryptoapi/KeyFactory.hpp"
+#include "cryptoapi/RSAPublicKey.hpp"
+#include "cryptoapi/RSAPublicKeySpec.hpp"
+
+#include <cryptopp/osrng.h>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace cryptoapi_test;
+using cryptoapi::Cipher;
+
+// An odd number of exactly the given bits: 1, zeros, 1.
+Bytes oddModulus(unsigned int bits) {
+    Bytes modulus((bits + 7) / 8, 0x00);
+    modulus.front() = static_cast<unsigned char>(1u << ((bits - 1) % 8));
+    modulus.back() |= 0x01;
+    return modulus;
+}
+
+mw::AutoPtr<cryptoapi::PublicKey> generate(const Bytes& modulus, const Bytes& exponent) {
+    const mw::AutoPtr<cryptoapi::KeyFactory> factory(
+        cryptoapi::KeyFactory::getInstance("2.5.8.1.1"));
+    const cryptoapi::RSAPublicKeySpec spec(modulus.data(), modulus.size(), exponent.data(),
+                                           exponent.size());
+    return mw::AutoPtr<cryptoapi::PublicKey>(factory->generatePublic(spec));
+}
+
+TEST(RsaKeyFactory, RefusesWhatCannotBeAnRsaPublicKey) {
+    const Bytes f4 = {0x01, 0x00, 0x01};
+    const Bytes modulus = oddModulus(1024);
+    Bytes even = modulus;
+    even.back() = 0x00;
+    const struct {
+        const char* what;
+        Bytes modulus;
+        Bytes exponent;
+    } refused[] = {
+        {"empty modulus", {}, f4},
+        {"even modulus", even, f4},
+        {"511-bit modulus", oddModulus(511), f4},
+        {"8193-bit modulus", oddModulus(8193), f4},
+        {"one-megabyte modulus", Bytes(1 << 20, 0xFF), f4},
+        {"empty exponent", modulus, {}},
+        {"exponent 0", modulus, {0x00}},
+        {"exponent 1", modulus, {0x00, 0x01}},
+        {"even exponent", modulus, {0x01, 0x00, 0x00}},
+        {"exponent equal to the modulus", modulus, modulus},
+    };
+    for (const auto& key : refused) {
+        EXPECT_THROW(generate(key.modulus, key.exponent), cryptoapi::InvalidKeySpecException)
+            << key.what;
+    }
+}
+
+TEST(RsaKeyFactory, TakesTheBoundarySizesAndLeadingZeros) {
+    EXPECT_NO_THROW(generate(oddModulus(512), {0x03}));
+    EXPECT_NO_THROW(generate(oddModulus(8192), {0x03}));
+    const Bytes modulus = oddModulus(1024);
+    Bytes padded = {0x00, 0x00};
+    padded.insert(padded.end(), modulus.begin(), modulus.end());
+    const auto key = generate(padded, {0x00, 0x01, 0x00, 0x01});
+    const auto& rsaKey = dynamic_cast<const cryptoapi::RSAPublicKey&>(*key);
+    EXPECT_EQ(rsaKey.getModulus(), mw::ByteBuffer(modulus.data(), modulus.size()));
+    EXPECT_EQ(rsaKey.getPublicExponent(), mw::ByteBuffer({0x01, 0x00, 0x01}));
+}
+
+Bytes encipher(Cipher& cipher, const Bytes& plain) {
+    std::size_t length = 0;
+    const mw::AutoPtr<unsigned char, mw::ArrayDeallocator> out(
+        cipher.doFinal(length, plain.data(), plain.size()));
+    return Bytes(out.get(), out.get() + length);
+}
+
+Bytes decipher(const Bytes& cipherText) {
+    CryptoPP::AutoSeededRandomPool random;
+    const CryptoPP::RSAES_PKCS1v15_Decryptor decryptor(testKey());
+    Bytes plain(decryptor.MaxPlaintextLength(cipherText.size()));
+    const auto result =
+        decryptor.Decrypt(random, cipherText.data(), cipherText.size(), plain.data());
+    EXPECT_TRUE(result.isValidCoding);
+    plain.resize(result.messageLength);
+    return plain;
+}
+
+// From nothing up to the last byte a block carries (modulus length - 11);
+// one more byte is refused. Random padding: the same text enciphers anew.
+// Deciphering and use before init are refused.
+TEST(RsaCipher, EnciphersUpToOneBlockForThePrivateKeyToRead) {
+    const mw::AutoPtr<Cipher> cipher(Cipher::getInstance("1.2.840.113549.1.1.1"));
+    EXPECT_THROW(encipher(*cipher, bytesOf("abc")), cryptoapi::IllegalStateException);
+    EXPECT_THROW(cipher->init(Cipher::DECRYPT_MODE, *publicTestKey()),
+                 cryptoapi::UnsupportedOperationException);
+    cipher->init(Cipher::ENCRYPT_MODE, *publicTestKey());
+    const std::size_t blockLength = testKey().GetModulus().ByteCount();
+    EXPECT_EQ(cipher->getMaximumInputLength(), blockLength - 11);
+
+    for (std::size_t length : {std::size_t{0}, std::size_t{1}, blockLength - 11}) {
+        const Bytes plain(length, 0xA5);
+        const Bytes cipherText = encipher(*cipher, plain);
+        EXPECT_EQ(cipherText.size(), blockLength);
+        EXPECT_EQ(decipher(cipherText), plain) << length;
+        EXPECT_NE(encipher(*cipher, plain), cipherText);
+    }
+    EXPECT_THROW(encipher(*cipher, Bytes(blockLength - 10)), cryptoapi::IllegalBlockSizeException);
+}
+
+} // namespace

@@ -1,0 +1,137 @@
+// RSA PKCS#1 v1.5 verification of signatures made by Crypto++'s signer.
+#include "TestKey.hpp"
+
+#include "cryptoapi/CryptoException.hpp"
+#include "cryptoapi/Signature.hpp"
+
+#define CRYPTOPP_ENABLE_NAMESPACE_WEAK 1
+#include <cryptopp/md2.h>
+#include <cryptopp/md5.h>
+#include <cryptopp/osrng.h>
+#include <cryptopp/pkcspad.h>
+#include <cryptopp/ripemd.h>
+#include <cryptopp/sha.h>
+
+#include <gtest/gtest.h>
+
+// Crypto++ has no DigestInfo for RIPEMD-128; this one is written out from
+// its OID 1.3.36.3.2.2, independently of the provider's own encoding.
+namespace CryptoPP {
+template <>
+const byte PKCS_DigestDecoration<RIPEMD128>::decoration[] = {
+    0x30, 0x1D, 0x30, 0x09, 0x06, 0x05, 0x2B, 0x24, 0x03, 0x02, 0x02, 0x05, 0x00, 0x04, 0x10};
+template <>
+const unsigned int
+    PKCS_DigestDecoration<RIPEMD128>::length = sizeof(PKCS_DigestDecoration<RIPEMD128>::decoration);
+} // namespace CryptoPP
+
+namespace {
+
+using namespace cryptoapi_test;
+using cryptoapi::Signature;
+
+template <class Hash> Bytes signWith(const Bytes& message) {
+    CryptoPP::AutoSeededRandomPool random;
+    const typename CryptoPP::RSASS<CryptoPP::PKCS1v15, Hash>::Signer signer(testKey());
+    Bytes signature(signer.MaxSignatureLength());
+    signature.resize(signer.SignMessage(random, message.data(), message.size(), signature.data()));
+    return signature;
+}
+
+struct Algorithm {
+    const char* oid;
+    Bytes (*sign)(const Bytes&);
+};
+
+const Algorithm algorithms[] = {
+    {"1.2.840.113549.1.1.2", signWith<CryptoPP::Weak::MD2>},
+    {"1.2.840.113549.1.1.4", signWith<CryptoPP::Weak::MD5>},
+    {"1.3.36.3.3.1.3", signWith<CryptoPP::RIPEMD128>},
+    {"1.3.36.3.3.1.2", signWith<CryptoPP::RIPEMD160>},
+    {"1.2.840.113549.1.1.5", signWith<CryptoPP::SHA1>},
+    {"1.2.840.113549.1.1.14", signWith<CryptoPP::SHA224>},
+    {"1.2.840.113549.1.1.11", signWith<CryptoPP::SHA256>},
+    {"1.2.840.113549.1.1.12", signWith<CryptoPP::SHA384>},
+    {"1.2.840.113549.1.1.13", signWith<CryptoPP::SHA512>},
+};
+
+mw::AutoPtr<Signature> verifier(const std::string& oid) {
+    mw::AutoPtr<Signature> signature(Signature::getInstance(oid));
+    signature->initVerify(*publicTestKey());
+    return signature;
+}
+
+// The message goes in two pieces, as a streaming caller would pass it.
+bool verifies(Signature& object, const Bytes& message, const Bytes& signature) {
+    const std::size_t half = message.size() / 2;
+    object.update(message.data(), half);
+    object.update(message.data() + half, message.size() - half);
+    return object.verify(signature.data(), signature.size());
+}
+
+Bytes flipped(Bytes bytes, std::size_t index) {
+    bytes.at(index) ^= 0x01;
+    return bytes;
+}
+
+class SignatureAlgorithm : public testing::TestWithParam<std::size_t> {};
+
+// One object verifies in turn: a good signature, a flipped bit in it, the
+// good one again (so nothing of the failed attempt lingers), a flipped bit
+// in the message. The next algorithm of the table, whose hash differs,
+// rejects the good signature.
+TEST_P(SignatureAlgorithm, AcceptsGoodSignaturesOnlyUnderTheirOwnHash) {
+    const Algorithm& algorithm = algorithms[GetParam()];
+    const Bytes message = bytesOf("a message signed by the card");
+    const Bytes good = algorithm.sign(message);
+
+    const auto signature = verifier(algorithm.oid);
+    EXPECT_TRUE(verifies(*signature, message, good));
+    EXPECT_FALSE(verifies(*signature, message, flipped(good, good.size() - 1)));
+    EXPECT_TRUE(verifies(*signature, message, good));
+    EXPECT_FALSE(verifies(*signature, flipped(message, 0), good));
+
+    const Algorithm& other = algorithms[(GetParam() + 1) % std::size(algorithms)];
+    EXPECT_FALSE(verifies(*verifier(other.oid), message, good));
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryHash, SignatureAlgorithm,
+                         testing::Range<std::size_t>(0, std::size(algorithms)));
+
+// rsaEncryption hashes nothing: the data is compared as given, so only the
+// full DigestInfo (written out here for SHA-256 of "abc") verifies.
+TEST(RsaEncryptionSignature, ComparesTheDataAsGiven) {
+    const Bytes good = signWith<CryptoPP::SHA256>(bytesOf("abc"));
+    const Bytes hash = fromHex("ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
+    Bytes digestInfo = fromHex("3031300d060960864801650304020105000420");
+    digestInfo.insert(digestInfo.end(), hash.begin(), hash.end());
+
+    const auto signature = verifier("1.2.840.113549.1.1.1");
+    EXPECT_TRUE(verifies(*signature, digestInfo, good));
+    EXPECT_FALSE(verifies(*signature, hash, good));
+    // Data longer than any block of the key: false, and nothing kept of it.
+    EXPECT_FALSE(verifies(*signature, Bytes(1000, 0xFF), good));
+    EXPECT_TRUE(verifies(*signature, digestInfo, good));
+}
+
+// Signatures a hostile card might return are false, never an exception;
+// a signature object used before initVerify throws.
+TEST(MalformedSignature, DoesNotVerify) {
+    const Bytes message = bytesOf("abc");
+    const Bytes good = signWith<CryptoPP::SHA256>(message);
+    Bytes modulus(good.size());
+    testKey().GetModulus().Encode(modulus.data(), modulus.size());
+    Bytes zeroFirst{0x00};
+    zeroFirst.insert(zeroFirst.end(), good.begin(), good.end());
+
+    const auto sha256 = verifier("1.2.840.113549.1.1.11");
+    for (const Bytes& signature : {Bytes{}, Bytes{0x01}, zeroFirst, modulus,
+                                   Bytes(good.size(), 0xFF), Bytes(good.size(), 0x00)}) {
+        EXPECT_FALSE(verifies(*sha256, message, signature)) << signature.size() << " bytes";
+    }
+    const mw::AutoPtr<Signature> uninitialised(Signature::getInstance("1.2.840.113549.1.1.5"));
+    EXPECT_THROW(uninitialised->update(message.data(), message.size()),
+                 cryptoapi::IllegalStateException);
+}
+
+} // namespace
