@@ -159,6 +159,23 @@ TEST_P(PinsThroughThePlugin, ALabelWrittenChangesItsEntryOnly) {
     EXPECT_EQ(aodf(), before);
 }
 
+TEST_P(PinsThroughThePlugin, AnEntryThatNoLongerFitsIsRefusedBeforeTheCardIsTouched) {
+    const mw::ByteBuffer before = aodf();
+    const auto user = pin(0);
+    user->authenticate(*channel_, text(hosttest::userPin));
+    user->setLabel(std::string(before.size(), 'x'));
+    try {
+        repository_->writeCardObject(*channel_, *user);
+        ADD_FAILURE() << "an entry larger than EF(AODF) was written";
+    } catch (const app::OutOfMemoryException& e) {
+        EXPECT_STREQ(*boost::get_error_info<app::ErrorText>(e), "EF(AODF) out of memory");
+    }
+    user->setLabel(std::string(70000, 'x'));
+    EXPECT_APP_ERROR(repository_->writeCardObject(*channel_, *user),
+                     "encoded pin size exceeds 65535 bytes");
+    EXPECT_EQ(aodf(), before);
+}
+
 TEST_P(PinsThroughThePlugin, AWriteWithNothingSetSendsNothing) {
     if (virtualCard_ == nullptr) {
         GTEST_SKIP() << "counts the commands of the in-process card";
