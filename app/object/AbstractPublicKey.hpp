@@ -1,28 +1,13 @@
 #ifndef APP_OBJECT_ABSTRACTPUBLICKEY_HPP
 #define APP_OBJECT_ABSTRACTPUBLICKEY_HPP
 
-#include "app/object/AbstractKey.hpp"
 #include "app/object/IPublicKey.hpp"
+#include "app/object/SubjectKey.hpp"
 
 namespace app {
 namespace object {
 
-class AbstractPublicKey : public virtual IPublicKey, public virtual AbstractKey {
-public:
-    const boost::optional<mw::ByteBuffer>& getSubjectName() const override {
-        return subjectName_.get();
-    }
-    void setSubjectName(const mw::ByteBuffer& name) override { subjectName_.set(name); }
-
-    bool isTouched() const override { return AbstractKey::isTouched() || subjectName_.isTouched(); }
-    void clearTouched() const override {
-        AbstractKey::clearTouched();
-        subjectName_.clearTouched();
-    }
-
-protected:
-    OptionalValue<mw::ByteBuffer> subjectName_;
-};
+class AbstractPublicKey : public SubjectKey<IPublicKey> {};
 
 } // namespace object
 } // namespace app

@@ -1,6 +1,7 @@
 #include "app/ApplicationException.hpp"
 #include "app/SecurityConditions.hpp"
 #include "app/TransformSecurityCondition.hpp"
+#include "app/object/AbstractPrivateKey.hpp"
 #include "app/object/TrackedValue.hpp"
 #include "app/pkcs15/object/CommonAttributes.hpp"
 #include "app/pkcs15/object/P15Pin.hpp"
@@ -80,6 +81,39 @@ TEST(ObjectLattice, OneObjectServesEveryInterface) {
     EXPECT_EQ(asAuth->getObjectClass(), app::object::ICardObject::AuthenticationObject);
     EXPECT_NE(dynamic_cast<const AbstractP15Object*>(object.get()), nullptr);
     EXPECT_TRUE(pin->isTouched());
+}
+
+// The attributes of a private key, before its PKCS#15 class exists.
+class KeyAttributes : public app::object::AbstractPrivateKey {
+public:
+    ObjectClass getObjectClass() const override { return PrivateKeyObject; }
+    std::uint32_t getKeyType() const override { return RsaPrivateKey; }
+    card::service::KeyRef getKeyReference() const override { return {}; }
+};
+
+TEST(CommonKeyAttributes, NativeIsTrueUnlessTheCardSaysFalseAndANewEntryAlwaysCarriesIt) {
+    oss::CommonKeyAttributes read;
+    read.iD = {0x45};
+    read.usage = bits(10, {0x40, 0x40}); // decrypt, nonRepudiation
+    KeyAttributes key;
+    loadCommonKeyAttributes(read, key);
+    EXPECT_TRUE(key.getNative()) << "absent means TRUE";
+    EXPECT_EQ(key.getUsage(), app::object::IKey::Decrypt | app::object::IKey::NonRepudiation);
+    EXPECT_FALSE(key.isTouched());
+    read.native = false;
+    loadCommonKeyAttributes(read, key);
+    EXPECT_FALSE(key.getNative());
+
+    oss::CommonKeyAttributes rewritten = read;
+    key.setAccessFlags(app::object::IKey::Sensitive);
+    storeCommonKeyAttributes(key, Store::Touched, rewritten);
+    EXPECT_TRUE(rewritten.accessFlags == bits(5, {0x80}));
+    EXPECT_TRUE(rewritten.usage == read.usage) << "what was not set keeps its bits";
+
+    oss::CommonKeyAttributes fresh;
+    storeCommonKeyAttributes(KeyAttributes(), Store::All, fresh);
+    EXPECT_TRUE(fresh.native && *fresh.native);
+    EXPECT_TRUE(fresh.usage == bits(10, {0x00, 0x00}));
 }
 
 TEST(FlagWords, EncodeToTheirDeclaredLengthAndRefuseExtraBits) {
