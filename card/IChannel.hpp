@@ -23,6 +23,10 @@ public:
     // another application's commands in between. Nesting is counted.
     virtual void beginTransaction() const = 0;
     virtual void endTransaction() const = 0;
+    // How often another application has reset the card under this
+    // transport; after each, the card's selection and security state have
+    // started over. A transport nobody else can reach never sees one.
+    virtual unsigned long resetCount() const { return 0; }
 };
 
 // The channel to a card that every card operation is given.

@@ -41,13 +41,6 @@ Bytes CardFile::fcp() const {
     return out;
 }
 
-std::size_t CardFile::storageUsed() const {
-    std::size_t used = content.size();
-    for (const auto& file : children)
-        used += file->storageUsed();
-    return used;
-}
-
 CardFile::~CardFile() {
     wipe(content);
 }

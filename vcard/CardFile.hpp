@@ -43,8 +43,6 @@ struct CardFile {
     CardFile& addChild(std::unique_ptr<CardFile> file);
     /// The FCP template 62 { 80, 82, 83, 84, 8A, A1 }.
     Bytes fcp() const;
-    /// Content bytes of this file and all files below it.
-    std::size_t storageUsed() const;
 
     ~CardFile();
 };

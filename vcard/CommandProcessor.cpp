@@ -192,21 +192,21 @@ Response CommandProcessor::verify(const CommandApdu& apdu) {
     if (apdu.p1 == 0xFF) {
         if (!apdu.data.empty())
             throw CardError(sw::wrongLength);
-        status_.clear(apdu.p2);
+        state_.pins.logOut(apdu.p2, status_);
         return {};
     }
     requireP1P2(apdu, 0x00, apdu.p2);
     if (apdu.data.empty())
         state_.pins.checkStatus(apdu.p2, status_);
     else
-        state_.pins.verify(apdu.p2, apdu.data, status_);
+        state_.pins.verify(apdu.p2, apdu.data, status_, store_);
     return {};
 }
 
 Response CommandProcessor::changeReferenceData(const CommandApdu& apdu) {
     requireP1P2(apdu, 0x00, apdu.p2);
     requireData(apdu);
-    state_.pins.change(apdu.p2, apdu.data, status_);
+    state_.pins.change(apdu.p2, apdu.data, status_, store_);
     return {};
 }
 
@@ -214,7 +214,7 @@ Response CommandProcessor::resetRetryCounter(const CommandApdu& apdu) {
     if (apdu.p1 > 0x01)
         throw CardError(sw::wrongP1P2);
     requireData(apdu);
-    state_.pins.unblock(apdu.p2, apdu.data, apdu.p1 == 0x00, status_);
+    state_.pins.unblock(apdu.p2, apdu.data, apdu.p1 == 0x00, status_, store_);
     return {};
 }
 

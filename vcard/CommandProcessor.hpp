@@ -30,6 +30,10 @@ public:
     bool stateChanged() const { return changed_ || state_.pins.changed(); }
     void clearStateChanged();
 
+    /// How the state is stored in the middle of a command: a PIN's lowered retry counter before
+    /// the PIN is compared. Without one, nothing is stored and the comparison goes ahead.
+    void setStore(StoreState store) { store_ = std::move(store); }
+
     /// Warm reset and power-off: nothing verified, no security environment, MF selected.
     void reset();
 
@@ -65,6 +69,7 @@ private:
     std::optional<std::uint8_t> decipheringKey_;
     CryptoPP::AutoSeededRandomPool rng_;
     bool changed_ = false;
+    StoreState store_ = [] { return true; };
 };
 
 } // namespace vcard

@@ -1,5 +1,6 @@
 #include "vcard/FileSystem.hpp"
 
+#include "vcard/CardLimits.hpp"
 #include "vcard/StatusWord.hpp"
 #include "vcard/Tlv.hpp"
 
@@ -30,6 +31,13 @@ CardFile* findByName(CardFile& dir, const Bytes& name) {
         if (CardFile* found = findByName(*file, name))
             return found;
     return nullptr;
+}
+
+int depthOf(const CardFile& file) {
+    int depth = 0;
+    for (const CardFile* above = file.parent; above != nullptr; above = above->parent)
+        ++depth;
+    return depth;
 }
 
 bool nameInUse(CardFile& mf, const Bytes& name) {
@@ -68,7 +76,7 @@ std::unique_ptr<CardFile> fileFromFcp(const Bytes& fcp) {
     if (const Bytes* security = findTlv(tlvs, 0xA1))
         file->security = SecurityAttributes::decode(*security);
     const Bytes* name = findTlv(tlvs, 0x84);
-    if (name != nullptr && (!file->isDf() || name->empty() || name->size() > 16))
+    if (name != nullptr && (!file->isDf() || name->empty() || name->size() > limits::maxDfName))
         throw CardError(sw::wrongData);
     if (file->isDf()) {
         file->name = name ? *name : Bytes{};
@@ -76,11 +84,11 @@ std::unique_ptr<CardFile> fileFromFcp(const Bytes& fcp) {
     }
     unsigned size = twoByteValue(findTlv(tlvs, 0x80));
     if (file->isKeyFile()) {
-        if (!RsaKey::isSupportedSize(size))
+        if (!limits::isSupportedKeySize(size))
             throw CardError(sw::wrongData);
         file->keyBits = size;
     } else {
-        if (size > 0x7FFF)
+        if (size > limits::maxEfSize)
             throw CardError(sw::wrongData);
         file->content.assign(size, 0x00);
     }
@@ -171,7 +179,7 @@ CardFile& FileSystem::create(const Bytes& fcp, const SecurityStatus& status) {
         throw CardError(sw::fileExists);
     if (nameInUse(*mf_, file->name))
         throw CardError(sw::dfNameExists);
-    if (mf_->storageUsed() + file->content.size() > capacity)
+    if (!CardUsage::of(*mf_).excess(*file, depthOf(df) + 1).empty())
         throw CardError(sw::notEnoughMemory);
     return select(df.addChild(std::move(file)));
 }

@@ -11,8 +11,6 @@ namespace vcard {
 class FileSystem {
 public:
     static constexpr std::uint16_t mfFid = 0x3F00;
-    /// Total EF content the card holds; CREATE FILE beyond it is refused with 6A84.
-    static constexpr std::size_t capacity = 1024 * 1024;
 
     /// A card with an empty MF.
     FileSystem();
@@ -36,7 +34,8 @@ public:
     /// The current file as a transparent EF: 6986 without one, 6981 for a key file.
     CardFile& currentEf();
 
-    /// CREATE FILE from an FCP template in the current DF; the new file becomes current.
+    /// CREATE FILE from an FCP template in the current DF; the new file becomes current. A file
+    /// beyond the card's limits (CardLimits.hpp) is refused with 6A84.
     CardFile& create(const Bytes& fcp, const SecurityStatus& status);
     /// DELETE FILE of a child of the current DF (fid given) or of the current file.
     void remove(const Bytes& fid, const SecurityStatus& status);

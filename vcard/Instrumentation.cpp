@@ -52,4 +52,11 @@ void Instrumentation::reachSavePoint(SavePoint point) {
     }
 }
 
+bool Instrumentation::saveStepFails(SavePoint point) {
+    if (!failingStep_ || *failingStep_ != point)
+        return false;
+    failingStep_.reset();
+    return true;
+}
+
 } // namespace vcard

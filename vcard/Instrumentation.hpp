@@ -67,6 +67,11 @@ public:
     void crashAtSavePoint(SavePoint point) { crashPoint_ = point; }
     /// Called by the image writer at each point.
     void reachSavePoint(SavePoint point);
+    /// The step of the next image save that leads to this point fails as an I/O error would
+    /// (a full disk, a read-only folder, a failing directory sync), once.
+    void failSaveStep(SavePoint point) { failingStep_ = point; }
+    /// Called by the image writer after each step: whether to treat it as failed.
+    bool saveStepFails(SavePoint point);
 
 private:
     Counters counters_;
@@ -78,6 +83,7 @@ private:
     std::optional<std::uint8_t> faultIns_;
     std::uint16_t injectedStatusWord_ = 0x6F00;
     std::optional<SavePoint> crashPoint_;
+    std::optional<SavePoint> failingStep_;
 };
 
 } // namespace vcard

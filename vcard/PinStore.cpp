@@ -29,27 +29,28 @@ Pin& PinStore::find(std::uint8_t reference) {
 }
 
 void PinStore::check(std::uint8_t reference, Pin& pin, const Bytes& candidate,
-                     SecurityStatus& status) {
+                     SecurityStatus& status, const StoreState& store) {
     if (pin.triesLeft == 0)
         throw CardError(sw::blocked);
-    if (equalInConstantTime(pin.value, candidate)) {
-        if (pin.triesLeft != pin.maxTries)
-            changed_ = true;
-        pin.triesLeft = pin.maxTries;
-        status.setVerified(reference);
-        return;
-    }
-    changed_ = true;
-    --pin.triesLeft;
     status.clear(reference);
-    throw CardError(sw::triesLeft(pin.triesLeft));
+    --pin.triesLeft;
+    if (!store()) {
+        ++pin.triesLeft; // nothing was compared: no try was used
+        throw CardError(sw::memoryFailure);
+    }
+    if (!equalInConstantTime(pin.value, candidate))
+        throw CardError(sw::triesLeft(pin.triesLeft));
+    pin.triesLeft = pin.maxTries;
+    changed_ = true;
+    status.setVerified(reference);
 }
 
-void PinStore::verify(std::uint8_t reference, const Bytes& value, SecurityStatus& status) {
+void PinStore::verify(std::uint8_t reference, const Bytes& value, SecurityStatus& status,
+                      const StoreState& store) {
     Pin& pin = find(reference);
     if (value.size() != pin.value.size())
         throw CardError(sw::wrongLength);
-    check(reference, pin, value, status);
+    check(reference, pin, value, status, store);
 }
 
 void PinStore::checkStatus(std::uint8_t reference, const SecurityStatus& status) const {
@@ -62,7 +63,13 @@ void PinStore::checkStatus(std::uint8_t reference, const SecurityStatus& status)
         throw CardError(sw::triesLeft(it->second.triesLeft));
 }
 
-void PinStore::change(std::uint8_t reference, const Bytes& oldAndNew, SecurityStatus& status) {
+void PinStore::logOut(std::uint8_t reference, SecurityStatus& status) {
+    find(reference);
+    status.clear(reference);
+}
+
+void PinStore::change(std::uint8_t reference, const Bytes& oldAndNew, SecurityStatus& status,
+                      const StoreState& store) {
     Pin& pin = find(reference);
     const std::size_t length = pin.value.size();
     if (oldAndNew.size() != 2 * length)
@@ -70,7 +77,7 @@ void PinStore::change(std::uint8_t reference, const Bytes& oldAndNew, SecuritySt
     Bytes oldValue = slice(oldAndNew, 0, length);
     Bytes newValue = slice(oldAndNew, length, length);
     try {
-        check(reference, pin, oldValue, status);
+        check(reference, pin, oldValue, status, store);
     } catch (const CardError&) {
         wipe(oldValue);
         wipe(newValue);
@@ -83,7 +90,7 @@ void PinStore::change(std::uint8_t reference, const Bytes& oldAndNew, SecuritySt
 }
 
 void PinStore::unblock(std::uint8_t reference, const Bytes& pukAndNew, bool withNewValue,
-                       SecurityStatus& status) {
+                       SecurityStatus& status, const StoreState& store) {
     Pin& pin = find(reference);
     if (!pin.unblockingPin)
         throw CardError(sw::conditionsNotSatisfied);
@@ -95,7 +102,7 @@ void PinStore::unblock(std::uint8_t reference, const Bytes& pukAndNew, bool with
         throw CardError(sw::wrongLength);
     Bytes pukValue = slice(pukAndNew, 0, pukLength);
     try {
-        check(pukReference, puk, pukValue, status);
+        check(pukReference, puk, pukValue, status, store);
     } catch (const CardError&) {
         wipe(pukValue);
         throw;

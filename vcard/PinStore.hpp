@@ -4,6 +4,7 @@
 #include "vcard/SecurityStatus.hpp"
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 
@@ -20,28 +21,37 @@ struct Pin {
     ~Pin() { wipe(value); }
 };
 
+/// Stores the whole card state as it stands; false when it could not be stored.
+using StoreState = std::function<bool()>;
+
 /// The card-wide PINs and the VERIFY, CHANGE REFERENCE DATA and RESET RETRY COUNTER logic.
-/// Refusals throw CardError; whenever a retry counter or value changed, changed() turns true
-/// first, so that the caller stores even a refused attempt.
+/// Refusals throw CardError. Every comparison of a value is paid for first: the lowered retry
+/// counter is stored through StoreState, and when that fails the value is not compared (6581).
+/// Changes after the comparison turn changed() true, for the caller to store with the command.
 class PinStore {
 public:
     void add(std::uint8_t reference, Pin pin) { pins_[reference] = std::move(pin); }
     const std::map<std::uint8_t, Pin>& pins() const { return pins_; }
 
-    void verify(std::uint8_t reference, const Bytes& value, SecurityStatus& status);
+    void verify(std::uint8_t reference, const Bytes& value, SecurityStatus& status,
+                const StoreState& store);
     /// VERIFY without data: throws 63Cx when not verified, 6983 when blocked.
     void checkStatus(std::uint8_t reference, const SecurityStatus& status) const;
-    void change(std::uint8_t reference, const Bytes& oldAndNew, SecurityStatus& status);
+    /// VERIFY P1 FF: the PIN is no longer verified.
+    void logOut(std::uint8_t reference, SecurityStatus& status);
+    void change(std::uint8_t reference, const Bytes& oldAndNew, SecurityStatus& status,
+                const StoreState& store);
     /// RESET RETRY COUNTER: pukAndNew is the unblocking PIN, then the new value if withNewValue.
     void unblock(std::uint8_t reference, const Bytes& pukAndNew, bool withNewValue,
-                 SecurityStatus& status);
+                 SecurityStatus& status, const StoreState& store);
 
     bool changed() const { return changed_; }
     void clearChanged() { changed_ = false; }
 
 private:
     Pin& find(std::uint8_t reference);
-    void check(std::uint8_t reference, Pin& pin, const Bytes& candidate, SecurityStatus& status);
+    void check(std::uint8_t reference, Pin& pin, const Bytes& candidate, SecurityStatus& status,
+               const StoreState& store);
 
     std::map<std::uint8_t, Pin> pins_;
     bool changed_ = false;

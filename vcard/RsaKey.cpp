@@ -60,6 +60,11 @@ RsaKey RsaKey::generate(CryptoPP::RandomNumberGenerator& rng, unsigned bits) {
 RsaKey RsaKey::fromCrt(const RsaCrtComponents& crt, unsigned bits) {
     const Integer e = toInteger(crt.e), p = toInteger(crt.p), q = toInteger(crt.q);
     const Integer qInv = toInteger(crt.qInv), dp = toInteger(crt.dp), dq = toInteger(crt.dq);
+    // Sizes first: the arithmetic below takes time that grows with the components.
+    const unsigned pBits = p.BitCount(), qBits = q.BitCount();
+    if (pBits + qBits < bits || pBits + qBits > bits + 1 || e.BitCount() > bits ||
+        qInv.BitCount() > pBits || dp.BitCount() > pBits || dq.BitCount() > qBits)
+        throw CardError(sw::wrongData);
     if (p <= Integer::One() || q <= Integer::One() || e <= Integer::One() || p == q)
         throw CardError(sw::wrongData);
     const Integer n = p * q;

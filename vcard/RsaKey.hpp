@@ -21,10 +21,6 @@ struct RsaCrtComponents {
 /// An RSA key pair held in a private key file; the public part alone in a public key file.
 class RsaKey {
 public:
-    static bool isSupportedSize(unsigned bits) {
-        return bits == 1024 || bits == 1536 || bits == 2048;
-    }
-
     /// A new key with public exponent 65537.
     static RsaKey generate(CryptoPP::RandomNumberGenerator& rng, unsigned bits);
     /// Checks that the components form a key of the given size; throws CardError(6A80) if not.

@@ -45,7 +45,9 @@ std::unique_ptr<VirtualCard> VirtualCard::open(const std::string& imagePath) {
 VirtualCard::VirtualCard(CardState state, std::optional<std::string> imagePath)
     : state_(std::move(state))
     , imagePath_(std::move(imagePath))
-    , processor_(state_) {}
+    , processor_(state_) {
+    processor_.setStore([this] { return storeImage(); });
+}
 
 Bytes VirtualCard::atr() const {
     // T=1 only, historical bytes "p15kit", check byte.
@@ -146,21 +148,33 @@ Bytes VirtualCard::processAssembled(CommandApdu apdu) {
     return deliver(std::move(response), apdu.hasLe ? apdu.ne : 256);
 }
 
-void VirtualCard::persist(Response& response) {
-    processor_.clearStateChanged();
+/// Stores the state in the image, if the card has one. Once the new image has replaced the old
+/// one the state counts as stored, even if the directory could not be synced afterwards.
+bool VirtualCard::storeImage() {
     if (!imagePath_)
-        return;
+        return true;
     try {
         CardImage::store(*imagePath_, CardImage::serialise(state_), &instrumentation_);
+    } catch (const ImageNotSynced&) {
     } catch (const ImageError&) {
-        // Memory must not run ahead of the image: fall back to what the image still holds.
-        try {
-            state_ = CardImage::load(*imagePath_);
-        } catch (const ImageError&) {
-        }
-        processor_.reset();
-        response = {{}, sw::memoryFailure};
+        return false;
     }
+    return true;
+}
+
+void VirtualCard::persist(Response& response) {
+    processor_.clearStateChanged();
+    if (storeImage())
+        return;
+    // Memory must not run ahead of the image: fall back to what the image holds. Its retry
+    // counters are never higher than memory's, since a lowered counter is stored before the PIN
+    // is compared.
+    try {
+        state_ = CardImage::load(*imagePath_);
+    } catch (const ImageError&) {
+    }
+    processor_.reset();
+    response = {{}, sw::memoryFailure};
 }
 
 Bytes VirtualCard::deliver(Response response, std::size_t ne) {

@@ -60,6 +60,7 @@ private:
     Bytes getResponse(const CommandApdu& apdu);
     Bytes deliver(Response response, std::size_t ne);
     [[noreturn]] void tearWrite(const Bytes& command);
+    bool storeImage();
     void persist(Response& response);
     void dropTransientData();
 

@@ -24,6 +24,8 @@ constexpr int pollIntervalMs = 200;
 
 /// What an unexpected end of the connection throws inside the bridge.
 struct ConnectionClosed {};
+/// What a stop request throws inside the bridge, whatever it was waiting for.
+struct Stopped {};
 
 std::string errorText(const std::string& what) {
     return what + ": " + std::strerror(errno);
@@ -65,29 +67,35 @@ void VpcdBridge::connect(const std::string& host, std::uint16_t port,
 void VpcdBridge::serve(const std::atomic<bool>& stop) {
     if (socket_ < 0)
         throw BridgeError("the bridge is not connected");
+    stop_ = &stop;
     Bytes message;
-    while (waitReadable(stop) == Wait::Ready && receive(message))
-        handle(message);
+    try {
+        while (receive(message))
+            handle(message);
+    } catch (const Stopped&) {
+    }
 }
 
-VpcdBridge::Wait VpcdBridge::waitReadable(const std::atomic<bool>& stop) const {
-    pollfd fd{socket_, POLLIN, 0};
-    while (!stop) {
+bool VpcdBridge::waitFor(short events) const {
+    pollfd fd{socket_, events, 0};
+    while (!*stop_) {
         int ready = ::poll(&fd, 1, pollIntervalMs);
         if (ready > 0)
-            return Wait::Ready;
+            return true;
         if (ready < 0 && errno != EINTR)
             throw BridgeError(errorText("cannot wait for the vpcd driver"));
     }
-    return Wait::Stopped;
+    return false;
 }
 
 void VpcdBridge::readExactly(std::uint8_t* data, std::size_t size) {
     while (size > 0) {
-        ssize_t got = ::recv(socket_, data, size, 0);
+        if (!waitFor(POLLIN))
+            throw Stopped{};
+        ssize_t got = ::recv(socket_, data, size, MSG_DONTWAIT);
         if (got == 0)
             throw ConnectionClosed{};
-        if (got < 0 && errno == EINTR)
+        if (got < 0 && (errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK))
             continue;
         if (got < 0)
             throw BridgeError(errorText("cannot read from the vpcd driver"));
@@ -116,8 +124,11 @@ void VpcdBridge::send(const Bytes& message) {
     framed.insert(framed.end(), message.begin(), message.end());
     std::size_t sent = 0;
     while (sent < framed.size()) {
-        ssize_t n = ::send(socket_, framed.data() + sent, framed.size() - sent, MSG_NOSIGNAL);
-        if (n < 0 && errno == EINTR)
+        if (!waitFor(POLLOUT))
+            throw Stopped{};
+        ssize_t n = ::send(socket_, framed.data() + sent, framed.size() - sent,
+                           MSG_DONTWAIT | MSG_NOSIGNAL);
+        if (n < 0 && (errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK))
             continue;
         if (n < 0)
             throw BridgeError(errorText("cannot write to the vpcd driver"));

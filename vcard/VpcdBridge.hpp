@@ -35,12 +35,14 @@ public:
     /// Connects, retrying until the driver listens or the timeout passes (BridgeError then).
     void connect(const std::string& host, std::uint16_t port, std::chrono::milliseconds timeout);
 
-    /// Answers the driver until it closes the connection or stop turns true.
+    /// Answers the driver until it closes the connection or stop turns true. Every wait, also in
+    /// the middle of a message either way, looks at stop at least every 200 ms and whenever a
+    /// signal interrupts it, so the bridge stops promptly in every state.
     void serve(const std::atomic<bool>& stop);
 
 private:
-    enum class Wait { Ready, Stopped };
-    Wait waitReadable(const std::atomic<bool>& stop) const;
+    /// Waits until the socket is ready for events; false when stop turned true first.
+    bool waitFor(short events) const;
     bool receive(Bytes& message);
     void send(const Bytes& message);
     void handle(const Bytes& message);
@@ -48,6 +50,7 @@ private:
 
     VirtualCard& card_;
     int socket_ = -1;
+    const std::atomic<bool>* stop_ = nullptr;
 };
 
 } // namespace vcard

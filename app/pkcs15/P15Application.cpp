@@ -442,7 +442,9 @@ mw::ByteBuffer P15Application::updateEncodedAttributes(const fs::P15File* file,
 }
 
 // The file's content with `oldLength` bytes at `offset` replaced by
-// `replacement`; what follows the entries is padding and stays padding.
+// `replacement`. What follows the entries keeps its bytes, except those the
+// new entries take, those they free (padded again), and one padding byte
+// where the entries now end before bytes that would read as more entries.
 mw::ByteBuffer P15Application::spliceEntry(const mw::ByteBuffer& content, std::size_t used,
                                            std::size_t offset, std::size_t oldLength,
                                            const mw::ByteBuffer& replacement) {
@@ -455,12 +457,14 @@ mw::ByteBuffer P15Application::spliceEntry(const mw::ByteBuffer& content, std::s
                   "unable to update encoded attributes for requested file id");
     }
     const unsigned char padding = used < content.size() ? content.get(used) : 0x00;
-    mw::ByteBuffer updated(content.size());
-    std::fill(updated.begin(), updated.end(), padding);
-    std::copy(content.begin(), content.begin() + offset, updated.begin());
-    std::copy(replacement.begin(), replacement.end(), updated.begin() + offset);
+    mw::ByteBuffer updated(content);
     std::copy(content.begin() + offset + oldLength, content.begin() + used,
               updated.begin() + offset + replacement.size());
+    std::copy(replacement.begin(), replacement.end(), updated.begin() + offset);
+    std::fill(updated.begin() + std::min(newUsed, used), updated.begin() + used, padding);
+    if (newUsed < updated.size() && !fs::P15File::isPadding(updated.get(newUsed))) {
+        updated.data()[newUsed] = padding;
+    }
     return updated;
 }
 

@@ -3,6 +3,8 @@
 #include "card/CardException.hpp"
 #include "host/iso7816/Tlv.hpp"
 
+#include <cstdio>
+
 namespace host {
 namespace iso7816 {
 
@@ -31,6 +33,16 @@ std::size_t bigEndian(const mw::ByteBuffer& data, const Tlv& tlv) {
 }
 
 } // namespace
+
+FilePath filePath(const mw::ByteBuffer& absolutePath) {
+    std::string text = "3F00";
+    char hex[8];
+    for (std::size_t i = 0; i + 1 < absolutePath.size(); i += 2) {
+        std::snprintf(hex, sizeof hex, "/%02X%02X", absolutePath.get(i), absolutePath.get(i + 1));
+        text += hex;
+    }
+    return FilePath(text);
+}
 
 Fcp Fcp::parse(const mw::ByteBuffer& answer) {
     const Tlv fcp = expectTlv(answer, fcpTemplate);
@@ -65,8 +77,14 @@ Fcp Fcp::parse(const mw::ByteBuffer& answer) {
             break; // life cycle, security attributes: not the host's business
         }
     }
+    if (fcp.end() != answer.size()) {
+        throwMalformed("FCP followed by other data");
+    }
     if (!hasDescriptor) {
         throwMalformed("FCP without a file descriptor");
+    }
+    if (result.isTransparentEf() && result.size > maxEfSize) {
+        throwMalformed("FCP with a file size beyond 7FFF");
     }
     return result;
 }

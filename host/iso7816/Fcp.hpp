@@ -3,10 +3,18 @@
 
 #include "mw/ByteBuffer.hpp"
 
+#include <boost/exception/info.hpp>
 #include <cstddef>
+#include <string>
 
 namespace host {
 namespace iso7816 {
+
+// The file a card exception is about: its path from the MF in hex,
+// "3F00/5015/5031".
+struct tag_file_path;
+using FilePath = boost::error_info<tag_file_path, std::string>;
+FilePath filePath(const mw::ByteBuffer& absolutePath);
 
 // File control parameters (template 62) as the card profile writes them.
 struct Fcp {
@@ -26,8 +34,12 @@ struct Fcp {
     bool isDf() const { return descriptor == Df; }
     bool isTransparentEf() const { return descriptor == TransparentEf; }
 
+    // The largest transparent EF: READ BINARY offsets have 15 bits.
+    static constexpr std::size_t maxEfSize = 0x7FFF;
+
     // Reads a SELECT answer; anything but a well-formed template 62 with a
-    // file descriptor is a card::InvalidDataException.
+    // file descriptor, alone in the answer, is a card::InvalidDataException
+    // whose text names the field at fault.
     static Fcp parse(const mw::ByteBuffer& answer);
     // The template for CREATE FILE: size, descriptor, file identifier,
     // life cycle "operational" and the security attributes (template A1).

@@ -26,6 +26,13 @@ unsigned char offsetLow(std::size_t offset) {
     return static_cast<unsigned char>(offset);
 }
 
+// Refused before the first command: no EF holds a byte past offset 7FFF.
+void checkReadRange(std::size_t offset, std::size_t length) {
+    if (offset > maxOffset || length > maxOffset + 1 - offset) {
+        MW_THROW(mw::IllegalArgumentException, "file range beyond offset 7FFF");
+    }
+}
+
 } // namespace
 
 FileAccessService::FileAccessService(boost::shared_ptr<FileSelection> selection)
@@ -41,9 +48,13 @@ mw::ByteBuffer FileAccessService::readChunk(const card::IChannel& channel, std::
 mw::ByteBuffer FileAccessService::read(const card::IChannel& channel, std::size_t offset,
                                        std::size_t length) const {
     card::Transaction transaction(channel);
+    selection_->followReset(channel);
     if (length == 0) {
         const std::size_t fileSize = size(channel);
         length = offset < fileSize ? fileSize - offset : 0;
+    }
+    if (length != 0) {
+        checkReadRange(offset, length);
     }
     mw::ByteBuffer content;
     for (std::size_t done = 0; done < length;) {
@@ -66,6 +77,7 @@ void FileAccessService::update(const card::IChannel& channel, std::size_t offset
         return;
     }
     card::Transaction transaction(channel);
+    selection_->followReset(channel);
     IsoCommand("Update Binary", 0xD6, offsetHigh(offset), offsetLow(offset))
         .withData(data)
         .execute(channel);

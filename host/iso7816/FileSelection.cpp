@@ -1,6 +1,7 @@
 #include "host/iso7816/FileSelection.hpp"
 
 #include "card/CardException.hpp"
+#include "card/IChannel.hpp"
 #include "host/iso7816/IsoCommand.hpp"
 #include "mw/Exception.hpp"
 
@@ -28,8 +29,29 @@ bool startsWith(const mw::ByteBuffer& path, const mw::ByteBuffer& prefix) {
     return path.size() >= prefix.size() && std::equal(prefix.begin(), prefix.end(), path.begin());
 }
 
-Fcp parseFcp(const mw::ByteBuffer& answer) {
-    return parseAnswerOf(selectName, [&] { return Fcp::parse(answer); });
+[[noreturn]] void throwMismatch(const char* text) {
+    CARD_THROW(card::InvalidDataException() << card::ErrorText(text));
+}
+
+// The FCP of the file at `absolutePath` (empty for the MF): it must describe
+// that file, or what the host does next would act on another one.
+Fcp parseFcpOf(const mw::ByteBuffer& absolutePath, const mw::ByteBuffer& answer) {
+    try {
+        Fcp fcp = Fcp::parse(answer);
+        const bool isMf = absolutePath.empty();
+        const mw::ByteBuffer fileId = isMf ? mw::ByteBuffer{0x3F, 0x00} : lastFileId(absolutePath);
+        if (isMf && !fcp.isDf()) {
+            throwMismatch("FCP of the MF describes no DF");
+        }
+        if (!fcp.fileId.empty() && fcp.fileId != fileId) {
+            throwMismatch("FCP with another file identifier than selected");
+        }
+        return fcp;
+    } catch (card::CardException& e) {
+        nameCommand(e, selectName);
+        e << filePath(absolutePath);
+        throw;
+    }
 }
 
 mw::ByteBuffer withoutFirstFileId(const mw::ByteBuffer& path) {
@@ -53,7 +75,7 @@ void FileSelection::selectApplication(const card::IChannel& channel, const mw::B
                                       .withData(aid)
                                       .expecting(fullAnswer)
                                       .execute(channel);
-    Fcp fcp = parseFcp(answer);
+    Fcp fcp = parseAnswerOf(selectName, [&] { return Fcp::parse(answer); });
     if (!fcp.isDf() || fcp.fileId.empty()) {
         CARD_THROW(card::InvalidDataException()
                    << card::Command(selectName)
@@ -61,7 +83,9 @@ void FileSelection::selectApplication(const card::IChannel& channel, const mw::B
     }
     applicationDf_ = fcp.fileId;
     currentDf_ = fcp.fileId;
+    currentPath_ = fcp.fileId;
     currentFile_ = std::move(fcp);
+    resetsSeen_ = channel.transport(0).resetCount();
 }
 
 mw::ByteBuffer FileSelection::sendSelectCommand(const card::IChannel& channel,
@@ -76,13 +100,20 @@ mw::ByteBuffer FileSelection::sendSelectCommand(const card::IChannel& channel,
     if (wantFcp) {
         select.expecting(fullAnswer);
     }
-    return select.execute(channel);
+    mw::ByteBuffer answer = select.execute(channel);
+    resetsSeen_ = channel.transport(0).resetCount();
+    return answer;
 }
 
 const Fcp& FileSelection::select(const card::IChannel& channel, const mw::ByteBuffer& path) {
-    const mw::ByteBuffer absolute = absolutePath(path);
-    Fcp fcp = parseFcp(sendSelectCommand(channel, absolute, true));
-    currentDf_ = fcp.isDf() ? absolute : parentPath(absolute);
+    return selectAbsolute(channel, absolutePath(path));
+}
+
+const Fcp& FileSelection::selectAbsolute(const card::IChannel& channel,
+                                         const mw::ByteBuffer& absolutePath) {
+    Fcp fcp = parseFcpOf(absolutePath, sendSelectCommand(channel, absolutePath, true));
+    currentDf_ = fcp.isDf() ? absolutePath : parentPath(absolutePath);
+    currentPath_ = absolutePath;
     currentFile_ = std::move(fcp);
     return *currentFile_;
 }
@@ -93,10 +124,23 @@ void FileSelection::selectDf(const card::IChannel& channel, const mw::ByteBuffer
 }
 
 void FileSelection::enterApplication(const card::IChannel& channel) {
+    followReset(channel);
     if (!applicationDf_ || (currentDf_ && startsWith(*currentDf_, *applicationDf_))) {
         return;
     }
     selectDf(channel, *applicationDf_);
+}
+
+void FileSelection::followReset(const card::IChannel& channel) {
+    const unsigned long resets = channel.transport(0).resetCount();
+    if (resets == resetsSeen_) {
+        return;
+    }
+    resetsSeen_ = resets;
+    currentDf_.reset(); // the card is in the MF
+    if (currentFile_) {
+        selectAbsolute(channel, mw::ByteBuffer(currentPath_));
+    }
 }
 
 mw::ByteBuffer FileSelection::absolutePath(const mw::ByteBuffer& path) const {
@@ -127,6 +171,8 @@ const Fcp& FileSelection::currentFile() const {
 
 void FileSelection::created(const mw::ByteBuffer& parentDf, Fcp fcp) {
     currentDf_ = parentDf;
+    currentPath_ = parentDf;
+    currentPath_.append(fcp.fileId);
     currentFile_ = std::move(fcp);
 }
 

@@ -16,7 +16,8 @@ namespace iso7816 {
 // What the host knows about the card's selection, shared by the services of
 // one card: the application DF (learned from SELECT by DF name), the current
 // DF and the FCP of the last file selected with an answer, so that reading
-// a whole file right after selecting it costs no extra command.
+// a whole file right after selecting it costs no extra command. A reset by
+// another application sends the card back to the MF; the host follows.
 //
 // Paths are handled as absolute paths from the MF without 3F00: a path that
 // starts with 3F00 is taken from the MF; a bare file identifier, a path
@@ -32,6 +33,9 @@ public:
     // Makes the application DF current unless the current DF lies in it
     // already (the card looks key files up from the current DF upwards).
     void enterApplication(const card::IChannel& channel);
+    // After another application reset the card, selects again the file
+    // selected before, so that the next command acts on the same file.
+    void followReset(const card::IChannel& channel);
 
     mw::ByteBuffer absolutePath(const mw::ByteBuffer& path) const;
     const mw::ByteBuffer& applicationDf() const;
@@ -44,10 +48,14 @@ public:
 private:
     mw::ByteBuffer sendSelectCommand(const card::IChannel& channel,
                                      const mw::ByteBuffer& absolutePath, bool wantFcp);
+    const Fcp& selectAbsolute(const card::IChannel& channel, const mw::ByteBuffer& absolutePath);
 
     std::optional<mw::ByteBuffer> applicationDf_;
     std::optional<mw::ByteBuffer> currentDf_;
     std::optional<Fcp> currentFile_;
+    mw::ByteBuffer currentPath_; // of currentFile_
+    // The transport's reset count when the card's selection was last known.
+    unsigned long resetsSeen_ = 0;
 };
 
 // `path` without its last file identifier.

@@ -13,7 +13,6 @@ namespace {
 using namespace card::service;
 
 constexpr unsigned char keyIdMask = 0x7F;
-constexpr std::size_t maxEfSize = 0x7FFF;
 
 Fcp keyFileFcp(const KeyRef& key, Fcp::Descriptor descriptor, unsigned char prefix) {
     Fcp fcp;
@@ -39,7 +38,7 @@ void FileSystemService::createFile(const card::IChannel& channel,
                                    const IFileCreationParams& params) const {
     card::Transaction transaction(channel);
     if (const auto* data = dynamic_cast<const DataObjectCreateParams*>(&params)) {
-        if (data->size() > maxEfSize) {
+        if (data->size() > Fcp::maxEfSize) {
             MW_THROW(mw::IllegalArgumentException, "file size beyond 7FFF bytes");
         }
         const mw::ByteBuffer path = selection_->absolutePath(data->path());

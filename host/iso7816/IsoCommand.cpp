@@ -48,13 +48,16 @@ Response transmit(const card::IChannel& channel, const mw::ByteBuffer& bytes, co
     return response;
 }
 
-// Sends the APDU that `build` makes for an expected length, and once more
-// with the length the card asks for when it answers 6Cxx.
+// Sends the APDU that `build` makes for an expected length. A card that
+// answers 6Cxx names the length it has; a command that asked for data
+// (carried an Le) is sent once more with that length. Nothing else is ever
+// repeated: a VERIFY would present its PIN twice, and the last part of a
+// chain would be taken as a new command on its own.
 template <class Build>
 Response transmitWithLeRetry(const card::IChannel& channel, const Build& build, std::size_t ne,
                              const char* name) {
     Response response = transmit(channel, build(ne), name);
-    if (sw1(response.sw) == 0x6C) {
+    if (ne != 0 && sw1(response.sw) == 0x6C) {
         response = transmit(channel, build(lengthOf(response.sw)), name);
     }
     return response;
@@ -136,6 +139,9 @@ Response IsoCommand::sendFinalPart(const card::IChannel& channel) const {
     const std::size_t length = remainder == 0 ? std::min(data_.size(), maxShortData) : remainder;
     const std::size_t offset = data_.size() - length;
     const auto build = [&](std::size_t ne) { return apdu(claLast, offset, length, ne); };
+    if (offset != 0) { // the tail of a chain
+        return transmit(channel, build(ne_), name_);
+    }
     return transmitWithLeRetry(channel, build, ne_, name_);
 }
 

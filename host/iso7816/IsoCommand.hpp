@@ -22,7 +22,8 @@ struct Response {
 // One ISO 7816-4 command as the card layer means it, before it is cut into
 // short APDUs: data over 255 bytes goes out as a command chain, an answer
 // over 256 bytes comes back through GET RESPONSE (61xx), and a wrong Le
-// (6Cxx) is repeated with the length the card names. The data may be a
+// (6Cxx) to a command that asked for data is repeated once with the length
+// the card names; any other command is never sent twice. The data may be a
 // secret; it lives only in wiping buffers.
 class IsoCommand {
 public:

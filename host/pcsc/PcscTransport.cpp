@@ -30,9 +30,11 @@ void check(LONG rv) {
 
 } // namespace
 
-PcscTransport::PcscTransport(std::shared_ptr<const PcscContext> context, std::string reader)
+PcscTransport::PcscTransport(std::shared_ptr<const PcscContext> context, std::string reader,
+                             OnRelease onRelease)
     : context_(std::move(context))
-    , reader_(std::move(reader)) {
+    , reader_(std::move(reader))
+    , onRelease_(onRelease) {
     check(SCardConnect(context_->handle(), reader_.c_str(), SCARD_SHARE_SHARED, anyProtocol, &card_,
                        &protocol_));
 }
@@ -41,11 +43,12 @@ PcscTransport::~PcscTransport() {
     if (transactionDepth_ > 0) {
         SCardEndTransaction(card_, SCARD_LEAVE_CARD);
     }
-    SCardDisconnect(card_, SCARD_LEAVE_CARD);
+    SCardDisconnect(card_, onRelease_ == OnRelease::LogOut ? SCARD_RESET_CARD : SCARD_LEAVE_CARD);
 }
 
 void PcscTransport::reconnect() const {
     check(SCardReconnect(card_, SCARD_SHARE_SHARED, anyProtocol, SCARD_LEAVE_CARD, &protocol_));
+    ++resets_;
     // The reset ended the transaction this transport held.
     if (transactionDepth_ > 0) {
         check(SCardBeginTransaction(card_));
@@ -115,7 +118,7 @@ void PcscTransport::endTransaction() const {
 }
 
 std::unique_ptr<PcscTransport> connectReader(const std::string& readerName,
-                                             std::chrono::milliseconds wait) {
+                                             std::chrono::milliseconds wait, OnRelease onRelease) {
     auto context = std::make_shared<PcscContext>();
     const std::vector<std::string> readers = context->listReaders();
     const auto reader = std::find_if(readers.begin(), readers.end(), [&](const std::string& name) {
@@ -127,7 +130,7 @@ std::unique_ptr<PcscTransport> connectReader(const std::string& readerName,
     if (!context->waitForCard(*reader, wait)) {
         throw std::runtime_error("no card in " + *reader);
     }
-    return std::make_unique<PcscTransport>(context, *reader);
+    return std::make_unique<PcscTransport>(context, *reader, onRelease);
 }
 
 } // namespace host

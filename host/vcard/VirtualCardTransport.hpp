@@ -2,6 +2,7 @@
 #define HOST_VCARD_VIRTUALCARDTRANSPORT_HPP
 
 #include "card/IChannel.hpp"
+#include "host/CardRelease.hpp"
 
 #include <memory>
 
@@ -12,11 +13,16 @@ class VirtualCard;
 namespace host {
 
 // The virtual card in the host's own process. Nobody else can reach it, so
-// transactions cost nothing.
+// transactions cost nothing. The card may outlive the transport, as a real
+// card outlives a reader connection: releasing the transport resets it
+// unless told to keep the login.
 class VirtualCardTransport : public card::ICardTransport {
 public:
-    explicit VirtualCardTransport(std::unique_ptr<vcard::VirtualCard> card);
+    explicit VirtualCardTransport(std::shared_ptr<vcard::VirtualCard> card,
+                                  OnRelease onRelease = onReleaseFromEnvironment());
     ~VirtualCardTransport() override;
+    VirtualCardTransport(const VirtualCardTransport&) = delete;
+    VirtualCardTransport& operator=(const VirtualCardTransport&) = delete;
 
     mw::ByteBuffer getAtr() const override;
     // A card that stopped answering is a card::CardException "card removed".
@@ -27,7 +33,8 @@ public:
     vcard::VirtualCard& virtualCard() const { return *card_; }
 
 private:
-    std::unique_ptr<vcard::VirtualCard> card_;
+    std::shared_ptr<vcard::VirtualCard> card_;
+    OnRelease onRelease_;
 };
 
 } // namespace host

@@ -94,6 +94,45 @@ TEST_F(EntryRewrite, ANewEntryGoesAfterTheLastOneAndAnUnchangedOneWritesNothing)
     EXPECT_TRUE(card_.recorder->sent(0xD6).empty());
 }
 
+TEST_F(EntryRewrite, BytesAfterTheEntriesStayUnlessTheEntriesNeedThem) {
+    const mw::ByteBuffer entries = concat({first_, ecPrivateKeyEntry(), last_});
+    mw::ByteBuffer junk(64); // left behind by some other writer; reads like entries
+    std::fill(junk.begin(), junk.end(), 0x5A);
+    card_.writeFile(prkdfFile, concat({entries, bytes({0xFF, 0xFF, 0xFF}), junk}));
+    application_->clearCache();
+    const mw::ByteBuffer before = card_.readFile(prkdfFile);
+
+    const mw::ByteBuffer shorter = rsaPrivateKeyEntry(0x81, bytes({0x01}));
+    const std::size_t freed = first_.size() - shorter.size();
+    ASSERT_GT(freed, 0u);
+    prkdf().updateEncodedAttributes(first_, shorter);
+    mw::ByteBuffer freedPadding(freed);
+    std::fill(freedPadding.begin(), freedPadding.end(), 0xFF);
+    const mw::ByteBuffer shrunk =
+        concat({shorter, ecPrivateKeyEntry(), last_, freedPadding,
+                before.get(entries.size(), before.size() - entries.size())});
+    EXPECT_EQ(card_.readFile(prkdfFile), shrunk) << "freed bytes take the file's own padding";
+
+    // Longer than the padding: the new entry runs into the junk, which must
+    // then be cut off by one padding byte and otherwise stay.
+    const mw::ByteBuffer added = rsaPrivateKeyEntry(0x83, bytes({0x0E, 0x03}));
+    const std::size_t used = entries.size() - freed;
+    ASSERT_GT(added.size(), freed + 3);
+    card_.recorder->clear();
+    prkdf().updateEncodedAttributes(mw::ByteBuffer(), added);
+    mw::ByteBuffer grown = shrunk;
+    std::copy(added.begin(), added.end(), grown.begin() + used);
+    grown.data()[used + added.size()] = 0xFF;
+    EXPECT_EQ(card_.readFile(prkdfFile), grown);
+    const std::vector<mw::ByteBuffer> updates = card_.recorder->sent(0xD6);
+    ASSERT_EQ(updates.size(), 1u);
+    EXPECT_EQ(updateOf(updates[0]).first, used);
+    EXPECT_EQ(updateOf(updates[0]).second.size(), added.size() + 1);
+
+    prkdf().clearContent();
+    EXPECT_EQ(prkdf().values(*card_.channel).size(), 4u);
+}
+
 TEST_F(EntryRewrite, RefusalsLeaveTheFileAsItWas) {
     const mw::ByteBuffer before = card_.readFile(prkdfFile);
     EXPECT_APP_ERROR(

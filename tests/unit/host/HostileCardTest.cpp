@@ -1,5 +1,6 @@
 // A hostile or broken card, played by a scripted transport: truncated and
 // garbage answers end in clear exceptions, never in a hang or a crash.
+#include "CardFixture.hpp"
 #include "TestKeys.hpp"
 #include "card/Apdu.hpp"
 #include "card/CardException.hpp"
@@ -9,7 +10,9 @@
 #include "host/Channel.hpp"
 #include "host/iso7816/Applet.hpp"
 #include "host/iso7816/Card.hpp"
+#include "host/iso7816/Fcp.hpp"
 #include "host/iso7816/SecurityAttributes.hpp"
+#include "mw/Exception.hpp"
 
 #include <boost/exception/get_error_info.hpp>
 #include <boost/make_shared.hpp>
@@ -101,13 +104,53 @@ TEST_F(HostileCardTest, TruncatedOrMissingAnswersAreInvalidData) {
     expectInvalidData([&] { selectFile(); }, "Select");
 }
 
-TEST_F(HostileCardTest, GarbageFcpIsInvalidData) {
-    play({{0x62, 0x05, 0x82, 0x90, 0x00}}); // length beyond the data
-    expectInvalidData([&] { selectFile(); }, "Select");
-    play({{0x62, 0x04, 0x83, 0x02, 0x50, 0x31, 0x90, 0x00}}); // no descriptor
-    expectInvalidData([&] { selectFile(); }, "Select");
-    play({{0x6F, 0x00, 0x90, 0x00}}); // not an FCP
-    expectInvalidData([&] { selectFile(); }, "Select");
+// Each FCP fails the SELECT at once, naming the file and the field.
+TEST_F(HostileCardTest, MalformedFcpFailsTheSelectNamingFileAndField) {
+    const struct {
+        ByteBuffer answer;
+        const char* text;
+    } cases[] = {
+        {{0x62, 0x05, 0x82, 0x90, 0x00}, "malformed TLV data from the card"},
+        {{0x62, 0x03, 0x82, 0x03, 0x01, 0x00, 0x00, 0x90, 0x00},
+         "malformed TLV data from the card"},
+        {{0x6F, 0x03, 0x82, 0x01, 0x01, 0x90, 0x00}, "malformed TLV data from the card"},
+        {{0x62, 0x04, 0x83, 0x02, 0x50, 0x31, 0x90, 0x00}, "FCP without a file descriptor"},
+        {{0x62, 0x07, 0x80, 0x02, 0x80, 0x00, 0x82, 0x01, 0x01, 0x90, 0x00},
+         "FCP with a file size beyond 7FFF"},
+        {{0x62, 0x08, 0x80, 0x03, 0x00, 0x00, 0x20, 0x82, 0x01, 0x01, 0x90, 0x00},
+         "FCP with a malformed file size"},
+        {{0x62, 0x06, 0x82, 0x01, 0x01, 0x83, 0x01, 0x50, 0x90, 0x00},
+         "FCP with a malformed file identifier"},
+        {{0x62, 0x07, 0x82, 0x01, 0x01, 0x83, 0x02, 0x50, 0x32, 0x90, 0x00},
+         "FCP with another file identifier than selected"},
+        {{0x62, 0x03, 0x82, 0x01, 0x01, 0x00, 0x90, 0x00}, "FCP followed by other data"},
+    };
+    for (const auto& c : cases) {
+        play({c.answer});
+        try {
+            selectFile();
+            ADD_FAILURE() << "accepted: " << c.text;
+        } catch (const card::InvalidDataException& e) {
+            const char* const* text = boost::get_error_info<card::ErrorText>(e);
+            EXPECT_STREQ(text ? *text : "", c.text);
+            const std::string* file = boost::get_error_info<host::iso7816::FilePath>(e);
+            EXPECT_EQ(file ? *file : "", "3F00/5015/5031") << c.text;
+            EXPECT_EQ(sent_.size(), 1u);
+        }
+    }
+    // The largest size a READ BINARY offset reaches is taken.
+    play({{0x62, 0x07, 0x80, 0x02, 0x7F, 0xFF, 0x82, 0x01, 0x01, 0x90, 0x00}});
+    selectFile();
+    const auto files = service<card::service::IFileAccessService>("FileAccessService");
+    EXPECT_EQ(files->size(*channel_), 0x7FFFu);
+    EXPECT_THROW(files->read(*channel_, 0x7F00, 0x101), mw::IllegalArgumentException);
+    EXPECT_EQ(sent_.size(), 1u);
+    script_ = {{0xAB, 0x90, 0x00}};
+    EXPECT_EQ(files->read(*channel_, 0x7FFF, 1), ByteBuffer{0xAB});
+    EXPECT_EQ(sent_.back(), (ByteBuffer{0x00, 0xB0, 0x7F, 0xFF, 0x01}));
+
+    play({{0x62, 0x03, 0x82, 0x01, 0x01, 0x90, 0x00}}); // the MF as an EF
+    expectInvalidData([&] { files->select(*channel_, {0x3F, 0x00}); }, "Select");
     play({{0x62, 0x03, 0x82, 0x01, 0x01, 0x90, 0x00}}); // an EF as the application
     expectInvalidData([&] { card_->selectApplication(*channel_, host::iso7816::pkcs15Aid()); },
                       "Select");
@@ -141,6 +184,14 @@ TEST_F(HostileCardTest, WrongLeAndGetResponseAreFollowed) {
     EXPECT_EQ(sent_[0], (ByteBuffer{0x00, 0xCA, 0x01, 0xA0, 0x00}));
     EXPECT_EQ(sent_[1], (ByteBuffer{0x00, 0xCA, 0x01, 0xA0, 0x0D}));
     EXPECT_EQ(sent_[2], (ByteBuffer{0x00, 0xC0, 0x00, 0x00, 0x00}));
+
+    // A card that keeps asking gets one more try only.
+    play({{0x62, 0x07, 0x80, 0x02, 0x00, 0x20, 0x82, 0x01, 0x01, 0x90, 0x00}, {0x6C, 0x05}});
+    selectFile();
+    const auto files = service<card::service::IFileAccessService>("FileAccessService");
+    EXPECT_CARD_ERROR(files->read(*channel_, 0, 8), "Read Binary", 0x6C05);
+    ASSERT_EQ(sent_.size(), 3u);
+    EXPECT_EQ(sent_[2], (ByteBuffer{0x00, 0xB0, 0x00, 0x00, 0x05}));
 }
 
 TEST_F(HostileCardTest, MalformedAlgorithmListsAndKeyTemplatesAreInvalidData) {
@@ -173,6 +224,11 @@ TEST_F(HostileCardTest, ChainedCommandStopsAtTheFirstRefusedPart) {
     ASSERT_EQ(sent_.size(), 1u);
     EXPECT_EQ(sent_[0].get(0), 0x10);
     EXPECT_EQ(sent_[0].get(4), 0xFF);
+
+    // Repeating the last part alone would write it at the chain's offset.
+    play({{0x90, 0x00}, {0x6C, 0x10}});
+    EXPECT_CARD_ERROR(files->update(*channel_, 0, ByteBuffer(300)), "Update Binary", 0x6C10);
+    EXPECT_EQ(sent_.size(), 2u);
 }
 
 TEST(SecurityAttributesTest, ModesBecomeTheProfilesExpressions) {

@@ -4,14 +4,18 @@
 #include "TestKeys.hpp"
 
 #include "card/CardException.hpp"
+#include "host/vcard/VirtualCardTransport.hpp"
 #include "vcard/VirtualCard.hpp"
 
 #include <boost/exception/get_error_info.hpp>
+#include <boost/make_shared.hpp>
+#include <functional>
 
 namespace hosttest {
 namespace {
 
 using namespace card::service;
+using card::service::PinInfo;
 using Fault = vcard::Instrumentation::Fault;
 
 class InProcessCardTest : public CardTest {
@@ -77,6 +81,39 @@ TEST_P(InProcessCardTest, KeyCommandsSelectTheApplicationOnlyWhenOutsideIt) {
     EXPECT_EQ(commandsSince(before), 2u);
 }
 
+// A card answering 6Cxx to a command that carried no Le must not get the
+// command (and the PIN in it) a second time.
+TEST_P(InProcessCardTest, WrongLengthIsNeverRepeatedForPinCommands) {
+    const mw::ByteBuffer pin = paddedPin(userPin);
+    const PinReference user = pinReference(0x01);
+    const std::pair<unsigned char, std::function<void()>> commands[] = {
+        {0x20, [&] { pins()->authenticate(*channel_, user, pin); }},
+        {0x24, [&] { pins()->change(*channel_, user, pin, pin); }},
+        {0x2C, [&] { pins()->unblockAndChange(*channel_, user, paddedPin(puk), pin); }},
+    };
+    for (const auto& [ins, command] : commands) {
+        virtualCard_->instrumentation().injectStatusWord(ins, 0x6C08);
+        const std::uint64_t before = this->commands();
+        try {
+            command();
+            ADD_FAILURE() << "6C08 taken as success for INS " << int(ins);
+        } catch (const card::CardException& e) {
+            EXPECT_EQ(statusOf(e), 0x6C08);
+        }
+        EXPECT_EQ(commandsSince(before), 1u) << "INS " << int(ins);
+    }
+    EXPECT_EQ(pins()->getPinInfo(*channel_, user).state, PinInfo::NotVerified);
+}
+
+TEST_P(InProcessCardTest, WrongLengthRepeatsAReadOnceWithTheCardsLength) {
+    files()->select(*channel_, {0x50, 0x32});
+    const mw::ByteBuffer expected = files()->read(*channel_, 0, 16);
+    virtualCard_->instrumentation().injectStatusWord(0xB0, 0x6C10);
+    const std::uint64_t before = commands();
+    EXPECT_EQ(files()->read(*channel_, 0, 16), expected);
+    EXPECT_EQ(commandsSince(before), 2u);
+}
+
 TEST_P(InProcessCardTest, CardRemovedInTheMiddleOfAReadIsAClearError) {
     files()->select(*channel_, {0x44, 0x04});
     virtualCard_->instrumentation().injectFault(5, Fault::CardRemoved);
@@ -93,6 +130,32 @@ TEST_P(InProcessCardTest, CardRemovedInTheMiddleOfAReadIsAClearError) {
     }
     // The card stays away: the next command fails the same way at once.
     EXPECT_THROW(files()->select(*channel_, {0x50, 0x31}), card::CardException);
+}
+
+// The user PIN's state as a host sees it that connects to `card` after
+// another host, which verified the PIN, let the card go with `onRelease`.
+unsigned short userPinAfterRelease(const std::shared_ptr<vcard::VirtualCard>& card,
+                                   host::OnRelease onRelease) {
+    const auto session = [&](host::OnRelease release) {
+        const auto channel = boost::make_shared<host::Channel>(
+            std::make_unique<host::VirtualCardTransport>(card, release));
+        auto applet = boost::make_shared<host::iso7816::Card>(channel);
+        applet->selectApplication(*channel, host::iso7816::pkcs15Aid());
+        return std::make_pair(channel, boost::dynamic_pointer_cast<IPinManagementService>(
+                                           applet->getInterface("PinManagementService")));
+    };
+    {
+        const auto [channel, pins] = session(onRelease);
+        pins->authenticate(*channel, pinReference(0x01), paddedPin(userPin));
+    }
+    const auto [channel, pins] = session(host::OnRelease::KeepLogin);
+    return pins->getPinInfo(*channel, pinReference(0x01)).state;
+}
+
+TEST(VirtualCardReleaseTest, ReleasedTransportLogsOutUnlessToldToKeepTheLogin) {
+    const std::shared_ptr<vcard::VirtualCard> card = vcard::VirtualCard::personalised();
+    EXPECT_EQ(userPinAfterRelease(card, host::OnRelease::LogOut), PinInfo::NotVerified);
+    EXPECT_EQ(userPinAfterRelease(card, host::OnRelease::KeepLogin), PinInfo::Verified);
 }
 
 INSTANTIATE_TEST_SUITE_P(VirtualCard, InProcessCardTest,

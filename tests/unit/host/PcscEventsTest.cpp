@@ -3,11 +3,14 @@
 #include "CardFixture.hpp"
 
 #include "host/pcsc/PcscContext.hpp"
+#include "host/pcsc/PcscTransport.hpp"
 
 #include <boost/exception/get_error_info.hpp>
+#include <boost/make_shared.hpp>
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace hosttest {
@@ -46,13 +49,50 @@ protected:
     std::string reader_;
 };
 
-TEST_P(PcscEventsTest, CardResetByAnotherApplicationIsReconnected) {
+TEST_P(PcscEventsTest, CardResetByAnotherApplicationIsReconnectedAndReselected) {
+    files()->select(*channel_, {0x50, 0x32});
+    const mw::ByteBuffer tokenInfo = files()->read(*channel_, 0, 0);
     verifyUserPin();
     resetFromOutside();
-    // The reset dropped the verified state; the command after it still runs.
+    // The reset dropped the verified state and sent the card to the MF; the
+    // host reads on from the file it had selected.
+    EXPECT_EQ(files()->read(*channel_, 0, 0), tokenInfo);
     EXPECT_EQ(pins()->getPinInfo(*channel_, pinReference(0x01)).state, PinInfo::NotVerified);
-    files()->select(*channel_, {0x50, 0x32});
-    EXPECT_EQ(files()->read(*channel_, 0, 0).size(), 512u);
+}
+
+// Another process connects with `onRelease`, verifies the user PIN and ends.
+void verifyInAnotherProcess(const std::string& reader, host::OnRelease onRelease) {
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        int status = 1;
+        try {
+            const auto channel = boost::make_shared<host::Channel>(
+                host::connectReader(reader, std::chrono::seconds(10), onRelease));
+            host::iso7816::Card card(channel);
+            card.selectApplication(*channel, host::iso7816::pkcs15Aid());
+            boost::dynamic_pointer_cast<card::service::IPinManagementService>(
+                card.getInterface("PinManagementService"))
+                ->authenticate(*channel, pinReference(0x01), paddedPin(userPin));
+            status = 0;
+        } catch (...) {
+        }
+        _exit(status);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "the other process failed";
+}
+
+TEST_P(PcscEventsTest, PinVerifiedByAnEndedProcessIsLoggedOut) {
+    files()->select(*channel_, {0x50, 0x32}); // TokenInfo, updated with the user PIN
+    const mw::ByteBuffer first = files()->read(*channel_, 0, 1);
+    verifyInAnotherProcess(reader_, host::OnRelease::LogOut);
+    EXPECT_CARD_ERROR(files()->update(*channel_, 0, first), "Update Binary", 0x6982);
+
+    verifyInAnotherProcess(reader_, host::OnRelease::KeepLogin);
+    EXPECT_EQ(pins()->getPinInfo(*channel_, pinReference(0x01)).state, PinInfo::Verified);
+    pins()->deauthenticate(*channel_, pinReference(0x01));
 }
 
 // Stops the bridge the pcscd fixture started and starts a new one when done,

@@ -2,7 +2,10 @@
 
 #include "CardTestSupport.hpp"
 
+#include "vcard/CardImage.hpp"
 #include "vcard/Tlv.hpp"
+
+#include <functional>
 
 namespace vcard::test {
 namespace {
@@ -167,6 +170,67 @@ TEST_F(FileCommands, CardMemoryIsBounded) {
     }
     EXPECT_EQ(status, 0x6A84);
     EXPECT_LT(created, 100);
+}
+
+std::string fidOf(unsigned fid) {
+    return toHex({static_cast<std::uint8_t>(fid >> 8), static_cast<std::uint8_t>(fid)});
+}
+
+std::size_t filesIn(const CardFile& root) {
+    std::size_t count = 1;
+    for (const auto& child : root.children)
+        count += filesIn(*child);
+    return count;
+}
+
+// Whatever CREATE FILE accepts, the image loader loads again: the card refuses with 6A84 where
+// the loader's limits lie, and the card it built still loads.
+class CardLimitsTest : public FileCommands {
+protected:
+    void SetUp() override {
+        selectApplication();
+        verifyUserPin();
+        ASSERT_EQ(sw("00A4000C 02 DF02"), 0x9000); // at depth 2, open to the user PIN
+    }
+    void TearDown() override {
+        EXPECT_NO_THROW(CardImage::parse(CardImage::serialise(card->state()), "the built card"));
+    }
+    /// Creates files with the FCP tags of make(fid) in DF02 until the card refuses (6A84).
+    int createUntilFull(const std::function<std::string(const std::string&)>& make) {
+        for (int created = 0;; ++created) {
+            EXPECT_EQ(sw("00A4000C 02 DF02"), 0x9000);
+            const std::uint16_t status = sw(createFile(make(fidOf(0xC000 + created)), "A0029000"));
+            if (status != 0x9000) {
+                EXPECT_EQ(status, 0x6A84);
+                return created;
+            }
+        }
+    }
+};
+
+TEST_F(CardLimitsTest, NestingStopsAtTheLoadersDepth) {
+    int level = 3;
+    for (; level < 20; ++level) {
+        const std::uint16_t status =
+            sw(createFile("820138 8302" + fidOf(0xD000 + level), "A103880101"));
+        if (status != 0x9000)
+            break;
+    }
+    EXPECT_EQ(level, 17); // DFs down to depth 16, then 6A84
+    EXPECT_EQ(sw(createFile("80020001 820101 8302E001", "A0029000")), 0x6A84);
+}
+
+TEST_F(CardLimitsTest, EveryFileCountsEvenWithoutContent) {
+    const std::size_t before = filesIn(card->state().files.mf());
+    const int created =
+        createUntilFull([](const std::string& fid) { return "80020000 820101 8302" + fid; });
+    EXPECT_EQ(before + static_cast<std::size_t>(created), 4096u);
+}
+
+TEST_F(CardLimitsTest, KeyFilesAreCounted) {
+    const int created =
+        createUntilFull([](const std::string& fid) { return "80020400 820111 8302" + fid; });
+    EXPECT_EQ(created, 256);
 }
 
 TEST_F(FileCommands, DeleteFileRules) {

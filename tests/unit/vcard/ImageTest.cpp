@@ -4,10 +4,13 @@
 
 #include "vcard/CardImage.hpp"
 
+#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <sstream>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 namespace vcard::test {
@@ -89,7 +92,7 @@ TEST_F(Image, ReadOnlyCommandsDoNotRewriteTheImage) {
     EXPECT_EQ(statusWord(send(*card, "00A4040C 0C A000000063504B43532D3135")), 0x9000);
     EXPECT_EQ(statusWord(send(*card, "00A4020C 02 5031")), 0x9000);
     EXPECT_EQ(statusWord(send(*card, "00B0000010")), 0x9000);
-    EXPECT_EQ(statusWord(card->transmit(apdu(0, 0x20, 0, 1, paddedPin("123456")))), 0x9000);
+    EXPECT_EQ(statusWord(send(*card, "00200001")), 0x63C3); // VERIFY without data compares nothing
 }
 
 TEST_F(Image, CrashAtEverySavePointLeavesTheOldOrTheNewImage) {
@@ -117,25 +120,55 @@ TEST_F(Image, CrashAtEverySavePointLeavesTheOldOrTheNewImage) {
     }
 }
 
+/// good with the first occurrence of what replaced by with.
+std::string replaced(std::string good, const std::string& what, const std::string& with) {
+    const std::size_t at = good.find(what);
+    EXPECT_NE(at, std::string::npos) << what;
+    return at == std::string::npos ? good : good.replace(at, what.size(), with);
+}
+
+/// A DF with DFs below it, levels in all, as the image writes files.
+std::string nestedDfs(int levels) {
+    std::string tree;
+    for (int level = levels; level > 0; --level)
+        tree = R"({"fid":"D0)" + toHex({static_cast<std::uint8_t>(level)}) +
+               R"(","type":"df","security":"","children":[)" + tree + "]}";
+    return tree;
+}
+
 TEST_F(Image, CorruptTruncatedOrMissingImagesAreRefusedAndLeftAlone) {
     const std::string good = readText(path);
-    const std::string truncated = good.substr(0, good.size() / 2);
-    std::string flipped = good;
-    flipped.replace(flipped.find("\"3F00\""), 6, "\"3F0Z\"");
-    std::string badKind = good;
-    badKind.replace(badKind.find("\"df\""), 4, "\"xx\"");
-    std::string badTries = good;
-    badTries.replace(badTries.find("\"triesLeft\": 3"), 14, "\"triesLeft\": 9");
-    std::string newer = good;
-    newer.replace(newer.find("\"version\": 1"), 12, "\"version\": 7");
-    for (const auto& [text, expected] :
-         std::vector<std::pair<std::string, std::string>>{{truncated, "corrupt or truncated"},
-                                                          {"", "corrupt or truncated"},
-                                                          {flipped, "hexadecimal"},
-                                                          {badKind, "unknown file type"},
-                                                          {badTries, "PIN 1"},
-                                                          {newer, "unsupported image version"},
-                                                          {"{}", "corrupt"}}) {
+    const std::string pin1 = "\"reference\": 1,";
+    const std::string deep =
+        replaced(good, "\"children\": [", "\"children\": [" + nestedDfs(17) + ",");
+    for (const auto& [text, expected] : std::vector<std::pair<std::string, std::string>>{
+             {good.substr(0, good.size() / 2), "corrupt or truncated"},
+             {"", "corrupt or truncated"},
+             {replaced(good, "\"3F00\"", "\"3F0Z\""), "hexadecimal"},
+             {replaced(good, "\"df\"", "\"xx\""), "unknown file type"},
+             {replaced(good, "\"triesLeft\": 3", "\"triesLeft\": 9"),
+              "PIN 01: field \"triesLeft\""},
+             {replaced(good, "\"version\": 1", "\"version\": 7"), "unsupported image version"},
+             {"{}", "field \"format\" is missing"},
+             // Numbers: integers of their range only.
+             {replaced(good, "\"maxTries\": 3", "\"maxTries\": 1e300"),
+              "field \"maxTries\" is 1e+300"},
+             {replaced(good, pin1, "\"reference\": 257,"),
+              "field \"reference\" is 257, not an integer from 0 to 255"},
+             {replaced(good, "\"triesLeft\": 3", "\"triesLeft\": -256"),
+              "field \"triesLeft\" is -256"},
+             {replaced(good, "\"triesLeft\": 3", "\"triesLeft\": 2.9"),
+              "field \"triesLeft\" is 2.9"},
+             {replaced(good, "\"version\": 1", "\"version\": true"), "field \"version\" is true"},
+             // Duplicates: a second PIN 01, a field named twice.
+             {replaced(good, "\"reference\": 3,", "\"reference\": 1,"), "PIN 01 appears twice"},
+             {replaced(good, "\"triesLeft\": 3", "\"triesLeft\": 3, \"triesLeft\": 3"),
+              "field \"triesLeft\" appears twice"},
+             {replaced(good, "\"unblockingPin\": 2", "\"unblockingPin\": 9"),
+              "field \"unblockingPin\" names no PIN"},
+             // Beyond the card's limits.
+             {deep, "nested more than 16 levels"},
+         }) {
         writeText(path, text);
         try {
             VirtualCard::open(path);
@@ -167,14 +200,115 @@ TEST_F(Image, ACorruptKeyIsRefused) {
     EXPECT_THROW(VirtualCard::open(path), ImageError);
 }
 
-TEST_F(Image, AFailedSaveAnswers6581AndKeepsMemoryInStepWithTheImage) {
+std::uint16_t verify(VirtualCard& card, std::uint8_t reference, const std::string& pin) {
+    return statusWord(card.transmit(apdu(0, 0x20, 0, reference, paddedPin(pin))));
+}
+
+std::uint16_t pinStatus(VirtualCard& card, std::uint8_t reference) {
+    return statusWord(card.transmit(apdu(0, 0x20, 0, reference, {})));
+}
+
+/// Writes beyond a size fail with EFBIG while it lives, as on a full disk, even for root.
+class FullDisk {
+public:
+    explicit FullDisk(rlim_t size) {
+        ::getrlimit(RLIMIT_FSIZE, &saved_);
+        previous_ = std::signal(SIGXFSZ, SIG_IGN);
+        rlimit limit = saved_;
+        limit.rlim_cur = size;
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~FullDisk() {
+        ::setrlimit(RLIMIT_FSIZE, &saved_);
+        std::signal(SIGXFSZ, previous_);
+    }
+
+private:
+    rlimit saved_{};
+    void (*previous_)(int) = nullptr;
+};
+
+TEST_F(Image, APinIsNotComparedWhenItsTryCannotBeStored) {
+    auto card = VirtualCard::open(path);
+    const std::string before = readText(path);
+    auto expectNoComparison = [&](const std::function<void()>& failNextSave) {
+        failNextSave();
+        EXPECT_EQ(verify(*card, 3, "00000000"), 0x6581);
+        failNextSave();
+        EXPECT_EQ(verify(*card, 3, "87654321"), 0x6581); // the same answer: nothing compared
+        EXPECT_EQ(pinStatus(*card, 3), 0x63C3);          // and no try used
+    };
+    for (SavePoint step :
+         {SavePoint::TempFileOpened, SavePoint::Written, SavePoint::Synced, SavePoint::Renamed}) {
+        SCOPED_TRACE(static_cast<int>(step));
+        expectNoComparison([&] { card->instrumentation().failSaveStep(step); });
+    }
+    {
+        FullDisk full(1024);
+        expectNoComparison([] {});
+    }
+    EXPECT_EQ(readText(path), before);
+    // No temporary file is left behind by a failed save.
+    EXPECT_EQ(std::distance(fs::directory_iterator(directory), fs::directory_iterator()), 1);
+}
+
+TEST_F(Image, TheTryIsStoredBeforeTheComparison) {
+    auto card = VirtualCard::open(path);
+    // Even the right PIN: the lowered counter reaches the image before the comparison.
+    card->instrumentation().crashAtSavePoint(SavePoint::DirectorySynced);
+    EXPECT_THROW(verify(*card, 3, "87654321"), SimulatedCrash);
+    auto reopened = VirtualCard::open(path);
+    EXPECT_EQ(pinStatus(*reopened, 3), 0x63C2);
+    // Completed, the right PIN stores the counter back at its maximum.
+    EXPECT_EQ(verify(*reopened, 3, "87654321"), 0x9000);
+    EXPECT_EQ(pinStatus(*VirtualCard::open(path), 3), 0x63C3);
+}
+
+TEST_F(Image, AWriteIsStoredOnceTheImageIsReplaced) {
     auto card = VirtualCard::open(path);
     ASSERT_EQ(statusWord(send(*card, "00A4040C 0C A000000063504B43532D3135")), 0x9000);
-    // Make the temporary file impossible to create.
-    fs::create_directory(path + ".tmp");
-    EXPECT_EQ(statusWord(card->transmit(apdu(0, 0x20, 0, 3, paddedPin("00000000")))), 0x6581);
-    EXPECT_EQ(statusWord(send(*card, "00200003")), 0x63C3);
-    fs::remove(path + ".tmp");
+    ASSERT_EQ(verify(*card, 1, "123456"), 0x9000);
+    ASSERT_EQ(statusWord(send(*card, "00A4020C 02 4404")), 0x9000);
+    // A directory sync that fails after the rename: the write happened.
+    card->instrumentation().failSaveStep(SavePoint::DirectorySynced);
+    EXPECT_EQ(statusWord(send(*card, "00D60000 02 A1B2")), 0x9000);
+    EXPECT_EQ(send(*card, "00B0000002"), hex("A1B2 9000"));
+    card->instrumentation().failSaveStep(SavePoint::DirectorySynced);
+    EXPECT_EQ(verify(*card, 3, "00000000"), 0x63C2);
+    // A save that fails before the rename had no effect.
+    card->instrumentation().failSaveStep(SavePoint::Renamed);
+    EXPECT_EQ(statusWord(send(*card, "00D60000 02 C3D4")), 0x6581);
+
+    auto reopened = VirtualCard::open(path);
+    ASSERT_EQ(statusWord(send(*reopened, "00A4080C 04 5015 4404")), 0x9000);
+    EXPECT_EQ(send(*reopened, "00B0000002"), hex("A1B2 9000"));
+    EXPECT_EQ(pinStatus(*reopened, 3), 0x63C2);
+}
+
+TEST_F(Image, TheImageIsNeverWrittenThroughALink) {
+    const fs::path victim = directory / "victim";
+    writeText(victim, "precious");
+    fs::create_symlink(victim, path + ".tmp");
+    auto card = VirtualCard::open(path);
+    EXPECT_EQ(verify(*card, 3, "00000000"), 0x63C2);
+    EXPECT_EQ(readText(victim), "precious");
+    EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(path)));
+    struct stat info {};
+    ASSERT_EQ(::stat(path.c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0600u);
+
+    // An image path that is a link, or no regular file, is refused for reading and writing.
+    const std::string link = (directory / "link.json").string();
+    fs::create_symlink(path, link);
+    EXPECT_THROW(VirtualCard::open(link), ImageError);
+    const std::string fifo = (directory / "fifo.json").string();
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    EXPECT_THROW(VirtualCard::open(fifo), ImageError);
+    fs::remove(path);
+    fs::create_symlink(victim, path);
+    EXPECT_EQ(verify(*card, 3, "00000000"), 0x6581);
+    EXPECT_EQ(readText(victim), "precious");
+    EXPECT_TRUE(fs::is_symlink(path));
 }
 
 } // namespace

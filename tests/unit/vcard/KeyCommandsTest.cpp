@@ -161,20 +161,31 @@ TEST_F(KeyCommands, GenerationAndEnvironmentRefusals) {
     EXPECT_EQ(sw("00460084 04 80020400 00"), 0x6982); // generation needs the update condition
 }
 
+/// The CRT components e, p, q, q⁻¹, dp, dq of a key, in the order of tags 91 to 96.
+std::vector<Bytes> crtComponents(const CryptoPP::InvertibleRSAFunction& key) {
+    return {bytesOf(key.GetPublicExponent()),
+            bytesOf(key.GetPrime1()),
+            bytesOf(key.GetPrime2()),
+            bytesOf(key.GetMultiplicativeInverseOfPrime2ModPrime1()),
+            bytesOf(key.GetModPrime1PrivateExponent()),
+            bytesOf(key.GetModPrime2PrivateExponent())};
+}
+
+Bytes importTemplate(const std::vector<Bytes>& components) {
+    Bytes inner;
+    for (std::size_t i = 0; i < components.size(); ++i)
+        appendTlv(inner, static_cast<std::uint16_t>(0x91 + i), components[i]);
+    Bytes keyTemplate;
+    appendTlv(keyTemplate, 0x7F48, inner);
+    return keyTemplate;
+}
+
 TEST_F(KeyCommands, ImportedCrtKeySignsAndFillsThePublicKeyFile) {
     createKeyFiles(0x0D, 2048);
     CryptoPP::AutoSeededRandomPool rng;
     CryptoPP::InvertibleRSAFunction key;
     key.Initialize(rng, 2048, Integer(65537));
-    Bytes components;
-    appendTlv(components, 0x91, bytesOf(key.GetPublicExponent()));
-    appendTlv(components, 0x92, bytesOf(key.GetPrime1()));
-    appendTlv(components, 0x93, bytesOf(key.GetPrime2()));
-    appendTlv(components, 0x94, bytesOf(key.GetMultiplicativeInverseOfPrime2ModPrime1()));
-    appendTlv(components, 0x95, bytesOf(key.GetModPrime1PrivateExponent()));
-    appendTlv(components, 0x96, bytesOf(key.GetModPrime2PrivateExponent()));
-    Bytes keyTemplate;
-    appendTlv(keyTemplate, 0x7F48, components);
+    const Bytes keyTemplate = importTemplate(crtComponents(key));
     ASSERT_GT(keyTemplate.size(), 255u);
     EXPECT_EQ(statusWord(sendChained(0xDB, 0x00, 0x8D, keyTemplate)), 0x9000);
 
@@ -197,19 +208,35 @@ TEST_F(KeyCommands, ImportedCrtKeySignsAndFillsThePublicKeyFile) {
     ASSERT_EQ(setEnvironment(0xB8, 0x8D), 0x9000);
     EXPECT_EQ(sendChained(0x2A, 0x80, 0x86, concat({0x00}, cryptogram), 0),
               concat(data, hex("9000")));
-
-    // Inconsistent components are refused: dp off by one.
-    Bytes wrong;
-    appendTlv(wrong, 0x91, bytesOf(key.GetPublicExponent()));
-    appendTlv(wrong, 0x92, bytesOf(key.GetPrime1()));
-    appendTlv(wrong, 0x93, bytesOf(key.GetPrime2()));
-    appendTlv(wrong, 0x94, bytesOf(key.GetMultiplicativeInverseOfPrime2ModPrime1()));
-    appendTlv(wrong, 0x95, bytesOf(key.GetModPrime1PrivateExponent() + 1));
-    appendTlv(wrong, 0x96, bytesOf(key.GetModPrime2PrivateExponent()));
-    Bytes wrongTemplate;
-    appendTlv(wrongTemplate, 0x7F48, wrong);
-    EXPECT_EQ(statusWord(sendChained(0xDB, 0x00, 0x8D, wrongTemplate)), 0x6A80);
     EXPECT_EQ(sw("00DB008D 04 7F480100"), 0x6A80);
+}
+
+TEST_F(KeyCommands, ImportChecksComponentSizesByValue) {
+    createKeyFiles(0x0C, 1024);
+    CryptoPP::AutoSeededRandomPool rng;
+    CryptoPP::InvertibleRSAFunction key;
+    key.Initialize(rng, 1024, Integer(65537));
+    const std::vector<Bytes> good = crtComponents(key);
+
+    std::vector<Bytes> wrongDp = good; // inconsistent: dp off by one
+    wrongDp[4] = bytesOf(key.GetModPrime1PrivateExponent() + 1);
+    EXPECT_EQ(statusWord(sendChained(0xDB, 0x00, 0x8C, importTemplate(wrongDp))), 0x6A80);
+
+    // p and q of 32,000 bytes each: refused by their size, before any arithmetic on them.
+    std::vector<Bytes> huge = good;
+    huge[1] = concat({0x01}, Bytes(31999, 0x00));
+    huge[2] = concat({0x01}, Bytes(31999, 0x01));
+    EXPECT_EQ(statusWord(sendChained(0xDB, 0x00, 0x8C, importTemplate(huge))), 0x6A80);
+    std::vector<Bytes> qInvTooLong = good;
+    qInvTooLong[3] = concat({0x01}, good[1]);
+    EXPECT_EQ(statusWord(sendChained(0xDB, 0x00, 0x8C, importTemplate(qInvTooLong))), 0x6A80);
+
+    // Leading zero bytes do not make a component larger: the padded key is accepted.
+    std::vector<Bytes> padded = good;
+    for (Bytes& component : padded)
+        component = concat(Bytes(64, 0x00), component);
+    EXPECT_EQ(statusWord(sendChained(0xDB, 0x00, 0x8C, importTemplate(padded))), 0x9000);
+    EXPECT_EQ(publicKeyOf(dataOf(send("0046018C00"))).first, key.GetModulus());
 }
 
 TEST_F(KeyCommands, GeneratedTemplateOver256BytesComesThroughGetResponse) {

@@ -33,6 +33,7 @@ TEST_F(PinCommands, VerifyRefusals) {
     EXPECT_EQ(status(9), 0x6A88);
     EXPECT_EQ(sw(apdu(0, 0x20, 1, 1, paddedPin("123456"))), 0x6A86);
     EXPECT_EQ(sw(apdu(0, 0x20, 0xFF, 1, paddedPin("123456"))), 0x6700);
+    EXPECT_EQ(sw("0020FF09"), 0x6A88); // log-out of an unknown PIN
 }
 
 TEST_F(PinCommands, SecurityStatusIsClearedByLogoutAndReset) {

@@ -5,8 +5,16 @@
 #include "vcard/VpcdBridge.hpp"
 
 #include <arpa/inet.h>
+#include <csignal>
+#include <fstream>
 #include <netinet/in.h>
+#include <optional>
+#include <poll.h>
+#include <spawn.h>
+#include <sstream>
 #include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
@@ -16,8 +24,11 @@ namespace {
 /// The reader side: listens on an ephemeral loopback port and frames messages as the driver does.
 class FakeDriver {
 public:
-    FakeDriver() {
+    /// receiveBuffer, when given, bounds what the connection takes in before the bridge blocks.
+    explicit FakeDriver(int receiveBuffer = 0) {
         listener_ = ::socket(AF_INET, SOCK_STREAM, 0);
+        if (receiveBuffer > 0)
+            ::setsockopt(listener_, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -40,11 +51,32 @@ public:
     }
 
     void send(const Bytes& payload) {
-        Bytes framed = {static_cast<std::uint8_t>(payload.size() >> 8),
-                        static_cast<std::uint8_t>(payload.size())};
-        framed = concat(framed, payload);
-        ASSERT_EQ(::send(connection_, framed.data(), framed.size(), 0),
-                  static_cast<ssize_t>(framed.size()));
+        sendRaw(concat({static_cast<std::uint8_t>(payload.size() >> 8),
+                        static_cast<std::uint8_t>(payload.size())},
+                       payload));
+    }
+    /// Bytes as they are, without a length in front.
+    void sendRaw(const Bytes& bytes) {
+        ASSERT_EQ(::send(connection_, bytes.data(), bytes.size(), 0),
+                  static_cast<ssize_t>(bytes.size()));
+    }
+    /// Waits until the bridge has taken everything sent so far out of its socket (loopback
+    /// sockets show their receive queues in /proc/net/tcp); false after the timeout.
+    bool waitUntilBridgeRead(std::chrono::milliseconds timeout) {
+        sockaddr_in peer{};
+        socklen_t length = sizeof peer;
+        ::getpeername(connection_, reinterpret_cast<sockaddr*>(&peer), &length);
+        const auto deadline = std::chrono::steady_clock::now() + timeout;
+        while (unreadAt(ntohs(peer.sin_port)) != 0) {
+            if (std::chrono::steady_clock::now() > deadline)
+                return false;
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        return true;
+    }
+    bool waitReadable(std::chrono::milliseconds timeout) {
+        pollfd fd{connection_, POLLIN, 0};
+        return ::poll(&fd, 1, static_cast<int>(timeout.count())) == 1;
     }
     Bytes receive() {
         std::uint8_t header[2];
@@ -55,6 +87,20 @@ public:
     }
 
 private:
+    static std::optional<unsigned long> unreadAt(std::uint16_t localPort) {
+        std::ifstream tcp("/proc/net/tcp");
+        std::string line;
+        std::getline(tcp, line); // the column names
+        while (std::getline(tcp, line)) {
+            std::istringstream fields(line);
+            std::string slot, local, remote, state, queues;
+            fields >> slot >> local >> remote >> state >> queues;
+            if (std::stoul(local.substr(local.find(':') + 1), nullptr, 16) == localPort)
+                return std::stoul(queues.substr(queues.find(':') + 1), nullptr, 16);
+        }
+        return std::nullopt;
+    }
+
     void readExactly(std::uint8_t* data, std::size_t size) {
         while (size > 0) {
             ssize_t got = ::recv(connection_, data, size, 0);
@@ -113,6 +159,71 @@ TEST_F(VpcdBridgeTest, StopsOnRequestAndReportsAnUnreachableDriver) {
     VpcdBridge unconnected(*card);
     EXPECT_THROW(unconnected.connect("127.0.0.1", 1, std::chrono::milliseconds(0)), BridgeError);
     EXPECT_THROW(unconnected.connect("no-address", 1, std::chrono::milliseconds(0)), BridgeError);
+}
+
+/// p15-vcard-serve as its own process, serving an in-memory card to the fake driver.
+class ServeProcess {
+public:
+    explicit ServeProcess(std::uint16_t port) {
+        const std::string portText = std::to_string(port);
+        const char* argv[] = {P15_VCARD_SERVE,     "--port", portText.c_str(),
+                              "--connect-timeout", "5",      nullptr};
+        EXPECT_EQ(::posix_spawn(&pid_, P15_VCARD_SERVE, nullptr, nullptr,
+                                const_cast<char* const*>(argv), environ),
+                  0);
+        pidfd_ = static_cast<int>(::syscall(SYS_pidfd_open, pid_, 0));
+        EXPECT_GE(pidfd_, 0);
+    }
+    ~ServeProcess() {
+        if (pid_ > 0) {
+            ::kill(pid_, SIGKILL);
+            ::waitpid(pid_, nullptr, 0);
+        }
+        ::close(pidfd_);
+    }
+    /// Sends SIGTERM: the wait status if the process ends within the bound.
+    std::optional<int> terminate(std::chrono::milliseconds bound) {
+        ::kill(pid_, SIGTERM);
+        pollfd fd{pidfd_, POLLIN, 0};
+        if (::poll(&fd, 1, static_cast<int>(bound.count())) != 1)
+            return std::nullopt;
+        int status = 0;
+        ::waitpid(pid_, &status, 0);
+        pid_ = -1;
+        return status;
+    }
+
+private:
+    pid_t pid_ = -1;
+    int pidfd_ = -1;
+};
+
+/// A bridge process stops on SIGTERM within this bound, whatever it was doing.
+constexpr std::chrono::seconds promptly{2};
+
+/// Exit status 0 within the bound.
+bool endedCleanly(const std::optional<int>& status) {
+    return status && WIFEXITED(*status) && WEXITSTATUS(*status) == 0;
+}
+
+TEST(VpcdBridgeProcess, StopsOnSigtermHalfwayThroughACommand) {
+    FakeDriver driver;
+    ServeProcess bridge(driver.port());
+    driver.accept();
+    driver.sendRaw(hex("000A 00A4")); // 10 bytes announced, 2 sent
+    ASSERT_TRUE(driver.waitUntilBridgeRead(std::chrono::seconds(5)));
+    EXPECT_TRUE(endedCleanly(bridge.terminate(promptly)));
+}
+
+TEST(VpcdBridgeProcess, StopsOnSigtermHalfwayThroughAnAnswer) {
+    FakeDriver driver(4096);
+    ServeProcess bridge(driver.port());
+    driver.accept();
+    // Answers of 64 KB that the driver does not read: the bridge blocks in the middle of one.
+    for (int i = 0; i < 128; ++i)
+        driver.send(hex("00840000 00FFF0"));
+    ASSERT_TRUE(driver.waitReadable(std::chrono::seconds(5)));
+    EXPECT_TRUE(endedCleanly(bridge.terminate(promptly)));
 }
 
 } // namespace

@@ -1,0 +1,103 @@
+// Every copy of a command the in-process transport makes may hold a PIN: it
+// is zeroed before its memory is freed, however the command ends. Freed heap
+// blocks are searched for the PIN while a command runs.
+#include "CardFixture.hpp"
+
+#include "host/vcard/VirtualCardTransport.hpp"
+#include "vcard/VirtualCard.hpp"
+
+#include <algorithm>
+#include <atomic>
+#include <boost/make_shared.hpp>
+#include <cstdlib>
+#include <malloc.h>
+#include <new>
+#include <unistd.h>
+
+namespace {
+
+std::atomic<bool> watching{false};
+std::atomic<bool> secretFreed{false};
+const unsigned char secret[] = {'9', '7', '5', '3', '1', '0', 0xFF, 0xFF};
+
+void inspectFreed(void* block) {
+    if (!watching || block == nullptr) {
+        return;
+    }
+    const auto* bytes = static_cast<const unsigned char*>(block);
+    const auto* end = bytes + malloc_usable_size(block);
+    if (std::search(bytes, end, std::begin(secret), std::end(secret)) != end) {
+        secretFreed = true;
+    }
+}
+
+} // namespace
+
+void* operator new(std::size_t size) {
+    if (void* block = std::malloc(size == 0 ? 1 : size)) {
+        return block;
+    }
+    throw std::bad_alloc();
+}
+void operator delete(void* block) noexcept {
+    inspectFreed(block);
+    std::free(block);
+}
+void operator delete(void* block, std::size_t) noexcept {
+    inspectFreed(block);
+    std::free(block);
+}
+
+namespace hosttest {
+namespace {
+
+// Runs `action` while freed blocks are searched; true when one held the PIN.
+template <class Action> bool freesThePin(const Action& action) {
+    secretFreed = false;
+    watching = true;
+    try {
+        action();
+    } catch (...) {
+        watching = false;
+        throw;
+    }
+    watching = false;
+    return secretFreed;
+}
+
+TEST(TransportWipeTest, CommandIsWipedWhenTheCardFailsInTheMiddle) {
+    char dir[] = "/tmp/p15-wipe-XXXXXX";
+    ASSERT_NE(mkdtemp(dir), nullptr);
+    const std::string image = std::string(dir) + "/card.json";
+    vcard::VirtualCard::personalised()->save(image);
+    std::shared_ptr<vcard::VirtualCard> virtualCard = vcard::VirtualCard::open(image);
+    const auto channel = boost::make_shared<host::Channel>(
+        std::make_unique<host::VirtualCardTransport>(virtualCard));
+    host::iso7816::Card card(channel);
+    card.selectApplication(*channel, host::iso7816::pkcs15Aid());
+    const auto pins = boost::dynamic_pointer_cast<card::service::IPinManagementService>(
+        card.getInterface("PinManagementService"));
+    const mw::ByteBuffer wrongPin = paddedPin("975310");
+
+    // The detector sees an unwiped copy.
+    EXPECT_TRUE(
+        freesThePin([] { std::vector<unsigned char>(std::begin(secret), std::end(secret)); }));
+
+    // A wrong PIN costs a try, which the card saves: it "crashes" while saving.
+    virtualCard->instrumentation().crashAtSavePoint(vcard::SavePoint::HalfWritten);
+    bool crashed = false;
+    const bool leaked = freesThePin([&] {
+        try {
+            pins->authenticate(*channel, pinReference(0x01), wrongPin);
+        } catch (const vcard::SimulatedCrash&) {
+            crashed = true;
+        }
+    });
+    EXPECT_TRUE(crashed);
+    EXPECT_FALSE(leaked) << "a copy of the PIN was freed without being zeroed";
+    std::remove(image.c_str());
+    rmdir(dir);
+}
+
+} // namespace
+} // namespace hosttest
