@@ -96,9 +96,9 @@ AccessControlRules decodeExpressibleRules(const std::vector<oss::AccessControlRu
         }
         if (rule.securityCondition.choice == oss::SecurityCondition::always) {
             const std::uint16_t mode =
-                rule.accessMode.bitCount == 0
+                rule.accessMode.octets.empty()
                     ? 0
-                    : static_cast<std::uint16_t>(rule.accessMode.octets.at(0) >> 5);
+                    : static_cast<std::uint16_t>(rule.accessMode.octets.front() >> 5);
             decoded.emplace_back(mode, boost::make_shared<AlwaysSecurityCondition>());
         } else if (expressible(rule.securityCondition)) {
             oss::OssHelper::decodeAccessControlRules({rule}, decoded);
