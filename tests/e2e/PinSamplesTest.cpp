@@ -6,6 +6,9 @@
 #include "app/SecurityConditions.hpp"
 #include "app/object/IPin.hpp"
 #include "app/pkcs15/P15Application.hpp"
+#include "app/pkcs15/fs/AODF.hpp"
+#include "app/pkcs15/fs/ODF.hpp"
+#include "app/pkcs15/object/P15Pin.hpp"
 
 #include <algorithm>
 #include <boost/make_shared.hpp>
@@ -68,7 +71,7 @@ protected:
 };
 
 TEST_P(PinSamples, AnAcosPinKeepsItsNonDerFlagsWhenItsLabelChanges) {
-    const auto pins = pinsOf("acos5-64_aodf.hex");
+    auto pins = pinsOf("acos5-64_aodf.hex");
     ASSERT_EQ(pins.size(), 1u);
     const IPin& pin = *pins[0];
     EXPECT_EQ(pin.getLabel().value_or(""), "User");
@@ -85,9 +88,12 @@ TEST_P(PinSamples, AnAcosPinKeepsItsNonDerFlagsWhenItsLabelChanges) {
     ASSERT_TRUE(pin.getPath());
     EXPECT_EQ(pin.getPath()->path, (mw::ByteBuffer{0x3F, 0x00, 0x41, 0x00}));
 
+    // Written through the directory file's own list, its only owner now.
+    pins.clear();
     const mw::ByteBuffer before = aodf();
-    pins[0]->setLabel("Usr2");
-    application_->writeCardObject(*channel_, *pins[0]);
+    const auto& listed = application_->getODF()->getAODF()->pins(*channel_);
+    listed[0]->setLabel("Usr2");
+    application_->writeCardObject(*channel_, *listed[0]);
     EXPECT_EQ(aodf(), replaced(before, "User", "Usr2"));
 }
 

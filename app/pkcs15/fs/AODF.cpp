@@ -32,9 +32,10 @@ AODF::pins(const card::IChannel& channel) const {
     return pins_;
 }
 
+// The PINs made before stay alive until the next list replaces them: the
+// PIN whose write changed the file is still at work when this runs.
 void AODF::forgetDecoded() const {
     DirectoryFile::forgetDecoded();
-    pins_.clear();
     pinsMade_ = false;
 }
 
