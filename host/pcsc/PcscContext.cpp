@@ -1,10 +1,22 @@
 #include "host/pcsc/PcscContext.hpp"
 
+#include "card/CardException.hpp"
 #include "host/pcsc/PcscError.hpp"
 
 #include <PCSC/pcsclite.h>
 
 namespace host {
+
+namespace {
+
+// A card is there when the reader says so and says nothing against it: an
+// empty, unavailable or unknown reader holds none.
+bool isCardPresent(DWORD state) {
+    constexpr DWORD absent = SCARD_STATE_EMPTY | SCARD_STATE_UNAVAILABLE | SCARD_STATE_UNKNOWN;
+    return (state & SCARD_STATE_PRESENT) != 0 && (state & absent) == 0;
+}
+
+} // namespace
 
 PcscContext::PcscContext() {
     const LONG rv = SCardEstablishContext(SCARD_SCOPE_SYSTEM, nullptr, nullptr, &context_);
@@ -45,16 +57,20 @@ std::vector<std::string> PcscContext::listReaders() const {
 }
 
 bool PcscContext::waitForCard(const std::string& reader, std::chrono::milliseconds timeout) const {
-    return waitForState(reader, SCARD_STATE_PRESENT, timeout);
+    return waitForState(reader, timeout, [](DWORD state) { return isCardPresent(state); });
 }
 
 bool PcscContext::waitForRemoval(const std::string& reader,
                                  std::chrono::milliseconds timeout) const {
-    return waitForState(reader, SCARD_STATE_EMPTY, timeout);
+    try {
+        return waitForState(reader, timeout, [](DWORD state) { return !isCardPresent(state); });
+    } catch (const card::CardException&) {
+        return true; // the reader itself is gone, and the card with it
+    }
 }
 
-bool PcscContext::waitForState(const std::string& reader, DWORD flag,
-                               std::chrono::milliseconds timeout) const {
+bool PcscContext::waitForState(const std::string& reader, std::chrono::milliseconds timeout,
+                               const std::function<bool(DWORD)>& reached) const {
     using Clock = std::chrono::steady_clock;
     const Clock::time_point deadline = Clock::now() + timeout;
     SCARD_READERSTATE state{};
@@ -69,7 +85,7 @@ bool PcscContext::waitForState(const std::string& reader, DWORD flag,
         if (rv != SCARD_S_SUCCESS) {
             throwPcscError(rv);
         }
-        if (state.dwEventState & flag) {
+        if (reached(state.dwEventState)) {
             return true;
         }
         const auto left =

@@ -4,6 +4,7 @@
 #include <PCSC/winscard.h>
 
 #include <chrono>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -21,16 +22,17 @@ public:
     std::vector<std::string> listReaders() const;
     // Waits at most `timeout` for a card in `reader`; true when one is there.
     bool waitForCard(const std::string& reader, std::chrono::milliseconds timeout) const;
-    // Waits at most `timeout` for `reader` to be empty; true when it is.
+    // Waits at most `timeout` until `reader` holds no card (empty,
+    // unavailable or gone); true when so.
     bool waitForRemoval(const std::string& reader, std::chrono::milliseconds timeout) const;
 
     SCARDCONTEXT handle() const { return context_; }
 
 private:
-    // Waits until the reader's state has `flag` (SCARD_STATE_PRESENT or
-    // SCARD_STATE_EMPTY); false when `timeout` passed first.
-    bool waitForState(const std::string& reader, DWORD flag,
-                      std::chrono::milliseconds timeout) const;
+    // Waits until the reader's state is one that `reached` accepts; false
+    // when `timeout` passed first.
+    bool waitForState(const std::string& reader, std::chrono::milliseconds timeout,
+                      const std::function<bool(DWORD)>& reached) const;
 
     SCARDCONTEXT context_ = 0;
 };

@@ -19,7 +19,9 @@ constexpr std::chrono::seconds removalNotice(2);
 
 // The reader could not talk to the card: removed, or merely mute.
 bool isLostContact(LONG rv) {
-    return rv == SCARD_E_NOT_TRANSACTED || rv == SCARD_F_COMM_ERROR || rv == SCARD_E_COMM_DATA_LOST;
+    return rv == SCARD_E_NOT_TRANSACTED || rv == SCARD_F_COMM_ERROR ||
+           rv == SCARD_E_COMM_DATA_LOST || rv == SCARD_W_UNRESPONSIVE_CARD ||
+           rv == SCARD_W_UNPOWERED_CARD;
 }
 
 void check(LONG rv) {

@@ -75,6 +75,13 @@ TEST_P(FileServicesTest, LargeFileRoundTripAndRefusedOverflow) {
     files()->select(*channel_, path);
     EXPECT_EQ(files()->read(*channel_, 0, 0), content);
 
+    // Lengths at the edges of a command's 255 bytes out and 256 bytes back.
+    for (std::size_t length : {255u, 256u, 510u, 512u, 513u}) {
+        const mw::ByteBuffer part = pattern(length, static_cast<unsigned char>(length));
+        files()->update(*channel_, 1, part);
+        EXPECT_EQ(files()->read(*channel_, 1, length), part) << length;
+    }
+
     EXPECT_CARD_ERROR(files()->update(*channel_, 1400, pattern(200, 9)), "Update Binary", 0x6A84);
     EXPECT_EQ(files()->read(*channel_, 1400, 100), content.get(1400, 100));
 

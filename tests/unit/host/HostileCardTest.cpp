@@ -7,6 +7,7 @@
 #include "card/service/IAsymmetricKeyManagementService.hpp"
 #include "card/service/ICryptographyService.hpp"
 #include "card/service/IFileAccessService.hpp"
+#include "card/service/IPinManagementService.hpp"
 #include "host/Channel.hpp"
 #include "host/iso7816/Applet.hpp"
 #include "host/iso7816/Card.hpp"
@@ -162,15 +163,33 @@ TEST_F(HostileCardTest, AnswerThatNeverEndsIsCutOff) {
     EXPECT_LE(sent_.size(), 300u);
 }
 
-TEST_F(HostileCardTest, ShortReadWithSuccessIsInvalidData) {
-    play({{0x62, 0x07, 0x80, 0x02, 0x00, 0x20, 0x82, 0x01, 0x01, 0x90, 0x00},
-          {0x01, 0x02, 0x90, 0x00}});
-    selectFile();
-    expectInvalidData(
-        [&] {
-            service<card::service::IFileAccessService>("FileAccessService")->read(*channel_, 0, 0);
-        },
-        "Read Binary");
+TEST_F(HostileCardTest, ReadAnswerOfAnotherLengthIsInvalidData) {
+    const ByteBuffer fcp{0x62, 0x07, 0x80, 0x02, 0x00, 0x03, 0x82, 0x01, 0x01, 0x90, 0x00};
+    const auto files = service<card::service::IFileAccessService>("FileAccessService");
+    for (const ByteBuffer& answer :
+         {ByteBuffer{0x01, 0x02, 0x90, 0x00}, ByteBuffer{0x01, 0x02, 0x03, 0x04, 0x90, 0x00}}) {
+        play({fcp, answer});
+        selectFile();
+        expectInvalidData([&] { files->read(*channel_, 0, 0); }, "Read Binary");
+    }
+}
+
+// Only the exact status words a command defines mean what they mean.
+TEST_F(HostileCardTest, StatusWordsNextToTheExpectedOnesAreErrors) {
+    const auto pins = service<card::service::IPinManagementService>("PinManagementService");
+    play({{0x63, 0xC2}});
+    EXPECT_EQ(pins->getPinInfo(*channel_, pinReference(0x01)).triesLeft, 2);
+    for (unsigned short sw : {0x6300, 0x63D2, 0x6984, 0x9001}) {
+        play({{static_cast<unsigned char>(sw >> 8), static_cast<unsigned char>(sw)}});
+        EXPECT_CARD_ERROR(pins->getPinInfo(*channel_, pinReference(0x01)), "Verify", sw);
+    }
+    // A card without an algorithm list says 6A88 or 6D00; nothing else is "none".
+    play({{0x6A, 0x88}});
+    EXPECT_TRUE(card_->getAlgorithms().empty());
+    for (unsigned short sw : {0x6A89, 0x6D01, 0x9001}) {
+        play({{static_cast<unsigned char>(sw >> 8), static_cast<unsigned char>(sw)}});
+        EXPECT_CARD_ERROR(host::iso7816::Card(channel_).getAlgorithms(), "Get Data", sw);
+    }
 }
 
 TEST_F(HostileCardTest, WrongLeAndGetResponseAreFollowed) {

@@ -38,9 +38,16 @@ TEST_P(InProcessCardTest, LongUpdateIsOneChainedCommand) {
     fileSystem()->createFile(*channel_,
                              DataObjectCreateParams({0xDF, 0x02, 0x0D, 0x81}, 1000,
                                                     grant(AccessRead | AccessUpdate, always())));
-    const std::uint64_t before = commands();
+    std::uint64_t before = commands();
     files()->update(*channel_, 0, mw::ByteBuffer(1000));
     EXPECT_EQ(commandsSince(before), 4u); // 255 + 255 + 255 + 235 bytes
+    // Exact multiples of the chunk sizes end without an empty last part.
+    before = commands();
+    files()->update(*channel_, 0, mw::ByteBuffer(510));
+    EXPECT_EQ(commandsSince(before), 2u);
+    before = commands();
+    EXPECT_EQ(files()->read(*channel_, 0, 512).size(), 512u);
+    EXPECT_EQ(commandsSince(before), 2u);
 }
 
 TEST_P(InProcessCardTest, LongAnswersAndChainedCryptogramsOf2048BitKeys) {

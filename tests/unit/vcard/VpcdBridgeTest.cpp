@@ -14,6 +14,7 @@
 #include <sstream>
 #include <sys/socket.h>
 #include <sys/syscall.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -34,6 +35,7 @@ public:
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         EXPECT_EQ(::bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
         EXPECT_EQ(::listen(listener_, 1), 0);
+        setReceiveTimeout(listener_); // bounds accept() too
         socklen_t length = sizeof address;
         ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length);
         port_ = ntohs(address.sin_port);
@@ -43,7 +45,11 @@ public:
         ::close(listener_);
     }
     std::uint16_t port() const { return port_; }
-    void accept() { connection_ = ::accept(listener_, nullptr, nullptr); }
+    void accept() {
+        connection_ = ::accept(listener_, nullptr, nullptr);
+        ASSERT_GE(connection_, 0) << "the bridge did not connect";
+        setReceiveTimeout(connection_);
+    }
     void closeConnection() {
         if (connection_ >= 0)
             ::close(connection_);
@@ -79,7 +85,7 @@ public:
         return ::poll(&fd, 1, static_cast<int>(timeout.count())) == 1;
     }
     Bytes receive() {
-        std::uint8_t header[2];
+        std::uint8_t header[2] = {0, 0};
         readExactly(header, 2);
         Bytes payload(static_cast<std::size_t>(header[0] << 8 | header[1]));
         readExactly(payload.data(), payload.size());
@@ -87,6 +93,12 @@ public:
     }
 
 private:
+    // A framing fault fails the test within seconds instead of hanging it.
+    static void setReceiveTimeout(int socket) {
+        const timeval timeout{5, 0};
+        EXPECT_EQ(::setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout), 0);
+    }
+
     static std::optional<unsigned long> unreadAt(std::uint16_t localPort) {
         std::ifstream tcp("/proc/net/tcp");
         std::string line;
@@ -104,7 +116,7 @@ private:
     void readExactly(std::uint8_t* data, std::size_t size) {
         while (size > 0) {
             ssize_t got = ::recv(connection_, data, size, 0);
-            ASSERT_GT(got, 0);
+            ASSERT_GT(got, 0) << "no complete message from the bridge";
             data += got;
             size -= static_cast<std::size_t>(got);
         }
@@ -124,6 +136,12 @@ protected:
             bridge.serve(stop);
         });
         driver.accept();
+    }
+    void TearDown() override {
+        stop = true;
+        driver.closeConnection();
+        if (serving.joinable())
+            serving.join();
     }
 
     FakeDriver driver;
