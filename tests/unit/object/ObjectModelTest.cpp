@@ -8,6 +8,7 @@
 #include "app/pkcs15/oss/Codec.hpp"
 #include "card/IChannel.hpp"
 
+#include <algorithm>
 #include <boost/exception/get_error_info.hpp>
 #include <boost/make_shared.hpp>
 #include <gtest/gtest.h>
@@ -238,6 +239,32 @@ TEST(NewPin, EncodesTheAttributesItHasAndNoRules) {
     pin->setAccessControlRules({});
     EXPECT_APP_TEXT(pin->encodeAuthenticationType(),
                     "access control rules of a pin cannot be written");
+}
+
+bool contains(const oss::Bytes& haystack, const oss::Bytes& needle) {
+    return std::search(haystack.begin(), haystack.end(), needle.begin(), needle.end()) !=
+           haystack.end();
+}
+
+TEST(ReadPin, ChangingOneAttributeKeepsWhatTheModelDoesNotHold) {
+    oss::AuthenticationType entry;
+    oss::PinObject& value = entry.pinValue;
+    value.commonObjectAttributes.label = "PIN";
+    value.commonObjectAttributes.labelEncoding = {0x14, 0x03, 'P', 'I', 'N'}; // T61String
+    value.commonObjectAttributes.userConsent = 3;
+    value.classAttributes.authId = {0x01};
+    value.typeAttributes.pinFlags = bits(12, {0x0C, 0x00});
+    value.typeAttributes.lastPinChange = "20240101000000Z";
+    value.typeAttributes.unknownComponents = {{0x85, 0x01, 0x07}};
+    P15Pin pin(nullptr, {}, 0, entry, mw::ByteBuffer(oss::encode(entry)));
+
+    pin.setPinFlags(0x0C1);
+    const oss::Bytes rewritten = oss::encode(pin.encodeAuthenticationType());
+    EXPECT_TRUE(contains(rewritten, {0x03, 0x03, 0x04, 0x0C, 0x10})) << "the new flags";
+    EXPECT_TRUE(contains(rewritten, {0x14, 0x03, 'P', 'I', 'N'})) << "the label's string type";
+    EXPECT_TRUE(contains(rewritten, {0x02, 0x01, 0x03})) << "userConsent";
+    EXPECT_TRUE(contains(rewritten, {0x18, 0x0F, '2', '0', '2', '4'})) << "lastPinChange";
+    EXPECT_TRUE(contains(rewritten, {0x85, 0x01, 0x07})) << "a component of a later version";
 }
 
 TEST(NewPin, OperationsNeedTheirAttributesAndSendNothingWithout) {
