@@ -260,38 +260,6 @@ const boost::shared_ptr<fs::ODF>& P15Application::getODF() const {
     return odf_;
 }
 
-template <class File>
-const auto& P15Application::entriesOf(const card::IChannel& channel,
-                                      const boost::shared_ptr<File>& (fs::ODF::*file)()
-                                          const) const {
-    return ((*getODF()).*file)()->values(channel);
-}
-
-const std::vector<oss::AuthenticationType>&
-P15Application::getAuthObjects(const card::IChannel& channel) const {
-    return entriesOf(channel, &fs::ODF::getAODF);
-}
-
-const std::vector<oss::PrivateKeyType>&
-P15Application::getPrivateKeys(const card::IChannel& channel) const {
-    return entriesOf(channel, &fs::ODF::getPrKDF);
-}
-
-const std::vector<oss::PublicKeyType>&
-P15Application::getPublicKeys(const card::IChannel& channel) const {
-    return entriesOf(channel, &fs::ODF::getPuKDF);
-}
-
-const std::vector<oss::CertificateType>&
-P15Application::getCertificates(const card::IChannel& channel) const {
-    return entriesOf(channel, &fs::ODF::getCDF);
-}
-
-const std::vector<oss::DataType>&
-P15Application::getDataObjects(const card::IChannel& channel) const {
-    return entriesOf(channel, &fs::ODF::getDODF);
-}
-
 P15Application::IdRange P15Application::getFileIdRange(AppObjectType type) const {
     const auto found = fileIdRanges_.find(type);
     if (found == fileIdRanges_.end()) {

@@ -2,6 +2,8 @@
 #define APP_PKCS15_P15APPLICATION_HPP
 
 #include "app/IApplication.hpp"
+#include "app/object/ICardObjectFactory.hpp"
+#include "app/object/ICardObjectRepository.hpp"
 #include "app/pkcs15/fs/AppObjectType.hpp"
 #include "app/pkcs15/oss/Asn1Types.hpp"
 #include "card/service/KeyRef.hpp"
@@ -43,8 +45,12 @@ class Wipe;
 
 // One PKCS#15 application on one card: binds the card services, selects the
 // application, reads and caches its directory structure on first use, and
-// allocates file identifiers and key references for new objects.
-class P15Application : public IApplication, public boost::enable_shared_from_this<P15Application> {
+// allocates file identifiers and key references for new objects. It is also
+// the host's repository and factory of objects.
+class P15Application : public IApplication,
+                       public app::object::ICardObjectRepository,
+                       public app::object::ICardObjectFactory,
+                       public boost::enable_shared_from_this<P15Application> {
 public:
     using IdRange = std::pair<unsigned int, unsigned int>;
 
@@ -113,12 +119,38 @@ public:
     // The object directory, created on first need.
     const boost::shared_ptr<fs::ODF>& getODF() const;
 
-    // The entries of each directory file, in file order, read on first need.
-    const std::vector<oss::AuthenticationType>& getAuthObjects(const card::IChannel& channel) const;
-    const std::vector<oss::PrivateKeyType>& getPrivateKeys(const card::IChannel& channel) const;
-    const std::vector<oss::PublicKeyType>& getPublicKeys(const card::IChannel& channel) const;
-    const std::vector<oss::CertificateType>& getCertificates(const card::IChannel& channel) const;
-    const std::vector<oss::DataType>& getDataObjects(const card::IChannel& channel) const;
+    // Repository (P15ApplicationRepository.cpp). The lists are in file
+    // order, read on first need.
+    void readCardObject(const card::IChannel& channel,
+                        app::object::ICardObject& object) const override;
+    void writeCardObject(const card::IChannel& channel,
+                         const app::object::ICardObject& object) const override;
+    void deleteCardObject(const card::IChannel& channel,
+                          const app::object::ICardObject& object) const override;
+    List<app::object::IAuthenticationObject>
+    getAuthObjects(const card::IChannel& channel) const override;
+    List<app::object::IPrivateKey> getPrivateKeys(const card::IChannel& channel) const override;
+    List<app::object::IPublicKey> getPublicKeys(const card::IChannel& channel) const override;
+    List<app::object::ICertificate> getCertificates(const card::IChannel& channel) const override;
+    List<app::object::IDataObject> getDataObjects(const card::IChannel& channel) const override;
+    List<app::object::ISecretKey> getSecretKeys(const card::IChannel& channel) const override;
+
+    // Factory (P15ApplicationFactory.cpp).
+    boost::shared_ptr<app::object::ICertificate>
+    createCertificate(app::object::ICertificate::CertificateType type,
+                      const AccessControlRules& rules) const override;
+    boost::shared_ptr<app::object::IPublicKey>
+    createPublicKey(app::object::IPublicKey::PublicKeyType type,
+                    const AccessControlRules& rules) const override;
+    boost::shared_ptr<app::object::IPrivateKey>
+    createPrivateKey(app::object::IPrivateKey::PrivateKeyType type,
+                     const AccessControlRules& rules) const override;
+    boost::shared_ptr<app::object::ISecretKey>
+    createSecretKey(app::object::ISecretKey::SecretKeyType type,
+                    const AccessControlRules& rules) const override;
+    boost::shared_ptr<app::object::IDataObject>
+    createDataObject(app::object::IDataObject::DataObjectType type,
+                     const AccessControlRules& rules) const override;
 
     IdRange getFileIdRange(fs::AppObjectType type) const;
     IdRange getKeyIdRange(fs::AppObjectType type) const;
@@ -155,9 +187,10 @@ private:
     void fillAlgorithmTable();
     void readConfiguration();
     void selectOnCard(const card::IChannel& channel) const;
-    template <class File>
-    const auto& entriesOf(const card::IChannel& channel,
-                          const boost::shared_ptr<File>& (fs::ODF::*file)() const) const;
+    template <class Object, class File>
+    List<Object> objectsOf(const card::IChannel& channel,
+                           const boost::shared_ptr<File>& (fs::ODF::*file)() const,
+                           const char* notYetSupported) const;
     IdRange byteKeyIdRange(fs::AppObjectType type) const;
     std::vector<mw::ByteBuffer> usedValueFileIds(const card::IChannel& channel) const;
     bool keyReferenceInUse(const card::IChannel& channel, fs::AppObjectType type,

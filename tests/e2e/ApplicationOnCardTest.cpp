@@ -1,5 +1,6 @@
 #include "CardFixture.hpp"
 
+#include "app/object/IPin.hpp"
 #include "app/pkcs15/P15Application.hpp"
 #include "app/pkcs15/fs/DODF.hpp"
 #include "app/pkcs15/fs/ODF.hpp"
@@ -43,7 +44,9 @@ TEST_P(ApplicationOnCard, EfOdfLocatesTheFiveDirectoryFiles) {
 TEST_P(ApplicationOnCard, ListsThePinsAndNoObjectsOfAFreshCard) {
     const auto& pins = application_->getAuthObjects(*channel_);
     ASSERT_EQ(pins.size(), 3u);
-    EXPECT_EQ(pins[0].pinValue.typeAttributes.pinReference.value_or(0), 0x01);
+    const auto userPin = boost::dynamic_pointer_cast<app::object::IPin>(pins[0]);
+    ASSERT_TRUE(userPin);
+    EXPECT_EQ(userPin->getPinReference().value_or(0), 0x01);
     EXPECT_TRUE(application_->getPrivateKeys(*channel_).empty());
     EXPECT_TRUE(application_->getPublicKeys(*channel_).empty());
     EXPECT_TRUE(application_->getCertificates(*channel_).empty());

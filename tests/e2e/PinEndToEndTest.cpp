@@ -1,0 +1,272 @@
+#include "CardFixture.hpp"
+
+#include "app/ApplicationException.hpp"
+#include "app/object/ICardObjectFactory.hpp"
+#include "app/object/ICardObjectRepository.hpp"
+#include "app/object/IPin.hpp"
+#include "app/pkcs15/P15Application.hpp"
+#include "app/pkcs15/detail/WallClock.hpp"
+#include "app/pkcs15/fs/AODF.hpp"
+#include "app/pkcs15/fs/ODF.hpp"
+#include "host/loader/PluginLoader.hpp"
+#include "vcard/VirtualCard.hpp"
+
+#include <boost/make_shared.hpp>
+#include <gtest/gtest.h>
+#include <memory>
+
+namespace {
+
+using app::object::IPin;
+using Repository = app::object::ICardObjectRepository;
+
+class NoConfiguration : public plugin::IConfigurationSource {
+public:
+    boost::optional<std::string> readFile(const std::string&) const override { return boost::none; }
+};
+
+// Runs `statement`, expects an application exception carrying `text`.
+#define EXPECT_APP_ERROR(statement, text)                                                          \
+    try {                                                                                          \
+        statement;                                                                                 \
+        ADD_FAILURE() << "no application exception from " #statement;                              \
+    } catch (const app::ApplicationException& e) {                                                 \
+        const char* const* attached = boost::get_error_info<app::ErrorText>(e);                    \
+        EXPECT_STREQ(attached ? *attached : "", text);                                             \
+    }
+
+mw::ByteBuffer text(const std::string& value) {
+    return mw::ByteBuffer(reinterpret_cast<const unsigned char*>(value.data()), value.size());
+}
+
+// The PINs of the personalised card as a host sees them: the plugin loaded
+// with dlopen, its application used as the object repository.
+class PinsThroughThePlugin : public hosttest::CardTest {
+protected:
+    void SetUp() override {
+        hosttest::CardTest::SetUp();
+        if (IsSkipped()) {
+            return;
+        }
+        loader_ = std::make_unique<host::PluginLoader>(P15APP_PATH, NoConfiguration());
+        application_ = loader_->getApplications(card_, *channel_).at(0);
+        repository_ = boost::dynamic_pointer_cast<Repository>(application_);
+        ASSERT_TRUE(repository_) << "the application is the host's object repository";
+    }
+
+    boost::shared_ptr<IPin> pin(std::size_t index) const {
+        return boost::dynamic_pointer_cast<IPin>(repository_->getAuthObjects(*channel_).at(index));
+    }
+    std::uint16_t triesLeft(const IPin& pin) const { return pin.getPinInfo(*channel_).triesLeft; }
+    // EF(AODF) as the card holds it.
+    mw::ByteBuffer aodf() const {
+        files()->select(*channel_, mw::ByteBuffer{0x44, 0x08});
+        return files()->read(*channel_, 0, 0);
+    }
+    std::uint64_t commands() const { return virtualCard_->instrumentation().counters().commands; }
+
+    std::unique_ptr<host::PluginLoader> loader_;
+    boost::shared_ptr<app::IApplication> application_;
+    boost::shared_ptr<Repository> repository_;
+};
+
+TEST_P(PinsThroughThePlugin, ListsThePersonalisedPinsWithTheirAttributes) {
+    const auto objects = repository_->getAuthObjects(*channel_);
+    ASSERT_EQ(objects.size(), 3u);
+    const auto user = pin(0), puk = pin(1), so = pin(2);
+    ASSERT_TRUE(user && puk && so);
+    EXPECT_EQ(user->getLabel().value_or(""), "User PIN");
+    EXPECT_EQ(user->getFlags().value_or(0xFF), 0x01) << "modifiable";
+    EXPECT_EQ(user->getAuthId(), (mw::ByteBuffer{0x01}));
+    EXPECT_EQ(user->getProtectingAuthId().value_or(mw::ByteBuffer()), (mw::ByteBuffer{0x02}));
+    EXPECT_EQ(user->getPinFlags(), IPin::Initialized | IPin::NeedsPadding);
+    EXPECT_EQ(user->getPinType(), IPin::AsciiNumeric);
+    EXPECT_EQ(user->getMinLength(), 4);
+    EXPECT_EQ(user->getStoredLength(), 8);
+    EXPECT_EQ(user->getMaxLength().value_or(0), 8);
+    EXPECT_EQ(user->getPinReference().value_or(0), 0x01);
+    EXPECT_EQ(user->getPadChar().value_or(mw::ByteBuffer()), (mw::ByteBuffer{0xFF}));
+    EXPECT_FALSE(user->getPath());
+    EXPECT_EQ(puk->getLabel().value_or(""), "PUK");
+    EXPECT_TRUE(puk->getPinFlags() & IPin::UnblockingPin);
+    EXPECT_EQ(puk->getPinReference().value_or(0), 0x02);
+    EXPECT_EQ(so->getLabel().value_or(""), "SO PIN");
+    EXPECT_TRUE(so->getPinFlags() & IPin::SoPin);
+    EXPECT_FALSE(so->getPinFlags() & IPin::UnblockingPin);
+}
+
+TEST_P(PinsThroughThePlugin, AWrongPinCostsATryAndTheRightOneVerifies) {
+    const auto user = pin(0);
+    EXPECT_CARD_ERROR(user->authenticate(*channel_, text("000000")), "Verify", 0x63C2);
+    EXPECT_EQ(triesLeft(*user), 2);
+    user->authenticate(*channel_, text(hosttest::userPin));
+    EXPECT_EQ(user->getPinInfo(*channel_).state, 1) << "verified";
+}
+
+TEST_P(PinsThroughThePlugin, APinBlocksAfterItsTriesAndItsUnblockingPinFreesIt) {
+    const auto user = pin(0);
+    EXPECT_CARD_ERROR(user->authenticate(*channel_, text("000000")), "Verify", 0x63C2);
+    EXPECT_CARD_ERROR(user->authenticate(*channel_, text("000000")), "Verify", 0x63C1);
+    EXPECT_CARD_ERROR(user->authenticate(*channel_, text("000000")), "Verify", 0x63C0);
+    EXPECT_CARD_ERROR(user->authenticate(*channel_, text(hosttest::userPin)), "Verify", 0x6983);
+    EXPECT_EQ(user->getPinInfo(*channel_).state, 2) << "blocked";
+
+    user->unblock(*channel_, text(hosttest::puk));
+    EXPECT_EQ(triesLeft(*user), 3);
+    user->authenticate(*channel_, text(hosttest::userPin));
+}
+
+TEST_P(PinsThroughThePlugin, AChangedPinRefusesItsOldValue) {
+    const auto user = pin(0);
+    user->change(*channel_, text(hosttest::userPin), text("24680"));
+    EXPECT_CARD_ERROR(user->authenticate(*channel_, text(hosttest::userPin)), "Verify", 0x63C2);
+    user->authenticate(*channel_, text("24680"));
+    user->change(*channel_, text("24680"), text(hosttest::userPin)); // as it was
+}
+
+TEST_P(PinsThroughThePlugin, DeauthenticateDropsTheRightToWriteEntries) {
+    const mw::ByteBuffer before = aodf();
+    const auto user = pin(0);
+    user->authenticate(*channel_, text(hosttest::userPin));
+    user->deauthenticate(*channel_);
+    EXPECT_EQ(user->getPinInfo(*channel_).state, 0);
+    user->setLabel("Signing PIN");
+    EXPECT_CARD_ERROR(repository_->writeCardObject(*channel_, *user), "Update Binary", 0x6982);
+    EXPECT_EQ(aodf(), before) << "the card kept its entry";
+}
+
+TEST_P(PinsThroughThePlugin, ALabelWrittenChangesItsEntryOnly) {
+    const mw::ByteBuffer before = aodf();
+    const auto user = pin(0), puk = pin(1);
+    const std::size_t userLength = 2 + before.get(1); // short-form lengths on this card
+    const std::size_t pukLength = 2 + before.get(userLength + 1);
+    const mw::ByteBuffer so =
+        before.get(userLength + pukLength, 2 + before.get(userLength + pukLength + 1));
+
+    user->authenticate(*channel_, text(hosttest::userPin));
+    puk->setLabel("Unblocking PIN");
+    repository_->writeCardObject(*channel_, *puk);
+
+    const mw::ByteBuffer after = aodf();
+    const std::size_t grown = std::string("Unblocking PIN").size() - std::string("PUK").size();
+    EXPECT_EQ(after.get(0, userLength), before.get(0, userLength));
+    EXPECT_EQ(after.get(userLength + pukLength + grown, so.size()), so);
+    EXPECT_EQ(pin(1)->getLabel().value_or(""), "Unblocking PIN");
+    EXPECT_EQ(pin(1)->getPinFlags(), puk->getPinFlags());
+
+    puk->setLabel("PUK"); // as it was
+    repository_->writeCardObject(*channel_, *puk);
+    EXPECT_EQ(aodf(), before);
+}
+
+TEST_P(PinsThroughThePlugin, AnEntryThatNoLongerFitsIsRefusedBeforeTheCardIsTouched) {
+    const mw::ByteBuffer before = aodf();
+    const auto user = pin(0);
+    user->authenticate(*channel_, text(hosttest::userPin));
+    user->setLabel(std::string(before.size(), 'x'));
+    try {
+        repository_->writeCardObject(*channel_, *user);
+        ADD_FAILURE() << "an entry larger than EF(AODF) was written";
+    } catch (const app::OutOfMemoryException& e) {
+        EXPECT_STREQ(*boost::get_error_info<app::ErrorText>(e), "EF(AODF) out of memory");
+    }
+    user->setLabel(std::string(70000, 'x'));
+    EXPECT_APP_ERROR(repository_->writeCardObject(*channel_, *user),
+                     "encoded pin size exceeds 65535 bytes");
+    EXPECT_EQ(aodf(), before);
+}
+
+TEST_P(PinsThroughThePlugin, AWriteWithNothingSetSendsNothing) {
+    if (virtualCard_ == nullptr) {
+        GTEST_SKIP() << "counts the commands of the in-process card";
+    }
+    const auto user = pin(0);
+    const std::uint64_t before = commands();
+    repository_->writeCardObject(*channel_, *user);
+    EXPECT_EQ(commands(), before);
+}
+
+// A card object the host made itself.
+class HostObject : public app::object::ICardObject {
+public:
+    ObjectClass getObjectClass() const override { return DataObject; }
+    void setLabel(const std::string&) override {}
+    const boost::optional<std::string>& getLabel() const override { return label_; }
+    void setFlags(std::uint8_t) override {}
+    const boost::optional<std::uint8_t>& getFlags() const override { return flags_; }
+
+private:
+    boost::optional<std::string> label_;
+    boost::optional<std::uint8_t> flags_;
+};
+
+TEST_P(PinsThroughThePlugin, TheRepositoryDispatchesToTheObjectAndRefusesForeignOnes) {
+    const auto user = pin(0);
+    EXPECT_APP_ERROR(repository_->readCardObject(*channel_, *user), "read pin not supported");
+    EXPECT_APP_ERROR(repository_->deleteCardObject(*channel_, *user), "remove pin not supported");
+    HostObject foreign;
+    EXPECT_APP_ERROR(repository_->writeCardObject(*channel_, foreign),
+                     "failed to cast to AbstractP15Object");
+    EXPECT_APP_ERROR(repository_->getSecretKeys(*channel_), "getSecretKeys not supported");
+}
+
+TEST_P(PinsThroughThePlugin, TheFactoryChecksKindAndRulesFirst) {
+    using namespace app::object;
+    const auto factory = boost::dynamic_pointer_cast<ICardObjectFactory>(application_);
+    ASSERT_TRUE(factory);
+    const app::AccessControlRules none;
+    EXPECT_APP_ERROR(factory->createPrivateKey(IPrivateKey::EcPrivateKey, none),
+                     "unsupported key type");
+    EXPECT_APP_ERROR(factory->createPrivateKey(IPrivateKey::RsaPrivateKey, none),
+                     "access control rules are required but not set");
+    EXPECT_APP_ERROR(factory->createPublicKey(IPublicKey::EcPublicKey, none),
+                     "unsupported key type");
+    EXPECT_APP_ERROR(factory->createCertificate(ICertificate::AttributeCertificate, none),
+                     "unsupported cert type");
+    EXPECT_APP_ERROR(factory->createDataObject(IDataObject::OidDataObject, none),
+                     "unsupported do type");
+    EXPECT_APP_ERROR(factory->createSecretKey(ISecretKey::GenericSecretKey, none),
+                     "creation of secret keys not supported");
+}
+
+// The cache of PIN information, on the application itself so that the test
+// can drive its clock.
+class PinInfoCache : public hosttest::CardTest {
+protected:
+    void TearDown() override { app::pkcs15::detail::WallClock::setSource({}); }
+    std::int64_t now_ = 1'000'000;
+};
+
+TEST_P(PinInfoCache, AsksTheCardOnlyWhenTheWaitingTimeHasPassed) {
+    if (virtualCard_ == nullptr) {
+        GTEST_SKIP() << "counts the commands of the in-process card";
+    }
+    app::pkcs15::detail::WallClock::setSource([this] { return now_; });
+    const auto application = boost::make_shared<app::pkcs15::P15Application>(
+        boost::shared_ptr<const card::ICard>(card_), "test",
+        "[WaitingTime]\nPinInfo=5000\n[Objects]\nwipeForce=false\n");
+    const auto user = boost::dynamic_pointer_cast<IPin>(application->getAuthObjects(*channel_)[0]);
+    const auto asked = [&] {
+        const std::uint64_t before = virtualCard_->instrumentation().counters().commands;
+        user->getPinInfo(*channel_);
+        return virtualCard_->instrumentation().counters().commands - before;
+    };
+
+    EXPECT_EQ(asked(), 1u);
+    now_ += 5000;
+    EXPECT_EQ(asked(), 0u) << "within the waiting time";
+    now_ += 1;
+    EXPECT_EQ(asked(), 1u) << "past it";
+    user->authenticate(*channel_, text(hosttest::userPin));
+    EXPECT_EQ(asked(), 1u) << "an authentication makes the status stale";
+}
+
+INSTANTIATE_TEST_SUITE_P(Transports, PinsThroughThePlugin,
+                         ::testing::Values(hosttest::TransportKind::InProcess,
+                                           hosttest::TransportKind::Pcsc),
+                         hosttest::transportName);
+INSTANTIATE_TEST_SUITE_P(Transports, PinInfoCache,
+                         ::testing::Values(hosttest::TransportKind::InProcess),
+                         hosttest::transportName);
+
+} // namespace

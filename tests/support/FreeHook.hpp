@@ -1,0 +1,25 @@
+#ifndef TESTS_SUPPORT_FREEHOOK_HPP
+#define TESTS_SUPPORT_FREEHOOK_HPP
+
+// Looks at the blocks a binary hands back to the runtime: a binary that
+// links FreeHook.cpp replaces free() with a forwarder that inspects one
+// watched block just before it is really freed.
+
+#include "mw/ByteBuffer.hpp"
+
+#include <cstddef>
+#include <gtest/gtest.h>
+
+namespace freehook {
+
+// Fills the block with a pattern and watches it.
+void watch(unsigned char* block, std::size_t size);
+void watch(mw::ByteBuffer& buffer);
+// Whether the watched block was freed, and held only zeros then.
+::testing::AssertionResult releasedAsZeros();
+bool watchedBlockFreed();
+bool watchedBlockWasZero();
+
+} // namespace freehook
+
+#endif

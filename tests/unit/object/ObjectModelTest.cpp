@@ -1,0 +1,298 @@
+#include "app/ApplicationException.hpp"
+#include "app/SecurityConditions.hpp"
+#include "app/TransformSecurityCondition.hpp"
+#include "app/object/AbstractPrivateKey.hpp"
+#include "app/object/TrackedValue.hpp"
+#include "app/pkcs15/object/CommonAttributes.hpp"
+#include "app/pkcs15/object/P15Pin.hpp"
+#include "app/pkcs15/oss/Codec.hpp"
+#include "card/IChannel.hpp"
+
+#include <algorithm>
+#include <boost/exception/get_error_info.hpp>
+#include <boost/make_shared.hpp>
+#include <gtest/gtest.h>
+
+namespace {
+
+namespace oss = app::pkcs15::oss;
+namespace cs = card::service;
+using app::pkcs15::object::P15Pin;
+using namespace app::pkcs15::object;
+
+std::string errorText(const std::exception& e) {
+    const auto* boostError = dynamic_cast<const boost::exception*>(&e);
+    const char* const* text =
+        boostError ? boost::get_error_info<app::ErrorText>(*boostError) : nullptr;
+    return text ? *text : "";
+}
+
+#define EXPECT_APP_TEXT(statement, text)                                                           \
+    try {                                                                                          \
+        statement;                                                                                 \
+        ADD_FAILURE() << "no exception from " #statement;                                          \
+    } catch (const app::ApplicationException& e) {                                                 \
+        EXPECT_EQ(errorText(e), text);                                                             \
+    }
+
+oss::BitString bits(std::size_t count, oss::Bytes octets) {
+    oss::BitString string;
+    string.bitCount = count;
+    string.octets = std::move(octets);
+    return string;
+}
+
+// A channel without a card: whatever reaches it fails the test.
+class NoCard : public card::IChannel {
+public:
+    card::ICardTransport& transport(int) const override {
+        throw std::logic_error("a command was sent");
+    }
+};
+
+// A PIN no card has seen; its service is never reached by these tests.
+boost::shared_ptr<P15Pin> newPin() {
+    return boost::make_shared<P15Pin>(nullptr, boost::weak_ptr<const app::pkcs15::fs::AODF>(), 0);
+}
+
+TEST(TrackedValue, SettingTheHeldValueTouchesWithoutChanging) {
+    app::object::TrackedValue<std::uint16_t> value(7);
+    value.set(7);
+    EXPECT_TRUE(value.isTouched());
+    EXPECT_FALSE(value.isChanged());
+    value.set(9);
+    value.clearTouched();
+    value.set(9);
+    EXPECT_TRUE(value.isChanged()) << "an equal write keeps the changed flag as it was";
+    EXPECT_EQ(value.get(), 9);
+    value.load(3);
+    EXPECT_EQ(value.get(), 3);
+    EXPECT_FALSE(value.isChanged() || value.isTouched());
+}
+
+TEST(ObjectLattice, OneObjectServesEveryInterface) {
+    const auto pin = newPin();
+    const boost::shared_ptr<app::object::ICardObject> object = pin;
+    object->setLabel("Signing PIN");
+    const auto asPin = boost::dynamic_pointer_cast<app::object::IPin>(object);
+    const auto asAuth = boost::dynamic_pointer_cast<app::object::IAuthenticationObject>(object);
+    const auto asControlled = boost::dynamic_pointer_cast<app::IAccessControlled>(object);
+    ASSERT_TRUE(asPin && asAuth && asControlled);
+    EXPECT_EQ(asPin->getLabel().value_or(""), "Signing PIN");
+    EXPECT_EQ(asAuth->getObjectClass(), app::object::ICardObject::AuthenticationObject);
+    EXPECT_NE(dynamic_cast<const AbstractP15Object*>(object.get()), nullptr);
+    EXPECT_TRUE(pin->isTouched());
+}
+
+// The attributes of a private key, before its PKCS#15 class exists.
+class KeyAttributes : public app::object::AbstractPrivateKey {
+public:
+    ObjectClass getObjectClass() const override { return PrivateKeyObject; }
+    std::uint32_t getKeyType() const override { return RsaPrivateKey; }
+    card::service::KeyRef getKeyReference() const override { return {}; }
+};
+
+TEST(CommonKeyAttributes, NativeIsTrueUnlessTheCardSaysFalseAndANewEntryAlwaysCarriesIt) {
+    oss::CommonKeyAttributes read;
+    read.iD = {0x45};
+    read.usage = bits(10, {0x40, 0x40}); // decrypt, nonRepudiation
+    KeyAttributes key;
+    loadCommonKeyAttributes(read, key);
+    EXPECT_TRUE(key.getNative()) << "absent means TRUE";
+    EXPECT_EQ(key.getUsage(), app::object::IKey::Decrypt | app::object::IKey::NonRepudiation);
+    EXPECT_FALSE(key.isTouched());
+    read.native = false;
+    loadCommonKeyAttributes(read, key);
+    EXPECT_FALSE(key.getNative());
+
+    oss::CommonKeyAttributes rewritten = read;
+    key.setAccessFlags(app::object::IKey::Sensitive);
+    storeCommonKeyAttributes(key, Store::Touched, rewritten);
+    EXPECT_TRUE(rewritten.accessFlags == bits(5, {0x80}));
+    EXPECT_TRUE(rewritten.usage == read.usage) << "what was not set keeps its bits";
+
+    oss::CommonKeyAttributes fresh;
+    storeCommonKeyAttributes(KeyAttributes(), Store::All, fresh);
+    EXPECT_TRUE(fresh.native && *fresh.native);
+    EXPECT_TRUE(fresh.usage == bits(10, {0x00, 0x00}));
+}
+
+TEST(FlagWords, EncodeToTheirDeclaredLengthAndRefuseExtraBits) {
+    EXPECT_EQ(encodeFlags(commonObjectFlags, 0x03), bits(2, {0xC0}));
+    EXPECT_EQ(encodeFlags(pinFlags, 0x0C0), bits(12, {0x0C, 0x00}));
+    EXPECT_EQ(encodeFlags(keyUsageFlags, 0), bits(10, {0x00, 0x00})) << "zero keeps its length";
+    EXPECT_EQ(encodeFlags(keyAccessFlags, 0x1F), bits(5, {0xF8}));
+    EXPECT_APP_TEXT(encodeFlags(commonObjectFlags, 0x04),
+                    "Common Object flags not PKCS#15 conform");
+    EXPECT_APP_TEXT(encodeFlags(pinFlags, 0x1000), "Pin flags not PKCS#15 conform");
+    EXPECT_APP_TEXT(encodeFlags(keyUsageFlags, 0x400),
+                    "Private RSA key usage flags not PKCS#15 conform.");
+    EXPECT_APP_TEXT(encodeFlags(keyAccessFlags, 0x20),
+                    "Private RSA key access flags not PKCS#15 conform.");
+}
+
+TEST(FlagWords, DecodeShortAndFullStringsAndRefuseLongOnes) {
+    EXPECT_EQ(decodeFlags(keyUsageFlags, bits(8, {0xFF})), 0x3FC);
+    EXPECT_EQ(decodeFlags(keyUsageFlags, bits(10, {0xFF, 0xC0})), 0x3FF);
+    EXPECT_EQ(decodeFlags(keyAccessFlags, bits(5, {0x80})), 0x10);
+    EXPECT_EQ(decodeFlags(pinFlags, bits(8, {0x3F})), 0x3F0);
+    EXPECT_EQ(decodeFlags(commonObjectFlags, bits(0, {})), 0);
+    EXPECT_APP_TEXT(decodeFlags(keyUsageFlags, bits(11, {0xFF, 0xE0})),
+                    "PrivateKey::UsageFlags not PKCS#15 conform");
+    EXPECT_APP_TEXT(decodeFlags(keyAccessFlags, bits(6, {0x80})),
+                    "PrivateKey::AccessFlags not PKCS#15 conform");
+    EXPECT_APP_TEXT(decodeFlags(pinFlags, bits(13, {0, 0})), "Pin Flags not PKCS#15 conform");
+    EXPECT_APP_TEXT(decodeFlags(commonObjectFlags, bits(3, {0})),
+                    "CommonObject Flags not PKCS#15 conform");
+}
+
+// Renders a card condition as text, to compare trees.
+class Render : public cs::ISecurityConditionVisitor {
+public:
+    void visit(const cs::AndSecurityCondition& c) override { list("and", c.operands()); }
+    void visit(const cs::OrSecurityCondition& c) override { list("or", c.operands()); }
+    void visit(const cs::NotSecurityCondition& c) override { list("not", {c.operand()}); }
+    void visit(const cs::PinRefSecurityCondition& c) override {
+        out += "pin" + std::to_string(c.pin().reference) + "/" + std::to_string(c.pin().qualifier);
+    }
+    void visit(const cs::AlwaysSecurityCondition&) override { out += "always"; }
+    void visit(const cs::NeverSecurityCondition&) override { out += "never"; }
+    std::string out;
+
+private:
+    void list(const char* name, const cs::SecurityConditionList& operands) {
+        out += std::string(name) + "(";
+        for (const auto& operand : operands) {
+            operand->accept(*this);
+            out += operand == operands.back() ? "" : ",";
+        }
+        out += ")";
+    }
+};
+
+std::string render(const app::ISecurityCondition& condition) {
+    Render renderer;
+    app::transform(condition)->accept(renderer);
+    return renderer.out;
+}
+
+app::SecurityConditionPtr authId(std::vector<std::uint8_t> id) {
+    return boost::make_shared<app::AuthIdSecurityCondition>(std::move(id));
+}
+
+TEST(Transform, BuildsTheCardTreeAndTakesTheFirstAuthIdByteAsPinReference) {
+    const app::AndSecurityCondition nested(
+        {authId({0x01}), boost::make_shared<app::NotSecurityCondition>(authId({0x02}))});
+    EXPECT_EQ(render(nested), "and(pin1/0,not(pin2/0))");
+    const app::OrSecurityCondition either({authId({0x81, 0x00}),
+                                           boost::make_shared<app::AlwaysSecurityCondition>(),
+                                           boost::make_shared<app::NeverSecurityCondition>()});
+    EXPECT_EQ(render(either), "or(pin129/0,always,never)");
+    EXPECT_APP_TEXT(render(app::AuthIdSecurityCondition({})), "transform: empty authId");
+}
+
+oss::AccessControlRule rule(oss::BitString mode, int choice) {
+    oss::AccessControlRule value;
+    value.accessMode = std::move(mode);
+    value.securityCondition.choice = choice;
+    value.securityCondition.authIdValue = {0x01};
+    return value;
+}
+
+TEST(PinRules, ShowWhatTheApplicationTreeExpresses) {
+    oss::AccessControlRule nestedAlways =
+        rule(bits(3, {0x80}), oss::SecurityCondition::orCondition);
+    nestedAlways.securityCondition.operands = {
+        rule({}, oss::SecurityCondition::always).securityCondition};
+    const app::AccessControlRules shown = decodeExpressibleRules(
+        {rule(bits(3, {0x20}), oss::SecurityCondition::always),
+         rule(bits(5, {0x08}), oss::SecurityCondition::always), // an ISO 7816-15 mode
+         rule(bits(2, {0x40}), oss::SecurityCondition::authId), nestedAlways});
+    ASSERT_EQ(shown.size(), 2u);
+    EXPECT_EQ(shown[0].getAccessMode(), app::AccessControlRule::Execute);
+    EXPECT_TRUE(
+        boost::dynamic_pointer_cast<app::AlwaysSecurityCondition>(shown[0].getSecurityCondition()));
+    EXPECT_EQ(shown[1].getAccessMode(), app::AccessControlRule::Update);
+}
+
+TEST(NewPin, EncodesTheAttributesItHasAndNoRules) {
+    const auto pin = newPin();
+    pin->setLabel("PIN");
+    pin->setFlags(0x03);
+    pin->setAuthId(mw::ByteBuffer{0x05});
+    pin->setPinFlags(0x0C0);
+    pin->setMinLength(4);
+    pin->setStoredLength(8);
+    pin->setPinReference(0x85);
+    const oss::PinObject value = pin->encodeAuthenticationType().pinValue;
+    EXPECT_TRUE(value.commonObjectAttributes.flags == bits(2, {0xC0}));
+    EXPECT_FALSE(value.commonObjectAttributes.accessControlRules);
+    EXPECT_EQ(value.classAttributes.authId, oss::Bytes{0x05});
+    EXPECT_EQ(value.typeAttributes.pinFlags, bits(12, {0x0C, 0x00}));
+    EXPECT_EQ(value.typeAttributes.pinReference.value_or(0), 0x85);
+    EXPECT_FALSE(value.typeAttributes.maxLength || value.typeAttributes.padChar ||
+                 value.typeAttributes.path);
+
+    pin->setFlags(0x04);
+    EXPECT_APP_TEXT(pin->encodeAuthenticationType(), "Common Object flags not PKCS#15 conform");
+    pin->setFlags(0x01);
+    pin->setAccessControlRules({});
+    EXPECT_APP_TEXT(pin->encodeAuthenticationType(),
+                    "access control rules of a pin cannot be written");
+}
+
+bool contains(const oss::Bytes& haystack, const oss::Bytes& needle) {
+    return std::search(haystack.begin(), haystack.end(), needle.begin(), needle.end()) !=
+           haystack.end();
+}
+
+TEST(ReadPin, ChangingOneAttributeKeepsWhatTheModelDoesNotHold) {
+    oss::AuthenticationType entry;
+    oss::PinObject& value = entry.pinValue;
+    value.commonObjectAttributes.label = "PIN";
+    value.commonObjectAttributes.labelEncoding = {0x14, 0x03, 'P', 'I', 'N'}; // T61String
+    value.commonObjectAttributes.userConsent = 3;
+    value.classAttributes.authId = {0x01};
+    value.typeAttributes.pinFlags = bits(12, {0x0C, 0x00});
+    value.typeAttributes.lastPinChange = "20240101000000Z";
+    value.typeAttributes.unknownComponents = {{0x85, 0x01, 0x07}};
+    P15Pin pin(nullptr, {}, 0, entry, mw::ByteBuffer(oss::encode(entry)));
+
+    pin.setPinFlags(0x0C1);
+    const oss::Bytes rewritten = oss::encode(pin.encodeAuthenticationType());
+    EXPECT_TRUE(contains(rewritten, {0x03, 0x03, 0x04, 0x0C, 0x10})) << "the new flags";
+    EXPECT_TRUE(contains(rewritten, {0x14, 0x03, 'P', 'I', 'N'})) << "the label's string type";
+    EXPECT_TRUE(contains(rewritten, {0x02, 0x01, 0x03})) << "userConsent";
+    EXPECT_TRUE(contains(rewritten, {0x18, 0x0F, '2', '0', '2', '4'})) << "lastPinChange";
+    EXPECT_TRUE(contains(rewritten, {0x85, 0x01, 0x07})) << "a component of a later version";
+}
+
+TEST(NewPin, OperationsNeedTheirAttributesAndSendNothingWithout) {
+    const auto pin = newPin();
+    const NoCard noCard;
+    const mw::ByteBuffer value{'1', '2', '3', '4'};
+    const char* const needsPadding =
+        "Pin reference, max length and pad char required but not found";
+    pin->setPinReference(1);
+    pin->setMaxLength(8);
+    EXPECT_APP_TEXT(pin->authenticate(noCard, value), needsPadding); // no pad char
+    EXPECT_APP_TEXT(pin->change(noCard, value, value), needsPadding);
+    EXPECT_APP_TEXT(pin->unblock(noCard, value), needsPadding);
+    const auto unreferenced = newPin();
+    EXPECT_APP_TEXT(unreferenced->deauthenticate(noCard), "Pin reference required but not found");
+    EXPECT_APP_TEXT(unreferenced->getPinInfo(noCard), "pinReference path required but not found");
+}
+
+TEST(NewPin, PadsToMaxLengthAndCutsLongerValues) {
+    const auto pin = newPin();
+    pin->setMaxLength(8);
+    pin->setPadChar(mw::ByteBuffer{0xFF});
+    EXPECT_EQ(pin->pad(mw::ByteBuffer{'1', '2', '3', '4'}),
+              (mw::ByteBuffer{'1', '2', '3', '4', 0xFF, 0xFF, 0xFF, 0xFF}));
+    EXPECT_EQ(pin->pad(mw::ByteBuffer{'0', '1', '2', '3', '4', '5', '6', '7', '8', '9'}),
+              (mw::ByteBuffer{'0', '1', '2', '3', '4', '5', '6', '7'}));
+    pin->setMaxLength(0);
+    EXPECT_TRUE(pin->pad(mw::ByteBuffer{'1'}).empty());
+}
+
+} // namespace
