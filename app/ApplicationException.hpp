@@ -7,6 +7,7 @@
 #include <boost/exception/info.hpp>
 #include <boost/throw_exception.hpp>
 #include <exception>
+#include <string>
 
 namespace app {
 
@@ -34,9 +35,12 @@ public:
 
 struct tag_error_text;
 struct tag_error_data;
+struct tag_error_detail;
 
 using ErrorText = boost::error_info<tag_error_text, const char*>;
 using ErrorData = boost::error_info<tag_error_data, unsigned int>;
+// What a fixed text cannot say: which objects, which card answers.
+using ErrorDetail = boost::error_info<tag_error_detail, std::string>;
 
 } // namespace app
 

@@ -1,8 +1,10 @@
 #include "card/CardException.hpp"
 
+#include <boost/core/demangle.hpp>
+
 #include <algorithm>
-#include <cstdio>
 #include <iterator>
+#include <typeinfo>
 
 namespace card {
 
@@ -66,9 +68,8 @@ const char* statusText(unsigned short sw) {
 }
 
 std::string to_string(const StatusCode& info) {
-    char hex[8];
-    std::snprintf(hex, sizeof hex, "%04X", static_cast<unsigned int>(info.value()));
-    return std::string(hex) + ": " + statusText(info.value());
+    return "[" + boost::core::demangle(typeid(tag_status_code*).name()) +
+           "] = " + statusText(info.value()) + "\n";
 }
 
 } // namespace card

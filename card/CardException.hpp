@@ -36,8 +36,9 @@ using Command = boost::error_info<tag_command, const char*>;
 // The text of a status word SW1SW2 ("unknown error" when it has none).
 const char* statusText(unsigned short sw);
 
-// Renders a status word in diagnostic_information as "6A82: File or
-// application not found" (found by argument-dependent lookup).
+// Renders a status word in diagnostic_information as its text in the frame
+// of every other tag: "[card::tag_status_code*] = File or application not
+// found" (found by argument-dependent lookup).
 std::string to_string(const StatusCode& info);
 
 } // namespace card

@@ -193,8 +193,7 @@ RsaKey keyFromJson(const json& node, const CardFile& file) {
         f.SetPublicExponent(componentOf(node, "e", bits));
     }
     CryptoPP::AutoSeededRandomPool rng;
-    const bool valid = hasPrivate ? f.Validate(rng, 1) : f.CryptoPP::RSAFunction::Validate(rng, 1);
-    if (!valid)
+    if (!RsaKey::isValid(rng, f, hasPrivate))
         throw Corrupt("inconsistent key");
     return RsaKey::fromFunction(f, hasPrivate);
 }

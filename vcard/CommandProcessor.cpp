@@ -291,7 +291,7 @@ Response CommandProcessor::importPrivateKey(const CommandApdu& apdu) {
         if (publicFile->keyBits != privateFile.keyBits)
             throw CardError(sw::wrongData);
     }
-    privateFile.key = RsaKey::fromCrt(crt, privateFile.keyBits);
+    privateFile.key = RsaKey::fromCrt(rng_, crt, privateFile.keyBits);
     if (publicFile != nullptr)
         publicFile->key = privateFile.key->publicPart();
     changed_ = true;

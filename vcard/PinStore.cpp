@@ -33,6 +33,7 @@ void PinStore::check(std::uint8_t reference, Pin& pin, const Bytes& candidate,
     if (pin.triesLeft == 0)
         throw CardError(sw::blocked);
     status.clear(reference);
+    // The try is stored before the comparison: one whose cost cannot be stored tells nothing.
     --pin.triesLeft;
     if (!store()) {
         ++pin.triesLeft; // nothing was compared: no try was used

@@ -57,7 +57,8 @@ RsaKey RsaKey::generate(CryptoPP::RandomNumberGenerator& rng, unsigned bits) {
     return key;
 }
 
-RsaKey RsaKey::fromCrt(const RsaCrtComponents& crt, unsigned bits) {
+RsaKey RsaKey::fromCrt(CryptoPP::RandomNumberGenerator& rng, const RsaCrtComponents& crt,
+                       unsigned bits) {
     const Integer e = toInteger(crt.e), p = toInteger(crt.p), q = toInteger(crt.q);
     const Integer qInv = toInteger(crt.qInv), dp = toInteger(crt.dp), dq = toInteger(crt.dq);
     // Sizes first: the arithmetic below takes time that grows with the components.
@@ -78,7 +79,15 @@ RsaKey RsaKey::fromCrt(const RsaCrtComponents& crt, unsigned bits) {
     RsaKey key;
     key.function_.Initialize(n, e, d, p, q, dp, dq, qInv);
     key.hasPrivate_ = true;
+    if (!isValid(rng, key.function_, true))
+        throw CardError(sw::wrongData);
     return key;
+}
+
+bool RsaKey::isValid(CryptoPP::RandomNumberGenerator& rng,
+                     const CryptoPP::InvertibleRSAFunction& function, bool hasPrivate) {
+    return hasPrivate ? function.Validate(rng, 1)
+                      : function.CryptoPP::RSAFunction::Validate(rng, 1);
 }
 
 RsaKey RsaKey::fromFunction(const CryptoPP::InvertibleRSAFunction& function, bool hasPrivate) {

@@ -23,8 +23,13 @@ class RsaKey {
 public:
     /// A new key with public exponent 65537.
     static RsaKey generate(CryptoPP::RandomNumberGenerator& rng, unsigned bits);
-    /// Checks that the components form a key of the given size; throws CardError(6A80) if not.
-    static RsaKey fromCrt(const RsaCrtComponents& crt, unsigned bits);
+    /// Checks that the components form a key of the given size that the card image will take
+    /// again (isValid); throws CardError(6A80) if not.
+    static RsaKey fromCrt(CryptoPP::RandomNumberGenerator& rng, const RsaCrtComponents& crt,
+                          unsigned bits);
+    /// The consistency checks the card applies to every key it stores or loads.
+    static bool isValid(CryptoPP::RandomNumberGenerator& rng,
+                        const CryptoPP::InvertibleRSAFunction& function, bool hasPrivate);
 
     /// The public part of this key: modulus and exponent only.
     RsaKey publicPart() const;

@@ -2,6 +2,7 @@
 
 #include "app/ApplicationException.hpp"
 #include "app/pkcs15/detail/WallClock.hpp"
+#include "app/pkcs15/detail/Wipe.hpp"
 #include "app/pkcs15/detail/util.hpp"
 #include "app/pkcs15/fs/AODF.hpp"
 #include "app/pkcs15/fs/CDF.hpp"
@@ -21,7 +22,6 @@
 
 #include <algorithm>
 #include <boost/current_function.hpp>
-#include <boost/exception/get_error_info.hpp>
 #include <boost/make_shared.hpp>
 #include <boost/property_tree/ini_parser.hpp>
 #include <boost/property_tree/ptree.hpp>
@@ -65,23 +65,6 @@ unsigned short modulusBitsOf(AppObjectType type) {
         return 1536;
     default:
         return 2048;
-    }
-}
-
-bool isFileNotFound(const card::CardException& e) {
-    const unsigned short* sw = boost::get_error_info<card::StatusCode>(e);
-    return sw && *sw == 0x6A82;
-}
-
-// Runs a card operation on something that may not be there; a "file or
-// application not found" answer means there was nothing to remove.
-template <class Operation> void ignoringNotFound(Operation operation) {
-    try {
-        operation();
-    } catch (const card::CardException& e) {
-        if (!isFileNotFound(e)) {
-            throw;
-        }
     }
 }
 
@@ -376,7 +359,7 @@ bool P15Application::keyFilesExist(const card::IChannel& channel, const KeyRef& 
             fileAccessService_->select(channel, key->fileId);
             return true;
         } catch (const card::CardException& e) {
-            if (!isFileNotFound(e)) {
+            if (!util::isFileNotFound(e)) {
                 throw;
             }
         }
@@ -384,15 +367,22 @@ bool P15Application::keyFilesExist(const card::IChannel& channel, const KeyRef& 
     return false;
 }
 
-// The key file of key id `kid`: the high byte of the type's file-id range
-// with the kid as low byte (0E01 for the first 1024-bit private key).
-KeyRef P15Application::makeKeyRef(AppObjectType type, unsigned char kid) const {
+// Key id `kid` of `type` named by its reference alone, as the card layer
+// accepts it where the application names no key files.
+KeyRef P15Application::keyByReference(AppObjectType type, unsigned char kid) const {
     KeyRef ref;
     ref.keyReference = util::encodeKID(kid, (type % 2) == 1);
     ref.modulusBits = modulusBitsOf(type);
+    ref.flag = false;
+    return ref;
+}
+
+// The key file of key id `kid`: the high byte of the type's file-id range
+// with the kid as low byte (0E01 for the first 1024-bit private key).
+KeyRef P15Application::makeKeyRef(AppObjectType type, unsigned char kid) const {
+    KeyRef ref = keyByReference(type, kid);
     const unsigned char fileHigh = static_cast<unsigned char>(getFileIdRange(type).first >> 8);
     ref.fileId = mw::ByteBuffer{fileHigh, static_cast<unsigned char>(kid & 0x1F)};
-    ref.flag = false;
     return ref;
 }
 
@@ -521,83 +511,13 @@ void P15Application::clearContent(const fs::P15File* file) const {
     file->dropContent();
 }
 
-// Overwrites every entry of a directory file with padding.
-void P15Application::clearDirectory(const card::IChannel& channel, const fs::P15File& file) const {
-    const mw::ByteBuffer& content = file.content(channel);
-    const std::size_t used = file.contentLength(channel);
-    if (used == 0) {
-        return;
-    }
-    mw::ByteBuffer cleared(content);
-    std::fill(cleared.begin(), cleared.begin() + used, 0x00);
-    writeChangedBytes(channel, file, content, cleared);
-    file.dropContent();
-}
-
-void P15Application::clearDirectories(const card::IChannel& channel) const {
-    const boost::shared_ptr<fs::ODF>& odf = getODF();
-    clearDirectory(channel, *odf->getCDF());
-    clearDirectory(channel, *odf->getDODF());
-    clearDirectory(channel, *odf->getPrKDF());
-    clearDirectory(channel, *odf->getPuKDF());
-}
-
-// Removes what the directory files list: value files of certificates and
-// data objects, then the keys.
-void P15Application::wipeObjects(const card::IChannel& channel) const {
-    const boost::shared_ptr<fs::ODF>& odf = getODF();
-    std::vector<mw::ByteBuffer> valueFiles = odf->getCDF()->valueFileIds(channel);
-    for (mw::ByteBuffer& id : odf->getDODF()->valueFileIds(channel)) {
-        valueFiles.push_back(std::move(id));
-    }
-    for (const mw::ByteBuffer& path : valueFiles) {
-        ignoringNotFound([&] { fileSystemService_->deleteFile(channel, path); });
-    }
-    for (const KeyRef& key : odf->getPrKDF()->keyRefs(channel)) {
-        ignoringNotFound([&] { asymmetricKeyManagementService_->removePrivateKey(channel, key); });
-    }
-    for (const KeyRef& key : odf->getPuKDF()->keyRefs(channel)) {
-        ignoringNotFound([&] { asymmetricKeyManagementService_->removePublicKey(channel, key); });
-    }
-    clearDirectories(channel);
-}
-
-// Removes whatever the application could have created: every value file
-// identifier and every key of the allocation ranges, listed or not.
-void P15Application::wipeRanges(const card::IChannel& channel) const {
-    for (const auto& range : fileIdRanges_) {
-        if (isKeyType(range.first)) {
-            continue;
-        }
-        for (std::uint64_t id = range.second.first; id <= range.second.second; ++id) {
-            const mw::ByteBuffer path = util::idToBytes(static_cast<unsigned int>(id));
-            ignoringNotFound([&] { fileSystemService_->deleteFile(channel, path); });
-        }
-    }
-    for (const auto& range : keyIdRanges_) {
-        if (fileIdRanges_.count(range.first) == 0) {
-            continue; // no key files to name in this mode
-        }
-        for (unsigned int kid = range.second.first; kid <= range.second.second; ++kid) {
-            const KeyRef key = makeKeyRef(range.first, static_cast<unsigned char>(kid));
-            ignoringNotFound([&] {
-                if (range.first % 2 == 1) {
-                    asymmetricKeyManagementService_->removePrivateKey(channel, key);
-                } else {
-                    asymmetricKeyManagementService_->removePublicKey(channel, key);
-                }
-            });
-        }
-    }
-    clearDirectories(channel);
-}
-
 void P15Application::wipe(const card::IChannel& channel) {
     mw::Log log(typeid(*this), BOOST_CURRENT_FUNCTION);
-    if (wipeForce_) {
-        wipeRanges(channel);
-    } else {
-        wipeObjects(channel);
+    try {
+        detail::Wipe(*this, channel).run(wipeForce_);
+    } catch (...) {
+        odf_.reset();
+        throw;
     }
     odf_.reset();
 }

@@ -37,6 +37,10 @@ class ODF;
 class P15File;
 } // namespace fs
 
+namespace detail {
+class Wipe;
+}
+
 // One PKCS#15 application on one card: binds the card services, selects the
 // application, reads and caches its directory structure on first use, and
 // allocates file identifiers and key references for new objects.
@@ -134,6 +138,8 @@ public:
     const card::IChannel& boundChannel() const;
 
 private:
+    friend class detail::Wipe;
+
     P15Application(const boost::shared_ptr<const card::ICard>& card,
                    const boost::shared_ptr<const card::IApplet>& applet, const std::string& label,
                    const std::string& configuration);
@@ -154,16 +160,13 @@ private:
                            unsigned char reference) const;
     bool keyFilesExist(const card::IChannel& channel, const card::service::KeyRef& privateKey,
                        const card::service::KeyRef& publicKey) const;
+    card::service::KeyRef keyByReference(fs::AppObjectType type, unsigned char kid) const;
     card::service::KeyRef makeKeyRef(fs::AppObjectType type, unsigned char kid) const;
     static mw::ByteBuffer spliceEntry(const mw::ByteBuffer& content, std::size_t used,
                                       std::size_t offset, std::size_t oldLength,
                                       const mw::ByteBuffer& replacement);
     void writeChangedBytes(const card::IChannel& channel, const fs::P15File& file,
                            const mw::ByteBuffer& before, const mw::ByteBuffer& after) const;
-    void clearDirectory(const card::IChannel& channel, const fs::P15File& file) const;
-    void clearDirectories(const card::IChannel& channel) const;
-    void wipeObjects(const card::IChannel& channel) const;
-    void wipeRanges(const card::IChannel& channel) const;
 
     boost::shared_ptr<const card::ICard> card_;
     boost::shared_ptr<const card::IApplet> applet_;

@@ -1,6 +1,9 @@
 #include "app/pkcs15/detail/util.hpp"
 
 #include "app/ApplicationException.hpp"
+#include "card/CardException.hpp"
+
+#include <boost/exception/get_error_info.hpp>
 
 namespace app {
 namespace pkcs15 {
@@ -20,6 +23,11 @@ mw::ByteBuffer idToBytes(unsigned int id) {
         bytes.data()[length - 1 - i] = static_cast<unsigned char>(id >> (8 * i));
     }
     return bytes;
+}
+
+bool isFileNotFound(const card::CardException& e) {
+    const unsigned short* sw = boost::get_error_info<card::StatusCode>(e);
+    return sw && *sw == 0x6A82;
 }
 
 } // namespace util

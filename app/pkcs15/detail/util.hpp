@@ -3,6 +3,10 @@
 
 #include "mw/ByteBuffer.hpp"
 
+namespace card {
+class CardException;
+}
+
 namespace app {
 namespace pkcs15 {
 namespace util {
@@ -14,6 +18,9 @@ unsigned char encodeKID(unsigned char kid, bool privateKey);
 // A file identifier or path as its bytes, most significant first: four bytes
 // above FFFF, two above FF, one for other non-zero values, none for 0.
 mw::ByteBuffer idToBytes(unsigned int id);
+
+// The card answered "file or application not found" (6A82).
+bool isFileNotFound(const card::CardException& e);
 
 } // namespace util
 } // namespace pkcs15

@@ -65,7 +65,7 @@ card::service::KeyRef freeKeyReference(const P15File& file, const card::IChannel
 
 bool rsaKeyRef(const oss::CommonKeyAttributes& common, const oss::ObjectValue& value,
                oss::Integer modulusLength, card::service::KeyRef& ref) {
-    if (!common.keyReference || *common.keyReference <= 0 || *common.keyReference > 0xFF) {
+    if (!common.keyReference || *common.keyReference < 0 || *common.keyReference > 0xFF) {
         return false;
     }
     ref.keyReference = static_cast<unsigned char>(*common.keyReference);

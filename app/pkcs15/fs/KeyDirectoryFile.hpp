@@ -33,11 +33,17 @@ public:
         std::vector<card::service::KeyRef> refs;
         for (const KeyType& key : this->values(channel)) {
             card::service::KeyRef ref;
-            if (rsaKeyRef(key, ref)) {
+            if (keyRefOf(key, ref)) {
                 refs.push_back(std::move(ref));
             }
         }
         return refs;
+    }
+
+    // The card reference of one entry; false for other kinds of key and for
+    // entries without a key reference.
+    bool keyRefOf(const KeyType& key, card::service::KeyRef& ref) const {
+        return rsaKeyRef(key, ref);
     }
 
 protected:

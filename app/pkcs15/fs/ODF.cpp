@@ -85,8 +85,11 @@ mw::ByteBuffer ODF::getFileId(const card::IChannel& channel,
     return fileIds_[kind];
 }
 
+// A directory file reaches the card only through the application, so none
+// is handed out once the application is gone.
 template <class File>
 const boost::shared_ptr<File>& ODF::directoryFile(boost::shared_ptr<File>& slot) const {
+    application();
     if (!slot) {
         slot = boost::make_shared<File>(
             boost::weak_ptr<ODF>(boost::const_pointer_cast<ODF>(shared_from_this())));
@@ -123,8 +126,12 @@ mw::ByteBuffer ODF::updateEncodedAttributes(const P15File* file, const mw::ByteB
     return application()->updateEncodedAttributes(file, oldEncoding, newEncoding);
 }
 
+// EF(ODF) is read again too: whatever made a directory file stale may have
+// moved it.
 void ODF::clearContent(const P15File* file) const {
-    application()->clearContent(file);
+    const boost::shared_ptr<const P15Application> owner = application();
+    mustRead_ = true;
+    owner->clearContent(file);
 }
 
 } // namespace fs

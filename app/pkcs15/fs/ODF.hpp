@@ -63,7 +63,7 @@ private:
     const boost::shared_ptr<File>& directoryFile(boost::shared_ptr<File>& slot) const;
 
     boost::weak_ptr<const P15Application> application_;
-    bool mustRead_ = true;
+    mutable bool mustRead_ = true;
     std::array<mw::ByteBuffer, FileIdCount> fileIds_;
     mutable boost::shared_ptr<AODF> aodf_;
     mutable boost::shared_ptr<PrKDF> prkdf_;

@@ -12,8 +12,15 @@
 //   `raw`: the whole TLV exactly as read, written back byte for byte.
 // - Components of foreign types (Name, KeyInfo, CredentialIdentifier, ...)
 //   are kept as the raw TLV as well.
+// - Change without loss: every SEQUENCE keeps the components after the last
+//   one it models in `unknownComponents` (each TLV as read, written back
+//   after the known ones; they take part in comparisons). A text of a
+//   free string type keeps its TLV as read in an `...Encoding` field, written
+//   back instead of a new UTF8String while the text is unchanged; being
+//   representation only, it takes no part in comparisons.
 // - OBJECT IDENTIFIERs are their content octets (see Codec.hpp for the
-//   dotted-text helpers), INTEGER components are 64-bit signed numbers,
+//   dotted-text helpers), INTEGER components are 64-bit signed numbers
+//   (references 0..255, whose one-octet form is read unsigned),
 //   GeneralizedTime is its text.
 
 #include <boost/optional.hpp>
@@ -27,6 +34,8 @@ namespace app::pkcs15::oss {
 
 using Bytes = std::vector<std::uint8_t>;
 using Integer = std::int64_t;
+// Components a SEQUENCE does not model, after its last known one: each TLV as read.
+using UnknownComponents = std::vector<Bytes>;
 
 // Every value type compares member-wise through its tie().
 template <class T> auto operator==(const T& a, const T& b) -> decltype(a.tie() == b.tie()) {
@@ -48,8 +57,9 @@ struct BitString {
 struct Path {
     Bytes path;
     boost::optional<Integer> index;
-    boost::optional<Integer> length; // [0]
-    auto tie() const { return std::tie(path, index, length); }
+    boost::optional<Integer> length;       // [0]
+    UnknownComponents unknownComponents{}; // after the last known component, as read
+    auto tie() const { return std::tie(path, index, length, unknownComponents); }
 };
 
 // ReferencedValue: 1 path, 2 url (raw).
@@ -86,7 +96,8 @@ struct SecurityCondition {
 struct AccessControlRule {
     BitString accessMode;
     SecurityCondition securityCondition;
-    auto tie() const { return std::tie(accessMode, securityCondition); }
+    UnknownComponents unknownComponents{}; // after the last known component, as read
+    auto tie() const { return std::tie(accessMode, securityCondition, unknownComponents); }
 };
 
 struct CommonObjectAttributes {
@@ -95,7 +106,11 @@ struct CommonObjectAttributes {
     boost::optional<Bytes> authId;
     boost::optional<Integer> userConsent;
     boost::optional<std::vector<AccessControlRule>> accessControlRules;
-    auto tie() const { return std::tie(label, flags, authId, userConsent, accessControlRules); }
+    UnknownComponents unknownComponents{}; // after the last known component, as read
+    Bytes labelEncoding{};                 // the label's TLV as read (any string type)
+    auto tie() const {
+        return std::tie(label, flags, authId, userConsent, accessControlRules, unknownComponents);
+    }
 };
 
 struct CommonKeyAttributes {
@@ -103,76 +118,89 @@ struct CommonKeyAttributes {
     BitString usage;
     boost::optional<bool> native; // DEFAULT TRUE
     boost::optional<BitString> accessFlags;
-    boost::optional<Integer> keyReference;
+    boost::optional<Integer> keyReference; // 0..255: one octet 81 reads as 0x81
     boost::optional<std::string> startDate;
-    boost::optional<std::string> endDate; // [0]
+    boost::optional<std::string> endDate;  // [0]
+    UnknownComponents unknownComponents{}; // after the last known component, as read
     auto tie() const {
-        return std::tie(iD, usage, native, accessFlags, keyReference, startDate, endDate);
+        return std::tie(iD, usage, native, accessFlags, keyReference, startDate, endDate,
+                        unknownComponents);
     }
 };
 
 struct CommonPrivateKeyAttributes {
     boost::optional<Bytes> subjectName;    // Name TLV
     boost::optional<Bytes> keyIdentifiers; // [0] TLV
-    auto tie() const { return std::tie(subjectName, keyIdentifiers); }
+    UnknownComponents unknownComponents{}; // after the last known component, as read
+    auto tie() const { return std::tie(subjectName, keyIdentifiers, unknownComponents); }
 };
 
 struct CommonPublicKeyAttributes {
-    boost::optional<Bytes> subjectName;  // Name TLV
-    boost::optional<Bytes> trustedUsage; // [0] TLV
-    auto tie() const { return std::tie(subjectName, trustedUsage); }
+    boost::optional<Bytes> subjectName;    // Name TLV
+    boost::optional<Bytes> trustedUsage;   // [0] TLV
+    UnknownComponents unknownComponents{}; // after the last known component, as read
+    auto tie() const { return std::tie(subjectName, trustedUsage, unknownComponents); }
 };
 
 struct CommonCertificateAttributes {
     Bytes iD;
-    boost::optional<bool> authority;     // DEFAULT FALSE
-    boost::optional<Bytes> identifier;   // CredentialIdentifier TLV
-    boost::optional<Bytes> certHash;     // [0] TLV
-    boost::optional<Bytes> trustedUsage; // [1] TLV
-    boost::optional<Bytes> identifiers;  // [2] TLV
-    boost::optional<bool> implicitTrust; // [3] DEFAULT FALSE
+    boost::optional<bool> authority;       // DEFAULT FALSE
+    boost::optional<Bytes> identifier;     // CredentialIdentifier TLV
+    boost::optional<Bytes> certHash;       // [0] TLV
+    boost::optional<Bytes> trustedUsage;   // [1] TLV
+    boost::optional<Bytes> identifiers;    // [2] TLV
+    boost::optional<bool> implicitTrust;   // [3] DEFAULT FALSE
+    UnknownComponents unknownComponents{}; // after the last known component, as read
     auto tie() const {
         return std::tie(iD, authority, identifier, certHash, trustedUsage, identifiers,
-                        implicitTrust);
+                        implicitTrust, unknownComponents);
     }
 };
 
 struct CommonDataObjectAttributes {
     boost::optional<std::string> applicationName;
     boost::optional<Bytes> applicationOID;
-    auto tie() const { return std::tie(applicationName, applicationOID); }
+    UnknownComponents unknownComponents{}; // after the last known component, as read
+    Bytes applicationNameEncoding{};       // the applicationName's TLV as read
+    auto tie() const { return std::tie(applicationName, applicationOID, unknownComponents); }
 };
 
 struct CommonAuthenticationObjectAttributes {
     Bytes authId;
-    auto tie() const { return std::tie(authId); }
+    UnknownComponents unknownComponents{}; // after the last known component, as read
+    auto tie() const { return std::tie(authId, unknownComponents); }
 };
 
-// The subclass attributes of certificates, data and authentication objects.
+// The subclass attributes of certificates, data and authentication objects:
+// NULL, or what a card wrote there instead.
 struct NullAttributes {
-    auto tie() const { return std::tie(); }
+    UnknownComponents components{}; // the TLVs inside [0] unless a lone NULL, as read
+    auto tie() const { return std::tie(components); }
 };
 
 struct PrivateRSAKeyAttributes {
     ObjectValue value;
     Integer modulusLength = 0;
-    boost::optional<Bytes> keyInfo; // KeyInfo TLV
-    auto tie() const { return std::tie(value, modulusLength, keyInfo); }
+    boost::optional<Bytes> keyInfo;        // KeyInfo TLV
+    UnknownComponents unknownComponents{}; // after the last known component, as read
+    auto tie() const { return std::tie(value, modulusLength, keyInfo, unknownComponents); }
 };
 
 struct PublicRSAKeyAttributes {
     ObjectValue value;
     Integer modulusLength = 0;
-    boost::optional<Bytes> keyInfo; // KeyInfo TLV
-    auto tie() const { return std::tie(value, modulusLength, keyInfo); }
+    boost::optional<Bytes> keyInfo;        // KeyInfo TLV
+    UnknownComponents unknownComponents{}; // after the last known component, as read
+    auto tie() const { return std::tie(value, modulusLength, keyInfo, unknownComponents); }
 };
 
 struct X509CertificateAttributes {
     ObjectValue value;
-    boost::optional<Bytes> subject;      // Name TLV
-    boost::optional<Bytes> issuer;       // [0] Name: the Name TLV inside the tag
-    boost::optional<Bytes> serialNumber; // INTEGER content octets
-    auto tie() const { return std::tie(value, subject, issuer, serialNumber); }
+    boost::optional<Bytes> subject;        // Name TLV
+    boost::optional<Bytes> issuer;         // [0] Name: the Name TLV inside the tag
+    boost::optional<Bytes> serialNumber;   // INTEGER content octets
+    UnknownComponents unknownComponents{}; // after the last known component, as read
+    auto tie() const { return std::tie(value, subject, issuer, serialNumber, unknownComponents); }
 };
 
 struct PinAttributes {
@@ -181,13 +209,14 @@ struct PinAttributes {
     Integer minLength = 0;
     Integer storedLength = 0;
     boost::optional<Integer> maxLength;
-    boost::optional<Integer> pinReference; // [0] DEFAULT 0
+    boost::optional<Integer> pinReference; // [0] DEFAULT 0; 0..255 like keyReference
     boost::optional<Bytes> padChar;
     boost::optional<std::string> lastPinChange;
     boost::optional<Path> path;
+    UnknownComponents unknownComponents{}; // after the last known component, as read
     auto tie() const {
         return std::tie(pinFlags, pinType, minLength, storedLength, maxLength, pinReference,
-                        padChar, lastPinChange, path);
+                        padChar, lastPinChange, path, unknownComponents);
     }
 };
 
@@ -197,9 +226,14 @@ struct PKCS15Object {
     ClassAttributes classAttributes;
     boost::optional<SubClassAttributes> subClassAttributes; // [0]
     TypeAttributes typeAttributes;                          // [1]
+    UnknownComponents unknownComponents{};                  // after [1], as read
+    // Whether [0] / [1] came in the other of the two forms cards use (with or
+    // without a SEQUENCE inside the tag, see CodecObjects.cpp): written back so.
+    bool subClassAttributesOtherForm = false;
+    bool typeAttributesOtherForm = false;
     auto tie() const {
-        return std::tie(commonObjectAttributes, classAttributes, subClassAttributes,
-                        typeAttributes);
+        return std::tie(commonObjectAttributes, classAttributes, subClassAttributes, typeAttributes,
+                        unknownComponents);
     }
 };
 
@@ -301,8 +335,9 @@ struct PKCS15Objects {
 
 struct SecurityEnvironmentInfo {
     Integer se = 0;
-    Bytes owner; // OBJECT IDENTIFIER
-    auto tie() const { return std::tie(se, owner); }
+    Bytes owner;                           // OBJECT IDENTIFIER
+    UnknownComponents unknownComponents{}; // after the last known component, as read
+    auto tie() const { return std::tie(se, owner, unknownComponents); }
 };
 
 struct RecordInfo {
@@ -313,9 +348,10 @@ struct RecordInfo {
     boost::optional<Integer> cDFRecordLength;   // [4]
     boost::optional<Integer> dODFRecordLength;  // [5]
     boost::optional<Integer> aODFRecordLength;  // [6]
+    UnknownComponents unknownComponents{};      // after the last known component, as read
     auto tie() const {
         return std::tie(oDFRecordLength, prKDFRecordLength, puKDFRecordLength, sKDFRecordLength,
-                        cDFRecordLength, dODFRecordLength, aODFRecordLength);
+                        cDFRecordLength, dODFRecordLength, aODFRecordLength, unknownComponents);
     }
 };
 
@@ -326,8 +362,10 @@ struct AlgorithmInfo {
     BitString supportedOperations;
     boost::optional<Bytes> algId; // OBJECT IDENTIFIER
     boost::optional<Integer> algRef;
+    UnknownComponents unknownComponents{}; // after the last known component, as read
     auto tie() const {
-        return std::tie(reference, algorithm, parameters, supportedOperations, algId, algRef);
+        return std::tie(reference, algorithm, parameters, supportedOperations, algId, algRef,
+                        unknownComponents);
     }
 };
 
@@ -353,20 +391,23 @@ struct TokenInfo {
     boost::optional<std::string> holderId;                           // [4]
     boost::optional<LastUpdate> lastUpdate;                          // [5]
     boost::optional<std::string> preferredLanguage;
+    UnknownComponents unknownComponents{}; // after the last known component, as read
+    Bytes manufacturerIDEncoding{};        // the manufacturerID's TLV as read
     auto tie() const {
         return std::tie(version, serialNumber, manufacturerID, label, tokenflags, seInfo,
                         recordInfo, supportedAlgorithms, issuerId, holderId, lastUpdate,
-                        preferredLanguage);
+                        preferredLanguage, unknownComponents);
     }
 };
 
 // EF(DIR) record ([APPLICATION 1]).
 struct DIRRecord {
-    Bytes aid;                          // [APPLICATION 15]
-    boost::optional<std::string> label; // [APPLICATION 16]
-    Bytes path;                         // [APPLICATION 17]
-    boost::optional<Bytes> ddo;         // [APPLICATION 19] TLV
-    auto tie() const { return std::tie(aid, label, path, ddo); }
+    Bytes aid;                             // [APPLICATION 15]
+    boost::optional<std::string> label;    // [APPLICATION 16]
+    Bytes path;                            // [APPLICATION 17]
+    boost::optional<Bytes> ddo;            // [APPLICATION 19] TLV
+    UnknownComponents unknownComponents{}; // other data objects, as read, in their order
+    auto tie() const { return std::tie(aid, label, path, ddo, unknownComponents); }
 };
 
 } // namespace app::pkcs15::oss

@@ -9,8 +9,14 @@
 // app::InvalidDataException with app::ErrorText (one of the kText* messages
 // below) and app::ErrorData (the byte offset from `data` where it happened).
 //
+// A component after the last one a SEQUENCE knows is kept as read (see
+// Asn1Types.hpp); an unknown one before a known one fails with the text
+// "ASN.1: unexpected tag before a known component of <type>".
+//
 // encode() returns strict DER; a value longer than kMaxEncodedSize throws
-// app::InvalidDataException kTextTooLong with the size attached.
+// app::InvalidDataException kTextTooLong with the size attached. A value whose
+// kept components would no longer read back as they were throws
+// kTextCannotKeep rather than lose or alter them.
 
 #include "app/pkcs15/oss/Asn1Types.hpp"
 
@@ -33,6 +39,8 @@ constexpr const char* kTextMissing = "ASN.1: missing component";
 constexpr const char* kTextInvalid = "ASN.1: invalid value";
 constexpr const char* kTextIntegerRange = "ASN.1: integer out of range";
 constexpr const char* kTextTooLong = "ASN.1: value exceeds 65535 bytes";
+constexpr const char* kTextCannotKeep =
+    "ASN.1: components read from the card and not understood cannot be kept with this change";
 
 // Every type with its own decode() and encode().
 #define P15_OSS_CODEC_TYPES(X)                                                                     \

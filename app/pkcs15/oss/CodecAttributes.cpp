@@ -238,8 +238,8 @@ void writeFields(Sink& sink, const AccessControlRule& value) {
 P15_OSS_SEQUENCE_READ_WRITE(CommonObjectAttributes)
 
 void readFields(DerReader& reader, CommonObjectAttributes& value) {
-    if (isLabelTag(reader.peekTag())) {
-        value.label = readLabel(reader);
+    if (reader.nextIsLabel()) {
+        value.label = readLabel(reader, value.labelEncoding);
     }
     if (reader.nextIs(tag::bitString)) {
         value.flags = readBitString(reader);
@@ -257,7 +257,7 @@ void readFields(DerReader& reader, CommonObjectAttributes& value) {
 
 void writeFields(Sink& sink, const CommonObjectAttributes& value) {
     if (value.label) {
-        writeText(sink, *value.label, tag::utf8String);
+        writeLabel(sink, *value.label, value.labelEncoding);
     }
     if (value.flags) {
         writeBitString(sink, *value.flags);
@@ -285,7 +285,7 @@ void readFields(DerReader& reader, CommonKeyAttributes& value) {
         value.accessFlags = readBitString(reader);
     }
     if (reader.nextIs(tag::integer)) {
-        value.keyReference = readInteger(reader);
+        value.keyReference = readReference(reader);
     }
     if (reader.nextIs(tag::generalizedTime)) {
         value.startDate = readTime(reader);
@@ -364,8 +364,8 @@ void writeFields(Sink& sink, const CommonCertificateAttributes& value) {
 P15_OSS_SEQUENCE_READ_WRITE(CommonDataObjectAttributes)
 
 void readFields(DerReader& reader, CommonDataObjectAttributes& value) {
-    if (isLabelTag(reader.peekTag())) {
-        value.applicationName = readLabel(reader);
+    if (reader.nextIsLabel()) {
+        value.applicationName = readLabel(reader, value.applicationNameEncoding);
     }
     if (reader.nextIs(tag::oid)) {
         value.applicationOID = readOid(reader);
@@ -374,7 +374,7 @@ void readFields(DerReader& reader, CommonDataObjectAttributes& value) {
 
 void writeFields(Sink& sink, const CommonDataObjectAttributes& value) {
     if (value.applicationName) {
-        writeText(sink, *value.applicationName, tag::utf8String);
+        writeLabel(sink, *value.applicationName, value.applicationNameEncoding);
     }
     if (value.applicationOID) {
         writeOid(sink, *value.applicationOID);
@@ -414,7 +414,7 @@ void readFields(DerReader& reader, X509CertificateAttributes& value) {
         // [0] Name: a tag on a CHOICE, so the Name keeps its own TLV inside.
         DerReader issuer = reader.enter(reader.next());
         value.issuer = issuer.expect(tag::sequence).bytes();
-        issuer.skipRest();
+        issuer.expectEnd();
     }
     if (reader.nextIs(tag::integer)) {
         const Tlv serial = reader.next();
@@ -451,7 +451,7 @@ void readFields(DerReader& reader, PinAttributes& value) {
         value.maxLength = readInteger(reader);
     }
     if (reader.nextIs(tag::context(0))) {
-        value.pinReference = readInteger(reader, tag::context(0));
+        value.pinReference = readReference(reader, tag::context(0));
     }
     if (reader.nextIs(tag::octetString)) {
         value.padChar = readOctetString(reader);

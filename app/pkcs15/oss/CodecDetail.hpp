@@ -6,9 +6,13 @@
 // its components alone, for the attributes that cards write with or without
 // their SEQUENCE inside a context tag.
 
+#include "app/ApplicationException.hpp"
 #include "app/pkcs15/oss/Asn1Types.hpp"
+#include "app/pkcs15/oss/Codec.hpp"
 #include "app/pkcs15/oss/DerReader.hpp"
 #include "app/pkcs15/oss/DerWriter.hpp"
+
+#include <cryptopp/queue.h>
 
 #include <vector>
 
@@ -17,10 +21,15 @@ namespace app::pkcs15::oss {
 #define P15_OSS_READ_WRITE(Type)                                                                   \
     void read(DerReader& reader, Type& value);                                                     \
     void write(Sink& sink, const Type& value);
+// A SEQUENCE type: its components alone, and the decode error of an unknown
+// component before a known one.
 #define P15_OSS_FIELDS(Type)                                                                       \
     P15_OSS_READ_WRITE(Type)                                                                       \
     void readFields(DerReader& reader, Type& value);                                               \
-    void writeFields(Sink& sink, const Type& value);
+    void writeFields(Sink& sink, const Type& value);                                               \
+    constexpr const char* outOfOrderText(const Type*) {                                            \
+        return "ASN.1: unexpected tag before a known component of " #Type;                         \
+    }
 
 P15_OSS_READ_WRITE(PKCS15Objects)
 P15_OSS_READ_WRITE(PathOrObjects)
@@ -29,7 +38,7 @@ P15_OSS_READ_WRITE(PublicKeyType)
 P15_OSS_READ_WRITE(CertificateType)
 P15_OSS_READ_WRITE(DataType)
 P15_OSS_READ_WRITE(AuthenticationType)
-P15_OSS_READ_WRITE(TokenInfo)
+P15_OSS_FIELDS(TokenInfo)
 P15_OSS_READ_WRITE(DIRRecord)
 P15_OSS_READ_WRITE(ReferencedValue)
 P15_OSS_READ_WRITE(ObjectValue)
@@ -55,17 +64,56 @@ P15_OSS_FIELDS(AlgorithmInfo)
 #undef P15_OSS_FIELDS
 #undef P15_OSS_READ_WRITE
 
-// A SEQUENCE: its components, then any unknown trailing ones skipped.
+// The components of a SEQUENCE type, then those after the last one it knows,
+// kept.
+template <class T> void readFieldsKeepingUnknown(DerReader& reader, T& value) {
+    readFields(reader, value);
+    value.unknownComponents = reader.readUnknownTail(outOfOrderText(&value));
+}
+
+// Reads back the content written for a value with unknown components and
+// refuses the write unless they come back unknown and unchanged: a change can
+// make room for a kept component to be taken for a known one.
+template <class T> void checkUnknownKept(const Bytes& content, const T& value) {
+    T reread;
+    DerReader reader(content.data(), content.size());
+    try {
+        readFieldsKeepingUnknown(reader, reread);
+    } catch (const app::InvalidDataException&) {
+        APP_THROW(app::InvalidDataException, kTextCannotKeep);
+    }
+    if (reread.unknownComponents != value.unknownComponents) {
+        APP_THROW(app::InvalidDataException, kTextCannotKeep);
+    }
+}
+
+// The known components, then the unknown ones in their place after them.
+template <class T> void writeFieldsKeepingUnknown(Sink& sink, const T& value) {
+    if (value.unknownComponents.empty()) {
+        writeFields(sink, value);
+        return;
+    }
+    CryptoPP::ByteQueue queue;
+    writeFields(queue, value);
+    for (const Bytes& tlv : value.unknownComponents) {
+        writeRaw(queue, tlv);
+    }
+    Bytes content(static_cast<std::size_t>(queue.MaxRetrievable()));
+    queue.Get(content.data(), content.size());
+    checkUnknownKept(content, value);
+    sink.Put(content.data(), content.size());
+}
+
 template <class T>
 void readSequence(DerReader& reader, T& value, std::uint32_t expected = tag::sequence) {
     DerReader content = reader.enter(reader.expect(expected));
     value = T{};
-    readFields(content, value);
-    content.skipRest();
+    readFieldsKeepingUnknown(content, value);
 }
 
 template <class T> void writeSequence(Sink& sink, const T& value) {
-    writeConstructed(sink, tag::sequence, [&](Sink& content) { writeFields(content, value); });
+    writeConstructed(sink, tag::sequence,
+                     [&](Sink& content) { writeFieldsKeepingUnknown(content, value); });
 }
 
 template <class T>

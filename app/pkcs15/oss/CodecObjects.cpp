@@ -11,12 +11,6 @@ namespace app::pkcs15::oss {
 
 namespace {
 
-// The subclass attributes NULL: recognised and written back as [0] NULL.
-void readFields(DerReader&, NullAttributes&) {}
-bool opensComponent(std::uint32_t found, const NullAttributes*) {
-    return found == tag::null;
-}
-
 bool opensComponent(std::uint32_t found, const CommonPrivateKeyAttributes*) {
     return found == tag::sequence || found == tag::contextConstructed(0);
 }
@@ -39,53 +33,90 @@ bool opensComponent(std::uint32_t found, const ObjectValue*) {
     return isObjectValueTag(found);
 }
 
-// Opaque data objects carry an ObjectValue CHOICE, not a SEQUENCE, in [1].
-void readFields(DerReader& reader, ObjectValue& value) {
-    read(reader, value);
-}
-
 // Cards write the [0] and [1] attributes either with their SEQUENCE inside the
 // tag (explicit, as a tag on a parameterised type requires) or with the tag
 // replacing it (implicit). The content is taken as the explicit form when it
 // is one SEQUENCE that is empty or opens with a tag the attributes can start
 // with; a SEQUENCE that is the first component itself never opens that way.
+// The NULL subclass attributes are kept as found, whatever their form.
 template <class T> bool holdsInnerSequence(const DerReader& content) {
-    DerReader probe = content;
-    if (!probe.nextIs(tag::sequence)) {
+    if constexpr (std::is_same_v<T, NullAttributes>) {
         return false;
+    } else {
+        DerReader probe = content;
+        if (!probe.nextIs(tag::sequence)) {
+            return false;
+        }
+        const Tlv inner = probe.next();
+        if (!probe.atEnd()) {
+            return false;
+        }
+        const DerReader innerContent = probe.enter(inner);
+        return innerContent.atEnd() ||
+               opensComponent(innerContent.peekTag(), static_cast<const T*>(nullptr));
     }
-    const Tlv inner = probe.next();
-    if (!probe.atEnd()) {
-        return false;
-    }
-    const DerReader innerContent = probe.enter(inner);
-    return innerContent.atEnd() ||
-           opensComponent(innerContent.peekTag(), static_cast<const T*>(nullptr));
 }
 
-template <class T> void readTaggedAttributes(DerReader& reader, std::uint32_t expected, T& value) {
+// The form written for new values: a SEQUENCE type with its SEQUENCE inside
+// the tag, the CHOICE and NULL with their own TLV alone.
+template <class T> constexpr bool innerSequenceByDefault() {
+    return !std::is_same_v<T, ObjectValue> && !std::is_same_v<T, NullAttributes>;
+}
+
+template <class T> void readAttributes(DerReader& reader, T& value) {
+    if constexpr (std::is_same_v<T, ObjectValue>) {
+        read(reader, value);
+        reader.expectEnd();
+    } else if constexpr (std::is_same_v<T, NullAttributes>) {
+        while (!reader.atEnd()) {
+            value.components.push_back(readRaw(reader));
+        }
+        if (value.components == UnknownComponents{{0x05, 0x00}}) {
+            value.components.clear(); // the NULL of PKCS#15, written again as NULL
+        }
+    } else {
+        readFieldsKeepingUnknown(reader, value);
+    }
+}
+
+template <class T> void writeAttributes(Sink& sink, const T& value) {
+    if constexpr (std::is_same_v<T, ObjectValue>) {
+        write(sink, value);
+    } else if constexpr (std::is_same_v<T, NullAttributes>) {
+        if (value.components.empty()) {
+            writeNull(sink);
+        }
+        for (const Bytes& tlv : value.components) {
+            writeRaw(sink, tlv);
+        }
+    } else {
+        writeFieldsKeepingUnknown(sink, value);
+    }
+}
+
+// Returns whether the attributes came in the other form than the default one.
+template <class T> bool readTaggedAttributes(DerReader& reader, std::uint32_t expected, T& value) {
     DerReader content = reader.enter(reader.expect(expected));
     value = T{};
-    if (holdsInnerSequence<T>(content)) {
-        DerReader inner = content.enter(content.next());
-        readFields(inner, value);
-        inner.skipRest();
+    const bool inner = holdsInnerSequence<T>(content);
+    if (inner) {
+        DerReader innerContent = content.enter(content.next());
+        readAttributes(innerContent, value);
     } else {
-        readFields(content, value);
+        readAttributes(content, value);
     }
-    content.skipRest();
+    return inner != innerSequenceByDefault<T>();
 }
 
-// Written in the explicit form, except the CHOICE and NULL, which keep their own TLV.
 template <class T>
-void writeTaggedAttributes(Sink& sink, std::uint32_t constructedTag, const T& value) {
+void writeTaggedAttributes(Sink& sink, std::uint32_t constructedTag, const T& value,
+                           bool otherForm) {
     writeConstructed(sink, constructedTag, [&](Sink& content) {
-        if constexpr (std::is_same_v<T, ObjectValue>) {
-            write(content, value);
-        } else if constexpr (std::is_same_v<T, NullAttributes>) {
-            writeNull(content);
+        if (otherForm != innerSequenceByDefault<T>()) {
+            writeConstructed(content, tag::sequence,
+                             [&](Sink& inner) { writeAttributes(inner, value); });
         } else {
-            writeSequence(content, value);
+            writeAttributes(content, value);
         }
     });
 }
@@ -98,10 +129,14 @@ void readObject(DerReader& reader, PKCS15Object<C, S, T>& value) {
     read(content, value.classAttributes);
     if (content.nextIs(tag::contextConstructed(0))) {
         value.subClassAttributes.emplace();
-        readTaggedAttributes(content, tag::contextConstructed(0), *value.subClassAttributes);
+        value.subClassAttributesOtherForm =
+            readTaggedAttributes(content, tag::contextConstructed(0), *value.subClassAttributes);
     }
-    readTaggedAttributes(content, tag::contextConstructed(1), value.typeAttributes);
-    content.skipRest();
+    value.typeAttributesOtherForm =
+        readTaggedAttributes(content, tag::contextConstructed(1), value.typeAttributes);
+    while (!content.atEnd()) { // nothing known follows [1]
+        value.unknownComponents.push_back(readRaw(content));
+    }
 }
 
 template <class C, class S, class T>
@@ -110,9 +145,14 @@ void writeObject(Sink& sink, const PKCS15Object<C, S, T>& value) {
         write(content, value.commonObjectAttributes);
         write(content, value.classAttributes);
         if (value.subClassAttributes) {
-            writeTaggedAttributes(content, tag::contextConstructed(0), *value.subClassAttributes);
+            writeTaggedAttributes(content, tag::contextConstructed(0), *value.subClassAttributes,
+                                  value.subClassAttributesOtherForm);
         }
-        writeTaggedAttributes(content, tag::contextConstructed(1), value.typeAttributes);
+        writeTaggedAttributes(content, tag::contextConstructed(1), value.typeAttributes,
+                              value.typeAttributesOtherForm);
+        for (const Bytes& tlv : value.unknownComponents) {
+            writeRaw(content, tlv);
+        }
     });
 }
 
@@ -238,7 +278,7 @@ void read(DerReader& reader, PKCS15Objects& value) {
             // A tag on a CHOICE: the PathOrObjects keeps its own TLV inside.
             DerReader content = reader.enter(reader.next());
             read(content, value.value);
-            content.skipRest();
+            content.expectEnd();
             return;
         }
         ++number;

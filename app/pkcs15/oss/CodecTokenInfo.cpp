@@ -68,7 +68,7 @@ void writeFields(Sink& sink, const RecordInfo& value) {
 P15_OSS_SEQUENCE_READ_WRITE(AlgorithmInfo)
 
 void readFields(DerReader& reader, AlgorithmInfo& value) {
-    value.reference = readInteger(reader);
+    value.reference = readReference(reader);
     value.algorithm = readInteger(reader);
     if (reader.atEnd()) {
         reader.fail(kTextMissing);
@@ -79,7 +79,7 @@ void readFields(DerReader& reader, AlgorithmInfo& value) {
         value.algId = readOid(reader);
     }
     if (reader.nextIs(tag::integer)) {
-        value.algRef = readInteger(reader);
+        value.algRef = readReference(reader);
     }
 }
 
@@ -120,73 +120,75 @@ void write(Sink& sink, const LastUpdate& value) {
     }
 }
 
-void read(DerReader& reader, TokenInfo& value) {
-    DerReader content = reader.enter(reader.expect(tag::sequence));
-    value = TokenInfo{};
-    value.version = readInteger(content);
-    if (content.nextIs(tag::octetString)) {
-        value.serialNumber = readOctetString(content);
+P15_OSS_SEQUENCE_READ_WRITE(TokenInfo)
+
+void readFields(DerReader& reader, TokenInfo& value) {
+    value.version = readInteger(reader);
+    if (reader.nextIs(tag::octetString)) {
+        value.serialNumber = readOctetString(reader);
     }
-    if (isLabelTag(content.peekTag())) {
-        value.manufacturerID = readLabel(content);
+    if (reader.nextIsLabel()) {
+        value.manufacturerID = readLabel(reader, value.manufacturerIDEncoding);
     }
-    readOptionalText(content, tag::context(0), value.label);
-    value.tokenflags = readBitString(content);
-    if (content.nextIs(tag::sequence)) {
-        value.seInfo = readSequenceOf<SecurityEnvironmentInfo>(content);
+    readOptionalText(reader, tag::context(0), value.label);
+    value.tokenflags = readBitString(reader);
+    if (reader.nextIs(tag::sequence)) {
+        value.seInfo = readSequenceOf<SecurityEnvironmentInfo>(reader);
     }
-    if (content.nextIs(tag::contextConstructed(1))) {
+    if (reader.nextIs(tag::contextConstructed(1))) {
         value.recordInfo.emplace();
-        readSequence(content, *value.recordInfo, tag::contextConstructed(1));
+        readSequence(reader, *value.recordInfo, tag::contextConstructed(1));
     }
-    if (content.nextIs(tag::contextConstructed(2))) {
+    if (reader.nextIs(tag::contextConstructed(2))) {
         value.supportedAlgorithms =
-            readSequenceOf<AlgorithmInfo>(content, tag::contextConstructed(2));
+            readSequenceOf<AlgorithmInfo>(reader, tag::contextConstructed(2));
     }
-    readOptionalText(content, tag::context(3), value.issuerId);
-    readOptionalText(content, tag::context(4), value.holderId);
-    if (content.nextIs(tag::contextConstructed(5))) {
+    readOptionalText(reader, tag::context(3), value.issuerId);
+    readOptionalText(reader, tag::context(4), value.holderId);
+    if (reader.nextIs(tag::contextConstructed(5))) {
         // A tag on a CHOICE: LastUpdate keeps its own TLV inside.
-        DerReader lastUpdate = content.enter(content.next());
+        DerReader lastUpdate = reader.enter(reader.next());
         value.lastUpdate.emplace();
         read(lastUpdate, *value.lastUpdate);
-        lastUpdate.skipRest();
+        lastUpdate.expectEnd();
     }
-    readOptionalText(content, tag::printableString, value.preferredLanguage);
-    content.skipRest();
+    readOptionalText(reader, tag::printableString, value.preferredLanguage);
 }
 
-void write(Sink& sink, const TokenInfo& value) {
-    writeConstructed(sink, tag::sequence, [&](Sink& content) {
-        writeInteger(content, value.version);
-        if (value.serialNumber) {
-            writeOctetString(content, *value.serialNumber);
-        }
-        writeOptionalText(content, tag::utf8String, value.manufacturerID);
-        writeOptionalText(content, tag::context(0), value.label);
-        writeBitString(content, value.tokenflags);
-        if (value.seInfo) {
-            writeSequenceOf(content, *value.seInfo);
-        }
-        if (value.recordInfo) {
-            writeConstructed(content, tag::contextConstructed(1),
-                             [&](Sink& record) { writeFields(record, *value.recordInfo); });
-        }
-        if (value.supportedAlgorithms) {
-            writeSequenceOf(content, *value.supportedAlgorithms, tag::contextConstructed(2));
-        }
-        writeOptionalText(content, tag::context(3), value.issuerId);
-        writeOptionalText(content, tag::context(4), value.holderId);
-        if (value.lastUpdate) {
-            writeConstructed(content, tag::contextConstructed(5),
-                             [&](Sink& lastUpdate) { write(lastUpdate, *value.lastUpdate); });
-        }
-        writeOptionalText(content, tag::printableString, value.preferredLanguage);
-    });
+void writeFields(Sink& sink, const TokenInfo& value) {
+    writeInteger(sink, value.version);
+    if (value.serialNumber) {
+        writeOctetString(sink, *value.serialNumber);
+    }
+    if (value.manufacturerID) {
+        writeLabel(sink, *value.manufacturerID, value.manufacturerIDEncoding);
+    }
+    writeOptionalText(sink, tag::context(0), value.label);
+    writeBitString(sink, value.tokenflags);
+    if (value.seInfo) {
+        writeSequenceOf(sink, *value.seInfo);
+    }
+    if (value.recordInfo) {
+        writeConstructed(sink, tag::contextConstructed(1), [&](Sink& record) {
+            writeFieldsKeepingUnknown(record, *value.recordInfo);
+        });
+    }
+    if (value.supportedAlgorithms) {
+        writeSequenceOf(sink, *value.supportedAlgorithms, tag::contextConstructed(2));
+    }
+    writeOptionalText(sink, tag::context(3), value.issuerId);
+    writeOptionalText(sink, tag::context(4), value.holderId);
+    if (value.lastUpdate) {
+        writeConstructed(sink, tag::contextConstructed(5),
+                         [&](Sink& lastUpdate) { write(lastUpdate, *value.lastUpdate); });
+    }
+    writeOptionalText(sink, tag::printableString, value.preferredLanguage);
 }
 
 // The record's data objects are taken in any order: EF(DIR) records are
-// ISO 7816-4 templates, and cards do not all keep the declared order.
+// ISO 7816-4 templates, and cards do not all keep the declared order. Data
+// objects it does not know, and repeats of those it knows, are kept and
+// written back after the known ones (order carries no meaning in a template).
 void read(DerReader& reader, DIRRecord& value) {
     const Tlv record = reader.expect(tag::applicationConstructed(1));
     DerReader content = reader.enter(record);
@@ -194,23 +196,19 @@ void read(DerReader& reader, DIRRecord& value) {
     bool hasAid = false;
     bool hasPath = false;
     while (!content.atEnd()) {
-        switch (content.peekTag()) {
-        case tag::application(15):
+        const std::uint32_t found = content.peekTag();
+        if (found == tag::application(15) && !hasAid) {
             value.aid = readOctetString(content, tag::application(15));
             hasAid = true;
-            break;
-        case tag::application(16):
+        } else if (found == tag::application(16) && !value.label) {
             value.label = readText(content, tag::application(16));
-            break;
-        case tag::application(17):
+        } else if (found == tag::application(17) && !hasPath) {
             value.path = readOctetString(content, tag::application(17));
             hasPath = true;
-            break;
-        case tag::applicationConstructed(19):
+        } else if (found == tag::applicationConstructed(19) && !value.ddo) {
             value.ddo = readRaw(content);
-            break;
-        default:
-            content.next();
+        } else {
+            value.unknownComponents.push_back(readRaw(content));
         }
     }
     if (!hasAid || !hasPath) {
@@ -225,6 +223,9 @@ void write(Sink& sink, const DIRRecord& value) {
         writeOctetString(content, value.path, tag::application(17));
         if (value.ddo) {
             writeRaw(content, *value.ddo);
+        }
+        for (const Bytes& tlv : value.unknownComponents) {
+            writeRaw(content, tlv);
         }
     });
 }

@@ -3,6 +3,8 @@
 #include "app/ApplicationException.hpp"
 #include "app/pkcs15/oss/Codec.hpp"
 
+#include <array>
+
 namespace app::pkcs15::oss {
 
 DerReader::DerReader(const std::uint8_t* data, std::size_t size)
@@ -79,7 +81,19 @@ std::uint32_t DerReader::peekTag() const {
     return readTag(cursor);
 }
 
+bool DerReader::nextIs(std::uint32_t expected) {
+    if (expected < awaited_.size()) {
+        awaited_.set(expected);
+    }
+    return !atEnd() && peekTag() == expected;
+}
+
+bool DerReader::wasAwaited(std::uint32_t candidate) const {
+    return candidate < awaited_.size() && awaited_.test(candidate);
+}
+
 Tlv DerReader::next() {
+    awaited_.reset();
     Tlv tlv;
     tlv.offset = offset();
     tlv.begin = position_;
@@ -113,9 +127,25 @@ DerReader DerReader::enter(const Tlv& tlv) const {
     return DerReader(tlv.content, tlv.contentSize, contentOffset, depth_ + 1);
 }
 
-void DerReader::skipRest() {
+UnknownComponents DerReader::readUnknownTail(const char* outOfOrder) {
+    UnknownComponents tail;
+    if (atEnd()) {
+        return tail;
+    }
+    const DerReader stopped = *this;
     while (!atEnd()) {
-        next();
+        const Tlv tlv = next();
+        if (stopped.wasAwaited(tlv.tag)) {
+            fail(outOfOrder, stopped.offset());
+        }
+        tail.push_back(tlv.bytes());
+    }
+    return tail;
+}
+
+void DerReader::expectEnd() {
+    if (!atEnd()) {
+        fail(kTextUnexpectedTag);
     }
 }
 
@@ -140,6 +170,11 @@ Integer readInteger(DerReader& reader, std::uint32_t expected) {
         value = (value << 8) | octets[i];
     }
     return static_cast<Integer>(value);
+}
+
+Integer readReference(DerReader& reader, std::uint32_t expected) {
+    const Integer value = readInteger(reader, expected);
+    return value < 0 && value >= -0x80 ? value + 0x100 : value;
 }
 
 bool readBoolean(DerReader& reader, std::uint32_t expected) {
@@ -187,18 +222,75 @@ std::string readTime(DerReader& reader, std::uint32_t expected) {
     return readText(reader, expected);
 }
 
-bool isLabelTag(std::uint32_t candidate) {
-    return candidate == tag::utf8String || candidate == tag::printableString ||
-           candidate == tag::t61String || candidate == tag::ia5String ||
-           candidate == tag::visibleString;
+bool DerReader::nextIsLabel() {
+    const std::uint32_t found = peekTag();
+    bool label = false;
+    for (std::uint32_t candidate : {tag::utf8String, tag::printableString, tag::t61String,
+                                    tag::ia5String, tag::visibleString, tag::bmpString}) {
+        awaited_.set(candidate);
+        label = label || found == candidate;
+    }
+    return label;
 }
 
-std::string readLabel(DerReader& reader) {
-    const std::uint32_t found = reader.peekTag();
-    if (!isLabelTag(found)) {
+namespace {
+
+void appendUtf8(std::string& out, std::uint32_t codePoint) {
+    if (codePoint < 0x80) {
+        out += static_cast<char>(codePoint);
+        return;
+    }
+    const int continuation = codePoint < 0x800 ? 1 : codePoint < 0x10000 ? 2 : 3;
+    constexpr std::array<std::uint8_t, 4> lead = {0x00, 0xC0, 0xE0, 0xF0};
+    out += static_cast<char>(lead[continuation] | (codePoint >> (6 * continuation)));
+    for (int shift = 6 * (continuation - 1); shift >= 0; shift -= 6) {
+        out += static_cast<char>(0x80 | ((codePoint >> shift) & 0x3F));
+    }
+}
+
+// BMPString: big-endian UCS-2. Cards that write UTF-16 surrogate pairs are
+// read as the character the pair stands for; a lone surrogate is invalid.
+std::string bmpToUtf8(DerReader& reader, const Tlv& tlv) {
+    if (tlv.contentSize % 2 != 0) {
+        reader.fail(kTextInvalid, tlv.offset);
+    }
+    std::string text;
+    for (std::size_t i = 0; i < tlv.contentSize; i += 2) {
+        std::uint32_t unit = (tlv.content[i] << 8) | tlv.content[i + 1];
+        if (unit >= 0xD800 && unit < 0xE000) {
+            const std::uint32_t low =
+                i + 3 < tlv.contentSize ? (tlv.content[i + 2] << 8) | tlv.content[i + 3] : 0;
+            if (unit >= 0xDC00 || low < 0xDC00 || low >= 0xE000) {
+                reader.fail(kTextInvalid, tlv.offset);
+            }
+            unit = 0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00);
+            i += 2;
+        }
+        appendUtf8(text, unit);
+    }
+    return text;
+}
+
+} // namespace
+
+std::string readLabel(DerReader& reader, Bytes& encoding) {
+    if (!reader.nextIsLabel()) {
         reader.fail(reader.atEnd() ? kTextMissing : kTextUnexpectedTag);
     }
-    return readText(reader, found);
+    const Tlv tlv = reader.next();
+    encoding = tlv.bytes();
+    if (tlv.tag == tag::bmpString) {
+        return bmpToUtf8(reader, tlv);
+    }
+    return std::string(tlv.content, tlv.content + tlv.contentSize);
+}
+
+std::string labelText(const Bytes& encoding) {
+    DerReader reader(encoding.data(), encoding.size());
+    Bytes again;
+    std::string text = readLabel(reader, again);
+    reader.expectEnd();
+    return text;
 }
 
 void readNull(DerReader& reader) {

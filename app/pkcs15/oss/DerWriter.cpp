@@ -61,6 +61,14 @@ void writeText(Sink& sink, const std::string& text, std::uint32_t primitiveTag) 
     CryptoPP::DEREncodeTextString(sink, text, static_cast<CryptoPP::byte>(primitiveTag));
 }
 
+void writeLabel(Sink& sink, const std::string& text, const Bytes& encoding) {
+    if (!encoding.empty() && labelText(encoding) == text) {
+        writeRaw(sink, encoding);
+    } else {
+        writeText(sink, text, tag::utf8String);
+    }
+}
+
 void writeNull(Sink& sink) {
     CryptoPP::DEREncodeNull(sink);
 }

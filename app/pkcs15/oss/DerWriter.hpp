@@ -32,6 +32,9 @@ void writeOctetString(Sink& sink, const Bytes& octets,
                       std::uint32_t primitiveTag = tag::octetString);
 void writeOid(Sink& sink, const Bytes& oid);
 void writeText(Sink& sink, const std::string& text, std::uint32_t primitiveTag);
+// A label: its TLV as read while the text is what it was read as, otherwise
+// a UTF8String.
+void writeLabel(Sink& sink, const std::string& text, const Bytes& encoding);
 void writeNull(Sink& sink);
 // A value kept as read: written back byte for byte.
 void writeRaw(Sink& sink, const Bytes& tlv);

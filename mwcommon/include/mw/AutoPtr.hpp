@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <new>
+#include <type_traits>
 #include <utility>
 
 namespace mw {
@@ -18,6 +19,16 @@ struct ObjectDeallocator {
 struct ArrayDeallocator {
     template <class T> static void deallocate(T* array) noexcept { delete[] array; }
 };
+
+// How an AutoPtr<T> releases by default: byte arrays (the crypto provider
+// hands out encodings as new[]'d bytes) and T[] with delete[], anything else
+// with delete.
+template <class T>
+using DefaultDeallocator =
+    std::conditional_t<std::is_array_v<T> || std::is_same_v<T, unsigned char> ||
+                           std::is_same_v<T, signed char> || std::is_same_v<T, char> ||
+                           std::is_same_v<T, std::byte>,
+                       ArrayDeallocator, ObjectDeallocator>;
 
 namespace detail {
 // The shared owner behind AutoPtr: the object and the number of AutoPtrs that
@@ -49,15 +60,21 @@ private:
 
 // Owns an object handed out by the crypto provider; copies share it, the last
 // one releases it. Dereferencing a null AutoPtr throws NullPointerException.
-// Deallocator says how: ObjectDeallocator (delete) or ArrayDeallocator.
-template <class T, class Deallocator = ObjectDeallocator> class AutoPtr {
-    using Container = detail::AutoPtrContainer<T, Deallocator>;
+// Deallocator says how: ObjectDeallocator (delete) or ArrayDeallocator
+// (delete[]), by default as DefaultDeallocator<T> says. AutoPtr<T[]> holds a
+// T*.
+template <class T, class Deallocator = DefaultDeallocator<T>> class AutoPtr {
+public:
+    using element_type = std::remove_extent_t<T>;
+
+private:
+    using Container = detail::AutoPtrContainer<element_type, Deallocator>;
 
 public:
     AutoPtr() noexcept = default;
 
     // Takes ownership; the object is released even if this constructor fails.
-    explicit AutoPtr(T* object)
+    explicit AutoPtr(element_type* object)
         : container_(adopt(object)) {}
 
     AutoPtr(const AutoPtr& other) noexcept { share(other.container_); }
@@ -80,28 +97,34 @@ public:
         return *this;
     }
 
-    // The owned object, or null; never throws.
-    T* get() const noexcept { return container_ != nullptr ? container_->get() : nullptr; }
+    // Lets go of the object (released if this was its last owner) and takes
+    // ownership of `object`.
+    void reset(element_type* object = nullptr) { *this = AutoPtr(object); }
 
-    T* operator->() const {
+    // The owned object, or null; never throws.
+    element_type* get() const noexcept {
+        return container_ != nullptr ? container_->get() : nullptr;
+    }
+
+    element_type* operator->() const {
         assert_value(get());
         return get();
     }
 
-    T& operator*() const {
+    element_type& operator*() const {
         assert_value(get());
         return *get();
     }
 
 private:
     // Checks the wrapped pointer before it is used.
-    static void assert_value(T* const value) {
+    static void assert_value(element_type* const value) {
         if (value == nullptr) {
             MW_THROW(NullPointerException, "Wrapped pointer is a NULL pointer.");
         }
     }
 
-    static Container* adopt(T* object) {
+    static Container* adopt(element_type* object) {
         if (object == nullptr) {
             return nullptr;
         }

@@ -8,6 +8,7 @@
 #include "app/pkcs15/fs/PrKDF.hpp"
 #include "app/pkcs15/fs/PuKDF.hpp"
 #include "card/service/IFileSystemService.hpp"
+#include "mw/Hex.hpp"
 
 #include <boost/exception/get_error_info.hpp>
 #include <gtest/gtest.h>
@@ -19,6 +20,7 @@ using app::pkcs15::P15Application;
 namespace {
 
 const mw::ByteBuffer prkdfFile{0x44, 0x00};
+const mw::ByteBuffer pukdfFile{0x44, 0x01};
 const mw::ByteBuffer dodfFile{0x44, 0x07};
 
 class Allocation : public ::testing::Test {
@@ -68,13 +70,16 @@ TEST_F(Allocation, ValueFilesOfCertificatesAndDataObjectsShareOneIdentifierSpace
               bytes({0xDF, 0x02, 0x0D, 0x83}));
 }
 
-TEST_F(Allocation, ExhaustedFileIdsAreReportedInTheDirectorysOwnWords) {
+TEST_F(Allocation, TheLastFileIdIsHandedOutThenExhaustionIsReportedInTheDirectorysOwnWords) {
     mw::ByteBuffer entries;
-    for (unsigned int id = 0xDF020D81; id <= 0xDF020DFF; ++id) {
+    for (unsigned int id = 0xDF020D81; id < 0xDF020DFF; ++id) {
         entries.append(dataObjectEntry("d", app::pkcs15::util::idToBytes(id)));
     }
     store(dodfFile, entries);
+    EXPECT_EQ(application_->getFreeFileId(fs::DataObjectFile), bytes({0xDF, 0x02, 0x0D, 0xFF}));
 
+    entries.append(dataObjectEntry("d", bytes({0xDF, 0x02, 0x0D, 0xFF})));
+    store(dodfFile, entries);
     EXPECT_APP_ERROR(application_->getFreeFileId(fs::DataObjectFile), app::ApplicationException,
                      "unable to find free file id");
     EXPECT_APP_ERROR(application_->getODF()->getDODF()->getFreeFileId(
@@ -103,18 +108,55 @@ TEST_F(Allocation, NextKeyReferenceSkipsTheOnesInUse) {
     EXPECT_EQ(publicRef.fileId, bytes({0x0F, 0x0D}));
 }
 
-TEST_F(Allocation, ExhaustedKeyReferencesAreReportedPerDirectory) {
+// Cards write references above 7F in one octet (02 01 81); read as a signed
+// INTEGER that is -127, and the allocator would hand out 81 / 0E01 again.
+TEST_F(Allocation, AKeyReferenceWrittenInOneOctetIsInUse) {
+    store(prkdfFile, mw::fromHex("301F 3003 0C014B 300A 040101 03020620 020181"
+                                 " A10C 300A 3004 04020E01 02020400"));
+    const card::service::KeyRef ref = application_->getFreeKeyReference(fs::RsaPrivateKey1024);
+    EXPECT_EQ(ref.keyReference, 0x82);
+    EXPECT_EQ(ref.fileId, bytes({0x0E, 0x02}));
+}
+
+// Entries for the 1024-bit key ids `first` to `last`.
+mw::ByteBuffer keyEntries(bool privateKeys, unsigned char first, unsigned char last) {
     mw::ByteBuffer keys;
-    for (unsigned char kid = 1; kid <= 6; ++kid) {
-        keys.append(rsaPrivateKeyEntry(0x80 | kid, bytes({0x0E, kid})));
+    for (unsigned char kid = first; kid <= last; ++kid) {
+        const unsigned char reference = 0x80 | kid;
+        keys.append(privateKeys ? rsaPrivateKeyEntry(reference, bytes({0x0E, kid}))
+                                : rsaPublicKeyEntry(reference, bytes({0x0F, kid})));
     }
-    store(prkdfFile, keys);
+    return keys;
+}
+
+TEST_F(Allocation, TheLastKeyIdIsHandedOutThenExhaustionIsReportedPerDirectory) {
+    store(prkdfFile, keyEntries(true, 1, 5));
+    const card::service::KeyRef last = application_->getFreeKeyReference(fs::RsaPrivateKey1024);
+    EXPECT_EQ(last.keyReference, 0x86);
+    EXPECT_EQ(last.fileId, bytes({0x0E, 0x06}));
+
+    store(prkdfFile, keyEntries(true, 1, 6));
     EXPECT_APP_ERROR(application_->getFreeKeyReference(fs::RsaPrivateKey1024),
                      app::ApplicationException, "unable to find free key reference");
     EXPECT_APP_ERROR(application_->getODF()->getPrKDF()->getFreeKeyReference(*card_.channel,
                                                                              *card_.files(), 1024),
                      app::ApplicationException, "maximum number of private keys reached");
     EXPECT_EQ(application_->getFreeKeyReference(fs::RsaPrivateKey1536).keyReference, 0x87);
+
+    store(pukdfFile, keyEntries(false, 1, 6));
+    EXPECT_APP_ERROR(application_->getODF()->getPuKDF()->getFreeKeyReference(*card_.channel,
+                                                                             *card_.files(), 1024),
+                     app::ApplicationException, "maximum number of public keys reached");
+}
+
+TEST_F(Allocation, KeyPairsNeedTheirIdFreeInBothKeyDirectories) {
+    store(pukdfFile, keyEntries(false, 1, 5));
+    EXPECT_EQ(application_->getFreeKeyPairReference(*card_.channel, 1024).first.keyReference, 0x86);
+
+    store(pukdfFile, keyEntries(false, 1, 6));
+    ASSERT_TRUE(application_->getODF()->getPrKDF()->values(*card_.channel).empty());
+    EXPECT_APP_ERROR(application_->getFreeKeyPairReference(*card_.channel, 1024),
+                     app::ApplicationException, "maximum number of key pairs reached");
 }
 
 TEST_F(Allocation, KeyReferenceRequestsThatCannotBeMetFailBeforeTheCard) {

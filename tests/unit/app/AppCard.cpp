@@ -40,8 +40,9 @@ bool RecordingTransport::Less::operator()(const mw::ByteBuffer& a, const mw::Byt
 }
 
 AppCard::AppCard() {
-    auto recording = std::make_unique<RecordingTransport>(
-        std::make_unique<host::VirtualCardTransport>(vcard::VirtualCard::personalised()));
+    auto inner = std::make_unique<host::VirtualCardTransport>(vcard::VirtualCard::personalised());
+    virtualCard = &inner->virtualCard();
+    auto recording = std::make_unique<RecordingTransport>(std::move(inner));
     recorder = recording.get();
     channel = boost::make_shared<host::Channel>(std::move(recording));
     session = boost::make_shared<host::iso7816::CardSession>(channel);

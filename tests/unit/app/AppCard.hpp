@@ -17,6 +17,10 @@
 #include <string>
 #include <vector>
 
+namespace vcard {
+class VirtualCard;
+}
+
 namespace apptest {
 
 // Passes commands to the real card and keeps a copy of each; can answer one
@@ -68,6 +72,7 @@ struct AppCard {
     mw::ByteBuffer readFile(const mw::ByteBuffer& fileId) const;
 
     RecordingTransport* recorder;
+    vcard::VirtualCard* virtualCard;
     boost::shared_ptr<host::Channel> channel;
     boost::shared_ptr<host::iso7816::CardSession> session;
     boost::shared_ptr<host::iso7816::Card> card;

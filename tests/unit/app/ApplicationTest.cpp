@@ -200,18 +200,21 @@ TEST_F(ReselectThrottle, WithoutWaitingTimeEverySelectReachesTheCard) {
     EXPECT_EQ(applicationSelects(card_), 3u);
 }
 
-TEST_F(ReselectThrottle, SparesTheCardUntilTheWaitingTimeHasPassed) {
+// Selects at each offset (milliseconds after the first selection) and
+// counts the selections that reached the card.
+TEST_F(ReselectThrottle, SparesTheCardForAWaitingTimeAfterEachSelection) {
     const auto application =
         card_.application("[WaitingTime]\nReselect=5000\n[Objects]\nwipeForce=false\n");
-    now_ += 1000;
-    application->select(*card_.channel);
-    EXPECT_EQ(applicationSelects(card_), 1u);
-    now_ += 4000; // exactly the waiting time: not yet
-    application->select(*card_.channel);
-    EXPECT_EQ(applicationSelects(card_), 1u);
-    now_ += 1000;
-    application->select(*card_.channel);
-    EXPECT_EQ(applicationSelects(card_), 2u);
+    // Exactly the waiting time is not yet enough; each reselection starts the
+    // next period.
+    const std::pair<std::int64_t, std::size_t> steps[] = {
+        {1000, 1}, {5000, 1}, {5001, 2}, {10001, 2}, {10002, 3}};
+    const std::int64_t start = now_;
+    for (const auto& step : steps) {
+        now_ = start + step.first;
+        application->select(*card_.channel);
+        EXPECT_EQ(applicationSelects(card_), step.second) << "at +" << step.first << " ms";
+    }
 }
 
 TEST_F(ReselectThrottle, FailedSelectLeavesTheApplicationUnselected) {

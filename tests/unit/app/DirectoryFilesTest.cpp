@@ -99,29 +99,44 @@ TEST_F(Directories, AMalformedEntryReachesTheCallerAsTheCodecError) {
                  app::InvalidDataException);
 }
 
-TEST_F(Directories, ClearContentRereadsOnlyThatFile) {
+TEST_F(Directories, ClearContentRereadsThatFileAndEfOdf) {
     const auto& prkdf = application_->getODF()->getPrKDF();
     EXPECT_TRUE(prkdf->values(*card_.channel).empty());
+    application_->getODF()->getCDF()->values(*card_.channel);
 
     card_.verifyPin(0x01, userPin);
     card_.writeFile(bytes({0x44, 0x00}), rsaPrivateKeyEntry(0x81, bytes({0x0E, 0x01})));
     EXPECT_TRUE(prkdf->values(*card_.channel).empty()) << "the cache answers until cleared";
     prkdf->clearContent();
+    card_.recorder->clear();
     EXPECT_EQ(prkdf->values(*card_.channel).size(), 1u);
+    application_->getODF()->getCDF()->values(*card_.channel);
+    std::vector<mw::ByteBuffer> selected;
+    for (const mw::ByteBuffer& select : card_.recorder->sent(0xA4)) {
+        selected.push_back(select.get(5 + select.get(4) - 2, 2)); // the file of its path
+    }
+    EXPECT_EQ(selected, (std::vector<mw::ByteBuffer>{odfFile, bytes({0x44, 0x00})}))
+        << "EF(ODF) and EF(PrKDF) are read again, EF(CDF) comes from the cache";
 }
 
 TEST_F(Directories, OutlivingTheirOwnersFailsClearly) {
+    const char* const gone = "failed to get shared ptr from weak ptr";
     boost::shared_ptr<app::pkcs15::fs::ODF> odf = application_->getODF();
     const boost::shared_ptr<app::pkcs15::fs::CDF> cdf = odf->getCDF();
     application_.reset();
     EXPECT_APP_ERROR(odf->getFreeFileId(app::pkcs15::fs::DataObjectFile), app::ApplicationException,
-                     "failed to get shared ptr from weak ptr");
+                     gone);
+    EXPECT_APP_ERROR(odf->getAODF(), app::ApplicationException, gone);
+    EXPECT_APP_ERROR(odf->getPrKDF(), app::ApplicationException, gone);
+    EXPECT_APP_ERROR(odf->getPuKDF(), app::ApplicationException, gone);
+    EXPECT_APP_ERROR(odf->getCDF(), app::ApplicationException, gone); // created before
+    EXPECT_APP_ERROR(odf->getDODF(), app::ApplicationException, gone);
 
-    const boost::weak_ptr<app::pkcs15::fs::ODF> gone = odf;
+    const boost::weak_ptr<app::pkcs15::fs::ODF> expired = odf;
     odf.reset();
-    ASSERT_TRUE(gone.expired());
+    ASSERT_TRUE(expired.expired());
     EXPECT_APP_ERROR(cdf->getFileId(*card_.channel, *card_.files()), app::ApplicationException,
-                     "failed to get shared ptr from weak ptr");
+                     gone);
 }
 
 } // namespace

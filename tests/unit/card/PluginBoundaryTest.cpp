@@ -131,7 +131,7 @@ TEST(PluginBoundary, HostCatchesCardExceptionsThrownInsideAPlugin) {
         EXPECT_STREQ(*boost::get_error_info<card::Command>(e), "Select");
         EXPECT_EQ(*boost::get_error_info<card::StatusCode>(e), 0x6A82);
         const std::string text = boost::diagnostic_information(e);
-        EXPECT_NE(text.find("6A82: File or application not found"), std::string::npos) << text;
+        EXPECT_NE(text.find("] = File or application not found\n"), std::string::npos) << text;
         EXPECT_NE(text.find("ThrowingPlugin.cpp"), std::string::npos) << text;
     }
     try {

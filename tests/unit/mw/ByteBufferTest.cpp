@@ -16,11 +16,10 @@ template <class Action> void expectIndexError(Action action) {
         action();
         FAIL() << "no mw::IndexException";
     } catch (const mw::IndexException& e) {
-        EXPECT_EQ(e.line(), 241);
         EXPECT_NE(e.file().find("mw/ByteBuffer.hpp"), std::string::npos) << e.file();
         EXPECT_NE(e.function().find("get"), std::string::npos) << e.function();
-        const std::string expected =
-            "Error in: " + e.file() + " (241) " + e.function() + ", Description: invalid index ";
+        const std::string expected = "Error in: " + e.file() + " (" + std::to_string(e.line()) +
+                                     ") " + e.function() + ", Description: invalid index ";
         EXPECT_EQ(std::string(e.what()), expected);
     }
 }
@@ -145,7 +144,6 @@ TEST(CleanUpAllocPolicy, RefusesSizesBeyondTheAddressableMaximum) {
         policy.assertSize(std::numeric_limits<std::size_t>::max());
         FAIL() << "no mw::IllegalArgumentException";
     } catch (const mw::IllegalArgumentException& e) {
-        EXPECT_EQ(e.line(), 71);
         EXPECT_NE(e.file().find("mw/ByteBuffer.hpp"), std::string::npos);
         const std::string what = e.what();
         const std::string description =

@@ -191,20 +191,124 @@ TEST(CodecTest, realCardDeviationsDecode) {
     EXPECT_TRUE(common.flags == (oss::BitString{hex("04"), 6}));
     const auto data = decodeAll<oss::CommonDataObjectAttributes>(hex("3003 130141"));
     EXPECT_EQ(data.applicationName, std::string("A"));
-    // Type attributes without their inner SEQUENCE decode like the explicit form.
+    // Type attributes without their inner SEQUENCE decode like the explicit
+    // form, and are written back the way they were read.
     const oss::Bytes implicit = hex("3016 3000 3007 040101 03020520 A109 3004 04024B01 020108");
     const oss::Bytes explicitForm =
         hex("3018 3000 3007 040101 03020520 A10B 3009 3004 04024B01 020108");
     EXPECT_TRUE(decodeAll<oss::PrivateKeyType>(implicit) ==
                 decodeAll<oss::PrivateKeyType>(explicitForm));
+    EXPECT_EQ(oss::encode(decodeAll<oss::PrivateKeyType>(implicit)), implicit);
     // A subject Name directly inside [0], without the CommonPrivateKeyAttributes SEQUENCE.
     const auto named = decodeAll<oss::PrivateKeyType>(
         hex("3020 3000 3007 040101 03020520 A006 3004 3102 3000 A10B 3009 3004 04024B01 020108"));
     EXPECT_EQ(named.privateRSAKeyValue.subClassAttributes->subjectName, hex("3004 3102 3000"));
-    // Unknown trailing components at every level are skipped.
-    const auto trailing = decodeAll<oss::Path>(hex("300D 04024401 020100 800101 9F2000"));
-    EXPECT_EQ(trailing.length, oss::Integer{1});
     EXPECT_EQ(decodeAll<oss::SecurityCondition>(hex("A103 9F2000")).operands.size(), 1u);
+}
+
+// References are 0..255; cards write those above 7F in one octet. Other
+// INTEGERs keep their sign.
+TEST(CodecTest, referencesWrittenInOneOctetAreUnsigned) {
+    const auto key = decodeAll<oss::CommonKeyAttributes>(hex("300A 040101 03020520 020181"));
+    EXPECT_EQ(key.keyReference, oss::Integer{0x81});
+    EXPECT_EQ(oss::encode(key), hex("300B 040101 03020520 02020081"));
+    const auto pin =
+        decodeAll<oss::PinAttributes>(hex("3010 03020780 0A0100 020104 020108 8001FF"));
+    EXPECT_EQ(pin.pinReference, oss::Integer{0xFF});
+    const auto info = decodeAll<oss::TokenInfo>(
+        hex("3019 020100 030100 A211 300F 020180 020101 0500 03020640 020181"));
+    EXPECT_EQ(info.supportedAlgorithms->at(0).reference, 0x80);
+    EXPECT_EQ(info.supportedAlgorithms->at(0).algRef, oss::Integer{0x81});
+    EXPECT_EQ(
+        decodeAll<oss::CommonKeyAttributes>(hex("300B 040101 03020520 0202FF7F")).keyReference,
+        oss::Integer{-129});
+    EXPECT_EQ(decodeAll<oss::CommonObjectAttributes>(hex("3003 0201FF")).userConsent,
+              oss::Integer{-1});
+}
+
+// An entry as an ISO 7816-15 card may write it: a T61String label, an unknown
+// component closing each attribute SEQUENCE and the object, the key attributes
+// without their SEQUENCE inside [0]. A changed label is written as UTF8String;
+// everything else comes back byte for byte, in its place.
+TEST(CodecTest, componentsNotModelledAreKeptInTheirPlace) {
+    const std::string common = "300C 14034F6C64 030206C0 810105";
+    const std::string rest = "300C 040101 03020520 02010A A100"
+                             " A006 3000 9F200101"
+                             " A10F 300D 3004 04024B01 02020800 9F2100"
+                             " 9F2201AA";
+    const oss::Bytes entry = hex("3039" + common + rest);
+    oss::PrivateKeyType key = decodeAll<oss::PrivateKeyType>(entry);
+    oss::PrivateRSAKeyObject& object = key.privateRSAKeyValue;
+    EXPECT_EQ(object.commonObjectAttributes.unknownComponents,
+              oss::UnknownComponents{hex("810105")});
+    EXPECT_EQ(object.classAttributes.unknownComponents, oss::UnknownComponents{hex("A100")});
+    EXPECT_EQ(object.subClassAttributes->unknownComponents,
+              oss::UnknownComponents{hex("9F200101")});
+    EXPECT_EQ(object.typeAttributes.unknownComponents, oss::UnknownComponents{hex("9F2100")});
+    EXPECT_EQ(object.unknownComponents, oss::UnknownComponents{hex("9F2201AA")});
+    EXPECT_EQ(oss::encode(key), entry);
+
+    object.commonObjectAttributes.label = "New";
+    EXPECT_EQ(oss::encode(key), hex("3039 300C 0C034E6577 030206C0 810105" + rest));
+
+    // The NULL subclass attributes of a certificate, and what a card put there instead.
+    const oss::Bytes nullSubClass = hex("3015 3000 3003040101 A0020500 A108 3006 3004 04024301");
+    const auto plain = decodeAll<oss::CertificateType>(nullSubClass);
+    EXPECT_TRUE(plain.x509CertificateValue.subClassAttributes->components.empty());
+    EXPECT_EQ(oss::encode(plain), nullSubClass);
+    const oss::Bytes otherSubClass = hex("3016 3000 3003040101 A0039F2000 A108 3006 3004 04024301");
+    EXPECT_EQ(oss::encode(decodeAll<oss::CertificateType>(otherSubClass)), otherSubClass);
+
+    // Unknown data objects of an EF(DIR) record are kept too.
+    const oss::Bytes record = hex("6114 4F05A000000063 51025015 7301AA 500150 5F5000");
+    EXPECT_EQ(oss::encode(decodeAll<oss::DIRRecord>(record)),
+              hex("6114 4F05A000000063 500150 51025015 7301AA 5F5000"));
+}
+
+// A label written as BMPString is read as UTF-8 with everything after it,
+// and written back as read while unchanged.
+TEST(CodecTest, bmpStringLabels) {
+    const oss::Bytes bmp = hex("3011 1E08 004B 00E9 D83D DE00 030206C0 040101");
+    const auto common = decodeAll<oss::CommonObjectAttributes>(bmp);
+    EXPECT_EQ(common.label, std::string("K\xC3\xA9\xF0\x9F\x98\x80"));
+    EXPECT_TRUE(common.flags == (oss::BitString{hex("C0"), 2}));
+    EXPECT_EQ(common.authId, hex("01"));
+    EXPECT_EQ(oss::encode(common), bmp);
+    for (const char* bad : {"3003 1E0100", "3004 1E02D83D", "3006 1E04DE00004B"}) {
+        EXPECT_EQ(decodeError<oss::CommonObjectAttributes>(hex(bad)).text, oss::kTextInvalid)
+            << bad;
+    }
+}
+
+TEST(CodecTest, unknownComponentBeforeAKnownOneIsAnError) {
+    // A label of a string type no card should use, then flags and authId.
+    const DecodeError common =
+        decodeError<oss::CommonObjectAttributes>(hex("300A 1B014B 03020780 040101"));
+    EXPECT_EQ(common.text,
+              "ASN.1: unexpected tag before a known component of CommonObjectAttributes");
+    EXPECT_EQ(common.offset, 2u);
+    // Inside an entry, where the keyReference follows an unknown [1].
+    const DecodeError key = decodeError<oss::PrivateKeyType>(
+        hex("301C 3000 300C 040101 03020520 A100 020101 A10A 3008 3003 04014B 020108"));
+    EXPECT_EQ(key.text, "ASN.1: unexpected tag before a known component of CommonKeyAttributes");
+    EXPECT_EQ(key.offset, 13u);
+}
+
+// A change that would let a kept component be read as a known one is refused.
+TEST(CodecTest, aChangeThatWouldAlterKeptComponentsIsRefused) {
+    auto common = decodeAll<oss::CommonObjectAttributes>(
+        hex("3013 040101 020101 3008 3006 03020780 0500 020105"));
+    EXPECT_EQ(common.unknownComponents, oss::UnknownComponents{hex("020105")});
+    common.authId.reset();
+    decodeAll<oss::CommonObjectAttributes>(oss::encode(common));
+    common.accessControlRules.reset();
+    common.userConsent.reset();
+    try {
+        oss::encode(common);
+        ADD_FAILURE() << "encode succeeded";
+    } catch (const app::InvalidDataException& e) {
+        EXPECT_STREQ(*boost::get_error_info<app::ErrorText>(e), oss::kTextCannotKeep);
+    }
 }
 
 TEST(CodecTest, roundTripsWithOptionalsAbsent) {

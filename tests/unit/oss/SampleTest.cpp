@@ -1,6 +1,9 @@
 // Directory files read from real cards, walked entry by entry.
 #include "TestUtil.hpp"
 
+#include "app/pkcs15/oss/DerReader.hpp"
+
+#include <algorithm>
 #include <fstream>
 #include <sstream>
 
@@ -246,6 +249,66 @@ TEST(SampleTest, pins) {
     ASSERT_TRUE(so.commonObjectAttributes.accessControlRules);
     EXPECT_EQ((*so.commonObjectAttributes.accessControlRules)[0].securityCondition.choice,
               oss::SecurityCondition::always);
+}
+
+// The TLVs inside a constructed TLV.
+std::vector<oss::Bytes> components(const oss::Bytes& tlv) {
+    oss::DerReader outer(tlv.data(), tlv.size());
+    oss::DerReader content = outer.enter(outer.next());
+    std::vector<oss::Bytes> parts;
+    while (!content.atEnd()) {
+        parts.push_back(content.next().bytes());
+    }
+    return parts;
+}
+
+// Every entry of a directory file with its label changed: the new label is a
+// UTF8String and every other component of the entry is byte for byte the one
+// the card wrote.
+template <class T, class Object>
+void changeLabels(const std::string& name, Object T::*object, std::size_t expected) {
+    const oss::Bytes file = loadSample(name);
+    std::size_t position = 0;
+    std::size_t changed = 0;
+    while (position < file.size() && file[position] != 0x00) {
+        T entry;
+        const std::size_t used = oss::decode(file.data() + position, file.size() - position, entry);
+        const oss::Bytes original(file.begin() + position, file.begin() + position + used);
+        position += used;
+        if (entry.choice != 1) {
+            continue;
+        }
+        (entry.*object).commonObjectAttributes.label = "Changed";
+        const std::vector<oss::Bytes> before = components(original);
+        const std::vector<oss::Bytes> after = components(oss::encode(entry));
+        ASSERT_EQ(before.size(), after.size()) << name;
+        EXPECT_TRUE(std::equal(before.begin() + 1, before.end(), after.begin() + 1)) << name;
+        std::vector<oss::Bytes> common = components(before[0]);
+        const oss::Bytes stringTags = hex("0C 13 14 16 1A 1E");
+        if (!common.empty() && std::count(stringTags.begin(), stringTags.end(), common[0][0])) {
+            common.erase(common.begin());
+        }
+        common.insert(common.begin(), hex("0C07 4368616E676564"));
+        EXPECT_EQ(components(after[0]), common) << name;
+        ++changed;
+    }
+    EXPECT_EQ(changed, expected) << name;
+}
+
+TEST(SampleTest, aChangedLabelLeavesEveryOtherComponentAsTheCardWroteIt) {
+    changeLabels("acos5-64_aodf.hex", &oss::AuthenticationType::pinValue, 1);
+    changeLabels("uy-eid-gemalto_aodf.hex", &oss::AuthenticationType::pinValue, 2);
+    for (const char* prkdf : {"be-eid-virtual_prkdf.hex", "es-dnie-especimen_prkdf.hex",
+                              "es-accv-gyd-smartcafe_prkdf.hex"}) {
+        changeLabels(prkdf, &oss::PrivateKeyType::privateRSAKeyValue, 2);
+    }
+    changeLabels("es-fnmt-tui_prkdf.hex", &oss::PrivateKeyType::privateRSAKeyValue, 1);
+    changeLabels("uy-eid-gemalto_pukdf.hex", &oss::PublicKeyType::publicRSAKeyValue, 1);
+    changeLabels("es-accv-gyd-smartcafe_cdf.hex", &oss::CertificateType::x509CertificateValue, 2);
+    changeLabels("es-dnie-especimen_cdf.hex", &oss::CertificateType::x509CertificateValue, 3);
+    changeLabels("es-fnmt-tui_cdf.hex", &oss::CertificateType::x509CertificateValue, 1);
+    changeLabels("uy-eid-gemalto_cdf.hex", &oss::CertificateType::x509CertificateValue, 1);
+    changeLabels("uy-eid-gemalto_dodf.hex", &oss::DataType::opaqueDOValue, 2);
 }
 
 TEST(SampleTest, tokenInfoWithoutSerialNumber) {

@@ -5,6 +5,7 @@
 #include "vcard/Tlv.hpp"
 
 #include <cryptopp/integer.h>
+#include <cryptopp/nbtheory.h>
 #include <cryptopp/rsa.h>
 
 namespace vcard::test {
@@ -230,6 +231,17 @@ TEST_F(KeyCommands, ImportChecksComponentSizesByValue) {
     std::vector<Bytes> qInvTooLong = good;
     qInvTooLong[3] = concat({0x01}, good[1]);
     EXPECT_EQ(statusWord(sendChained(0xDB, 0x00, 0x8C, importTemplate(qInvTooLong))), 0x6A80);
+
+    // p = 2 satisfies the CRT relations, but the image would refuse the key: so does the card.
+    Integer q(rng, 1023);
+    q.SetBit(1022);
+    q.SetBit(0);
+    while (CryptoPP::GCD(q - 1, Integer(65537)) != Integer::One())
+        q += 2;
+    const Integer d = Integer(65537).InverseMod(q - 1);
+    const std::vector<Bytes> evenModulus = {good[0], {0x02}, bytesOf(q),
+                                            {0x01},  {0x00}, bytesOf(d)};
+    EXPECT_EQ(statusWord(sendChained(0xDB, 0x00, 0x8C, importTemplate(evenModulus))), 0x6A80);
 
     // Leading zero bytes do not make a component larger: the padded key is accepted.
     std::vector<Bytes> padded = good;
