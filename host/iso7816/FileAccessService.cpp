@@ -56,13 +56,15 @@ mw::ByteBuffer FileAccessService::read(const card::IChannel& channel, std::size_
     if (length != 0) {
         checkReadRange(offset, length);
     }
-    mw::ByteBuffer content;
-    for (std::size_t done = 0; done < length;) {
-        const std::size_t chunk = std::min(maxReadChunk, length - done);
-        content.append(readChunk(channel, offset + done, chunk));
-        done += chunk;
-    }
-    return content;
+    return selection_->onCurrentFile([&] {
+        mw::ByteBuffer content;
+        for (std::size_t done = 0; done < length;) {
+            const std::size_t chunk = std::min(maxReadChunk, length - done);
+            content.append(readChunk(channel, offset + done, chunk));
+            done += chunk;
+        }
+        return content;
+    });
 }
 
 void FileAccessService::select(const card::IChannel& channel,
@@ -78,9 +80,11 @@ void FileAccessService::update(const card::IChannel& channel, std::size_t offset
     }
     card::Transaction transaction(channel);
     selection_->followReset(channel);
-    IsoCommand("Update Binary", 0xD6, offsetHigh(offset), offsetLow(offset))
-        .withData(data)
-        .execute(channel);
+    selection_->onCurrentFile([&] {
+        IsoCommand("Update Binary", 0xD6, offsetHigh(offset), offsetLow(offset))
+            .withData(data)
+            .execute(channel);
+    });
 }
 
 std::size_t FileAccessService::size(const card::IChannel&) const {

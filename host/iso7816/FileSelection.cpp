@@ -100,7 +100,13 @@ mw::ByteBuffer FileSelection::sendSelectCommand(const card::IChannel& channel,
     if (wantFcp) {
         select.expecting(fullAnswer);
     }
-    mw::ByteBuffer answer = select.execute(channel);
+    mw::ByteBuffer answer;
+    try {
+        answer = select.execute(channel);
+    } catch (card::CardException& e) {
+        e << filePath(absolutePath);
+        throw;
+    }
     resetsSeen_ = channel.transport(0).resetCount();
     return answer;
 }

@@ -1,6 +1,7 @@
 #ifndef HOST_ISO7816_FILESELECTION_HPP
 #define HOST_ISO7816_FILESELECTION_HPP
 
+#include "card/CardException.hpp"
 #include "host/iso7816/Fcp.hpp"
 #include "mw/ByteBuffer.hpp"
 
@@ -42,6 +43,17 @@ public:
 
     // The FCP of the current file, when it came from a SELECT.
     const Fcp& currentFile() const;
+    // Runs `operation` on the current file: a card exception names the file.
+    template <class Operation> auto onCurrentFile(const Operation& operation) const {
+        try {
+            return operation();
+        } catch (card::CardException& e) {
+            if (currentFile_) {
+                e << filePath(currentPath_);
+            }
+            throw;
+        }
+    }
     // A file was created under `parentDf` and is now current.
     void created(const mw::ByteBuffer& parentDf, Fcp fcp);
 

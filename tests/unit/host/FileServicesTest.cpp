@@ -4,6 +4,7 @@
 #include "TestKeys.hpp"
 
 #include "card/CardException.hpp"
+#include "host/iso7816/Fcp.hpp"
 
 #include <boost/exception/diagnostic_information.hpp>
 #include <boost/exception/get_error_info.hpp>
@@ -58,12 +59,28 @@ TEST_P(FileServicesTest, EveryPathFormReachesTheSameFile) {
     EXPECT_EQ(files()->size(*channel_), 8u);
 }
 
+// The file a failed operation names, "" when none.
+template <class Operation> std::string fileOfFailure(const Operation& operation) {
+    try {
+        operation();
+    } catch (const card::CardException& e) {
+        const std::string* file = boost::get_error_info<host::iso7816::FilePath>(e);
+        return file ? *file : "";
+    }
+    return "";
+}
+
 TEST_P(FileServicesTest, ReadingBeyondTheEndAndMissingFilesGiveTheCardsStatus) {
     files()->select(*channel_, {0x99, 0x99});
     EXPECT_CARD_ERROR(files()->read(*channel_, 4, 8), "Read Binary", 0x6282);
     EXPECT_CARD_ERROR(files()->read(*channel_, 8, 1), "Read Binary", 0x6B00);
+    EXPECT_EQ(fileOfFailure([&] { files()->read(*channel_, 8, 1); }), "3F00/5015/9999");
     EXPECT_TRUE(files()->read(*channel_, 8, 0).empty());
     EXPECT_CARD_ERROR(files()->select(*channel_, {0x12, 0x34}), "Select", 0x6A82);
+    EXPECT_EQ(fileOfFailure([&] {
+                  files()->select(*channel_, {0x3F, 0x00, 0x12, 0x34});
+              }),
+              "3F00/1234");
     EXPECT_THROW(files()->select(*channel_, {0x50}), mw::IllegalArgumentException);
 }
 

@@ -1,6 +1,6 @@
 // Every copy of a command the in-process transport makes may hold a PIN: it
 // is zeroed before its memory is freed, however the command ends. Freed heap
-// blocks are searched for the PIN while a command runs.
+// blocks are searched for the whole VERIFY command while it runs.
 #include "CardFixture.hpp"
 
 #include "host/vcard/VirtualCardTransport.hpp"
@@ -18,7 +18,8 @@ namespace {
 
 std::atomic<bool> watching{false};
 std::atomic<bool> secretFreed{false};
-const unsigned char secret[] = {'9', '7', '5', '3', '1', '0', 0xFF, 0xFF};
+const unsigned char secret[] = {0x00, 0x20, 0x00, 0x01, 0x08, '9', '7',
+                                '5',  '3',  '1',  '0',  0xFF, 0xFF};
 
 void inspectFreed(void* block) {
     if (!watching || block == nullptr) {
@@ -51,7 +52,8 @@ void operator delete(void* block, std::size_t) noexcept {
 namespace hosttest {
 namespace {
 
-// Runs `action` while freed blocks are searched; true when one held the PIN.
+// Runs `action` while freed blocks are searched; true when one held the
+// command.
 template <class Action> bool freesThePin(const Action& action) {
     secretFreed = false;
     watching = true;
@@ -94,7 +96,7 @@ TEST(TransportWipeTest, CommandIsWipedWhenTheCardFailsInTheMiddle) {
         }
     });
     EXPECT_TRUE(crashed);
-    EXPECT_FALSE(leaked) << "a copy of the PIN was freed without being zeroed";
+    EXPECT_FALSE(leaked) << "a copy of the VERIFY command was freed without being zeroed";
     std::remove(image.c_str());
     rmdir(dir);
 }
