@@ -101,7 +101,17 @@ void VpcdBridge::readExactly(std::uint8_t* data, std::size_t size) {
             throw BridgeError(errorText("cannot read from the vpcd driver"));
         data += got;
         size -= static_cast<std::size_t>(got);
+        acknowledgeAtOnce();
     }
+}
+
+// The driver writes a message's length and its body separately; with the
+// acknowledgement of the length delayed (up to 40 ms on Linux), its Nagle
+// algorithm holds the body back until then. Quick acknowledgement is not
+// sticky, so it is asked for again after every read.
+void VpcdBridge::acknowledgeAtOnce() const {
+    int on = 1;
+    ::setsockopt(socket_, IPPROTO_TCP, TCP_QUICKACK, &on, sizeof on);
 }
 
 bool VpcdBridge::receive(Bytes& message) {

@@ -46,6 +46,7 @@ private:
     bool receive(Bytes& message);
     void send(const Bytes& message);
     void handle(const Bytes& message);
+    void acknowledgeAtOnce() const;
     void readExactly(std::uint8_t* data, std::size_t size);
 
     VirtualCard& card_;
