@@ -1,6 +1,7 @@
 // RSA keys through the application, the host card layer and the virtual
 // card: import, listing, public key, relabel, removal, and what a refusal
 // leaves behind.
+#include "AppError.hpp"
 #include "CardFixture.hpp"
 
 #include "app/ApplicationException.hpp"
@@ -19,15 +20,6 @@ namespace {
 using app::object::IKey;
 using app::object::IPrivateRSAKey;
 using app::object::IPublicRSAKey;
-
-#define EXPECT_APP_ERROR(statement, text)                                                          \
-    try {                                                                                          \
-        statement;                                                                                 \
-        ADD_FAILURE() << "no application exception from " #statement;                              \
-    } catch (const app::ApplicationException& e) {                                                 \
-        const char* const* attached = boost::get_error_info<app::ErrorText>(e);                    \
-        EXPECT_STREQ(attached ? *attached : "", text);                                             \
-    }
 
 mw::ByteBuffer bytesOf(const CryptoPP::Integer& value, std::size_t size = 0) {
     mw::ByteBuffer bytes(size ? size : value.MinEncodedSize());
