@@ -163,7 +163,13 @@ TEST_P(KeysOnTheCard, KeysOfEverySizeMakeTheWholeRoundTrip) {
     }
 }
 
-TEST_P(KeysOnTheCard, KeyReferencesAndFilesAreHandedOutInOrder) {
+// An EC key the application does not list stays first in the file, byte
+// for byte, through the imports and removals of the keys after it.
+TEST_P(KeysOnTheCard, KeyReferencesAreHandedOutInOrderAndOtherKindsOfKeyStay) {
+    const mw::ByteBuffer ecKey{0xA0, 0x03, 0x01, 0x02, 0x03};
+    files()->select(*channel_, prkdfId);
+    files()->update(*channel_, 0, ecKey);
+    const mw::ByteBuffer before = fileContent(prkdfId);
     const KeyMaterial material = generate(1024);
     for (const char* label : {"one", "two", "three"}) {
         application_->writeCardObject(*channel_, *newPrivateKey(material, label));
@@ -177,6 +183,10 @@ TEST_P(KeysOnTheCard, KeyReferencesAndFilesAreHandedOutInOrder) {
         EXPECT_EQ(ref.keyReference, expected[i]);
         EXPECT_EQ(ref.fileId, (mw::ByteBuffer{0x0E, static_cast<unsigned char>(i + 1)}));
     }
+    for (std::size_t i : {1, 0, 2}) {
+        application_->deleteCardObject(*channel_, *keys[i]);
+    }
+    EXPECT_EQ(fileContent(prkdfId), before);
 }
 
 // What the card holds of the keys: both directory files and the containers

@@ -116,12 +116,17 @@ void P15RsaPrivateKey::importKey(const card::IChannel& channel,
         publicPartCreated = true;
         application.getAsymmetricKeyManagementService()->importPrivateKey(channel, ref, spec);
     } catch (...) {
-        try {
-            removeKeyFromCard(channel, application, publicPartCreated);
-        } catch (...) {
-            // The first failure is the one to report.
-        }
+        undoImport(channel, application, publicPartCreated);
         throw;
+    }
+}
+
+void P15RsaPrivateKey::undoImport(const card::IChannel& channel, const P15Application& application,
+                                  bool withPublicPart) const {
+    try {
+        removeKeyFromCard(channel, application, withPublicPart);
+    } catch (...) {
+        // The failure that made the import undone is the one to report.
     }
 }
 
@@ -153,7 +158,14 @@ void P15RsaPrivateKey::write(const card::IChannel& channel,
         if (isNew) {
             importKey(channel, application);
         }
-        file->updateEncodedAttributes(encoding_, encoding);
+        try {
+            file->updateEncodedAttributes(encoding_, encoding);
+        } catch (...) {
+            if (isNew) {
+                undoImport(channel, application, true);
+            }
+            throw;
+        }
         encoding_ = std::move(encoding);
         entry_ = entry;
     } catch (...) {

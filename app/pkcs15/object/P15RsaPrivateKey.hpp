@@ -58,6 +58,9 @@ private:
     // Takes a key reference and gives it to this key (the object only).
     void assignKeyReference(const card::IChannel& channel, const P15Application& application) const;
     void importKey(const card::IChannel& channel, const P15Application& application) const;
+    // Removes what importKey brought to the card; a failure there is passed over.
+    void undoImport(const card::IChannel& channel, const P15Application& application,
+                    bool withPublicPart) const;
     void removeKeyFromCard(const card::IChannel& channel, const P15Application& application,
                            bool withPublicPart) const;
 
