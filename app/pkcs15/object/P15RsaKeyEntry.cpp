@@ -3,6 +3,8 @@
 #include "app/ApplicationException.hpp"
 #include "app/TransformSecurityCondition.hpp"
 #include "app/pkcs15/fs/P15File.hpp"
+#include "app/pkcs15/fs/PrKDF.hpp"
+#include "app/pkcs15/fs/PuKDF.hpp"
 #include "app/pkcs15/oss/Codec.hpp"
 #include "app/pkcs15/oss/OssHelper.hpp"
 
@@ -102,6 +104,18 @@ template <class Entry> mw::ByteBuffer encodeKeyEntry(const Entry& entry, const c
 
 template mw::ByteBuffer encodeKeyEntry(const oss::PrivateKeyType&, const char*);
 template mw::ByteBuffer encodeKeyEntry(const oss::PublicKeyType&, const char*);
+
+template <class File>
+boost::shared_ptr<const File> lockFile(const boost::weak_ptr<const File>& file) {
+    boost::shared_ptr<const File> locked = file.lock();
+    if (!locked) {
+        APP_THROW(ApplicationException, "failed to get shared ptr from weak ptr");
+    }
+    return locked;
+}
+
+template boost::shared_ptr<const fs::PrKDF> lockFile(const boost::weak_ptr<const fs::PrKDF>&);
+template boost::shared_ptr<const fs::PuKDF> lockFile(const boost::weak_ptr<const fs::PuKDF>&);
 
 card::service::KeyRef cardKeyRef(std::uint8_t keyReference, std::uint16_t bits,
                                  const mw::ByteBuffer& path) {

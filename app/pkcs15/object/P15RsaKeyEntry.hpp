@@ -13,6 +13,8 @@
 #include "card/service/KeyRef.hpp"
 #include "mw/ByteBuffer.hpp"
 
+#include <boost/shared_ptr.hpp>
+#include <boost/weak_ptr.hpp>
 #include <cstdint>
 #include <type_traits>
 
@@ -112,6 +114,10 @@ void storeRsaKeyObject(const app::object::AbstractKey& key, const ConstRsaKeyHol
         value.typeAttributes.modulusLength = holders.modulusLength.get();
     }
 }
+
+// The directory file a key belongs to; it owns the key, so it is held weakly.
+template <class File>
+boost::shared_ptr<const File> lockFile(const boost::weak_ptr<const File>& file);
 
 // The card reference of a key of `bits` bits in `keyReference` and `path`.
 card::service::KeyRef cardKeyRef(std::uint8_t keyReference, std::uint16_t bits,

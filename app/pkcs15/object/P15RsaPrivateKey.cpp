@@ -82,17 +82,9 @@ ConstRsaKeyHolders P15RsaPrivateKey::holders() const {
     return {subjectName_, keyValueReference_, modulusLength_};
 }
 
-boost::shared_ptr<const fs::PrKDF> P15RsaPrivateKey::prkdf() const {
-    boost::shared_ptr<const fs::PrKDF> file = prkdf_.lock();
-    if (!file) {
-        APP_THROW(ApplicationException, "failed to get shared ptr from weak ptr");
-    }
-    return file;
-}
-
 void P15RsaPrivateKey::assignKeyReference(const card::IChannel& channel,
                                           const P15Application& application) const {
-    card::service::KeyRef ref = prkdf()->getFreeKeyReference(
+    card::service::KeyRef ref = lockFile(prkdf_)->getFreeKeyReference(
         channel, *application.getFileAccessService(), getModulusLength());
     keyValueReference_.set(ref.fileId);
     setP15KeyReference(std::move(ref));
@@ -144,7 +136,7 @@ void P15RsaPrivateKey::write(const card::IChannel& channel,
     if (isNew && getP().empty()) {
         APP_THROW(ApplicationException, "crt components not set");
     }
-    const boost::shared_ptr<const fs::PrKDF> file = prkdf();
+    const boost::shared_ptr<const fs::PrKDF> file = lockFile(prkdf_);
     const P15Application::ChannelScope bound(application, channel);
     const card::service::KeyRef before = p15KeyReference();
     if (isNew) {
@@ -202,7 +194,7 @@ void P15RsaPrivateKey::remove(const card::IChannel& channel,
     if (encoding_.empty()) {
         APP_THROW(ApplicationException, "private key is not on the card");
     }
-    const boost::shared_ptr<const fs::PrKDF> file = prkdf();
+    const boost::shared_ptr<const fs::PrKDF> file = lockFile(prkdf_);
     const P15Application::ChannelScope bound(application, channel);
     if (p15KeyReference().keyReference != 0) {
         const std::vector<card::service::KeyRef> publicKeys =

@@ -54,7 +54,6 @@ private:
     RsaKeyHolders holders();
     ConstRsaKeyHolders holders() const;
     void decodePrivateKeyType(const oss::PrivateKeyType& entry);
-    boost::shared_ptr<const fs::PrKDF> prkdf() const;
     // Takes a key reference and gives it to this key (the object only).
     void assignKeyReference(const card::IChannel& channel, const P15Application& application) const;
     void importKey(const card::IChannel& channel, const P15Application& application) const;

@@ -51,14 +51,6 @@ ConstRsaKeyHolders P15RsaPublicKey::holders() const {
     return {subjectName_, keyValueReference_, modulusLength_};
 }
 
-boost::shared_ptr<const fs::PuKDF> P15RsaPublicKey::pukdf() const {
-    boost::shared_ptr<const fs::PuKDF> file = pukdf_.lock();
-    if (!file) {
-        APP_THROW(ApplicationException, "failed to get shared ptr from weak ptr");
-    }
-    return file;
-}
-
 void P15RsaPublicKey::read(const card::IChannel& channel, const P15Application& application) {
     mw::Log log(typeid(*this), BOOST_CURRENT_FUNCTION);
     const card::crypto::spec::RsaPublicKeySpec value =
@@ -79,7 +71,7 @@ void P15RsaPublicKey::write(const card::IChannel& channel,
     if (!isTouched()) {
         return;
     }
-    const boost::shared_ptr<const fs::PuKDF> file = pukdf();
+    const boost::shared_ptr<const fs::PuKDF> file = lockFile(pukdf_);
     const P15Application::ChannelScope bound(application, channel);
     const card::service::KeyRef before = p15KeyReference();
     if (isKeyMaterialTouched() && before.keyReference == 0) {
@@ -111,7 +103,7 @@ void P15RsaPublicKey::remove(const card::IChannel& channel,
     if (encoding_.empty()) {
         APP_THROW(ApplicationException, "public key is not on the card");
     }
-    const boost::shared_ptr<const fs::PuKDF> file = pukdf();
+    const boost::shared_ptr<const fs::PuKDF> file = lockFile(pukdf_);
     const P15Application::ChannelScope bound(application, channel);
     if (p15KeyReference().keyReference != 0) {
         try {

@@ -56,7 +56,6 @@ private:
     RsaKeyHolders holders();
     ConstRsaKeyHolders holders() const;
     void decodePublicKeyType(const oss::PublicKeyType& entry);
-    boost::shared_ptr<const fs::PuKDF> pukdf() const;
 
     boost::weak_ptr<const fs::PuKDF> pukdf_;
     mutable mw::ByteBuffer encoding_;
