@@ -1,25 +1,35 @@
-// RSA keys through the application, the host card layer and the virtual
+// RSA keys through the plugin, the host card layer and the virtual
 // card: import, listing, public key, relabel, removal, and what a refusal
 // leaves behind.
 #include "AppError.hpp"
 #include "CardFixture.hpp"
 
 #include "app/ApplicationException.hpp"
+#include "app/IApplication.hpp"
 #include "app/SecurityConditions.hpp"
+#include "app/object/ICardObjectFactory.hpp"
+#include "app/object/ICardObjectRepository.hpp"
 #include "app/object/IPrivateRSAKey.hpp"
 #include "app/object/IPublicRSAKey.hpp"
-#include "app/pkcs15/P15Application.hpp"
+#include "host/loader/PluginLoader.hpp"
 
 #include <boost/make_shared.hpp>
 #include <cryptopp/osrng.h>
 #include <cryptopp/rsa.h>
 #include <gtest/gtest.h>
+#include <memory>
 
 namespace {
 
 using app::object::IKey;
 using app::object::IPrivateRSAKey;
 using app::object::IPublicRSAKey;
+using Repository = app::object::ICardObjectRepository;
+
+class NoConfiguration : public plugin::IConfigurationSource {
+public:
+    boost::optional<std::string> readFile(const std::string&) const override { return boost::none; }
+};
 
 mw::ByteBuffer bytesOf(const CryptoPP::Integer& value, std::size_t size = 0) {
     mw::ByteBuffer bytes(size ? size : value.MinEncodedSize());
@@ -61,10 +71,16 @@ protected:
         reopen();
     }
 
-    // A new application object: nothing cached from before.
+    // The application as a host gets it from the plugin, anew: nothing
+    // cached from before.
     void reopen() {
-        application_ = boost::make_shared<app::pkcs15::P15Application>(
-            boost::shared_ptr<const card::ICard>(card_), "test", "");
+        if (!loader_) {
+            loader_ = std::make_unique<host::PluginLoader>(P15APP_PATH, NoConfiguration());
+        }
+        const auto application = loader_->getApplications(card_, *channel_).at(0);
+        application_ = boost::dynamic_pointer_cast<Repository>(application);
+        factory_ = boost::dynamic_pointer_cast<app::object::ICardObjectFactory>(application);
+        ASSERT_TRUE(application_ && factory_);
     }
 
     static app::AccessControlRules userPinRules() {
@@ -76,8 +92,8 @@ protected:
 
     boost::shared_ptr<IPrivateRSAKey> newPrivateKey(const KeyMaterial& key,
                                                     const std::string& label) const {
-        auto made = boost::dynamic_pointer_cast<IPrivateRSAKey>(application_->createPrivateKey(
-            app::object::IPrivateKey::RsaPrivateKey, userPinRules()));
+        auto made = boost::dynamic_pointer_cast<IPrivateRSAKey>(
+            factory_->createPrivateKey(app::object::IPrivateKey::RsaPrivateKey, userPinRules()));
         made->setLabel(label);
         made->setKeyId(mw::ByteBuffer{0x45, static_cast<unsigned char>(label.size())});
         made->setUsage(IKey::Sign | IKey::Decrypt);
@@ -108,7 +124,9 @@ protected:
         }
     }
 
-    boost::shared_ptr<app::pkcs15::P15Application> application_;
+    std::unique_ptr<host::PluginLoader> loader_;
+    boost::shared_ptr<Repository> application_;
+    boost::shared_ptr<app::object::ICardObjectFactory> factory_;
 };
 
 TEST_P(KeysOnTheCard, KeysOfEverySizeMakeTheWholeRoundTrip) {
@@ -131,7 +149,7 @@ TEST_P(KeysOnTheCard, KeysOfEverySizeMakeTheWholeRoundTrip) {
         EXPECT_EQ(ref.keyReference, 0x80 | fileHigh);
 
         auto publicKey = boost::dynamic_pointer_cast<IPublicRSAKey>(
-            application_->createPublicKey(app::object::IPublicKey::RsaPublicKey, {}));
+            factory_->createPublicKey(app::object::IPublicKey::RsaPublicKey, {}));
         publicKey->setLabel("Signing key");
         publicKey->setKeyId(listed->getKeyId());
         publicKey->setUsage(IKey::Verify);
@@ -252,7 +270,7 @@ TEST_P(KeysOnTheCard, ARefusedWriteLeavesTheCardAsItWas) {
 
 TEST_P(KeysOnTheCard, APublicKeyWithoutModulusLengthIsRefusedFirst) {
     const mw::ByteBuffer before = fileContent(pukdfId);
-    auto key = application_->createPublicKey(app::object::IPublicKey::RsaPublicKey, {});
+    auto key = factory_->createPublicKey(app::object::IPublicKey::RsaPublicKey, {});
     key->setLabel("no size");
     EXPECT_APP_ERROR(application_->writeCardObject(*channel_, *key), "modulus length not set");
     EXPECT_EQ(fileContent(pukdfId), before);
