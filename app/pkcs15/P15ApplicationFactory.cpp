@@ -1,12 +1,19 @@
 // The application as the host's object factory. Until the object classes of
 // a kind exist, a supported request ends in "not yet supported" after the
-// checks that belong to the request itself.
+// checks that belong to the request itself. New objects are written to the
+// card by the repository's writeCardObject.
 #include "app/pkcs15/P15Application.hpp"
 
 #include "app/ApplicationException.hpp"
+#include "app/pkcs15/fs/ODF.hpp"
+#include "app/pkcs15/fs/PrKDF.hpp"
+#include "app/pkcs15/fs/PuKDF.hpp"
+#include "app/pkcs15/object/P15RsaPrivateKey.hpp"
+#include "app/pkcs15/object/P15RsaPublicKey.hpp"
 #include "mw/Log.hpp"
 
 #include <boost/current_function.hpp>
+#include <boost/make_shared.hpp>
 
 namespace app {
 namespace pkcs15 {
@@ -26,13 +33,17 @@ P15Application::createCertificate(ICertificate::CertificateType type,
 
 boost::shared_ptr<IPublicKey>
 P15Application::createPublicKey(IPublicKey::PublicKeyType type,
-                                const AccessControlRules& /*rules*/) const {
+                                const AccessControlRules& rules) const {
     mw::Log log(typeid(*this), BOOST_CURRENT_FUNCTION);
     if (type != IPublicKey::RsaPublicKey) {
         APP_THROW(ApplicationException, "unsupported key type");
     }
-    getODF();
-    APP_THROW(OperationNotSupportedException, "creation of RSA public keys not yet supported");
+    auto key = boost::make_shared<object::P15RsaPublicKey>(
+        boost::weak_ptr<const fs::PuKDF>(getODF()->getPuKDF()));
+    if (!rules.empty()) {
+        key->setAccessControlRules(rules);
+    }
+    return key;
 }
 
 boost::shared_ptr<IPrivateKey>
@@ -45,8 +56,10 @@ P15Application::createPrivateKey(IPrivateKey::PrivateKeyType type,
     if (rules.empty()) {
         APP_THROW(ApplicationException, "access control rules are required but not set");
     }
-    getODF();
-    APP_THROW(OperationNotSupportedException, "creation of RSA private keys not yet supported");
+    auto key = boost::make_shared<object::P15RsaPrivateKey>(
+        boost::weak_ptr<const fs::PrKDF>(getODF()->getPrKDF()));
+    key->setAccessControlRules(rules);
+    return key;
 }
 
 boost::shared_ptr<ISecretKey>

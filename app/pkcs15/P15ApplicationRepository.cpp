@@ -9,6 +9,8 @@
 #include "app/pkcs15/fs/PrKDF.hpp"
 #include "app/pkcs15/fs/PuKDF.hpp"
 #include "app/pkcs15/object/P15Pin.hpp"
+#include "app/pkcs15/object/P15RsaPrivateKey.hpp"
+#include "app/pkcs15/object/P15RsaPublicKey.hpp"
 #include "mw/Log.hpp"
 
 #include <algorithm>
@@ -82,15 +84,15 @@ P15Application::objectsOf(const card::IChannel& channel,
 P15Application::List<app::object::IPrivateKey>
 P15Application::getPrivateKeys(const card::IChannel& channel) const {
     mw::Log log(typeid(*this), BOOST_CURRENT_FUNCTION);
-    return objectsOf<app::object::IPrivateKey>(channel, &fs::ODF::getPrKDF,
-                                               "RSA private key objects not yet supported");
+    const auto& keys = getODF()->getPrKDF()->privateKeys(channel);
+    return {keys.begin(), keys.end()};
 }
 
 P15Application::List<app::object::IPublicKey>
 P15Application::getPublicKeys(const card::IChannel& channel) const {
     mw::Log log(typeid(*this), BOOST_CURRENT_FUNCTION);
-    return objectsOf<app::object::IPublicKey>(channel, &fs::ODF::getPuKDF,
-                                              "RSA public key objects not yet supported");
+    const auto& keys = getODF()->getPuKDF()->publicKeys(channel);
+    return {keys.begin(), keys.end()};
 }
 
 P15Application::List<app::object::ICertificate>

@@ -1,3 +1,4 @@
+#include "AppError.hpp"
 #include "CardFixture.hpp"
 
 #include "app/ApplicationException.hpp"
@@ -24,16 +25,6 @@ class NoConfiguration : public plugin::IConfigurationSource {
 public:
     boost::optional<std::string> readFile(const std::string&) const override { return boost::none; }
 };
-
-// Runs `statement`, expects an application exception carrying `text`.
-#define EXPECT_APP_ERROR(statement, text)                                                          \
-    try {                                                                                          \
-        statement;                                                                                 \
-        ADD_FAILURE() << "no application exception from " #statement;                              \
-    } catch (const app::ApplicationException& e) {                                                 \
-        const char* const* attached = boost::get_error_info<app::ErrorText>(e);                    \
-        EXPECT_STREQ(attached ? *attached : "", text);                                             \
-    }
 
 mw::ByteBuffer text(const std::string& value) {
     return mw::ByteBuffer(reinterpret_cast<const unsigned char*>(value.data()), value.size());

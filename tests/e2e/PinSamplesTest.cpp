@@ -1,6 +1,7 @@
 // AODF files of real cards, put on the virtual card and read back through
 // the application and the host card layer.
 #include "CardFixture.hpp"
+#include "SampleFile.hpp"
 
 #include "app/IAccessControlled.hpp"
 #include "app/SecurityConditions.hpp"
@@ -12,27 +13,13 @@
 
 #include <algorithm>
 #include <boost/make_shared.hpp>
-#include <fstream>
 #include <gtest/gtest.h>
 
 namespace {
 
 using app::object::IPin;
 
-mw::ByteBuffer loadSample(const std::string& name) {
-    std::ifstream file(std::string(P15_SAMPLES_DIR) + "/" + name);
-    std::string line, hex;
-    while (std::getline(file, line)) {
-        if (!line.empty() && line[0] != '#') {
-            hex += line;
-        }
-    }
-    mw::ByteBuffer bytes(hex.size() / 2);
-    for (std::size_t i = 0; i < bytes.size(); ++i) {
-        bytes.data()[i] = static_cast<unsigned char>(std::stoi(hex.substr(2 * i, 2), nullptr, 16));
-    }
-    return bytes;
-}
+using hosttest::loadSample;
 
 class PinSamples : public hosttest::CardTest {
 protected:

@@ -1,8 +1,17 @@
 #include "app/pkcs15/fs/PuKDF.hpp"
 
+#include "app/pkcs15/object/P15RsaPublicKey.hpp"
+
 namespace app {
 namespace pkcs15 {
 namespace fs {
+
+PuKDF::~PuKDF() = default;
+
+const std::vector<boost::shared_ptr<object::P15RsaPublicKey>>&
+PuKDF::publicKeys(const card::IChannel& channel) const {
+    return rsaKeys(*this, channel, oss::PublicKeyType::publicRSAKey, keys_);
+}
 
 bool PuKDF::rsaKeyRef(const oss::PublicKeyType& key, card::service::KeyRef& ref) const {
     const auto& rsa = key.publicRSAKeyValue;

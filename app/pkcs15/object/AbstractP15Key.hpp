@@ -15,10 +15,11 @@ namespace object {
 class AbstractP15Key : public AbstractP15Object {
 protected:
     const card::service::KeyRef& p15KeyReference() const { return keyRef_; }
-    void setP15KeyReference(card::service::KeyRef keyRef) { keyRef_ = std::move(keyRef); }
+    void setP15KeyReference(card::service::KeyRef keyRef) const { keyRef_ = std::move(keyRef); }
 
 private:
-    card::service::KeyRef keyRef_;
+    // Set when a write gives a new key its reference.
+    mutable card::service::KeyRef keyRef_;
 };
 
 } // namespace object

@@ -1,0 +1,219 @@
+#include "app/pkcs15/object/P15RsaPrivateKey.hpp"
+
+#include "app/ApplicationException.hpp"
+#include "app/pkcs15/P15Application.hpp"
+#include "app/pkcs15/detail/util.hpp"
+#include "app/pkcs15/fs/ODF.hpp"
+#include "app/pkcs15/fs/PrKDF.hpp"
+#include "app/pkcs15/fs/PuKDF.hpp"
+#include "app/pkcs15/object/P15RsaKeyEntry.hpp"
+#include "card/CardException.hpp"
+#include "card/crypto/spec/RsaPrivateCrtKeySpec.hpp"
+#include "card/service/IAsymmetricKeyManagementService.hpp"
+#include "card/service/IFileSystemService.hpp"
+#include "mw/Log.hpp"
+
+#include <algorithm>
+#include <boost/current_function.hpp>
+#include <boost/make_shared.hpp>
+
+namespace app {
+namespace pkcs15 {
+namespace object {
+
+namespace {
+
+// The public key container of the key pair under `privateKey`'s reference.
+card::service::KeyRef publicPartOf(const card::service::KeyRef& privateKey) {
+    card::service::KeyRef publicKey = privateKey;
+    publicKey.fileId.clear();
+    return publicKey;
+}
+
+// The public part may be read by anyone; changing it needs what changing
+// the private key needs.
+card::service::AccessConditions publicPartConditions(card::service::AccessConditions conditions) {
+    for (card::service::AccessCondition& condition : conditions) {
+        condition.accessModes &= card::service::AccessUpdate;
+    }
+    conditions.erase(std::remove_if(conditions.begin(), conditions.end(),
+                                    [](const auto& c) { return c.accessModes == 0; }),
+                     conditions.end());
+    conditions.push_back(
+        {card::service::AccessRead, boost::make_shared<card::service::AlwaysSecurityCondition>()});
+    return conditions;
+}
+
+} // namespace
+
+P15RsaPrivateKey::P15RsaPrivateKey(boost::weak_ptr<const fs::PrKDF> prkdf)
+    : prkdf_(std::move(prkdf)) {}
+
+P15RsaPrivateKey::P15RsaPrivateKey(boost::weak_ptr<const fs::PrKDF> prkdf,
+                                   const oss::PrivateKeyType& entry, mw::ByteBuffer encoding)
+    : P15RsaPrivateKey(std::move(prkdf)) {
+    decodePrivateKeyType(entry);
+    entry_ = entry;
+    encoding_ = std::move(encoding);
+}
+
+void P15RsaPrivateKey::decodePrivateKeyType(const oss::PrivateKeyType& entry) {
+    if (entry.choice != oss::PrivateKeyType::privateRSAKey) {
+        APP_THROW(ApplicationException, "PKCS#15 RSA Private Key of unknown type found");
+    }
+    card::service::KeyRef ref;
+    if (loadRsaKeyObject(entry.privateRSAKeyValue, *this, holders(), ref)) {
+        setP15KeyReference(std::move(ref));
+    }
+}
+
+oss::PrivateKeyType P15RsaPrivateKey::encodePrivateKeyType() const {
+    oss::PrivateKeyType entry = entry_ ? *entry_ : oss::PrivateKeyType();
+    storeRsaKeyObject(*this, holders(), p15KeyReference().keyReference,
+                      entry_ ? Store::Touched : Store::All, entry.privateRSAKeyValue);
+    return entry;
+}
+
+RsaKeyHolders P15RsaPrivateKey::holders() {
+    return {subjectName_, keyValueReference_, modulusLength_};
+}
+
+ConstRsaKeyHolders P15RsaPrivateKey::holders() const {
+    return {subjectName_, keyValueReference_, modulusLength_};
+}
+
+void P15RsaPrivateKey::assignKeyReference(const card::IChannel& channel,
+                                          const P15Application& application) const {
+    card::service::KeyRef ref = lockFile(prkdf_)->getFreeKeyReference(
+        channel, *application.getFileAccessService(), getModulusLength());
+    keyValueReference_.set(ref.fileId);
+    setP15KeyReference(std::move(ref));
+}
+
+// Brings the key pair's containers and the CRT components to the card; a
+// refusal leaves no container behind.
+void P15RsaPrivateKey::importKey(const card::IChannel& channel,
+                                 const P15Application& application) const {
+    const card::service::KeyRef& ref = p15KeyReference();
+    const card::crypto::spec::RsaPrivateCrtKeySpec spec(ref.modulusBits, getPublicExponent(),
+                                                        getP(), getQ(), getDp(), getDq(), getPInv(),
+                                                        getQInv());
+    const card::service::AccessConditions conditions = cardConditions(getAccessControlRules());
+    const card::service::IFileSystemService& files = *application.getFileSystemService();
+    files.createFile(channel, card::service::PrivateKeyCreateParams(ref, conditions));
+    bool publicPartCreated = false;
+    try {
+        files.createFile(channel, card::service::PublicKeyCreateParams(
+                                      publicPartOf(ref), publicPartConditions(conditions)));
+        publicPartCreated = true;
+        application.getAsymmetricKeyManagementService()->importPrivateKey(channel, ref, spec);
+    } catch (...) {
+        undoImport(channel, application, publicPartCreated);
+        throw;
+    }
+}
+
+void P15RsaPrivateKey::undoImport(const card::IChannel& channel, const P15Application& application,
+                                  bool withPublicPart) const {
+    try {
+        removeKeyFromCard(channel, application, withPublicPart);
+    } catch (...) {
+        // The failure that made the import undone is the one to report.
+    }
+}
+
+void P15RsaPrivateKey::write(const card::IChannel& channel,
+                             const P15Application& application) const {
+    mw::Log log(typeid(*this), BOOST_CURRENT_FUNCTION);
+    if (!isTouched()) {
+        return;
+    }
+    const bool isNew = encoding_.empty();
+    if (!isNew && isKeyMaterialTouched()) {
+        APP_THROW(OperationNotSupportedException,
+                  "key material of a key on the card cannot be replaced");
+    }
+    if (isNew && getP().empty()) {
+        APP_THROW(ApplicationException, "crt components not set");
+    }
+    const boost::shared_ptr<const fs::PrKDF> file = lockFile(prkdf_);
+    const P15Application::ChannelScope bound(application, channel);
+    const card::service::KeyRef before = p15KeyReference();
+    if (isNew) {
+        assignKeyReference(channel, application);
+    }
+    try {
+        const oss::PrivateKeyType entry = encodePrivateKeyType();
+        mw::ByteBuffer encoding =
+            encodeKeyEntry(entry, "encoded private key size exceeds 65535 bytes");
+        checkRoom(*file, channel, encoding_, encoding, "EF(PrKDF) out of memory");
+        if (isNew) {
+            importKey(channel, application);
+        }
+        try {
+            file->updateEncodedAttributes(encoding_, encoding);
+        } catch (...) {
+            if (isNew) {
+                undoImport(channel, application, true);
+            }
+            throw;
+        }
+        encoding_ = std::move(encoding);
+        entry_ = entry;
+    } catch (...) {
+        if (isNew) {
+            setP15KeyReference(before);
+        }
+        throw;
+    }
+    clearTouched();
+}
+
+void P15RsaPrivateKey::removeKeyFromCard(const card::IChannel& channel,
+                                         const P15Application& application,
+                                         bool withPublicPart) const {
+    const auto& keys = application.getAsymmetricKeyManagementService();
+    keys->removePrivateKey(channel, p15KeyReference());
+    if (!withPublicPart) {
+        return;
+    }
+    try {
+        keys->removePublicKey(channel, publicPartOf(p15KeyReference()));
+    } catch (const card::CardException& e) {
+        if (!util::isFileNotFound(e)) {
+            throw;
+        }
+    }
+}
+
+// The public part goes with the private key unless a PuKDF entry still
+// names it.
+void P15RsaPrivateKey::remove(const card::IChannel& channel,
+                              const P15Application& application) const {
+    mw::Log log(typeid(*this), BOOST_CURRENT_FUNCTION);
+    if (encoding_.empty()) {
+        APP_THROW(ApplicationException, "private key is not on the card");
+    }
+    const boost::shared_ptr<const fs::PrKDF> file = lockFile(prkdf_);
+    const P15Application::ChannelScope bound(application, channel);
+    if (p15KeyReference().keyReference != 0) {
+        const std::vector<card::service::KeyRef> publicKeys =
+            file->odf()->getPuKDF()->keyRefs(channel);
+        const bool publicPartListed =
+            std::any_of(publicKeys.begin(), publicKeys.end(), [this](const auto& key) {
+                return key.keyReference == p15KeyReference().keyReference;
+            });
+        removeKeyFromCard(channel, application, !publicPartListed);
+    }
+    file->updateEncodedAttributes(encoding_, mw::ByteBuffer());
+    encoding_.clear();
+    entry_ = boost::none;
+}
+
+void P15RsaPrivateKey::read(const card::IChannel&, const P15Application&) {
+    APP_THROW(OperationNotSupportedException, "read not supported");
+}
+
+} // namespace object
+} // namespace pkcs15
+} // namespace app

@@ -1,0 +1,125 @@
+#include "app/pkcs15/object/P15RsaPublicKey.hpp"
+
+#include "app/ApplicationException.hpp"
+#include "app/pkcs15/P15Application.hpp"
+#include "app/pkcs15/detail/util.hpp"
+#include "app/pkcs15/fs/PuKDF.hpp"
+#include "app/pkcs15/object/P15RsaKeyEntry.hpp"
+#include "card/CardException.hpp"
+#include "card/service/IAsymmetricKeyManagementService.hpp"
+#include "mw/Log.hpp"
+
+#include <boost/current_function.hpp>
+
+namespace app {
+namespace pkcs15 {
+namespace object {
+
+P15RsaPublicKey::P15RsaPublicKey(boost::weak_ptr<const fs::PuKDF> pukdf)
+    : pukdf_(std::move(pukdf)) {}
+
+P15RsaPublicKey::P15RsaPublicKey(boost::weak_ptr<const fs::PuKDF> pukdf,
+                                 const oss::PublicKeyType& entry, mw::ByteBuffer encoding)
+    : P15RsaPublicKey(std::move(pukdf)) {
+    decodePublicKeyType(entry);
+    entry_ = entry;
+    encoding_ = std::move(encoding);
+}
+
+void P15RsaPublicKey::decodePublicKeyType(const oss::PublicKeyType& entry) {
+    if (entry.choice != oss::PublicKeyType::publicRSAKey) {
+        APP_THROW(ApplicationException, "PKCS#15 RSA Public Key of unknown type found");
+    }
+    card::service::KeyRef ref;
+    if (loadRsaKeyObject(entry.publicRSAKeyValue, *this, holders(), ref)) {
+        setP15KeyReference(std::move(ref));
+    }
+}
+
+oss::PublicKeyType P15RsaPublicKey::encodePublicKeyType() const {
+    oss::PublicKeyType entry = entry_ ? *entry_ : oss::PublicKeyType();
+    storeRsaKeyObject(*this, holders(), p15KeyReference().keyReference,
+                      entry_ ? Store::Touched : Store::All, entry.publicRSAKeyValue);
+    return entry;
+}
+
+RsaKeyHolders P15RsaPublicKey::holders() {
+    return {subjectName_, keyValueReference_, modulusLength_};
+}
+
+ConstRsaKeyHolders P15RsaPublicKey::holders() const {
+    return {subjectName_, keyValueReference_, modulusLength_};
+}
+
+void P15RsaPublicKey::read(const card::IChannel& channel, const P15Application& application) {
+    mw::Log log(typeid(*this), BOOST_CURRENT_FUNCTION);
+    const card::crypto::spec::RsaPublicKeySpec value =
+        application.getAsymmetricKeyManagementService()->readPublicKey(
+            channel,
+            cardKeyRef(p15KeyReference().keyReference, getModulusLength(), getKeyValueReference()));
+    modulus_.load(value.getModulus());
+    publicExponent_.load(value.getPublicExponent());
+}
+
+void P15RsaPublicKey::write(const card::IChannel& channel,
+                            const P15Application& application) const {
+    mw::Log log(typeid(*this), BOOST_CURRENT_FUNCTION);
+    const bool isNew = encoding_.empty();
+    if (isNew && !modulusLength_.isTouched()) {
+        APP_THROW(ApplicationException, "modulus length not set");
+    }
+    if (!isTouched()) {
+        return;
+    }
+    const boost::shared_ptr<const fs::PuKDF> file = lockFile(pukdf_);
+    const P15Application::ChannelScope bound(application, channel);
+    const card::service::KeyRef before = p15KeyReference();
+    if (isKeyMaterialTouched() && before.keyReference == 0) {
+        card::service::KeyRef ref = file->getFreeKeyReference(
+            channel, *application.getFileAccessService(), getModulusLength());
+        keyValueReference_.set(ref.fileId);
+        setP15KeyReference(std::move(ref));
+    }
+    try {
+        const oss::PublicKeyType entry = encodePublicKeyType();
+        mw::ByteBuffer encoding =
+            encodeKeyEntry(entry, "encoded public key size exceeds 65535 bytes");
+        checkRoom(*file, channel, encoding_, encoding, "EF(PuKDF) out of memory");
+        file->updateEncodedAttributes(encoding_, encoding);
+        encoding_ = std::move(encoding);
+        entry_ = entry;
+    } catch (...) {
+        setP15KeyReference(before);
+        throw;
+    }
+    clearTouched();
+}
+
+// A public part whose container is already gone (removed with its private
+// key, or never created) leaves only the entry to remove.
+void P15RsaPublicKey::remove(const card::IChannel& channel,
+                             const P15Application& application) const {
+    mw::Log log(typeid(*this), BOOST_CURRENT_FUNCTION);
+    if (encoding_.empty()) {
+        APP_THROW(ApplicationException, "public key is not on the card");
+    }
+    const boost::shared_ptr<const fs::PuKDF> file = lockFile(pukdf_);
+    const P15Application::ChannelScope bound(application, channel);
+    if (p15KeyReference().keyReference != 0) {
+        try {
+            application.getAsymmetricKeyManagementService()->removePublicKey(channel,
+                                                                             p15KeyReference());
+        } catch (const card::CardException& e) {
+            if (!util::isFileNotFound(e)) {
+                throw;
+            }
+        }
+    }
+    file->updateEncodedAttributes(encoding_, mw::ByteBuffer());
+    encoding_.clear();
+    entry_ = boost::none;
+}
+
+} // namespace object
+} // namespace pkcs15
+} // namespace app

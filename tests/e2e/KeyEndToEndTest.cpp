@@ -1,0 +1,283 @@
+// RSA keys through the plugin, the host card layer and the virtual
+// card: import, listing, public key, relabel, removal, and what a refusal
+// leaves behind.
+#include "AppError.hpp"
+#include "CardFixture.hpp"
+
+#include "app/ApplicationException.hpp"
+#include "app/IApplication.hpp"
+#include "app/SecurityConditions.hpp"
+#include "app/object/ICardObjectFactory.hpp"
+#include "app/object/ICardObjectRepository.hpp"
+#include "app/object/IPrivateRSAKey.hpp"
+#include "app/object/IPublicRSAKey.hpp"
+#include "host/loader/PluginLoader.hpp"
+
+#include <boost/make_shared.hpp>
+#include <cryptopp/osrng.h>
+#include <cryptopp/rsa.h>
+#include <gtest/gtest.h>
+#include <memory>
+
+namespace {
+
+using app::object::IKey;
+using app::object::IPrivateRSAKey;
+using app::object::IPublicRSAKey;
+using Repository = app::object::ICardObjectRepository;
+
+class NoConfiguration : public plugin::IConfigurationSource {
+public:
+    boost::optional<std::string> readFile(const std::string&) const override { return boost::none; }
+};
+
+mw::ByteBuffer bytesOf(const CryptoPP::Integer& value, std::size_t size = 0) {
+    mw::ByteBuffer bytes(size ? size : value.MinEncodedSize());
+    value.Encode(bytes.data(), bytes.size());
+    return bytes;
+}
+
+struct KeyMaterial {
+    mw::ByteBuffer modulus, exponent, p, q, dp, dq, pInv, qInv;
+};
+
+KeyMaterial generate(unsigned int bits) {
+    CryptoPP::AutoSeededRandomPool rng;
+    CryptoPP::InvertibleRSAFunction key;
+    key.Initialize(rng, bits, 65537);
+    const CryptoPP::Integer& p = key.GetPrime1();
+    const CryptoPP::Integer& q = key.GetPrime2();
+    return {bytesOf(key.GetModulus()),
+            bytesOf(key.GetPublicExponent()),
+            bytesOf(p),
+            bytesOf(q),
+            bytesOf(key.GetModPrime1PrivateExponent()),
+            bytesOf(key.GetModPrime2PrivateExponent()),
+            bytesOf(p.InverseMod(q)),
+            bytesOf(key.GetMultiplicativeInverseOfPrime2ModPrime1())};
+}
+
+class KeysOnTheCard : public hosttest::CardTest {
+protected:
+    const mw::ByteBuffer prkdfId{0x44, 0x00};
+    const mw::ByteBuffer pukdfId{0x44, 0x01};
+
+    void SetUp() override {
+        hosttest::CardTest::SetUp();
+        if (IsSkipped()) {
+            return;
+        }
+        verifyUserPin();
+        reopen();
+    }
+
+    // The application as a host gets it from the plugin, anew: nothing
+    // cached from before.
+    void reopen() {
+        if (!loader_) {
+            loader_ = std::make_unique<host::PluginLoader>(P15APP_PATH, NoConfiguration());
+        }
+        const auto application = loader_->getApplications(card_, *channel_).at(0);
+        application_ = boost::dynamic_pointer_cast<Repository>(application);
+        factory_ = boost::dynamic_pointer_cast<app::object::ICardObjectFactory>(application);
+        ASSERT_TRUE(application_ && factory_);
+    }
+
+    static app::AccessControlRules userPinRules() {
+        return {app::AccessControlRule(
+            app::AccessControlRule::Read | app::AccessControlRule::Update |
+                app::AccessControlRule::Execute,
+            boost::make_shared<app::AuthIdSecurityCondition>(std::vector<std::uint8_t>{0x01}))};
+    }
+
+    boost::shared_ptr<IPrivateRSAKey> newPrivateKey(const KeyMaterial& key,
+                                                    const std::string& label) const {
+        auto made = boost::dynamic_pointer_cast<IPrivateRSAKey>(
+            factory_->createPrivateKey(app::object::IPrivateKey::RsaPrivateKey, userPinRules()));
+        made->setLabel(label);
+        made->setKeyId(mw::ByteBuffer{0x45, static_cast<unsigned char>(label.size())});
+        made->setUsage(IKey::Sign | IKey::Decrypt);
+        made->setPublicExponent(key.exponent);
+        made->setCrtComponents(key.p, key.q, key.dp, key.dq, key.pInv, key.qInv);
+        return made;
+    }
+
+    boost::shared_ptr<IPrivateRSAKey> privateKey(std::size_t index) const {
+        return boost::dynamic_pointer_cast<IPrivateRSAKey>(
+            application_->getPrivateKeys(*channel_).at(index));
+    }
+    boost::shared_ptr<IPublicRSAKey> publicKey(std::size_t index) const {
+        return boost::dynamic_pointer_cast<IPublicRSAKey>(
+            application_->getPublicKeys(*channel_).at(index));
+    }
+
+    mw::ByteBuffer fileContent(const mw::ByteBuffer& id) const {
+        files()->select(*channel_, id);
+        return files()->read(*channel_, 0, 0);
+    }
+    bool exists(const mw::ByteBuffer& id) const {
+        try {
+            files()->select(*channel_, id);
+            return true;
+        } catch (const card::CardException&) {
+            return false;
+        }
+    }
+
+    std::unique_ptr<host::PluginLoader> loader_;
+    boost::shared_ptr<Repository> application_;
+    boost::shared_ptr<app::object::ICardObjectFactory> factory_;
+};
+
+TEST_P(KeysOnTheCard, KeysOfEverySizeMakeTheWholeRoundTrip) {
+    for (unsigned int bits : {1024u, 1536u, 2048u}) {
+        SCOPED_TRACE(bits);
+        const KeyMaterial material = generate(bits);
+        application_->writeCardObject(*channel_, *newPrivateKey(material, "Signing key"));
+
+        reopen();
+        const auto listed = privateKey(0);
+        ASSERT_TRUE(listed);
+        EXPECT_EQ(listed->getLabel().value_or(""), "Signing key");
+        EXPECT_EQ(listed->getKeyId(), (mw::ByteBuffer{0x45, 11}));
+        EXPECT_EQ(listed->getUsage(), IKey::Sign | IKey::Decrypt);
+        EXPECT_TRUE(listed->getNative());
+        EXPECT_EQ(listed->getModulusLength(), bits);
+        const card::service::KeyRef ref = listed->getKeyReference();
+        const unsigned char fileHigh = bits == 1024 ? 0x01 : bits == 1536 ? 0x07 : 0x0D;
+        EXPECT_EQ(listed->getKeyValueReference(), (mw::ByteBuffer{0x0E, fileHigh}));
+        EXPECT_EQ(ref.keyReference, 0x80 | fileHigh);
+
+        auto publicKey = boost::dynamic_pointer_cast<IPublicRSAKey>(
+            factory_->createPublicKey(app::object::IPublicKey::RsaPublicKey, {}));
+        publicKey->setLabel("Signing key");
+        publicKey->setKeyId(listed->getKeyId());
+        publicKey->setUsage(IKey::Verify);
+        publicKey->setModulusLength(static_cast<std::uint16_t>(bits));
+        publicKey->setModulus(material.modulus);
+        publicKey->setPublicExponent(material.exponent);
+        application_->writeCardObject(*channel_, *publicKey);
+        EXPECT_EQ(publicKey->getKeyReference().keyReference, ref.keyReference)
+            << "the public key joins its private key";
+
+        reopen();
+        const auto readBack = this->publicKey(0);
+        readBack->setModulus(mw::ByteBuffer(material.modulus.size()));
+        application_->readCardObject(*channel_, *readBack);
+        EXPECT_EQ(readBack->getModulus(), material.modulus);
+        EXPECT_EQ(readBack->getPublicExponent(), material.exponent);
+
+        privateKey(0)->setLabel("Renamed");
+        application_->writeCardObject(*channel_, *privateKey(0));
+        reopen();
+        EXPECT_EQ(privateKey(0)->getLabel().value_or(""), "Renamed");
+
+        application_->deleteCardObject(*channel_, *privateKey(0));
+        application_->deleteCardObject(*channel_, *this->publicKey(0));
+        reopen();
+        EXPECT_TRUE(application_->getPrivateKeys(*channel_).empty());
+        EXPECT_TRUE(application_->getPublicKeys(*channel_).empty());
+        EXPECT_FALSE(exists(mw::ByteBuffer{0x0E, fileHigh}));
+        EXPECT_FALSE(exists(mw::ByteBuffer{0x0F, fileHigh}));
+    }
+}
+
+// An EC key the application does not list stays first in the file, byte
+// for byte, through the imports and removals of the keys after it.
+TEST_P(KeysOnTheCard, KeyReferencesAreHandedOutInOrderAndOtherKindsOfKeyStay) {
+    const mw::ByteBuffer ecKey{0xA0, 0x03, 0x01, 0x02, 0x03};
+    files()->select(*channel_, prkdfId);
+    files()->update(*channel_, 0, ecKey);
+    const mw::ByteBuffer before = fileContent(prkdfId);
+    const KeyMaterial material = generate(1024);
+    for (const char* label : {"one", "two", "three"}) {
+        application_->writeCardObject(*channel_, *newPrivateKey(material, label));
+    }
+    reopen();
+    const auto keys = application_->getPrivateKeys(*channel_);
+    ASSERT_EQ(keys.size(), 3u);
+    const unsigned char expected[] = {0x81, 0x82, 0x83};
+    for (std::size_t i = 0; i < keys.size(); ++i) {
+        const card::service::KeyRef ref = keys[i]->getKeyReference();
+        EXPECT_EQ(ref.keyReference, expected[i]);
+        EXPECT_EQ(ref.fileId, (mw::ByteBuffer{0x0E, static_cast<unsigned char>(i + 1)}));
+    }
+    for (std::size_t i : {1, 0, 2}) {
+        application_->deleteCardObject(*channel_, *keys[i]);
+    }
+    EXPECT_EQ(fileContent(prkdfId), before);
+}
+
+// What the card holds of the keys: both directory files and the containers
+// of the first key id.
+struct KeyFiles {
+    mw::ByteBuffer prkdf, pukdf;
+    bool privateContainer, publicContainer;
+    bool operator==(const KeyFiles& o) const {
+        return prkdf == o.prkdf && pukdf == o.pukdf && privateContainer == o.privateContainer &&
+               publicContainer == o.publicContainer;
+    }
+};
+
+TEST_P(KeysOnTheCard, ARefusedWriteLeavesTheCardAsItWas) {
+    const auto snapshot = [this] {
+        return KeyFiles{fileContent(prkdfId), fileContent(pukdfId),
+                        exists(mw::ByteBuffer{0x0E, 0x01}), exists(mw::ByteBuffer{0x0F, 0x01})};
+    };
+    const KeyMaterial material = generate(1024);
+
+    // A directory file with room for less than one more entry: an EC key
+    // (kept as the card has it) fills it up to its last 40 bytes.
+    files()->select(*channel_, prkdfId);
+    const std::size_t size = files()->size(*channel_);
+    mw::ByteBuffer full(size);
+    const std::size_t ecLength = size - 40 - 4;
+    const unsigned char ecHeader[] = {0xA0, 0x82, static_cast<unsigned char>(ecLength >> 8),
+                                      static_cast<unsigned char>(ecLength)};
+    std::copy(std::begin(ecHeader), std::end(ecHeader), full.begin());
+    std::fill(full.begin() + 4, full.begin() + 4 + ecLength, 0x5A);
+    files()->update(*channel_, 0, full);
+    reopen();
+    EXPECT_TRUE(application_->getPrivateKeys(*channel_).empty()) << "EC keys are not listed";
+    KeyFiles before = snapshot();
+    EXPECT_APP_ERROR(application_->writeCardObject(*channel_, *newPrivateKey(material, "k")),
+                     "EF(PrKDF) out of memory");
+    EXPECT_TRUE(snapshot() == before);
+
+    // The card refuses the key itself: its CRT values do not belong together.
+    files()->select(*channel_, prkdfId);
+    files()->update(*channel_, 0, mw::ByteBuffer(size));
+    reopen();
+    before = snapshot();
+    KeyMaterial broken = material;
+    broken.dq.data()[broken.dq.size() - 1] ^= 0x01;
+    EXPECT_CARD_ERROR(application_->writeCardObject(*channel_, *newPrivateKey(broken, "k")),
+                      "Put Data", 0x6A80);
+    EXPECT_TRUE(snapshot() == before) << "no entry and no container left behind";
+
+    // Without the PIN the card refuses to create the key's container.
+    pins()->deauthenticate(*channel_, hosttest::pinReference(0x01));
+    reopen();
+    try {
+        application_->writeCardObject(*channel_, *newPrivateKey(material, "k"));
+        ADD_FAILURE() << "the write needs the user PIN";
+    } catch (const card::CardException& e) {
+        EXPECT_EQ(hosttest::statusOf(e), 0x6982);
+    }
+    verifyUserPin();
+    EXPECT_TRUE(snapshot() == before);
+}
+
+TEST_P(KeysOnTheCard, APublicKeyWithoutModulusLengthIsRefusedFirst) {
+    const mw::ByteBuffer before = fileContent(pukdfId);
+    auto key = factory_->createPublicKey(app::object::IPublicKey::RsaPublicKey, {});
+    key->setLabel("no size");
+    EXPECT_APP_ERROR(application_->writeCardObject(*channel_, *key), "modulus length not set");
+    EXPECT_EQ(fileContent(pukdfId), before);
+}
+
+INSTANTIATE_TEST_SUITE_P(Transports, KeysOnTheCard,
+                         ::testing::Values(hosttest::TransportKind::InProcess),
+                         hosttest::transportName);
+
+} // namespace
