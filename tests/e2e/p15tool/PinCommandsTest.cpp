@@ -1,6 +1,7 @@
 // pin and list through the plugin on a virtual card image: tries spent and
 // restored, blocking and unblocking, changing, and the listing's JSON.
 #include "ToolProcess.hpp"
+#include "app/pkcs15/oss/Codec.hpp"
 #include "vcard/CardImage.hpp"
 
 #include <gtest/gtest.h>
@@ -96,6 +97,36 @@ TEST_F(PinCommands, ChoosingAPinThatIsNotThereSaysHowToSeeThem) {
     EXPECT_EQ(so.json()["pins"][0]["label"], "SO PIN");
 }
 
+namespace oss = app::pkcs15::oss;
+
+// The content of the card image's file at `path` (from the MF), changed by
+// `edit` and stored again.
+template <class Edit> void editFile(const std::string& image, const vcard::Bytes& path, Edit edit) {
+    vcard::CardState state = vcard::CardImage::load(image);
+    edit(state.files.selectByPath(path, true).content);
+    vcard::CardImage::store(image, vcard::CardImage::serialise(state));
+}
+
+// The user PIN's entry, first in EF(AODF), given the rule: update needs
+// the PUK or the SO PIN.
+void addUserPinRule(const std::string& image) {
+    editFile(image, {0x3F, 0x00, 0x50, 0x15, 0x44, 0x08}, [](vcard::Bytes& content) {
+        oss::AuthenticationType entry;
+        const std::size_t used = oss::decode(content.data(), content.size(), entry);
+        oss::SecurityCondition puk, so, either;
+        puk.authIdValue = {0x02};
+        so.authIdValue = {0x03};
+        either.choice = oss::SecurityCondition::orCondition;
+        either.operands = {puk, so};
+        entry.pinValue.commonObjectAttributes.accessControlRules =
+            std::vector<oss::AccessControlRule>{{{{0x40}, 2}, either, {}}};
+        vcard::Bytes changed = oss::encode(entry);
+        changed.insert(changed.end(), content.begin() + used, content.end());
+        changed.resize(content.size());
+        content = changed;
+    });
+}
+
 // EF(PrKDF) of the card holding two RSA key entries.
 void addPrivateKeyEntries(const std::string& image) {
     const vcard::Bytes entries = {
@@ -103,14 +134,12 @@ void addPrivateKeyEntries(const std::string& image) {
         'a',  't',  'i',  'o',  'n',  0x03, 0x02, 0x06, 0xC0, 0x04, 0x01, 0x01, 0x30, 0x0F, 0x04,
         0x01, 0x02, 0x03, 0x02, 0x05, 0x20, 0x03, 0x02, 0x03, 0xB8, 0x02, 0x02, 0x00, 0x82, 0xA1,
         0x0E, 0x30, 0x0C, 0x30, 0x06, 0x04, 0x04, 0x3F, 0x00, 0xDF, 0x00, 0x02, 0x02, 0x04, 0x00};
-    vcard::CardState state = vcard::CardImage::load(image);
-    vcard::Bytes& content =
-        state.files.selectByPath({0x3F, 0x00, 0x50, 0x15, 0x44, 0x00}, true).content;
-    std::copy(entries.begin(), entries.end(), content.begin());
-    vcard::CardImage::store(image, vcard::CardImage::serialise(state));
+    editFile(image, {0x3F, 0x00, 0x50, 0x15, 0x44, 0x00}, [&entries](vcard::Bytes& content) {
+        std::copy(entries.begin(), entries.end(), content.begin());
+    });
 }
 
-TEST_F(PinCommands, ListShowsThePinsAndNotesKindsThePluginCannotListYet) {
+TEST_F(PinCommands, ListShowsThePinsWithTheirRulesAndNotesKindsThePluginCannotListYet) {
     const ToolResult empty = tool({"--json", "list"});
     ASSERT_EQ(empty.exitCode, 0) << empty.err;
     const nlohmann::json listed = empty.json();
@@ -127,6 +156,7 @@ TEST_F(PinCommands, ListShowsThePinsAndNotesKindsThePluginCannotListYet) {
     EXPECT_EQ(listed["privateKeys"], nlohmann::json::array());
     EXPECT_FALSE(listed.contains("notes"));
 
+    addUserPinRule(image);
     addPrivateKeyEntries(image);
     const ToolResult withKeys = tool({"list"});
     ASSERT_EQ(withKeys.exitCode, 0) << withKeys.err;
@@ -135,7 +165,13 @@ TEST_F(PinCommands, ListShowsThePinsAndNotesKindsThePluginCannotListYet) {
               std::string::npos)
         << withKeys.out;
     EXPECT_EQ(withKeys.out.rfind("pins:\n", 0), 0u) << "the PINs are still listed first";
-    EXPECT_NE(withKeys.out.find("User PIN"), std::string::npos) << withKeys.out;
+    EXPECT_NE(withKeys.out.find("condition   (authId 02 (PUK) or authId 03 (SO PIN))"),
+              std::string::npos)
+        << withKeys.out;
+    const nlohmann::json rules = tool({"--json", "list"}).json()["pins"][0]["accessControlRules"];
+    ASSERT_EQ(rules.size(), 1u);
+    EXPECT_EQ(rules[0]["accessMode"], nlohmann::json({"update"}));
+    EXPECT_EQ(rules[0]["condition"], "(authId 02 (PUK) or authId 03 (SO PIN))");
 }
 
 } // namespace
