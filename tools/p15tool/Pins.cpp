@@ -203,9 +203,8 @@ const IPin& choosePin(const PinList& pins, const PinChoice& choice) {
                               : choice.reference
                                   ? "with reference " + std::to_string(*choice.reference)
                                   : "for the user (neither SO PIN nor PUK)";
-    throw ToolError(ExitCode::notFound, "no PIN " + which +
-                                            " on the card; see the PINs there "
-                                            "are with: p15tool pin status");
+    throw ToolError(ExitCode::notFound,
+                    "no PIN " + which + " on the card; list its PINs with: p15tool pin status");
 }
 
 const IPin* unblockingPinOf(const IPin& pin, const PinList& pins) {

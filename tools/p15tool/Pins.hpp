@@ -35,7 +35,7 @@ PinList pinsOf(const app::object::ICardObjectRepository& repository, const card:
 
 // The PIN `choice` names. Without a label or reference: the user PIN, the
 // first PIN that neither is an SO PIN nor unblocks another PIN. None is a
-// ToolError (not found) that says how to see the PINs there are.
+// ToolError (not found) that says how to list the PINs.
 const app::object::IPin& choosePin(const PinList& pins, const PinChoice& choice);
 
 // The PIN that unblocks `pin`: the one whose authId the entry names as
