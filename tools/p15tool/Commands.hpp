@@ -16,6 +16,10 @@ struct GlobalOptions;
 void addCardCommands(CLI::App& program, const GlobalOptions& options);
 // decode: directory-file dumps, offline.
 void addDecodeCommand(CLI::App& program, const GlobalOptions& options);
+// list: the objects of the card's application.
+void addListCommand(CLI::App& program, const GlobalOptions& options);
+// pin status|verify|logout|change|unblock.
+void addPinCommands(CLI::App& program, const GlobalOptions& options);
 
 } // namespace p15tool
 

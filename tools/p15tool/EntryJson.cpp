@@ -3,35 +3,17 @@
 #include "app/ApplicationException.hpp"
 #include "app/pkcs15/oss/Codec.hpp"
 #include "app/pkcs15/oss/DerReader.hpp"
+#include "tools/p15tool/FlagNames.hpp"
 #include "tools/p15tool/Text.hpp"
-
-#include <initializer_list>
 
 namespace p15tool {
 
 namespace {
 
-using Names = std::initializer_list<const char*>;
-
-const Names objectFlags = {"private", "modifiable"};
-const Names accessModes = {"read", "update", "execute"};
 const Names keyUsages = {"encrypt", "decrypt", "sign",          "signRecover", "wrap",
                          "unwrap",  "verify",  "verifyRecover", "derive",      "nonRepudiation"};
 const Names keyAccessFlags = {"sensitive", "extractable", "alwaysSensitive", "neverExtractable",
                               "local"};
-const Names pinFlags = {"case-sensitive",
-                        "local",
-                        "change-disabled",
-                        "unblock-disabled",
-                        "initialized",
-                        "needs-padding",
-                        "unblockingPin",
-                        "soPin",
-                        "disable-allowed",
-                        "integrity-protected",
-                        "confidentiality-protected",
-                        "exchangeRefData"};
-const Names pinTypes = {"bcd", "ascii-numeric", "utf8", "half-nibble-bcd", "iso9564-1"};
 const Names tokenFlags = {"readonly", "loginRequired", "prnGeneration", "eidCompliant"};
 const Names operations = {"compute-checksum",
                           "compute-signature",

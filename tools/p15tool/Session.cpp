@@ -1,6 +1,7 @@
 #include "tools/p15tool/Session.hpp"
 
 #include "app/IApplication.hpp"
+#include "app/object/ICardObjectRepository.hpp"
 #include "host/Channel.hpp"
 #include "host/iso7816/Card.hpp"
 #include "host/loader/PluginLoader.hpp"
@@ -110,6 +111,15 @@ app::IApplication& Session::application() const {
                                                 "; use a card personalised with p15tool init");
     }
     return *applications_.front();
+}
+
+app::object::ICardObjectRepository& Session::repository() const {
+    auto* repository = dynamic_cast<app::object::ICardObjectRepository*>(&application());
+    if (!repository) {
+        throw ToolError(ExitCode::card, "the plugin offers no objects of the card's application; "
+                                        "use a plugin that lists PINs and keys");
+    }
+    return *repository;
 }
 
 } // namespace p15tool

@@ -12,7 +12,10 @@
 
 namespace app {
 class IApplication;
+namespace object {
+class ICardObjectRepository;
 }
+} // namespace app
 namespace host {
 class Channel;
 class PluginLoader;
@@ -52,6 +55,8 @@ public:
     const host::Channel& channel() const { return *channel_; }
     // The PKCS#15 application, selected; a card without one is a ToolError.
     app::IApplication& application() const;
+    // The application's objects (PINs, keys, ...), as the plugin offers them.
+    app::object::ICardObjectRepository& repository() const;
 
 private:
     void connect(const GlobalOptions& options);

@@ -16,20 +16,24 @@ bool isPinRefusal(unsigned short sw) {
     return (sw & 0xFFF0) == 0x63C0 || sw == 0x6983 || sw == 0x6984;
 }
 
-std::string pinAdvice(unsigned short sw) {
+std::string pinAdvice(unsigned short sw, const RefusedSecret& secret) {
     if ((sw & 0xFFF0) == 0x63C0) {
         const unsigned triesLeft = sw & 0x0F;
-        return triesLeft == 0 ? "; the PIN is now blocked: unblock it with the PUK"
-                              : "; wrong PIN, " + std::to_string(triesLeft) + " tries left";
+        if (triesLeft > 0) {
+            return "; wrong " + secret.name + ", " + std::to_string(triesLeft) +
+                   (triesLeft == 1 ? " try left" : " tries left");
+        }
+        return "; wrong " + secret.name + ", which is now blocked: " + secret.whenBlocked;
     }
-    return "; the PIN is blocked: unblock it with the PUK";
+    return "; the " + secret.name + " is blocked: " + secret.whenBlocked;
 }
 
-Failure describeCardError(const std::exception& error, const boost::exception& info) {
+Failure describeCardError(const std::exception& error, const boost::exception& info,
+                          const RefusedSecret& secret) {
     const std::string message = host::errorMessage(error);
     if (const unsigned short* sw = boost::get_error_info<card::StatusCode>(info)) {
         if (isPinRefusal(*sw)) {
-            return {ExitCode::pin, message + pinAdvice(*sw)};
+            return {ExitCode::pin, message + pinAdvice(*sw, secret)};
         }
     }
     return {ExitCode::card, message};
@@ -37,7 +41,7 @@ Failure describeCardError(const std::exception& error, const boost::exception& i
 
 } // namespace
 
-Failure describeFailure(const std::exception& error) {
+Failure describeFailure(const std::exception& error, const RefusedSecret& secret) {
     if (const auto* toolError = dynamic_cast<const ToolError*>(&error)) {
         return {toolError->code(), toolError->what()};
     }
@@ -47,7 +51,7 @@ Failure describeFailure(const std::exception& error) {
     const auto* info = dynamic_cast<const boost::exception*>(&error);
     if (info && (dynamic_cast<const card::CardException*>(&error) ||
                  dynamic_cast<const app::ApplicationException*>(&error))) {
-        return describeCardError(error, *info);
+        return describeCardError(error, *info, secret);
     }
     return {ExitCode::failure, host::errorMessage(error)};
 }

@@ -35,9 +35,17 @@ struct Failure {
     std::string message; // one line, without the program name
 };
 
+// What a refused PIN is called in messages, and what to do once it is
+// blocked.
+struct RefusedSecret {
+    std::string name = "PIN";
+    std::string whenBlocked = "unblock it with the PUK (p15tool pin unblock)";
+};
+
 // The exit status and the one-line message for any exception a command lets
-// escape; card and application errors are worded by the host.
-Failure describeFailure(const std::exception& error);
+// escape; card and application errors are worded by the host. A refused PIN
+// (wrong or blocked) is named as `secret` says, with the tries left.
+Failure describeFailure(const std::exception& error, const RefusedSecret& secret = {});
 
 } // namespace p15tool
 

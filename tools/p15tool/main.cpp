@@ -38,6 +38,8 @@ int main(int argc, char** argv) {
     p15tool::GlobalOptions options;
     addGlobalOptions(program, options);
     p15tool::addCardCommands(program, options);
+    p15tool::addListCommand(program, options);
+    p15tool::addPinCommands(program, options);
     p15tool::addDecodeCommand(program, options);
     try {
         program.parse(argc, argv);

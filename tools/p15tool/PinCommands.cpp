@@ -1,0 +1,168 @@
+// pin status, verify, logout, change and unblock: the card's PINs, reached
+// through the plugin's object repository as any host reaches them.
+#include "app/object/ICardObjectRepository.hpp"
+#include "host/Channel.hpp"
+#include "tools/p15tool/Commands.hpp"
+#include "tools/p15tool/Output.hpp"
+#include "tools/p15tool/PinInput.hpp"
+#include "tools/p15tool/Pins.hpp"
+#include "tools/p15tool/Session.hpp"
+#include "tools/p15tool/ToolError.hpp"
+
+#include <CLI/CLI.hpp>
+
+#include <initializer_list>
+#include <iostream>
+#include <memory>
+
+namespace p15tool {
+
+namespace {
+
+using app::object::IPin;
+
+struct PinOptions {
+    PinChoice choice;
+    PinSource pin{"PIN", "pin", {}, {}};
+    PinSource newPin{"PIN", "new-pin", {}, {}};
+    PinSource unblockingPin{"PUK", "puk", {}, {}};
+};
+
+// The card's PINs and the one the command means.
+struct ChosenPin {
+    explicit ChosenPin(const Session& session, const PinChoice& choice)
+        : pins(pinsOf(session.repository(), session.channel()))
+        , pin(choosePin(pins, choice)) {}
+    PinList pins;
+    const IPin& pin;
+};
+
+// `source` as asked for by the name of the PIN it gives: "User PIN: ".
+mw::ByteBuffer readPinOf(const IPin& pin, PinSource source, bool isNew) {
+    source.name = pinName(pin);
+    return readPin(source, isNew);
+}
+
+// Runs a card operation; a wrong or blocked PIN ends the command with the
+// tries left and what to do next, named as `secret` says.
+template <class Operation> void onCard(const RefusedSecret& secret, Operation operation) {
+    try {
+        operation();
+    } catch (const ToolError&) {
+        throw;
+    } catch (const std::exception& error) {
+        const Failure failure = describeFailure(error, secret);
+        throw ToolError(failure.code, failure.message);
+    }
+}
+
+RefusedSecret refusedPin(const IPin& pin) {
+    return {pinName(pin), "unblock it with its PUK: p15tool pin unblock"};
+}
+
+void printPin(const GlobalOptions& global, const Session& session, const ChosenPin& chosen) {
+    printResult(std::cout, pinJson(chosen.pin, session.channel(), chosen.pins, false), global.json);
+}
+
+// A new PIN the card would refuse for its length is refused before any
+// command reaches the card.
+void checkNewPinLength(const IPin& pin, const mw::ByteBuffer& value) {
+    const std::size_t minimum = pin.getMinLength();
+    const std::size_t maximum = pin.getMaxLength().value_or(0xFFFF);
+    if (value.size() < minimum || value.size() > maximum) {
+        throw ToolError(ExitCode::usage,
+                        "the new " + pinName(pin) + " must have " + std::to_string(minimum) +
+                            (pin.getMaxLength() ? " to " + std::to_string(maximum) : " or more") +
+                            " characters; nothing was changed");
+    }
+}
+
+void status(const GlobalOptions& global, const PinChoice& choice) {
+    const Session session(global);
+    const PinList pins = pinsOf(session.repository(), session.channel());
+    Json list = Json::array();
+    const bool one = choice.label || choice.reference;
+    const IPin* chosen = one ? &choosePin(pins, choice) : nullptr;
+    for (const auto& pin : pins) {
+        if (!chosen || pin.get() == chosen) {
+            list.push_back(pinJson(*pin, session.channel(), pins, false));
+        }
+    }
+    printResult(std::cout, Json{{"pins", list}}, global.json);
+}
+
+void verify(const GlobalOptions& global, const PinOptions& options) {
+    const Session session(global);
+    const ChosenPin chosen(session, options.choice);
+    const mw::ByteBuffer value = readPinOf(chosen.pin, options.pin, false);
+    onCard(refusedPin(chosen.pin), [&] { chosen.pin.authenticate(session.channel(), value); });
+    printPin(global, session, chosen);
+}
+
+void logout(const GlobalOptions& global, const PinOptions& options) {
+    const Session session(global);
+    const ChosenPin chosen(session, options.choice);
+    chosen.pin.deauthenticate(session.channel());
+    printPin(global, session, chosen);
+}
+
+void change(const GlobalOptions& global, const PinOptions& options) {
+    const Session session(global);
+    const ChosenPin chosen(session, options.choice);
+    const mw::ByteBuffer current = readPinOf(chosen.pin, options.pin, false);
+    const mw::ByteBuffer replacement = readPinOf(chosen.pin, options.newPin, true);
+    checkNewPinLength(chosen.pin, replacement);
+    onCard(refusedPin(chosen.pin),
+           [&] { chosen.pin.change(session.channel(), current, replacement); });
+    printPin(global, session, chosen);
+}
+
+void unblock(const GlobalOptions& global, const PinOptions& options) {
+    const Session session(global);
+    const ChosenPin chosen(session, options.choice);
+    const IPin* unblocking = unblockingPinOf(chosen.pin, chosen.pins);
+    PinSource source = options.unblockingPin;
+    if (unblocking) {
+        source.name = pinName(*unblocking);
+    }
+    const mw::ByteBuffer value = readPin(source, false);
+    onCard({source.name, "the " + pinName(chosen.pin) + " can no longer be unblocked"},
+           [&] { chosen.pin.unblock(session.channel(), value); });
+    printPin(global, session, chosen);
+}
+
+// A `pin` subcommand with the PIN choice and the PIN sources it reads.
+CLI::App* addPinCommand(CLI::App& group, const char* name, const char* description,
+                        PinOptions& options, std::initializer_list<PinSource*> sources) {
+    CLI::App* command = group.add_subcommand(name, description);
+    addPinChoice(*command, options.choice);
+    for (PinSource* source : sources) {
+        addPinOptions(*command, *source);
+    }
+    return command;
+}
+
+} // namespace
+
+void addPinCommands(CLI::App& program, const GlobalOptions& global) {
+    CLI::App* group = program.add_subcommand("pin", "the card's PINs");
+    group->require_subcommand(1);
+
+    auto options = std::make_shared<PinOptions>();
+    addPinCommand(*group, "status", "the PINs with their tries left, or the one chosen", *options,
+                  {})
+        ->callback([&global, options] { status(global, options->choice); });
+    addPinCommand(*group, "verify", "verify a PIN (the user PIN unless chosen)", *options,
+                  {&options->pin})
+        ->callback([&global, options] { verify(global, *options); });
+    addPinCommand(*group, "logout", "drop what verifying a PIN allowed", *options, {})
+        ->callback([&global, options] { logout(global, *options); });
+    addPinCommand(*group, "change", "change a PIN, given its current value", *options,
+                  {&options->pin, &options->newPin})
+        ->callback([&global, options] { change(global, *options); });
+    addPinCommand(*group, "unblock", "reset a blocked PIN's tries with its PUK", *options,
+                  {&options->unblockingPin})
+        ->callback([&global, options] { unblock(global, *options); });
+}
+
+} // namespace p15tool
