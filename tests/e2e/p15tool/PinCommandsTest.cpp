@@ -127,7 +127,7 @@ void addUserPinRule(const std::string& image) {
     });
 }
 
-// EF(PrKDF) of the card holding two RSA key entries.
+// EF(PrKDF) of the card holding an RSA key entry.
 void addPrivateKeyEntries(const std::string& image) {
     const vcard::Bytes entries = {
         0x30, 0x3A, 0x30, 0x17, 0x0C, 0x0E, 'A',  'u',  't',  'h',  'e',  'n',  't',  'i',  'c',
@@ -139,7 +139,7 @@ void addPrivateKeyEntries(const std::string& image) {
     });
 }
 
-TEST_F(PinCommands, ListShowsThePinsWithTheirRulesAndNotesKindsThePluginCannotListYet) {
+TEST_F(PinCommands, ListShowsThePinsWithTheirRulesAndTheKeysBesideThem) {
     const ToolResult empty = tool({"--json", "list"});
     ASSERT_EQ(empty.exitCode, 0) << empty.err;
     const nlohmann::json listed = empty.json();
@@ -160,15 +160,17 @@ TEST_F(PinCommands, ListShowsThePinsWithTheirRulesAndNotesKindsThePluginCannotLi
     addPrivateKeyEntries(image);
     const ToolResult withKeys = tool({"list"});
     ASSERT_EQ(withKeys.exitCode, 0) << withKeys.err;
-    EXPECT_NE(withKeys.out.find("privateKeys not listed: RSA private key objects not yet "
-                                "supported"),
+    EXPECT_NE(withKeys.out.find("privateKeys:\n  -\n    label  Authentication\n"),
               std::string::npos)
         << withKeys.out;
+    EXPECT_EQ(withKeys.out.find("notes"), std::string::npos) << withKeys.out;
     EXPECT_EQ(withKeys.out.rfind("pins:\n", 0), 0u) << "the PINs are still listed first";
     EXPECT_NE(withKeys.out.find("condition   (authId 02 (PUK) or authId 03 (SO PIN))"),
               std::string::npos)
         << withKeys.out;
-    const nlohmann::json rules = tool({"--json", "list"}).json()["pins"][0]["accessControlRules"];
+    const nlohmann::json relisted = tool({"--json", "list"}).json();
+    EXPECT_EQ(relisted["privateKeys"][0]["label"], "Authentication");
+    const nlohmann::json rules = relisted["pins"][0]["accessControlRules"];
     ASSERT_EQ(rules.size(), 1u);
     EXPECT_EQ(rules[0]["accessMode"], nlohmann::json({"update"}));
     EXPECT_EQ(rules[0]["condition"], "(authId 02 (PUK) or authId 03 (SO PIN))");
