@@ -229,30 +229,39 @@ void readFileBody(const json& node, CardFile& file) {
     }
 }
 
-/// One file and, for a DF, the tree below it: counted against the card's limits before its
-/// children or its key are read, so a hostile image costs no more than a full card.
-std::unique_ptr<CardFile> fileFromJson(const json& node, int depth, CardUsage& usage) {
+/// The fields of one file, counted against the card's limits before its key or children are
+/// read, so that a hostile image costs no more than a full card. A DF's children, or nullptr.
+const json* readFile(const json& node, int depth, CardUsage& usage, CardFile& file) {
+    file.kind = kindFromName(textField(node, "type"));
+    readFileBody(node, file);
+    const std::string excess = usage.excess(file, depth);
+    if (!excess.empty())
+        throw Corrupt("the card would hold " + excess);
+    usage.add(file);
+    if (file.isKeyFile() && !field(node, "key").is_null())
+        file.key = keyFromJson(field(node, "key"), file);
+    return file.isDf() ? &arrayField(node, "children") : nullptr;
+}
+
+/// One file and, for a DF, the tree below it; messages name the file by its path (3F00/5015/4401).
+std::unique_ptr<CardFile> fileFromJson(const json& node, int depth, CardUsage& usage,
+                                       const std::string& parentPath) {
     auto file = std::make_unique<CardFile>();
-    file->fid = fidFromJson(node);
-    return within("file " + fidText(file->fid), [&] {
-        file->kind = kindFromName(textField(node, "type"));
-        readFileBody(node, *file);
-        const std::string excess = usage.excess(*file, depth);
-        if (!excess.empty())
-            throw Corrupt("the card would hold " + excess);
-        usage.add(*file);
-        if (file->isKeyFile() && !field(node, "key").is_null())
-            file->key = keyFromJson(field(node, "key"), *file);
-        if (!file->isDf())
-            return std::move(file);
-        for (const json& child : arrayField(node, "children")) {
-            std::unique_ptr<CardFile> loaded = fileFromJson(child, depth + 1, usage);
-            if (file->child(loaded->fid) != nullptr)
-                throw Corrupt("file " + fidText(loaded->fid) + " appears twice");
-            file->addChild(std::move(loaded));
-        }
-        return std::move(file);
-    });
+    file->fid = within(parentPath.empty() ? "the MF" : "a file in " + parentPath,
+                       [&] { return fidFromJson(node); });
+    const std::string path =
+        parentPath.empty() ? fidText(file->fid) : parentPath + "/" + fidText(file->fid);
+    const json* children =
+        within("file " + path, [&] { return readFile(node, depth, usage, *file); });
+    if (children == nullptr)
+        return file;
+    for (const json& child : *children) {
+        std::unique_ptr<CardFile> loaded = fileFromJson(child, depth + 1, usage, path);
+        if (file->child(loaded->fid) != nullptr)
+            throw Corrupt("file " + path + "/" + fidText(loaded->fid) + " appears twice");
+        file->addChild(std::move(loaded));
+    }
+    return file;
 }
 
 Pin pinFromJson(const json& node) {
@@ -320,7 +329,7 @@ CardState CardImage::parse(const std::string& text, const std::string& source) {
         if (imageVersion != version)
             throw Corrupt("unsupported image version " + std::to_string(imageVersion));
         CardUsage usage;
-        std::unique_ptr<CardFile> mf = fileFromJson(field(image, "mf"), 0, usage);
+        std::unique_ptr<CardFile> mf = fileFromJson(field(image, "mf"), 0, usage, "");
         if (mf->fid != FileSystem::mfFid || !mf->isDf())
             throw Corrupt("the root is not the MF 3F00");
         CardState state{FileSystem(std::move(mf)), {}};
