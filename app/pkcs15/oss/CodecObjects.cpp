@@ -108,17 +108,26 @@ template <class T> bool readTaggedAttributes(DerReader& reader, std::uint32_t ex
     return inner != innerSequenceByDefault<T>();
 }
 
+// A reader must find the form again: attributes that kept only components it
+// does not know, written with their SEQUENCE, would be read as a Name.
 template <class T>
 void writeTaggedAttributes(Sink& sink, std::uint32_t constructedTag, const T& value,
                            bool otherForm) {
-    writeConstructed(sink, constructedTag, [&](Sink& content) {
-        if (otherForm != innerSequenceByDefault<T>()) {
-            writeConstructed(content, tag::sequence,
-                             [&](Sink& inner) { writeAttributes(inner, value); });
-        } else {
-            writeAttributes(content, value);
-        }
-    });
+    const bool inner = otherForm != innerSequenceByDefault<T>();
+    CryptoPP::ByteQueue queue;
+    if (inner) {
+        writeConstructed(queue, tag::sequence,
+                         [&](Sink& content) { writeAttributes(content, value); });
+    } else {
+        writeAttributes(queue, value);
+    }
+    Bytes content(static_cast<std::size_t>(queue.MaxRetrievable()));
+    queue.Get(content.data(), content.size());
+    if (holdsInnerSequence<T>(DerReader(content.data(), content.size())) != inner) {
+        APP_THROW(app::InvalidDataException, kTextCannotKeep);
+    }
+    writeConstructed(sink, constructedTag,
+                     [&](Sink& tagged) { tagged.Put(content.data(), content.size()); });
 }
 
 template <class C, class S, class T>

@@ -297,6 +297,15 @@ TEST(CodecTest, unknownComponentBeforeAKnownOneIsAnError) {
     EXPECT_EQ(key.offset, 13u);
 }
 
+template <class T> void expectCannotKeep(const T& value) {
+    try {
+        oss::encode(value);
+        ADD_FAILURE() << "encode succeeded";
+    } catch (const app::InvalidDataException& e) {
+        EXPECT_STREQ(*boost::get_error_info<app::ErrorText>(e), oss::kTextCannotKeep);
+    }
+}
+
 // A change that would let a kept component be read as a known one is refused.
 TEST(CodecTest, aChangeThatWouldAlterKeptComponentsIsRefused) {
     auto common = decodeAll<oss::CommonObjectAttributes>(
@@ -306,12 +315,14 @@ TEST(CodecTest, aChangeThatWouldAlterKeptComponentsIsRefused) {
     decodeAll<oss::CommonObjectAttributes>(oss::encode(common));
     common.accessControlRules.reset();
     common.userConsent.reset();
-    try {
-        oss::encode(common);
-        ADD_FAILURE() << "encode succeeded";
-    } catch (const app::InvalidDataException& e) {
-        EXPECT_STREQ(*boost::get_error_info<app::ErrorText>(e), oss::kTextCannotKeep);
-    }
+    expectCannotKeep(common);
+
+    // Key attributes in [0] with a subject Name and an unknown component:
+    // without the Name, the unknown one alone would be read as a Name.
+    auto key = decodeAll<oss::PrivateKeyType>(hex(
+        "3022 3000 3007 040101 03020520 A007 3005 3000 9F2000 A10C 300A 3004 04024B01 02020800"));
+    key.privateRSAKeyValue.subClassAttributes->subjectName.reset();
+    expectCannotKeep(key);
 }
 
 TEST(CodecTest, roundTripsWithOptionalsAbsent) {
