@@ -32,14 +32,16 @@ public:
     OpensslFolder(const OpensslFolder&) = delete;
     OpensslFolder& operator=(const OpensslFolder&) = delete;
 
+    std::string path(const std::string& name) const { return dir_ + "/" + name; }
+
     template <class Range> void write(const std::string& name, const Range& bytes) const {
-        std::ofstream(dir_ + "/" + name, std::ios::binary)
+        std::ofstream(path(name), std::ios::binary)
             .write(reinterpret_cast<const char*>(bytes.data()),
                    static_cast<std::streamsize>(bytes.size()));
     }
 
     Bytes read(const std::string& name) const {
-        std::ifstream in(dir_ + "/" + name, std::ios::binary);
+        std::ifstream in(path(name), std::ios::binary);
         return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
     }
 
