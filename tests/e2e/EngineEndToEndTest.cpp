@@ -416,6 +416,17 @@ TEST(HashingCard, SignsWhatItListsOnTheCard) {
               rsaEncryption);
 }
 
+// A card without an algorithm list (GET DATA answers 6A88) performs
+// nothing on its own, not even raw RSA.
+TEST(CardWithoutAlgorithmList, OffersNoEngineThatNeedsTheCard) {
+    PluginCard card;
+    card.virtualCard->instrumentation().injectStatusWord(0xCA, 0x6A88);
+    EXPECT_APP_ERROR(card.application->getSignature(sha256WithRsa),
+                     "failed to get signature algorithm implementation for rsaEncryption");
+    EXPECT_APP_ERROR(card.application->getCipher(rsaEncryption),
+                     "failed to get cipher algorithm implementation for oid");
+}
+
 // The hash identifiers of the table have even lengths; an odd one is read
 // with its missing "0" before the last digit, not at the front.
 TEST(HashIdentifierText, AnOddLengthGetsItsZeroBeforeTheLastDigit) {
