@@ -229,22 +229,31 @@ void readFileBody(const json& node, CardFile& file) {
     }
 }
 
+/// What the loader tracks across the whole tree: the card's limits, and the DF names, which
+/// SELECT by name must find once at most (CREATE FILE refuses a name in use just as well).
+struct TreeUsage {
+    CardUsage limits;
+    std::set<Bytes> dfNames;
+};
+
 /// The fields of one file, counted against the card's limits before its key or children are
 /// read, so that a hostile image costs no more than a full card. A DF's children, or nullptr.
-const json* readFile(const json& node, int depth, CardUsage& usage, CardFile& file) {
+const json* readFile(const json& node, int depth, TreeUsage& usage, CardFile& file) {
     file.kind = kindFromName(textField(node, "type"));
     readFileBody(node, file);
-    const std::string excess = usage.excess(file, depth);
+    const std::string excess = usage.limits.excess(file, depth);
     if (!excess.empty())
         throw Corrupt("the card would hold " + excess);
-    usage.add(file);
+    if (!file.name.empty() && !usage.dfNames.insert(file.name).second)
+        throw Corrupt("DF name " + toHex(file.name) + " appears twice on the card");
+    usage.limits.add(file);
     if (file.isKeyFile() && !field(node, "key").is_null())
         file.key = keyFromJson(field(node, "key"), file);
     return file.isDf() ? &arrayField(node, "children") : nullptr;
 }
 
 /// One file and, for a DF, the tree below it; messages name the file by its path (3F00/5015/4401).
-std::unique_ptr<CardFile> fileFromJson(const json& node, int depth, CardUsage& usage,
+std::unique_ptr<CardFile> fileFromJson(const json& node, int depth, TreeUsage& usage,
                                        const std::string& parentPath) {
     auto file = std::make_unique<CardFile>();
     file->fid = within(parentPath.empty() ? "the MF" : "a file in " + parentPath,
@@ -328,7 +337,7 @@ CardState CardImage::parse(const std::string& text, const std::string& source) {
         const int imageVersion = integerField<int>(image, "version", 0, 0xFFFF);
         if (imageVersion != version)
             throw Corrupt("unsupported image version " + std::to_string(imageVersion));
-        CardUsage usage;
+        TreeUsage usage;
         std::unique_ptr<CardFile> mf = fileFromJson(field(image, "mf"), 0, usage, "");
         if (mf->fid != FileSystem::mfFid || !mf->isDf())
             throw Corrupt("the root is not the MF 3F00");
