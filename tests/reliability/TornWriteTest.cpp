@@ -9,7 +9,9 @@
 
 #include "app/ApplicationException.hpp"
 #include "app/object/IPin.hpp"
+#include "app/object/IPrivateRSAKey.hpp"
 #include "card/CardException.hpp"
+#include "card/service/IFileAccessService.hpp"
 #include "host/iso7816/Tlv.hpp"
 #include "mw/Hex.hpp"
 #include "vcard/VirtualCard.hpp"
@@ -103,7 +105,13 @@ std::map<std::string, std::string> enumerate(const support::AppOnCard& card) {
             application->readCardObject(channel, *key);
         }
     });
-    attempt("private keys", [&] { application->getPrivateKeys(channel); });
+    attempt("private keys", [&] {
+        // A listed key whose key file is gone is neither the old object nor the new one.
+        for (const auto& key : application->getPrivateKeys(channel)) {
+            const auto rsa = boost::dynamic_pointer_cast<app::object::IPrivateRSAKey>(key);
+            application->getFileAccessService()->select(channel, rsa->getKeyValueReference());
+        }
+    });
     attempt("certificates", [&] { application->getCertificates(channel); });
     attempt("data objects", [&] { application->getDataObjects(channel); });
     return errors;

@@ -196,18 +196,23 @@ void P15RsaPrivateKey::remove(const card::IChannel& channel,
     }
     const boost::shared_ptr<const fs::PrKDF> file = lockFile(prkdf_);
     const P15Application::ChannelScope bound(application, channel);
+    bool publicPartListed = false;
     if (p15KeyReference().keyReference != 0) {
         const std::vector<card::service::KeyRef> publicKeys =
             file->odf()->getPuKDF()->keyRefs(channel);
-        const bool publicPartListed =
+        publicPartListed =
             std::any_of(publicKeys.begin(), publicKeys.end(), [this](const auto& key) {
                 return key.keyReference == p15KeyReference().keyReference;
             });
-        removeKeyFromCard(channel, application, !publicPartListed);
     }
+    // The entry goes first: a card that fails or loses power in between
+    // keeps an unlisted key file, never an entry that names a missing key.
     file->updateEncodedAttributes(encoding_, mw::ByteBuffer());
     encoding_.clear();
     entry_ = boost::none;
+    if (p15KeyReference().keyReference != 0) {
+        removeKeyFromCard(channel, application, !publicPartListed);
+    }
 }
 
 void P15RsaPrivateKey::read(const card::IChannel&, const P15Application&) {

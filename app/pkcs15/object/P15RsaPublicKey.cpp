@@ -95,8 +95,10 @@ void P15RsaPublicKey::write(const card::IChannel& channel,
     clearTouched();
 }
 
-// A public part whose container is already gone (removed with its private
-// key, or never created) leaves only the entry to remove.
+// The entry goes first, then the container: a card that fails or loses
+// power in between keeps an unlisted file, never an entry that names a
+// missing key. A container already gone (removed with its private key, or
+// never created) leaves only the entry to remove.
 void P15RsaPublicKey::remove(const card::IChannel& channel,
                              const P15Application& application) const {
     mw::Log log(typeid(*this), BOOST_CURRENT_FUNCTION);
@@ -105,6 +107,9 @@ void P15RsaPublicKey::remove(const card::IChannel& channel,
     }
     const boost::shared_ptr<const fs::PuKDF> file = lockFile(pukdf_);
     const P15Application::ChannelScope bound(application, channel);
+    file->updateEncodedAttributes(encoding_, mw::ByteBuffer());
+    encoding_.clear();
+    entry_ = boost::none;
     if (p15KeyReference().keyReference != 0) {
         try {
             application.getAsymmetricKeyManagementService()->removePublicKey(channel,
@@ -115,9 +120,6 @@ void P15RsaPublicKey::remove(const card::IChannel& channel,
             }
         }
     }
-    file->updateEncodedAttributes(encoding_, mw::ByteBuffer());
-    encoding_.clear();
-    entry_ = boost::none;
 }
 
 } // namespace object
