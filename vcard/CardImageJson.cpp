@@ -347,6 +347,8 @@ std::string CardImage::serialise(const CardState& state) {
                   {"version", version},
                   {"mf", fileToJson(state.files.mf())},
                   {"pins", pinsToJson(state.pins)}};
+    if (state.hashOnCard)
+        image["hashOnCard"] = true;
     // One allocation of the exact size: growing the text would leave copies of it behind.
     const SecretText text = image.dump(1);
     return std::string(text.data(), text.size());
@@ -368,6 +370,11 @@ CardState CardImage::parse(const std::string& text, const std::string& source) {
             throw Corrupt("the root is not the MF 3F00");
         CardState state{FileSystem(std::move(mf)), {}};
         pinsFromJson(arrayField(image, "pins"), state.pins);
+        if (image.contains("hashOnCard")) {
+            if (!image["hashOnCard"].is_boolean())
+                throw Corrupt("hashOnCard is not true or false");
+            state.hashOnCard = image["hashOnCard"].get<bool>();
+        }
         return state;
     } catch (const json::parse_error& error) {
         // Not the parser's message: it quotes the token read last, which may be a PIN or a key.
