@@ -4,7 +4,7 @@ BUILD ?= build
 ASAN_BUILD ?= build-asan
 CMAKE_FLAGS ?=
 
-.PHONY: deps configure build install demo demo-pcsc check asan-check format
+.PHONY: deps configure build install demo demo-pcsc check asan-check format hostile
 
 deps:
 	scripts/install-deps
@@ -44,3 +44,12 @@ asan-check: deps
 
 format:
 	git ls-files '*.cpp' '*.hpp' | xargs clang-format -i
+
+# The application over HOSTILE_CASES seeded hostile cards (seeds from
+# HOSTILE_FIRST_SEED; P15_HOSTILE_SEED=N replays one).
+HOSTILE_CASES ?= 100000
+HOSTILE_FIRST_SEED ?= 1
+hostile: configure
+	cmake --build $(BUILD) -j$(JOBS) --target test_hostile_card
+	P15_HOSTILE_CASES=$(HOSTILE_CASES) P15_HOSTILE_FIRST_SEED=$(HOSTILE_FIRST_SEED) \
+	  $(BUILD)/tests/reliability/test_hostile_card

@@ -72,7 +72,14 @@ void VirtualCard::dropTransientData() {
 }
 
 void VirtualCard::save(const std::string& path) const {
-    CardImage::store(path, CardImage::serialise(state_), &instrumentation_);
+    std::string text = CardImage::serialise(state_);
+    try {
+        CardImage::store(path, text, &instrumentation_);
+    } catch (...) {
+        wipe(text);
+        throw;
+    }
+    wipe(text);
 }
 
 Bytes VirtualCard::transmit(const Bytes& command) {
@@ -154,7 +161,7 @@ bool VirtualCard::storeImage() {
     if (!imagePath_)
         return true;
     try {
-        CardImage::store(*imagePath_, CardImage::serialise(state_), &instrumentation_);
+        save(*imagePath_);
     } catch (const ImageNotSynced&) {
     } catch (const ImageError&) {
         return false;
