@@ -2,6 +2,7 @@
 
 #include "card/CardException.hpp"
 #include "card/IChannel.hpp"
+#include "host/iso7816/CardCapabilities.hpp"
 #include "host/iso7816/IsoCommand.hpp"
 #include "mw/Exception.hpp"
 
@@ -180,6 +181,13 @@ void FileSelection::created(const mw::ByteBuffer& parentDf, Fcp fcp) {
     currentPath_ = parentDf;
     currentPath_.append(fcp.fileId);
     currentFile_ = std::move(fcp);
+}
+
+bool FileSelection::extendedLength(const card::IChannel& channel) {
+    if (!extendedLength_) {
+        extendedLength_ = CardCapabilities::fromAtr(channel.transport(0).getAtr()).extendedLength;
+    }
+    return *extendedLength_;
 }
 
 } // namespace iso7816

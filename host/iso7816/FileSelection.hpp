@@ -57,6 +57,10 @@ public:
     // A file was created under `parentDf` and is now current.
     void created(const mw::ByteBuffer& parentDf, Fcp fcp);
 
+    // Whether the card takes extended Lc and Le fields, as its ATR says;
+    // learned once, without a command.
+    bool extendedLength(const card::IChannel& channel);
+
 private:
     mw::ByteBuffer sendSelectCommand(const card::IChannel& channel,
                                      const mw::ByteBuffer& absolutePath, bool wantFcp);
@@ -68,6 +72,7 @@ private:
     mw::ByteBuffer currentPath_; // of currentFile_
     // The transport's reset count when the card's selection was last known.
     unsigned long resetsSeen_ = 0;
+    std::optional<bool> extendedLength_;
 };
 
 // `path` without its last file identifier.
