@@ -59,8 +59,7 @@ mw::ByteBuffer FileAccessService::read(const card::IChannel& channel, std::size_
     return selection_->onCurrentFile([&] {
         mw::ByteBuffer content;
         for (std::size_t done = 0; done < length;) {
-            const std::size_t chunk =
-                std::min(longestAnswer(selection_->extendedLength(channel)), length - done);
+            const std::size_t chunk = std::min(maxReadLength(channel), length - done);
             content.append(readChunk(channel, offset + done, chunk));
             done += chunk;
         }
@@ -87,6 +86,10 @@ void FileAccessService::update(const card::IChannel& channel, std::size_t offset
             .extendedLength(selection_->extendedLength(channel))
             .execute(channel);
     });
+}
+
+std::size_t FileAccessService::maxReadLength(const card::IChannel& channel) const {
+    return longestAnswer(selection_->extendedLength(channel));
 }
 
 std::size_t FileAccessService::size(const card::IChannel&) const {

@@ -23,6 +23,7 @@ public:
     void update(const card::IChannel& channel, std::size_t offset,
                 const mw::ByteBuffer& data) const override;
     std::size_t size(const card::IChannel& channel) const override;
+    std::size_t maxReadLength(const card::IChannel& channel) const override;
 
 private:
     mw::ByteBuffer readChunk(const card::IChannel& channel, std::size_t offset,

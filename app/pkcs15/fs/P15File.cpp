@@ -15,6 +15,8 @@ namespace {
 
 // What one read asks for at least: the most a short READ BINARY returns, so
 // that a card without extended length answers each read in whole commands.
+// A card that answers more at once is asked for twice as much each time, so
+// that a long file takes few commands and little padding.
 constexpr std::size_t readChunk = 256;
 
 // Where the DER value starting at `offset` ends, from its tag and length
@@ -127,10 +129,15 @@ void P15File::ensureLoaded(const card::IChannel& channel) const {
     const boost::shared_ptr<const P15Application> app = application();
     if (!getFileId(channel, *app->getFileAccessService()).empty()) {
         selectOnCard(channel);
+        const std::size_t mostPerRead =
+            std::max(readChunk, app->getFileAccessService()->maxReadLength(channel));
+        std::size_t next = readChunk;
         for (std::size_t wanted = 1; wanted != 0 && content_.size() < fileSize_;
              wanted = bytesWanted(content_)) {
             const std::size_t chunks = (wanted + readChunk - 1) / readChunk;
-            appendFromCard(channel, std::min(chunks * readChunk, fileSize_ - content_.size()));
+            const std::size_t length = std::max(chunks * readChunk, next);
+            appendFromCard(channel, std::min(length, fileSize_ - content_.size()));
+            next = std::min(2 * next, mostPerRead);
         }
     }
     split();

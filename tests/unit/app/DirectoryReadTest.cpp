@@ -95,7 +95,7 @@ INSTANTIATE_TEST_SUITE_P(
                           Layout{"EntryAcrossChunks", {200, 300}, 0xFF, 2, 2},
                           Layout{"LongEntryReadWhole", {1000}, 0x00, 4, 2},
                           // No padding at all: the last entry ends with the file.
-                          Layout{"FullFile", {1024, 1024, 1024, 1024}, 0x00, 16, 5}),
+                          Layout{"FullFile", {1024, 1024, 1024, 1024}, 0x00, 16, 4}),
         ::testing::Bool()),
     [](const auto& info) {
         return std::string(std::get<0>(info.param).name) +

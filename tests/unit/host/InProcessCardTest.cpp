@@ -33,6 +33,28 @@ TEST_P(InProcessCardTest, WholeFileReadAfterSelectCostsOnlyTheReads) {
     EXPECT_EQ(commandsSince(before), 1u + apdus(8192 / 256, 1));
 }
 
+TEST_P(InProcessCardTest, TheFileSelectedAlreadyIsNotSelectedAgain) {
+    files()->select(*channel_, {0x50, 0x32});
+    std::uint64_t before = commands();
+    files()->select(*channel_, {0x50, 0x32});
+    files()->select(*channel_, {0x3F, 0x00, 0x50, 0x15, 0x50, 0x32}); // the same file
+    EXPECT_EQ(commandsSince(before), 0u);
+    EXPECT_EQ(files()->read(*channel_, 0, 1).size(), 1u);
+
+    // Deleting a file of the same DF leaves the DF current on the card: the
+    // file is selected anew.
+    verifyUserPin();
+    const mw::ByteBuffer scratch{0x0D, 0x82};
+    fileSystem()->createFile(
+        *channel_, DataObjectCreateParams(scratch, 16, grant(AccessRead | AccessUpdate, always())));
+    files()->select(*channel_, {0x50, 0x32});
+    fileSystem()->deleteFile(*channel_, scratch);
+    before = commands();
+    files()->select(*channel_, {0x50, 0x32});
+    EXPECT_EQ(commandsSince(before), 1u);
+    EXPECT_EQ(files()->read(*channel_, 0, 1).size(), 1u);
+}
+
 TEST_P(InProcessCardTest, LongUpdateIsOneChainedCommand) {
     verifyUserPin();
     fileSystem()->createFile(*channel_,
