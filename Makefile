@@ -4,7 +4,7 @@ BUILD ?= build
 ASAN_BUILD ?= build-asan
 CMAKE_FLAGS ?=
 
-.PHONY: deps configure build install demo demo-pcsc check asan-check format
+.PHONY: deps configure build install demo demo-pcsc check asan-check format bench
 
 deps:
 	scripts/install-deps
@@ -44,3 +44,11 @@ asan-check: deps
 
 format:
 	git ls-files '*.cpp' '*.hpp' | xargs clang-format -i
+
+# The benchmarks: the Google Benchmark binaries, then the APDU-economy report,
+# which rewrites the tables of docs/performance.md and writes its JSON.
+bench: build
+	for b in $(BUILD)/bench/bench_*; do \
+	  case $$b in *apdu_economy) ;; *) $$b --benchmark_min_time=0.2 || exit 1;; esac; \
+	done
+	$(BUILD)/bench/bench_apdu_economy docs/performance.md $(BUILD)/bench/apdu-economy.json
