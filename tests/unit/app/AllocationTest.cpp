@@ -86,17 +86,6 @@ TEST_F(Allocation, TheLastFileIdIsHandedOutThenExhaustionIsReportedInTheDirector
         << "other ranges are unaffected";
 }
 
-TEST_F(Allocation, NextKeyReferenceSkipsTheOnesInUse) {
-    store(prkdfFile, concat({rsaPrivateKeyEntry(0x81, bytes({0x0E, 0x01})), ecPrivateKeyEntry(),
-                             rsaPrivateKeyEntry(0x82, bytes({0x0E, 0x02}))}));
-    const card::service::KeyRef ref = application_->getODF()->getPrKDF()->getFreeKeyReference(
-        *card_.channel, *card_.files(), 1024);
-    EXPECT_EQ(ref.keyReference, 0x83);
-    EXPECT_EQ(ref.modulusBits, 1024);
-    EXPECT_EQ(ref.fileId, bytes({0x0E, 0x03}));
-    EXPECT_FALSE(ref.flag);
-}
-
 // Cards write references above 7F in one octet (02 01 81); read as a signed
 // INTEGER that is -127, and the allocator would hand out 81 / 0E01 again.
 TEST_F(Allocation, AKeyReferenceWrittenInOneOctetIsInUse) {
@@ -165,13 +154,6 @@ TEST_F(Allocation, KeyReferenceRequestsThatCannotBeMetFailBeforeTheCard) {
                      app::ApplicationException, "unable to get key reference for non-key type");
     EXPECT_APP_ERROR(application_->getFreeKeyReference(static_cast<fs::AppObjectType>(9)),
                      app::ApplicationException, "unable to get key reference for non-key type");
-}
-
-TEST_F(Allocation, AppletModeFindsAReferenceButHasNoKeyFileForIt) {
-    const auto applet = card_.appletApplication();
-    const P15Application::ChannelScope bound(*applet, *card_.channel);
-    EXPECT_APP_ERROR(applet->getFreeKeyReference(fs::RsaPrivateKey1024), app::ApplicationException,
-                     "File id range for requested object type not found");
 }
 
 TEST_F(Allocation, KeyPairsAvoidKeyFilesLeftOnTheCard) {
