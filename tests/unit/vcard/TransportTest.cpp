@@ -36,20 +36,6 @@ TEST_F(Transport, RandomGarbageNeverThrows) {
     }
 }
 
-TEST_F(Transport, ChainingAssemblesTheDataAndAnswersEachPart) {
-    selectApplication();
-    verifyUserPin();
-    Bytes content(600);
-    for (std::size_t i = 0; i < content.size(); ++i)
-        content[i] = static_cast<std::uint8_t>(i * 7);
-    ASSERT_EQ(sw("00A40200 02 4400"), 0x9000);
-    EXPECT_EQ(statusWord(sendChained(0xD6, 0x00, 0x10, content)), 0x9000);
-    Bytes read = dataOf(send("00B00010 00"));
-    read = concat(read, dataOf(send("00B00110 00")));
-    read = concat(read, dataOf(send(apdu(0, 0xB0, 0x02, 0x10, {}, 600 - 512))));
-    EXPECT_EQ(read, content);
-}
-
 TEST_F(Transport, ChainBrokenByAnotherCommandIsRefusedAndDropped) {
     selectApplication();
     EXPECT_EQ(sw(apdu(0x10, 0xD6, 0x00, 0x00, Bytes(10, 1))), 0x9000);
