@@ -87,8 +87,12 @@ boost::shared_ptr<const P15Application> P15File::application() const {
     return odf()->application();
 }
 
+// EF(ODF) does not list EF(TokenInfo): it is 5032 in every application.
 mw::ByteBuffer P15File::getFileId(const card::IChannel& channel,
                                   const card::service::IFileAccessService& fileAccess) const {
+    if (kind_ == TokenInfo) {
+        return mw::ByteBuffer{0x50, 0x32};
+    }
     return odf()->getFileId(channel, fileAccess, kind_);
 }
 
