@@ -39,6 +39,7 @@ int main(int argc, char** argv) {
     addGlobalOptions(program, options);
     p15tool::addCardCommands(program, options);
     p15tool::addListCommand(program, options);
+    p15tool::addKeyCommands(program, options);
     p15tool::addPinCommands(program, options);
     p15tool::addDecodeCommand(program, options);
     try {
