@@ -127,11 +127,6 @@ void info(const GlobalOptions& global) {
     printResult(std::cout, cardInfoJson(session), global.json);
 }
 
-std::string cardName(const Session& session) {
-    return session.location().image.empty() ? "the card in " + session.location().reader
-                                            : "the card " + session.location().image;
-}
-
 // Whether the person at the terminal agrees to `question`; without a
 // terminal nobody can, and the command needs --yes.
 bool confirmed(const std::string& question) {
@@ -146,7 +141,7 @@ bool confirmed(const std::string& question) {
 
 void wipe(const GlobalOptions& global, bool yes, const PinSource& pin) {
     const Session session(global);
-    const std::string where = cardName(session);
+    const std::string where = session.cardName();
     if (!yes && !confirmed("wipe every key, certificate and data object from " + where)) {
         throw ToolError(ExitCode::failure, "nothing wiped");
     }

@@ -16,6 +16,10 @@ struct GlobalOptions;
 void addCardCommands(CLI::App& program, const GlobalOptions& options);
 // decode: directory-file dumps, offline.
 void addDecodeCommand(CLI::App& program, const GlobalOptions& options);
+// sign, verify, encrypt, decrypt, random: the engines.
+void addCryptoCommands(CLI::App& program, const GlobalOptions& options);
+// keygen, req, selfsign: making and enrolling keys.
+void addEnrolCommands(CLI::App& program, const GlobalOptions& options);
 // key import|export|delete.
 void addKeyCommands(CLI::App& program, const GlobalOptions& options);
 // list and dump: the objects of the card's application.

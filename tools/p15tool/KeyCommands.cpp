@@ -12,6 +12,7 @@
 #include "tools/p15tool/Keys.hpp"
 #include "tools/p15tool/Login.hpp"
 #include "tools/p15tool/Output.hpp"
+#include "tools/p15tool/Progress.hpp"
 #include "tools/p15tool/Session.hpp"
 #include "tools/p15tool/Streams.hpp"
 #include "tools/p15tool/Text.hpp"
@@ -38,92 +39,35 @@ struct KeyOptions {
     std::string out = "-";
 };
 
-app::object::ICardObjectFactory& factoryOf(const Session& session) {
-    auto* factory = dynamic_cast<app::object::ICardObjectFactory*>(&session.application());
-    if (!factory) {
-        throw ToolError(ExitCode::card, "the plugin makes no new objects for the card's "
-                                        "application; use a plugin that writes keys");
-    }
-    return *factory;
-}
-
-// The identifier of a new key: the one asked for, or the SHA-1 of its
-// modulus, which ties a key, its public key and its certificate together
-// the way other software expects.
-mw::ByteBuffer newKeyId(const KeyChoice& choice, const mw::ByteBuffer& modulus) {
-    if (choice.id) {
-        try {
-            return mw::fromHex(*choice.id);
-        } catch (const std::exception&) {
-            throw ToolError(ExitCode::usage, "--id takes hex digits, not \"" + *choice.id + "\"");
-        }
-    }
-    mw::ByteBuffer digest(CryptoPP::SHA1::DIGESTSIZE);
-    CryptoPP::SHA1().CalculateDigest(digest.data(), modulus.data(), modulus.size());
-    return digest;
-}
-
-// Use of the private key and changes to either key need the user PIN.
-app::AccessControlRules userPinRules(const mw::ByteBuffer& authId) {
-    return {app::AccessControlRule(app::AccessControlRule::Update | app::AccessControlRule::Execute,
-                                   boost::make_shared<app::AuthIdSecurityCondition>(
-                                       std::vector<std::uint8_t>(authId.begin(), authId.end())))};
-}
-
-void refuseTakenId(const Session& session, const mw::ByteBuffer& id) {
-    for (const auto& key : session.repository().getPrivateKeys(session.channel())) {
-        if (key->getKeyId() == id) {
-            throw ToolError(ExitCode::failure, "the card holds a key with id " + mw::toHex(id) +
-                                                   " already (" + keyName(*key) +
-                                                   "); choose another with --id");
-        }
-    }
-}
-
-boost::shared_ptr<IPublicRSAKey> newPublicKey(const Session& session, const IPrivateRSAKey& key,
-                                              const RsaKeyMaterial& material) {
-    auto publicKey = boost::dynamic_pointer_cast<IPublicRSAKey>(
-        factoryOf(session).createPublicKey(app::object::IPublicKey::RsaPublicKey, {}));
-    if (key.getLabel()) {
-        publicKey->setLabel(*key.getLabel());
-    }
-    publicKey->setKeyId(key.getKeyId());
-    publicKey->setUsage(IKey::Verify | IKey::Encrypt);
-    publicKey->setModulusLength(static_cast<std::uint16_t>(material.bits));
-    publicKey->setModulus(material.modulus);
-    publicKey->setPublicExponent(material.exponent);
-    return publicKey;
-}
-
 void importKey(const GlobalOptions& global, const KeyOptions& options) {
     const RsaKeyMaterial material = readPrivateKeyFile(options.file);
+    const mw::ByteBuffer id =
+        options.choice.id ? idFromHex(*options.choice.id) : modulusKeyId(material.modulus);
     const Session session(global);
     const mw::ByteBuffer authId = verifyUserPin(session, options.pin);
-    const mw::ByteBuffer id = newKeyId(options.choice, material.modulus);
     refuseTakenId(session, id);
 
-    auto key = boost::dynamic_pointer_cast<IPrivateRSAKey>(factoryOf(session).createPrivateKey(
-        app::object::IPrivateKey::RsaPrivateKey, userPinRules(authId)));
-    key->setLabel(options.choice.label.value_or("Imported key"));
-    key->setKeyId(id);
-    key->setUsage(IKey::Sign | IKey::Decrypt);
-    key->setFlags(0x03); // private, modifiable
-    key->setAccessFlags(IKey::Sensitive);
-    key->setPublicExponent(material.exponent);
-    key->setCrtComponents(material.p, material.q, material.dp, material.dq, material.pInv,
-                          material.qInv);
+    const KeyPair pair = newKeyPair(session, options.choice.label.value_or("Imported key"), id,
+                                    authId, material.bits);
+    pair.privateKey->setAccessFlags(IKey::Sensitive);
+    pair.privateKey->setPublicExponent(material.exponent);
+    pair.privateKey->setCrtComponents(material.p, material.q, material.dp, material.dq,
+                                      material.pInv, material.qInv);
+    pair.publicKey->setModulus(material.modulus);
+    pair.publicKey->setPublicExponent(material.exponent);
     const auto& repository = session.repository();
-    repository.writeCardObject(session.channel(), *key);
-    const auto publicKey = newPublicKey(session, *key, material);
+    Progress progress("Writing the key to " + session.cardName());
+    repository.writeCardObject(session.channel(), *pair.privateKey);
     try {
-        repository.writeCardObject(session.channel(), *publicKey);
+        repository.writeCardObject(session.channel(), *pair.publicKey);
     } catch (...) {
         // Half a key pair helps no one: the private key goes again.
-        repository.deleteCardObject(session.channel(), *key);
+        repository.deleteCardObject(session.channel(), *pair.privateKey);
         throw;
     }
+    progress.done();
     const PinList pins = pinsOf(repository, session.channel());
-    printResult(std::cout, Json{{"imported", keyJson(*key, pins)}}, global.json);
+    printResult(std::cout, Json{{"imported", keyJson(*pair.privateKey, pins)}}, global.json);
 }
 
 void exportKey(const GlobalOptions& global, const KeyOptions& options) {

@@ -1,5 +1,8 @@
 #include "tools/p15tool/Keys.hpp"
 
+#include "app/IApplication.hpp"
+#include "app/SecurityConditions.hpp"
+#include "app/crypto/ISignature.hpp"
 #include "app/object/ICardObjectRepository.hpp"
 #include "host/Channel.hpp"
 #include "mw/Hex.hpp"
@@ -9,7 +12,9 @@
 #include "tools/p15tool/ToolError.hpp"
 
 #include <CLI/CLI.hpp>
+#include <boost/make_shared.hpp>
 #include <boost/pointer_cast.hpp>
+#include <cryptopp/sha.h>
 
 #include <algorithm>
 
@@ -20,6 +25,12 @@ namespace {
 using app::object::IKey;
 using app::object::IPrivateRSAKey;
 using app::object::IPublicRSAKey;
+
+// Common object flags.
+constexpr std::uint8_t privateFlag = 0x02;
+constexpr std::uint8_t modifiableFlag = 0x01;
+// An identifier is an OCTET STRING of at most 255 bytes.
+constexpr std::size_t maxIdSize = 255;
 
 std::string idText(const mw::ByteBuffer& id) {
     return mw::toHex(id);
@@ -95,6 +106,68 @@ KeyPair chooseKeyPair(const Session& session, const KeyChoice& choice) {
     return pair;
 }
 
+app::object::ICardObjectFactory& factoryOf(const Session& session) {
+    auto* factory = dynamic_cast<app::object::ICardObjectFactory*>(&session.application());
+    if (!factory) {
+        throw ToolError(ExitCode::card, "the plugin makes no new objects for the card's "
+                                        "application; use a plugin that writes keys");
+    }
+    return *factory;
+}
+
+KeyPair newKeyPair(const Session& session, const std::string& label, const mw::ByteBuffer& id,
+                   const mw::ByteBuffer& authId, unsigned bits) {
+    const app::AccessControlRules userPin{
+        app::AccessControlRule(app::AccessControlRule::Update | app::AccessControlRule::Execute,
+                               boost::make_shared<app::AuthIdSecurityCondition>(
+                                   std::vector<std::uint8_t>(authId.begin(), authId.end())))};
+    app::object::ICardObjectFactory& factory = factoryOf(session);
+    KeyPair pair{boost::dynamic_pointer_cast<IPrivateRSAKey>(
+                     factory.createPrivateKey(app::object::IPrivateKey::RsaPrivateKey, userPin)),
+                 boost::dynamic_pointer_cast<IPublicRSAKey>(
+                     factory.createPublicKey(app::object::IPublicKey::RsaPublicKey, {}))};
+    pair.privateKey->setUsage(IKey::Sign | IKey::Decrypt);
+    pair.privateKey->setFlags(privateFlag | modifiableFlag);
+    pair.privateKey->setModulusLength(static_cast<std::uint16_t>(bits));
+    pair.publicKey->setUsage(IKey::Verify | IKey::Encrypt);
+    pair.publicKey->setFlags(modifiableFlag);
+    pair.publicKey->setModulusLength(static_cast<std::uint16_t>(bits));
+    for (IKey* key :
+         {static_cast<IKey*>(pair.privateKey.get()), static_cast<IKey*>(pair.publicKey.get())}) {
+        key->setLabel(label);
+        key->setKeyId(id);
+    }
+    return pair;
+}
+
+mw::ByteBuffer modulusKeyId(const mw::ByteBuffer& modulus) {
+    mw::ByteBuffer digest(CryptoPP::SHA1::DIGESTSIZE);
+    CryptoPP::SHA1().CalculateDigest(digest.data(), modulus.data(), modulus.size());
+    return digest;
+}
+
+mw::ByteBuffer idFromHex(const std::string& text) {
+    try {
+        mw::ByteBuffer id = mw::fromHex(text);
+        if (!id.empty() && id.size() <= maxIdSize) {
+            return id;
+        }
+    } catch (const std::exception&) {
+    }
+    throw ToolError(ExitCode::usage,
+                    "--id takes 1 to 255 bytes in hex digits, not \"" + text + "\"");
+}
+
+void refuseTakenId(const Session& session, const mw::ByteBuffer& id) {
+    for (const auto& key : session.repository().getPrivateKeys(session.channel())) {
+        if (key->getKeyId() == id) {
+            throw ToolError(ExitCode::failure, "the card holds a key with id " + mw::toHex(id) +
+                                                   " already (" + keyName(*key) +
+                                                   "); choose another with --id");
+        }
+    }
+}
+
 const IPublicRSAKey& readPublicKey(const Session& session, const KeyPair& pair) {
     if (!pair.publicKey) {
         throw ToolError(ExitCode::notFound, "the card lists no public key for " +
@@ -108,6 +181,13 @@ const IPublicRSAKey& readPublicKey(const Session& session, const KeyPair& pair) 
 enrolment::RsaPublicKey publicKeyOf(const IPublicRSAKey& key) {
     return {der::Bytes(key.getModulus().begin(), key.getModulus().end()),
             der::Bytes(key.getPublicExponent().begin(), key.getPublicExponent().end())};
+}
+
+mw::ByteBuffer signOnCard(const Session& session, const app::object::IPrivateKey& key,
+                          const std::string& oid, const mw::ByteBuffer& data) {
+    const auto engine = session.application().getSignature(oid);
+    engine->init(session.channel(), app::crypto::ISignature::Sign, key);
+    return engine->sign(session.channel(), data);
 }
 
 std::string keyName(const IKey& key) {

@@ -1,6 +1,7 @@
 #ifndef TOOLS_P15TOOL_KEYS_HPP
 #define TOOLS_P15TOOL_KEYS_HPP
 
+#include "app/object/ICardObjectFactory.hpp"
 #include "app/object/IPrivateRSAKey.hpp"
 #include "app/object/IPublicRSAKey.hpp"
 #include "tools/p15tool/Enrolment.hpp"
@@ -39,12 +40,39 @@ struct KeyPair {
 };
 KeyPair chooseKeyPair(const Session& session, const KeyChoice& choice);
 
+// The factory of the card's application, for new objects.
+app::object::ICardObjectFactory& factoryOf(const Session& session);
+
+// The objects of a new key pair of `bits`, not on the card yet, both with
+// `label` and `id`: the private key signs and deciphers, and changes, only
+// once the PIN with `authId` is verified; the public key, readable by
+// anyone, verifies and enciphers.
+KeyPair newKeyPair(const Session& session, const std::string& label, const mw::ByteBuffer& id,
+                   const mw::ByteBuffer& authId, unsigned bits);
+
+// The identifier of a new key whose --id was not given: the SHA-1 of its
+// modulus, which ties a key, its public key and its certificate together
+// the way other software expects.
+mw::ByteBuffer modulusKeyId(const mw::ByteBuffer& modulus);
+
+// --id's hex digits as bytes; anything else is a usage ToolError.
+mw::ByteBuffer idFromHex(const std::string& text);
+
+// A ToolError when the card holds a private key with `id` already.
+void refuseTakenId(const Session& session, const mw::ByteBuffer& id);
+
 // The public key of `pair` with its modulus and exponent read from the card;
 // a pair without one is a ToolError (not found).
 const app::object::IPublicRSAKey& readPublicKey(const Session& session, const KeyPair& pair);
 
 // The modulus and exponent of a public key read from the card.
 enrolment::RsaPublicKey publicKeyOf(const app::object::IPublicRSAKey& key);
+
+// The card's signature of `data` with `key` under the signature algorithm
+// `oid` (dotted), through the plugin's signature engine. The PIN the key
+// needs must be verified.
+mw::ByteBuffer signOnCard(const Session& session, const app::object::IPrivateKey& key,
+                          const std::string& oid, const mw::ByteBuffer& data);
 
 // "Signing key", or "key 45AB" for a key without a label.
 std::string keyName(const app::object::IKey& key);
