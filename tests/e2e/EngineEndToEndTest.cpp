@@ -5,6 +5,7 @@
 // what the factories and the generator refuse.
 #include "AppError.hpp"
 #include "OpensslFolder.hpp"
+#include "UnconnectedChannel.hpp"
 
 #include "app/IApplication.hpp"
 #include "app/SecurityConditions.hpp"
@@ -291,19 +292,26 @@ TEST_F(Engines, OpensslVerifiesTheCardsSignaturesAndEnciphersForIt) {
     EXPECT_EQ(cipher->decipher(*card_->channel, mw::ByteBuffer(cryptogram)), secret);
 }
 
+// Enciphering and verifying need no card: they work on a channel to none.
 TEST_F(Engines, TheSoftwareEnciphersAndTheCardDeciphers) {
+    const UnconnectedChannel noCard;
     const auto cipher = card_->application->getCipher(rsaEncryption);
     EXPECT_EQ(cipher->getAlgorithm(), rsaEncryption);
-    // Mode 0 means enciphering with a public key.
-    cipher->init(*card_->channel, static_cast<ICipher::OperationMode>(0), *key1024_.publicKey);
     for (std::size_t length : {std::size_t{1}, std::size_t{117}}) {
+        // Mode 0 means enciphering with a public key.
+        cipher->init(noCard, static_cast<ICipher::OperationMode>(0), *key1024_.publicKey);
         const mw::ByteBuffer plain(std::vector<unsigned char>(length, 0x00));
-        const mw::ByteBuffer cryptogram = cipher->encipher(*card_->channel, plain);
+        const mw::ByteBuffer cryptogram = cipher->encipher(noCard, plain);
         ASSERT_EQ(cryptogram.size(), 128u);
         cipher->init(*card_->channel, ICipher::Decipher, *key1024_.privateKey);
         EXPECT_EQ(cipher->decipher(*card_->channel, cryptogram), plain);
-        cipher->init(*card_->channel, ICipher::Encipher, *key1024_.publicKey);
     }
+
+    const mw::ByteBuffer data = bytesOf("verified without a card");
+    const mw::ByteBuffer signature = card_->sign(sha256WithRsa, key1024_, data);
+    const auto verifier = card_->application->getSignature(sha256WithRsa);
+    verifier->init(noCard, ISignature::Verify, *key1024_.publicKey);
+    EXPECT_TRUE(verifier->verify(noCard, data, signature));
 }
 
 TEST_F(Engines, RandomBytesComeFromTheCard) {
@@ -408,12 +416,22 @@ TEST(HashingCard, SignsWhatItListsOnTheCard) {
               rsaEncryption);
 }
 
+// A card without an algorithm list (GET DATA answers 6A88) performs
+// nothing on its own, not even raw RSA.
+TEST(CardWithoutAlgorithmList, OffersNoEngineThatNeedsTheCard) {
+    PluginCard card;
+    card.virtualCard->instrumentation().injectStatusWord(0xCA, 0x6A88);
+    EXPECT_APP_ERROR(card.application->getSignature(sha256WithRsa),
+                     "failed to get signature algorithm implementation for rsaEncryption");
+    EXPECT_APP_ERROR(card.application->getCipher(rsaEncryption),
+                     "failed to get cipher algorithm implementation for oid");
+}
+
 // The hash identifiers of the table have even lengths; an odd one is read
 // with its missing "0" before the last digit, not at the front.
 TEST(HashIdentifierText, AnOddLengthGetsItsZeroBeforeTheLastDigit) {
     EXPECT_EQ(mw::toHex(app::pkcs15::util::hexToBytes("ABC")), "AB0C");
-    EXPECT_EQ(mw::toHex(app::pkcs15::util::hexToBytes("608648016503040201")),
-              "608648016503040201");
+    EXPECT_EQ(mw::toHex(app::pkcs15::util::hexToBytes("608648016503040201")), "608648016503040201");
     EXPECT_EQ(mw::toHex(app::pkcs15::util::hexToBytes("7")), "07");
 }
 

@@ -9,8 +9,8 @@
 #include "card/service/IFileSystemService.hpp"
 #include "mw/Log.hpp"
 
-#include <algorithm>
 #include <boost/current_function.hpp>
+#include <string.h>
 #include <utility>
 
 namespace app {
@@ -38,14 +38,13 @@ void checkModulusSizes(std::uint16_t privateBits, std::uint16_t publicBits) {
     }
 }
 
-// A key reference whose bytes are zeroed when it goes.
+// A key reference zeroed when it goes (its file identifier wipes itself).
 struct WipedKeyRef : KeyRef {
     explicit WipedKeyRef(KeyRef ref)
         : KeyRef(std::move(ref)) {}
     ~WipedKeyRef() {
-        keyReference = 0;
-        modulusBits = 0;
-        std::fill(fileId.begin(), fileId.end(), 0);
+        explicit_bzero(&keyReference, sizeof keyReference);
+        explicit_bzero(&modulusBits, sizeof modulusBits);
     }
     WipedKeyRef(const WipedKeyRef&) = delete;
     WipedKeyRef& operator=(const WipedKeyRef&) = delete;
@@ -96,11 +95,11 @@ private:
             publicConditions = object::publicPartConditions(privateConditions);
         }
         const card::service::IFileSystemService& files = *application_.getFileSystemService();
-        files.createFile(channel_, card::service::PrivateKeyCreateParams(WipedKeyRef(privateRef),
-                                                                         privateConditions));
+        files.createFile(channel_,
+                         card::service::PrivateKeyCreateParams(privateRef, privateConditions));
         privateContainer_ = true;
-        files.createFile(channel_, card::service::PublicKeyCreateParams(WipedKeyRef(publicRef),
-                                                                        publicConditions));
+        files.createFile(channel_,
+                         card::service::PublicKeyCreateParams(publicRef, publicConditions));
         publicContainer_ = true;
     }
 
