@@ -1,0 +1,29 @@
+#ifndef PKCS11_OBJECTLIST_HPP
+#define PKCS11_OBJECTLIST_HPP
+
+#include "pkcs11/Object.hpp"
+
+#include <memory>
+#include <vector>
+
+namespace app::object {
+class ICardObjectRepository;
+}
+namespace card {
+class IChannel;
+}
+
+namespace pkcs11 {
+
+using Objects = std::vector<std::unique_ptr<Object>>;
+
+// The PKCS#11 objects of a card application: its RSA private and public
+// keys (other kinds of key are not offered), each with the next handle of
+// `nextHandle`. Values that take card commands are read on first use, as
+// long as `repository` and `channel` live.
+Objects listObjects(const app::object::ICardObjectRepository& repository,
+                    const card::IChannel& channel, CK_OBJECT_HANDLE& nextHandle);
+
+} // namespace pkcs11
+
+#endif

@@ -1,0 +1,48 @@
+// The token's objects: listed once per connection, filtered by login state.
+#include "pkcs11/ObjectList.hpp"
+#include "pkcs11/Token.hpp"
+
+#include "pkcs11/Errors.hpp"
+
+namespace pkcs11 {
+
+namespace {
+
+// Handles start high enough that a zero or a small stray number from a
+// confused caller names nothing.
+constexpr CK_OBJECT_HANDLE firstHandle = 0x1001;
+
+} // namespace
+
+Objects& Token::objects() {
+    if (!objects_) {
+        CK_OBJECT_HANDLE next = firstHandle;
+        objects_ = listObjects(*repository_, channel(), next);
+    }
+    return *objects_;
+}
+
+bool Token::isVisible(const Object& object) const {
+    return loggedIn_ == CKU_USER || !object.isPrivate();
+}
+
+std::vector<CK_OBJECT_HANDLE> Token::find(const CK_ATTRIBUTE* entries, CK_ULONG count) {
+    std::vector<CK_OBJECT_HANDLE> found;
+    for (const auto& object : objects()) {
+        if (isVisible(*object) && object->attributesFor(entries, count).matches(entries, count)) {
+            found.push_back(object->handle());
+        }
+    }
+    return found;
+}
+
+Object& Token::object(CK_OBJECT_HANDLE handle) {
+    for (const auto& object : objects()) {
+        if (object->handle() == handle && isVisible(*object)) {
+            return *object;
+        }
+    }
+    throw Failure(CKR_OBJECT_HANDLE_INVALID);
+}
+
+} // namespace pkcs11
