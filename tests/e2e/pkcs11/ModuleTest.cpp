@@ -1,0 +1,236 @@
+// The module as a PKCS#11 application loads it: dlopen, C_GetFunctionList,
+// the real plugin, card layer and virtual card underneath. The card is made
+// once by p15-pkcs11-testcard and copied fresh for every test.
+#include "pkcs11/Cryptoki.hpp"
+
+#include <dlfcn.h>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::string userPin = "123456";
+const std::string puk = "12345678";
+
+class ModuleTest : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        directory_ = fs::temp_directory_path() / ("p15kit-pkcs11-" + std::to_string(getpid()));
+        fs::create_directories(directory_);
+        const std::string command = std::string(TESTCARD_PATH) + " " +
+                                    (directory_ / "template.json").string() + " " +
+                                    (directory_ / "public.der").string();
+        ASSERT_EQ(std::system(command.c_str()), 0);
+        library_ = ::dlopen(MODULE_PATH, RTLD_NOW | RTLD_LOCAL);
+        ASSERT_NE(library_, nullptr) << ::dlerror();
+    }
+    static void TearDownTestSuite() { fs::remove_all(directory_); }
+
+    void SetUp() override {
+        image_ = directory_ / "card.json";
+        fs::copy_file(directory_ / "template.json", image_, fs::copy_options::overwrite_existing);
+        ::setenv("P15KIT_PKCS11_CARD", image_.c_str(), 1);
+        ::setenv("P15KIT_PKCS11_PCSC", "off", 1);
+        auto getList =
+            reinterpret_cast<CK_C_GetFunctionList>(::dlsym(library_, "C_GetFunctionList"));
+        ASSERT_NE(getList, nullptr);
+        ASSERT_EQ(getList(&f), CKR_OK);
+        ASSERT_EQ(f->C_Initialize(nullptr), CKR_OK);
+    }
+    void TearDown() override { f->C_Finalize(nullptr); }
+
+    CK_SESSION_HANDLE open(CK_FLAGS flags = CKF_SERIAL_SESSION | CKF_RW_SESSION) {
+        CK_SESSION_HANDLE session = 0;
+        EXPECT_EQ(f->C_OpenSession(0, flags, nullptr, nullptr, &session), CKR_OK);
+        return session;
+    }
+    CK_RV login(CK_SESSION_HANDLE session, CK_USER_TYPE user, std::string pin) {
+        return f->C_Login(session, user, reinterpret_cast<CK_UTF8CHAR_PTR>(pin.data()), pin.size());
+    }
+    CK_FLAGS tokenFlags() {
+        CK_TOKEN_INFO info;
+        EXPECT_EQ(f->C_GetTokenInfo(0, &info), CKR_OK);
+        return info.flags;
+    }
+    std::vector<CK_OBJECT_HANDLE> find(CK_SESSION_HANDLE session, std::vector<CK_ATTRIBUTE> tmpl) {
+        EXPECT_EQ(f->C_FindObjectsInit(session, tmpl.data(), tmpl.size()), CKR_OK);
+        std::vector<CK_OBJECT_HANDLE> found;
+        CK_OBJECT_HANDLE handle;
+        CK_ULONG count = 0;
+        // One at a time, so that the search's hand-out is tested too.
+        while (f->C_FindObjects(session, &handle, 1, &count) == CKR_OK && count == 1) {
+            found.push_back(handle);
+        }
+        EXPECT_EQ(f->C_FindObjectsFinal(session), CKR_OK);
+        return found;
+    }
+
+    static inline fs::path directory_;
+    static inline void* library_ = nullptr;
+    fs::path image_;
+    CK_FUNCTION_LIST_PTR f = nullptr;
+};
+
+CK_OBJECT_CLASS privateKeyClass = CKO_PRIVATE_KEY;
+CK_OBJECT_CLASS publicKeyClass = CKO_PUBLIC_KEY;
+unsigned char keyId[] = {0x45, 0x01};
+
+TEST_F(ModuleTest, EveryFunctionIsThereAndTheUnsupportedOnesSaySo) {
+    const auto* first = reinterpret_cast<const void* const*>(&f->C_Initialize);
+    const auto* last = reinterpret_cast<const void* const*>(&f->C_WaitForSlotEvent);
+    for (const auto* entry = first; entry <= last; ++entry) {
+        EXPECT_NE(*entry, nullptr) << "function " << entry - first;
+    }
+    EXPECT_EQ(f->version.major, 2);
+    EXPECT_EQ(f->version.minor, 40);
+    EXPECT_EQ(f->C_DigestInit(1, nullptr), CKR_FUNCTION_NOT_SUPPORTED);
+}
+
+TEST_F(ModuleTest, InitialisationFollowsTheLockingRules) {
+    EXPECT_EQ(f->C_Initialize(nullptr), CKR_CRYPTOKI_ALREADY_INITIALIZED);
+    ASSERT_EQ(f->C_Finalize(nullptr), CKR_OK);
+    CK_SLOT_ID slot;
+    EXPECT_EQ(f->C_WaitForSlotEvent(CKF_DONT_BLOCK, &slot, nullptr), CKR_CRYPTOKI_NOT_INITIALIZED);
+
+    auto createMutex = [](CK_VOID_PTR_PTR) -> CK_RV { return CKR_OK; };
+    auto mutexOp = [](CK_VOID_PTR) -> CK_RV { return CKR_OK; };
+    CK_C_INITIALIZE_ARGS args{createMutex, mutexOp, mutexOp, mutexOp, 0, nullptr};
+    EXPECT_EQ(f->C_Initialize(&args), CKR_CANT_LOCK) << "only the system's locks";
+    args.flags = CKF_OS_LOCKING_OK;
+    EXPECT_EQ(f->C_Initialize(&args), CKR_OK);
+}
+
+TEST_F(ModuleTest, PrivateObjectsShowOnlyToTheLoggedInUser) {
+    const CK_SESSION_HANDLE session = open(CKF_SERIAL_SESSION);
+    std::vector<CK_ATTRIBUTE> privateKeys{{CKA_CLASS, &privateKeyClass, sizeof privateKeyClass}};
+    std::vector<CK_ATTRIBUTE> publicKeyById{{CKA_CLASS, &publicKeyClass, sizeof publicKeyClass},
+                                            {CKA_ID, keyId, sizeof keyId}};
+    EXPECT_TRUE(find(session, privateKeys).empty());
+    EXPECT_EQ(find(session, publicKeyById).size(), 1u);
+    EXPECT_EQ(find(session, {}).size(), 1u);
+
+    ASSERT_EQ(login(session, CKU_USER, userPin), CKR_OK);
+    CK_SESSION_INFO info;
+    ASSERT_EQ(f->C_GetSessionInfo(session, &info), CKR_OK);
+    EXPECT_EQ(info.state, CKS_RO_USER_FUNCTIONS);
+    const auto found = find(session, privateKeys);
+    ASSERT_EQ(found.size(), 1u);
+    EXPECT_EQ(find(session, {}).size(), 2u);
+    unsigned char otherId[] = {0x45, 0x02};
+    EXPECT_TRUE(find(session, {{CKA_ID, otherId, sizeof otherId}}).empty());
+
+    ASSERT_EQ(f->C_Logout(session), CKR_OK);
+    CK_ULONG bits;
+    CK_ATTRIBUTE query{CKA_MODULUS_BITS, &bits, sizeof bits};
+    EXPECT_EQ(f->C_GetAttributeValue(session, found[0], &query, 1), CKR_OBJECT_HANDLE_INVALID);
+}
+
+// One call answers every entry: a length, a value, a sensitive one, an
+// unknown one and one too small, and names the failures.
+TEST_F(ModuleTest, AttributeValuesFollowTheSizeAndSensitivityRules) {
+    const CK_SESSION_HANDLE session = open(CKF_SERIAL_SESSION);
+    ASSERT_EQ(login(session, CKU_USER, userPin), CKR_OK);
+    const auto keys = find(session, {{CKA_CLASS, &privateKeyClass, sizeof privateKeyClass}});
+    ASSERT_EQ(keys.size(), 1u);
+
+    unsigned char modulus[256], tooSmall[255], exponent[8];
+    CK_BBOOL extractable = CK_TRUE;
+    std::vector<CK_ATTRIBUTE> query{{CKA_LABEL, nullptr, 0},
+                                    {CKA_MODULUS, modulus, sizeof modulus},
+                                    {CKA_PRIVATE_EXPONENT, exponent, sizeof exponent},
+                                    {CKA_EXTRACTABLE, &extractable, sizeof extractable},
+                                    {CKA_VALUE, nullptr, 0},
+                                    {CKA_PUBLIC_EXPONENT, exponent, sizeof exponent}};
+    const CK_RV rv = f->C_GetAttributeValue(session, keys[0], query.data(), query.size());
+    EXPECT_TRUE(rv == CKR_ATTRIBUTE_SENSITIVE || rv == CKR_ATTRIBUTE_TYPE_INVALID) << rv;
+    EXPECT_EQ(query[0].ulValueLen, std::string("Signing key").size());
+    EXPECT_EQ(query[1].ulValueLen, 256u);
+    EXPECT_GE(modulus[0], 0x80) << "a 2048-bit modulus fills all 256 bytes";
+    EXPECT_EQ(query[2].ulValueLen, CK_UNAVAILABLE_INFORMATION);
+    EXPECT_EQ(extractable, CK_FALSE);
+    EXPECT_EQ(query[4].ulValueLen, CK_UNAVAILABLE_INFORMATION);
+    ASSERT_EQ(query[5].ulValueLen, 3u);
+    EXPECT_EQ(std::vector<unsigned char>(exponent, exponent + 3),
+              (std::vector<unsigned char>{0x01, 0x00, 0x01}));
+
+    CK_ATTRIBUTE shortModulus{CKA_MODULUS, tooSmall, sizeof tooSmall};
+    EXPECT_EQ(f->C_GetAttributeValue(session, keys[0], &shortModulus, 1), CKR_BUFFER_TOO_SMALL);
+    EXPECT_EQ(shortModulus.ulValueLen, CK_UNAVAILABLE_INFORMATION);
+}
+
+// Three wrong PINs take the user PIN from all tries through the last one to
+// blocked; the SO (the PUK) gives it a new value and its tries back.
+TEST_F(ModuleTest, WrongPinsShowInTheFlagsUntilThePukSetsANewOne) {
+    const CK_SESSION_HANDLE session = open();
+    const CK_FLAGS counts = CKF_USER_PIN_COUNT_LOW | CKF_USER_PIN_FINAL_TRY | CKF_USER_PIN_LOCKED;
+    EXPECT_EQ(tokenFlags() & counts, 0u);
+    EXPECT_EQ(login(session, CKU_USER, "654321"), CKR_PIN_INCORRECT);
+    EXPECT_EQ(tokenFlags() & counts, CKF_USER_PIN_COUNT_LOW);
+    EXPECT_EQ(login(session, CKU_USER, "654321"), CKR_PIN_INCORRECT);
+    EXPECT_EQ(tokenFlags() & counts, CKF_USER_PIN_FINAL_TRY);
+    EXPECT_EQ(login(session, CKU_USER, "654321"), CKR_PIN_INCORRECT);
+    EXPECT_EQ(tokenFlags() & counts, CKF_USER_PIN_LOCKED);
+    EXPECT_EQ(login(session, CKU_USER, userPin), CKR_PIN_LOCKED);
+    EXPECT_EQ(login(session, CKU_USER, "123"), CKR_PIN_LEN_RANGE);
+
+    std::string newPin = "24680";
+    EXPECT_EQ(
+        f->C_InitPIN(session, reinterpret_cast<CK_UTF8CHAR_PTR>(newPin.data()), newPin.size()),
+        CKR_USER_NOT_LOGGED_IN);
+    ASSERT_EQ(login(session, CKU_SO, puk), CKR_OK);
+    EXPECT_EQ(login(session, CKU_USER, userPin), CKR_USER_ANOTHER_ALREADY_LOGGED_IN);
+    ASSERT_EQ(
+        f->C_InitPIN(session, reinterpret_cast<CK_UTF8CHAR_PTR>(newPin.data()), newPin.size()),
+        CKR_OK);
+    ASSERT_EQ(f->C_Logout(session), CKR_OK);
+    EXPECT_EQ(tokenFlags() & counts, 0u);
+    EXPECT_EQ(login(session, CKU_USER, userPin), CKR_PIN_INCORRECT);
+    EXPECT_EQ(login(session, CKU_USER, newPin), CKR_OK);
+}
+
+TEST_F(ModuleTest, SetPinNeedsAReadWriteSessionAndTheOldValue) {
+    const CK_SESSION_HANDLE readOnly = open(CKF_SERIAL_SESSION);
+    std::string oldPin = userPin, newPin = "86420", wrong = "999999";
+    auto setPin = [&](CK_SESSION_HANDLE session, std::string& from, std::string& to) {
+        return f->C_SetPIN(session, reinterpret_cast<CK_UTF8CHAR_PTR>(from.data()), from.size(),
+                           reinterpret_cast<CK_UTF8CHAR_PTR>(to.data()), to.size());
+    };
+    EXPECT_EQ(setPin(readOnly, oldPin, newPin), CKR_SESSION_READ_ONLY);
+    EXPECT_EQ(login(readOnly, CKU_SO, puk), CKR_SESSION_READ_ONLY_EXISTS);
+    const CK_SESSION_HANDLE readWrite = open();
+    EXPECT_EQ(setPin(readWrite, wrong, newPin), CKR_PIN_INCORRECT);
+    EXPECT_EQ(setPin(readWrite, oldPin, newPin), CKR_OK);
+
+    CK_SESSION_INFO info;
+    ASSERT_EQ(f->C_GetSessionInfo(readWrite, &info), CKR_OK);
+    EXPECT_EQ(info.state, CKS_RW_PUBLIC_SESSION) << "a change is no login";
+    EXPECT_TRUE(find(readWrite, {{CKA_CLASS, &privateKeyClass, sizeof privateKeyClass}}).empty());
+    EXPECT_EQ(login(readWrite, CKU_USER, newPin), CKR_OK);
+}
+
+// A card that goes away takes its token and sessions with it, and
+// C_WaitForSlotEvent tells once.
+TEST_F(ModuleTest, ARemovedCardEndsItsSessions) {
+    const CK_SESSION_HANDLE session = open();
+    CK_SLOT_ID slot = 99;
+    EXPECT_EQ(f->C_WaitForSlotEvent(CKF_DONT_BLOCK, &slot, nullptr), CKR_NO_EVENT);
+    fs::rename(image_, image_.string() + ".away");
+
+    EXPECT_EQ(f->C_WaitForSlotEvent(CKF_DONT_BLOCK, &slot, nullptr), CKR_OK);
+    EXPECT_EQ(slot, 0u);
+    EXPECT_EQ(f->C_WaitForSlotEvent(CKF_DONT_BLOCK, &slot, nullptr), CKR_NO_EVENT);
+    CK_ULONG count = 5;
+    ASSERT_EQ(f->C_GetSlotList(CK_TRUE, nullptr, &count), CKR_OK);
+    EXPECT_EQ(count, 0u);
+    EXPECT_EQ(login(session, CKU_USER, userPin), CKR_DEVICE_REMOVED);
+    EXPECT_EQ(f->C_CloseSession(session), CKR_SESSION_HANDLE_INVALID);
+
+    fs::rename(image_.string() + ".away", image_);
+    EXPECT_EQ(login(open(), CKU_USER, userPin), CKR_OK);
+}
+
+} // namespace
