@@ -84,6 +84,9 @@ private:
     const app::object::IPin& unblockingPin();
     CK_FLAGS pinFlags(const app::object::IPin& pin, CK_FLAGS low, CK_FLAGS finalTry,
                       CK_FLAGS locked);
+    // Runs a card command that presents `pin`; a refusal tells how many
+    // tries the PIN had, which the tries-left flags compare with.
+    template <class Operation> void tryPin(const app::object::IPin& pin, Operation operation);
     void checkPinLength(const app::object::IPin& pin, const mw::ByteBuffer& value) const;
     mw::ByteBuffer padded(const app::object::IPin& pin, const mw::ByteBuffer& value) const;
 
@@ -97,8 +100,9 @@ private:
     app::object::ICardObjectRepository* repository_ = nullptr;
 
     std::optional<Pins> pins_;
-    // The most tries each PIN (by authId) was seen with: its maximum, as far
-    // as this token knows; fewer tries left means wrong values were given.
+    // The most tries each PIN (by authId) was seen with, or had before a
+    // refusal: its maximum as far as this token knows; fewer tries left
+    // means wrong values were given since the last right one.
     std::map<Bytes, std::uint16_t> mostTries_;
     std::optional<CK_USER_TYPE> loggedIn_;
     // The unblocking PIN the SO logged in with, kept for C_InitPIN until

@@ -3,11 +3,13 @@
 #include "pkcs11/Token.hpp"
 
 #include "app/object/ICardObjectRepository.hpp"
+#include "card/CardException.hpp"
 #include "card/ICard.hpp"
 #include "card/service/IPinManagementService.hpp"
 #include "pkcs11/Errors.hpp"
 
 #include <algorithm>
+#include <boost/exception/get_error_info.hpp>
 
 namespace pkcs11 {
 
@@ -83,6 +85,20 @@ CK_FLAGS Token::pinFlags(const IPin& pin, CK_FLAGS low, CK_FLAGS finalTry, CK_FL
     return info.triesLeft < most ? low : 0;
 }
 
+template <class Operation> void Token::tryPin(const IPin& pin, Operation operation) {
+    try {
+        operation();
+    } catch (const boost::exception& error) {
+        // 63Cx: wrong, x tries left, so the PIN had more than x before.
+        const unsigned short* sw = boost::get_error_info<card::StatusCode>(error);
+        if (sw && (*sw & 0xFFF0) == 0x63C0) {
+            std::uint16_t& most = mostTries_[bytesOf(pin.getAuthId())];
+            most = std::max<std::uint16_t>(most, (*sw & 0x0F) + 1);
+        }
+        throw;
+    }
+}
+
 void Token::checkPinLength(const IPin& pin, const mw::ByteBuffer& value) const {
     const std::size_t longest = pin.getMaxLength().value_or(pin.getStoredLength());
     if (value.size() < pin.getMinLength() || value.size() > longest) {
@@ -113,8 +129,7 @@ void Token::login(CK_USER_TYPE user, const mw::ByteBuffer& pin) {
     }
     const IPin& target = user == CKU_USER ? userPin() : unblockingPin();
     checkPinLength(target, pin);
-    target.authenticate(channel(), pin);
-    mostTries_.erase(bytesOf(target.getAuthId()));
+    tryPin(target, [&] { target.authenticate(channel(), pin); });
     loggedIn_ = user;
     if (user == CKU_SO) {
         soSecret_ = pin;
@@ -139,7 +154,7 @@ void Token::setPin(const mw::ByteBuffer& oldPin, const mw::ByteBuffer& newPin) {
     const bool so = loggedIn_ == CKU_SO;
     const IPin& target = so ? unblockingPin() : userPin();
     checkPinLength(target, newPin);
-    target.change(channel(), oldPin, newPin);
+    tryPin(target, [&] { target.change(channel(), oldPin, newPin); });
     if (so) {
         soSecret_ = newPin;
     } else if (!loggedIn_) {
@@ -155,7 +170,7 @@ void Token::initPin(const mw::ByteBuffer& newPin) {
     }
     const IPin& user = userPin();
     if (newPin.empty()) {
-        user.unblock(channel(), soSecret_);
+        tryPin(unblockingPin(), [&] { user.unblock(channel(), soSecret_); });
         return;
     }
     checkPinLength(user, newPin);
@@ -166,8 +181,10 @@ void Token::initPin(const mw::ByteBuffer& newPin) {
     }
     card::service::PinReference reference;
     reference.reference = *user.getPinReference();
-    service->unblockAndChange(channel(), reference, padded(unblockingPin(), soSecret_),
-                              padded(user, newPin));
+    tryPin(unblockingPin(), [&] {
+        service->unblockAndChange(channel(), reference, padded(unblockingPin(), soSecret_),
+                                  padded(user, newPin));
+    });
 }
 
 } // namespace pkcs11
