@@ -42,8 +42,8 @@ CK_FUNCTION_LIST makeFunctionList() {
     f.C_FindObjectsInit = p15_FindObjectsInit;
     f.C_FindObjects = p15_FindObjects;
     f.C_FindObjectsFinal = p15_FindObjectsFinal;
-    f.C_EncryptInit = notSupported;
-    f.C_Encrypt = notSupported;
+    f.C_EncryptInit = p15_EncryptInit;
+    f.C_Encrypt = p15_Encrypt;
     f.C_EncryptUpdate = notSupported;
     f.C_EncryptFinal = notSupported;
     f.C_DecryptInit = notSupported;
@@ -61,10 +61,10 @@ CK_FUNCTION_LIST makeFunctionList() {
     f.C_SignFinal = notSupported;
     f.C_SignRecoverInit = notSupported;
     f.C_SignRecover = notSupported;
-    f.C_VerifyInit = notSupported;
-    f.C_Verify = notSupported;
-    f.C_VerifyUpdate = notSupported;
-    f.C_VerifyFinal = notSupported;
+    f.C_VerifyInit = p15_VerifyInit;
+    f.C_Verify = p15_Verify;
+    f.C_VerifyUpdate = p15_VerifyUpdate;
+    f.C_VerifyFinal = p15_VerifyFinal;
     f.C_VerifyRecoverInit = notSupported;
     f.C_VerifyRecover = notSupported;
     f.C_DigestEncryptUpdate = notSupported;

@@ -108,24 +108,6 @@ CK_RV p15_GetTokenInfo(CK_SLOT_ID id, CK_TOKEN_INFO_PTR info) {
     });
 }
 
-CK_RV p15_GetMechanismList(CK_SLOT_ID id, CK_MECHANISM_TYPE_PTR, CK_ULONG_PTR count) {
-    return call("C_GetMechanismList", [&](Module& module) -> CK_RV {
-        if (!count) {
-            return CKR_ARGUMENTS_BAD;
-        }
-        module.slot(id);
-        *count = 0;
-        return CKR_OK;
-    });
-}
-
-CK_RV p15_GetMechanismInfo(CK_SLOT_ID id, CK_MECHANISM_TYPE, CK_MECHANISM_INFO_PTR) {
-    return call("C_GetMechanismInfo", [&](Module& module) -> CK_RV {
-        module.slot(id);
-        return CKR_MECHANISM_INVALID;
-    });
-}
-
 CK_RV p15_WaitForSlotEvent(CK_FLAGS flags, CK_SLOT_ID_PTR slot, CK_VOID_PTR reserved) {
     if (!slot || reserved) {
         return CKR_ARGUMENTS_BAD;

@@ -178,7 +178,10 @@ CK_SESSION_HANDLE Module::openSession(CK_SLOT_ID id, CK_FLAGS flags) {
         throw Failure(CKR_SESSION_READ_WRITE_SO_EXISTS);
     }
     const CK_SESSION_HANDLE handle = nextSession_++;
-    sessions_[handle] = Session{handle, id, flags, std::nullopt};
+    Session& opened_ = sessions_[handle];
+    opened_.handle = handle;
+    opened_.slot = id;
+    opened_.flags = flags;
     return handle;
 }
 

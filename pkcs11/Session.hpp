@@ -1,7 +1,7 @@
 #ifndef PKCS11_SESSION_HPP
 #define PKCS11_SESSION_HPP
 
-#include "pkcs11/Cryptoki.hpp"
+#include "pkcs11/Operation.hpp"
 
 #include <optional>
 #include <vector>
@@ -15,12 +15,14 @@ struct Search {
     std::size_t next = 0;
 };
 
-// One PKCS#11 session: its slot, its flags and the operations under way.
+// One PKCS#11 session: its slot, its flags, and the search and the one
+// cryptographic operation under way.
 struct Session {
     CK_SESSION_HANDLE handle = 0;
     CK_SLOT_ID slot = 0;
     CK_FLAGS flags = 0;
     std::optional<Search> search;
+    std::optional<Operation> operation;
 
     bool readWrite() const { return (flags & CKF_RW_SESSION) != 0; }
 };

@@ -1,8 +1,10 @@
 // Makes the virtual card the PKCS#11 tests run against: a personalised
 // image with a 2048-bit RSA key pair ("Signing key", id 45 01) imported
 // through the plugin, and the public key written beside it as DER
-// SubjectPublicKeyInfo for the tools that check signatures.
-// Usage: p15-pkcs11-testcard IMAGE PUBLIC_KEY_DER
+// SubjectPublicKeyInfo for the tools that check signatures; with a third
+// argument the private key too (PKCS#8 DER), for tests that sign and
+// decipher in software what the module verifies and enciphers.
+// Usage: p15-pkcs11-testcard IMAGE PUBLIC_KEY_DER [PRIVATE_KEY_DER]
 #include "app/IApplication.hpp"
 #include "app/SecurityConditions.hpp"
 #include "app/object/ICardObjectFactory.hpp"
@@ -74,8 +76,8 @@ void importKey(ICardObjectFactory& factory, const ICardObjectRepository& reposit
 } // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 3) {
-        std::cerr << "usage: p15-pkcs11-testcard IMAGE PUBLIC_KEY_DER\n";
+    if (argc != 3 && argc != 4) {
+        std::cerr << "usage: p15-pkcs11-testcard IMAGE PUBLIC_KEY_DER [PRIVATE_KEY_DER]\n";
         return 2;
     }
     try {
@@ -101,6 +103,10 @@ int main(int argc, char** argv) {
         importKey(factory, repository, *channel, key);
         CryptoPP::FileSink out(argv[2]);
         CryptoPP::RSA::PublicKey(key).DEREncode(out);
+        if (argc == 4) {
+            CryptoPP::FileSink privateOut(argv[3]);
+            CryptoPP::RSA::PrivateKey(key).DEREncode(privateOut);
+        }
     } catch (const std::exception& error) {
         std::cerr << "p15-pkcs11-testcard: " << host::errorMessage(error) << "\n";
         return 1;

@@ -3,6 +3,10 @@
 // once by p15-pkcs11-testcard and copied fresh for every test.
 #include "pkcs11/Cryptoki.hpp"
 
+#include <cryptopp/files.h>
+#include <cryptopp/osrng.h>
+#include <cryptopp/rsa.h>
+#include <cryptopp/sha.h>
 #include <dlfcn.h>
 #include <filesystem>
 #include <gtest/gtest.h>
@@ -15,15 +19,20 @@ namespace fs = std::filesystem;
 
 const std::string userPin = "123456";
 const std::string puk = "12345678";
+using Bytes = std::vector<unsigned char>;
+
+CK_OBJECT_CLASS privateKeyClass = CKO_PRIVATE_KEY;
+CK_OBJECT_CLASS publicKeyClass = CKO_PUBLIC_KEY;
+unsigned char keyId[] = {0x45, 0x01};
 
 class ModuleTest : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
         directory_ = fs::temp_directory_path() / ("p15kit-pkcs11-" + std::to_string(getpid()));
         fs::create_directories(directory_);
-        const std::string command = std::string(TESTCARD_PATH) + " " +
-                                    (directory_ / "template.json").string() + " " +
-                                    (directory_ / "public.der").string();
+        const std::string command =
+            std::string(TESTCARD_PATH) + " " + (directory_ / "template.json").string() + " " +
+            (directory_ / "public.der").string() + " " + (directory_ / "private.der").string();
         ASSERT_EQ(std::system(command.c_str()), 0);
         library_ = ::dlopen(MODULE_PATH, RTLD_NOW | RTLD_LOCAL);
         ASSERT_NE(library_, nullptr) << ::dlerror();
@@ -69,15 +78,23 @@ protected:
         return found;
     }
 
+    CK_OBJECT_HANDLE publicKey(CK_SESSION_HANDLE session) {
+        const auto found = find(session, {{CKA_CLASS, &publicKeyClass, sizeof publicKeyClass}});
+        EXPECT_EQ(found.size(), 1u);
+        return found.empty() ? 0 : found[0];
+    }
+    static CryptoPP::RSA::PrivateKey softwareKey() {
+        CryptoPP::RSA::PrivateKey key;
+        CryptoPP::FileSource in((directory_ / "private.der").c_str(), true);
+        key.BERDecode(in);
+        return key;
+    }
+
     static inline fs::path directory_;
     static inline void* library_ = nullptr;
     fs::path image_;
     CK_FUNCTION_LIST_PTR f = nullptr;
 };
-
-CK_OBJECT_CLASS privateKeyClass = CKO_PRIVATE_KEY;
-CK_OBJECT_CLASS publicKeyClass = CKO_PUBLIC_KEY;
-unsigned char keyId[] = {0x45, 0x01};
 
 TEST_F(ModuleTest, EveryFunctionIsThereAndTheUnsupportedOnesSaySo) {
     const auto* first = reinterpret_cast<const void* const*>(&f->C_Initialize);
@@ -231,6 +248,64 @@ TEST_F(ModuleTest, ARemovedCardEndsItsSessions) {
 
     fs::rename(image_.string() + ".away", image_);
     EXPECT_EQ(login(open(), CKU_USER, userPin), CKR_OK);
+}
+
+// Signed in three parts by the key's private half in software, verified by
+// the module with the key from the card; a flipped bit does not verify.
+TEST_F(ModuleTest, MultiPartVerificationChecksTheWholeMessage) {
+    const CK_SESSION_HANDLE session = open(CKF_SERIAL_SESSION);
+    const CK_OBJECT_HANDLE key = publicKey(session);
+    Bytes message(1000, 0x5A);
+    CryptoPP::AutoSeededRandomPool rng;
+    CryptoPP::RSASS<CryptoPP::PKCS1v15, CryptoPP::SHA256>::Signer signer(softwareKey());
+    Bytes signature(signer.MaxSignatureLength());
+    signer.SignMessage(rng, message.data(), message.size(), signature.data());
+
+    CK_MECHANISM sha256{CKM_SHA256_RSA_PKCS, nullptr, 0};
+    for (bool tampered : {false, true}) {
+        Bytes presented = signature;
+        presented[100] ^= tampered ? 0x01 : 0x00;
+        ASSERT_EQ(f->C_VerifyInit(session, &sha256, key), CKR_OK);
+        for (std::size_t at = 0; at < message.size(); at += 400) {
+            const CK_ULONG part = std::min<std::size_t>(400, message.size() - at);
+            ASSERT_EQ(f->C_VerifyUpdate(session, message.data() + at, part), CKR_OK);
+        }
+        EXPECT_EQ(f->C_VerifyFinal(session, presented.data(), presented.size()),
+                  tampered ? CKR_SIGNATURE_INVALID : CKR_OK);
+        EXPECT_EQ(f->C_VerifyFinal(session, presented.data(), presented.size()),
+                  CKR_OPERATION_NOT_INITIALIZED)
+            << "a verdict ends the operation";
+    }
+}
+
+// The cipher text's length can be asked, and a short buffer leaves the
+// operation for the next try; the private half deciphers what came out.
+TEST_F(ModuleTest, EncryptionFollowsTheLengthConventionAndDeciphers) {
+    const CK_SESSION_HANDLE session = open(CKF_SERIAL_SESSION);
+    const CK_OBJECT_HANDLE key = publicKey(session);
+    CK_MECHANISM rsa{CKM_RSA_PKCS, nullptr, 0};
+    Bytes tooLong(246, 0x11), plain(245, 0x22), cipher(256);
+    ASSERT_EQ(f->C_EncryptInit(session, &rsa, key), CKR_OK);
+    CK_ULONG length = 0;
+    EXPECT_EQ(f->C_Encrypt(session, tooLong.data(), tooLong.size(), nullptr, &length),
+              CKR_DATA_LEN_RANGE);
+
+    ASSERT_EQ(f->C_EncryptInit(session, &rsa, key), CKR_OK);
+    ASSERT_EQ(f->C_Encrypt(session, plain.data(), plain.size(), nullptr, &length), CKR_OK);
+    EXPECT_EQ(length, 256u);
+    length = 255;
+    ASSERT_EQ(f->C_Encrypt(session, plain.data(), plain.size(), cipher.data(), &length),
+              CKR_BUFFER_TOO_SMALL);
+    length = cipher.size();
+    ASSERT_EQ(f->C_Encrypt(session, plain.data(), plain.size(), cipher.data(), &length), CKR_OK);
+
+    CryptoPP::AutoSeededRandomPool rng;
+    CryptoPP::RSAES_PKCS1v15_Decryptor decryptor(softwareKey());
+    Bytes recovered(decryptor.MaxPlaintextLength(cipher.size()));
+    const auto result = decryptor.Decrypt(rng, cipher.data(), cipher.size(), recovered.data());
+    ASSERT_TRUE(result.isValidCoding);
+    recovered.resize(result.messageLength);
+    EXPECT_EQ(recovered, plain);
 }
 
 } // namespace
