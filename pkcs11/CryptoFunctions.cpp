@@ -23,7 +23,11 @@ CK_RV begin(Session& session, Token& token, Kind kind, CK_MECHANISM_PTR mechanis
     if (session.operation) {
         return CKR_OPERATION_ACTIVE;
     }
-    session.operation.emplace(kind, *mechanism, token.object(key));
+    const bool privateKeyWork = kind == Kind::Sign || kind == Kind::Decrypt;
+    if (privateKeyWork && token.loggedIn() != CKU_USER) {
+        return CKR_USER_NOT_LOGGED_IN;
+    }
+    session.operation.emplace(kind, *mechanism, token.object(key, CKR_KEY_HANDLE_INVALID));
     return CKR_OK;
 }
 
@@ -46,11 +50,16 @@ template <class Step> CK_RV step(Session& session, Kind kind, Step&& run) {
 }
 
 // Hands out the operation's result by the PKCS#11 length convention,
-// computing it once; `size` is what it will take, when known beforehand.
+// computing it once; `knownSize` answers a length query without computing.
 template <class Compute>
-Outcome deliver(Operation& operation, CK_BYTE_PTR out, CK_ULONG_PTR outLength, Compute&& compute) {
+Outcome deliver(Operation& operation, CK_BYTE_PTR out, CK_ULONG_PTR outLength, Compute&& compute,
+                std::optional<std::size_t> knownSize = std::nullopt) {
     if (!outLength) {
         return {CKR_ARGUMENTS_BAD};
+    }
+    if (!out && knownSize && !operation.pending) {
+        *outLength = *knownSize;
+        return {CKR_OK, true};
     }
     if (!operation.pending) {
         operation.pending = compute();
@@ -113,5 +122,90 @@ CK_RV p15_Encrypt(CK_SESSION_HANDLE handle, CK_BYTE_PTR data, CK_ULONG length, C
                 return operation.encrypt(valueOf({0, data, length}));
             });
         });
+    });
+}
+
+CK_RV p15_SignInit(CK_SESSION_HANDLE handle, CK_MECHANISM_PTR mechanism, CK_OBJECT_HANDLE key) {
+    return callSession("C_SignInit", handle, [&](Module&, Session& session, Token& token) {
+        return begin(session, token, Kind::Sign, mechanism, key);
+    });
+}
+
+namespace {
+
+// The signature of everything given so far, made by the card.
+Outcome signature(Operation& operation, Token& token, CK_BYTE_PTR out, CK_ULONG_PTR outLength) {
+    const auto sign = [&] {
+        const mw::ByteBuffer made =
+            token.sign(token.object(operation.key()), operation.signingInput());
+        return Bytes(made.begin(), made.end());
+    };
+    return deliver(operation, out, outLength, sign, operation.blockSize());
+}
+
+} // namespace
+
+CK_RV p15_Sign(CK_SESSION_HANDLE handle, CK_BYTE_PTR data, CK_ULONG length, CK_BYTE_PTR out,
+               CK_ULONG_PTR outLength) {
+    return callSession("C_Sign", handle, [&](Module&, Session& session, Token& token) {
+        return step(session, Kind::Sign, [&](Operation& operation) {
+            // A length query took the data already; the repeated call brings
+            // the same data again.
+            if (!operation.pending && !operation.dataTaken) {
+                operation.update(valueOf({0, data, length}));
+                operation.dataTaken = true;
+            }
+            return signature(operation, token, out, outLength);
+        });
+    });
+}
+
+CK_RV p15_SignUpdate(CK_SESSION_HANDLE handle, CK_BYTE_PTR part, CK_ULONG length) {
+    return callSession("C_SignUpdate", handle, [&](Module&, Session& session, Token&) {
+        return step(session, Kind::Sign, [&](Operation& operation) {
+            operation.update(valueOf({0, part, length}));
+            return Outcome{CKR_OK, true};
+        });
+    });
+}
+
+CK_RV p15_SignFinal(CK_SESSION_HANDLE handle, CK_BYTE_PTR out, CK_ULONG_PTR outLength) {
+    return callSession("C_SignFinal", handle, [&](Module&, Session& session, Token& token) {
+        return step(session, Kind::Sign, [&](Operation& operation) {
+            return signature(operation, token, out, outLength);
+        });
+    });
+}
+
+CK_RV p15_DecryptInit(CK_SESSION_HANDLE handle, CK_MECHANISM_PTR mechanism, CK_OBJECT_HANDLE key) {
+    return callSession("C_DecryptInit", handle, [&](Module&, Session& session, Token& token) {
+        return begin(session, token, Kind::Decrypt, mechanism, key);
+    });
+}
+
+CK_RV p15_Decrypt(CK_SESSION_HANDLE handle, CK_BYTE_PTR data, CK_ULONG length, CK_BYTE_PTR out,
+                  CK_ULONG_PTR outLength) {
+    return callSession("C_Decrypt", handle, [&](Module&, Session& session, Token& token) {
+        return step(session, Kind::Decrypt, [&](Operation& operation) {
+            return deliver(operation, out, outLength, [&] {
+                if (length != operation.blockSize()) {
+                    throw Failure(CKR_ENCRYPTED_DATA_LEN_RANGE);
+                }
+                const mw::ByteBuffer plain =
+                    token.decipher(token.object(operation.key()), bufferOf(data, length));
+                return Bytes(plain.begin(), plain.end());
+            });
+        });
+    });
+}
+
+CK_RV p15_GenerateRandom(CK_SESSION_HANDLE handle, CK_BYTE_PTR out, CK_ULONG length) {
+    return callSession("C_GenerateRandom", handle, [&](Module&, Session&, Token& token) {
+        if (!out && length != 0) {
+            return CKR_ARGUMENTS_BAD;
+        }
+        const mw::ByteBuffer random = token.random(length);
+        std::copy(random.begin(), random.end(), out);
+        return random.size() == length ? CKR_OK : CKR_DEVICE_ERROR;
     });
 }

@@ -46,8 +46,8 @@ CK_FUNCTION_LIST makeFunctionList() {
     f.C_Encrypt = p15_Encrypt;
     f.C_EncryptUpdate = notSupported;
     f.C_EncryptFinal = notSupported;
-    f.C_DecryptInit = notSupported;
-    f.C_Decrypt = notSupported;
+    f.C_DecryptInit = p15_DecryptInit;
+    f.C_Decrypt = p15_Decrypt;
     f.C_DecryptUpdate = notSupported;
     f.C_DecryptFinal = notSupported;
     f.C_DigestInit = notSupported;
@@ -55,10 +55,10 @@ CK_FUNCTION_LIST makeFunctionList() {
     f.C_DigestUpdate = notSupported;
     f.C_DigestKey = notSupported;
     f.C_DigestFinal = notSupported;
-    f.C_SignInit = notSupported;
-    f.C_Sign = notSupported;
-    f.C_SignUpdate = notSupported;
-    f.C_SignFinal = notSupported;
+    f.C_SignInit = p15_SignInit;
+    f.C_Sign = p15_Sign;
+    f.C_SignUpdate = p15_SignUpdate;
+    f.C_SignFinal = p15_SignFinal;
     f.C_SignRecoverInit = notSupported;
     f.C_SignRecover = notSupported;
     f.C_VerifyInit = p15_VerifyInit;
@@ -77,7 +77,7 @@ CK_FUNCTION_LIST makeFunctionList() {
     f.C_UnwrapKey = notSupported;
     f.C_DeriveKey = notSupported;
     f.C_SeedRandom = notSupported;
-    f.C_GenerateRandom = notSupported;
+    f.C_GenerateRandom = p15_GenerateRandom;
     // Legacy functions: always CKR_FUNCTION_NOT_PARALLEL by the standard.
     f.C_GetFunctionStatus = [](CK_SESSION_HANDLE) -> CK_RV { return CKR_FUNCTION_NOT_PARALLEL; };
     f.C_CancelFunction = [](CK_SESSION_HANDLE) -> CK_RV { return CKR_FUNCTION_NOT_PARALLEL; };

@@ -8,13 +8,13 @@ namespace pkcs11 {
 
 namespace {
 
-constexpr CK_FLAGS signing = CKF_VERIFY;
+constexpr CK_FLAGS signing = CKF_SIGN | CKF_VERIFY;
 
 } // namespace
 
 const std::vector<Mechanism>& mechanisms() {
     static const std::vector<Mechanism> table{
-        {CKM_RSA_PKCS, signing | CKF_ENCRYPT, "1.2.840.113549.1.1.1", ""},
+        {CKM_RSA_PKCS, signing | CKF_ENCRYPT | CKF_DECRYPT, "1.2.840.113549.1.1.1", ""},
         {CKM_SHA1_RSA_PKCS, signing, "1.2.840.113549.1.1.5", "1.3.14.3.2.26"},
         {CKM_SHA224_RSA_PKCS, signing, "1.2.840.113549.1.1.14", "2.16.840.1.101.3.4.2.4"},
         {CKM_SHA256_RSA_PKCS, signing, "1.2.840.113549.1.1.11", "2.16.840.1.101.3.4.2.1"},

@@ -5,9 +5,11 @@
 
 #include "cryptoapi/Cipher.hpp"
 #include "cryptoapi/KeyFactory.hpp"
+#include "cryptoapi/MessageDigest.hpp"
 #include "cryptoapi/PublicKey.hpp"
 #include "cryptoapi/RSAPublicKeySpec.hpp"
 #include "cryptoapi/Signature.hpp"
+#include "cryptoapi/detail/Pkcs1.hpp"
 #include "pkcs11/Errors.hpp"
 #include "pkcs11/Object.hpp"
 
@@ -99,6 +101,9 @@ Operation::Operation(Kind kind, const CK_MECHANISM& mechanism, Object& key)
         verifier_.reset(cryptoapi::Signature::getInstance(mechanism_->signatureOid));
         verifier_->initVerify(*publicKey_);
     }
+    if (kind == Kind::Sign && multiPart()) {
+        digest_.reset(cryptoapi::MessageDigest::getInstance(mechanism_->digestOid));
+    }
 }
 
 Operation::~Operation() = default;
@@ -106,7 +111,27 @@ Operation::Operation(Operation&&) noexcept = default;
 Operation& Operation::operator=(Operation&&) noexcept = default;
 
 void Operation::update(const Bytes& part) {
-    verifier_->update(part.data(), part.size());
+    if (verifier_) {
+        verifier_->update(part.data(), part.size());
+    } else if (digest_) {
+        digest_->update(part.data(), part.size());
+    } else if (collected_.size() + part.size() > blockSize_ - 11) {
+        throw Failure(CKR_DATA_LEN_RANGE, "PKCS#1 v1.5 signs at most the modulus length less 11");
+    } else {
+        collected_.insert(collected_.end(), part.begin(), part.end());
+    }
+}
+
+mw::ByteBuffer Operation::signingInput() {
+    if (!digest_) {
+        return mw::ByteBuffer(collected_);
+    }
+    std::size_t length = 0;
+    const std::unique_ptr<unsigned char[]> hash(digest_->digest(length));
+    std::vector<unsigned char> input =
+        cryptoapi::detail::digestInfoPrefix(mechanism_->digestOid, length);
+    input.insert(input.end(), hash.get(), hash.get() + length);
+    return mw::ByteBuffer(input);
 }
 
 bool Operation::verify(const Bytes& signature) {

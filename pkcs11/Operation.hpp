@@ -1,6 +1,7 @@
 #ifndef PKCS11_OPERATION_HPP
 #define PKCS11_OPERATION_HPP
 
+#include "mw/ByteBuffer.hpp"
 #include "pkcs11/Attributes.hpp"
 #include "pkcs11/Mechanisms.hpp"
 
@@ -40,14 +41,19 @@ public:
     std::size_t blockSize() const { return blockSize_; }
     bool multiPart() const { return *mechanism_->digestOid != '\0'; }
 
-    // Verification, in parts or whole.
+    // A part of the message to sign or verify.
     void update(const Bytes& part);
+    // What the card signs for the message so far: the DigestInfo of its
+    // hash, or for plain CKM_RSA_PKCS the bytes given.
+    mw::ByteBuffer signingInput();
     bool verify(const Bytes& signature);
     Bytes encrypt(const Bytes& data);
 
     // A result computed and not yet taken, because the caller's buffer was
     // too small or absent.
     std::optional<Bytes> pending;
+    // C_Sign took its data (before a length query); the repeated call's is the same.
+    bool dataTaken = false;
 
 private:
     Kind kind_;
@@ -56,6 +62,8 @@ private:
     std::size_t blockSize_ = 0;
     std::unique_ptr<cryptoapi::PublicKey> publicKey_;
     std::unique_ptr<cryptoapi::Signature> verifier_;
+    std::unique_ptr<cryptoapi::MessageDigest> digest_;
+    Bytes collected_; // the input of plain CKM_RSA_PKCS signing
 };
 
 } // namespace pkcs11

@@ -41,7 +41,7 @@ void Token::describe(CK_TOKEN_INFO& info, const SessionCounts& sessions) {
     putText(info.manufacturerID, sizeof info.manufacturerID, "p15kit");
     putText(info.model, sizeof info.model, "PKCS#15");
     putText(info.serialNumber, sizeof info.serialNumber, "");
-    info.flags = CKF_TOKEN_INITIALIZED;
+    info.flags = CKF_TOKEN_INITIALIZED | CKF_RNG;
     if (const PinPtr& user = pins().user) {
         info.flags |=
             CKF_LOGIN_REQUIRED | CKF_USER_PIN_INITIALIZED |

@@ -21,7 +21,11 @@ class ICardObjectRepository;
 } // namespace app
 namespace card {
 class ICard;
-}
+namespace service {
+class ICardKeyOperation;
+class ICryptographyService;
+} // namespace service
+} // namespace card
 namespace host {
 class Channel;
 class PluginLoader;
@@ -66,7 +70,14 @@ public:
     // Objects (TokenObjects.cpp). Private objects are visible only while
     // the user is logged in.
     std::vector<CK_OBJECT_HANDLE> find(const CK_ATTRIBUTE* entries, CK_ULONG count);
-    Object& object(CK_OBJECT_HANDLE handle);
+    // A visible object; any other handle is `unknown`.
+    Object& object(CK_OBJECT_HANDLE handle, CK_RV unknown = CKR_OBJECT_HANDLE_INVALID);
+
+    // Private-key work on the card with the key of `object`, and the card's
+    // random numbers (TokenCrypto.cpp).
+    mw::ByteBuffer sign(const Object& key, const mw::ByteBuffer& input);
+    mw::ByteBuffer decipher(const Object& key, const mw::ByteBuffer& cipherText);
+    mw::ByteBuffer random(std::size_t count);
 
     const card::IChannel& channel() const;
     app::object::ICardObjectRepository& repository() const { return *repository_; }
@@ -89,6 +100,9 @@ private:
     template <class Operation> void tryPin(const app::object::IPin& pin, Operation operation);
     void checkPinLength(const app::object::IPin& pin, const mw::ByteBuffer& value) const;
     mw::ByteBuffer padded(const app::object::IPin& pin, const mw::ByteBuffer& value) const;
+
+    boost::shared_ptr<card::service::ICryptographyService> cryptography() const;
+    void bindKey(card::service::ICardKeyOperation& operation, const Object& key, int mode) const;
 
     std::vector<std::unique_ptr<Object>>& objects();
     bool isVisible(const Object& object) const;

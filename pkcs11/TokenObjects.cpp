@@ -36,13 +36,13 @@ std::vector<CK_OBJECT_HANDLE> Token::find(const CK_ATTRIBUTE* entries, CK_ULONG 
     return found;
 }
 
-Object& Token::object(CK_OBJECT_HANDLE handle) {
+Object& Token::object(CK_OBJECT_HANDLE handle, CK_RV unknown) {
     for (const auto& object : objects()) {
         if (object->handle() == handle && isVisible(*object)) {
             return *object;
         }
     }
-    throw Failure(CKR_OBJECT_HANDLE_INVALID);
+    throw Failure(unknown);
 }
 
 } // namespace pkcs11

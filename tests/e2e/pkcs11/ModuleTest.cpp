@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -25,6 +26,17 @@ CK_OBJECT_CLASS privateKeyClass = CKO_PRIVATE_KEY;
 CK_OBJECT_CLASS publicKeyClass = CKO_PUBLIC_KEY;
 unsigned char keyId[] = {0x45, 0x01};
 
+// The private half of the card's key, as the card maker left it.
+struct ModuleTestKey {
+    static inline std::string path;
+    static CryptoPP::RSA::PrivateKey get() {
+        CryptoPP::RSA::PrivateKey key;
+        CryptoPP::FileSource in(path.c_str(), true);
+        key.BERDecode(in);
+        return key;
+    }
+};
+
 class ModuleTest : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
@@ -34,6 +46,7 @@ protected:
             std::string(TESTCARD_PATH) + " " + (directory_ / "template.json").string() + " " +
             (directory_ / "public.der").string() + " " + (directory_ / "private.der").string();
         ASSERT_EQ(std::system(command.c_str()), 0);
+        ModuleTestKey::path = (directory_ / "private.der").string();
         library_ = ::dlopen(MODULE_PATH, RTLD_NOW | RTLD_LOCAL);
         ASSERT_NE(library_, nullptr) << ::dlerror();
     }
@@ -78,17 +91,18 @@ protected:
         return found;
     }
 
-    CK_OBJECT_HANDLE publicKey(CK_SESSION_HANDLE session) {
-        const auto found = find(session, {{CKA_CLASS, &publicKeyClass, sizeof publicKeyClass}});
+    CK_OBJECT_HANDLE onlyOf(CK_SESSION_HANDLE session, CK_OBJECT_CLASS& objectClass) {
+        const auto found = find(session, {{CKA_CLASS, &objectClass, sizeof objectClass}});
         EXPECT_EQ(found.size(), 1u);
         return found.empty() ? 0 : found[0];
     }
-    static CryptoPP::RSA::PrivateKey softwareKey() {
-        CryptoPP::RSA::PrivateKey key;
-        CryptoPP::FileSource in((directory_ / "private.der").c_str(), true);
-        key.BERDecode(in);
-        return key;
+    CK_OBJECT_HANDLE publicKey(CK_SESSION_HANDLE session) {
+        return onlyOf(session, publicKeyClass);
     }
+    CK_OBJECT_HANDLE privateKey(CK_SESSION_HANDLE session) {
+        return onlyOf(session, privateKeyClass);
+    }
+    static CryptoPP::RSA::PrivateKey softwareKey() { return ModuleTestKey::get(); }
 
     static inline fs::path directory_;
     static inline void* library_ = nullptr;
@@ -306,6 +320,94 @@ TEST_F(ModuleTest, EncryptionFollowsTheLengthConventionAndDeciphers) {
     ASSERT_TRUE(result.isValidCoding);
     recovered.resize(result.messageLength);
     EXPECT_EQ(recovered, plain);
+}
+
+bool verifies(const Bytes& message, const Bytes& signature) {
+    CryptoPP::RSASS<CryptoPP::PKCS1v15, CryptoPP::SHA256>::Verifier verifier(
+        CryptoPP::RSA::PublicKey(ModuleTestKey::get()));
+    return verifier.VerifyMessage(message.data(), message.size(), signature.data(),
+                                  signature.size());
+}
+
+// The same message signed whole, in parts and after a length query gives
+// one signature (PKCS#1 v1.5 is deterministic), and it verifies.
+TEST_F(ModuleTest, SignaturesAreTheSameWholeOrInParts) {
+    const CK_SESSION_HANDLE session = open(CKF_SERIAL_SESSION);
+    CK_MECHANISM sha256{CKM_SHA256_RSA_PKCS, nullptr, 0};
+    EXPECT_EQ(f->C_SignInit(session, &sha256, publicKey(session)), CKR_USER_NOT_LOGGED_IN);
+    ASSERT_EQ(login(session, CKU_USER, userPin), CKR_OK);
+    const CK_OBJECT_HANDLE key = privateKey(session);
+    EXPECT_EQ(f->C_SignInit(session, &sha256, publicKey(session)), CKR_KEY_TYPE_INCONSISTENT);
+
+    Bytes message(64 * 3, 0x33), whole(256), inParts(256);
+    CK_ULONG length = 0;
+    ASSERT_EQ(f->C_SignInit(session, &sha256, key), CKR_OK);
+    ASSERT_EQ(f->C_Sign(session, message.data(), message.size(), nullptr, &length), CKR_OK);
+    ASSERT_EQ(length, 256u);
+    ASSERT_EQ(f->C_Sign(session, message.data(), message.size(), whole.data(), &length), CKR_OK);
+
+    ASSERT_EQ(f->C_SignInit(session, &sha256, key), CKR_OK);
+    for (std::size_t at = 0; at < message.size(); at += 64) {
+        ASSERT_EQ(f->C_SignUpdate(session, message.data() + at, 64), CKR_OK);
+    }
+    length = inParts.size();
+    ASSERT_EQ(f->C_SignFinal(session, inParts.data(), &length), CKR_OK);
+    EXPECT_EQ(whole, inParts);
+    EXPECT_TRUE(verifies(message, whole));
+}
+
+TEST_F(ModuleTest, TheCardDeciphersWhatTheModuleEnciphered) {
+    const CK_SESSION_HANDLE session = open(CKF_SERIAL_SESSION);
+    ASSERT_EQ(login(session, CKU_USER, userPin), CKR_OK);
+    CK_MECHANISM rsa{CKM_RSA_PKCS, nullptr, 0};
+    Bytes secret{'s', 'e', 'c', 'r', 'e', 't'}, cipher(256), plain(256);
+    CK_ULONG length = cipher.size();
+    ASSERT_EQ(f->C_EncryptInit(session, &rsa, publicKey(session)), CKR_OK);
+    ASSERT_EQ(f->C_Encrypt(session, secret.data(), secret.size(), cipher.data(), &length), CKR_OK);
+
+    ASSERT_EQ(f->C_DecryptInit(session, &rsa, privateKey(session)), CKR_OK);
+    EXPECT_EQ(f->C_Decrypt(session, cipher.data(), 255, plain.data(), &length),
+              CKR_ENCRYPTED_DATA_LEN_RANGE);
+    ASSERT_EQ(f->C_DecryptInit(session, &rsa, privateKey(session)), CKR_OK);
+    length = 0;
+    ASSERT_EQ(f->C_Decrypt(session, cipher.data(), cipher.size(), nullptr, &length), CKR_OK);
+    EXPECT_EQ(length, secret.size());
+    ASSERT_EQ(f->C_Decrypt(session, cipher.data(), cipher.size(), plain.data(), &length), CKR_OK);
+    plain.resize(length);
+    EXPECT_EQ(plain, secret);
+}
+
+// Two threads, each in its own session, sign at once; the module's lock
+// keeps their card commands apart, so every signature is right.
+TEST_F(ModuleTest, ThreadsSigningAtOnceGetCorrectSignatures) {
+    const CK_SESSION_HANDLE first = open(CKF_SERIAL_SESSION);
+    ASSERT_EQ(login(first, CKU_USER, userPin), CKR_OK);
+    const CK_OBJECT_HANDLE key = privateKey(first);
+    auto signMany = [&](CK_SESSION_HANDLE session, unsigned char fill, int& good) {
+        CK_MECHANISM sha256{CKM_SHA256_RSA_PKCS, nullptr, 0};
+        for (int round = 0; round < 20; ++round) {
+            Bytes message(100 + round, fill), signature(256);
+            CK_ULONG length = signature.size();
+            if (f->C_SignInit(session, &sha256, key) == CKR_OK &&
+                f->C_Sign(session, message.data(), message.size(), signature.data(), &length) ==
+                    CKR_OK &&
+                verifies(message, signature)) {
+                ++good;
+            }
+        }
+    };
+    int goodFirst = 0, goodSecond = 0;
+    const CK_SESSION_HANDLE second = open(CKF_SERIAL_SESSION);
+    std::thread one(signMany, first, 0x01, std::ref(goodFirst));
+    std::thread two(signMany, second, 0x02, std::ref(goodSecond));
+    one.join();
+    two.join();
+    EXPECT_EQ(goodFirst, 20);
+    EXPECT_EQ(goodSecond, 20);
+
+    Bytes random(300);
+    ASSERT_EQ(f->C_GenerateRandom(first, random.data(), random.size()), CKR_OK);
+    EXPECT_NE(random, Bytes(300, 0x00));
 }
 
 } // namespace

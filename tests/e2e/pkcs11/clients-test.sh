@@ -1,7 +1,8 @@
 #!/bin/sh
 # The module under the PKCS#11 clients of Debian's packages, on a fresh
 # virtual card with one key pair: p11tool (GnuTLS), ssh-keygen (OpenSSH),
-# modutil (NSS) and a python3-pykcs11 script; signatures checked by openssl.
+# modutil (NSS) and a python3-pykcs11 script that signs; openssl checks the
+# signature.
 # Usage: clients-test.sh MODULE TESTCARD_MAKER
 # Exit 77 (skipped) when a client is not installed.
 set -eu
@@ -30,6 +31,9 @@ grep -q 'type=public' "$work/public-objects" || fail "p11tool lists no public ke
 ! grep -q 'type=private' "$work/public-objects" || fail "a private key shown before login"
 GNUTLS_PIN=123456 p11tool --provider "$module" --login --list-all "pkcs11:" >"$work/objects"
 grep -q 'object=Signing%20key;type=private' "$work/objects" || fail "p11tool lists no private key"
+GNUTLS_PIN=123456 p11tool --provider "$module" --login --test-sign \
+    "pkcs11:object=Signing%20key;type=private" >"$work/test-sign" 2>&1 ||
+    fail "p11tool cannot sign: $(cat "$work/test-sign")"
 
 # OpenSSH: the card's public key, as ssh writes the key the card was made with.
 ssh-keygen -D "$module" | cut -d' ' -f1,2 >"$work/from-card"
@@ -44,4 +48,6 @@ modutil -dbdir "sql:$work/nss" -list p15kit >"$work/nss-module"
 grep -q 'p15kit virtual card' "$work/nss-module" || fail "NSS sees no token: $(cat "$work/nss-module")"
 
 $python "$here/pykcs11-test.py" "$module" "$work"
+openssl dgst -sha256 -verify "$work/public.pem" -signature "$work/signature" "$work/message" \
+    >/dev/null || fail "openssl does not verify the signature made through pykcs11"
 echo "all clients work with the module"

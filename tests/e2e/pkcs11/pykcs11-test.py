@@ -1,5 +1,6 @@
 """The module under python3-pykcs11: a wrong PIN and the tries-left flag,
-then a login. Usage: pykcs11-test.py MODULE WORKDIR"""
+then a login and a CKM_SHA256_RSA_PKCS signature, left in WORKDIR as
+message and signature for openssl to check. Usage: pykcs11-test.py MODULE WORKDIR"""
 import sys
 
 import PyKCS11
@@ -26,5 +27,11 @@ if pkcs11.getTokenInfo(slot).flags & CKF_USER_PIN_COUNT_LOW:
 keys = session.findObjects([(PyKCS11.CKA_CLASS, PyKCS11.CKO_PRIVATE_KEY)])
 if len(keys) != 1:
     sys.exit(f"{len(keys)} private keys after login, expected 1")
+message = b"signed through PKCS#11 by a PKCS#15 card\n" * 100
+signature = session.sign(keys[0], message, PyKCS11.Mechanism(PyKCS11.CKM_SHA256_RSA_PKCS))
+with open(f"{work}/message", "wb") as out:
+    out.write(message)
+with open(f"{work}/signature", "wb") as out:
+    out.write(bytes(signature))
 session.logout()
 session.closeSession()
