@@ -73,12 +73,27 @@ Outcome verifyResult(bool valid) {
     return {valid ? CKR_OK : CKR_SIGNATURE_INVALID};
 }
 
+CK_RV initOperation(const char* function, CK_SESSION_HANDLE handle, Kind kind,
+                    CK_MECHANISM_PTR mechanism, CK_OBJECT_HANDLE key) {
+    return callSession(function, handle, [&](Module&, Session& session, Token& token) {
+        return begin(session, token, kind, mechanism, key);
+    });
+}
+
+CK_RV addPart(const char* function, CK_SESSION_HANDLE handle, Kind kind, CK_BYTE_PTR part,
+              CK_ULONG length) {
+    return callSession(function, handle, [&](Module&, Session& session, Token&) {
+        return step(session, kind, [&](Operation& operation) {
+            operation.update(valueOf({0, part, length}));
+            return Outcome{CKR_OK, true};
+        });
+    });
+}
+
 } // namespace
 
 CK_RV p15_VerifyInit(CK_SESSION_HANDLE handle, CK_MECHANISM_PTR mechanism, CK_OBJECT_HANDLE key) {
-    return callSession("C_VerifyInit", handle, [&](Module&, Session& session, Token& token) {
-        return begin(session, token, Kind::Verify, mechanism, key);
-    });
+    return initOperation("C_VerifyInit", handle, Kind::Verify, mechanism, key);
 }
 
 CK_RV p15_Verify(CK_SESSION_HANDLE handle, CK_BYTE_PTR data, CK_ULONG length, CK_BYTE_PTR signature,
@@ -92,12 +107,7 @@ CK_RV p15_Verify(CK_SESSION_HANDLE handle, CK_BYTE_PTR data, CK_ULONG length, CK
 }
 
 CK_RV p15_VerifyUpdate(CK_SESSION_HANDLE handle, CK_BYTE_PTR part, CK_ULONG length) {
-    return callSession("C_VerifyUpdate", handle, [&](Module&, Session& session, Token&) {
-        return step(session, Kind::Verify, [&](Operation& operation) {
-            operation.update(valueOf({0, part, length}));
-            return Outcome{CKR_OK, true};
-        });
-    });
+    return addPart("C_VerifyUpdate", handle, Kind::Verify, part, length);
 }
 
 CK_RV p15_VerifyFinal(CK_SESSION_HANDLE handle, CK_BYTE_PTR signature, CK_ULONG length) {
@@ -109,9 +119,7 @@ CK_RV p15_VerifyFinal(CK_SESSION_HANDLE handle, CK_BYTE_PTR signature, CK_ULONG 
 }
 
 CK_RV p15_EncryptInit(CK_SESSION_HANDLE handle, CK_MECHANISM_PTR mechanism, CK_OBJECT_HANDLE key) {
-    return callSession("C_EncryptInit", handle, [&](Module&, Session& session, Token& token) {
-        return begin(session, token, Kind::Encrypt, mechanism, key);
-    });
+    return initOperation("C_EncryptInit", handle, Kind::Encrypt, mechanism, key);
 }
 
 CK_RV p15_Encrypt(CK_SESSION_HANDLE handle, CK_BYTE_PTR data, CK_ULONG length, CK_BYTE_PTR out,
@@ -126,9 +134,7 @@ CK_RV p15_Encrypt(CK_SESSION_HANDLE handle, CK_BYTE_PTR data, CK_ULONG length, C
 }
 
 CK_RV p15_SignInit(CK_SESSION_HANDLE handle, CK_MECHANISM_PTR mechanism, CK_OBJECT_HANDLE key) {
-    return callSession("C_SignInit", handle, [&](Module&, Session& session, Token& token) {
-        return begin(session, token, Kind::Sign, mechanism, key);
-    });
+    return initOperation("C_SignInit", handle, Kind::Sign, mechanism, key);
 }
 
 namespace {
@@ -161,12 +167,7 @@ CK_RV p15_Sign(CK_SESSION_HANDLE handle, CK_BYTE_PTR data, CK_ULONG length, CK_B
 }
 
 CK_RV p15_SignUpdate(CK_SESSION_HANDLE handle, CK_BYTE_PTR part, CK_ULONG length) {
-    return callSession("C_SignUpdate", handle, [&](Module&, Session& session, Token&) {
-        return step(session, Kind::Sign, [&](Operation& operation) {
-            operation.update(valueOf({0, part, length}));
-            return Outcome{CKR_OK, true};
-        });
-    });
+    return addPart("C_SignUpdate", handle, Kind::Sign, part, length);
 }
 
 CK_RV p15_SignFinal(CK_SESSION_HANDLE handle, CK_BYTE_PTR out, CK_ULONG_PTR outLength) {
@@ -178,9 +179,7 @@ CK_RV p15_SignFinal(CK_SESSION_HANDLE handle, CK_BYTE_PTR out, CK_ULONG_PTR outL
 }
 
 CK_RV p15_DecryptInit(CK_SESSION_HANDLE handle, CK_MECHANISM_PTR mechanism, CK_OBJECT_HANDLE key) {
-    return callSession("C_DecryptInit", handle, [&](Module&, Session& session, Token& token) {
-        return begin(session, token, Kind::Decrypt, mechanism, key);
-    });
+    return initOperation("C_DecryptInit", handle, Kind::Decrypt, mechanism, key);
 }
 
 CK_RV p15_Decrypt(CK_SESSION_HANDLE handle, CK_BYTE_PTR data, CK_ULONG length, CK_BYTE_PTR out,
