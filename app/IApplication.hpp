@@ -4,12 +4,23 @@
 #include "mw/ByteBuffer.hpp"
 #include "mw/Visibility.hpp"
 
+#include <boost/shared_ptr.hpp>
 #include <string>
 #include <vector>
 
 namespace card {
 class IChannel;
 }
+
+namespace app {
+namespace crypto {
+class ICipher;
+class IKeyPairGenerator;
+class IMessageDigest;
+class IRandom;
+class ISignature;
+} // namespace crypto
+} // namespace app
 
 namespace app {
 
@@ -41,6 +52,15 @@ public:
     // The algorithm rows filed under `key` (1: signature algorithms, 2: raw
     // RSA); empty when there are none.
     virtual const AlgorithmRows& getAlgorithmRows(unsigned int key) const = 0;
+    // Engines, by the dotted identifier of their algorithm. An algorithm the
+    // application cannot offer is an application exception, never null.
+    virtual boost::shared_ptr<crypto::IMessageDigest>
+    getMessageDigest(const std::string& oid) const = 0;
+    virtual boost::shared_ptr<crypto::ISignature> getSignature(const std::string& oid) const = 0;
+    virtual boost::shared_ptr<crypto::ICipher> getCipher(const std::string& oid) const = 0;
+    virtual boost::shared_ptr<crypto::IRandom> getRandom() const = 0;
+    virtual boost::shared_ptr<crypto::IKeyPairGenerator>
+    getKeyPairGenerator(const std::string& oid) const = 0;
 };
 
 } // namespace app

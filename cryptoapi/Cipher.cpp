@@ -14,6 +14,9 @@ Cipher* Cipher::getInstance(const std::string& algorithm, const char* provider) 
     return known ? new Cipher(algorithm) : nullptr;
 }
 
+Cipher::Cipher(std::string algorithm)
+    : algorithm_(std::move(algorithm)) {}
+
 Cipher::~Cipher() = default;
 
 void Cipher::init(OpMode mode, const PublicKey& key) {

@@ -44,8 +44,8 @@ public:
     unsigned char* doFinal(std::size_t& outLength, const unsigned char* data, std::size_t length);
 
 private:
-    explicit Cipher(std::string algorithm)
-        : algorithm_(std::move(algorithm)) {}
+    // Out of line: the key's type is complete only there.
+    explicit Cipher(std::string algorithm);
 
     const CryptoPP::RSAFunction& key() const;
 

@@ -315,6 +315,8 @@ std::string CardImage::serialise(const CardState& state) {
                   {"version", version},
                   {"mf", fileToJson(state.files.mf())},
                   {"pins", pinsToJson(state.pins)}};
+    if (state.hashOnCard)
+        image["hashOnCard"] = true;
     return image.dump(1);
 }
 
@@ -334,6 +336,11 @@ CardState CardImage::parse(const std::string& text, const std::string& source) {
             throw Corrupt("the root is not the MF 3F00");
         CardState state{FileSystem(std::move(mf)), {}};
         pinsFromJson(arrayField(image, "pins"), state.pins);
+        if (image.contains("hashOnCard")) {
+            if (!image["hashOnCard"].is_boolean())
+                throw Corrupt("hashOnCard is not true or false");
+            state.hashOnCard = image["hashOnCard"].get<bool>();
+        }
         return state;
     } catch (const json::exception& error) {
         throw ImageError("card image '" + source + "' is corrupt or truncated: " + error.what());

@@ -9,6 +9,8 @@ namespace vcard {
 struct CardState {
     FileSystem files;
     PinStore pins;
+    /// The card hashes too: it offers SHA-1 to SHA-512 with RSA besides raw rsaEncryption.
+    bool hashOnCard = false;
 };
 
 } // namespace vcard

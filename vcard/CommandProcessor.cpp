@@ -1,5 +1,6 @@
 #include "vcard/CommandProcessor.hpp"
 
+#include "vcard/SignatureAlgorithms.hpp"
 #include "vcard/StatusWord.hpp"
 #include "vcard/Tlv.hpp"
 
@@ -23,11 +24,6 @@ constexpr std::uint8_t performSecurityOperation = 0x2A;
 constexpr std::uint8_t getChallenge = 0x84;
 constexpr std::uint8_t getData = 0xCA;
 } // namespace ins
-
-// The one algorithm the card offers: raw RSA with PKCS#1 v1.5 padding, rsaEncryption.
-const Bytes algorithmList = {0xA0, 0x0B, 0x06, 0x09, 0x2A, 0x86, 0x48,
-                             0x86, 0xF7, 0x0D, 0x01, 0x01, 0x01};
-constexpr std::uint8_t algorithmPkcs1 = 0x01;
 
 void requireP1P2(const CommandApdu& apdu, std::uint8_t p1, std::uint8_t p2) {
     if (apdu.p1 != p1 || apdu.p2 != p2)
@@ -305,10 +301,20 @@ Response CommandProcessor::manageSecurityEnvironment(const CommandApdu& apdu) {
     std::vector<Tlv> tlvs = parseTlvs(apdu.data);
     const Bytes& reference = requiredTlv(tlvs, 0x84);
     const Bytes* algorithm = findTlv(tlvs, 0x80);
-    if (reference.size() != 1 || (algorithm && *algorithm != Bytes{algorithmPkcs1}))
+    const std::uint8_t algorithmReference =
+        algorithm && algorithm->size() == 1 ? (*algorithm)[0] : algorithm::rsaPkcs1;
+    const bool offered = apdu.p2 == 0xB6
+                             ? offersSignatureAlgorithm(algorithmReference, state_.hashOnCard)
+                             : algorithmReference == algorithm::rsaPkcs1;
+    if (reference.size() != 1 || (algorithm && algorithm->size() != 1) || !offered)
         throw CardError(sw::wrongData);
     keyFile(reference[0], true);
-    (apdu.p2 == 0xB6 ? signingKey_ : decipheringKey_) = reference[0];
+    if (apdu.p2 == 0xB6) {
+        signingKey_ = reference[0];
+        signingAlgorithm_ = algorithmReference;
+    } else {
+        decipheringKey_ = reference[0];
+    }
     return {};
 }
 
@@ -326,7 +332,7 @@ Response CommandProcessor::performSecurityOperation(const CommandApdu& apdu) {
     if (apdu.p1 == 0x9E && apdu.p2 == 0x9A) {
         const RsaKey& key = usablePrivateKey(signingKey_);
         requireData(apdu);
-        return {key.sign(rng_, apdu.data), sw::ok};
+        return {key.sign(rng_, toBeSigned(signingAlgorithm_, apdu.data)), sw::ok};
     }
     if (apdu.p1 == 0x80 && apdu.p2 == 0x86) {
         const RsaKey& key = usablePrivateKey(decipheringKey_);
@@ -350,7 +356,7 @@ Response CommandProcessor::getChallenge(const CommandApdu& apdu) {
 Response CommandProcessor::getData(const CommandApdu& apdu) {
     if (apdu.p1 != 0x01 || apdu.p2 != 0xA0)
         throw CardError(sw::referenceNotFound);
-    return {algorithmList, sw::ok};
+    return {algorithmList(state_.hashOnCard), sw::ok};
 }
 
 } // namespace vcard

@@ -66,6 +66,7 @@ private:
     CardState& state_;
     SecurityStatus status_;
     std::optional<std::uint8_t> signingKey_;
+    std::uint8_t signingAlgorithm_ = 0x01;
     std::optional<std::uint8_t> decipheringKey_;
     CryptoPP::AutoSeededRandomPool rng_;
     bool changed_ = false;

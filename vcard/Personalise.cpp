@@ -230,6 +230,7 @@ CardState personalise(const Personalisation& options) {
                    makePin(options.userPin, 3, layout::unblockingPinReference));
     state.pins.add(layout::unblockingPinReference, makePin(options.unblockingPin, 5, std::nullopt));
     state.pins.add(layout::soPinReference, makePin(options.soPin, 3, std::nullopt));
+    state.hashOnCard = options.hashOnCard;
     return state;
 }
 

@@ -12,6 +12,8 @@ struct Personalisation {
     std::string userPin = "123456";
     std::string unblockingPin = "12345678";
     std::string soPin = "87654321";
+    /// A card that also hashes (SHA-1 to SHA-512 with RSA) instead of offering raw RSA only.
+    bool hashOnCard = false;
 };
 
 /// PIN references and DF identifiers of the personalised card.

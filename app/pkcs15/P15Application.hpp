@@ -92,6 +92,16 @@ public:
     void onTransactionEnd() override {}
     const AlgorithmRows& getAlgorithmRows(unsigned int key) const override;
 
+    // Engines (P15ApplicationAlgorithms.cpp), chosen from the card's
+    // algorithm list and the algorithm table.
+    boost::shared_ptr<crypto::IMessageDigest>
+    getMessageDigest(const std::string& oid) const override;
+    boost::shared_ptr<crypto::ISignature> getSignature(const std::string& oid) const override;
+    boost::shared_ptr<crypto::ICipher> getCipher(const std::string& oid) const override;
+    boost::shared_ptr<crypto::IRandom> getRandom() const override;
+    boost::shared_ptr<crypto::IKeyPairGenerator>
+    getKeyPairGenerator(const std::string& oid) const override;
+
     bool isAppletMode() const { return appletMode_; }
     std::int32_t getReselectWaitingTime() const { return reselectWaitingTime_; }
     std::int32_t getPinInfoWaitingTime() const { return pinInfoWaitingTime_; }
@@ -186,6 +196,8 @@ private:
     void fillFileDescriptors();
     void fillAlgorithmTable();
     void readConfiguration();
+    // The algorithms the card (or the applet) performs on its own.
+    std::vector<std::string> cardAlgorithms() const;
     void selectOnCard(const card::IChannel& channel) const;
     template <class Object, class File>
     List<Object> objectsOf(const card::IChannel& channel,

@@ -2,11 +2,11 @@
 #define HOST_ISO7816_CARDSESSION_HPP
 
 #include "card/IBaseInterface.hpp"
+#include "host/iso7816/AlgorithmList.hpp"
 #include "host/iso7816/FileSelection.hpp"
 
 #include <boost/shared_ptr.hpp>
 #include <map>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -35,7 +35,7 @@ private:
     boost::shared_ptr<const card::IChannel> channel_;
     boost::shared_ptr<FileSelection> selection_;
     std::map<std::string, boost::shared_ptr<card::IInterface>> services_;
-    mutable std::optional<std::vector<std::string>> algorithms_;
+    boost::shared_ptr<AlgorithmList> algorithms_;
 };
 
 } // namespace iso7816

@@ -9,17 +9,18 @@
 namespace host {
 namespace iso7816 {
 
-const std::string rsaEncryptionOid = "1.2.840.113549.1.1.1";
-
-CryptographyService::CryptographyService(boost::shared_ptr<FileSelection> selection)
-    : selection_(std::move(selection)) {}
+CryptographyService::CryptographyService(boost::shared_ptr<FileSelection> selection,
+                                         boost::shared_ptr<const AlgorithmList> algorithms)
+    : selection_(std::move(selection))
+    , algorithms_(std::move(algorithms)) {}
 
 boost::shared_ptr<card::service::ICardSignature>
 CryptographyService::getSignature(const std::string& oid) const {
-    if (oid != rsaEncryptionOid) {
+    const RsaAlgorithm* algorithm = findSignatureAlgorithm(oid);
+    if (algorithm == nullptr || (oid != rsaEncryptionOid && !algorithms_->contains(oid))) {
         return nullptr;
     }
-    return boost::make_shared<RsaCardOperation>(selection_);
+    return boost::make_shared<RsaCardOperation>(selection_, *algorithm);
 }
 
 boost::shared_ptr<card::service::ICardCipher>
@@ -27,7 +28,7 @@ CryptographyService::getCipher(const std::string& oid) const {
     if (oid != rsaEncryptionOid) {
         return nullptr;
     }
-    return boost::make_shared<RsaCardOperation>(selection_);
+    return boost::make_shared<RsaCardOperation>(selection_, rsaEncryption());
 }
 
 boost::shared_ptr<card::service::ICardRandom> CryptographyService::getRandom() const {

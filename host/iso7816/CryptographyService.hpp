@@ -2,16 +2,20 @@
 #define HOST_ISO7816_CRYPTOGRAPHYSERVICE_HPP
 
 #include "card/service/ICryptographyService.hpp"
+#include "host/iso7816/AlgorithmList.hpp"
 #include "host/iso7816/FileSelection.hpp"
 
 namespace host {
 namespace iso7816 {
 
-// Hands out the card's private-key operations (rsaEncryption only; every
-// caller gets its own, bound by its own init) and its random source.
+// Hands out the card's private-key operations (signatures: rsaEncryption,
+// and the hash-and-sign algorithms of the profile that the card lists;
+// deciphering: rsaEncryption; every caller gets its own, bound by its own
+// init) and its random source.
 class CryptographyService : public card::service::ICryptographyService {
 public:
-    explicit CryptographyService(boost::shared_ptr<FileSelection> selection);
+    CryptographyService(boost::shared_ptr<FileSelection> selection,
+                        boost::shared_ptr<const AlgorithmList> algorithms);
 
     boost::shared_ptr<card::service::ICardSignature>
     getSignature(const std::string& oid) const override;
@@ -20,6 +24,7 @@ public:
 
 private:
     boost::shared_ptr<FileSelection> selection_;
+    boost::shared_ptr<const AlgorithmList> algorithms_;
 };
 
 } // namespace iso7816

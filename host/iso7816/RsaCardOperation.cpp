@@ -14,14 +14,15 @@ constexpr unsigned char signatureTemplate = 0xB6;
 constexpr unsigned char decipherTemplate = 0xB8;
 constexpr unsigned char keyReferenceTag = 0x84;
 constexpr unsigned char algorithmTag = 0x80;
-constexpr unsigned char pkcs1v15 = 0x01;
 constexpr unsigned char paddingIndicator = 0x00;
 constexpr std::size_t fullAnswer = 256;
 
 } // namespace
 
-RsaCardOperation::RsaCardOperation(boost::shared_ptr<FileSelection> selection)
-    : selection_(std::move(selection)) {}
+RsaCardOperation::RsaCardOperation(boost::shared_ptr<FileSelection> selection,
+                                   RsaAlgorithm algorithm)
+    : selection_(std::move(selection))
+    , algorithm_(std::move(algorithm)) {}
 
 void RsaCardOperation::init(const card::IChannel& channel, const card::service::KeyRef& key,
                             int mode) {
@@ -32,12 +33,13 @@ void RsaCardOperation::init(const card::IChannel& channel, const card::service::
     selection_->enterApplication(channel);
     IsoCommand("Manage Security Environment", 0x22, 0x41,
                mode == Sign ? signatureTemplate : decipherTemplate)
-        .withData({keyReferenceTag, 0x01, key.keyReference, algorithmTag, 0x01, pkcs1v15})
+        .withData({keyReferenceTag, 0x01, key.keyReference, algorithmTag, 0x01,
+                   mode == Sign ? algorithm_.reference : rsaEncryption().reference})
         .execute(channel);
 }
 
 const std::string& RsaCardOperation::getAlgorithm() const {
-    return rsaEncryptionOid;
+    return algorithm_.oid;
 }
 
 mw::ByteBuffer RsaCardOperation::sign(const card::IChannel& channel, const mw::ByteBuffer& data) {

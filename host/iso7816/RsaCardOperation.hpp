@@ -3,6 +3,7 @@
 
 #include "card/service/ICryptographyService.hpp"
 #include "host/iso7816/FileSelection.hpp"
+#include "host/iso7816/RsaAlgorithm.hpp"
 
 #include <boost/shared_ptr.hpp>
 
@@ -10,11 +11,12 @@ namespace host {
 namespace iso7816 {
 
 // RSA PKCS#1 v1.5 with a private key on the card: MANAGE SECURITY
-// ENVIRONMENT binds the key, PSO COMPUTE DIGITAL SIGNATURE or PSO DECIPHER
-// uses it. The card does the padding in both directions.
+// ENVIRONMENT binds the key and the algorithm, PSO COMPUTE DIGITAL
+// SIGNATURE or PSO DECIPHER uses it. The card does the padding in both
+// directions, and the hashing for a hash-and-sign algorithm.
 class RsaCardOperation : public card::service::ICardSignature, public card::service::ICardCipher {
 public:
-    explicit RsaCardOperation(boost::shared_ptr<FileSelection> selection);
+    RsaCardOperation(boost::shared_ptr<FileSelection> selection, RsaAlgorithm algorithm);
 
     void init(const card::IChannel& channel, const card::service::KeyRef& key, int mode) override;
     const std::string& getAlgorithm() const override;
@@ -23,6 +25,7 @@ public:
 
 private:
     boost::shared_ptr<FileSelection> selection_;
+    RsaAlgorithm algorithm_;
 };
 
 } // namespace iso7816

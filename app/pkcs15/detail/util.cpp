@@ -2,6 +2,7 @@
 
 #include "app/ApplicationException.hpp"
 #include "card/CardException.hpp"
+#include "mw/Hex.hpp"
 
 #include <boost/exception/get_error_info.hpp>
 
@@ -23,6 +24,13 @@ mw::ByteBuffer idToBytes(unsigned int id) {
         bytes.data()[length - 1 - i] = static_cast<unsigned char>(id >> (8 * i));
     }
     return bytes;
+}
+
+mw::ByteBuffer hexToBytes(std::string text) {
+    if (text.size() % 2 != 0) {
+        text.insert(text.size() - 1, 1, '0');
+    }
+    return mw::fromHex(text);
 }
 
 bool isFileNotFound(const card::CardException& e) {

@@ -3,6 +3,8 @@
 
 #include "mw/ByteBuffer.hpp"
 
+#include <string>
+
 namespace card {
 class CardException;
 }
@@ -18,6 +20,10 @@ unsigned char encodeKID(unsigned char kid, bool privateKey);
 // A file identifier or path as its bytes, most significant first: four bytes
 // above FFFF, two above FF, one for other non-zero values, none for 0.
 mw::ByteBuffer idToBytes(unsigned int id);
+
+// The bytes of a text of hexadecimal digits, read pairwise from the left.
+// An odd-length text gets a "0" before its last digit: "ABC" reads as AB 0C.
+mw::ByteBuffer hexToBytes(std::string text);
 
 // The card answered "file or application not found" (6A82).
 bool isFileNotFound(const card::CardException& e);

@@ -8,7 +8,9 @@
 #include "app/pkcs15/oss/Codec.hpp"
 #include "app/pkcs15/oss/OssHelper.hpp"
 
+#include <algorithm>
 #include <boost/exception/get_error_info.hpp>
+#include <boost/make_shared.hpp>
 #include <cstring>
 #include <limits>
 
@@ -77,6 +79,18 @@ card::service::AccessConditions cardConditions(const boost::optional<AccessContr
         condition.condition = transform(*rule.getSecurityCondition());
         conditions.push_back(std::move(condition));
     }
+    return conditions;
+}
+
+card::service::AccessConditions publicPartConditions(card::service::AccessConditions conditions) {
+    for (card::service::AccessCondition& condition : conditions) {
+        condition.accessModes &= card::service::AccessUpdate;
+    }
+    conditions.erase(std::remove_if(conditions.begin(), conditions.end(),
+                                    [](const auto& c) { return c.accessModes == 0; }),
+                     conditions.end());
+    conditions.push_back(
+        {card::service::AccessRead, boost::make_shared<card::service::AlwaysSecurityCondition>()});
     return conditions;
 }
 

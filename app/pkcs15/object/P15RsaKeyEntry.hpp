@@ -53,6 +53,10 @@ void storeKeyAttributes(const app::object::AbstractKey& key, Store which,
 // The card conditions of the rules, for the card service.
 card::service::AccessConditions cardConditions(const boost::optional<AccessControlRules>& rules);
 
+// The conditions of the public part of a key pair whose private key has
+// `conditions`: read by anyone, changed with what changes the private key.
+card::service::AccessConditions publicPartConditions(card::service::AccessConditions conditions);
+
 // Fails with `outOfMemoryText` when the file has no room for replacing the
 // entry `oldEncoding` by `newEncoding`.
 void checkRoom(const fs::P15File& file, const card::IChannel& channel,

@@ -15,7 +15,6 @@
 
 #include <algorithm>
 #include <boost/current_function.hpp>
-#include <boost/make_shared.hpp>
 
 namespace app {
 namespace pkcs15 {
@@ -28,20 +27,6 @@ card::service::KeyRef publicPartOf(const card::service::KeyRef& privateKey) {
     card::service::KeyRef publicKey = privateKey;
     publicKey.fileId.clear();
     return publicKey;
-}
-
-// The public part may be read by anyone; changing it needs what changing
-// the private key needs.
-card::service::AccessConditions publicPartConditions(card::service::AccessConditions conditions) {
-    for (card::service::AccessCondition& condition : conditions) {
-        condition.accessModes &= card::service::AccessUpdate;
-    }
-    conditions.erase(std::remove_if(conditions.begin(), conditions.end(),
-                                    [](const auto& c) { return c.accessModes == 0; }),
-                     conditions.end());
-    conditions.push_back(
-        {card::service::AccessRead, boost::make_shared<card::service::AlwaysSecurityCondition>()});
-    return conditions;
 }
 
 } // namespace
@@ -133,13 +118,15 @@ void P15RsaPrivateKey::write(const card::IChannel& channel,
         APP_THROW(OperationNotSupportedException,
                   "key material of a key on the card cannot be replaced");
     }
-    if (isNew && getP().empty()) {
+    // A new key with a reference is one the card generates: no import.
+    const bool imports = isNew && p15KeyReference().keyReference == 0;
+    if (imports && getP().empty()) {
         APP_THROW(ApplicationException, "crt components not set");
     }
     const boost::shared_ptr<const fs::PrKDF> file = lockFile(prkdf_);
     const P15Application::ChannelScope bound(application, channel);
     const card::service::KeyRef before = p15KeyReference();
-    if (isNew) {
+    if (imports) {
         assignKeyReference(channel, application);
     }
     try {
@@ -147,13 +134,13 @@ void P15RsaPrivateKey::write(const card::IChannel& channel,
         mw::ByteBuffer encoding =
             encodeKeyEntry(entry, "encoded private key size exceeds 65535 bytes");
         checkRoom(*file, channel, encoding_, encoding, "EF(PrKDF) out of memory");
-        if (isNew) {
+        if (imports) {
             importKey(channel, application);
         }
         try {
             file->updateEncodedAttributes(encoding_, encoding);
         } catch (...) {
-            if (isNew) {
+            if (imports) {
                 undoImport(channel, application, true);
             }
             throw;
@@ -161,7 +148,7 @@ void P15RsaPrivateKey::write(const card::IChannel& channel,
         encoding_ = std::move(encoding);
         entry_ = entry;
     } catch (...) {
-        if (isNew) {
+        if (imports) {
             setP15KeyReference(before);
         }
         throw;
@@ -205,6 +192,24 @@ void P15RsaPrivateKey::remove(const card::IChannel& channel,
             });
         removeKeyFromCard(channel, application, !publicPartListed);
     }
+    removeEntry(channel, application);
+}
+
+void P15RsaPrivateKey::setGeneratedKeyReference(card::service::KeyRef keyRef) const {
+    if (!encoding_.empty()) {
+        APP_THROW(ApplicationException, "private key is already on the card");
+    }
+    keyValueReference_.set(keyRef.fileId);
+    setP15KeyReference(std::move(keyRef));
+}
+
+void P15RsaPrivateKey::removeEntry(const card::IChannel& channel,
+                                   const P15Application& application) const {
+    if (encoding_.empty()) {
+        return;
+    }
+    const boost::shared_ptr<const fs::PrKDF> file = lockFile(prkdf_);
+    const P15Application::ChannelScope bound(application, channel);
     file->updateEncodedAttributes(encoding_, mw::ByteBuffer());
     encoding_.clear();
     entry_ = boost::none;

@@ -45,6 +45,12 @@ public:
     void write(const card::IChannel& channel, const P15Application& application) const override;
     void remove(const card::IChannel& channel, const P15Application& application) const override;
 
+    // Gives a new key the reference under which the card generates its key
+    // pair: its write then brings only the entry to the card.
+    void setGeneratedKeyReference(card::service::KeyRef keyRef) const;
+    // Removes the entry only; the card's key stays as it is.
+    void removeEntry(const card::IChannel& channel, const P15Application& application) const;
+
     // The entry as it is on the card; empty for a new key.
     const mw::ByteBuffer& getEncoding() const { return encoding_; }
     // The entry with the host's changes.

@@ -53,10 +53,12 @@ ConstRsaKeyHolders P15RsaPublicKey::holders() const {
 
 void P15RsaPublicKey::read(const card::IChannel& channel, const P15Application& application) {
     mw::Log log(typeid(*this), BOOST_CURRENT_FUNCTION);
-    const card::crypto::spec::RsaPublicKeySpec value =
-        application.getAsymmetricKeyManagementService()->readPublicKey(
-            channel,
-            cardKeyRef(p15KeyReference().keyReference, getModulusLength(), getKeyValueReference()));
+    loadKeyValue(application.getAsymmetricKeyManagementService()->readPublicKey(
+        channel,
+        cardKeyRef(p15KeyReference().keyReference, getModulusLength(), getKeyValueReference())));
+}
+
+void P15RsaPublicKey::loadKeyValue(const card::crypto::spec::RsaPublicKeySpec& value) {
     modulus_.load(value.getModulus());
     publicExponent_.load(value.getPublicExponent());
 }
@@ -115,6 +117,24 @@ void P15RsaPublicKey::remove(const card::IChannel& channel,
             }
         }
     }
+    removeEntry(channel, application);
+}
+
+void P15RsaPublicKey::setGeneratedKeyReference(card::service::KeyRef keyRef) const {
+    if (!encoding_.empty()) {
+        APP_THROW(ApplicationException, "public key is already on the card");
+    }
+    keyValueReference_.set(keyRef.fileId);
+    setP15KeyReference(std::move(keyRef));
+}
+
+void P15RsaPublicKey::removeEntry(const card::IChannel& channel,
+                                  const P15Application& application) const {
+    if (encoding_.empty()) {
+        return;
+    }
+    const boost::shared_ptr<const fs::PuKDF> file = lockFile(pukdf_);
+    const P15Application::ChannelScope bound(application, channel);
     file->updateEncodedAttributes(encoding_, mw::ByteBuffer());
     encoding_.clear();
     entry_ = boost::none;

@@ -4,6 +4,7 @@
 #include "app/object/AbstractPublicRSAKey.hpp"
 #include "app/pkcs15/object/AbstractP15Key.hpp"
 #include "app/pkcs15/oss/Asn1Types.hpp"
+#include "card/crypto/spec/KeySpec.hpp"
 #include "mw/ByteBuffer.hpp"
 
 #include <boost/optional.hpp>
@@ -46,6 +47,13 @@ public:
     void read(const card::IChannel& channel, const P15Application& application) override;
     void write(const card::IChannel& channel, const P15Application& application) const override;
     void remove(const card::IChannel& channel, const P15Application& application) const override;
+
+    // Gives a new key the reference of a key pair the card generates.
+    void setGeneratedKeyReference(card::service::KeyRef keyRef) const;
+    // Takes the key's value as the card holds it (not a change of the host).
+    void loadKeyValue(const card::crypto::spec::RsaPublicKeySpec& value);
+    // Removes the entry only; the card's key stays as it is.
+    void removeEntry(const card::IChannel& channel, const P15Application& application) const;
 
     // The entry as it is on the card; empty for a new key.
     const mw::ByteBuffer& getEncoding() const { return encoding_; }

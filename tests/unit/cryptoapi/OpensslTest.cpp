@@ -1,4 +1,5 @@
 // Cross-checks with an independent implementation, the openssl command line.
+#include "OpensslFolder.hpp"
 #include "TestKey.hpp"
 
 #include "cryptoapi/Cipher.hpp"
@@ -8,10 +9,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
+#include <memory>
 
 namespace {
 
@@ -22,60 +20,33 @@ using namespace cryptoapi_test;
 class Openssl : public testing::Test {
 protected:
     void SetUp() override {
-        if (std::system("command -v openssl >/dev/null 2>&1") != 0) {
+        if (!hosttest::OpensslFolder::available()) {
             GTEST_SKIP() << "the openssl command line tool is not installed";
         }
-        char pattern[] = "/tmp/cryptoapi-openssl-XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        dir_ = pattern;
-        CryptoPP::FileSink privateKey((dir_ + "/key.der").c_str());
+        folder_ = std::make_unique<hosttest::OpensslFolder>();
+        CryptoPP::FileSink privateKey(folder_->path("key.der").c_str());
         testKey().DEREncode(privateKey);
-        const mw::ByteBuffer spki = publicTestKey()->getEncoded();
-        write("spki.der", Bytes(spki.begin(), spki.end()));
+        folder_->write("spki.der", publicTestKey()->getEncoded());
     }
 
-    void TearDown() override {
-        if (!dir_.empty()) {
-            std::filesystem::remove_all(dir_);
-        }
-    }
-
-    void write(const std::string& name, const Bytes& bytes) const {
-        std::ofstream(dir_ + "/" + name, std::ios::binary)
-            .write(reinterpret_cast<const char*>(bytes.data()),
-                   static_cast<std::streamsize>(bytes.size()));
-    }
-
-    Bytes read(const std::string& name) const {
-        std::ifstream in(dir_ + "/" + name, std::ios::binary);
-        return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    }
-
-    // True when openssl, run in the folder, succeeds; its complaints go to
-    // the test output.
-    bool openssl(const std::string& arguments) const {
-        return std::system(("cd '" + dir_ + "' && openssl " + arguments).c_str()) == 0;
-    }
-
-private:
-    std::string dir_;
+    std::unique_ptr<hosttest::OpensslFolder> folder_;
 };
 
 // openssl signs and the provider verifies; openssl also verifies its own
 // signature with the provider's encoding of the public key.
 TEST_F(Openssl, SignsWhatTheProviderVerifies) {
     const Bytes message = bytesOf("signed by openssl");
-    write("message", message);
+    folder_->write("message", message);
     for (const auto& [digest, oid] : {std::pair{"sha1", "1.2.840.113549.1.1.5"},
                                       {"sha256", "1.2.840.113549.1.1.11"},
                                       {"sha384", "1.2.840.113549.1.1.12"},
                                       {"sha512", "1.2.840.113549.1.1.13"}}) {
         const std::string dgst = std::string("dgst -") + digest;
-        ASSERT_TRUE(openssl(dgst + " -sign key.der -keyform DER -out sig message"));
-        EXPECT_TRUE(
-            openssl(dgst + " -verify spki.der -keyform DER -signature sig message >/dev/null"));
+        ASSERT_TRUE(folder_->run(dgst + " -sign key.der -keyform DER -out sig message"));
+        EXPECT_TRUE(folder_->run(
+            dgst + " -verify spki.der -keyform DER -signature sig message >/dev/null"));
 
-        const Bytes signature = read("sig");
+        const Bytes signature = folder_->read("sig");
         const mw::AutoPtr<cryptoapi::Signature> verifier(cryptoapi::Signature::getInstance(oid));
         verifier->initVerify(*publicTestKey());
         verifier->update(message.data(), message.size());
@@ -91,10 +62,10 @@ TEST_F(Openssl, DeciphersWhatTheProviderEnciphers) {
     std::size_t length = 0;
     const mw::AutoPtr<unsigned char, mw::ArrayDeallocator> cipherText(
         cipher->doFinal(length, plain.data(), plain.size()));
-    write("cipher", Bytes(cipherText.get(), cipherText.get() + length));
+    folder_->write("cipher", Bytes(cipherText.get(), cipherText.get() + length));
 
-    ASSERT_TRUE(openssl("pkeyutl -decrypt -inkey key.der -keyform DER -in cipher -out plain"));
-    EXPECT_EQ(read("plain"), plain);
+    ASSERT_TRUE(folder_->run("pkeyutl -decrypt -inkey key.der -keyform DER -in cipher -out plain"));
+    EXPECT_EQ(folder_->read("plain"), plain);
 }
 
 } // namespace

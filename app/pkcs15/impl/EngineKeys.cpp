@@ -1,0 +1,40 @@
+#include "app/pkcs15/impl/EngineKeys.hpp"
+
+#include "app/ApplicationException.hpp"
+#include "app/pkcs15/object/P15RsaPrivateKey.hpp"
+#include "app/pkcs15/object/P15RsaPublicKey.hpp"
+
+namespace app {
+namespace pkcs15 {
+namespace impl {
+
+const char* const rsaKeyFactory = "2.5.8.1.1";
+
+const object::P15RsaPrivateKey& privateKeyOf(const app::object::IKey& key) {
+    const auto* privateKey = dynamic_cast<const object::P15RsaPrivateKey*>(&key);
+    if (privateKey == nullptr) {
+        APP_THROW(ApplicationException, "failed to cast from IKey to P15RsaPrivateKey");
+    }
+    return *privateKey;
+}
+
+const object::P15RsaPublicKey& publicKeyOf(const app::object::IKey& key) {
+    const auto* publicKey = dynamic_cast<const object::P15RsaPublicKey*>(&key);
+    if (publicKey == nullptr) {
+        APP_THROW(ApplicationException, "failed to cast from IKey to P15RsaPublicKey");
+    }
+    return *publicKey;
+}
+
+void copyPublicKey(const object::P15RsaPublicKey& key, mw::ByteBuffer& modulus,
+                   mw::ByteBuffer& exponent) {
+    modulus = key.getModulus();
+    exponent = key.getPublicExponent();
+    if (modulus.empty() || exponent.empty()) {
+        APP_THROW(InvalidDataException, "modulus and public exponent must not be empty");
+    }
+}
+
+} // namespace impl
+} // namespace pkcs15
+} // namespace app

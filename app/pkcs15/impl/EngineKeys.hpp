@@ -1,0 +1,35 @@
+#ifndef APP_PKCS15_IMPL_ENGINEKEYS_HPP
+#define APP_PKCS15_IMPL_ENGINEKEYS_HPP
+
+#include "mw/ByteBuffer.hpp"
+
+namespace app {
+namespace object {
+class IKey;
+}
+namespace pkcs15 {
+namespace object {
+class P15RsaPrivateKey;
+class P15RsaPublicKey;
+} // namespace object
+
+namespace impl {
+
+// The crypto provider's RSA key factory: the RSA algorithm of X.500.
+extern const char* const rsaKeyFactory;
+
+// The key as the application's own RSA key; an application exception
+// "failed to cast from IKey to ..." for any other kind.
+const object::P15RsaPrivateKey& privateKeyOf(const app::object::IKey& key);
+const object::P15RsaPublicKey& publicKeyOf(const app::object::IKey& key);
+
+// Replaces `modulus` and `exponent` by the key's; an InvalidDataException
+// when either is then empty.
+void copyPublicKey(const object::P15RsaPublicKey& key, mw::ByteBuffer& modulus,
+                   mw::ByteBuffer& exponent);
+
+} // namespace impl
+} // namespace pkcs15
+} // namespace app
+
+#endif

@@ -1,0 +1,16 @@
+#ifndef BENCH_UNCONNECTEDCHANNEL_HPP
+#define BENCH_UNCONNECTEDCHANNEL_HPP
+
+#include "card/IChannel.hpp"
+
+#include <stdexcept>
+
+// A channel to no card, for work that must not reach one.
+class UnconnectedChannel : public card::IChannel {
+public:
+    card::ICardTransport& transport(int) const override {
+        throw std::logic_error("the benchmark reached for the card");
+    }
+};
+
+#endif

@@ -1,0 +1,420 @@
+// The crypto engines as a host gets them from the plugin, on the virtual
+// card in-process: key pairs generated on the card, every signature
+// algorithm of the table signed by the card and verified in software and by
+// openssl, software enciphering for the card to decipher, random bytes, and
+// what the factories and the generator refuse.
+#include "AppError.hpp"
+#include "OpensslFolder.hpp"
+
+#include "app/IApplication.hpp"
+#include "app/SecurityConditions.hpp"
+#include "app/crypto/ICipher.hpp"
+#include "app/crypto/IKeyPairGenerator.hpp"
+#include "app/crypto/IRandom.hpp"
+#include "app/crypto/ISignature.hpp"
+#include "app/object/ICardObjectFactory.hpp"
+#include "app/object/ICardObjectRepository.hpp"
+#include "app/object/IPrivateRSAKey.hpp"
+#include "app/object/IPublicRSAKey.hpp"
+#include "app/pkcs15/detail/util.hpp"
+#include "card/CardException.hpp"
+#include "card/service/IFileAccessService.hpp"
+#include "card/service/IPinManagementService.hpp"
+#include "host/Channel.hpp"
+#include "host/iso7816/Applet.hpp"
+#include "host/iso7816/Card.hpp"
+#include "host/loader/PluginLoader.hpp"
+#include "host/vcard/VirtualCardTransport.hpp"
+#include "mw/Hex.hpp"
+#include "vcard/Personalise.hpp"
+#include "vcard/VirtualCard.hpp"
+
+#include <boost/make_shared.hpp>
+#include <cryptopp/queue.h>
+#include <cryptopp/rsa.h>
+#include <gtest/gtest.h>
+#include <memory>
+
+namespace {
+
+using app::crypto::ICipher;
+using app::crypto::ISignature;
+using app::object::IKey;
+using app::object::IPrivateRSAKey;
+using app::object::IPublicRSAKey;
+
+const std::string rsaEncryption = "1.2.840.113549.1.1.1";
+const std::string sha256WithRsa = "1.2.840.113549.1.1.11";
+
+class NoConfiguration : public plugin::IConfigurationSource {
+public:
+    boost::optional<std::string> readFile(const std::string&) const override { return boost::none; }
+};
+
+mw::ByteBuffer bytesOf(const std::string& text) {
+    return mw::ByteBuffer(reinterpret_cast<const unsigned char*>(text.data()), text.size());
+}
+
+struct KeyPair {
+    boost::shared_ptr<IPrivateRSAKey> privateKey;
+    boost::shared_ptr<IPublicRSAKey> publicKey;
+};
+
+// The plugin's application on a freshly personalised virtual card, with the
+// user PIN verified, reached through the host card layer.
+class PluginCard {
+public:
+    explicit PluginCard(const vcard::Personalisation& options = {})
+        : virtualCard(std::make_shared<vcard::VirtualCard>(vcard::personalise(options)))
+        , channel(boost::make_shared<host::Channel>(
+              std::make_unique<host::VirtualCardTransport>(virtualCard)))
+        , card(boost::make_shared<host::iso7816::Card>(channel))
+        , loader_(P15APP_PATH, NoConfiguration()) {
+        card->selectApplication(*channel, host::iso7816::pkcs15Aid());
+        card::service::PinReference userPin;
+        userPin.reference = 0x01;
+        boost::dynamic_pointer_cast<card::service::IPinManagementService>(
+            card->getInterface("PinManagementService"))
+            ->authenticate(*channel, userPin,
+                           mw::ByteBuffer{'1', '2', '3', '4', '5', '6', 0xFF, 0xFF});
+        reopen();
+    }
+
+    // The application anew: nothing cached from before.
+    void reopen() {
+        application = loader_.getApplications(card, *channel).at(0);
+        repository = boost::dynamic_pointer_cast<app::object::ICardObjectRepository>(application);
+        factory = boost::dynamic_pointer_cast<app::object::ICardObjectFactory>(application);
+    }
+
+    // A new pair of key objects of `bits`, private key used after the user
+    // PIN, not on the card yet.
+    KeyPair newKeyPair(std::uint16_t privateBits, std::uint16_t publicBits,
+                       const std::string& label) const {
+        const app::AccessControlRules userPinRules{app::AccessControlRule(
+            app::AccessControlRule::Read | app::AccessControlRule::Update |
+                app::AccessControlRule::Execute,
+            boost::make_shared<app::AuthIdSecurityCondition>(std::vector<std::uint8_t>{0x01}))};
+        KeyPair pair{boost::dynamic_pointer_cast<IPrivateRSAKey>(factory->createPrivateKey(
+                         app::object::IPrivateKey::RsaPrivateKey, userPinRules)),
+                     boost::dynamic_pointer_cast<IPublicRSAKey>(
+                         factory->createPublicKey(app::object::IPublicKey::RsaPublicKey, {}))};
+        pair.privateKey->setUsage(IKey::Sign | IKey::Decrypt);
+        pair.publicKey->setUsage(IKey::Verify | IKey::Encrypt);
+        for (IKey* key : {static_cast<IKey*>(pair.privateKey.get()),
+                          static_cast<IKey*>(pair.publicKey.get())}) {
+            key->setLabel(label);
+            key->setKeyId(bytesOf(label));
+        }
+        if (privateBits != 0) {
+            pair.privateKey->setModulusLength(privateBits);
+        }
+        if (publicBits != 0) {
+            pair.publicKey->setModulusLength(publicBits);
+        }
+        return pair;
+    }
+
+    KeyPair generate(std::uint16_t bits, const std::string& label) const {
+        const KeyPair pair = newKeyPair(bits, bits, label);
+        application->getKeyPairGenerator(rsaEncryption)
+            ->generate(*channel, pair.privateKey, pair.publicKey);
+        return pair;
+    }
+
+    mw::ByteBuffer sign(const std::string& oid, const KeyPair& key,
+                        const mw::ByteBuffer& data) const {
+        const auto engine = application->getSignature(oid);
+        engine->init(*channel, ISignature::Sign, *key.privateKey);
+        return engine->sign(*channel, data);
+    }
+
+    bool verify(const std::string& oid, const KeyPair& key, const mw::ByteBuffer& data,
+                const mw::ByteBuffer& signature) const {
+        const auto engine = application->getSignature(oid);
+        engine->init(*channel, ISignature::Verify, *key.publicKey);
+        return engine->verify(*channel, data, signature);
+    }
+
+    mw::ByteBuffer directoryFile(unsigned char low) const {
+        const auto files = boost::dynamic_pointer_cast<card::service::IFileAccessService>(
+            card->getInterface("FileAccessService"));
+        files->select(*channel, mw::ByteBuffer{0x44, low});
+        return files->read(*channel, 0, 0);
+    }
+
+    std::shared_ptr<vcard::VirtualCard> virtualCard;
+    boost::shared_ptr<host::Channel> channel;
+    boost::shared_ptr<host::iso7816::Card> card;
+    boost::shared_ptr<app::IApplication> application;
+    boost::shared_ptr<app::object::ICardObjectRepository> repository;
+    boost::shared_ptr<app::object::ICardObjectFactory> factory;
+
+private:
+    host::PluginLoader loader_;
+};
+
+// One card for the suite with a 1024-bit and a 2048-bit key pair generated
+// on it: generation is slow, the keys are shared.
+class Engines : public testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        card_ = std::make_unique<PluginCard>();
+        key1024_ = card_->generate(1024, "key 1024");
+        key2048_ = card_->generate(2048, "key 2048");
+    }
+    static void TearDownTestSuite() {
+        key1024_ = {};
+        key2048_ = {};
+        card_.reset();
+    }
+
+    static std::unique_ptr<PluginCard> card_;
+    static KeyPair key1024_;
+    static KeyPair key2048_;
+};
+
+std::unique_ptr<PluginCard> Engines::card_;
+KeyPair Engines::key1024_;
+KeyPair Engines::key2048_;
+
+TEST_F(Engines, KeyPairsOfEverySizeAreGeneratedIntoFreshReferences) {
+    const KeyPair key1536 = card_->generate(1536, "key 1536");
+    card_->reopen();
+    const auto privateKeys = card_->repository->getPrivateKeys(*card_->channel);
+    const auto publicKeys = card_->repository->getPublicKeys(*card_->channel);
+    ASSERT_EQ(privateKeys.size(), 3u);
+    ASSERT_EQ(publicKeys.size(), 3u);
+    const struct {
+        std::uint16_t bits;
+        unsigned char reference;
+        const KeyPair& generated;
+    } expected[] = {{1024, 0x81, key1024_}, {2048, 0x8D, key2048_}, {1536, 0x87, key1536}};
+    for (std::size_t i = 0; i < 3; ++i) {
+        SCOPED_TRACE(expected[i].bits);
+        const auto listedPrivate = boost::dynamic_pointer_cast<IPrivateRSAKey>(privateKeys[i]);
+        const auto listedPublic = boost::dynamic_pointer_cast<IPublicRSAKey>(publicKeys[i]);
+        EXPECT_EQ(listedPrivate->getModulusLength(), expected[i].bits);
+        EXPECT_EQ(listedPrivate->getKeyReference().keyReference, expected[i].reference);
+        EXPECT_EQ(listedPrivate->getKeyValueReference(),
+                  (mw::ByteBuffer{0x0E, static_cast<unsigned char>(expected[i].reference & 0x7F)}));
+        EXPECT_EQ(listedPublic->getKeyReference().keyReference, expected[i].reference);
+        EXPECT_EQ(listedPublic->getKeyValueReference(),
+                  (mw::ByteBuffer{0x0F, static_cast<unsigned char>(expected[i].reference & 0x7F)}));
+
+        // The generated public key reached the host's object and is the
+        // card's.
+        const mw::ByteBuffer& modulus = expected[i].generated.publicKey->getModulus();
+        EXPECT_EQ(modulus.size() * 8, expected[i].bits);
+        EXPECT_EQ(expected[i].generated.publicKey->getPublicExponent(),
+                  (mw::ByteBuffer{0x01, 0x00, 0x01}));
+        card_->repository->readCardObject(*card_->channel, *listedPublic);
+        EXPECT_EQ(listedPublic->getModulus(), modulus);
+    }
+    const mw::ByteBuffer data = bytesOf("signed with the 1536-bit key");
+    EXPECT_TRUE(
+        card_->verify(sha256WithRsa, key1536, data, card_->sign(sha256WithRsa, key1536, data)));
+}
+
+// Every row of the algorithm table: the card signs what the engine hashed
+// and wrapped, the software verifies; one flipped bit in the signature or
+// the data fails.
+class EveryAlgorithm : public Engines, public testing::WithParamInterface<const char*> {};
+
+TEST_P(EveryAlgorithm, TheCardSignsAndTheSoftwareVerifies) {
+    const std::string oid = GetParam();
+    mw::ByteBuffer data = bytesOf("a message of the host for " + oid);
+    if (oid == rsaEncryption) {
+        // Raw RSA signs what it is given: a DigestInfo the caller built.
+        data = mw::ByteBuffer{0x30, 0x21, 0x30, 0x09, 0x06, 0x05, 0x2B, 0x0E,
+                              0x03, 0x02, 0x1A, 0x05, 0x00, 0x04, 0x14};
+        data.append(mw::ByteBuffer(20));
+    }
+    mw::ByteBuffer signature = card_->sign(oid, key1024_, data);
+    ASSERT_EQ(signature.size(), 128u);
+    EXPECT_TRUE(card_->verify(oid, key1024_, data, signature));
+
+    signature.data()[signature.size() / 2] ^= 0x01;
+    EXPECT_FALSE(card_->verify(oid, key1024_, data, signature));
+    signature.data()[signature.size() / 2] ^= 0x01;
+    data.data()[0] ^= 0x80;
+    EXPECT_FALSE(card_->verify(oid, key1024_, data, signature));
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, EveryAlgorithm,
+                         testing::Values("1.2.840.113549.1.1.1", "1.2.840.113549.1.1.5",
+                                         "1.2.840.113549.1.1.14", "1.2.840.113549.1.1.11",
+                                         "1.2.840.113549.1.1.12", "1.2.840.113549.1.1.13",
+                                         "1.3.36.3.3.1.3", "1.3.36.3.3.1.2", "1.2.840.113549.1.1.2",
+                                         "1.2.840.113549.1.1.4"));
+
+// The modulus and exponent as a DER SubjectPublicKeyInfo, encoded by Crypto++.
+std::vector<unsigned char> subjectPublicKeyInfo(const IPublicRSAKey& key) {
+    const mw::ByteBuffer& n = key.getModulus();
+    const mw::ByteBuffer& e = key.getPublicExponent();
+    CryptoPP::RSA::PublicKey publicKey;
+    publicKey.Initialize(CryptoPP::Integer(n.data(), n.size()),
+                         CryptoPP::Integer(e.data(), e.size()));
+    CryptoPP::ByteQueue queue;
+    publicKey.DEREncode(queue);
+    std::vector<unsigned char> der(queue.MaxRetrievable());
+    queue.Get(der.data(), der.size());
+    return der;
+}
+
+TEST_F(Engines, OpensslVerifiesTheCardsSignaturesAndEnciphersForIt) {
+    if (!hosttest::OpensslFolder::available()) {
+        GTEST_SKIP() << "the openssl command line tool is not installed";
+    }
+    hosttest::OpensslFolder folder;
+    folder.write("spki.der", subjectPublicKeyInfo(*key2048_.publicKey));
+    const mw::ByteBuffer message = bytesOf("signed by the card, checked by openssl");
+    folder.write("message", message);
+    for (const auto& [digest, oid] : {std::pair{"sha1", "1.2.840.113549.1.1.5"},
+                                      {"sha256", "1.2.840.113549.1.1.11"},
+                                      {"sha384", "1.2.840.113549.1.1.12"},
+                                      {"sha512", "1.2.840.113549.1.1.13"}}) {
+        SCOPED_TRACE(digest);
+        folder.write("sig", card_->sign(oid, key2048_, message));
+        EXPECT_TRUE(folder.run(std::string("dgst -") + digest +
+                               " -verify spki.der -keyform DER -signature sig message >/dev/null"));
+    }
+
+    // 245 bytes: the most one 2048-bit PKCS#1 v1.5 block carries.
+    const mw::ByteBuffer secret(std::vector<unsigned char>(245, 0xA5));
+    folder.write("secret", secret);
+    ASSERT_TRUE(folder.run("pkeyutl -encrypt -pubin -inkey spki.der -keyform DER -in secret "
+                           "-out cryptogram"));
+    const auto cipher = card_->application->getCipher(rsaEncryption);
+    cipher->init(*card_->channel, ICipher::Decipher, *key2048_.privateKey);
+    const std::vector<unsigned char> cryptogram = folder.read("cryptogram");
+    EXPECT_EQ(cipher->decipher(*card_->channel, mw::ByteBuffer(cryptogram)), secret);
+}
+
+TEST_F(Engines, TheSoftwareEnciphersAndTheCardDeciphers) {
+    const auto cipher = card_->application->getCipher(rsaEncryption);
+    EXPECT_EQ(cipher->getAlgorithm(), rsaEncryption);
+    // Mode 0 means enciphering with a public key.
+    cipher->init(*card_->channel, static_cast<ICipher::OperationMode>(0), *key1024_.publicKey);
+    for (std::size_t length : {std::size_t{1}, std::size_t{117}}) {
+        const mw::ByteBuffer plain(std::vector<unsigned char>(length, 0x00));
+        const mw::ByteBuffer cryptogram = cipher->encipher(*card_->channel, plain);
+        ASSERT_EQ(cryptogram.size(), 128u);
+        cipher->init(*card_->channel, ICipher::Decipher, *key1024_.privateKey);
+        EXPECT_EQ(cipher->decipher(*card_->channel, cryptogram), plain);
+        cipher->init(*card_->channel, ICipher::Encipher, *key1024_.publicKey);
+    }
+}
+
+TEST_F(Engines, RandomBytesComeFromTheCard) {
+    const auto random = card_->application->getRandom();
+    const vcard::Instrumentation::Counters before =
+        card_->virtualCard->instrumentation().counters();
+    const mw::ByteBuffer bytes = random->generate(*card_->channel, 300);
+    EXPECT_EQ(bytes.size(), 300u);
+    EXPECT_EQ(card_->virtualCard->instrumentation().counters().commands - before.commands, 2u)
+        << "GET CHALLENGE of 256 and of 44 bytes";
+    EXPECT_NE(random->generate(*card_->channel, 300), bytes);
+}
+
+TEST_F(Engines, TheFactoriesRefuseWhatTheyCannotServe) {
+    const auto& application = *card_->application;
+    EXPECT_APP_ERROR(application.getSignature("1.2.840.113549.1.1.10"),
+                     "unsupported signature algorithm");
+    EXPECT_APP_ERROR(application.getCipher(sha256WithRsa),
+                     "failed to get cipher algorithm implementation for oid");
+    EXPECT_APP_ERROR(application.getKeyPairGenerator("1.2.840.113549.1.1.5"),
+                     "KeyPairGenerator for given oid not supported");
+    EXPECT_APP_ERROR(application.getMessageDigest("2.16.840.1.101.3.4.2.1"),
+                     "getMessageDigest not supported");
+    // This card hashes nothing: SHA-256 is hashed by the engine, and the card
+    // applies raw RSA.
+    EXPECT_EQ(application.getSignature(sha256WithRsa)->getAlgorithm(), rsaEncryption);
+
+    const auto signature = application.getSignature(sha256WithRsa);
+    EXPECT_APP_ERROR(signature->init(*card_->channel, ISignature::Sign, *key1024_.publicKey),
+                     "failed to cast from IKey to P15RsaPrivateKey");
+    EXPECT_APP_ERROR(signature->init(*card_->channel, ISignature::Verify, *key1024_.privateKey),
+                     "failed to cast from IKey to P15RsaPublicKey");
+    const KeyPair ungenerated = card_->newKeyPair(1024, 1024, "never generated");
+    EXPECT_APP_ERROR(signature->init(*card_->channel, ISignature::Verify, *ungenerated.publicKey),
+                     "modulus and public exponent must not be empty");
+}
+
+// What the generator refuses before it touches the card, and a generation
+// the card refuses at each of its steps: the card is left as it was.
+TEST_F(Engines, ARefusedGenerationLeavesNothingBehind) {
+    const auto generator = card_->application->getKeyPairGenerator(rsaEncryption);
+    const auto generate = [&](const KeyPair& pair) {
+        generator->generate(*card_->channel, pair.privateKey, pair.publicKey);
+    };
+    const mw::ByteBuffer prkdf = card_->directoryFile(0x00);
+    const mw::ByteBuffer pukdf = card_->directoryFile(0x01);
+    const auto unchanged = [&] {
+        EXPECT_EQ(mw::toHex(card_->directoryFile(0x00)), mw::toHex(prkdf));
+        EXPECT_EQ(mw::toHex(card_->directoryFile(0x01)), mw::toHex(pukdf));
+    };
+    const std::uint64_t commands = card_->virtualCard->instrumentation().counters().commands;
+    EXPECT_APP_ERROR(generate(card_->newKeyPair(0, 0, "k")),
+                     "private key modulus sizes must be specified");
+    EXPECT_APP_ERROR(generate(card_->newKeyPair(1024, 0, "k")),
+                     "public key modulus sizes must be specified");
+    EXPECT_APP_ERROR(generate(card_->newKeyPair(2048, 1024, "k")),
+                     "modulus sizes of keys must be equal");
+    EXPECT_EQ(card_->virtualCard->instrumentation().counters().commands, commands)
+        << "sizes are checked before any card access";
+
+    vcard::Instrumentation& faults = card_->virtualCard->instrumentation();
+    constexpr std::uint8_t createFile = 0xE0;
+    constexpr std::uint8_t generateKeyPair = 0x46;
+    for (const auto& [ins, n] : {std::pair{createFile, 1}, {createFile, 2}, {generateKeyPair, 1}}) {
+        SCOPED_TRACE(testing::Message() << std::hex << int{ins} << " #" << n);
+        faults.injectStatusWord(ins, 0x6A84, static_cast<std::uint64_t>(n));
+        try {
+            generate(card_->newKeyPair(1024, 1024, "refused"));
+            ADD_FAILURE() << "the card refused the generation";
+        } catch (const card::CardException& e) {
+            const unsigned short* sw = boost::get_error_info<card::StatusCode>(e);
+            EXPECT_EQ(sw ? *sw : 0, 0x6A84);
+        }
+        faults.clearFault();
+        unchanged();
+    }
+    // The reference the refusals did not keep goes to the next generation.
+    const KeyPair next = card_->generate(1024, "after the refusals");
+    EXPECT_EQ(next.privateKey->getKeyReference().keyReference, 0x82);
+    card_->repository->deleteCardObject(*card_->channel, *next.privateKey);
+    card_->repository->deleteCardObject(*card_->channel, *next.publicKey);
+    unchanged();
+}
+
+// A card that hashes: the algorithms it lists are performed whole on the
+// card, the engine passes the data through.
+TEST(HashingCard, SignsWhatItListsOnTheCard) {
+    vcard::Personalisation options;
+    options.hashOnCard = true;
+    PluginCard card(options);
+    const KeyPair key = card.generate(1024, "key");
+    for (const char* oid :
+         {"1.2.840.113549.1.1.5", "1.2.840.113549.1.1.11", "1.2.840.113549.1.1.13"}) {
+        SCOPED_TRACE(oid);
+        EXPECT_EQ(card.application->getSignature(oid)->getAlgorithm(), oid);
+        const mw::ByteBuffer data = bytesOf("hashed on the card");
+        const mw::ByteBuffer signature = card.sign(oid, key, data);
+        EXPECT_TRUE(card.verify(oid, key, data, signature));
+    }
+    // Not listed: hashed by the engine, signed with raw RSA.
+    EXPECT_EQ(card.application->getSignature("1.2.840.113549.1.1.4")->getAlgorithm(),
+              rsaEncryption);
+}
+
+// The hash identifiers of the table have even lengths; an odd one is read
+// with its missing "0" before the last digit, not at the front.
+TEST(HashIdentifierText, AnOddLengthGetsItsZeroBeforeTheLastDigit) {
+    EXPECT_EQ(mw::toHex(app::pkcs15::util::hexToBytes("ABC")), "AB0C");
+    EXPECT_EQ(mw::toHex(app::pkcs15::util::hexToBytes("608648016503040201")),
+              "608648016503040201");
+    EXPECT_EQ(mw::toHex(app::pkcs15::util::hexToBytes("7")), "07");
+}
+
+} // namespace

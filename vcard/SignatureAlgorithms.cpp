@@ -1,0 +1,71 @@
+#include "vcard/SignatureAlgorithms.hpp"
+
+#include <cryptopp/pkcspad.h>
+#include <cryptopp/sha.h>
+
+namespace vcard {
+
+namespace {
+
+// DER content of the OIDs of rsaEncryption (1.2.840.113549.1.1.1) and of
+// sha1WithRSAEncryption (…1.1.5), sha224 (…1.1.14), sha256 (…1.1.11),
+// sha384 (…1.1.12) and sha512 (…1.1.13), in algorithm reference order.
+const Bytes pkcs1Arc = {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x01};
+constexpr std::uint8_t rsaEncryptionArc = 0x01;
+constexpr std::uint8_t hashAndSignArcs[] = {0x05, 0x0E, 0x0B, 0x0C, 0x0D};
+
+void appendOid(Bytes& list, std::uint8_t lastArc) {
+    list.push_back(0x06);
+    list.push_back(static_cast<std::uint8_t>(pkcs1Arc.size() + 1));
+    list.insert(list.end(), pkcs1Arc.begin(), pkcs1Arc.end());
+    list.push_back(lastArc);
+}
+
+template <class Hash> Bytes digestInfo(const Bytes& data) {
+    Bytes info(CryptoPP::PKCS_DigestDecoration<Hash>::decoration,
+               CryptoPP::PKCS_DigestDecoration<Hash>::decoration +
+                   CryptoPP::PKCS_DigestDecoration<Hash>::length);
+    Hash hash;
+    hash.Update(data.data(), data.size());
+    const std::size_t prefix = info.size();
+    info.resize(prefix + Hash::DIGESTSIZE);
+    hash.Final(info.data() + prefix);
+    return info;
+}
+
+} // namespace
+
+bool offersSignatureAlgorithm(std::uint8_t reference, bool hashOnCard) {
+    return reference == algorithm::rsaPkcs1 || (hashOnCard && reference >= algorithm::sha1WithRsa &&
+                                                reference <= algorithm::sha512WithRsa);
+}
+
+Bytes algorithmList(bool hashOnCard) {
+    Bytes list = {0xA0, 0x00};
+    appendOid(list, rsaEncryptionArc);
+    if (hashOnCard) {
+        for (std::uint8_t arc : hashAndSignArcs)
+            appendOid(list, arc);
+    }
+    list[1] = static_cast<std::uint8_t>(list.size() - 2);
+    return list;
+}
+
+Bytes toBeSigned(std::uint8_t reference, const Bytes& data) {
+    switch (reference) {
+    case algorithm::sha1WithRsa:
+        return digestInfo<CryptoPP::SHA1>(data);
+    case algorithm::sha1WithRsa + 1:
+        return digestInfo<CryptoPP::SHA224>(data);
+    case algorithm::sha1WithRsa + 2:
+        return digestInfo<CryptoPP::SHA256>(data);
+    case algorithm::sha1WithRsa + 3:
+        return digestInfo<CryptoPP::SHA384>(data);
+    case algorithm::sha512WithRsa:
+        return digestInfo<CryptoPP::SHA512>(data);
+    default:
+        return data;
+    }
+}
+
+} // namespace vcard
