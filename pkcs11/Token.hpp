@@ -21,11 +21,7 @@ class ICardObjectRepository;
 } // namespace app
 namespace card {
 class ICard;
-namespace service {
-class ICardKeyOperation;
-class ICryptographyService;
-} // namespace service
-} // namespace card
+}
 namespace host {
 class Channel;
 class PluginLoader;
@@ -100,9 +96,6 @@ private:
     template <class Operation> void tryPin(const app::object::IPin& pin, Operation operation);
     void checkPinLength(const app::object::IPin& pin, const mw::ByteBuffer& value) const;
     mw::ByteBuffer padded(const app::object::IPin& pin, const mw::ByteBuffer& value) const;
-
-    boost::shared_ptr<card::service::ICryptographyService> cryptography() const;
-    void bindKey(card::service::ICardKeyOperation& operation, const Object& key, int mode) const;
 
     std::vector<std::unique_ptr<Object>>& objects();
     bool isVisible(const Object& object) const;
