@@ -85,6 +85,10 @@ CK_RV p15_DecryptInit(CK_SESSION_HANDLE handle, CK_MECHANISM_PTR mechanism, CK_O
 CK_RV p15_Decrypt(CK_SESSION_HANDLE handle, CK_BYTE_PTR data, CK_ULONG length, CK_BYTE_PTR out,
                   CK_ULONG_PTR outLength);
 CK_RV p15_GenerateRandom(CK_SESSION_HANDLE handle, CK_BYTE_PTR out, CK_ULONG length);
+CK_RV p15_GenerateKeyPair(CK_SESSION_HANDLE handle, CK_MECHANISM_PTR mechanism,
+                          CK_ATTRIBUTE_PTR publicTemplate, CK_ULONG publicCount,
+                          CK_ATTRIBUTE_PTR privateTemplate, CK_ULONG privateCount,
+                          CK_OBJECT_HANDLE_PTR publicKey, CK_OBJECT_HANDLE_PTR privateKey);
 }
 
 #endif

@@ -72,7 +72,7 @@ CK_FUNCTION_LIST makeFunctionList() {
     f.C_SignEncryptUpdate = notSupported;
     f.C_DecryptVerifyUpdate = notSupported;
     f.C_GenerateKey = notSupported;
-    f.C_GenerateKeyPair = notSupported;
+    f.C_GenerateKeyPair = p15_GenerateKeyPair;
     f.C_WrapKey = notSupported;
     f.C_UnwrapKey = notSupported;
     f.C_DeriveKey = notSupported;

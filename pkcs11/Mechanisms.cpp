@@ -20,6 +20,7 @@ const std::vector<Mechanism>& mechanisms() {
         {CKM_SHA256_RSA_PKCS, signing, "1.2.840.113549.1.1.11", "2.16.840.1.101.3.4.2.1"},
         {CKM_SHA384_RSA_PKCS, signing, "1.2.840.113549.1.1.12", "2.16.840.1.101.3.4.2.2"},
         {CKM_SHA512_RSA_PKCS, signing, "1.2.840.113549.1.1.13", "2.16.840.1.101.3.4.2.3"},
+        {CKM_RSA_PKCS_KEY_PAIR_GEN, CKF_GENERATE_KEY_PAIR | CKF_HW, "", ""},
     };
     return table;
 }

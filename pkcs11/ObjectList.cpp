@@ -61,6 +61,8 @@ void readPublicValue(const Repository& repository, const card::IChannel& channel
     attributes.setBytes(CKA_PUBLIC_EXPONENT, bytesOf(key.getPublicExponent()));
 }
 
+} // namespace
+
 std::unique_ptr<Object> publicKeyObject(const boost::shared_ptr<IPublicRSAKey>& key,
                                         CK_OBJECT_HANDLE handle, const Repository& repository,
                                         const card::IChannel& channel) {
@@ -116,8 +118,6 @@ std::unique_ptr<Object> privateKeyObject(const boost::shared_ptr<IPrivateRSAKey>
     }
     return object;
 }
-
-} // namespace
 
 Objects listObjects(const Repository& repository, const card::IChannel& channel,
                     CK_OBJECT_HANDLE& nextHandle) {

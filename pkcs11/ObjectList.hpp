@@ -8,7 +8,9 @@
 
 namespace app::object {
 class ICardObjectRepository;
-}
+class IPrivateRSAKey;
+class IPublicRSAKey;
+} // namespace app::object
 namespace card {
 class IChannel;
 }
@@ -23,6 +25,18 @@ using Objects = std::vector<std::unique_ptr<Object>>;
 // long as `repository` and `channel` live.
 Objects listObjects(const app::object::ICardObjectRepository& repository,
                     const card::IChannel& channel, CK_OBJECT_HANDLE& nextHandle);
+
+// The object of one key; a private key takes its modulus from `publicKey`
+// when there is one.
+std::unique_ptr<Object> publicKeyObject(const boost::shared_ptr<app::object::IPublicRSAKey>& key,
+                                        CK_OBJECT_HANDLE handle,
+                                        const app::object::ICardObjectRepository& repository,
+                                        const card::IChannel& channel);
+std::unique_ptr<Object>
+privateKeyObject(const boost::shared_ptr<app::object::IPrivateRSAKey>& key,
+                 const boost::shared_ptr<app::object::IPublicRSAKey>& publicKey,
+                 CK_OBJECT_HANDLE handle, const app::object::ICardObjectRepository& repository,
+                 const card::IChannel& channel);
 
 } // namespace pkcs11
 

@@ -16,7 +16,9 @@ namespace pkcs11 {
 Token::Token(const host::PluginLoader& loader, std::unique_ptr<card::ICardTransport> transport,
              std::string label)
     : label_(std::move(label))
-    , channel_(boost::make_shared<host::Channel>(std::move(transport))) {
+    , channel_(boost::make_shared<host::Channel>(std::move(transport)))
+    // High enough that a zero or a small stray number names no object.
+    , nextHandle_(0x1001) {
     card_ = boost::make_shared<host::iso7816::Card>(channel_);
     for (const auto& application : loader.getApplications(card_, *channel_)) {
         if (auto* repository =

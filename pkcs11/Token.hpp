@@ -29,6 +29,16 @@ class PluginLoader;
 
 namespace pkcs11 {
 
+// What C_GenerateKeyPair's templates ask for.
+struct KeyPairRequest {
+    std::uint16_t bits = 0;
+    std::string label;
+    mw::ByteBuffer id; // empty: the module chooses
+    std::uint16_t privateUsage = 0;
+    std::uint16_t publicUsage = 0;
+    bool privateObject = true;
+};
+
 // How many sessions a token has open, for its token information.
 struct SessionCounts {
     CK_ULONG all = 0;
@@ -69,6 +79,10 @@ public:
     // A visible object; any other handle is `unknown`.
     Object& object(CK_OBJECT_HANDLE handle, CK_RV unknown = CKR_OBJECT_HANDLE_INVALID);
 
+    // Generates a key pair on the card and returns the handles of its
+    // public and private key objects (TokenKeys.cpp).
+    std::pair<CK_OBJECT_HANDLE, CK_OBJECT_HANDLE> generateKeyPair(const KeyPairRequest& request);
+
     // Private-key work on the card with the key of `object`, and the card's
     // random numbers (TokenCrypto.cpp).
     mw::ByteBuffer sign(const Object& key, const mw::ByteBuffer& input);
@@ -98,6 +112,7 @@ private:
     mw::ByteBuffer padded(const app::object::IPin& pin, const mw::ByteBuffer& value) const;
 
     std::vector<std::unique_ptr<Object>>& objects();
+    mw::ByteBuffer unusedKeyId();
     bool isVisible(const Object& object) const;
 
     std::string label_;
@@ -117,6 +132,7 @@ private:
     mw::ByteBuffer soSecret_;
 
     std::optional<std::vector<std::unique_ptr<Object>>> objects_;
+    CK_OBJECT_HANDLE nextHandle_;
 };
 
 // A text padded with blanks into a fixed-size CK_UTF8CHAR field, cut at a

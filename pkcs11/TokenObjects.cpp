@@ -6,18 +6,11 @@
 
 namespace pkcs11 {
 
-namespace {
-
-// Handles start high enough that a zero or a small stray number from a
-// confused caller names nothing.
-constexpr CK_OBJECT_HANDLE firstHandle = 0x1001;
-
-} // namespace
+namespace {} // namespace
 
 Objects& Token::objects() {
     if (!objects_) {
-        CK_OBJECT_HANDLE next = firstHandle;
-        objects_ = listObjects(*repository_, channel(), next);
+        objects_ = listObjects(*repository_, channel(), nextHandle_);
     }
     return *objects_;
 }

@@ -410,4 +410,44 @@ TEST_F(ModuleTest, ThreadsSigningAtOnceGetCorrectSignatures) {
     EXPECT_NE(random, Bytes(300, 0x00));
 }
 
+// A key pair made on the card signs at once, and is still there for the
+// next process.
+TEST_F(ModuleTest, GeneratedKeyPairsSignAndStay) {
+    const CK_SESSION_HANDLE session = open();
+    ASSERT_EQ(login(session, CKU_USER, userPin), CKR_OK);
+    CK_MECHANISM generate{CKM_RSA_PKCS_KEY_PAIR_GEN, nullptr, 0};
+    CK_ULONG bits = 1000;
+    char label[] = "Fresh key";
+    std::vector<CK_ATTRIBUTE> publicTemplate{{CKA_MODULUS_BITS, &bits, sizeof bits},
+                                             {CKA_LABEL, label, sizeof label - 1}};
+    CK_OBJECT_HANDLE publicHandle = 0, privateHandle = 0;
+    auto generatePair = [&](CK_SESSION_HANDLE in) {
+        return f->C_GenerateKeyPair(in, &generate, publicTemplate.data(), publicTemplate.size(),
+                                    nullptr, 0, &publicHandle, &privateHandle);
+    };
+    EXPECT_EQ(generatePair(session), CKR_KEY_SIZE_RANGE);
+    bits = 1024;
+    EXPECT_EQ(generatePair(open(CKF_SERIAL_SESSION)), CKR_SESSION_READ_ONLY);
+    ASSERT_EQ(generatePair(session), CKR_OK);
+
+    unsigned char id[2] = {};
+    CK_ATTRIBUTE query{CKA_ID, id, sizeof id};
+    ASSERT_EQ(f->C_GetAttributeValue(session, privateHandle, &query, 1), CKR_OK);
+    EXPECT_EQ(Bytes(id, id + 2), (Bytes{0x45, 0x02})) << "the first id after the card's key";
+    Bytes message{'h', 'i'}, signature(128);
+    CK_ULONG length = signature.size();
+    CK_MECHANISM sha1{CKM_SHA1_RSA_PKCS, nullptr, 0};
+    ASSERT_EQ(f->C_SignInit(session, &sha1, privateHandle), CKR_OK);
+    ASSERT_EQ(f->C_Sign(session, message.data(), message.size(), signature.data(), &length),
+              CKR_OK);
+    ASSERT_EQ(f->C_VerifyInit(session, &sha1, publicHandle), CKR_OK);
+    EXPECT_EQ(f->C_Verify(session, message.data(), message.size(), signature.data(), length),
+              CKR_OK);
+
+    ASSERT_EQ(f->C_Finalize(nullptr), CKR_OK);
+    ASSERT_EQ(f->C_Initialize(nullptr), CKR_OK);
+    const CK_SESSION_HANDLE later = open(CKF_SERIAL_SESSION);
+    EXPECT_EQ(find(later, {{CKA_LABEL, label, sizeof label - 1}}).size(), 1u);
+}
+
 } // namespace
