@@ -19,8 +19,9 @@ constexpr std::size_t maxFiles = 4096;
 constexpr std::size_t maxKeyFiles = 256;
 /// Card memory in bytes, as storageOf() counts it.
 constexpr std::size_t capacity = 1024 * 1024;
-/// The largest transparent EF: offsets have 15 bits.
-constexpr std::size_t maxEfSize = 0x7FFF;
+/// The largest transparent EF: the size in the FCP has two bytes. Offsets beyond 7FFF need the
+/// odd-INS READ and UPDATE BINARY.
+constexpr std::size_t maxEfSize = 0xFFFF;
 /// The longest DF name.
 constexpr std::size_t maxDfName = 16;
 /// The longest stored PIN value.

@@ -1,5 +1,6 @@
 #include "vcard/CommandProcessor.hpp"
 
+#include "vcard/CardLimits.hpp"
 #include "vcard/SignatureAlgorithms.hpp"
 #include "vcard/StatusWord.hpp"
 #include "vcard/Tlv.hpp"
@@ -11,7 +12,9 @@ namespace {
 namespace ins {
 constexpr std::uint8_t select = 0xA4;
 constexpr std::uint8_t readBinary = 0xB0;
+constexpr std::uint8_t readBinaryOdd = 0xB1;
 constexpr std::uint8_t updateBinary = 0xD6;
+constexpr std::uint8_t updateBinaryOdd = 0xD7;
 constexpr std::uint8_t createFile = 0xE0;
 constexpr std::uint8_t deleteFile = 0xE4;
 constexpr std::uint8_t verify = 0x20;
@@ -39,6 +42,47 @@ std::size_t binaryOffset(const CommandApdu& apdu) {
     if (apdu.p1 & 0x80)
         throw CardError(sw::wrongP1P2);
     return static_cast<std::size_t>(apdu.p1) << 8 | apdu.p2;
+}
+
+namespace tag {
+constexpr std::uint16_t offset = 0x54;
+constexpr std::uint16_t discretionaryData = 0x53;
+} // namespace tag
+
+/// The data objects of an odd-INS READ or UPDATE BINARY, which addresses the current EF only
+/// (P1-P2 = 0000): the offset object first, then `count` objects in all.
+std::vector<Tlv> oddBinaryObjects(const CommandApdu& apdu, std::size_t count) {
+    requireP1P2(apdu, 0x00, 0x00);
+    requireData(apdu);
+    std::vector<Tlv> objects = parseTlvs(apdu.data);
+    if (objects.size() != count || objects[0].tag != tag::offset || objects[0].value.empty())
+        throw CardError(sw::wrongData);
+    return objects;
+}
+
+/// The offset in an offset data object, of any length; one beyond every file is 6B00.
+std::size_t offsetIn(const Tlv& offsetObject) {
+    std::size_t offset = 0;
+    for (const std::uint8_t byte : offsetObject.value) {
+        if (offset > limits::maxEfSize)
+            throw CardError(sw::offsetOutsideFile);
+        offset = offset << 8 | byte;
+    }
+    return offset;
+}
+
+std::size_t tlvHeaderSize(std::size_t length) {
+    return length < 0x80 ? 2 : length < 0x100 ? 3 : 4;
+}
+
+/// How many file bytes an answer of at most ne bytes carries wrapped in a data object 53.
+std::size_t wrappedRoom(std::size_t ne) {
+    if (ne < tlvHeaderSize(0))
+        throw CardError(sw::wrongLength);
+    std::size_t room = ne - tlvHeaderSize(0);
+    while (room + tlvHeaderSize(room) > ne)
+        --room;
+    return room;
 }
 
 std::uint8_t keyId(std::uint8_t keyReference) {
@@ -85,8 +129,12 @@ Response CommandProcessor::dispatch(const CommandApdu& apdu) {
         return select(apdu);
     case ins::readBinary:
         return readBinary(apdu);
+    case ins::readBinaryOdd:
+        return readBinaryOdd(apdu);
     case ins::updateBinary:
         return updateBinary(apdu);
+    case ins::updateBinaryOdd:
+        return updateBinaryOdd(apdu);
     case ins::createFile:
         return createFile(apdu);
     case ins::deleteFile:
@@ -149,23 +197,51 @@ Response CommandProcessor::readBinary(const CommandApdu& apdu) {
     const std::size_t offset = binaryOffset(apdu);
     if (!apdu.hasLe)
         throw CardError(sw::wrongLength);
+    return readCurrentEf(offset, apdu.ne);
+}
+
+Response CommandProcessor::readBinaryOdd(const CommandApdu& apdu) {
+    const std::size_t offset = offsetIn(oddBinaryObjects(apdu, 1)[0]);
+    if (!apdu.hasLe)
+        throw CardError(sw::wrongLength);
+    Response response = readCurrentEf(offset, wrappedRoom(apdu.ne));
+    Bytes wrapped;
+    appendTlv(wrapped, tag::discretionaryData, response.data);
+    response.data = std::move(wrapped);
+    return response;
+}
+
+Response CommandProcessor::readCurrentEf(std::size_t offset, std::size_t count) const {
     const CardFile& ef = state_.files.currentEf();
     requireAccess(ef, AccessMode::Read);
     if (offset >= ef.content.size())
         throw CardError(sw::offsetOutsideFile);
-    const std::size_t count = std::min(apdu.ne, ef.content.size() - offset);
-    Bytes data(ef.content.begin() + offset, ef.content.begin() + offset + count);
-    return {std::move(data), count < apdu.ne ? sw::endOfFile : sw::ok};
+    const std::size_t available = std::min(count, ef.content.size() - offset);
+    Bytes data(ef.content.begin() + offset, ef.content.begin() + offset + available);
+    return {std::move(data), available < count ? sw::endOfFile : sw::ok};
 }
 
 Response CommandProcessor::updateBinary(const CommandApdu& apdu) {
     const std::size_t offset = binaryOffset(apdu);
     requireData(apdu);
+    return updateCurrentEf(offset, apdu.data);
+}
+
+Response CommandProcessor::updateBinaryOdd(const CommandApdu& apdu) {
+    const std::vector<Tlv> objects = oddBinaryObjects(apdu, 2);
+    if (objects[1].tag != tag::discretionaryData)
+        throw CardError(sw::wrongData);
+    if (objects[1].value.empty())
+        throw CardError(sw::wrongLength);
+    return updateCurrentEf(offsetIn(objects[0]), objects[1].value);
+}
+
+Response CommandProcessor::updateCurrentEf(std::size_t offset, const Bytes& data) {
     CardFile& ef = state_.files.currentEf();
     requireAccess(ef, AccessMode::Update);
-    if (offset + apdu.data.size() > ef.content.size())
+    if (offset > ef.content.size() || data.size() > ef.content.size() - offset)
         throw CardError(sw::notEnoughMemory);
-    std::copy(apdu.data.begin(), apdu.data.end(), ef.content.begin() + offset);
+    std::copy(data.begin(), data.end(), ef.content.begin() + offset);
     changed_ = true;
     return {};
 }

@@ -44,7 +44,11 @@ private:
     Response dispatch(const CommandApdu& apdu);
     Response select(const CommandApdu& apdu);
     Response readBinary(const CommandApdu& apdu);
+    Response readBinaryOdd(const CommandApdu& apdu);
+    Response readCurrentEf(std::size_t offset, std::size_t count) const;
     Response updateBinary(const CommandApdu& apdu);
+    Response updateBinaryOdd(const CommandApdu& apdu);
+    Response updateCurrentEf(std::size_t offset, const Bytes& data);
     Response createFile(const CommandApdu& apdu);
     Response deleteFile(const CommandApdu& apdu);
     Response verify(const CommandApdu& apdu);

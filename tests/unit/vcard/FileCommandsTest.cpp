@@ -100,6 +100,61 @@ TEST_F(FileCommands, UpdateBinaryNeedsTheConditionAndRoom) {
     EXPECT_EQ(sw("00D60000 01 01"), 0x6982);
 }
 
+// B1 and D7 carry the offset in object 54; B1's answer is object 53, which
+// Ne counts whole.
+TEST_F(FileCommands, OddInsReadAndUpdateBinary) {
+    selectApplication();
+    ASSERT_EQ(sw("00A4020C 02 9999"), 0x9000); // 8 bytes of 00
+    EXPECT_EQ(send("00B10000 04 54020000 05"), hex("5303 000000 9000"));
+    EXPECT_EQ(send("00B10000 03 540106 05"), hex("5302 0000 6282"));
+    EXPECT_EQ(send("00B10000 05 5403000007 00"), hex("5301 00 6282")); // any offset length
+    const struct {
+        const char* apdu;
+        std::uint16_t sw;
+    } refusals[] = {
+        {"00B10000 03 540108 05", 0x6B00},
+        {"00B10000 05 5403010000 05", 0x6B00},
+        {"00B10000 02 5400 05", 0x6A80},
+        {"00B10000 04 53020000 05", 0x6A80},
+        {"00B10000 06 54020000 5300 05", 0x6A80},
+        {"00B10000 03 540200 05", 0x6A80},
+        {"00B10000 05", 0x6700},
+        {"00B10000 04 54020000", 0x6700},
+        {"00B10000 04 54020000 01", 0x6700},
+        {"00B10001 04 54020000 05", 0x6A86},
+        {"00D70000 04 54020000", 0x6A80},
+        {"00D70000 07 54020000 7301AB", 0x6A80},
+        {"00D70000 06 54020000 5300", 0x6700},
+        {"00D70100 07 54020000 5301AB", 0x6A86},
+    };
+    for (const auto& refusal : refusals)
+        EXPECT_EQ(sw(refusal.apdu), refusal.sw) << refusal.apdu;
+
+    // The largest EF, up to its last byte; Ne at the edges of 53's length forms.
+    verifyUserPin();
+    ASSERT_EQ(sw("00A4000C 02 DF02"), 0x9000);
+    ASSERT_EQ(createEf("C0FF", "FFFF", "A0029000 A1029000"), 0x9000);
+    EXPECT_EQ(sw("00D70000 08 5402FFFE 5302 ABCD"), 0x6A84);
+    EXPECT_EQ(sw("00D70000 07 5402FFFE 5301 AB"), 0x9000);
+    EXPECT_EQ(send("00B10000 04 5402FFFE 03"), hex("5301 AB 9000"));
+    EXPECT_EQ(sw("00B10000 04 5402FFFF 00"), 0x6B00);
+    const struct {
+        unsigned ne;
+        const char* header;
+        std::size_t bytes;
+    } answers[] = {{0x81, "537F", 127},    {0x82, "537F", 127},    {0x83, "538180", 128},
+                   {0x102, "5381FF", 255}, {0x103, "5381FF", 255}, {0x104, "53820100", 256}};
+    for (const auto& expected : answers) {
+        const Bytes answer = send(
+            concat(hex("00B10000 000004 54028000"), {static_cast<std::uint8_t>(expected.ne >> 8),
+                                                     static_cast<std::uint8_t>(expected.ne)}));
+        const Bytes header = hex(expected.header);
+        EXPECT_EQ(statusWord(answer), 0x9000) << expected.ne;
+        EXPECT_EQ(Bytes(answer.begin(), answer.begin() + header.size()), header) << expected.ne;
+        EXPECT_EQ(answer.size(), header.size() + expected.bytes + 2) << expected.ne;
+    }
+}
+
 TEST_F(FileCommands, OrConditionOfTheAodf) {
     selectApplication();
     ASSERT_EQ(sw("00A4020C 02 4408"), 0x9000);
@@ -132,13 +187,13 @@ TEST_F(FileCommands, CreateAndDeleteAFile) {
 TEST_F(FileCommands, CreateFileRefusesBadTemplates) {
     selectApplication();
     verifyUserPin();
-    EXPECT_EQ(sw("00E00000 08 6206 820101 830244"), 0x6A80);            // truncated TLV
-    EXPECT_EQ(sw("00E00000 09 6207 820101 83025555"), 0x6A80);          // no size
-    EXPECT_EQ(sw("00E00000 0D 620B 80020010 820107 83025555"), 0x6A80); // unknown descriptor
-    EXPECT_EQ(sw("00E00000 0D 620B 80020010 820101 83023FFF"), 0x6A80); // reserved FID
-    EXPECT_EQ(sw("00E00000 0D 620B 80028000 820101 83025555"), 0x6A80); // over 7FFF bytes
-    EXPECT_EQ(sw("00E00000 0D 620B 80020200 820111 83020E01"), 0x6A80); // 512-bit key file
-    EXPECT_EQ(sw("00E00000 0D 620B 80020010 820101 83024400"), 0x6A89); // exists
+    EXPECT_EQ(sw("00E00000 08 6206 820101 830244"), 0x6A80);              // truncated TLV
+    EXPECT_EQ(sw("00E00000 09 6207 820101 83025555"), 0x6A80);            // no size
+    EXPECT_EQ(sw("00E00000 0D 620B 80020010 820107 83025555"), 0x6A80);   // unknown descriptor
+    EXPECT_EQ(sw("00E00000 0D 620B 80020010 820101 83023FFF"), 0x6A80);   // reserved FID
+    EXPECT_EQ(sw("00E00000 0E 620C 8003010000 820101 83025555"), 0x6A80); // over FFFF bytes
+    EXPECT_EQ(sw("00E00000 0D 620B 80020200 820111 83020E01"), 0x6A80);   // 512-bit key file
+    EXPECT_EQ(sw("00E00000 0D 620B 80020010 820101 83024400"), 0x6A89);   // exists
     EXPECT_EQ(sw("00E00000 10 620E 820138 830255AA 8405A000000063"), 0x9000);
     ASSERT_EQ(sw("00A40000 02 5015"), 0x9000);
     EXPECT_EQ(sw("00E00000 10 620E 820138 830255AB 8405A000000063"), 0x6A8A);

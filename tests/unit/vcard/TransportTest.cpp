@@ -18,7 +18,7 @@ TEST_F(Transport, MalformedCommandsGetAStatusWordNeverACrash) {
     EXPECT_EQ(sw("80A40000"), 0x6E00);
     EXPECT_EQ(sw("0CA40000"), 0x6E00);
     EXPECT_EQ(sw("00FF0000"), 0x6D00);
-    EXPECT_EQ(sw("00B1000000"), 0x6D00);
+    EXPECT_EQ(sw("00B3000000"), 0x6D00);
     // The card still works afterwards.
     selectApplication();
 }
