@@ -83,9 +83,6 @@ Fcp Fcp::parse(const mw::ByteBuffer& answer) {
     if (!hasDescriptor) {
         throwMalformed("FCP without a file descriptor");
     }
-    if (result.isTransparentEf() && result.size > maxEfSize) {
-        throwMalformed("FCP with a file size beyond 7FFF");
-    }
     return result;
 }
 

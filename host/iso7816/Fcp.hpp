@@ -34,8 +34,8 @@ struct Fcp {
     bool isDf() const { return descriptor == Df; }
     bool isTransparentEf() const { return descriptor == TransparentEf; }
 
-    // The largest transparent EF: READ BINARY offsets have 15 bits.
-    static constexpr std::size_t maxEfSize = 0x7FFF;
+    // The largest transparent EF: the file size has two octets.
+    static constexpr std::size_t maxEfSize = 0xFFFF;
 
     // Reads a SELECT answer; anything but a well-formed template 62 with a
     // file descriptor, alone in the answer, is a card::InvalidDataException

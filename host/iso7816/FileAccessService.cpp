@@ -3,6 +3,7 @@
 #include "card/CardException.hpp"
 #include "card/IChannel.hpp"
 #include "host/iso7816/IsoCommand.hpp"
+#include "host/iso7816/Tlv.hpp"
 #include "mw/Exception.hpp"
 
 #include <algorithm>
@@ -12,24 +13,63 @@ namespace iso7816 {
 
 namespace {
 
-constexpr std::size_t maxOffset = 0x7FFF;
+// The even INS carries the offset in 15 bits of P1-P2 (bit 8 of P1 set
+// announces a short EF identifier); beyond it, the odd INS carries it in an
+// offset data object and the file's bytes travel in a discretionary one.
+constexpr std::size_t maxPlainOffset = 0x7FFF;
+constexpr unsigned int offsetTag = 0x54;
+constexpr unsigned int discretionaryDataTag = 0x53;
+// The most an odd-INS READ BINARY answer adds to the bytes: 53 82 xx xx.
+constexpr std::size_t discretionaryHeaderSize = 4;
+const char* const readBinaryName = "Read Binary";
 
-unsigned char offsetHigh(std::size_t offset) {
-    if (offset > maxOffset) {
-        MW_THROW(mw::IllegalArgumentException, "file offset beyond 7FFF");
+// Refused before the first command: no EF holds a byte past offset FFFE.
+void checkRange(std::size_t offset, std::size_t length) {
+    if (offset > Fcp::maxEfSize || length > Fcp::maxEfSize - offset) {
+        MW_THROW(mw::IllegalArgumentException, "file range beyond offset FFFE");
     }
-    return static_cast<unsigned char>(offset >> 8);
 }
 
-unsigned char offsetLow(std::size_t offset) {
-    return static_cast<unsigned char>(offset);
+bool needsOddIns(std::size_t offset) {
+    return offset > maxPlainOffset;
 }
 
-// Refused before the first command: no EF holds a byte past offset 7FFF.
-void checkReadRange(std::size_t offset, std::size_t length) {
-    if (offset > maxOffset || length > maxOffset + 1 - offset) {
-        MW_THROW(mw::IllegalArgumentException, "file range beyond offset 7FFF");
+// READ or UPDATE BINARY at `offset`, in the even form while P1-P2 can carry
+// the offset, else in the odd form (INS + 1) on the current EF.
+IsoCommand binaryCommand(const char* name, unsigned char evenIns, std::size_t offset,
+                         const mw::ByteBuffer& data) {
+    const auto high = static_cast<unsigned char>(offset >> 8);
+    const auto low = static_cast<unsigned char>(offset);
+    if (!needsOddIns(offset)) {
+        return IsoCommand(name, evenIns, high, low).withData(data);
     }
+    mw::ByteBuffer body;
+    appendTlv(body, offsetTag, mw::ByteBuffer{high, low});
+    if (!data.empty()) {
+        appendTlv(body, discretionaryDataTag, data);
+    }
+    return IsoCommand(name, static_cast<unsigned char>(evenIns + 1), 0x00, 0x00)
+        .withData(std::move(body));
+}
+
+std::size_t wrappedSize(std::size_t length) {
+    mw::ByteBuffer header;
+    appendTag(header, discretionaryDataTag);
+    appendLength(header, length);
+    return header.size() + length;
+}
+
+// The bytes of an odd-INS READ BINARY answer: exactly one data object 53
+// holding exactly the bytes asked for.
+mw::ByteBuffer unwrapDiscretionaryData(const mw::ByteBuffer& answer, std::size_t length) {
+    return parseAnswerOf(readBinaryName, [&] {
+        const Tlv data = expectTlv(answer, discretionaryDataTag);
+        if (data.length != length || data.end() != answer.size()) {
+            CARD_THROW(card::InvalidDataException()
+                       << card::ErrorText("card answered another length than asked for"));
+        }
+        return tlvValue(answer, data);
+    });
 }
 
 } // namespace
@@ -39,10 +79,12 @@ FileAccessService::FileAccessService(boost::shared_ptr<FileSelection> selection)
 
 mw::ByteBuffer FileAccessService::readChunk(const card::IChannel& channel, std::size_t offset,
                                             std::size_t length) const {
-    return IsoCommand("Read Binary", 0xB0, offsetHigh(offset), offsetLow(offset))
-        .extendedLength(selection_->extendedLength(channel))
-        .expecting(length)
-        .executeExact(channel);
+    const std::size_t expected = needsOddIns(offset) ? wrappedSize(length) : length;
+    mw::ByteBuffer answer = binaryCommand(readBinaryName, 0xB0, offset, mw::ByteBuffer())
+                                .extendedLength(selection_->extendedLength(channel))
+                                .expecting(expected)
+                                .executeExact(channel);
+    return needsOddIns(offset) ? unwrapDiscretionaryData(answer, length) : answer;
 }
 
 mw::ByteBuffer FileAccessService::read(const card::IChannel& channel, std::size_t offset,
@@ -54,12 +96,14 @@ mw::ByteBuffer FileAccessService::read(const card::IChannel& channel, std::size_
         length = offset < fileSize ? fileSize - offset : 0;
     }
     if (length != 0) {
-        checkReadRange(offset, length);
+        checkRange(offset, length);
     }
     return selection_->onCurrentFile([&] {
         mw::ByteBuffer content;
         for (std::size_t done = 0; done < length;) {
-            const std::size_t chunk = std::min(maxReadLength(channel), length - done);
+            const std::size_t room =
+                maxReadLength(channel) - (needsOddIns(offset + done) ? discretionaryHeaderSize : 0);
+            const std::size_t chunk = std::min(room, length - done);
             content.append(readChunk(channel, offset + done, chunk));
             done += chunk;
         }
@@ -78,11 +122,11 @@ void FileAccessService::update(const card::IChannel& channel, std::size_t offset
     if (data.empty()) {
         return;
     }
+    checkRange(offset, data.size());
     card::Transaction transaction(channel);
     selection_->followReset(channel);
     selection_->onCurrentFile([&] {
-        IsoCommand("Update Binary", 0xD6, offsetHigh(offset), offsetLow(offset))
-            .withData(data)
+        binaryCommand("Update Binary", 0xD6, offset, data)
             .extendedLength(selection_->extendedLength(channel))
             .execute(channel);
     });

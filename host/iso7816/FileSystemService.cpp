@@ -39,7 +39,7 @@ void FileSystemService::createFile(const card::IChannel& channel,
     card::Transaction transaction(channel);
     if (const auto* data = dynamic_cast<const DataObjectCreateParams*>(&params)) {
         if (data->size() > Fcp::maxEfSize) {
-            MW_THROW(mw::IllegalArgumentException, "file size beyond 7FFF bytes");
+            MW_THROW(mw::IllegalArgumentException, "file size beyond FFFF bytes");
         }
         const mw::ByteBuffer path = selection_->absolutePath(data->path());
         Fcp fcp;

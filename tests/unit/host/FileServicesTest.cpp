@@ -106,6 +106,34 @@ TEST_P(FileServicesTest, LargeFileRoundTripAndRefusedOverflow) {
     EXPECT_CARD_ERROR(files()->select(*channel_, path), "Select", 0x6A82);
 }
 
+// The largest EF, across the 7FFF/8000 line between offsets in P1-P2 and
+// offset objects, and at chunk edges of both forms.
+TEST_P(FileServicesTest, AnFfffByteFileIsReadAndUpdatedToItsLastByte) {
+    const mw::ByteBuffer path =
+        createFile(0x93, 0xFFFF, {{AccessRead, always()}, {AccessUpdate, always()}});
+    const mw::ByteBuffer content = pattern(0xFFFF, 5);
+    files()->update(*channel_, 0, content);
+    files()->select(*channel_, path);
+    EXPECT_EQ(files()->size(*channel_), 0xFFFFu);
+    EXPECT_EQ(files()->read(*channel_, 0, 0), content);
+
+    const struct {
+        std::size_t offset;
+        std::size_t length;
+    } ranges[] = {{0x7FFF, 1},     {0x8000, 1}, {0x7F80, 0x100},
+                  {0x8000, 0x200}, {0xFFFE, 1}, {0xFE00, 0x1FF}};
+    mw::ByteBuffer expected = content;
+    for (const auto& range : ranges) {
+        const mw::ByteBuffer part = pattern(range.length, static_cast<unsigned char>(range.offset));
+        files()->update(*channel_, range.offset, part);
+        std::copy(part.begin(), part.end(), expected.begin() + range.offset);
+        EXPECT_EQ(files()->read(*channel_, range.offset, range.length), part) << range.offset;
+    }
+    EXPECT_EQ(files()->read(*channel_, 0, 0), expected) << "nothing around the ranges changes";
+    EXPECT_EQ(files()->read(*channel_, 0xFFFE, 0), expected.get(0xFFFE, 1));
+    fileSystem()->deleteFile(*channel_, path);
+}
+
 TEST_P(FileServicesTest, CreatedConditionsAreEnforcedByTheCard) {
     const SecurityConditionPtr userAndSo = boost::make_shared<AndSecurityCondition>(
         SecurityConditionList{pinVerified(0x01), pinVerified(0x03)});

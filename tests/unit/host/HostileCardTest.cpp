@@ -116,8 +116,6 @@ TEST_F(HostileCardTest, MalformedFcpFailsTheSelectNamingFileAndField) {
          "malformed TLV data from the card"},
         {{0x6F, 0x03, 0x82, 0x01, 0x01, 0x90, 0x00}, "malformed TLV data from the card"},
         {{0x62, 0x04, 0x83, 0x02, 0x50, 0x31, 0x90, 0x00}, "FCP without a file descriptor"},
-        {{0x62, 0x07, 0x80, 0x02, 0x80, 0x00, 0x82, 0x01, 0x01, 0x90, 0x00},
-         "FCP with a file size beyond 7FFF"},
         {{0x62, 0x08, 0x80, 0x03, 0x00, 0x00, 0x20, 0x82, 0x01, 0x01, 0x90, 0x00},
          "FCP with a malformed file size"},
         {{0x62, 0x06, 0x82, 0x01, 0x01, 0x83, 0x01, 0x50, 0x90, 0x00},
@@ -139,22 +137,67 @@ TEST_F(HostileCardTest, MalformedFcpFailsTheSelectNamingFileAndField) {
             EXPECT_EQ(sent_.size(), 1u);
         }
     }
-    // The largest size a READ BINARY offset reaches is taken.
-    play({{0x62, 0x07, 0x80, 0x02, 0x7F, 0xFF, 0x82, 0x01, 0x01, 0x90, 0x00}});
-    selectFile();
     const auto files = service<card::service::IFileAccessService>("FileAccessService");
-    EXPECT_EQ(files->size(*channel_), 0x7FFFu);
-    EXPECT_THROW(files->read(*channel_, 0x7F00, 0x101), mw::IllegalArgumentException);
-    EXPECT_EQ(sent_.size(), 1u);
-    script_ = {{0xAB, 0x90, 0x00}};
-    EXPECT_EQ(files->read(*channel_, 0x7FFF, 1), ByteBuffer{0xAB});
-    EXPECT_EQ(sent_.back(), (ByteBuffer{0x00, 0xB0, 0x7F, 0xFF, 0x01}));
-
     play({{0x62, 0x03, 0x82, 0x01, 0x01, 0x90, 0x00}}); // the MF as an EF
     expectInvalidData([&] { files->select(*channel_, {0x3F, 0x00}); }, "Select");
     play({{0x62, 0x03, 0x82, 0x01, 0x01, 0x90, 0x00}}); // an EF as the application
     expectInvalidData([&] { card_->selectApplication(*channel_, host::iso7816::pkcs15Aid()); },
                       "Select");
+}
+
+// Offsets up to 7FFF travel in P1-P2, beyond in an offset object 54 with the
+// answer wrapped in 53; nothing past the last byte of an FFFF-byte EF is sent.
+TEST_F(HostileCardTest, OffsetsBeyond7FFFUseTheOddInsAndCheckTheWrappedAnswer) {
+    const auto files = service<card::service::IFileAccessService>("FileAccessService");
+    play({{0x62, 0x07, 0x80, 0x02, 0xFF, 0xFF, 0x82, 0x01, 0x01, 0x90, 0x00}});
+    selectFile();
+    EXPECT_EQ(files->size(*channel_), 0xFFFFu);
+    const struct {
+        std::size_t offset;
+        ByteBuffer apdu;
+        ByteBuffer answer;
+    } reads[] = {
+        {0x7FFF, {0x00, 0xB0, 0x7F, 0xFF, 0x01}, {0xAB, 0x90, 0x00}},
+        {0x8000,
+         {0x00, 0xB1, 0x00, 0x00, 0x04, 0x54, 0x02, 0x80, 0x00, 0x03},
+         {0x53, 0x01, 0xAB, 0x90, 0x00}},
+        {0xFFFE,
+         {0x00, 0xB1, 0x00, 0x00, 0x04, 0x54, 0x02, 0xFF, 0xFE, 0x03},
+         {0x53, 0x01, 0xAB, 0x90, 0x00}},
+    };
+    for (const auto& read : reads) {
+        script_ = {read.answer};
+        sent_.clear();
+        EXPECT_EQ(files->read(*channel_, read.offset, 1), ByteBuffer{0xAB});
+        EXPECT_EQ(sent_, std::vector<ByteBuffer>{read.apdu});
+    }
+
+    script_ = {{0x90, 0x00}};
+    sent_.clear();
+    files->update(*channel_, 0x8000, {0xAB});
+    EXPECT_EQ(sent_, (std::vector<ByteBuffer>{{0x00, 0xD7, 0x00, 0x00, 0x07, 0x54, 0x02, 0x80, 0x00,
+                                               0x53, 0x01, 0xAB}}));
+
+    sent_.clear();
+    EXPECT_THROW(files->read(*channel_, 0xFFFF, 1), mw::IllegalArgumentException);
+    EXPECT_THROW(files->read(*channel_, 0x7F00, 0x8100), mw::IllegalArgumentException);
+    EXPECT_THROW(files->update(*channel_, 0xFFFE, {0x01, 0x02}), mw::IllegalArgumentException);
+    EXPECT_TRUE(sent_.empty());
+
+    // Another object, a longer or shorter one, or one overrunning the answer.
+    const ByteBuffer hostileAnswers[] = {
+        {0x73, 0x01, 0xAB, 0x90, 0x00},
+        {0x53, 0x02, 0xAB, 0xCD, 0x90, 0x00},
+        {0x53, 0x00, 0x90, 0x00},
+        {0x53, 0x00, 0xAB, 0x90, 0x00},
+        {0x53, 0x02, 0xAB, 0x90, 0x00},
+        {0x53, 0x81, 0x01, 0xAB, 0x90, 0x00},
+        {0xAB, 0x90, 0x00},
+    };
+    for (const ByteBuffer& answer : hostileAnswers) {
+        script_ = {answer};
+        expectInvalidData([&] { files->read(*channel_, 0x8000, 1); }, "Read Binary");
+    }
 }
 
 TEST_F(HostileCardTest, AnswerThatNeverEndsIsCutOff) {
