@@ -2,6 +2,9 @@
 
 #include "AppOnCard.hpp"
 #include "app/ApplicationException.hpp"
+#include "app/crypto/ICipher.hpp"
+#include "app/crypto/IRandom.hpp"
+#include "app/crypto/ISignature.hpp"
 #include "app/object/IPin.hpp"
 #include "card/Apdu.hpp"
 #include "card/CardException.hpp"
@@ -78,6 +81,42 @@ asObjects(const std::vector<boost::shared_ptr<T>>& objects) {
     return {objects.begin(), objects.end()};
 }
 
+const std::string sha256WithRsa = "1.2.840.113549.1.1.11";
+const std::string rsaEncryption = "1.2.840.113549.1.1.1";
+
+// With the first key pair listed: a signature on the card, checked in software.
+void signAndVerify(const app::pkcs15::P15Application& app, const card::IChannel& channel) {
+    const auto privateKey = first(app.getPrivateKeys(channel));
+    const auto publicKey = first(app.getPublicKeys(channel));
+    if (!privateKey || !publicKey) {
+        return;
+    }
+    app.readCardObject(channel, *publicKey);
+    const mw::ByteBuffer data = support::ascii("hostile");
+    const auto signer = app.getSignature(sha256WithRsa);
+    signer->init(channel, app::crypto::ISignature::Sign, *privateKey);
+    const mw::ByteBuffer signature = signer->sign(channel, data);
+    const auto verifier = app.getSignature(sha256WithRsa);
+    verifier->init(channel, app::crypto::ISignature::Verify, *publicKey);
+    verifier->verify(channel, data, signature);
+}
+
+// Enciphered in software, deciphered on the card.
+void encipherAndDecipher(const app::pkcs15::P15Application& app, const card::IChannel& channel) {
+    const auto privateKey = first(app.getPrivateKeys(channel));
+    const auto publicKey = first(app.getPublicKeys(channel));
+    if (!privateKey || !publicKey) {
+        return;
+    }
+    app.readCardObject(channel, *publicKey);
+    const auto encipher = app.getCipher(rsaEncryption);
+    encipher->init(channel, app::crypto::ICipher::Encipher, *publicKey);
+    const mw::ByteBuffer enciphered = encipher->encipher(channel, support::ascii("hostile"));
+    const auto decipher = app.getCipher(rsaEncryption);
+    decipher->init(channel, app::crypto::ICipher::Decipher, *privateKey);
+    decipher->decipher(channel, enciphered);
+}
+
 void runOnApplication(Outcome& outcome, const app::pkcs15::P15Application& app,
                       const card::IChannel& channel) {
     boost::shared_ptr<app::object::IPin> pin; // the first: the user PIN
@@ -94,6 +133,9 @@ void runOnApplication(Outcome& outcome, const app::pkcs15::P15Application& app,
         }
     });
     attempt(outcome, "list private keys", [&] { app.getPrivateKeys(channel); });
+    attempt(outcome, "sign and verify", [&] { signAndVerify(app, channel); });
+    attempt(outcome, "encipher and decipher", [&] { encipherAndDecipher(app, channel); });
+    attempt(outcome, "random", [&] { app.getRandom()->generate(channel, 16); });
     attempt(outcome, "read public keys",
             [&] { readEach(app, channel, asObjects(app.getPublicKeys(channel))); });
     attempt(outcome, "read certificates",
