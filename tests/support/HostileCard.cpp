@@ -6,6 +6,8 @@
 #include "app/crypto/IRandom.hpp"
 #include "app/crypto/ISignature.hpp"
 #include "app/object/IPin.hpp"
+#include "app/object/IPrivateKey.hpp"
+#include "app/object/IPublicKey.hpp"
 #include "card/Apdu.hpp"
 #include "card/CardException.hpp"
 #include "host/ErrorMessage.hpp"
@@ -84,36 +86,47 @@ asObjects(const std::vector<boost::shared_ptr<T>>& objects) {
 const std::string sha256WithRsa = "1.2.840.113549.1.1.11";
 const std::string rsaEncryption = "1.2.840.113549.1.1.1";
 
-// With the first key pair listed: a signature on the card, checked in software.
+struct KeyPair {
+    boost::shared_ptr<app::object::IPrivateKey> privateKey;
+    boost::shared_ptr<app::object::IPublicKey> publicKey;
+};
+
+// The first key pair listed, its public key read; empty when there is none.
+KeyPair firstKeyPair(const app::pkcs15::P15Application& app, const card::IChannel& channel) {
+    KeyPair pair{first(app.getPrivateKeys(channel)), first(app.getPublicKeys(channel))};
+    if (!pair.privateKey || !pair.publicKey) {
+        return {};
+    }
+    app.readCardObject(channel, *pair.publicKey);
+    return pair;
+}
+
+// A signature on the card, checked in software.
 void signAndVerify(const app::pkcs15::P15Application& app, const card::IChannel& channel) {
-    const auto privateKey = first(app.getPrivateKeys(channel));
-    const auto publicKey = first(app.getPublicKeys(channel));
-    if (!privateKey || !publicKey) {
+    const KeyPair pair = firstKeyPair(app, channel);
+    if (!pair.privateKey) {
         return;
     }
-    app.readCardObject(channel, *publicKey);
     const mw::ByteBuffer data = support::ascii("hostile");
     const auto signer = app.getSignature(sha256WithRsa);
-    signer->init(channel, app::crypto::ISignature::Sign, *privateKey);
+    signer->init(channel, app::crypto::ISignature::Sign, *pair.privateKey);
     const mw::ByteBuffer signature = signer->sign(channel, data);
     const auto verifier = app.getSignature(sha256WithRsa);
-    verifier->init(channel, app::crypto::ISignature::Verify, *publicKey);
+    verifier->init(channel, app::crypto::ISignature::Verify, *pair.publicKey);
     verifier->verify(channel, data, signature);
 }
 
 // Enciphered in software, deciphered on the card.
 void encipherAndDecipher(const app::pkcs15::P15Application& app, const card::IChannel& channel) {
-    const auto privateKey = first(app.getPrivateKeys(channel));
-    const auto publicKey = first(app.getPublicKeys(channel));
-    if (!privateKey || !publicKey) {
+    const KeyPair pair = firstKeyPair(app, channel);
+    if (!pair.privateKey) {
         return;
     }
-    app.readCardObject(channel, *publicKey);
     const auto encipher = app.getCipher(rsaEncryption);
-    encipher->init(channel, app::crypto::ICipher::Encipher, *publicKey);
+    encipher->init(channel, app::crypto::ICipher::Encipher, *pair.publicKey);
     const mw::ByteBuffer enciphered = encipher->encipher(channel, support::ascii("hostile"));
     const auto decipher = app.getCipher(rsaEncryption);
-    decipher->init(channel, app::crypto::ICipher::Decipher, *privateKey);
+    decipher->init(channel, app::crypto::ICipher::Decipher, *pair.privateKey);
     decipher->decipher(channel, enciphered);
 }
 
