@@ -4,7 +4,7 @@ BUILD ?= build
 ASAN_BUILD ?= build-asan
 CMAKE_FLAGS ?=
 
-.PHONY: deps configure build install demo demo-pcsc check asan-check format hostile
+.PHONY: deps configure build install demo demo-pcsc check asan-check format fuzz hostile valgrind
 
 deps:
 	scripts/install-deps
@@ -45,6 +45,15 @@ asan-check: deps
 format:
 	git ls-files '*.cpp' '*.hpp' | xargs clang-format -i
 
+# libFuzzer targets, built with clang in a build of their own, each run for
+# FUZZ_SECONDS; the executions per target land in $(FUZZ_BUILD)/fuzz/fuzz-stats.txt.
+FUZZ_BUILD ?= build-fuzz
+FUZZ_SECONDS ?= 60
+fuzz: deps
+	CC=clang CXX=clang++ cmake -S . -B $(FUZZ_BUILD) -DP15_FUZZ=ON -DP15_BENCH=OFF \
+	  -DP15_FUZZ_SECONDS=$(FUZZ_SECONDS) $(CMAKE_FLAGS)
+	cmake --build $(FUZZ_BUILD) -j$(JOBS) --target fuzz
+
 # The application over HOSTILE_CASES seeded hostile cards (seeds from
 # HOSTILE_FIRST_SEED; P15_HOSTILE_SEED=N replays one).
 HOSTILE_CASES ?= 100000
@@ -53,3 +62,15 @@ hostile: configure
 	cmake --build $(BUILD) -j$(JOBS) --target test_hostile_card
 	P15_HOSTILE_CASES=$(HOSTILE_CASES) P15_HOSTILE_FIRST_SEED=$(HOSTILE_FIRST_SEED) \
 	  $(BUILD)/tests/reliability/test_hostile_card
+
+# The test suite under valgrind memcheck (VALGRIND_TESTS: a ctest regex, all
+# by default). A leak or an invalid access fails the test. Left out: PC/SC and
+# installation runs, and the tests that replace free() to look at released
+# memory, which valgrind's own allocator cannot share.
+VALGRIND_TESTS ?= .
+valgrind: build
+	ctest --test-dir $(BUILD) --output-on-failure -R '$(VALGRIND_TESTS)' \
+	  -E 'pcsc|install|BufferWipe|PinWipe|RsaKeyWipe|reliability\.secrets' \
+	  --overwrite MemoryCheckCommand=$$(command -v valgrind) \
+	  --overwrite MemoryCheckCommandOptions='--error-exitcode=99 --leak-check=full --errors-for-leak-kinds=definite --track-origins=no' \
+	  -T memcheck
