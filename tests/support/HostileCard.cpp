@@ -11,6 +11,7 @@
 #include "card/Apdu.hpp"
 #include "card/CardException.hpp"
 #include "host/ErrorMessage.hpp"
+#include "mw/Exception.hpp"
 
 #include <boost/exception/get_error_info.hpp>
 #include <boost/make_shared.hpp>
@@ -63,6 +64,10 @@ void attempt(Outcome& outcome, const char* name, const std::function<void()>& op
     } catch (const app::ApplicationException& e) {
         outcome.errors.push_back(std::string(carriesText(e) ? "" : "unclear: ") + name + ": " +
                                  host::errorMessage(e));
+    } catch (const mw::Exception& e) {
+        // The foundation's and the crypto provider's own failures: a key the
+        // card answered with that the provider refuses, say.
+        outcome.errors.push_back(std::string(name) + ": " + e.what());
     }
 }
 

@@ -107,8 +107,9 @@ const std::string& baseImage();
 // status, verify, sign, encipher and decipher, draw random bytes, change and
 // unblock a PIN, relabel a key, read the card's algorithms. Each operation
 // may fail only with a card or application exception that carries a text or
-// a status word; an exception without one is returned as "unclear: ...",
-// anything else escapes.
+// a status word (one without is returned as "unclear: ...") or with one of
+// the foundation's exceptions, which name their cause; anything else
+// escapes.
 Outcome runWorkload(const support::AppOnCard& card);
 
 // runWorkload on a fresh copy of the base card behind a hostile transport.
