@@ -4,7 +4,7 @@ BUILD ?= build
 ASAN_BUILD ?= build-asan
 CMAKE_FLAGS ?=
 
-.PHONY: deps configure build install demo demo-pcsc check asan-check format fuzz hostile valgrind
+.PHONY: deps configure build install demo demo-pcsc check asan-check format fuzz hostile valgrind bench
 
 deps:
 	scripts/install-deps
@@ -74,3 +74,11 @@ valgrind: build
 	  --overwrite MemoryCheckCommand=$$(command -v valgrind) \
 	  --overwrite MemoryCheckCommandOptions='--error-exitcode=99 --leak-check=full --errors-for-leak-kinds=definite --track-origins=no' \
 	  -T memcheck
+
+# The benchmarks: the Google Benchmark binaries, then the APDU-economy report,
+# which rewrites the tables of docs/performance.md and writes its JSON.
+bench: build
+	for b in $(BUILD)/bench/bench_*; do \
+	  case $$b in *apdu_economy) ;; *) $$b --benchmark_min_time=0.2 || exit 1;; esac; \
+	done
+	$(BUILD)/bench/bench_apdu_economy docs/performance.md $(BUILD)/bench/apdu-economy.json

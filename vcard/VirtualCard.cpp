@@ -50,8 +50,18 @@ VirtualCard::VirtualCard(CardState state, std::optional<std::string> imagePath)
 }
 
 Bytes VirtualCard::atr() const {
-    // T=1 only, historical bytes "p15kit", check byte.
-    return {0x3B, 0x86, 0x01, 0x70, 0x31, 0x35, 0x6B, 0x69, 0x74, 0x85};
+    // TS, T0 (TD1 follows, 12 historical bytes), TD1 (T=1), then the historical bytes: category
+    // 80 (compact-TLV), card capabilities 73 (selection by name, path and FID; data units of one
+    // byte; command chaining, extended Lc/Le), card issuer's data 56 "p15kit"; TCK closes.
+    Bytes atr = {0x3B, 0x8C, 0x01, 0x80,
+                 0x73, 0xB0, 0x01, extendedLength_ ? std::uint8_t{0xC0} : std::uint8_t{0x80},
+                 0x56, 0x70, 0x31, 0x35,
+                 0x6B, 0x69, 0x74};
+    std::uint8_t check = 0;
+    for (std::size_t i = 1; i < atr.size(); ++i)
+        check ^= atr[i];
+    atr.push_back(check);
+    return atr;
 }
 
 void VirtualCard::reset() {
@@ -107,6 +117,8 @@ Bytes VirtualCard::process(const Bytes& command) {
     CommandApdu apdu;
     try {
         apdu = CommandApdu::parse(command);
+        if (apdu.extended && !extendedLength_)
+            throw CardError(sw::wrongLength);
     } catch (const CardError& error) {
         dropTransientData();
         return statusWordOnly(error.statusWord());

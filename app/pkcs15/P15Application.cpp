@@ -407,11 +407,16 @@ mw::ByteBuffer P15Application::updateEncodedAttributes(const fs::P15File* file,
                                                        const mw::ByteBuffer& oldEncoding,
                                                        const mw::ByteBuffer& newEncoding) const {
     const card::IChannel& channel = boundChannel();
-    const mw::ByteBuffer& content = file->content(channel);
-    if (content.empty()) {
+    if (file->content(channel).empty()) {
         APP_THROW(ApplicationException,
                   "unable to update encoded attributes for requested file id");
     }
+    // The bytes the entries grow into, and the one after them, must be known.
+    const std::size_t used = file->contentLength(channel);
+    if (oldEncoding.size() <= used) {
+        file->readUpTo(channel, used - oldEncoding.size() + newEncoding.size() + 1);
+    }
+    const mw::ByteBuffer& content = file->content(channel);
     std::size_t offset = file->contentLength(channel);
     if (!oldEncoding.empty()) {
         const auto& entries = file->entries(channel);
