@@ -85,6 +85,10 @@ TEST_P(ValueObjectsOnTheCard, ACertificateIsWrittenReadBackReplacedAndRemoved) {
     EXPECT_EQ(listed->getLabel().value_or(""), "Signer");
     EXPECT_EQ(listed->getCertificateId(), (mw::ByteBuffer{0x45, 0x01}));
     EXPECT_EQ(listed->getKeyUsage().value_or(0), ICertificate::Sign | ICertificate::Derive);
+    const mw::ByteBuffer subject = listed->getSubject().value_or(mw::ByteBuffer());
+    const std::string name = "p15kit test signer";
+    EXPECT_NE(std::search(subject.begin(), subject.end(), name.begin(), name.end()), subject.end())
+        << "the subject comes from the certificate";
     application_->readCardObject(*channel_, *listed);
     EXPECT_EQ(listed->getValue(), small);
     EXPECT_EQ(fileContent(valueFile), small);
