@@ -196,6 +196,20 @@ TEST_P(ValueObjectsOnTheCard, ATokenLabelWrittenIsInEfTokenInfoAfterReopening) {
               content.end());
 }
 
+// The value's UPDATE BINARY fails after the entry went in: the entry goes
+// out again and the file made for the value is deleted.
+TEST_P(ValueObjectsOnTheCard, AValueTheCardRefusesLeavesNeitherEntryNorFile) {
+    const mw::ByteBuffer emptyDodf = fileContent(dodfId);
+    auto data = factory_->createDataObject(IDataObject::OpaqueDataObject, {});
+    data->setValue(mw::ByteBuffer{0x01, 0x02});
+    virtualCard_->instrumentation().injectStatusWord(0xD6, 0x6581, 2);
+    EXPECT_CARD_ERROR(application_->writeCardObject(*channel_, *data), "Update Binary", 0x6581);
+    EXPECT_EQ(fileContent(dodfId), emptyDodf);
+    EXPECT_FALSE(exists(mw::ByteBuffer{0xDF, 0x02, 0x0D, 0x81}));
+    reopen();
+    EXPECT_TRUE(application_->getDataObjects(*channel_).empty());
+}
+
 // A certificate whose entry does not fit is refused before anything is
 // written: the entries, the value files and the free file stay as they were.
 TEST_P(ValueObjectsOnTheCard, ACertificateIntoAFullCdfLeavesTheCardAsItWas) {

@@ -181,7 +181,8 @@ void P15ValueObject<Generic, File, Entry>::write(const card::IChannel& channel,
     this->clearTouched();
 }
 
-// The file is made anew with the value's size: a value may grow.
+// The file is made anew with the value's size: a value may grow. A file
+// that could not be filled is not left behind.
 template <class Generic, class File, class Entry>
 void P15ValueObject<Generic, File, Entry>::writeValueFile(const card::IChannel& channel,
                                                           const P15Application& application,
@@ -195,10 +196,20 @@ void P15ValueObject<Generic, File, Entry>::writeValueFile(const card::IChannel& 
         channel,
         card::service::DataObjectCreateParams(location.path, value.size(),
                                               valueFileConditions(this->getAccessControlRules())));
-    if (!value.empty()) {
+    if (value.empty()) {
+        return;
+    }
+    try {
         const card::service::IFileAccessService& files = *application.getFileAccessService();
         files.select(channel, location.path);
         files.update(channel, 0, value);
+    } catch (...) {
+        try {
+            deleteIfPresent(channel, application, location.path);
+        } catch (...) {
+            // The failed write is the one to report.
+        }
+        throw;
     }
 }
 
