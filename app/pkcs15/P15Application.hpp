@@ -213,7 +213,8 @@ private:
                                       std::size_t offset, std::size_t oldLength,
                                       const mw::ByteBuffer& replacement);
     void writeChangedBytes(const card::IChannel& channel, const fs::P15File& file,
-                           const mw::ByteBuffer& before, const mw::ByteBuffer& after) const;
+                           const mw::ByteBuffer& before, const mw::ByteBuffer& after,
+                           std::size_t entriesEnd) const;
 
     boost::shared_ptr<const card::ICard> card_;
     boost::shared_ptr<const card::IApplet> applet_;

@@ -93,7 +93,7 @@ void checkRoom(const fs::P15File& file, const card::IChannel& channel,
                const char* outOfMemoryText) {
     if (newEncoding.size() > oldEncoding.size() &&
         file.contentLength(channel) + (newEncoding.size() - oldEncoding.size()) >
-            file.content(channel).size()) {
+            file.fileSize(channel)) {
         APP_THROW(OutOfMemoryException, outOfMemoryText);
     }
 }
