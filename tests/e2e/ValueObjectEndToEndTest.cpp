@@ -202,7 +202,9 @@ TEST_P(ValueObjectsOnTheCard, AValueTheCardRefusesLeavesNeitherEntryNorFile) {
     const mw::ByteBuffer emptyDodf = fileContent(dodfId);
     auto data = factory_->createDataObject(IDataObject::OpaqueDataObject, {});
     data->setValue(mw::ByteBuffer{0x01, 0x02});
-    virtualCard_->instrumentation().injectStatusWord(0xD6, 0x6581, 2);
+    // The entry goes in with two UPDATE BINARY (its body, then its first
+    // byte); the third is the value's.
+    virtualCard_->instrumentation().injectStatusWord(0xD6, 0x6581, 3);
     EXPECT_CARD_ERROR(application_->writeCardObject(*channel_, *data), "Update Binary", 0x6581);
     EXPECT_EQ(fileContent(dodfId), emptyDodf);
     EXPECT_FALSE(exists(mw::ByteBuffer{0xDF, 0x02, 0x0D, 0x81}));

@@ -144,9 +144,16 @@ void P15ValueObject<Generic, File, Entry>::write(const card::IChannel& channel,
     if (isNew) {
         location.path =
             file->getFreeFileId(channel, *application.getFileAccessService(), valueFileType());
-    } else if (value.isModified() && entriesNaming(*file->odf(), channel, location.path) > 1) {
-        APP_THROW(OperationNotSupportedException,
-                  "the value's file holds other objects too; it cannot be replaced");
+    } else if (value.isModified()) {
+        if (hasInexpressibleRules()) {
+            APP_THROW(OperationNotSupportedException,
+                      "the value's file has access rules this application cannot express; it "
+                      "cannot be replaced");
+        }
+        if (entriesNaming(*file->odf(), channel, location.path) > 1) {
+            APP_THROW(OperationNotSupportedException,
+                      "the value's file holds other objects too; it cannot be replaced");
+        }
     }
     if (value.isModified()) {
         location.index = 0;
@@ -179,6 +186,16 @@ void P15ValueObject<Generic, File, Entry>::write(const card::IChannel& channel,
     entry_ = entry;
     location_ = std::move(location);
     this->clearTouched();
+}
+
+template <class Generic, class File, class Entry>
+bool P15ValueObject<Generic, File, Entry>::hasInexpressibleRules() const {
+    if (!entry_) {
+        return false;
+    }
+    const auto& read = commonAttributesOf(*entry_).accessControlRules;
+    const auto& held = this->getAccessControlRules();
+    return read && (!held || held->size() != read->size());
 }
 
 // The file is made anew with the value's size: a value may grow. A file

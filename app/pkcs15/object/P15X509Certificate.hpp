@@ -49,6 +49,10 @@ protected:
     fs::AppObjectType valueFileType() const override {
         return hasRules() ? fs::ProtectedValueFile : fs::CertificateFile;
     }
+    const oss::CommonObjectAttributes&
+    commonAttributesOf(const oss::CertificateType& entry) const override {
+        return entry.x509CertificateValue.commonObjectAttributes;
+    }
 
 private:
     ValueLocation decodeCertificateType(const oss::CertificateType& entry);
