@@ -1,3 +1,4 @@
+#include "AppError.hpp"
 #include "CardFixture.hpp"
 
 #include "app/object/IPin.hpp"
@@ -39,6 +40,9 @@ TEST_P(ApplicationOnCard, EfOdfLocatesTheFiveDirectoryFiles) {
     EXPECT_EQ(fileIdOf(fs::P15File::PuKDF), (mw::ByteBuffer{0x44, 0x01}));
     EXPECT_EQ(fileIdOf(fs::P15File::CDF), (mw::ByteBuffer{0x44, 0x04}));
     EXPECT_EQ(fileIdOf(fs::P15File::DODF), (mw::ByteBuffer{0x44, 0x07}));
+    EXPECT_TRUE(fileIdOf(fs::P15File::TokenInfo).empty()) << "EF(ODF) does not list EF(TokenInfo)";
+    EXPECT_APP_ERROR(fileIdOf(static_cast<fs::P15File::FileId>(6)),
+                     "unknown PKCS#15 file type parameter");
 }
 
 TEST_P(ApplicationOnCard, ListsThePinsAndNoObjectsOfAFreshCard) {

@@ -102,6 +102,7 @@ TEST_P(PinsThroughThePlugin, APinBlocksAfterItsTriesAndItsUnblockingPinFreesIt) 
     EXPECT_CARD_ERROR(user->authenticate(*channel_, text(hosttest::userPin)), "Verify", 0x6983);
     EXPECT_EQ(user->getPinInfo(*channel_).state, 2) << "blocked";
 
+    EXPECT_CARD_ERROR(user->unblock(*channel_, text("87878787")), "Reset Retry Counter", 0x63C4);
     user->unblock(*channel_, text(hosttest::puk));
     EXPECT_EQ(triesLeft(*user), 3);
     user->authenticate(*channel_, text(hosttest::userPin));
@@ -113,6 +114,9 @@ TEST_P(PinsThroughThePlugin, AChangedPinRefusesItsOldValue) {
     EXPECT_CARD_ERROR(user->authenticate(*channel_, text(hosttest::userPin)), "Verify", 0x63C2);
     user->authenticate(*channel_, text("24680"));
     user->change(*channel_, text("24680"), text(hosttest::userPin)); // as it was
+    EXPECT_CARD_ERROR(user->change(*channel_, text("24680"), text("1357")), "Change Reference Data",
+                      0x63C2);
+    user->authenticate(*channel_, text(hosttest::userPin)); // full tries again
 }
 
 TEST_P(PinsThroughThePlugin, DeauthenticateDropsTheRightToWriteEntries) {

@@ -42,6 +42,7 @@ TEST_F(Allocation, RangesDifferBetweenCardAndAppletMode) {
     using Range = P15Application::IdRange;
     EXPECT_EQ(application_->getFileIdRange(fs::DataObjectFile), Range(0xDF020D81, 0xDF020DFF));
     EXPECT_EQ(application_->getFileIdRange(fs::ProtectedValueFile), Range(0x0D01, 0x0D80));
+    EXPECT_EQ(application_->getFreeFileId(fs::ProtectedValueFile), bytes({0x0D, 0x01}));
     EXPECT_EQ(application_->getFileIdRange(fs::RsaPublicKey2048), Range(0x0F0D, 0x0F12));
     EXPECT_EQ(application_->getKeyIdRange(fs::RsaPrivateKey1536), Range(7, 12));
     EXPECT_APP_ERROR(application_->getKeyIdRange(fs::CertificateFile), app::ApplicationException,
@@ -53,13 +54,6 @@ TEST_F(Allocation, RangesDifferBetweenCardAndAppletMode) {
     EXPECT_EQ(applet->getKeyIdRange(fs::RsaPublicKey1024), Range(0, 31));
     EXPECT_APP_ERROR(applet->getFileIdRange(fs::RsaPrivateKey1024), app::ApplicationException,
                      "File id range for requested object type not found");
-}
-
-TEST_F(Allocation, FirstValueFileInCardModeIsAPathBelowDf02) {
-    EXPECT_EQ(application_->getODF()->getDODF()->getFreeFileId(*card_.channel, *card_.files(),
-                                                               fs::DataObjectFile),
-              bytes({0xDF, 0x02, 0x0D, 0x81}));
-    EXPECT_EQ(application_->getFreeFileId(fs::ProtectedValueFile), bytes({0x0D, 0x01}));
 }
 
 TEST_F(Allocation, ValueFilesOfCertificatesAndDataObjectsShareOneIdentifierSpace) {
@@ -90,22 +84,6 @@ TEST_F(Allocation, TheLastFileIdIsHandedOutThenExhaustionIsReportedInTheDirector
                      app::OutOfMemoryException, "maximum number of certificates reached");
     EXPECT_EQ(application_->getFreeFileId(fs::CertificateFile), bytes({0xDF, 0x02, 0xC0, 0x01}))
         << "other ranges are unaffected";
-}
-
-TEST_F(Allocation, NextKeyReferenceSkipsTheOnesInUse) {
-    store(prkdfFile, concat({rsaPrivateKeyEntry(0x81, bytes({0x0E, 0x01})), ecPrivateKeyEntry(),
-                             rsaPrivateKeyEntry(0x82, bytes({0x0E, 0x02}))}));
-    const card::service::KeyRef ref = application_->getODF()->getPrKDF()->getFreeKeyReference(
-        *card_.channel, *card_.files(), 1024);
-    EXPECT_EQ(ref.keyReference, 0x83);
-    EXPECT_EQ(ref.modulusBits, 1024);
-    EXPECT_EQ(ref.fileId, bytes({0x0E, 0x03}));
-    EXPECT_FALSE(ref.flag);
-
-    const card::service::KeyRef publicRef = application_->getODF()->getPuKDF()->getFreeKeyReference(
-        *card_.channel, *card_.files(), 2048);
-    EXPECT_EQ(publicRef.keyReference, 0x8D);
-    EXPECT_EQ(publicRef.fileId, bytes({0x0F, 0x0D}));
 }
 
 // Cards write references above 7F in one octet (02 01 81); read as a signed
@@ -176,13 +154,6 @@ TEST_F(Allocation, KeyReferenceRequestsThatCannotBeMetFailBeforeTheCard) {
                      app::ApplicationException, "unable to get key reference for non-key type");
     EXPECT_APP_ERROR(application_->getFreeKeyReference(static_cast<fs::AppObjectType>(9)),
                      app::ApplicationException, "unable to get key reference for non-key type");
-}
-
-TEST_F(Allocation, AppletModeFindsAReferenceButHasNoKeyFileForIt) {
-    const auto applet = card_.appletApplication();
-    const P15Application::ChannelScope bound(*applet, *card_.channel);
-    EXPECT_APP_ERROR(applet->getFreeKeyReference(fs::RsaPrivateKey1024), app::ApplicationException,
-                     "File id range for requested object type not found");
 }
 
 TEST_F(Allocation, KeyPairsAvoidKeyFilesLeftOnTheCard) {

@@ -33,17 +33,6 @@ protected:
     boost::shared_ptr<app::pkcs15::P15Application> application_ = card_.application();
 };
 
-TEST_F(Directories, EfOdfLocatesAllFiveDirectoryFiles) {
-    EXPECT_EQ(fileIdOf(P15File::AODF), bytes({0x44, 0x08}));
-    EXPECT_EQ(fileIdOf(P15File::PrKDF), bytes({0x44, 0x00}));
-    EXPECT_EQ(fileIdOf(P15File::PuKDF), bytes({0x44, 0x01}));
-    EXPECT_EQ(fileIdOf(P15File::CDF), bytes({0x44, 0x04}));
-    EXPECT_EQ(fileIdOf(P15File::DODF), bytes({0x44, 0x07}));
-    EXPECT_TRUE(fileIdOf(P15File::TokenInfo).empty()) << "EF(ODF) does not list EF(TokenInfo)";
-    EXPECT_APP_ERROR(fileIdOf(static_cast<P15File::FileId>(6)), app::ApplicationException,
-                     "unknown PKCS#15 file type parameter");
-}
-
 TEST_F(Directories, AreReadOnlyWhenTheirObjectsAreNeeded) {
     card_.recorder->clear();
     const auto& aodf = application_->getODF()->getAODF();

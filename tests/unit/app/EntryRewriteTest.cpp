@@ -42,23 +42,6 @@ protected:
     const mw::ByteBuffer last_ = rsaPrivateKeyEntry(0x82, bytes({0x0E, 0x02}));
 };
 
-TEST_F(EntryRewrite, ReplacingAnEntryKeepsTheOthersByteForByte) {
-    ASSERT_EQ(prkdf().values(*card_.channel).size(), 3u);
-    const mw::ByteBuffer longer =
-        rsaPrivateKeyEntry(0x81, bytes({0x3F, 0x00, 0x50, 0x15, 0x0E, 0x01}));
-    card_.recorder->clear();
-
-    prkdf().updateEncodedAttributes(first_, longer);
-
-    const mw::ByteBuffer expected = concat({longer, ecPrivateKeyEntry(), last_});
-    const mw::ByteBuffer onCard = card_.readFile(prkdfFile);
-    EXPECT_EQ(onCard.get(0, expected.size()), expected);
-    EXPECT_TRUE(std::all_of(onCard.begin() + expected.size(), onCard.end(), [](unsigned char b) {
-        return b == 0;
-    })) << "the padding after the entries stays padding";
-    EXPECT_EQ(prkdf().values(*card_.channel).size(), 3u) << "the cache follows the card";
-}
-
 TEST_F(EntryRewrite, WritesOnlyTheBytesThatChanged) {
     mw::ByteBuffer relabelled = last_;
     relabelled.data()[relabelled.size() - 1] ^= 0x01; // last byte of the modulus length
@@ -107,10 +90,13 @@ TEST_F(EntryRewrite, BytesAfterTheEntriesStayUnlessTheEntriesNeedThem) {
     std::copy(added.begin(), added.end(), grown.begin() + used);
     grown.data()[used + added.size()] = 0xFF;
     EXPECT_EQ(card_.readFile(prkdfFile), grown);
+    // The appended bytes first, the byte that makes them an entry last.
     const std::vector<mw::ByteBuffer> updates = card_.recorder->sent(0xD6);
-    ASSERT_EQ(updates.size(), 1u);
-    EXPECT_EQ(updateOf(updates[0]).first, used);
-    EXPECT_EQ(updateOf(updates[0]).second.size(), added.size() + 1);
+    ASSERT_EQ(updates.size(), 2u);
+    EXPECT_EQ(updateOf(updates[0]).first, used + 1);
+    EXPECT_EQ(updateOf(updates[0]).second.size(), added.size());
+    EXPECT_EQ(updateOf(updates[1]).first, used);
+    EXPECT_EQ(updateOf(updates[1]).second, bytes({added.get(0)}));
 
     prkdf().clearContent();
     EXPECT_EQ(prkdf().values(*card_.channel).size(), 4u);

@@ -20,53 +20,34 @@ Apdu raw(const std::string& hex) {
 
 } // namespace
 
-TEST(Apdu, StatusFileSelectIsCase3WithItsData) {
-    const Apdu select(0x00, 0xA4, 0x02, 0x0C, mw::ByteBuffer{0x99, 0x99});
-    EXPECT_EQ(mw::toHex(select.bytes()), "00A4020C029999");
-    EXPECT_EQ(select.getCase(), isoCase3);
-    EXPECT_EQ(select.getLc(), 2);
-    EXPECT_EQ(select.getData(), (mw::ByteBuffer{0x99, 0x99}));
-    EXPECT_EQ(select.getLe(), -1);
-}
-
-TEST(Apdu, HeaderOnlyIsCase1) {
-    const Apdu command(0x00, 0x84, 0x00, 0x00);
-    EXPECT_EQ(mw::toHex(command.bytes()), "00840000");
-    EXPECT_EQ(command.getCase(), isoCase1);
-    EXPECT_EQ(command.getLc(), -1);
-    EXPECT_TRUE(command.getData().empty());
-    EXPECT_EQ(command.getLe(), -1);
-}
-
-TEST(Apdu, FiveBytesAreAlwaysCase2) {
-    const Apdu zeroFifth = raw("00B0000000");
-    EXPECT_EQ(zeroFifth.getCase(), isoCase2);
-    EXPECT_EQ(zeroFifth.getLe(), 0);
-    EXPECT_EQ(zeroFifth.getLc(), -1);
-    EXPECT_TRUE(zeroFifth.getData().empty());
-
+TEST(Apdu, CaseLcDataAndLeFollowFromTheLengths) {
+    const struct {
+        const char* hex;
+        int isoCase, lc;
+        const char* data;
+        int le;
+    } cases[] = {
+        {"00840000", isoCase1, -1, "", -1},
+        {"00B0000000", isoCase2, -1, "", 0}, // five bytes are always case 2
+        {"00A4020C 02 9999", isoCase3, 2, "9999", -1},
+        {"00A40400 02 3F00 FF", isoCase4, 2, "3F00", 0xFF},
+        {"00A40400 05 0102", malformed, -1, "", -1},
+        {"00A40400 01 010203", malformed, -1, "", -1},
+        {"00A40400 00 0102", malformed, -1, "", -1},
+    };
+    for (const auto& c : cases) {
+        const Apdu command = raw(c.hex);
+        EXPECT_EQ(command.getCase(), c.isoCase) << c.hex;
+        EXPECT_EQ(command.getLc(), c.lc) << c.hex;
+        EXPECT_EQ(command.getData(), fromHex(c.data)) << c.hex;
+        EXPECT_EQ(command.getLe(), c.le) << c.hex;
+    }
+    EXPECT_EQ(mw::toHex(Apdu(0x00, 0xA4, 0x02, 0x0C, fromHex("9999")).bytes()), "00A4020C029999");
+    EXPECT_EQ(mw::toHex(Apdu(0x00, 0x84, 0x00, 0x00).bytes()), "00840000");
     // The data constructor writes Lc even for no data, which reads as Le 0.
     const Apdu noData(0x00, 0xA4, 0x00, 0x00, mw::ByteBuffer());
     EXPECT_EQ(mw::toHex(noData.bytes()), "00A4000000");
     EXPECT_EQ(noData.getCase(), isoCase2);
-}
-
-TEST(Apdu, LcAndLeTogetherAreCase4) {
-    const Apdu command = raw("00A4040002 3F00 FF");
-    EXPECT_EQ(command.getCase(), isoCase4);
-    EXPECT_EQ(command.getLc(), 2);
-    EXPECT_EQ(command.getData(), fromHex("3F00"));
-    EXPECT_EQ(command.getLe(), 0xFF);
-}
-
-TEST(Apdu, LengthsThatMatchNoCaseAreMalformed) {
-    for (const char* hex : {"00A4040005 0102", "00A4040001 010203", "00A4040000 0102"}) {
-        const Apdu command = raw(hex);
-        EXPECT_EQ(command.getCase(), malformed) << hex;
-        EXPECT_EQ(command.getLc(), -1) << hex;
-        EXPECT_EQ(command.getLe(), -1) << hex;
-        EXPECT_TRUE(command.getData().empty()) << hex;
-    }
     // Lc keeps only the low 8 bits of the length, so 256 data bytes do not
     // make a short APDU.
     EXPECT_EQ(Apdu(0x00, 0xD6, 0, 0, mw::ByteBuffer(256)).getCase(), malformed);

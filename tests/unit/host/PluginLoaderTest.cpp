@@ -98,13 +98,4 @@ TEST_F(PluginLoaderTest, PluginConfIsLookedUpOptionThenEnvironmentThenHome) {
     EXPECT_FALSE(host::ConfigurationSource().readFile("plugin.conf"));
 }
 
-#ifdef P15APP_PATH
-TEST_F(PluginLoaderTest, LoadsTheRealPlugin) {
-    write(".config/p15kit/plugin.conf", "[Objects]\nwipeForce=false\n");
-    host::PluginLoader loader(P15APP_PATH, host::ConfigurationSource());
-    EXPECT_EQ(loader.descriptor().version, 0u);
-    EXPECT_NE(loader.descriptor().destroy, nullptr);
-}
-#endif
-
 } // namespace

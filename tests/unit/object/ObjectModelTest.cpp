@@ -70,20 +70,6 @@ TEST(TrackedValue, SettingTheHeldValueTouchesWithoutChanging) {
     EXPECT_FALSE(value.isChanged() || value.isTouched());
 }
 
-TEST(ObjectLattice, OneObjectServesEveryInterface) {
-    const auto pin = newPin();
-    const boost::shared_ptr<app::object::ICardObject> object = pin;
-    object->setLabel("Signing PIN");
-    const auto asPin = boost::dynamic_pointer_cast<app::object::IPin>(object);
-    const auto asAuth = boost::dynamic_pointer_cast<app::object::IAuthenticationObject>(object);
-    const auto asControlled = boost::dynamic_pointer_cast<app::IAccessControlled>(object);
-    ASSERT_TRUE(asPin && asAuth && asControlled);
-    EXPECT_EQ(asPin->getLabel().value_or(""), "Signing PIN");
-    EXPECT_EQ(asAuth->getObjectClass(), app::object::ICardObject::AuthenticationObject);
-    EXPECT_NE(dynamic_cast<const AbstractP15Object*>(object.get()), nullptr);
-    EXPECT_TRUE(pin->isTouched());
-}
-
 // The attributes of a private key, before its PKCS#15 class exists.
 class KeyAttributes : public app::object::AbstractPrivateKey {
 public:

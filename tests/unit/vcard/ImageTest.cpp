@@ -51,6 +51,17 @@ protected:
         return card.transmit(hex(command));
     }
 
+    /// Selects the application, verifies the user PIN and generates key pair 81.
+    static void generateKey(VirtualCard& card) {
+        ASSERT_EQ(statusWord(send(card, "00A4040C 0C A000000063504B43532D3135")), 0x9000);
+        ASSERT_EQ(statusWord(card.transmit(apdu(0, 0x20, 0, 1, paddedPin("123456")))), 0x9000);
+        ASSERT_EQ(statusWord(card.transmit(createFile(privateKeyFile, privateKeySecurity))),
+                  0x9000);
+        ASSERT_EQ(statusWord(send(card, "00A4000C 02 5015")), 0x9000);
+        ASSERT_EQ(statusWord(card.transmit(createFile(publicKeyFile, publicKeySecurity))), 0x9000);
+        ASSERT_EQ(statusWord(send(card, "00460081 04 80020400 00")), 0x9000);
+    }
+
     fs::path directory;
     std::string path;
 };
@@ -58,15 +69,9 @@ protected:
 TEST_F(Image, RoundTripKeepsEveryChange) {
     {
         auto card = VirtualCard::open(path);
-        ASSERT_EQ(statusWord(send(*card, "00A4040C 0C A000000063504B43532D3135")), 0x9000);
-        ASSERT_EQ(statusWord(card->transmit(apdu(0, 0x20, 0, 1, paddedPin("123456")))), 0x9000);
+        generateKey(*card);
         ASSERT_EQ(statusWord(send(*card, "00A4020C 02 4404")), 0x9000);
         ASSERT_EQ(statusWord(send(*card, "00D60010 03 A1B2C3")), 0x9000);
-        ASSERT_EQ(statusWord(card->transmit(createFile(privateKeyFile, privateKeySecurity))),
-                  0x9000);
-        ASSERT_EQ(statusWord(send(*card, "00A4000C 02 5015")), 0x9000);
-        ASSERT_EQ(statusWord(card->transmit(createFile(publicKeyFile, publicKeySecurity))), 0x9000);
-        ASSERT_EQ(statusWord(send(*card, "00460081 04 80020400 00")), 0x9000);
         ASSERT_EQ(statusWord(card->transmit(apdu(0, 0x20, 0, 3, paddedPin("00000000")))), 0x63C2);
     }
     const std::string saved = readText(path);
@@ -136,6 +141,11 @@ std::string nestedDfs(int levels) {
     return tree;
 }
 
+std::string namedDf(const std::string& fid, const std::string& name) {
+    return R"({"fid":")" + fid + R"(","type":"df","name":")" + name +
+           R"(","security":"","children":[]})";
+}
+
 TEST_F(Image, CorruptTruncatedOrMissingImagesAreRefusedAndLeftAlone) {
     const std::string good = readText(path);
     const std::string pin1 = "\"reference\": 1,";
@@ -166,6 +176,9 @@ TEST_F(Image, CorruptTruncatedOrMissingImagesAreRefusedAndLeftAlone) {
               "field \"triesLeft\" appears twice"},
              {replaced(good, "\"unblockingPin\": 2", "\"unblockingPin\": 9"),
               "field \"unblockingPin\" names no PIN"},
+             {replaced(good, "\"children\": [",
+                       "\"children\": [" + namedDf("D001", "A000000063504B43532D3135") + ","),
+              "DF name A000000063504B43532D3135 appears twice"},
              // Beyond the card's limits.
              {deep, "nested more than 16 levels"},
          }) {
@@ -183,15 +196,7 @@ TEST_F(Image, CorruptTruncatedOrMissingImagesAreRefusedAndLeftAlone) {
 }
 
 TEST_F(Image, ACorruptKeyIsRefused) {
-    {
-        auto card = VirtualCard::open(path);
-        send(*card, "00A4040C 0C A000000063504B43532D3135");
-        card->transmit(apdu(0, 0x20, 0, 1, paddedPin("123456")));
-        card->transmit(createFile(privateKeyFile, privateKeySecurity));
-        send(*card, "00A4000C 02 5015");
-        card->transmit(createFile(publicKeyFile, publicKeySecurity));
-        ASSERT_EQ(statusWord(send(*card, "00460081 04 80020400 00")), 0x9000);
-    }
+    generateKey(*VirtualCard::open(path));
     std::string text = readText(path);
     const std::size_t p = text.find("\"p\": \"");
     ASSERT_NE(p, std::string::npos);

@@ -181,37 +181,6 @@ Bytes importTemplate(const std::vector<Bytes>& components) {
     return keyTemplate;
 }
 
-TEST_F(KeyCommands, ImportedCrtKeySignsAndFillsThePublicKeyFile) {
-    createKeyFiles(0x0D, 2048);
-    CryptoPP::AutoSeededRandomPool rng;
-    CryptoPP::InvertibleRSAFunction key;
-    key.Initialize(rng, 2048, Integer(65537));
-    const Bytes keyTemplate = importTemplate(crtComponents(key));
-    ASSERT_GT(keyTemplate.size(), 255u);
-    EXPECT_EQ(statusWord(sendChained(0xDB, 0x00, 0x8D, keyTemplate)), 0x9000);
-
-    std::uint16_t status = 0;
-    auto [n, e] = publicKeyOf(sendAndCollect(hex("0046018D00"), status));
-    EXPECT_EQ(status, 0x9000);
-    EXPECT_EQ(n, key.GetModulus());
-
-    ASSERT_EQ(setEnvironment(0xB6, 0x8D), 0x9000);
-    const Bytes data(35, 0x42);
-    Bytes signature = send(apdu(0, 0x2A, 0x9E, 0x9A, data, 0));
-    ASSERT_EQ(statusWord(signature), 0x9000);
-    EXPECT_EQ(bytesOf(a_exp_b_mod_c(integerOf(dataOf(signature)), e, n), 256),
-              type1Block(data, 256));
-
-    // Deciphering a 2048-bit cryptogram needs chaining (1 + 256 bytes).
-    CryptoPP::RSAES_PKCS1v15_Encryptor encryptor{CryptoPP::RSA::PublicKey(key)};
-    Bytes cryptogram(256);
-    encryptor.Encrypt(rng, data.data(), data.size(), cryptogram.data());
-    ASSERT_EQ(setEnvironment(0xB8, 0x8D), 0x9000);
-    EXPECT_EQ(sendChained(0x2A, 0x80, 0x86, concat({0x00}, cryptogram), 0),
-              concat(data, hex("9000")));
-    EXPECT_EQ(sw("00DB008D 04 7F480100"), 0x6A80);
-}
-
 TEST_F(KeyCommands, ImportChecksComponentSizesByValue) {
     createKeyFiles(0x0C, 1024);
     CryptoPP::AutoSeededRandomPool rng;
@@ -249,13 +218,7 @@ TEST_F(KeyCommands, ImportChecksComponentSizesByValue) {
         component = concat(Bytes(64, 0x00), component);
     EXPECT_EQ(statusWord(sendChained(0xDB, 0x00, 0x8C, importTemplate(padded))), 0x9000);
     EXPECT_EQ(publicKeyOf(dataOf(send("0046018C00"))).first, key.GetModulus());
-}
-
-TEST_F(KeyCommands, GeneratedTemplateOver256BytesComesThroughGetResponse) {
-    createKeyFiles(0x0E, 2048);
-    Bytes first = send("0046008E 04 80020800 00");
-    EXPECT_EQ(first.size(), 258u);
-    EXPECT_EQ(statusWord(first), 0x610E); // 7F49 820109 {81 820100 n, 82 03 e}: 270
+    EXPECT_EQ(sw("00DB008C 04 7F480100"), 0x6A80);
 }
 
 TEST_F(KeyCommands, DeletedKeyFileTakesItsKeyAlong) {

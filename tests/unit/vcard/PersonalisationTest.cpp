@@ -1,5 +1,6 @@
-// The personalised card as the plugin reads it: EF(DIR), EF(ODF), EF(TokenInfo), AODF, decoded
-// with the PKCS#15 codec after reading them through APDUs.
+// What the application does not read of the personalised card: EF(DIR) and the
+// serial number in EF(TokenInfo), decoded with the PKCS#15 codec after reading
+// them through APDUs. The directory files and PINs are checked end to end.
 
 #include "CardTestSupport.hpp"
 
@@ -40,50 +41,6 @@ protected:
     }
 };
 
-TEST_F(Personalised, OdfListsTheDirectoryFilesByFid) {
-    Bytes odf = readFile("5015 5031");
-    EXPECT_EQ(odf.size(), 256u);
-    auto entries = decodeAll<oss::PKCS15Objects>(odf);
-    std::map<int, Bytes> paths;
-    for (const auto& entry : entries) {
-        ASSERT_EQ(entry.value.choice, oss::PathOrObjects::path);
-        paths[entry.choice] = entry.value.pathValue.path;
-    }
-    EXPECT_EQ(paths[oss::PKCS15Objects::privateKeys], hex("4400"));
-    EXPECT_EQ(paths[oss::PKCS15Objects::publicKeys], hex("4401"));
-    EXPECT_EQ(paths[oss::PKCS15Objects::certificates], hex("4404"));
-    EXPECT_EQ(paths[oss::PKCS15Objects::dataObjects], hex("4407"));
-    EXPECT_EQ(paths[oss::PKCS15Objects::authObjects], hex("4408"));
-    // Every listed file exists, empty (all 00), with room for dozens of entries.
-    for (const auto& [choice, fid] : paths) {
-        if (choice == oss::PKCS15Objects::authObjects)
-            continue;
-        Bytes content = readFile("5015" + toHex(fid));
-        EXPECT_GE(content.size(), 4096u);
-        EXPECT_EQ(content, Bytes(content.size(), 0x00));
-    }
-}
-
-TEST_F(Personalised, AodfPinsCarryTheCardReferenceInTheirAuthId) {
-    auto entries = decodeAll<oss::AuthenticationType>(readFile("5015 4408"));
-    ASSERT_EQ(entries.size(), 3u);
-    for (const auto& entry : entries) {
-        ASSERT_EQ(entry.choice, oss::AuthenticationType::pin);
-        const auto& pin = entry.pinValue;
-        const std::uint8_t reference = pin.classAttributes.authId.at(0);
-        EXPECT_EQ(pin.typeAttributes.pinReference.value_or(-1), oss::Integer(reference));
-        EXPECT_EQ(pin.typeAttributes.storedLength, 8);
-        EXPECT_EQ(pin.typeAttributes.maxLength.value_or(-1), oss::Integer(8));
-        EXPECT_EQ(pin.typeAttributes.padChar.value_or(Bytes{}), Bytes{0xFF});
-        // The card knows this reference and has it unverified with all tries.
-        EXPECT_EQ(sw(apdu(0, 0x20, 0, reference, {})) & 0xFFF0, 0x63C0);
-    }
-    // unblockingPin (bit 6) on reference 02, soPin (bit 7) on 03.
-    EXPECT_EQ(entries[1].pinValue.typeAttributes.pinFlags.octets.at(0) & 0x02, 0x02);
-    EXPECT_EQ(entries[2].pinValue.typeAttributes.pinFlags.octets.at(0) & 0x01, 0x01);
-    EXPECT_EQ(entries[0].pinValue.commonObjectAttributes.authId.value_or(Bytes{}), Bytes{0x02});
-}
-
 TEST_F(Personalised, TokenInfoHasARandomSerialAndTheCardAlgorithm) {
     auto info = decodeAll<oss::TokenInfo>(readFile("5015 5032")).at(0);
     ASSERT_TRUE(info.serialNumber);
@@ -103,12 +60,6 @@ TEST_F(Personalised, DirNamesTheApplication) {
     ASSERT_EQ(records.size(), 1u);
     EXPECT_EQ(records[0].aid, pkcs15ApplicationId());
     EXPECT_EQ(records[0].path, hex("3F005015"));
-}
-
-TEST_F(Personalised, CardStatusFileAndCertificateDfExist) {
-    selectApplication();
-    EXPECT_EQ(sw("00A4020C 02 9999"), 0x9000); // what the plugin sends after selecting
-    EXPECT_EQ(sw("00A40800 04 5015 DF02"), 0x9000);
 }
 
 TEST(Personalisation, RefusesPinsThatDoNotFit) {

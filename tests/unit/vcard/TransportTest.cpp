@@ -36,20 +36,6 @@ TEST_F(Transport, RandomGarbageNeverThrows) {
     }
 }
 
-TEST_F(Transport, ChainingAssemblesTheDataAndAnswersEachPart) {
-    selectApplication();
-    verifyUserPin();
-    Bytes content(600);
-    for (std::size_t i = 0; i < content.size(); ++i)
-        content[i] = static_cast<std::uint8_t>(i * 7);
-    ASSERT_EQ(sw("00A40200 02 4400"), 0x9000);
-    EXPECT_EQ(statusWord(sendChained(0xD6, 0x00, 0x10, content)), 0x9000);
-    Bytes read = dataOf(send("00B00010 00"));
-    read = concat(read, dataOf(send("00B00110 00")));
-    read = concat(read, dataOf(send(apdu(0, 0xB0, 0x02, 0x10, {}, 600 - 512))));
-    EXPECT_EQ(read, content);
-}
-
 TEST_F(Transport, ChainBrokenByAnotherCommandIsRefusedAndDropped) {
     selectApplication();
     EXPECT_EQ(sw(apdu(0x10, 0xD6, 0x00, 0x00, Bytes(10, 1))), 0x9000);
@@ -120,7 +106,15 @@ TEST_F(Transport, PowerOffSilencesTheCardUntilReset) {
     EXPECT_THROW(send("00A4000C"), CardRemoved);
     card->reset();
     EXPECT_EQ(sw("00A4000C"), 0x9000);
-    EXPECT_EQ(card->atr(), hex("3B860170313 56B697485"));
+    EXPECT_EQ(card->atr(), hex("3B8C0180 73B001C0 56703135 6B69745B"));
+}
+
+TEST_F(Transport, ShortOnlyVariantRefusesExtendedLengthsAndSaysSoInItsAtr) {
+    card->setExtendedLength(false);
+    EXPECT_EQ(card->atr(), hex("3B8C0180 73B00180 56703135 6B69741B"));
+    EXPECT_EQ(sw("00B0000000 0100"), 0x6700) << "extended Le";
+    EXPECT_EQ(sw("00A40800 000002 5015"), 0x6700) << "extended Lc";
+    EXPECT_EQ(sw("00A40800 02 5015"), 0x9000);
 }
 
 TEST_F(Transport, CountersCountBothWays) {
