@@ -4,7 +4,7 @@ BUILD ?= build
 ASAN_BUILD ?= build-asan
 CMAKE_FLAGS ?=
 
-.PHONY: deps configure build install demo demo-pcsc check asan-check format fuzz hostile valgrind bench
+.PHONY: deps configure build install demo demo-pcsc plugin-demo check asan-check format fuzz hostile valgrind bench
 
 deps:
 	scripts/install-deps
@@ -20,19 +20,25 @@ build: configure
 install: build
 	cmake --install $(BUILD) $(if $(PREFIX),--prefix $(PREFIX))
 
+# The walk-through of the README on a fresh virtual card in a temporary
+# folder: init, info, PIN, key generation, self-signed certificate, signature,
+# and openssl's independent check of it.
 demo: build
-	$(BUILD)/tools/plugin-demo/p15-plugin-demo
+	P15TOOL=$(BUILD)/tools/p15tool/p15tool scripts/demo
 
-# The demo with the virtual card in pcscd's "Virtual PCD" reader. pcscd and
+# The same with the virtual card in pcscd's "Virtual PCD" reader. pcscd and
 # the bridge are started as the tests start them (as root, no systemd) and
 # exactly those are stopped afterwards.
 demo-pcsc: build
-	@state=$$(mktemp -d) && \
+	P15TOOL=$(BUILD)/tools/p15tool/p15tool \
 	P15_VCARD_SERVE=$(BUILD)/vcard/p15-vcard-serve \
 	P15_PCSC_WAIT=$(BUILD)/tests/unit/vcard/pcsc-wait-card \
-	scripts/pcscd-fixture start $$state && \
-	{ $(BUILD)/tools/plugin-demo/p15-plugin-demo --reader "Virtual PCD"; status=$$?; \
-	  scripts/pcscd-fixture stop $$state; rm -rf $$state; exit $$status; }
+	scripts/demo --reader
+
+# The smallest host: loads the plugin through QueryPlugin, connects a fresh
+# virtual card and prints its PKCS#15 application.
+plugin-demo: build
+	$(BUILD)/tools/plugin-demo/p15-plugin-demo
 
 check: build
 	ctest --test-dir $(BUILD) --output-on-failure
