@@ -18,7 +18,7 @@ $python -c 'import PyKCS11' 2>/dev/null || { echo "skipped: python3-pykcs11 not 
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-"$maker" "$work/card.json" "$work/public.der"
+"$maker" "$work/card.json" "$work"
 openssl pkey -pubin -inform DER -in "$work/public.der" -out "$work/public.pem"
 export P15KIT_PKCS11_CARD="$work/card.json" P15KIT_PKCS11_PCSC=off
 fail() { echo "FAILED: $*"; exit 1; }
@@ -40,12 +40,25 @@ ssh-keygen -D "$module" | cut -d' ' -f1,2 >"$work/from-card"
 ssh-keygen -i -m PKCS8 -f "$work/public.pem" | cut -d' ' -f1,2 >"$work/expected"
 cmp -s "$work/from-card" "$work/expected" || fail "ssh-keygen -D printed $(cat "$work/from-card")"
 
-# NSS: the module added to a fresh database shows the token.
+# NSS: the module added to a fresh database shows the token and lists
+# the card's certificate.
 mkdir "$work/nss"
 certutil -N -d "sql:$work/nss" --empty-password
 modutil -dbdir "sql:$work/nss" -add p15kit -libfile "$module" -force >/dev/null
 modutil -dbdir "sql:$work/nss" -list p15kit >"$work/nss-module"
 grep -q 'p15kit virtual card' "$work/nss-module" || fail "NSS sees no token: $(cat "$work/nss-module")"
+certutil -L -h all -d "sql:$work/nss" >"$work/nss-certificates"
+grep -q 'p15kit virtual card:Signing key' "$work/nss-certificates" ||
+    fail "certutil lists no certificate: $(cat "$work/nss-certificates")"
+
+# A card whose key has no public key entry: ssh finds the key in the certificate.
+mkdir "$work/bare"
+"$maker" "$work/bare/card.json" "$work/bare" --no-public-key
+openssl pkey -pubin -inform DER -in "$work/bare/public.der" -out "$work/bare/public.pem"
+P15KIT_PKCS11_CARD="$work/bare/card.json" ssh-keygen -D "$module" | cut -d' ' -f1,2 >"$work/bare/from-card"
+ssh-keygen -i -m PKCS8 -f "$work/bare/public.pem" | cut -d' ' -f1,2 >"$work/bare/expected"
+cmp -s "$work/bare/from-card" "$work/bare/expected" ||
+    fail "ssh-keygen -D found no key in the certificate: $(cat "$work/bare/from-card")"
 
 $python "$here/pykcs11-test.py" "$module" "$work"
 openssl dgst -sha256 -verify "$work/public.pem" -signature "$work/signature" "$work/message" \
