@@ -88,28 +88,6 @@ void putCertifiedKey(const CertificateFields& fields, Attributes& attributes) {
     attributes.setBytes(CKA_SUBJECT, fields.subject);
 }
 
-std::unique_ptr<Object> certificateObject(const boost::shared_ptr<ICertificate>& certificate,
-                                          CK_OBJECT_HANDLE handle, const Repository& repository,
-                                          const card::IChannel& channel) {
-    Attributes attributes = commonAttributes(*certificate, CKO_CERTIFICATE);
-    attributes.setUlong(CKA_CERTIFICATE_TYPE, CKC_X_509);
-    attributes.setBytes(CKA_ID, bytesOf(certificate->getCertificateId()));
-    attributes.setBool(CKA_TRUSTED, false);
-    attributes.setUlong(CKA_CERTIFICATE_CATEGORY,
-                        certificate->getAuthority() ? categoryAuthority : categoryTokenUser);
-    auto object = std::make_unique<Object>(handle, certificate, std::move(attributes));
-    object->defer({CKA_VALUE, CKA_SUBJECT, CKA_ISSUER, CKA_SERIAL_NUMBER},
-                  [&repository, &channel, certificate](Attributes& a) {
-                      const Bytes value = certificateValue(repository, channel, *certificate);
-                      a.setBytes(CKA_VALUE, value);
-                      const auto fields = parseCertificate(value);
-                      a.setBytes(CKA_SUBJECT, fields ? fields->subject : Bytes());
-                      a.setBytes(CKA_ISSUER, fields ? fields->issuer : Bytes());
-                      a.setBytes(CKA_SERIAL_NUMBER, fields ? fields->serialNumber : Bytes());
-                  });
-    return object;
-}
-
 // The public key of a certificate whose key has no public key entry.
 std::unique_ptr<Object> certifiedKeyObject(const boost::shared_ptr<ICertificate>& certificate,
                                            CK_OBJECT_HANDLE handle, const Repository& repository,
@@ -129,26 +107,6 @@ std::unique_ptr<Object> certifiedKeyObject(const boost::shared_ptr<ICertificate>
                           putCertifiedKey(*fields, a);
                       }
                   });
-    return object;
-}
-
-std::unique_ptr<Object> dataObject(const boost::shared_ptr<IDataObject>& data,
-                                   CK_OBJECT_HANDLE handle, const Repository& repository,
-                                   const card::IChannel& channel) {
-    Attributes attributes = commonAttributes(*data, CKO_DATA);
-    attributes.setText(CKA_APPLICATION, data->getApplicationName().value_or(""));
-    if (const auto& oid = data->getApplicationOid(); oid && oid->size() < 0x80) {
-        Bytes der{0x06, static_cast<unsigned char>(oid->size())};
-        der.insert(der.end(), oid->begin(), oid->end());
-        attributes.setBytes(CKA_OBJECT_ID, der);
-    }
-    auto object = std::make_unique<Object>(handle, data, std::move(attributes));
-    object->defer({CKA_VALUE}, [&repository, &channel, data](Attributes& a) {
-        if (data->getValue().empty()) {
-            repository.readCardObject(channel, *data);
-        }
-        a.setBytes(CKA_VALUE, bytesOf(data->getValue()));
-    });
     return object;
 }
 
@@ -207,6 +165,48 @@ std::unique_ptr<Object> privateKeyObject(const boost::shared_ptr<IPrivateRSAKey>
                           readPublicValue(repository, channel, *publicKey, a);
                       });
     }
+    return object;
+}
+
+std::unique_ptr<Object> certificateObject(const boost::shared_ptr<ICertificate>& certificate,
+                                          CK_OBJECT_HANDLE handle, const Repository& repository,
+                                          const card::IChannel& channel) {
+    Attributes attributes = commonAttributes(*certificate, CKO_CERTIFICATE);
+    attributes.setUlong(CKA_CERTIFICATE_TYPE, CKC_X_509);
+    attributes.setBytes(CKA_ID, bytesOf(certificate->getCertificateId()));
+    attributes.setBool(CKA_TRUSTED, false);
+    attributes.setUlong(CKA_CERTIFICATE_CATEGORY,
+                        certificate->getAuthority() ? categoryAuthority : categoryTokenUser);
+    auto object = std::make_unique<Object>(handle, certificate, std::move(attributes));
+    object->defer({CKA_VALUE, CKA_SUBJECT, CKA_ISSUER, CKA_SERIAL_NUMBER},
+                  [&repository, &channel, certificate](Attributes& a) {
+                      const Bytes value = certificateValue(repository, channel, *certificate);
+                      a.setBytes(CKA_VALUE, value);
+                      const auto fields = parseCertificate(value);
+                      a.setBytes(CKA_SUBJECT, fields ? fields->subject : Bytes());
+                      a.setBytes(CKA_ISSUER, fields ? fields->issuer : Bytes());
+                      a.setBytes(CKA_SERIAL_NUMBER, fields ? fields->serialNumber : Bytes());
+                  });
+    return object;
+}
+
+std::unique_ptr<Object> dataObject(const boost::shared_ptr<IDataObject>& data,
+                                   CK_OBJECT_HANDLE handle, const Repository& repository,
+                                   const card::IChannel& channel) {
+    Attributes attributes = commonAttributes(*data, CKO_DATA);
+    attributes.setText(CKA_APPLICATION, data->getApplicationName().value_or(""));
+    if (const auto& oid = data->getApplicationOid(); oid && oid->size() < 0x80) {
+        Bytes der{0x06, static_cast<unsigned char>(oid->size())};
+        der.insert(der.end(), oid->begin(), oid->end());
+        attributes.setBytes(CKA_OBJECT_ID, der);
+    }
+    auto object = std::make_unique<Object>(handle, data, std::move(attributes));
+    object->defer({CKA_VALUE}, [&repository, &channel, data](Attributes& a) {
+        if (data->getValue().empty()) {
+            repository.readCardObject(channel, *data);
+        }
+        a.setBytes(CKA_VALUE, bytesOf(data->getValue()));
+    });
     return object;
 }
 

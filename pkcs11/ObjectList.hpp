@@ -8,6 +8,8 @@
 
 namespace app::object {
 class ICardObjectRepository;
+class ICertificate;
+class IDataObject;
 class IPrivateRSAKey;
 class IPublicRSAKey;
 } // namespace app::object
@@ -38,6 +40,15 @@ privateKeyObject(const boost::shared_ptr<app::object::IPrivateRSAKey>& key,
                  const boost::shared_ptr<app::object::IPublicRSAKey>& publicKey,
                  CK_OBJECT_HANDLE handle, const app::object::ICardObjectRepository& repository,
                  const card::IChannel& channel);
+
+std::unique_ptr<Object>
+certificateObject(const boost::shared_ptr<app::object::ICertificate>& certificate,
+                  CK_OBJECT_HANDLE handle, const app::object::ICardObjectRepository& repository,
+                  const card::IChannel& channel);
+std::unique_ptr<Object> dataObject(const boost::shared_ptr<app::object::IDataObject>& data,
+                                   CK_OBJECT_HANDLE handle,
+                                   const app::object::ICardObjectRepository& repository,
+                                   const card::IChannel& channel);
 
 } // namespace pkcs11
 

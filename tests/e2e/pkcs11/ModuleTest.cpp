@@ -476,4 +476,43 @@ TEST_F(ModuleTest, CertificatesShowTheirValueAndItsFields) {
     EXPECT_EQ(answer(4), (Bytes{0x45, 0x01}));
 }
 
+// A private data object stored through the module is on the card for the
+// next process, and gone after C_DestroyObject.
+TEST_F(ModuleTest, DataObjectsAreStoredAndDestroyed) {
+    const CK_SESSION_HANDLE session = open();
+    ASSERT_EQ(login(session, CKU_USER, userPin), CKR_OK);
+    CK_OBJECT_CLASS dataClass = CKO_DATA, secretClass = CKO_SECRET_KEY;
+    CK_BBOOL yes = CK_TRUE;
+    char label[] = "note", value[] = "hello";
+    std::vector<CK_ATTRIBUTE> data{{CKA_CLASS, &dataClass, sizeof dataClass},
+                                   {CKA_LABEL, label, sizeof label - 1},
+                                   {CKA_PRIVATE, &yes, sizeof yes},
+                                   {CKA_VALUE, value, sizeof value - 1}};
+    CK_OBJECT_HANDLE created = 0;
+    EXPECT_EQ(f->C_CreateObject(session, data.data(), 3, &created), CKR_TEMPLATE_INCOMPLETE);
+    std::vector<CK_ATTRIBUTE> secret{{CKA_CLASS, &secretClass, sizeof secretClass}};
+    EXPECT_EQ(f->C_CreateObject(session, secret.data(), 1, &created), CKR_TEMPLATE_INCONSISTENT);
+    EXPECT_EQ(f->C_CreateObject(open(CKF_SERIAL_SESSION), data.data(), data.size(), &created),
+              CKR_SESSION_READ_ONLY);
+    ASSERT_EQ(f->C_CreateObject(session, data.data(), data.size(), &created), CKR_OK);
+
+    ASSERT_EQ(f->C_Finalize(nullptr), CKR_OK);
+    ASSERT_EQ(f->C_Initialize(nullptr), CKR_OK);
+    const CK_SESSION_HANDLE later = open();
+    std::vector<CK_ATTRIBUTE> byLabel{{CKA_CLASS, &dataClass, sizeof dataClass},
+                                      {CKA_LABEL, label, sizeof label - 1}};
+    EXPECT_TRUE(find(later, byLabel).empty()) << "private until login";
+    ASSERT_EQ(login(later, CKU_USER, userPin), CKR_OK);
+    const auto found = find(later, byLabel);
+    ASSERT_EQ(found.size(), 1u);
+    char readBack[16] = {};
+    CK_ATTRIBUTE query{CKA_VALUE, readBack, sizeof readBack};
+    ASSERT_EQ(f->C_GetAttributeValue(later, found[0], &query, 1), CKR_OK);
+    EXPECT_EQ(std::string(readBack, query.ulValueLen), "hello");
+
+    ASSERT_EQ(f->C_DestroyObject(later, found[0]), CKR_OK);
+    EXPECT_TRUE(find(later, byLabel).empty());
+    EXPECT_EQ(f->C_DestroyObject(later, found[0]), CKR_OBJECT_HANDLE_INVALID);
+}
+
 } // namespace
