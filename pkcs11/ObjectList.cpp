@@ -88,6 +88,17 @@ void putCertifiedKey(const CertificateFields& fields, Attributes& attributes) {
     attributes.setBytes(CKA_SUBJECT, fields.subject);
 }
 
+// Fills in the public key a certificate holds, read on first use.
+Object::Completion certifiedKey(const Repository& repository, const card::IChannel& channel,
+                                const boost::shared_ptr<ICertificate>& certificate) {
+    return [&repository, &channel, certificate](Attributes& a) {
+        const auto fields = parseCertificate(certificateValue(repository, channel, *certificate));
+        if (fields) {
+            putCertifiedKey(*fields, a);
+        }
+    };
+}
+
 // The public key of a certificate whose key has no public key entry.
 std::unique_ptr<Object> certifiedKeyObject(const boost::shared_ptr<ICertificate>& certificate,
                                            CK_OBJECT_HANDLE handle, const Repository& repository,
@@ -100,13 +111,7 @@ std::unique_ptr<Object> certifiedKeyObject(const boost::shared_ptr<ICertificate>
     attributes.setBool(CKA_LOCAL, false);
     auto object = std::make_unique<Object>(handle, certificate, std::move(attributes));
     object->defer({CKA_MODULUS, CKA_PUBLIC_EXPONENT, CKA_MODULUS_BITS, CKA_SUBJECT},
-                  [&repository, &channel, certificate](Attributes& a) {
-                      const auto fields =
-                          parseCertificate(certificateValue(repository, channel, *certificate));
-                      if (fields) {
-                          putCertifiedKey(*fields, a);
-                      }
-                  });
+                  certifiedKey(repository, channel, certificate));
     return object;
 }
 
@@ -247,15 +252,8 @@ Objects listObjects(const Repository& repository, const card::IChannel& channel,
         const auto pair = publicKeyWithId(rsa->getKeyId());
         objects.push_back(privateKeyObject(rsa, pair, nextHandle++, repository, channel));
         if (const auto certificate = certificateWithId(rsa->getKeyId()); !pair && certificate) {
-            objects.back()->defer({CKA_MODULUS, CKA_PUBLIC_EXPONENT}, [&repository, &channel,
-                                                                       certificate](Attributes& a) {
-                const auto fields =
-                    parseCertificate(certificateValue(repository, channel, *certificate));
-                if (fields && !fields->modulus.empty()) {
-                    a.setBytes(CKA_MODULUS, fields->modulus);
-                    a.setBytes(CKA_PUBLIC_EXPONENT, fields->exponent);
-                }
-            });
+            objects.back()->defer({CKA_MODULUS, CKA_PUBLIC_EXPONENT},
+                                  certifiedKey(repository, channel, certificate));
         }
     }
     for (const auto& data : repository.getDataObjects(channel)) {
