@@ -2,9 +2,11 @@
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 BUILD ?= build
 ASAN_BUILD ?= build-asan
+TSAN_BUILD ?= build-tsan
 CMAKE_FLAGS ?=
 
-.PHONY: deps configure build install demo demo-pcsc plugin-demo check asan-check format fuzz hostile valgrind bench
+.PHONY: deps configure build install demo demo-pcsc plugin-demo check asan-check format fuzz hostile \
+  valgrind bench pkcs11-tsan
 
 deps:
 	scripts/install-deps
@@ -47,6 +49,15 @@ asan-check: deps
 	cmake -S . -B $(ASAN_BUILD) -DP15_SANITIZE=ON -DP15_BENCH=OFF $(CMAKE_FLAGS)
 	cmake --build $(ASAN_BUILD) -j$(JOBS)
 	ctest --test-dir $(ASAN_BUILD) --output-on-failure
+
+# The PKCS#11 module's tests (threads signing at once among them) under
+# ThreadSanitizer, in build-tsan/.
+pkcs11-tsan: deps
+	cmake -S . -B $(TSAN_BUILD) -DCMAKE_CXX_FLAGS=-fsanitize=thread \
+	  -DCMAKE_SHARED_LINKER_FLAGS=-fsanitize=thread -DCMAKE_EXE_LINKER_FLAGS=-fsanitize=thread \
+	  -DP15_BENCH=OFF $(CMAKE_FLAGS)
+	cmake --build $(TSAN_BUILD) -j$(JOBS) --target test_pkcs11
+	TSAN_OPTIONS=halt_on_error=1 $(TSAN_BUILD)/tests/e2e/pkcs11/test_pkcs11
 
 format:
 	git ls-files '*.cpp' '*.hpp' | xargs clang-format -i
