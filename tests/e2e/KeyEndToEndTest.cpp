@@ -26,10 +26,7 @@ using app::object::IPrivateRSAKey;
 using app::object::IPublicRSAKey;
 using Repository = app::object::ICardObjectRepository;
 
-class NoConfiguration : public plugin::IConfigurationSource {
-public:
-    boost::optional<std::string> readFile(const std::string&) const override { return boost::none; }
-};
+using hosttest::NoConfiguration;
 
 mw::ByteBuffer bytesOf(const CryptoPP::Integer& value, std::size_t size = 0) {
     mw::ByteBuffer bytes(size ? size : value.MinEncodedSize());
