@@ -4,7 +4,7 @@ BUILD ?= build
 ASAN_BUILD ?= build-asan
 CMAKE_FLAGS ?=
 
-.PHONY: deps configure build install demo demo-pcsc check asan-check format
+.PHONY: deps configure build install demo demo-pcsc check asan-check format hostile bench
 
 deps:
 	scripts/install-deps
@@ -44,3 +44,20 @@ asan-check: deps
 
 format:
 	git ls-files '*.cpp' '*.hpp' | xargs clang-format -i
+
+# The application over HOSTILE_CASES seeded hostile cards (seeds from
+# HOSTILE_FIRST_SEED; P15_HOSTILE_SEED=N replays one).
+HOSTILE_CASES ?= 100000
+HOSTILE_FIRST_SEED ?= 1
+hostile: configure
+	cmake --build $(BUILD) -j$(JOBS) --target test_hostile_card
+	P15_HOSTILE_CASES=$(HOSTILE_CASES) P15_HOSTILE_FIRST_SEED=$(HOSTILE_FIRST_SEED) \
+	  $(BUILD)/tests/reliability/test_hostile_card
+
+# The benchmarks: the Google Benchmark binaries, then the APDU-economy report,
+# which rewrites the tables of docs/performance.md and writes its JSON.
+bench: build
+	for b in $(BUILD)/bench/bench_*; do \
+	  case $$b in *apdu_economy) ;; *) $$b --benchmark_min_time=0.2 || exit 1;; esac; \
+	done
+	$(BUILD)/bench/bench_apdu_economy docs/performance.md $(BUILD)/bench/apdu-economy.json

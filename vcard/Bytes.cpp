@@ -28,7 +28,7 @@ int hexDigit(char c) {
 }
 } // namespace
 
-Bytes fromHex(const std::string& hex) {
+Bytes fromHex(std::string_view hex) {
     if (hex.size() % 2 != 0)
         throw std::invalid_argument("hexadecimal text of odd length");
     Bytes bytes(hex.size() / 2);
@@ -42,6 +42,13 @@ void wipe(Bytes& bytes) {
     for (std::size_t i = 0; i < bytes.size(); ++i)
         p[i] = 0;
     bytes.clear();
+}
+
+void wipe(std::string& text) {
+    volatile char* p = text.data();
+    for (std::size_t i = 0; i < text.size(); ++i)
+        p[i] = 0;
+    text.clear();
 }
 
 } // namespace vcard

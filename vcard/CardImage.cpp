@@ -5,6 +5,7 @@
 #include "vcard/CardLimits.hpp"
 #include "vcard/Instrumentation.hpp"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -91,21 +92,36 @@ void syncDirectory(const std::string& path, Instrumentation* hooks) {
     reach(hooks, SavePoint::DirectorySynced);
 }
 
-std::string readAll(int fd, const std::string& path) {
+/// The image holds PINs and keys: it is read straight into text reserved for the whole file, so
+/// that no growing leaves a copy behind, and the caller wipes the text.
+std::string readAll(int fd, std::size_t expectedSize, const std::string& path) {
     std::string text;
-    char buffer[65536];
+    text.reserve(std::min(expectedSize, limits::maxImageSize) + 1);
     for (;;) {
-        ssize_t got = ::read(fd, buffer, sizeof buffer);
+        const std::size_t used = text.size();
+        if (used == text.capacity()) {
+            std::string larger;
+            larger.reserve(std::min(2 * used, limits::maxImageSize + 1));
+            larger.assign(text);
+            wipe(text);
+            text.swap(larger);
+        }
+        text.resize(text.capacity());
+        const ssize_t got = ::read(fd, text.data() + used, text.size() - used);
+        text.resize(used + static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
         if (got < 0 && errno == EINTR)
             continue;
-        if (got < 0)
+        if (got < 0) {
+            wipe(text);
             throw ImageError(systemError("cannot read card image", path));
+        }
         if (got == 0)
             return text;
-        text.append(buffer, static_cast<std::size_t>(got));
-        if (text.size() > limits::maxImageSize)
+        if (text.size() > limits::maxImageSize) {
+            wipe(text);
             throw ImageError("card image '" + path + "' is larger than " +
                              std::to_string(limits::maxImageSize) + " bytes");
+        }
     }
 }
 
@@ -121,7 +137,15 @@ CardState CardImage::load(const std::string& path) {
     struct stat info {};
     if (::fstat(file.fd, &info) != 0 || !S_ISREG(info.st_mode))
         throw ImageError("card image '" + path + "' is not a regular file");
-    return parse(readAll(file.fd, path), path);
+    std::string text = readAll(file.fd, static_cast<std::size_t>(info.st_size), path);
+    try {
+        CardState state = parse(text, path);
+        wipe(text);
+        return state;
+    } catch (...) {
+        wipe(text);
+        throw;
+    }
 }
 
 void CardImage::store(const std::string& path, const std::string& text, Instrumentation* hooks) {

@@ -4,18 +4,24 @@
 
 #include "vcard/CardLimits.hpp"
 #include "vcard/StatusWord.hpp"
+#include "vcard/WipingAllocator.hpp"
 
 #include <nlohmann/json.hpp>
 
 #include <cryptopp/osrng.h>
 
 #include <cstdint>
+#include <map>
 #include <set>
+#include <string_view>
 #include <vector>
 
 namespace vcard {
 
-using nlohmann::json;
+/// The image's JSON holds PINs and private keys as text: every string, array and object of it
+/// is zeroed when released, and so is the text it is dumped to or parsed from.
+using json = nlohmann::basic_json<std::map, std::vector, SecretText, bool, std::int64_t,
+                                  std::uint64_t, double, WipingAllocator>;
 
 namespace {
 
@@ -46,10 +52,26 @@ const char* kindName(FileKind kind) {
 
 // ---- writing
 
-std::string hexOf(const CryptoPP::Integer& value) {
+std::string plain(const SecretText& text) {
+    return std::string(text.data(), text.size());
+}
+
+/// toHex into text that is wiped when released.
+SecretText secretHex(const Bytes& bytes) {
+    static const char digits[] = "0123456789ABCDEF";
+    SecretText hex;
+    hex.reserve(bytes.size() * 2);
+    for (std::uint8_t b : bytes) {
+        hex.push_back(digits[b >> 4]);
+        hex.push_back(digits[b & 0x0F]);
+    }
+    return hex;
+}
+
+SecretText hexOf(const CryptoPP::Integer& value) {
     Bytes bytes(value.MinEncodedSize());
     value.Encode(bytes.data(), bytes.size());
-    std::string hex = toHex(bytes);
+    SecretText hex = secretHex(bytes);
     wipe(bytes);
     return hex;
 }
@@ -82,7 +104,7 @@ json fileToJson(const CardFile& file) {
         node["bits"] = file.keyBits;
         node["key"] = file.key ? keyToJson(*file.key) : json();
     } else {
-        node["content"] = toHex(file.content);
+        node["content"] = secretHex(file.content);
     }
     return node;
 }
@@ -91,7 +113,7 @@ json pinsToJson(const PinStore& pins) {
     json list = json::array();
     for (const auto& [reference, pin] : pins.pins()) {
         json node = {{"reference", reference},
-                     {"value", toHex(pin.value)},
+                     {"value", secretHex(pin.value)},
                      {"maxTries", pin.maxTries},
                      {"triesLeft", pin.triesLeft}};
         if (pin.unblockingPin)
@@ -123,15 +145,15 @@ template <class T> T integerField(const json& node, const char* name, T min, T m
         if (number >= std::int64_t(min) && number <= std::int64_t(max))
             return static_cast<T>(number);
     }
-    throw Corrupt("field \"" + std::string(name) + "\" is " + value.dump() +
+    throw Corrupt("field \"" + std::string(name) + "\" is " + plain(value.dump()) +
                   ", not an integer from " + std::to_string(min) + " to " + std::to_string(max));
 }
 
-const std::string& textField(const json& node, const char* name) {
+const SecretText& textField(const json& node, const char* name) {
     const json& value = field(node, name);
     if (!value.is_string())
         throw Corrupt("field \"" + std::string(name) + "\" is not a string");
-    return value.get_ref<const std::string&>();
+    return value.get_ref<const SecretText&>();
 }
 
 Bytes hexField(const json& node, const char* name) {
@@ -158,12 +180,12 @@ template <class Read> auto within(const std::string& where, Read read) {
     }
 }
 
-FileKind kindFromName(const std::string& name) {
+FileKind kindFromName(std::string_view name) {
     for (FileKind kind :
          {FileKind::Df, FileKind::TransparentEf, FileKind::PrivateKey, FileKind::PublicKey})
         if (name == kindName(kind))
             return kind;
-    throw Corrupt("unknown file type \"" + name + "\"");
+    throw Corrupt("unknown file type \"" + std::string(name) + "\"");
 }
 
 /// A key component, refused when it has more bits than the key: checked before any arithmetic.
@@ -229,22 +251,31 @@ void readFileBody(const json& node, CardFile& file) {
     }
 }
 
+/// What the loader tracks across the whole tree: the card's limits, and the DF names, which
+/// SELECT by name must find once at most (CREATE FILE refuses a name in use just as well).
+struct TreeUsage {
+    CardUsage limits;
+    std::set<Bytes> dfNames;
+};
+
 /// The fields of one file, counted against the card's limits before its key or children are
 /// read, so that a hostile image costs no more than a full card. A DF's children, or nullptr.
-const json* readFile(const json& node, int depth, CardUsage& usage, CardFile& file) {
+const json* readFile(const json& node, int depth, TreeUsage& usage, CardFile& file) {
     file.kind = kindFromName(textField(node, "type"));
     readFileBody(node, file);
-    const std::string excess = usage.excess(file, depth);
+    const std::string excess = usage.limits.excess(file, depth);
     if (!excess.empty())
         throw Corrupt("the card would hold " + excess);
-    usage.add(file);
+    if (!file.name.empty() && !usage.dfNames.insert(file.name).second)
+        throw Corrupt("DF name " + toHex(file.name) + " appears twice on the card");
+    usage.limits.add(file);
     if (file.isKeyFile() && !field(node, "key").is_null())
         file.key = keyFromJson(field(node, "key"), file);
     return file.isDf() ? &arrayField(node, "children") : nullptr;
 }
 
 /// One file and, for a DF, the tree below it; messages name the file by its path (3F00/5015/4401).
-std::unique_ptr<CardFile> fileFromJson(const json& node, int depth, CardUsage& usage,
+std::unique_ptr<CardFile> fileFromJson(const json& node, int depth, TreeUsage& usage,
                                        const std::string& parentPath) {
     auto file = std::make_unique<CardFile>();
     file->fid = within(parentPath.empty() ? "the MF" : "a file in " + parentPath,
@@ -299,8 +330,9 @@ public:
             open_.emplace_back();
         else if (event == json::parse_event_t::object_end)
             open_.pop_back();
-        else if (event == json::parse_event_t::key && !open_.back().insert(parsed).second)
-            throw Corrupt("field " + parsed.dump() + " appears twice in one object");
+        else if (event == json::parse_event_t::key &&
+                 !open_.back().insert(plain(parsed.get_ref<const SecretText&>())).second)
+            throw Corrupt("field " + plain(parsed.dump()) + " appears twice in one object");
         return true;
     }
 
@@ -317,7 +349,9 @@ std::string CardImage::serialise(const CardState& state) {
                   {"pins", pinsToJson(state.pins)}};
     if (state.hashOnCard)
         image["hashOnCard"] = true;
-    return image.dump(1);
+    // One allocation of the exact size: growing the text would leave copies of it behind.
+    const SecretText text = image.dump(1);
+    return std::string(text.data(), text.size());
 }
 
 CardState CardImage::parse(const std::string& text, const std::string& source) {
@@ -330,7 +364,7 @@ CardState CardImage::parse(const std::string& text, const std::string& source) {
         const int imageVersion = integerField<int>(image, "version", 0, 0xFFFF);
         if (imageVersion != version)
             throw Corrupt("unsupported image version " + std::to_string(imageVersion));
-        CardUsage usage;
+        TreeUsage usage;
         std::unique_ptr<CardFile> mf = fileFromJson(field(image, "mf"), 0, usage, "");
         if (mf->fid != FileSystem::mfFid || !mf->isDf())
             throw Corrupt("the root is not the MF 3F00");
@@ -342,6 +376,11 @@ CardState CardImage::parse(const std::string& text, const std::string& source) {
             state.hashOnCard = image["hashOnCard"].get<bool>();
         }
         return state;
+    } catch (const json::parse_error& error) {
+        // Not the parser's message: it quotes the token read last, which may be a PIN or a key.
+        throw ImageError("card image '" + source +
+                         "' is corrupt or truncated: syntax error at byte " +
+                         std::to_string(error.byte));
     } catch (const json::exception& error) {
         throw ImageError("card image '" + source + "' is corrupt or truncated: " + error.what());
     } catch (const std::exception& error) {

@@ -33,6 +33,7 @@ void parseShortBody(const Bytes& raw, CommandApdu& apdu) {
 }
 
 void parseExtendedBody(const Bytes& raw, CommandApdu& apdu) {
+    apdu.extended = true;
     const std::size_t n = raw.size();
     if (n == 7) {
         apdu.ne = extendedLe(raw[5], raw[6]);
@@ -85,6 +86,7 @@ CommandApdu& CommandApdu::operator=(CommandApdu&& other) {
         p2 = other.p2;
         ne = other.ne;
         hasLe = other.hasLe;
+        extended = other.extended;
     }
     return *this;
 }

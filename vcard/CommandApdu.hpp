@@ -17,6 +17,8 @@ struct CommandApdu {
     /// Ne: the most response bytes the host accepts; 0 when the command has no Le field.
     std::size_t ne = 0;
     bool hasLe = false;
+    /// Whether Lc or Le came in extended form.
+    bool extended = false;
 
     // The data may be a PIN or key material: it is zeroed whenever it is let go, on every path
     // out of the card, exceptions included.

@@ -50,8 +50,18 @@ VirtualCard::VirtualCard(CardState state, std::optional<std::string> imagePath)
 }
 
 Bytes VirtualCard::atr() const {
-    // T=1 only, historical bytes "p15kit", check byte.
-    return {0x3B, 0x86, 0x01, 0x70, 0x31, 0x35, 0x6B, 0x69, 0x74, 0x85};
+    // TS, T0 (TD1 follows, 12 historical bytes), TD1 (T=1), then the historical bytes: category
+    // 80 (compact-TLV), card capabilities 73 (selection by name, path and FID; data units of one
+    // byte; command chaining, extended Lc/Le), card issuer's data 56 "p15kit"; TCK closes.
+    Bytes atr = {0x3B, 0x8C, 0x01, 0x80,
+                 0x73, 0xB0, 0x01, extendedLength_ ? std::uint8_t{0xC0} : std::uint8_t{0x80},
+                 0x56, 0x70, 0x31, 0x35,
+                 0x6B, 0x69, 0x74};
+    std::uint8_t check = 0;
+    for (std::size_t i = 1; i < atr.size(); ++i)
+        check ^= atr[i];
+    atr.push_back(check);
+    return atr;
 }
 
 void VirtualCard::reset() {
@@ -72,7 +82,14 @@ void VirtualCard::dropTransientData() {
 }
 
 void VirtualCard::save(const std::string& path) const {
-    CardImage::store(path, CardImage::serialise(state_), &instrumentation_);
+    std::string text = CardImage::serialise(state_);
+    try {
+        CardImage::store(path, text, &instrumentation_);
+    } catch (...) {
+        wipe(text);
+        throw;
+    }
+    wipe(text);
 }
 
 Bytes VirtualCard::transmit(const Bytes& command) {
@@ -100,6 +117,8 @@ Bytes VirtualCard::process(const Bytes& command) {
     CommandApdu apdu;
     try {
         apdu = CommandApdu::parse(command);
+        if (apdu.extended && !extendedLength_)
+            throw CardError(sw::wrongLength);
     } catch (const CardError& error) {
         dropTransientData();
         return statusWordOnly(error.statusWord());
@@ -154,7 +173,7 @@ bool VirtualCard::storeImage() {
     if (!imagePath_)
         return true;
     try {
-        CardImage::store(*imagePath_, CardImage::serialise(state_), &instrumentation_);
+        save(*imagePath_);
     } catch (const ImageNotSynced&) {
     } catch (const ImageError&) {
         return false;

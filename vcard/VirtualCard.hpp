@@ -39,7 +39,12 @@ public:
     /// its status word; only a powered-off card or an injected fault throws CardRemoved.
     Bytes transmit(const Bytes& command);
 
+    /// T=1, with the card capabilities in the historical bytes: command chaining, and extended
+    /// Lc/Le unless turned off.
     Bytes atr() const;
+    /// A card that takes short APDUs only (extended ones → 6700) and says so in its ATR. For
+    /// testing the host's short-APDU path; on by default.
+    void setExtendedLength(bool enabled) { extendedLength_ = enabled; }
     /// Warm reset (powers the card on if it was off): nothing verified, MF selected.
     void reset();
     /// The card answers nothing until reset().
@@ -69,6 +74,7 @@ private:
     CommandProcessor processor_;
     mutable Instrumentation instrumentation_;
     bool poweredOn_ = true;
+    bool extendedLength_ = true;
     std::optional<CommandApdu> chain_;
     Bytes pendingResponse_;
     std::uint16_t pendingStatusWord_ = 0x9000;

@@ -1,6 +1,7 @@
 #ifndef APP_OBJECT_ICARDOBJECTREPOSITORY_HPP
 #define APP_OBJECT_ICARDOBJECTREPOSITORY_HPP
 
+#include "app/object/IApplicationInfo.hpp"
 #include "app/object/IAuthenticationObject.hpp"
 #include "app/object/ICertificate.hpp"
 #include "app/object/IDataObject.hpp"
@@ -36,6 +37,9 @@ public:
     virtual List<IPublicKey> getPublicKeys(const card::IChannel& channel) const = 0;
     virtual List<ICertificate> getCertificates(const card::IChannel& channel) const = 0;
     virtual List<IDataObject> getDataObjects(const card::IChannel& channel) const = 0;
+    // The application's token information, to read and to change.
+    virtual boost::shared_ptr<IApplicationInfo>
+    getApplicationInfo(const card::IChannel& channel) const = 0;
     virtual List<ISecretKey> getSecretKeys(const card::IChannel& channel) const = 0;
 };
 

@@ -407,11 +407,16 @@ mw::ByteBuffer P15Application::updateEncodedAttributes(const fs::P15File* file,
                                                        const mw::ByteBuffer& oldEncoding,
                                                        const mw::ByteBuffer& newEncoding) const {
     const card::IChannel& channel = boundChannel();
-    const mw::ByteBuffer& content = file->content(channel);
-    if (content.empty()) {
+    if (file->content(channel).empty()) {
         APP_THROW(ApplicationException,
                   "unable to update encoded attributes for requested file id");
     }
+    // The bytes the entries grow into, and the one after them, must be known.
+    const std::size_t used = file->contentLength(channel);
+    if (oldEncoding.size() <= used) {
+        file->readUpTo(channel, used - oldEncoding.size() + newEncoding.size() + 1);
+    }
+    const mw::ByteBuffer& content = file->content(channel);
     std::size_t offset = file->contentLength(channel);
     if (!oldEncoding.empty()) {
         const auto& entries = file->entries(channel);
@@ -426,7 +431,7 @@ mw::ByteBuffer P15Application::updateEncodedAttributes(const fs::P15File* file,
     }
     mw::ByteBuffer updated =
         spliceEntry(content, file->contentLength(channel), offset, oldEncoding.size(), newEncoding);
-    writeChangedBytes(channel, *file, content, updated);
+    writeChangedBytes(channel, *file, content, updated, file->contentLength(channel));
     file->replaceContent(updated);
     return updated;
 }
@@ -458,10 +463,14 @@ mw::ByteBuffer P15Application::spliceEntry(const mw::ByteBuffer& content, std::s
     return updated;
 }
 
-// Writes the one run of bytes that differs between the two contents.
+// Writes the one run of bytes that differs between the two contents. A run
+// that starts in the padding after the entries (an entry appended) is
+// written without its first byte, then that byte alone: until then the
+// padding byte still ends the entries, so a card that loses power in the
+// middle keeps the file as it was rather than a torn last entry.
 void P15Application::writeChangedBytes(const card::IChannel& channel, const fs::P15File& file,
-                                       const mw::ByteBuffer& before,
-                                       const mw::ByteBuffer& after) const {
+                                       const mw::ByteBuffer& before, const mw::ByteBuffer& after,
+                                       std::size_t entriesEnd) const {
     const auto first = std::mismatch(before.begin(), before.end(), after.begin());
     if (first.first == before.end()) {
         return;
@@ -472,7 +481,13 @@ void P15Application::writeChangedBytes(const card::IChannel& channel, const fs::
     const std::size_t begin = first.first - before.begin();
     const std::size_t end = last.first.base() - before.begin();
     fileAccessService_->select(channel, file.getFileId(channel, *fileAccessService_));
-    fileAccessService_->update(channel, begin, after.get(begin, end - begin));
+    const bool appended = begin >= entriesEnd && end - begin > 1;
+    const std::size_t head = appended ? 1 : end - begin;
+    if (appended) {
+        fileAccessService_->update(channel, begin + head,
+                                   after.get(begin + head, end - begin - head));
+    }
+    fileAccessService_->update(channel, begin, after.get(begin, head));
 }
 
 void P15Application::clearContent(const fs::P15File* file) const {

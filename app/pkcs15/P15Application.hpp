@@ -143,6 +143,8 @@ public:
     List<app::object::IPublicKey> getPublicKeys(const card::IChannel& channel) const override;
     List<app::object::ICertificate> getCertificates(const card::IChannel& channel) const override;
     List<app::object::IDataObject> getDataObjects(const card::IChannel& channel) const override;
+    boost::shared_ptr<app::object::IApplicationInfo>
+    getApplicationInfo(const card::IChannel& channel) const override;
     List<app::object::ISecretKey> getSecretKeys(const card::IChannel& channel) const override;
 
     // Factory (P15ApplicationFactory.cpp).
@@ -199,10 +201,6 @@ private:
     // The algorithms the card (or the applet) performs on its own.
     std::vector<std::string> cardAlgorithms() const;
     void selectOnCard(const card::IChannel& channel) const;
-    template <class Object, class File>
-    List<Object> objectsOf(const card::IChannel& channel,
-                           const boost::shared_ptr<File>& (fs::ODF::*file)() const,
-                           const char* notYetSupported) const;
     IdRange byteKeyIdRange(fs::AppObjectType type) const;
     std::vector<mw::ByteBuffer> usedValueFileIds(const card::IChannel& channel) const;
     bool keyReferenceInUse(const card::IChannel& channel, fs::AppObjectType type,
@@ -215,7 +213,8 @@ private:
                                       std::size_t offset, std::size_t oldLength,
                                       const mw::ByteBuffer& replacement);
     void writeChangedBytes(const card::IChannel& channel, const fs::P15File& file,
-                           const mw::ByteBuffer& before, const mw::ByteBuffer& after) const;
+                           const mw::ByteBuffer& before, const mw::ByteBuffer& after,
+                           std::size_t entriesEnd) const;
 
     boost::shared_ptr<const card::ICard> card_;
     boost::shared_ptr<const card::IApplet> applet_;

@@ -1,15 +1,17 @@
-// The application as the host's object factory. Until the object classes of
-// a kind exist, a supported request ends in "not yet supported" after the
-// checks that belong to the request itself. New objects are written to the
-// card by the repository's writeCardObject.
+// The application as the host's object factory. New objects are written to
+// the card by the repository's writeCardObject.
 #include "app/pkcs15/P15Application.hpp"
 
 #include "app/ApplicationException.hpp"
+#include "app/pkcs15/fs/CDF.hpp"
+#include "app/pkcs15/fs/DODF.hpp"
 #include "app/pkcs15/fs/ODF.hpp"
 #include "app/pkcs15/fs/PrKDF.hpp"
 #include "app/pkcs15/fs/PuKDF.hpp"
+#include "app/pkcs15/object/P15DataObject.hpp"
 #include "app/pkcs15/object/P15RsaPrivateKey.hpp"
 #include "app/pkcs15/object/P15RsaPublicKey.hpp"
+#include "app/pkcs15/object/P15X509Certificate.hpp"
 #include "mw/Log.hpp"
 
 #include <boost/current_function.hpp>
@@ -22,13 +24,17 @@ using namespace app::object;
 
 boost::shared_ptr<ICertificate>
 P15Application::createCertificate(ICertificate::CertificateType type,
-                                  const AccessControlRules& /*rules*/) const {
+                                  const AccessControlRules& rules) const {
     mw::Log log(typeid(*this), BOOST_CURRENT_FUNCTION);
     if (type != ICertificate::X509Certificate) {
         APP_THROW(ApplicationException, "unsupported cert type");
     }
-    getODF();
-    APP_THROW(OperationNotSupportedException, "creation of X.509 certificates not yet supported");
+    auto certificate = boost::make_shared<object::P15X509Certificate>(
+        boost::weak_ptr<const fs::CDF>(getODF()->getCDF()));
+    if (!rules.empty()) {
+        certificate->setAccessControlRules(rules);
+    }
+    return certificate;
 }
 
 boost::shared_ptr<IPublicKey>
@@ -71,13 +77,17 @@ P15Application::createSecretKey(ISecretKey::SecretKeyType /*type*/,
 
 boost::shared_ptr<IDataObject>
 P15Application::createDataObject(IDataObject::DataObjectType type,
-                                 const AccessControlRules& /*rules*/) const {
+                                 const AccessControlRules& rules) const {
     mw::Log log(typeid(*this), BOOST_CURRENT_FUNCTION);
     if (type != IDataObject::OpaqueDataObject) {
         APP_THROW(ApplicationException, "unsupported do type");
     }
-    getODF();
-    APP_THROW(OperationNotSupportedException, "creation of data objects not yet supported");
+    auto dataObject = boost::make_shared<object::P15DataObject>(
+        boost::weak_ptr<const fs::DODF>(getODF()->getDODF()));
+    if (!rules.empty()) {
+        dataObject->setAccessControlRules(rules);
+    }
+    return dataObject;
 }
 
 } // namespace pkcs15

@@ -8,12 +8,15 @@
 #include "app/pkcs15/fs/ODF.hpp"
 #include "app/pkcs15/fs/PrKDF.hpp"
 #include "app/pkcs15/fs/PuKDF.hpp"
+#include "app/pkcs15/fs/TokenInfo.hpp"
+#include "app/pkcs15/object/P15ApplicationInfo.hpp"
+#include "app/pkcs15/object/P15DataObject.hpp"
 #include "app/pkcs15/object/P15Pin.hpp"
 #include "app/pkcs15/object/P15RsaPrivateKey.hpp"
 #include "app/pkcs15/object/P15RsaPublicKey.hpp"
+#include "app/pkcs15/object/P15X509Certificate.hpp"
 #include "mw/Log.hpp"
 
-#include <algorithm>
 #include <boost/current_function.hpp>
 
 namespace app {
@@ -64,23 +67,6 @@ P15Application::getAuthObjects(const card::IChannel& channel) const {
     return {pins.begin(), pins.end()};
 }
 
-// Until a kind has its object class, a file that lists objects of that kind
-// is refused rather than shown empty; entries of kinds the application never
-// uses (EC keys, attribute certificates, ...) are passed over.
-template <class Object, class File>
-P15Application::List<Object>
-P15Application::objectsOf(const card::IChannel& channel,
-                          const boost::shared_ptr<File>& (fs::ODF::*file)() const,
-                          const char* notYetSupported) const {
-    const auto& values = ((*getODF()).*file)()->values(channel);
-    const bool listsSupportedKind = std::any_of(
-        values.begin(), values.end(), [](const auto& value) { return value.choice == 1; });
-    if (listsSupportedKind) {
-        APP_THROW(OperationNotSupportedException, notYetSupported);
-    }
-    return {};
-}
-
 P15Application::List<app::object::IPrivateKey>
 P15Application::getPrivateKeys(const card::IChannel& channel) const {
     mw::Log log(typeid(*this), BOOST_CURRENT_FUNCTION);
@@ -98,15 +84,21 @@ P15Application::getPublicKeys(const card::IChannel& channel) const {
 P15Application::List<app::object::ICertificate>
 P15Application::getCertificates(const card::IChannel& channel) const {
     mw::Log log(typeid(*this), BOOST_CURRENT_FUNCTION);
-    return objectsOf<app::object::ICertificate>(channel, &fs::ODF::getCDF,
-                                                "X.509 certificate objects not yet supported");
+    const auto& certificates = getODF()->getCDF()->certificates(channel);
+    return {certificates.begin(), certificates.end()};
 }
 
 P15Application::List<app::object::IDataObject>
 P15Application::getDataObjects(const card::IChannel& channel) const {
     mw::Log log(typeid(*this), BOOST_CURRENT_FUNCTION);
-    return objectsOf<app::object::IDataObject>(channel, &fs::ODF::getDODF,
-                                               "data objects not yet supported");
+    const auto& dataObjects = getODF()->getDODF()->dataObjects(channel);
+    return {dataObjects.begin(), dataObjects.end()};
+}
+
+boost::shared_ptr<app::object::IApplicationInfo>
+P15Application::getApplicationInfo(const card::IChannel& channel) const {
+    mw::Log log(typeid(*this), BOOST_CURRENT_FUNCTION);
+    return getODF()->getTokenInfo()->applicationInfo(channel);
 }
 
 P15Application::List<app::object::ISecretKey>

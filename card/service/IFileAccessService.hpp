@@ -31,6 +31,9 @@ public:
                         const mw::ByteBuffer& data) const = 0;
     // Size of the selected file in bytes, from its control parameters.
     virtual std::size_t size(const IChannel& channel) const = 0;
+    // The most bytes one read command returns: a caller that reads in steps
+    // can ask for this much at once without costing more commands.
+    virtual std::size_t maxReadLength(const IChannel&) const { return 256; }
 };
 
 } // namespace service

@@ -23,7 +23,6 @@ constexpr unsigned int publicKeyTemplate = 0x7F49;
 constexpr unsigned int privateKeyTemplate = 0x7F48;
 constexpr unsigned int modulusTag = 0x81;
 constexpr unsigned int exponentTag = 0x82;
-constexpr std::size_t fullAnswer = 256;
 
 RsaPublicKeySpec publicKeyOf(const mw::ByteBuffer& answer) {
     const Tlv key = expectTlv(answer, publicKeyTemplate);
@@ -70,11 +69,13 @@ RsaPublicKeySpec AsymmetricKeyManagementService::generateKeyPair(const card::ICh
     const unsigned short bits = privateKey.modulusBits;
     card::Transaction transaction(channel);
     selection_->enterApplication(channel);
+    const bool extended = selection_->extendedLength(channel);
     return parsePublicKey(
         IsoCommand(generateName, generateIns, generateNew, privateKey.keyReference)
             .withData({0x80, 0x02, static_cast<unsigned char>(bits >> 8),
                        static_cast<unsigned char>(bits)})
-            .expecting(fullAnswer)
+            .extendedLength(extended)
+            .expecting(longestAnswer(extended))
             .execute(channel));
 }
 
@@ -92,8 +93,10 @@ RsaPublicKeySpec AsymmetricKeyManagementService::readPublicKey(const card::IChan
                                                                const KeyRef& key) const {
     card::Transaction transaction(channel);
     selection_->enterApplication(channel);
+    const bool extended = selection_->extendedLength(channel);
     return parsePublicKey(IsoCommand(generateName, generateIns, readExisting, key.keyReference)
-                              .expecting(fullAnswer)
+                              .extendedLength(extended)
+                              .expecting(longestAnswer(extended))
                               .execute(channel));
 }
 
@@ -104,6 +107,7 @@ void AsymmetricKeyManagementService::importPrivateKey(const card::IChannel& chan
     selection_->enterApplication(channel);
     IsoCommand("Put Data", 0xDB, 0x00, key.keyReference)
         .withData(encodePrivateKey(spec))
+        .extendedLength(selection_->extendedLength(channel))
         .execute(channel);
 }
 

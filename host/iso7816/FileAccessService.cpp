@@ -12,7 +12,6 @@ namespace iso7816 {
 
 namespace {
 
-constexpr std::size_t maxReadChunk = 256;
 constexpr std::size_t maxOffset = 0x7FFF;
 
 unsigned char offsetHigh(std::size_t offset) {
@@ -41,6 +40,7 @@ FileAccessService::FileAccessService(boost::shared_ptr<FileSelection> selection)
 mw::ByteBuffer FileAccessService::readChunk(const card::IChannel& channel, std::size_t offset,
                                             std::size_t length) const {
     return IsoCommand("Read Binary", 0xB0, offsetHigh(offset), offsetLow(offset))
+        .extendedLength(selection_->extendedLength(channel))
         .expecting(length)
         .executeExact(channel);
 }
@@ -59,7 +59,7 @@ mw::ByteBuffer FileAccessService::read(const card::IChannel& channel, std::size_
     return selection_->onCurrentFile([&] {
         mw::ByteBuffer content;
         for (std::size_t done = 0; done < length;) {
-            const std::size_t chunk = std::min(maxReadChunk, length - done);
+            const std::size_t chunk = std::min(maxReadLength(channel), length - done);
             content.append(readChunk(channel, offset + done, chunk));
             done += chunk;
         }
@@ -83,8 +83,13 @@ void FileAccessService::update(const card::IChannel& channel, std::size_t offset
     selection_->onCurrentFile([&] {
         IsoCommand("Update Binary", 0xD6, offsetHigh(offset), offsetLow(offset))
             .withData(data)
+            .extendedLength(selection_->extendedLength(channel))
             .execute(channel);
     });
+}
+
+std::size_t FileAccessService::maxReadLength(const card::IChannel& channel) const {
+    return longestAnswer(selection_->extendedLength(channel));
 }
 
 std::size_t FileAccessService::size(const card::IChannel&) const {

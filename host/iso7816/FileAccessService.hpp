@@ -9,9 +9,10 @@
 namespace host {
 namespace iso7816 {
 
-// READ BINARY, SELECT and UPDATE BINARY on transparent EFs. Reads move at
-// most 256 bytes per command (Le 00); an update goes out as one command,
-// chained when it exceeds 255 bytes, so the card stores it in one step.
+// READ BINARY, SELECT and UPDATE BINARY on transparent EFs. A read moves
+// what one Le allows per command (256 bytes, or a whole file with extended
+// length); an update goes out as one command, chained when it exceeds what
+// one Lc carries, so the card stores it in one step.
 class FileAccessService : public card::service::IFileAccessService {
 public:
     explicit FileAccessService(boost::shared_ptr<FileSelection> selection);
@@ -22,6 +23,7 @@ public:
     void update(const card::IChannel& channel, std::size_t offset,
                 const mw::ByteBuffer& data) const override;
     std::size_t size(const card::IChannel& channel) const override;
+    std::size_t maxReadLength(const card::IChannel& channel) const override;
 
 private:
     mw::ByteBuffer readChunk(const card::IChannel& channel, std::size_t offset,

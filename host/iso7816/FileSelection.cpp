@@ -2,6 +2,7 @@
 
 #include "card/CardException.hpp"
 #include "card/IChannel.hpp"
+#include "host/iso7816/CardCapabilities.hpp"
 #include "host/iso7816/IsoCommand.hpp"
 #include "mw/Exception.hpp"
 
@@ -112,7 +113,12 @@ mw::ByteBuffer FileSelection::sendSelectCommand(const card::IChannel& channel,
 }
 
 const Fcp& FileSelection::select(const card::IChannel& channel, const mw::ByteBuffer& path) {
-    return selectAbsolute(channel, absolutePath(path));
+    const mw::ByteBuffer absolute = absolutePath(path);
+    followReset(channel);
+    if (currentFile_ && currentPath_ == absolute) {
+        return *currentFile_; // the card has it selected already
+    }
+    return selectAbsolute(channel, absolute);
 }
 
 const Fcp& FileSelection::selectAbsolute(const card::IChannel& channel,
@@ -125,6 +131,10 @@ const Fcp& FileSelection::selectAbsolute(const card::IChannel& channel,
 }
 
 void FileSelection::selectDf(const card::IChannel& channel, const mw::ByteBuffer& absolutePath) {
+    followReset(channel);
+    if (currentDf_ && *currentDf_ == absolutePath) {
+        return; // commands on the current DF need no new selection
+    }
     sendSelectCommand(channel, absolutePath, false);
     currentDf_ = absolutePath;
 }
@@ -180,6 +190,18 @@ void FileSelection::created(const mw::ByteBuffer& parentDf, Fcp fcp) {
     currentPath_ = parentDf;
     currentPath_.append(fcp.fileId);
     currentFile_ = std::move(fcp);
+}
+
+void FileSelection::deleted(const mw::ByteBuffer& parentDf) {
+    currentFile_.reset();
+    currentDf_ = parentDf;
+}
+
+bool FileSelection::extendedLength(const card::IChannel& channel) {
+    if (!extendedLength_) {
+        extendedLength_ = CardCapabilities::fromAtr(channel.transport(0).getAtr()).extendedLength;
+    }
+    return *extendedLength_;
 }
 
 } // namespace iso7816

@@ -27,9 +27,11 @@ class FileSelection {
 public:
     // SELECT by DF name; records the application DF and its FCP.
     void selectApplication(const card::IChannel& channel, const mw::ByteBuffer& aid);
-    // SELECT by path with the FCP in the answer; the FCP is remembered.
+    // SELECT by path with the FCP in the answer; the FCP is remembered. The
+    // file selected already is not selected again.
     const Fcp& select(const card::IChannel& channel, const mw::ByteBuffer& path);
-    // SELECT of a DF by absolute path, without an answer.
+    // SELECT of a DF by absolute path, without an answer, unless it is the
+    // current DF already.
     void selectDf(const card::IChannel& channel, const mw::ByteBuffer& absolutePath);
     // Makes the application DF current unless the current DF lies in it
     // already (the card looks key files up from the current DF upwards).
@@ -56,6 +58,12 @@ public:
     }
     // A file was created under `parentDf` and is now current.
     void created(const mw::ByteBuffer& parentDf, Fcp fcp);
+    // A file of `parentDf` was deleted: the DF itself is now current.
+    void deleted(const mw::ByteBuffer& parentDf);
+
+    // Whether the card takes extended Lc and Le fields, as its ATR says;
+    // learned once, without a command.
+    bool extendedLength(const card::IChannel& channel);
 
 private:
     mw::ByteBuffer sendSelectCommand(const card::IChannel& channel,
@@ -68,6 +76,7 @@ private:
     mw::ByteBuffer currentPath_; // of currentFile_
     // The transport's reset count when the card's selection was last known.
     unsigned long resetsSeen_ = 0;
+    std::optional<bool> extendedLength_;
 };
 
 // `path` without its last file identifier.

@@ -79,6 +79,7 @@ void FileSystemService::deleteFile(const card::IChannel& channel,
     const mw::ByteBuffer parent = parentPath(absolute);
     selection_->selectDf(channel, parent);
     IsoCommand("Delete File", 0xE4, 0x00, 0x00).withData(lastFileId(absolute)).execute(channel);
+    selection_->deleted(parent);
 }
 
 } // namespace iso7816

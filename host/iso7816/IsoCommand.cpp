@@ -14,6 +14,8 @@ namespace {
 constexpr unsigned char claLast = 0x00;
 constexpr unsigned char claChained = 0x10;
 constexpr std::size_t maxShortData = 255;
+constexpr std::size_t maxShortNe = 256;
+constexpr std::size_t maxExtendedData = 65535;
 // A hostile card must not keep the host collecting forever: the longest
 // answer the profile knows (a 64 KiB extended read) fits in this many rounds.
 constexpr int maxGetResponses = 257;
@@ -112,22 +114,43 @@ IsoCommand& IsoCommand::expecting(std::size_t ne) {
     return *this;
 }
 
+IsoCommand& IsoCommand::extendedLength(bool allowed) {
+    extended_ = allowed;
+    return *this;
+}
+
+std::size_t IsoCommand::maxData() const {
+    return extended_ ? maxExtendedData : maxShortData;
+}
+
+// Short fields where they suffice (they are shorter); extended ones only
+// for data or an answer a short field cannot carry.
 mw::ByteBuffer IsoCommand::apdu(unsigned char cla, std::size_t offset, std::size_t length,
                                 std::size_t ne) const {
+    const bool extended = length > maxShortData || ne > maxShortNe;
     mw::ByteBuffer bytes{cla, ins_, p1_, p2_};
+    const auto appendLength = [&](std::size_t value) { // 65536 and 256 are written as 0
+        if (extended) {
+            bytes.append(static_cast<unsigned char>(value >> 8));
+        }
+        bytes.append(static_cast<unsigned char>(value));
+    };
+    if (extended) {
+        bytes.append(0x00);
+    }
     if (length != 0) {
-        bytes.append(static_cast<unsigned char>(length));
+        appendLength(length);
         bytes.append(data_.data() + offset, length);
     }
     if (ne != 0) {
-        bytes.append(static_cast<unsigned char>(ne)); // 256 is written as 00
+        appendLength(ne);
     }
     return bytes;
 }
 
 void IsoCommand::sendChainedParts(const card::IChannel& channel) const {
-    for (std::size_t offset = 0; data_.size() - offset > maxShortData; offset += maxShortData) {
-        Response part = transmit(channel, apdu(claChained, offset, maxShortData, 0), name_);
+    for (std::size_t offset = 0; data_.size() - offset > maxData(); offset += maxData()) {
+        Response part = transmit(channel, apdu(claChained, offset, maxData(), 0), name_);
         if (part.sw != 0x9000) {
             throwStatus(name_, part.sw);
         }
@@ -135,8 +158,8 @@ void IsoCommand::sendChainedParts(const card::IChannel& channel) const {
 }
 
 Response IsoCommand::sendFinalPart(const card::IChannel& channel) const {
-    const std::size_t remainder = data_.size() % maxShortData;
-    const std::size_t length = remainder == 0 ? std::min(data_.size(), maxShortData) : remainder;
+    const std::size_t remainder = data_.size() % maxData();
+    const std::size_t length = remainder == 0 ? std::min(data_.size(), maxData()) : remainder;
     const std::size_t offset = data_.size() - length;
     const auto build = [&](std::size_t ne) { return apdu(claLast, offset, length, ne); };
     if (offset != 0) { // the tail of a chain

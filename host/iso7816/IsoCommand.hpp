@@ -20,8 +20,10 @@ struct Response {
 };
 
 // One ISO 7816-4 command as the card layer means it, before it is cut into
-// short APDUs: data over 255 bytes goes out as a command chain, an answer
-// over 256 bytes comes back through GET RESPONSE (61xx), and a wrong Le
+// APDUs. To a card that takes extended lengths, data up to 65535 bytes and
+// answers up to 65536 bytes move in one APDU. Otherwise, short APDUs: data
+// over 255 bytes goes out as a command chain, an answer over 256 bytes comes
+// back through GET RESPONSE (61xx). Either way, a wrong Le
 // (6Cxx) to a command that asked for data is repeated once with the length
 // the card names; any other command is never sent twice. The data may be a
 // secret; it lives only in wiping buffers.
@@ -31,8 +33,11 @@ public:
     IsoCommand(const char* name, unsigned char ins, unsigned char p1, unsigned char p2);
 
     IsoCommand& withData(mw::ByteBuffer data);
-    // Expected answer length, 1..256.
+    // Expected answer length: 1..256, or up to 65536 with extended length.
     IsoCommand& expecting(std::size_t ne);
+    // Whether the card takes extended Lc and Le fields (short APDUs only
+    // unless told).
+    IsoCommand& extendedLength(bool allowed);
 
     // Sends the command; the status word is the caller's to judge.
     Response send(const card::IChannel& channel) const;
@@ -47,6 +52,7 @@ public:
 private:
     mw::ByteBuffer apdu(unsigned char cla, std::size_t offset, std::size_t length,
                         std::size_t ne) const;
+    std::size_t maxData() const;
     void sendChainedParts(const card::IChannel& channel) const;
     Response sendFinalPart(const card::IChannel& channel) const;
 
@@ -56,7 +62,13 @@ private:
     unsigned char p2_;
     mw::ByteBuffer data_;
     std::size_t ne_ = 0;
+    bool extended_ = false;
 };
+
+// The longest answer one APDU can ask for: Le 00, or extended Le 00 00.
+constexpr std::size_t longestAnswer(bool extendedLength) {
+    return extendedLength ? 65536 : 256;
+}
 
 // card::CardException naming the command and carrying the status word.
 [[noreturn]] void throwStatus(const char* command, unsigned short sw);

@@ -57,6 +57,7 @@ mw::ByteBuffer RsaCardOperation::decipher(const card::IChannel& channel,
     card::Transaction transaction(channel);
     return IsoCommand("Decipher", 0x2A, 0x80, 0x86)
         .withData(std::move(cryptogram))
+        .extendedLength(selection_->extendedLength(channel))
         .expecting(fullAnswer)
         .execute(channel);
 }

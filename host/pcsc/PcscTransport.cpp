@@ -86,11 +86,11 @@ mw::ByteBuffer PcscTransport::getAtr() const {
 }
 
 boost::shared_ptr<mw::ByteBuffer> PcscTransport::transmit(const card::Apdu& command) const {
-    auto response = boost::make_shared<mw::ByteBuffer>(MAX_BUFFER_SIZE);
+    auto response = boost::make_shared<mw::ByteBuffer>(MAX_BUFFER_SIZE_EXTENDED);
     DWORD responseLength = 0;
     callWithReconnect([&] {
         const SCARD_IO_REQUEST* pci = protocol_ == SCARD_PROTOCOL_T0 ? SCARD_PCI_T0 : SCARD_PCI_T1;
-        responseLength = MAX_BUFFER_SIZE;
+        responseLength = MAX_BUFFER_SIZE_EXTENDED;
         const LONG rv = SCardTransmit(card_, pci, command.bytes().data(),
                                       static_cast<DWORD>(command.bytes().size()), nullptr,
                                       response->data(), &responseLength);

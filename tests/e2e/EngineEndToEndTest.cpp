@@ -5,6 +5,7 @@
 // what the factories and the generator refuse.
 #include "AppError.hpp"
 #include "OpensslFolder.hpp"
+#include "UnconnectedChannel.hpp"
 
 #include "app/IApplication.hpp"
 #include "app/SecurityConditions.hpp"
@@ -291,19 +292,26 @@ TEST_F(Engines, OpensslVerifiesTheCardsSignaturesAndEnciphersForIt) {
     EXPECT_EQ(cipher->decipher(*card_->channel, mw::ByteBuffer(cryptogram)), secret);
 }
 
+// Enciphering and verifying need no card: they work on a channel to none.
 TEST_F(Engines, TheSoftwareEnciphersAndTheCardDeciphers) {
+    const UnconnectedChannel noCard;
     const auto cipher = card_->application->getCipher(rsaEncryption);
     EXPECT_EQ(cipher->getAlgorithm(), rsaEncryption);
-    // Mode 0 means enciphering with a public key.
-    cipher->init(*card_->channel, static_cast<ICipher::OperationMode>(0), *key1024_.publicKey);
     for (std::size_t length : {std::size_t{1}, std::size_t{117}}) {
+        // Mode 0 means enciphering with a public key.
+        cipher->init(noCard, static_cast<ICipher::OperationMode>(0), *key1024_.publicKey);
         const mw::ByteBuffer plain(std::vector<unsigned char>(length, 0x00));
-        const mw::ByteBuffer cryptogram = cipher->encipher(*card_->channel, plain);
+        const mw::ByteBuffer cryptogram = cipher->encipher(noCard, plain);
         ASSERT_EQ(cryptogram.size(), 128u);
         cipher->init(*card_->channel, ICipher::Decipher, *key1024_.privateKey);
         EXPECT_EQ(cipher->decipher(*card_->channel, cryptogram), plain);
-        cipher->init(*card_->channel, ICipher::Encipher, *key1024_.publicKey);
     }
+
+    const mw::ByteBuffer data = bytesOf("verified without a card");
+    const mw::ByteBuffer signature = card_->sign(sha256WithRsa, key1024_, data);
+    const auto verifier = card_->application->getSignature(sha256WithRsa);
+    verifier->init(noCard, ISignature::Verify, *key1024_.publicKey);
+    EXPECT_TRUE(verifier->verify(noCard, data, signature));
 }
 
 TEST_F(Engines, RandomBytesComeFromTheCard) {
@@ -342,50 +350,44 @@ TEST_F(Engines, TheFactoriesRefuseWhatTheyCannotServe) {
 }
 
 // What the generator refuses before it touches the card, and a generation
-// the card refuses at each of its steps: the card is left as it was.
-TEST_F(Engines, ARefusedGenerationLeavesNothingBehind) {
+// the card refuses: the card's status word reaches the host unchanged, and
+// the entries written before the refusal stay, naming references in use.
+TEST_F(Engines, ARefusedGenerationIsReportedAndKeepsWhatWasWritten) {
     const auto generator = card_->application->getKeyPairGenerator(rsaEncryption);
     const auto generate = [&](const KeyPair& pair) {
         generator->generate(*card_->channel, pair.privateKey, pair.publicKey);
     };
-    const mw::ByteBuffer prkdf = card_->directoryFile(0x00);
-    const mw::ByteBuffer pukdf = card_->directoryFile(0x01);
-    const auto unchanged = [&] {
-        EXPECT_EQ(mw::toHex(card_->directoryFile(0x00)), mw::toHex(prkdf));
-        EXPECT_EQ(mw::toHex(card_->directoryFile(0x01)), mw::toHex(pukdf));
-    };
-    const std::uint64_t commands = card_->virtualCard->instrumentation().counters().commands;
+    vcard::Instrumentation& card = card_->virtualCard->instrumentation();
+    const std::uint64_t commands = card.counters().commands;
     EXPECT_APP_ERROR(generate(card_->newKeyPair(0, 0, "k")),
                      "private key modulus sizes must be specified");
     EXPECT_APP_ERROR(generate(card_->newKeyPair(1024, 0, "k")),
                      "public key modulus sizes must be specified");
     EXPECT_APP_ERROR(generate(card_->newKeyPair(2048, 1024, "k")),
                      "modulus sizes of keys must be equal");
-    EXPECT_EQ(card_->virtualCard->instrumentation().counters().commands, commands)
-        << "sizes are checked before any card access";
+    EXPECT_EQ(card.counters().commands, commands) << "sizes are checked before any card access";
 
-    vcard::Instrumentation& faults = card_->virtualCard->instrumentation();
-    constexpr std::uint8_t createFile = 0xE0;
+    const mw::ByteBuffer prkdf = card_->directoryFile(0x00);
     constexpr std::uint8_t generateKeyPair = 0x46;
-    for (const auto& [ins, n] : {std::pair{createFile, 1}, {createFile, 2}, {generateKeyPair, 1}}) {
-        SCOPED_TRACE(testing::Message() << std::hex << int{ins} << " #" << n);
-        faults.injectStatusWord(ins, 0x6A84, static_cast<std::uint64_t>(n));
-        try {
-            generate(card_->newKeyPair(1024, 1024, "refused"));
-            ADD_FAILURE() << "the card refused the generation";
-        } catch (const card::CardException& e) {
-            const unsigned short* sw = boost::get_error_info<card::StatusCode>(e);
-            EXPECT_EQ(sw ? *sw : 0, 0x6A84);
-        }
-        faults.clearFault();
-        unchanged();
+    card.injectStatusWord(generateKeyPair, 0x6A84, 1);
+    const KeyPair refused = card_->newKeyPair(1024, 1024, "refused");
+    try {
+        generate(refused);
+        ADD_FAILURE() << "the card refused the generation";
+    } catch (const card::CardException& e) {
+        const unsigned short* sw = boost::get_error_info<card::StatusCode>(e);
+        EXPECT_EQ(sw ? *sw : 0, 0x6A84);
     }
-    // The reference the refusals did not keep goes to the next generation.
-    const KeyPair next = card_->generate(1024, "after the refusals");
-    EXPECT_EQ(next.privateKey->getKeyReference().keyReference, 0x82);
-    card_->repository->deleteCardObject(*card_->channel, *next.privateKey);
-    card_->repository->deleteCardObject(*card_->channel, *next.publicKey);
-    unchanged();
+    card.clearFault();
+    EXPECT_NE(mw::toHex(card_->directoryFile(0x00)), mw::toHex(prkdf));
+    const KeyPair next = card_->generate(1024, "after the refusal");
+    EXPECT_NE(next.privateKey->getKeyReference().keyReference,
+              refused.privateKey->getKeyReference().keyReference);
+    for (const KeyPair* pair : {&refused, &next}) {
+        card_->repository->deleteCardObject(*card_->channel, *pair->privateKey);
+        card_->repository->deleteCardObject(*card_->channel, *pair->publicKey);
+    }
+    EXPECT_EQ(mw::toHex(card_->directoryFile(0x00)), mw::toHex(prkdf));
 }
 
 // A card that hashes: the algorithms it lists are performed whole on the
@@ -408,12 +410,22 @@ TEST(HashingCard, SignsWhatItListsOnTheCard) {
               rsaEncryption);
 }
 
+// A card without an algorithm list (GET DATA answers 6A88) performs
+// nothing on its own, not even raw RSA.
+TEST(CardWithoutAlgorithmList, OffersNoEngineThatNeedsTheCard) {
+    PluginCard card;
+    card.virtualCard->instrumentation().injectStatusWord(0xCA, 0x6A88);
+    EXPECT_APP_ERROR(card.application->getSignature(sha256WithRsa),
+                     "failed to get signature algorithm implementation for rsaEncryption");
+    EXPECT_APP_ERROR(card.application->getCipher(rsaEncryption),
+                     "failed to get cipher algorithm implementation for oid");
+}
+
 // The hash identifiers of the table have even lengths; an odd one is read
 // with its missing "0" before the last digit, not at the front.
 TEST(HashIdentifierText, AnOddLengthGetsItsZeroBeforeTheLastDigit) {
     EXPECT_EQ(mw::toHex(app::pkcs15::util::hexToBytes("ABC")), "AB0C");
-    EXPECT_EQ(mw::toHex(app::pkcs15::util::hexToBytes("608648016503040201")),
-              "608648016503040201");
+    EXPECT_EQ(mw::toHex(app::pkcs15::util::hexToBytes("608648016503040201")), "608648016503040201");
     EXPECT_EQ(mw::toHex(app::pkcs15::util::hexToBytes("7")), "07");
 }
 

@@ -2,7 +2,7 @@
 // card: import, listing, public key, relabel, removal, and what a refusal
 // leaves behind.
 #include "AppError.hpp"
-#include "CardFixture.hpp"
+#include "PluginOnCard.hpp"
 
 #include "app/ApplicationException.hpp"
 #include "app/IApplication.hpp"
@@ -24,9 +24,6 @@ namespace {
 using app::object::IKey;
 using app::object::IPrivateRSAKey;
 using app::object::IPublicRSAKey;
-using Repository = app::object::ICardObjectRepository;
-
-using hosttest::NoConfiguration;
 
 mw::ByteBuffer bytesOf(const CryptoPP::Integer& value, std::size_t size = 0) {
     mw::ByteBuffer bytes(size ? size : value.MinEncodedSize());
@@ -54,31 +51,10 @@ KeyMaterial generate(unsigned int bits) {
             bytesOf(key.GetMultiplicativeInverseOfPrime2ModPrime1())};
 }
 
-class KeysOnTheCard : public hosttest::CardTest {
+class KeysOnTheCard : public hosttest::PluginOnCard {
 protected:
     const mw::ByteBuffer prkdfId{0x44, 0x00};
     const mw::ByteBuffer pukdfId{0x44, 0x01};
-
-    void SetUp() override {
-        hosttest::CardTest::SetUp();
-        if (IsSkipped()) {
-            return;
-        }
-        verifyUserPin();
-        reopen();
-    }
-
-    // The application as a host gets it from the plugin, anew: nothing
-    // cached from before.
-    void reopen() {
-        if (!loader_) {
-            loader_ = std::make_unique<host::PluginLoader>(P15APP_PATH, NoConfiguration());
-        }
-        const auto application = loader_->getApplications(card_, *channel_).at(0);
-        application_ = boost::dynamic_pointer_cast<Repository>(application);
-        factory_ = boost::dynamic_pointer_cast<app::object::ICardObjectFactory>(application);
-        ASSERT_TRUE(application_ && factory_);
-    }
 
     static app::AccessControlRules userPinRules() {
         return {app::AccessControlRule(
@@ -107,23 +83,6 @@ protected:
         return boost::dynamic_pointer_cast<IPublicRSAKey>(
             application_->getPublicKeys(*channel_).at(index));
     }
-
-    mw::ByteBuffer fileContent(const mw::ByteBuffer& id) const {
-        files()->select(*channel_, id);
-        return files()->read(*channel_, 0, 0);
-    }
-    bool exists(const mw::ByteBuffer& id) const {
-        try {
-            files()->select(*channel_, id);
-            return true;
-        } catch (const card::CardException&) {
-            return false;
-        }
-    }
-
-    std::unique_ptr<host::PluginLoader> loader_;
-    boost::shared_ptr<Repository> application_;
-    boost::shared_ptr<app::object::ICardObjectFactory> factory_;
 };
 
 TEST_P(KeysOnTheCard, KeysOfEverySizeMakeTheWholeRoundTrip) {

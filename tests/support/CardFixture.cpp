@@ -27,7 +27,14 @@ std::unique_ptr<card::ICardTransport> pcscTransport() {
 } // namespace
 
 std::string transportName(const ::testing::TestParamInfo<TransportKind>& info) {
-    return info.param == TransportKind::InProcess ? "InProcess" : "Pcsc";
+    switch (info.param) {
+    case TransportKind::InProcess:
+        return "InProcess";
+    case TransportKind::InProcessShort:
+        return "InProcessShortApdus";
+    default:
+        return "Pcsc";
+    }
 }
 
 void CardTest::SetUp() {
@@ -41,6 +48,7 @@ void CardTest::SetUp() {
         auto inProcess =
             std::make_unique<host::VirtualCardTransport>(vcard::VirtualCard::personalised());
         virtualCard_ = &inProcess->virtualCard();
+        virtualCard_->setExtendedLength(GetParam() != TransportKind::InProcessShort);
         transport = std::move(inProcess);
     }
     channel_ = boost::make_shared<host::Channel>(std::move(transport));

@@ -23,7 +23,8 @@ class VirtualCard;
 
 namespace hosttest {
 
-enum class TransportKind { InProcess, Pcsc };
+// InProcessShort: the in-process card that takes short APDUs only.
+enum class TransportKind { InProcess, InProcessShort, Pcsc };
 
 std::string transportName(const ::testing::TestParamInfo<TransportKind>& info);
 
@@ -56,6 +57,11 @@ protected:
     }
 
     void verifyUserPin() const;
+    // Commands cost by the card of this test: `shortOnly` for a card without
+    // extended length, `extended` for one with.
+    std::uint64_t apdus(std::uint64_t shortOnly, std::uint64_t extended) const {
+        return GetParam() == TransportKind::InProcessShort ? shortOnly : extended;
+    }
 
     boost::shared_ptr<host::Channel> channel_;
     boost::shared_ptr<host::iso7816::CardSession> session_;

@@ -1,6 +1,8 @@
 #include "FreeHook.hpp"
 
 #include <algorithm>
+#include <cstring>
+#include <malloc.h>
 
 #if defined(__SANITIZE_ADDRESS__)
 #define P15_TEST_ASAN 1
@@ -26,6 +28,17 @@ const void* watchedBlock = nullptr;
 std::size_t watchedSize = 0;
 bool blockFreed = false;
 bool blockWasZero = false;
+
+// Plain storage: the hook must not allocate or free on its own.
+char secret[64];
+std::size_t secretSize = 0;
+std::size_t holdingSecret = 0;
+
+void search(void* block) {
+    if (memmem(block, malloc_usable_size(block), secret, secretSize) != nullptr) {
+        ++holdingSecret;
+    }
+}
 
 void inspect(void* block) {
     const auto* bytes = static_cast<const unsigned char*>(block);
@@ -67,6 +80,16 @@ bool watchedBlockWasZero() {
     return blockWasZero;
 }
 
+void lookFor(std::string_view text) {
+    secretSize = std::min(text.size(), sizeof secret);
+    std::memcpy(secret, text.data(), secretSize);
+    holdingSecret = 0;
+}
+
+std::size_t blocksFreedHoldingSecret() {
+    return holdingSecret;
+}
+
 ::testing::AssertionResult releasedAsZeros() {
     if (!blockFreed) {
         return ::testing::AssertionFailure() << "the block was not freed";
@@ -85,6 +108,9 @@ extern "C" __attribute__((no_sanitize("address"))) __attribute__((no_sanitize("u
 free(void* block) {
     if (block != nullptr && block == watchedBlock) {
         inspect(block);
+    }
+    if (block != nullptr && secretSize > 0) {
+        search(block);
     }
     releaseBlock(block);
 }

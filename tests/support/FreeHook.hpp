@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <gtest/gtest.h>
+#include <string_view>
 
 namespace freehook {
 
@@ -19,6 +20,11 @@ void watch(mw::ByteBuffer& buffer);
 ::testing::AssertionResult releasedAsZeros();
 bool watchedBlockFreed();
 bool watchedBlockWasZero();
+
+// Counts the blocks freed from now on that still hold `secret` (up to 64
+// bytes) anywhere in them; an empty secret stops the search.
+void lookFor(std::string_view secret);
+std::size_t blocksFreedHoldingSecret();
 
 } // namespace freehook
 

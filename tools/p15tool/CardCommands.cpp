@@ -6,9 +6,12 @@
 #include "host/pcsc/PcscContext.hpp"
 #include "mw/Hex.hpp"
 #include "tools/p15tool/Commands.hpp"
+#include "tools/p15tool/Documents.hpp"
 #include "tools/p15tool/Locations.hpp"
+#include "tools/p15tool/Login.hpp"
 #include "tools/p15tool/Output.hpp"
 #include "tools/p15tool/PinInput.hpp"
+#include "tools/p15tool/Progress.hpp"
 #include "tools/p15tool/Session.hpp"
 #include "tools/p15tool/Text.hpp"
 #include "tools/p15tool/ToolError.hpp"
@@ -19,6 +22,7 @@
 
 #include <algorithm>
 #include <iostream>
+#include <unistd.h>
 
 namespace p15tool {
 
@@ -103,8 +107,9 @@ Json algorithmsJson(const app::IApplication& application, unsigned rows) {
     return list;
 }
 
-void info(const GlobalOptions& global) {
-    const Session session(global);
+} // namespace
+
+Json cardInfoJson(const Session& session) {
     const app::IApplication& application = session.application();
     Json document;
     document["card"] = cardJson(session);
@@ -112,7 +117,39 @@ void info(const GlobalOptions& global) {
                                    {"aid", mw::toHex(application.getAid())}};
     document["signatureAlgorithms"] = algorithmsJson(application, signatureRows);
     document["rawRsaAlgorithms"] = algorithmsJson(application, rawRsaRows);
-    printResult(std::cout, document, global.json);
+    return document;
+}
+
+namespace {
+
+void info(const GlobalOptions& global) {
+    const Session session(global);
+    printResult(std::cout, cardInfoJson(session), global.json);
+}
+
+// Whether the person at the terminal agrees to `question`; without a
+// terminal nobody can, and the command needs --yes.
+bool confirmed(const std::string& question) {
+    if (::isatty(STDIN_FILENO) != 1) {
+        throw ToolError(ExitCode::usage, "no terminal to confirm on; add --yes to " + question);
+    }
+    std::cerr << question << "? Type \"yes\" to go on: " << std::flush;
+    std::string answer;
+    std::getline(std::cin, answer);
+    return answer == "yes";
+}
+
+void wipe(const GlobalOptions& global, bool yes, const PinSource& pin) {
+    const Session session(global);
+    const std::string where = session.cardName();
+    if (!yes && !confirmed("wipe every key, certificate and data object from " + where)) {
+        throw ToolError(ExitCode::failure, "nothing wiped");
+    }
+    verifyUserPin(session, pin);
+    Progress progress("Wiping " + where);
+    session.application().wipe(session.channel());
+    progress.done();
+    printResult(std::cout, Json{{"wiped", where}}, global.json);
 }
 
 void readers(const GlobalOptions& global) {
@@ -151,6 +188,15 @@ void addCardCommands(CLI::App& program, const GlobalOptions& options) {
 
     program.add_subcommand("info", "the card, its PKCS#15 application and its algorithms")
         ->callback([&options] { info(options); });
+    auto wipeOptions =
+        std::make_shared<std::pair<bool, PinSource>>(false, PinSource{"user PIN", "pin", {}, {}});
+    CLI::App* wipeCommand = program.add_subcommand(
+        "wipe", "remove every key, certificate and data object from the card (asks first)");
+    wipeCommand->add_flag("--yes", wipeOptions->first, "do not ask");
+    addPinOptions(*wipeCommand, wipeOptions->second);
+    wipeCommand->callback(
+        [&options, wipeOptions] { wipe(options, wipeOptions->first, wipeOptions->second); });
+
     program.add_subcommand("readers", "the PC/SC readers, with a card or without")
         ->callback([&options] { readers(options); });
 }

@@ -12,11 +12,17 @@ struct GlobalOptions;
 // Each group adds its subcommands to the program; a subcommand's callback
 // does the work once the whole command line is parsed and throws what fails.
 
-// init, info, readers: the card itself.
+// init, info, wipe, readers: the card itself.
 void addCardCommands(CLI::App& program, const GlobalOptions& options);
 // decode: directory-file dumps, offline.
 void addDecodeCommand(CLI::App& program, const GlobalOptions& options);
-// list: the objects of the card's application.
+// sign, verify, encrypt, decrypt, random: the engines.
+void addCryptoCommands(CLI::App& program, const GlobalOptions& options);
+// keygen, req, selfsign: making and enrolling keys.
+void addEnrolCommands(CLI::App& program, const GlobalOptions& options);
+// key import|export|delete.
+void addKeyCommands(CLI::App& program, const GlobalOptions& options);
+// list and dump: the objects of the card's application.
 void addListCommand(CLI::App& program, const GlobalOptions& options);
 // pin status|verify|logout|change|unblock.
 void addPinCommands(CLI::App& program, const GlobalOptions& options);

@@ -10,10 +10,6 @@ namespace p15tool {
 
 namespace {
 
-const Names keyUsages = {"encrypt", "decrypt", "sign",          "signRecover", "wrap",
-                         "unwrap",  "verify",  "verifyRecover", "derive",      "nonRepudiation"};
-const Names keyAccessFlags = {"sensitive", "extractable", "alwaysSensitive", "neverExtractable",
-                              "local"};
 const Names tokenFlags = {"readonly", "loginRequired", "prnGeneration", "eidCompliant"};
 const Names operations = {"compute-checksum",
                           "compute-signature",

@@ -2,11 +2,16 @@
 // PINs with their tries left, access rules in words.
 #include "app/ApplicationException.hpp"
 #include "app/object/ICardObjectRepository.hpp"
+#include "app/object/IPublicRSAKey.hpp"
 #include "host/Channel.hpp"
+#include "mw/Hex.hpp"
 #include "tools/p15tool/Commands.hpp"
+#include "tools/p15tool/Documents.hpp"
+#include "tools/p15tool/Keys.hpp"
 #include "tools/p15tool/Output.hpp"
 #include "tools/p15tool/Pins.hpp"
 #include "tools/p15tool/Session.hpp"
+#include "tools/p15tool/ToolError.hpp"
 
 #include <CLI/CLI.hpp>
 #include <boost/exception/get_error_info.hpp>
@@ -21,12 +26,12 @@ using Repository = app::object::ICardObjectRepository;
 
 // The objects of one kind under `key`; a kind the plugin cannot list yet is
 // a note in `notes` rather than a failure of the whole listing.
-template <class Fetch>
-void putObjects(Json& document, Json& notes, const char* key, Fetch fetch, const PinList& pins) {
+template <class Fetch, class Describe>
+void putObjects(Json& document, Json& notes, const char* key, Fetch fetch, Describe describe) {
     try {
         Json list = Json::array();
         for (const auto& object : fetch()) {
-            list.push_back(cardObjectJson(*object, pins));
+            list.push_back(describe(*object));
         }
         document[key] = list;
     } catch (const app::OperationNotSupportedException& error) {
@@ -36,8 +41,41 @@ void putObjects(Json& document, Json& notes, const char* key, Fetch fetch, const
     }
 }
 
+// A public key with its modulus and exponent as the card gives them; a value
+// the card does not give is a note, the key is listed all the same.
+Json publicKeyWithValue(const Session& session, app::object::IPublicKey& key, const PinList& pins,
+                        Json& notes) {
+    Json out = keyJson(key, pins);
+    auto* rsa = dynamic_cast<app::object::IPublicRSAKey*>(&key);
+    if (!rsa) {
+        return out;
+    }
+    try {
+        session.repository().readCardObject(session.channel(), key);
+        out["modulus"] = mw::toHex(rsa->getModulus());
+        out["publicExponent"] = mw::toHex(rsa->getPublicExponent());
+    } catch (const std::exception& error) {
+        notes.push_back("the value of public key " + keyName(key) +
+                        " cannot be read: " + describeFailure(error).message);
+    }
+    return out;
+}
+
 void list(const GlobalOptions& global) {
     const Session session(global);
+    printResult(std::cout, objectsJson(session, false), global.json);
+}
+
+void dump(const GlobalOptions& global) {
+    const Session session(global);
+    Json document = cardInfoJson(session);
+    document["objects"] = objectsJson(session, true);
+    printResult(std::cout, document, global.json);
+}
+
+} // namespace
+
+Json objectsJson(const Session& session, bool publicValues) {
     const Repository& repository = session.repository();
     const card::IChannel& channel = session.channel();
     const PinList pins = pinsOf(repository, channel);
@@ -49,23 +87,35 @@ void list(const GlobalOptions& global) {
     }
     document["pins"] = pinList;
     Json notes = Json::array();
+    const auto key = [&pins](const app::object::IKey& object) { return keyJson(object, pins); };
+    const auto publicKey = [&](app::object::IPublicKey& object) {
+        return publicValues ? publicKeyWithValue(session, object, pins, notes)
+                            : keyJson(object, pins);
+    };
+    const auto other = [&pins](const app::object::ICardObject& object) {
+        return cardObjectJson(object, pins);
+    };
     putObjects(
-        document, notes, "privateKeys", [&] { return repository.getPrivateKeys(channel); }, pins);
+        document, notes, "privateKeys", [&] { return repository.getPrivateKeys(channel); }, key);
     putObjects(
-        document, notes, "publicKeys", [&] { return repository.getPublicKeys(channel); }, pins);
+        document, notes, "publicKeys", [&] { return repository.getPublicKeys(channel); },
+        publicKey);
     putObjects(
-        document, notes, "certificates", [&] { return repository.getCertificates(channel); }, pins);
+        document, notes, "certificates", [&] { return repository.getCertificates(channel); },
+        other);
     putObjects(
-        document, notes, "dataObjects", [&] { return repository.getDataObjects(channel); }, pins);
+        document, notes, "dataObjects", [&] { return repository.getDataObjects(channel); }, other);
     if (!notes.empty()) {
         document["notes"] = notes;
     }
-    printResult(std::cout, document, global.json);
+    return document;
 }
 
-} // namespace
-
 void addListCommand(CLI::App& program, const GlobalOptions& global) {
+    program
+        .add_subcommand("dump", "everything on the card as a tree: the card, its "
+                                "application, algorithms and objects with their values")
+        ->callback([&global] { dump(global); });
     program
         .add_subcommand("list", "the PINs (with their tries left), keys, certificates and "
                                 "data objects on the card")

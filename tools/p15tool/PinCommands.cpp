@@ -3,6 +3,7 @@
 #include "app/object/ICardObjectRepository.hpp"
 #include "host/Channel.hpp"
 #include "tools/p15tool/Commands.hpp"
+#include "tools/p15tool/Login.hpp"
 #include "tools/p15tool/Output.hpp"
 #include "tools/p15tool/PinInput.hpp"
 #include "tools/p15tool/Pins.hpp"
@@ -36,29 +37,6 @@ struct ChosenPin {
     PinList pins;
     const IPin& pin;
 };
-
-// `source` as asked for by the name of the PIN it gives: "User PIN: ".
-mw::ByteBuffer readPinOf(const IPin& pin, PinSource source, bool isNew) {
-    source.name = pinName(pin);
-    return readPin(source, isNew);
-}
-
-// Runs a card operation; a wrong or blocked PIN ends the command with the
-// tries left and what to do next, named as `secret` says.
-template <class Operation> void onCard(const RefusedSecret& secret, Operation operation) {
-    try {
-        operation();
-    } catch (const ToolError&) {
-        throw;
-    } catch (const std::exception& error) {
-        const Failure failure = describeFailure(error, secret);
-        throw ToolError(failure.code, failure.message);
-    }
-}
-
-RefusedSecret refusedPin(const IPin& pin) {
-    return {pinName(pin), "unblock it with its PUK: p15tool pin unblock"};
-}
 
 void printPin(const GlobalOptions& global, const Session& session, const ChosenPin& chosen) {
     printResult(std::cout, pinJson(chosen.pin, session.channel(), chosen.pins, false), global.json);

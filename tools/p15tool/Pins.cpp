@@ -22,19 +22,6 @@ using app::object::IPin;
 // IPin::PinInfo::triesLeft when the card does not say.
 constexpr std::uint16_t unknownTries = 0xFFFF;
 
-// The names of the bits set in a flag word of `bitCount` bits whose first
-// bit is the highest; "bit N" for those without a name.
-Json flagNames(unsigned value, unsigned bitCount, Names names) {
-    Json list = Json::array();
-    for (unsigned bit = 0; bit < bitCount; ++bit) {
-        if (value & (1u << (bitCount - 1 - bit))) {
-            list.push_back(bit < names.size() ? std::string(names.begin()[bit])
-                                              : "bit " + std::to_string(bit));
-        }
-    }
-    return list;
-}
-
 bool isUserPin(const IPin& pin) {
     return !(pin.getPinFlags() & (IPin::SoPin | IPin::UnblockingPin));
 }

@@ -103,11 +103,14 @@ mw::ByteBuffer Session::atr() const {
     return channel_->transport(0).getAtr();
 }
 
+std::string Session::cardName() const {
+    return location_.image.empty() ? "the card in " + location_.reader
+                                   : "the card " + location_.image;
+}
+
 app::IApplication& Session::application() const {
     if (applications_.empty()) {
-        const std::string where =
-            location_.image.empty() ? "the card in " + location_.reader : location_.image;
-        throw ToolError(ExitCode::notFound, "no PKCS#15 application on " + where +
+        throw ToolError(ExitCode::notFound, "no PKCS#15 application on " + cardName() +
                                                 "; use a card personalised with p15tool init");
     }
     return *applications_.front();

@@ -51,6 +51,8 @@ public:
     Session& operator=(const Session&) = delete;
 
     const CardLocation& location() const { return location_; }
+    // "the card /path/card.json" or "the card in READER", for messages.
+    std::string cardName() const;
     mw::ByteBuffer atr() const;
     const host::Channel& channel() const { return *channel_; }
     // The PKCS#15 application, selected; a card without one is a ToolError.

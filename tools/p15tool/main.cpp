@@ -39,6 +39,9 @@ int main(int argc, char** argv) {
     addGlobalOptions(program, options);
     p15tool::addCardCommands(program, options);
     p15tool::addListCommand(program, options);
+    p15tool::addKeyCommands(program, options);
+    p15tool::addEnrolCommands(program, options);
+    p15tool::addCryptoCommands(program, options);
     p15tool::addPinCommands(program, options);
     p15tool::addDecodeCommand(program, options);
     try {

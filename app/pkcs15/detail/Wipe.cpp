@@ -345,7 +345,8 @@ void Wipe::leave(const std::string& what, const card::CardException& failure) {
 
 void Wipe::store(const Directory& directory, const mw::ByteBuffer& content) const {
     const fs::P15File& file = *directory.file;
-    application_.writeChangedBytes(channel_, file, file.content(channel_), content);
+    application_.writeChangedBytes(channel_, file, file.content(channel_), content,
+                                   file.contentLength(channel_));
     file.replaceContent(content);
 }
 

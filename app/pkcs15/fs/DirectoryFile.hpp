@@ -4,6 +4,9 @@
 #include "app/pkcs15/fs/P15File.hpp"
 #include "app/pkcs15/oss/Codec.hpp"
 
+#include <boost/make_shared.hpp>
+#include <boost/shared_ptr.hpp>
+#include <boost/weak_ptr.hpp>
 #include <vector>
 
 namespace app {
@@ -31,10 +34,42 @@ protected:
         return used;
     }
 
-    void forgetDecoded() const override { values_.clear(); }
+    // The objects of the entries that `listed` accepts, in file order, made
+    // from `file` (this file, as the type the objects keep) when first asked
+    // for and again after the file changed. Entries of other kinds are not
+    // listed; they stay in the file. The objects made before stay alive until
+    // the next list replaces them: the object whose write changed the file is
+    // still at work when the file forgets its entries.
+    template <class Object, class File, class Listed>
+    const std::vector<boost::shared_ptr<Object>>&
+    objectsOf(const File& file, const card::IChannel& channel, Listed listed,
+              std::vector<boost::shared_ptr<Object>>& made) const {
+        const std::vector<Value>& decoded = values(channel);
+        if (objectsMade_) {
+            return made;
+        }
+        const auto& encoded = this->entries(channel);
+        std::vector<boost::shared_ptr<Object>> objects;
+        for (std::size_t i = 0; i < decoded.size(); ++i) {
+            if (listed(decoded[i])) {
+                objects.push_back(
+                    boost::make_shared<Object>(boost::weak_ptr<const File>(file.shared_from_this()),
+                                               decoded[i], encoded[i].encoding));
+            }
+        }
+        made = std::move(objects);
+        objectsMade_ = true;
+        return made;
+    }
+
+    void forgetDecoded() const override {
+        values_.clear();
+        objectsMade_ = false;
+    }
 
 private:
     mutable std::vector<Value> values_;
+    mutable bool objectsMade_ = false;
 };
 
 // The path of an object's indirect value, if it has one.

@@ -5,7 +5,6 @@
 #include "app/pkcs15/fs/DirectoryFile.hpp"
 #include "card/service/KeyRef.hpp"
 
-#include <boost/make_shared.hpp>
 #include <boost/shared_ptr.hpp>
 #include <boost/weak_ptr.hpp>
 #include <vector>
@@ -52,36 +51,15 @@ public:
 protected:
     using DirectoryFile<KeyType>::DirectoryFile;
 
-    // The objects of the RSA key entries (choice `rsaChoice`) of `file`, in
-    // file order, made when first asked for and again after the file
-    // changed. Other kinds of key are not listed; they stay in the file.
+    // The objects of the RSA key entries (choice `rsaChoice`) of `file`; see
+    // DirectoryFile::objectsOf.
     template <class Object, class File>
     const std::vector<boost::shared_ptr<Object>>&
     rsaKeys(const File& file, const card::IChannel& channel, int rsaChoice,
             std::vector<boost::shared_ptr<Object>>& made) const {
-        const std::vector<KeyType>& decoded = this->values(channel);
-        if (keysMade_) {
-            return made;
-        }
-        const auto& encoded = this->entries(channel);
-        std::vector<boost::shared_ptr<Object>> keys;
-        for (std::size_t i = 0; i < decoded.size(); ++i) {
-            if (decoded[i].choice == rsaChoice) {
-                keys.push_back(
-                    boost::make_shared<Object>(boost::weak_ptr<const File>(file.shared_from_this()),
-                                               decoded[i], encoded[i].encoding));
-            }
-        }
-        made = std::move(keys);
-        keysMade_ = true;
-        return made;
-    }
-
-    // The objects made before stay alive until the next list replaces them:
-    // the key whose write changed the file is still at work when this runs.
-    void forgetDecoded() const override {
-        DirectoryFile<KeyType>::forgetDecoded();
-        keysMade_ = false;
+        return this->objectsOf(
+            file, channel, [rsaChoice](const KeyType& key) { return key.choice == rsaChoice; },
+            made);
     }
 
     virtual bool holdsPrivateKeys() const = 0;
@@ -89,9 +67,6 @@ protected:
     // The card reference of an RSA key entry; false for other kinds of key
     // and for entries without a key reference.
     virtual bool rsaKeyRef(const KeyType& key, card::service::KeyRef& ref) const = 0;
-
-private:
-    mutable bool keysMade_ = false;
 };
 
 } // namespace fs

@@ -7,6 +7,7 @@
 #include "app/pkcs15/fs/DODF.hpp"
 #include "app/pkcs15/fs/PrKDF.hpp"
 #include "app/pkcs15/fs/PuKDF.hpp"
+#include "app/pkcs15/fs/TokenInfo.hpp"
 #include "app/pkcs15/oss/Codec.hpp"
 #include "card/service/IFileAccessService.hpp"
 
@@ -111,6 +112,9 @@ const boost::shared_ptr<CDF>& ODF::getCDF() const {
 }
 const boost::shared_ptr<DODF>& ODF::getDODF() const {
     return directoryFile(dodf_);
+}
+const boost::shared_ptr<TokenInfo>& ODF::getTokenInfo() const {
+    return directoryFile(tokenInfo_);
 }
 
 mw::ByteBuffer ODF::getFreeFileId(AppObjectType type) const {

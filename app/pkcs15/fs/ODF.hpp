@@ -23,6 +23,7 @@ class CDF;
 class DODF;
 class PrKDF;
 class PuKDF;
+class TokenInfo;
 
 // EF(ODF): where the directory files of the application lie. Read once, on
 // first need; the directory-file objects hang off it and reach the
@@ -47,6 +48,8 @@ public:
     const boost::shared_ptr<PuKDF>& getPuKDF() const;
     const boost::shared_ptr<CDF>& getCDF() const;
     const boost::shared_ptr<DODF>& getDODF() const;
+    // EF(TokenInfo), which EF(ODF) does not list (see P15File::getFileId).
+    const boost::shared_ptr<TokenInfo>& getTokenInfo() const;
 
     mw::ByteBuffer getFreeFileId(AppObjectType type) const;
     card::service::KeyRef getFreeKeyReference(AppObjectType type) const;
@@ -70,6 +73,7 @@ private:
     mutable boost::shared_ptr<PuKDF> pukdf_;
     mutable boost::shared_ptr<CDF> cdf_;
     mutable boost::shared_ptr<DODF> dodf_;
+    mutable boost::shared_ptr<TokenInfo> tokenInfo_;
 };
 
 } // namespace fs

@@ -5,9 +5,69 @@
 #include "app/pkcs15/fs/ODF.hpp"
 #include "card/service/IFileAccessService.hpp"
 
+#include <algorithm>
+
 namespace app {
 namespace pkcs15 {
 namespace fs {
+
+namespace {
+
+// What one read asks for at least: the most a short READ BINARY returns, so
+// that a card without extended length answers each read in whole commands.
+// A card that answers more at once is asked for twice as much each time, so
+// that a long file takes few commands and little padding.
+constexpr std::size_t readChunk = 256;
+
+// Where the DER value starting at `offset` ends, from its tag and length
+// alone; 0 when the bytes do not hold its header yet, and the data's end
+// when the header is malformed (the decoder reports it).
+std::size_t entryEnd(const mw::ByteBuffer& data, std::size_t offset) {
+    const std::size_t size = data.size();
+    std::size_t at = offset + 1;
+    if ((data.get(offset) & 0x1F) == 0x1F) { // high tag number
+        while (at < size && (data.get(at) & 0x80) != 0) {
+            ++at;
+        }
+        ++at;
+    }
+    if (at >= size) {
+        return 0;
+    }
+    const unsigned char first = data.get(at++);
+    std::size_t length = first;
+    if ((first & 0x80) != 0) {
+        const std::size_t octets = first & 0x7F;
+        if (octets == 0 || octets > 3) { // indefinite, or beyond any file
+            return size;
+        }
+        if (at + octets > size) {
+            return 0;
+        }
+        length = 0;
+        for (std::size_t i = 0; i < octets; ++i) {
+            length = (length << 8) | data.get(at++);
+        }
+    }
+    return at + length;
+}
+
+// How many more bytes must be read before the entries' end is known: 0 once
+// a padding byte follows the last complete entry.
+std::size_t bytesWanted(const mw::ByteBuffer& data) {
+    std::size_t offset = 0;
+    while (offset < data.size() && !P15File::isPadding(data.get(offset))) {
+        const std::size_t end = entryEnd(data, offset);
+        if (end == 0) {
+            return 1;
+        }
+        offset = end;
+    }
+    // One byte past the last entry tells whether another one follows.
+    return offset < data.size() ? 0 : offset - data.size() + 1;
+}
+
+} // namespace
 
 P15File::P15File(const boost::weak_ptr<ODF>& odf, FileId kind)
     : odf_(odf)
@@ -27,8 +87,12 @@ boost::shared_ptr<const P15Application> P15File::application() const {
     return odf()->application();
 }
 
+// EF(ODF) does not list EF(TokenInfo): it is 5032 in every application.
 mw::ByteBuffer P15File::getFileId(const card::IChannel& channel,
                                   const card::service::IFileAccessService& fileAccess) const {
+    if (kind_ == TokenInfo) {
+        return mw::ByteBuffer{0x50, 0x32};
+    }
     return odf()->getFileId(channel, fileAccess, kind_);
 }
 
@@ -41,24 +105,67 @@ void P15File::clearContent() const {
     odf()->clearContent(this);
 }
 
+void P15File::selectOnCard(const card::IChannel& channel) const {
+    const boost::shared_ptr<const P15Application> app = application();
+    const card::service::IFileAccessService& fileAccess = *app->getFileAccessService();
+    fileAccess.select(channel, getFileId(channel, fileAccess));
+    fileSize_ = fileAccess.size(channel);
+}
+
+void P15File::appendFromCard(const card::IChannel& channel, std::size_t length) const {
+    const boost::shared_ptr<const P15Application> app = application();
+    const mw::ByteBuffer read = app->getFileAccessService()->read(channel, content_.size(), length);
+    if (read.size() != length) {
+        APP_THROW_DATA(InvalidDataException, "file read returned another length than asked for",
+                       static_cast<unsigned int>(read.size()));
+    }
+    content_.append(read);
+}
+
+// Reads the file only as far as its entries go: a directory file is mostly
+// padding. Each read asks for whole chunks, and for all of an entry whose
+// header says it runs on.
 void P15File::ensureLoaded(const card::IChannel& channel) const {
     if (!mustRead_) {
         return;
     }
+    dropContent();
     const boost::shared_ptr<const P15Application> app = application();
-    const card::service::IFileAccessService& fileAccess = *app->getFileAccessService();
-    const mw::ByteBuffer fileId = getFileId(channel, fileAccess);
-    mw::ByteBuffer content;
-    if (!fileId.empty()) {
-        fileAccess.select(channel, fileId);
-        content = fileAccess.read(channel, 0, 0);
+    if (!getFileId(channel, *app->getFileAccessService()).empty()) {
+        selectOnCard(channel);
+        const std::size_t mostPerRead =
+            std::max(readChunk, app->getFileAccessService()->maxReadLength(channel));
+        std::size_t next = readChunk;
+        for (std::size_t wanted = 1; wanted != 0 && content_.size() < fileSize_;
+             wanted = bytesWanted(content_)) {
+            const std::size_t chunks = (wanted + readChunk - 1) / readChunk;
+            const std::size_t length = std::max(chunks * readChunk, next);
+            appendFromCard(channel, std::min(length, fileSize_ - content_.size()));
+            next = std::min(2 * next, mostPerRead);
+        }
     }
-    replaceContent(std::move(content));
+    split();
+    mustRead_ = false;
+}
+
+void P15File::readUpTo(const card::IChannel& channel, std::size_t end) const {
+    ensureLoaded(channel);
+    end = std::min(end, fileSize_);
+    if (content_.size() >= end) {
+        return;
+    }
+    selectOnCard(channel);
+    appendFromCard(channel, end - content_.size());
 }
 
 const mw::ByteBuffer& P15File::content(const card::IChannel& channel) const {
     ensureLoaded(channel);
     return content_;
+}
+
+std::size_t P15File::fileSize(const card::IChannel& channel) const {
+    ensureLoaded(channel);
+    return fileSize_;
 }
 
 const std::vector<P15File::Entry>& P15File::entries(const card::IChannel& channel) const {
@@ -72,7 +179,6 @@ std::size_t P15File::contentLength(const card::IChannel& channel) const {
 }
 
 void P15File::replaceContent(mw::ByteBuffer content) const {
-    dropContent();
     content_ = std::move(content);
     split();
     mustRead_ = false;
@@ -83,10 +189,13 @@ void P15File::dropContent() const {
     content_.clear();
     entries_.clear();
     contentLength_ = 0;
+    fileSize_ = 0;
     forgetDecoded();
 }
 
 void P15File::split() const {
+    entries_.clear();
+    forgetDecoded();
     std::size_t offset = 0;
     while (offset < content_.size() && !isPadding(content_.data()[offset])) {
         const std::size_t used = decodeEntry(content_.data() + offset, content_.size() - offset);

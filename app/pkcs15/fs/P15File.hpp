@@ -61,14 +61,20 @@ public:
     // Forgets what was read; the next access reads the file again.
     void clearContent() const;
 
-    // The whole file as read (entries and padding); empty when the card has
-    // no such file.
+    // The start of the file as read: its entries and the byte after them (the
+    // whole file when no padding ends them); empty when the card has no such
+    // file. The padding beyond is read only when a write needs it.
     const mw::ByteBuffer& content(const card::IChannel& channel) const;
+    // Extends content() to at least `end` bytes, or to the end of the file.
+    void readUpTo(const card::IChannel& channel, std::size_t end) const;
     const std::vector<Entry>& entries(const card::IChannel& channel) const;
     // End of the last entry: where padding, and room for new entries, starts.
     std::size_t contentLength(const card::IChannel& channel) const;
+    // The size of the file on the card, from its control parameters.
+    std::size_t fileSize(const card::IChannel& channel) const;
 
-    // Used by the application after it rewrote the file, and by clearContent.
+    // Used by the application after it rewrote the start of the file, and by
+    // clearContent.
     void replaceContent(mw::ByteBuffer content) const;
     void dropContent() const;
 
@@ -85,6 +91,9 @@ protected:
     virtual void forgetDecoded() const = 0;
 
 private:
+    // Selects the file; its size comes with the selection.
+    void selectOnCard(const card::IChannel& channel) const;
+    void appendFromCard(const card::IChannel& channel, std::size_t length) const;
     void split() const;
 
     boost::weak_ptr<ODF> odf_;
@@ -93,6 +102,7 @@ private:
     mutable mw::ByteBuffer content_;
     mutable std::vector<Entry> entries_;
     mutable std::size_t contentLength_ = 0;
+    mutable std::size_t fileSize_ = 0;
 };
 
 } // namespace fs

@@ -9,8 +9,8 @@
 #include "card/service/IFileSystemService.hpp"
 #include "mw/Log.hpp"
 
-#include <algorithm>
 #include <boost/current_function.hpp>
+#include <string.h>
 #include <utility>
 
 namespace app {
@@ -38,21 +38,21 @@ void checkModulusSizes(std::uint16_t privateBits, std::uint16_t publicBits) {
     }
 }
 
-// A key reference whose bytes are zeroed when it goes.
+// A key reference zeroed when it goes (its file identifier wipes itself).
 struct WipedKeyRef : KeyRef {
     explicit WipedKeyRef(KeyRef ref)
         : KeyRef(std::move(ref)) {}
     ~WipedKeyRef() {
-        keyReference = 0;
-        modulusBits = 0;
-        std::fill(fileId.begin(), fileId.end(), 0);
+        explicit_bzero(&keyReference, sizeof keyReference);
+        explicit_bzero(&modulusBits, sizeof modulusBits);
     }
     WipedKeyRef(const WipedKeyRef&) = delete;
     WipedKeyRef& operator=(const WipedKeyRef&) = delete;
 };
 
-// One generation on the card. Each step records what it brought to the
-// card, so that a refusal can take it back, newest first.
+// One generation on the card: entries first, then the containers, then the
+// key pair. A refusal is reported as the card gave it; what was written
+// before it stays, so that the entries name the references in use.
 class Generation {
 public:
     Generation(const card::IChannel& channel, const P15Application& application,
@@ -63,16 +63,10 @@ public:
         , publicKey_(publicKey) {}
 
     void run(const KeyRef& privateRef, const KeyRef& publicRef) {
-        try {
-            writeEntries(privateRef, publicRef);
-            createContainers(privateRef, publicRef);
-            publicKey_.loadKeyValue(
-                application_.getAsymmetricKeyManagementService()->generateKeyPair(
-                    channel_, privateRef, publicRef));
-        } catch (...) {
-            takeBack(privateRef, publicRef);
-            throw;
-        }
+        writeEntries(privateRef, publicRef);
+        createContainers(privateRef, publicRef);
+        publicKey_.loadKeyValue(application_.getAsymmetricKeyManagementService()->generateKeyPair(
+            channel_, privateRef, publicRef));
     }
 
 private:
@@ -80,9 +74,7 @@ private:
         privateKey_.setGeneratedKeyReference(privateRef);
         publicKey_.setGeneratedKeyReference(publicRef);
         privateKey_.write(channel_, application_);
-        privateEntry_ = true;
         publicKey_.write(channel_, application_);
-        publicEntry_ = true;
     }
 
     // The public key's own rules guard its container; a public key without
@@ -96,50 +88,16 @@ private:
             publicConditions = object::publicPartConditions(privateConditions);
         }
         const card::service::IFileSystemService& files = *application_.getFileSystemService();
-        files.createFile(channel_, card::service::PrivateKeyCreateParams(WipedKeyRef(privateRef),
-                                                                         privateConditions));
-        privateContainer_ = true;
-        files.createFile(channel_, card::service::PublicKeyCreateParams(WipedKeyRef(publicRef),
-                                                                        publicConditions));
-        publicContainer_ = true;
-    }
-
-    // Best effort: the refusal that made the generation fail is the error
-    // to report.
-    void takeBack(const KeyRef& privateRef, const KeyRef& publicRef) noexcept {
-        const auto& keys = *application_.getAsymmetricKeyManagementService();
-        if (publicContainer_) {
-            attempt([&] { keys.removePublicKey(channel_, publicRef); });
-        }
-        if (privateContainer_) {
-            attempt([&] { keys.removePrivateKey(channel_, privateRef); });
-        }
-        if (publicEntry_) {
-            attempt([&] { publicKey_.removeEntry(channel_, application_); });
-        }
-        if (privateEntry_) {
-            attempt([&] { privateKey_.removeEntry(channel_, application_); });
-        }
-        // New keys again, without a reference.
-        attempt([&] { privateKey_.setGeneratedKeyReference(KeyRef()); });
-        attempt([&] { publicKey_.setGeneratedKeyReference(KeyRef()); });
-    }
-
-    template <class Step> static void attempt(Step step) noexcept {
-        try {
-            step();
-        } catch (...) {
-        }
+        files.createFile(channel_,
+                         card::service::PrivateKeyCreateParams(privateRef, privateConditions));
+        files.createFile(channel_,
+                         card::service::PublicKeyCreateParams(publicRef, publicConditions));
     }
 
     const card::IChannel& channel_;
     const P15Application& application_;
     const P15RsaPrivateKey& privateKey_;
     P15RsaPublicKey& publicKey_;
-    bool privateEntry_ = false;
-    bool publicEntry_ = false;
-    bool privateContainer_ = false;
-    bool publicContainer_ = false;
 };
 
 } // namespace

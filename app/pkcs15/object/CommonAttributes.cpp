@@ -23,10 +23,6 @@ namespace {
 
 constexpr std::size_t kAccessModeBits = 3;
 
-template <class Holder> bool stored(const Holder& holder, Store which) {
-    return holder.get() && (which == Store::All || holder.isTouched());
-}
-
 mw::ByteBuffer toBuffer(const oss::Bytes& bytes) {
     return mw::ByteBuffer(bytes);
 }
@@ -129,14 +125,28 @@ void loadCommonObjectAttributes(const oss::CommonObjectAttributes& value,
 
 void storeCommonObjectAttributes(const app::object::AbstractCardObject& object, Store which,
                                  oss::CommonObjectAttributes& value) {
-    if (stored(object.labelHolder(), which)) {
+    if (isStored(object.labelHolder(), which)) {
         value.label = *object.getLabel();
     }
-    if (stored(object.flagsHolder(), which)) {
+    if (isStored(object.flagsHolder(), which)) {
         value.flags = encodeFlags(commonObjectFlags, *object.getFlags());
     }
-    if (stored(object.protectingAuthIdHolder(), which)) {
+    if (isStored(object.protectingAuthIdHolder(), which)) {
         value.authId = toBytes(*object.getProtectingAuthId());
+    }
+}
+
+void storeObjectAttributes(const app::object::AbstractCardObject& object, Store which,
+                           oss::CommonObjectAttributes& value, const char* rulesFixedText) {
+    const auto& rules = object.accessControlRulesHolder();
+    if (which == Store::Touched && rules.isTouched()) {
+        APP_THROW(OperationNotSupportedException, rulesFixedText);
+    }
+    storeCommonObjectAttributes(object, which, value);
+    if (which == Store::All && rules.get() && !rules.get()->empty()) {
+        std::vector<oss::AccessControlRule> encoded;
+        oss::OssHelper::encodeAccessControlRules(*rules.get(), encoded);
+        value.accessControlRules = std::move(encoded);
     }
 }
 
@@ -165,13 +175,13 @@ void storeCommonKeyAttributes(const app::object::AbstractKey& key, Store which,
     if (all || key.nativeHolder().isTouched()) {
         value.native = key.getNative();
     }
-    if (stored(key.accessFlagsHolder(), which)) {
+    if (isStored(key.accessFlagsHolder(), which)) {
         value.accessFlags = encodeFlags(keyAccessFlags, *key.getAccessFlags());
     }
-    if (stored(key.startDateHolder(), which)) {
+    if (isStored(key.startDateHolder(), which)) {
         value.startDate = *key.getStartDate();
     }
-    if (stored(key.endDateHolder(), which)) {
+    if (isStored(key.endDateHolder(), which)) {
         value.endDate = *key.getEndDate();
     }
 }

@@ -45,10 +45,22 @@ void loadCommonObjectAttributes(const oss::CommonObjectAttributes& value,
 // stay as the card had them).
 enum class Store { All, Touched };
 
+// Whether a store writes the optional `holder`: present, and set by the
+// host unless the store writes all.
+template <class Holder> bool isStored(const Holder& holder, Store which) {
+    return holder.get() && (which == Store::All || holder.isTouched());
+}
+
 // Writes label, flags and protecting authId into `value`; other components
 // are left as they are.
 void storeCommonObjectAttributes(const app::object::AbstractCardObject& object, Store which,
                                  oss::CommonObjectAttributes& value);
+// As storeCommonObjectAttributes, and the rules: they go only into a new
+// entry. Those of an object on the card are the conditions its card files
+// were created with, which a changed entry would not change, so setting them
+// on such an object fails with `rulesFixedText`.
+void storeObjectAttributes(const app::object::AbstractCardObject& object, Store which,
+                           oss::CommonObjectAttributes& value, const char* rulesFixedText);
 
 // The rules of an entry, leniently: a rule whose access mode has bits beyond
 // read, update and execute, or whose condition is an extension the

@@ -144,7 +144,7 @@ void P15Pin::write(const card::IChannel& channel, const P15Application& applicat
     const P15Application::ChannelScope bound(application, channel);
     if (encoding.size() > encoding_.size() &&
         aodf->contentLength(channel) + (encoding.size() - encoding_.size()) >
-            aodf->content(channel).size()) {
+            aodf->fileSize(channel)) {
         APP_THROW(OutOfMemoryException, "EF(AODF) out of memory");
     }
     aodf->updateEncodedAttributes(encoding_, encoding);

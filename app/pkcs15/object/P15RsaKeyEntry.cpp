@@ -2,9 +2,12 @@
 
 #include "app/ApplicationException.hpp"
 #include "app/TransformSecurityCondition.hpp"
+#include "app/pkcs15/fs/CDF.hpp"
+#include "app/pkcs15/fs/DODF.hpp"
 #include "app/pkcs15/fs/P15File.hpp"
 #include "app/pkcs15/fs/PrKDF.hpp"
 #include "app/pkcs15/fs/PuKDF.hpp"
+#include "app/pkcs15/fs/TokenInfo.hpp"
 #include "app/pkcs15/oss/Codec.hpp"
 #include "app/pkcs15/oss/OssHelper.hpp"
 
@@ -51,17 +54,8 @@ void loadKeyAttributes(const oss::CommonObjectAttributes& common,
 void storeKeyAttributes(const app::object::AbstractKey& key, Store which,
                         oss::CommonObjectAttributes& common,
                         oss::CommonKeyAttributes& keyAttributes) {
-    const auto& rules = key.accessControlRulesHolder();
-    if (which == Store::Touched && rules.isTouched()) {
-        APP_THROW(OperationNotSupportedException,
-                  "access control rules of a key on the card cannot be changed");
-    }
-    storeCommonObjectAttributes(key, which, common);
-    if (which == Store::All && rules.get() && !rules.get()->empty()) {
-        std::vector<oss::AccessControlRule> encoded;
-        oss::OssHelper::encodeAccessControlRules(*rules.get(), encoded);
-        common.accessControlRules = std::move(encoded);
-    }
+    storeObjectAttributes(key, which, common,
+                          "access control rules of a key on the card cannot be changed");
     storeCommonKeyAttributes(key, which, keyAttributes);
 }
 
@@ -99,7 +93,7 @@ void checkRoom(const fs::P15File& file, const card::IChannel& channel,
                const char* outOfMemoryText) {
     if (newEncoding.size() > oldEncoding.size() &&
         file.contentLength(channel) + (newEncoding.size() - oldEncoding.size()) >
-            file.content(channel).size()) {
+            file.fileSize(channel)) {
         APP_THROW(OutOfMemoryException, outOfMemoryText);
     }
 }
@@ -110,7 +104,7 @@ template <class Entry> mw::ByteBuffer encodeKeyEntry(const Entry& entry, const c
     } catch (const InvalidDataException& e) {
         const char* const* text = boost::get_error_info<ErrorText>(e);
         if (text && std::strcmp(*text, oss::kTextTooLong) == 0) {
-            APP_THROW(ApplicationException, tooLongText);
+            APP_THROW(InvalidDataException, tooLongText);
         }
         throw;
     }
@@ -118,6 +112,9 @@ template <class Entry> mw::ByteBuffer encodeKeyEntry(const Entry& entry, const c
 
 template mw::ByteBuffer encodeKeyEntry(const oss::PrivateKeyType&, const char*);
 template mw::ByteBuffer encodeKeyEntry(const oss::PublicKeyType&, const char*);
+template mw::ByteBuffer encodeKeyEntry(const oss::CertificateType&, const char*);
+template mw::ByteBuffer encodeKeyEntry(const oss::DataType&, const char*);
+template mw::ByteBuffer encodeKeyEntry(const oss::TokenInfo&, const char*);
 
 template <class File>
 boost::shared_ptr<const File> lockFile(const boost::weak_ptr<const File>& file) {
@@ -130,6 +127,10 @@ boost::shared_ptr<const File> lockFile(const boost::weak_ptr<const File>& file) 
 
 template boost::shared_ptr<const fs::PrKDF> lockFile(const boost::weak_ptr<const fs::PrKDF>&);
 template boost::shared_ptr<const fs::PuKDF> lockFile(const boost::weak_ptr<const fs::PuKDF>&);
+template boost::shared_ptr<const fs::CDF> lockFile(const boost::weak_ptr<const fs::CDF>&);
+template boost::shared_ptr<const fs::DODF> lockFile(const boost::weak_ptr<const fs::DODF>&);
+template boost::shared_ptr<const fs::TokenInfo>
+lockFile(const boost::weak_ptr<const fs::TokenInfo>&);
 
 card::service::KeyRef cardKeyRef(std::uint8_t keyReference, std::uint16_t bits,
                                  const mw::ByteBuffer& path) {

@@ -174,7 +174,9 @@ void P15RsaPrivateKey::removeKeyFromCard(const card::IChannel& channel,
 }
 
 // The public part goes with the private key unless a PuKDF entry still
-// names it.
+// names it. The entry goes first: a card that fails or loses power in
+// between keeps an unlisted key file, never an entry that names a missing
+// key.
 void P15RsaPrivateKey::remove(const card::IChannel& channel,
                               const P15Application& application) const {
     mw::Log log(typeid(*this), BOOST_CURRENT_FUNCTION);
@@ -183,16 +185,19 @@ void P15RsaPrivateKey::remove(const card::IChannel& channel,
     }
     const boost::shared_ptr<const fs::PrKDF> file = lockFile(prkdf_);
     const P15Application::ChannelScope bound(application, channel);
+    bool publicPartListed = false;
     if (p15KeyReference().keyReference != 0) {
         const std::vector<card::service::KeyRef> publicKeys =
             file->odf()->getPuKDF()->keyRefs(channel);
-        const bool publicPartListed =
+        publicPartListed =
             std::any_of(publicKeys.begin(), publicKeys.end(), [this](const auto& key) {
                 return key.keyReference == p15KeyReference().keyReference;
             });
-        removeKeyFromCard(channel, application, !publicPartListed);
     }
     removeEntry(channel, application);
+    if (p15KeyReference().keyReference != 0) {
+        removeKeyFromCard(channel, application, !publicPartListed);
+    }
 }
 
 void P15RsaPrivateKey::setGeneratedKeyReference(card::service::KeyRef keyRef) const {

@@ -48,8 +48,6 @@ public:
     // Gives a new key the reference under which the card generates its key
     // pair: its write then brings only the entry to the card.
     void setGeneratedKeyReference(card::service::KeyRef keyRef) const;
-    // Removes the entry only; the card's key stays as it is.
-    void removeEntry(const card::IChannel& channel, const P15Application& application) const;
 
     // The entry as it is on the card; empty for a new key.
     const mw::ByteBuffer& getEncoding() const { return encoding_; }
@@ -57,6 +55,8 @@ public:
     oss::PrivateKeyType encodePrivateKeyType() const;
 
 private:
+    // Removes the entry only; the card's key stays as it is.
+    void removeEntry(const card::IChannel& channel, const P15Application& application) const;
     RsaKeyHolders holders();
     ConstRsaKeyHolders holders() const;
     void decodePrivateKeyType(const oss::PrivateKeyType& entry);

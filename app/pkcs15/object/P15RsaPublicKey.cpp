@@ -97,16 +97,18 @@ void P15RsaPublicKey::write(const card::IChannel& channel,
     clearTouched();
 }
 
-// A public part whose container is already gone (removed with its private
-// key, or never created) leaves only the entry to remove.
+// The entry goes first, then the container: a card that fails or loses
+// power in between keeps an unlisted file, never an entry that names a
+// missing key. A container already gone (removed with its private key, or
+// never created) leaves only the entry to remove.
 void P15RsaPublicKey::remove(const card::IChannel& channel,
                              const P15Application& application) const {
     mw::Log log(typeid(*this), BOOST_CURRENT_FUNCTION);
     if (encoding_.empty()) {
         APP_THROW(ApplicationException, "public key is not on the card");
     }
-    const boost::shared_ptr<const fs::PuKDF> file = lockFile(pukdf_);
     const P15Application::ChannelScope bound(application, channel);
+    removeEntry(channel, application);
     if (p15KeyReference().keyReference != 0) {
         try {
             application.getAsymmetricKeyManagementService()->removePublicKey(channel,
@@ -117,7 +119,6 @@ void P15RsaPublicKey::remove(const card::IChannel& channel,
             }
         }
     }
-    removeEntry(channel, application);
 }
 
 void P15RsaPublicKey::setGeneratedKeyReference(card::service::KeyRef keyRef) const {

@@ -52,8 +52,6 @@ public:
     void setGeneratedKeyReference(card::service::KeyRef keyRef) const;
     // Takes the key's value as the card holds it (not a change of the host).
     void loadKeyValue(const card::crypto::spec::RsaPublicKeySpec& value);
-    // Removes the entry only; the card's key stays as it is.
-    void removeEntry(const card::IChannel& channel, const P15Application& application) const;
 
     // The entry as it is on the card; empty for a new key.
     const mw::ByteBuffer& getEncoding() const { return encoding_; }
@@ -61,6 +59,8 @@ public:
     oss::PublicKeyType encodePublicKeyType() const;
 
 private:
+    // Removes the entry only; the card's key stays as it is.
+    void removeEntry(const card::IChannel& channel, const P15Application& application) const;
     RsaKeyHolders holders();
     ConstRsaKeyHolders holders() const;
     void decodePublicKeyType(const oss::PublicKeyType& entry);

@@ -160,7 +160,7 @@ TEST_F(PinCommands, ListShowsThePinsWithTheirRulesAndTheKeysBesideThem) {
     addPrivateKeyEntries(image);
     const ToolResult withKeys = tool({"list"});
     ASSERT_EQ(withKeys.exitCode, 0) << withKeys.err;
-    EXPECT_NE(withKeys.out.find("privateKeys:\n  -\n    label  Authentication\n"),
+    EXPECT_NE(withKeys.out.find("privateKeys:\n  -\n    label          Authentication\n"),
               std::string::npos)
         << withKeys.out;
     EXPECT_EQ(withKeys.out.find("notes"), std::string::npos) << withKeys.out;

@@ -90,10 +90,13 @@ TEST_F(EntryRewrite, BytesAfterTheEntriesStayUnlessTheEntriesNeedThem) {
     std::copy(added.begin(), added.end(), grown.begin() + used);
     grown.data()[used + added.size()] = 0xFF;
     EXPECT_EQ(card_.readFile(prkdfFile), grown);
+    // The appended bytes first, the byte that makes them an entry last.
     const std::vector<mw::ByteBuffer> updates = card_.recorder->sent(0xD6);
-    ASSERT_EQ(updates.size(), 1u);
-    EXPECT_EQ(updateOf(updates[0]).first, used);
-    EXPECT_EQ(updateOf(updates[0]).second.size(), added.size() + 1);
+    ASSERT_EQ(updates.size(), 2u);
+    EXPECT_EQ(updateOf(updates[0]).first, used + 1);
+    EXPECT_EQ(updateOf(updates[0]).second.size(), added.size());
+    EXPECT_EQ(updateOf(updates[1]).first, used);
+    EXPECT_EQ(updateOf(updates[1]).second, bytes({added.get(0)}));
 
     prkdf().clearContent();
     EXPECT_EQ(prkdf().values(*card_.channel).size(), 4u);

@@ -135,7 +135,8 @@ TEST_P(FileServicesTest, CreatedConditionsAreEnforcedByTheCard) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Transports, FileServicesTest,
-                         ::testing::Values(TransportKind::InProcess, TransportKind::Pcsc),
+                         ::testing::Values(TransportKind::InProcess, TransportKind::InProcessShort,
+                                           TransportKind::Pcsc),
                          transportName);
 
 } // namespace

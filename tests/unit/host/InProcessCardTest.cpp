@@ -30,7 +30,29 @@ TEST_P(InProcessCardTest, WholeFileReadAfterSelectCostsOnlyTheReads) {
     const std::uint64_t before = commands();
     files()->select(*channel_, {0x44, 0x04}); // CDF, 8192 bytes
     EXPECT_EQ(files()->read(*channel_, 0, 0).size(), 8192u);
-    EXPECT_EQ(commandsSince(before), 1u + 8192 / 256);
+    EXPECT_EQ(commandsSince(before), 1u + apdus(8192 / 256, 1));
+}
+
+TEST_P(InProcessCardTest, TheFileSelectedAlreadyIsNotSelectedAgain) {
+    files()->select(*channel_, {0x50, 0x32});
+    std::uint64_t before = commands();
+    files()->select(*channel_, {0x50, 0x32});
+    files()->select(*channel_, {0x3F, 0x00, 0x50, 0x15, 0x50, 0x32}); // the same file
+    EXPECT_EQ(commandsSince(before), 0u);
+    EXPECT_EQ(files()->read(*channel_, 0, 1).size(), 1u);
+
+    // Deleting a file of the same DF leaves the DF current on the card: the
+    // file is selected anew.
+    verifyUserPin();
+    const mw::ByteBuffer scratch{0x0D, 0x82};
+    fileSystem()->createFile(
+        *channel_, DataObjectCreateParams(scratch, 16, grant(AccessRead | AccessUpdate, always())));
+    files()->select(*channel_, {0x50, 0x32});
+    fileSystem()->deleteFile(*channel_, scratch);
+    before = commands();
+    files()->select(*channel_, {0x50, 0x32});
+    EXPECT_EQ(commandsSince(before), 1u);
+    EXPECT_EQ(files()->read(*channel_, 0, 1).size(), 1u);
 }
 
 TEST_P(InProcessCardTest, LongUpdateIsOneChainedCommand) {
@@ -40,14 +62,18 @@ TEST_P(InProcessCardTest, LongUpdateIsOneChainedCommand) {
                                                     grant(AccessRead | AccessUpdate, always())));
     std::uint64_t before = commands();
     files()->update(*channel_, 0, mw::ByteBuffer(1000));
-    EXPECT_EQ(commandsSince(before), 4u); // 255 + 255 + 255 + 235 bytes
+    EXPECT_EQ(commandsSince(before), apdus(4, 1)); // short: 255 + 255 + 255 + 235 bytes
     // Exact multiples of the chunk sizes end without an empty last part.
     before = commands();
     files()->update(*channel_, 0, mw::ByteBuffer(510));
-    EXPECT_EQ(commandsSince(before), 2u);
+    EXPECT_EQ(commandsSince(before), apdus(2, 1));
     before = commands();
     EXPECT_EQ(files()->read(*channel_, 0, 512).size(), 512u);
-    EXPECT_EQ(commandsSince(before), 2u);
+    EXPECT_EQ(commandsSince(before), apdus(2, 1));
+    // Data short fields carry goes in short APDUs on either card.
+    const std::uint64_t bytesIn = virtualCard_->instrumentation().counters().bytesIn;
+    files()->update(*channel_, 0, mw::ByteBuffer(255));
+    EXPECT_EQ(virtualCard_->instrumentation().counters().bytesIn - bytesIn, 5u + 255);
 }
 
 TEST_P(InProcessCardTest, LongAnswersAndChainedCryptogramsOf2048BitKeys) {
@@ -62,7 +88,7 @@ TEST_P(InProcessCardTest, LongAnswersAndChainedCryptogramsOf2048BitKeys) {
 
     std::uint64_t before = commands();
     const auto generated = keys()->generateKeyPair(*channel_, privateKey, publicKey);
-    EXPECT_EQ(commandsSince(before), 2u); // GENERATE, GET RESPONSE
+    EXPECT_EQ(commandsSince(before), apdus(2, 1)); // short: GENERATE, GET RESPONSE
 
     const auto cipher = crypto()->getCipher("1.2.840.113549.1.1.1");
     cipher->init(*channel_, privateKey, ICardKeyOperation::Decipher);
@@ -70,7 +96,7 @@ TEST_P(InProcessCardTest, LongAnswersAndChainedCryptogramsOf2048BitKeys) {
     const mw::ByteBuffer cryptogram = encipher(generated, message);
     before = commands();
     EXPECT_EQ(cipher->decipher(*channel_, cryptogram), message);
-    EXPECT_EQ(commandsSince(before), 2u); // 00 || 256 bytes in two chained parts
+    EXPECT_EQ(commandsSince(before), apdus(2, 1)); // short: 00 || 256 bytes in two parts
 }
 
 TEST_P(InProcessCardTest, KeyCommandsSelectTheApplicationOnlyWhenOutsideIt) {
@@ -123,7 +149,7 @@ TEST_P(InProcessCardTest, WrongLengthRepeatsAReadOnceWithTheCardsLength) {
 
 TEST_P(InProcessCardTest, CardRemovedInTheMiddleOfAReadIsAClearError) {
     files()->select(*channel_, {0x44, 0x04});
-    virtualCard_->instrumentation().injectFault(5, Fault::CardRemoved);
+    virtualCard_->instrumentation().injectFault(apdus(5, 1), Fault::CardRemoved);
     try {
         files()->read(*channel_, 0, 0);
         FAIL() << "read from a removed card";
@@ -166,7 +192,8 @@ TEST(VirtualCardReleaseTest, ReleasedTransportLogsOutUnlessToldToKeepTheLogin) {
 }
 
 INSTANTIATE_TEST_SUITE_P(VirtualCard, InProcessCardTest,
-                         ::testing::Values(TransportKind::InProcess), transportName);
+                         ::testing::Values(TransportKind::InProcess, TransportKind::InProcessShort),
+                         transportName);
 
 } // namespace
 } // namespace hosttest

@@ -149,7 +149,8 @@ TEST_P(KeyServicesTest, AppletSelectsItselfAndOffersTheSameServices) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Transports, KeyServicesTest,
-                         ::testing::Values(TransportKind::InProcess, TransportKind::Pcsc),
+                         ::testing::Values(TransportKind::InProcess, TransportKind::InProcessShort,
+                                           TransportKind::Pcsc),
                          transportName);
 
 } // namespace

@@ -141,6 +141,11 @@ std::string nestedDfs(int levels) {
     return tree;
 }
 
+std::string namedDf(const std::string& fid, const std::string& name) {
+    return R"({"fid":")" + fid + R"(","type":"df","name":")" + name +
+           R"(","security":"","children":[]})";
+}
+
 TEST_F(Image, CorruptTruncatedOrMissingImagesAreRefusedAndLeftAlone) {
     const std::string good = readText(path);
     const std::string pin1 = "\"reference\": 1,";
@@ -171,6 +176,9 @@ TEST_F(Image, CorruptTruncatedOrMissingImagesAreRefusedAndLeftAlone) {
               "field \"triesLeft\" appears twice"},
              {replaced(good, "\"unblockingPin\": 2", "\"unblockingPin\": 9"),
               "field \"unblockingPin\" names no PIN"},
+             {replaced(good, "\"children\": [",
+                       "\"children\": [" + namedDf("D001", "A000000063504B43532D3135") + ","),
+              "DF name A000000063504B43532D3135 appears twice"},
              // Beyond the card's limits.
              {deep, "nested more than 16 levels"},
          }) {

@@ -106,7 +106,15 @@ TEST_F(Transport, PowerOffSilencesTheCardUntilReset) {
     EXPECT_THROW(send("00A4000C"), CardRemoved);
     card->reset();
     EXPECT_EQ(sw("00A4000C"), 0x9000);
-    EXPECT_EQ(card->atr(), hex("3B860170313 56B697485"));
+    EXPECT_EQ(card->atr(), hex("3B8C0180 73B001C0 56703135 6B69745B"));
+}
+
+TEST_F(Transport, ShortOnlyVariantRefusesExtendedLengthsAndSaysSoInItsAtr) {
+    card->setExtendedLength(false);
+    EXPECT_EQ(card->atr(), hex("3B8C0180 73B00180 56703135 6B69741B"));
+    EXPECT_EQ(sw("00B0000000 0100"), 0x6700) << "extended Le";
+    EXPECT_EQ(sw("00A40800 000002 5015"), 0x6700) << "extended Lc";
+    EXPECT_EQ(sw("00A40800 02 5015"), 0x9000);
 }
 
 TEST_F(Transport, CountersCountBothWays) {

@@ -1,5 +1,5 @@
-#ifndef BENCH_UNCONNECTEDCHANNEL_HPP
-#define BENCH_UNCONNECTEDCHANNEL_HPP
+#ifndef TESTS_SUPPORT_UNCONNECTEDCHANNEL_HPP
+#define TESTS_SUPPORT_UNCONNECTEDCHANNEL_HPP
 
 #include "card/IChannel.hpp"
 
@@ -9,7 +9,7 @@
 class UnconnectedChannel : public card::IChannel {
 public:
     card::ICardTransport& transport(int) const override {
-        throw std::logic_error("the benchmark reached for the card");
+        throw std::logic_error("a card was reached through an unconnected channel");
     }
 };
 

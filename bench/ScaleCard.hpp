@@ -1,0 +1,171 @@
+#ifndef BENCH_SCALECARD_HPP
+#define BENCH_SCALECARD_HPP
+
+// Cold listings of cards holding 1 to 500 objects: what they cost at the
+// card, the plugin's CPU time (the card's own time taken out) and the peak
+// of heap memory while listing. Included by one program only: it replaces
+// the global operator new and delete to follow the heap.
+#include "BenchCard.hpp"
+
+#include "app/pkcs15/oss/Codec.hpp"
+#include "vcard/Personalise.hpp"
+
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <ctime>
+#include <malloc.h>
+#include <new>
+
+namespace bench {
+
+inline std::atomic<std::size_t> heapNow{0};
+inline std::atomic<std::size_t> heapPeak{0};
+
+} // namespace bench
+
+void* operator new(std::size_t size) {
+    void* block = std::malloc(size == 0 ? 1 : size);
+    if (block == nullptr) {
+        throw std::bad_alloc();
+    }
+    const std::size_t now = bench::heapNow += malloc_usable_size(block);
+    std::size_t peak = bench::heapPeak;
+    while (now > peak && !bench::heapPeak.compare_exchange_weak(peak, now)) {
+    }
+    return block;
+}
+
+void operator delete(void* block) noexcept {
+    if (block != nullptr) {
+        bench::heapNow -= malloc_usable_size(block);
+        std::free(block);
+    }
+}
+
+void operator delete(void* block, std::size_t) noexcept {
+    operator delete(block);
+}
+
+namespace bench {
+
+namespace oss = app::pkcs15::oss;
+
+struct ScalePoint {
+    std::size_t objects = 0;
+    std::size_t directoryBytes = 0; // entries in all directory files
+    Cost cost;
+    double pluginCpuMs = 0;
+    std::size_t peakHeapBytes = 0; // above what was in use before the listing
+};
+
+inline oss::ObjectValue valueAt(std::uint16_t fid) {
+    oss::ObjectValue value;
+    value.indirectValue.pathValue.path = {0x3F,
+                                          0x00,
+                                          0x50,
+                                          0x15,
+                                          static_cast<std::uint8_t>(fid >> 8),
+                                          static_cast<std::uint8_t>(fid)};
+    return value;
+}
+
+template <class Key> void describeKey(Key& key, std::size_t n, std::uint16_t fid) {
+    key.commonObjectAttributes.label = "key " + std::to_string(n);
+    key.commonObjectAttributes.authId = oss::Bytes{0x01};
+    key.classAttributes.iD = {static_cast<std::uint8_t>(n >> 8), static_cast<std::uint8_t>(n)};
+    key.classAttributes.usage = {{0x20, 0x00}, 10};
+    key.classAttributes.keyReference = static_cast<int>(0x80 | (n & 0x7F));
+    key.typeAttributes.value = valueAt(fid);
+    key.typeAttributes.modulusLength = 2048;
+}
+
+// Entry n of the card: private and public keys in turn, each kind in its
+// own directory file. (Certificates and data objects join as soon as the
+// application lists them.)
+inline std::pair<std::uint16_t, oss::Bytes> entry(std::size_t n) {
+    const auto fid = static_cast<std::uint16_t>(0x4000 + n);
+    if (n % 2 == 0) {
+        oss::PrivateKeyType key;
+        describeKey(key.privateRSAKeyValue, n, fid);
+        return {0x4400, oss::encode(key)};
+    }
+    oss::PublicKeyType key;
+    describeKey(key.publicRSAKeyValue, n, fid);
+    return {0x4401, oss::encode(key)};
+}
+
+// The personalised card with `objects` entries in its directory files, each
+// file grown to hold them and 256 bytes of padding (up to 7FFF bytes).
+inline vcard::CardState cardWith(std::size_t objects, std::size_t& directoryBytes) {
+    vcard::CardState state = vcard::personalise();
+    vcard::CardFile& application = *state.files.mf().child(0x5015);
+    std::map<std::uint16_t, vcard::Bytes> contents;
+    for (std::size_t n = 0; n < objects; ++n) {
+        const auto [fid, encoding] = entry(n);
+        vcard::Bytes& content = contents[fid];
+        content.insert(content.end(), encoding.begin(), encoding.end());
+    }
+    directoryBytes = 0;
+    for (auto& [fid, content] : contents) {
+        directoryBytes += content.size();
+        vcard::CardFile& file = *application.child(fid);
+        const std::size_t size =
+            std::min<std::size_t>(0x7FFF, std::max(file.content.size(), content.size() + 256));
+        if (content.size() >= size) {
+            throw std::runtime_error("directory file beyond 7FFF bytes");
+        }
+        content.resize(size, 0x00);
+        file.content = content;
+    }
+    return state;
+}
+
+inline double processCpuMs() {
+    timespec now{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) * 1e3 + static_cast<double>(now.tv_nsec) / 1e6;
+}
+
+inline void listAll(const BenchCard& card) {
+    const auto& repository = *card.repository;
+    repository.getAuthObjects(*card.channel);
+    repository.getPrivateKeys(*card.channel);
+    repository.getPublicKeys(*card.channel);
+    repository.getCertificates(*card.channel);
+    repository.getDataObjects(*card.channel);
+}
+
+// The cheapest of a few cold listings, each by a newly opened application.
+inline ScalePoint measureColdListing(std::size_t objects) {
+    constexpr int rounds = 5;
+    ScalePoint point;
+    point.objects = objects;
+    BenchCard card(cardWith(objects, point.directoryBytes));
+    for (int round = 0; round < rounds; ++round) {
+        card.open();
+        const std::size_t heapBefore = heapNow;
+        heapPeak = heapBefore;
+        const double cpuBefore = processCpuMs();
+        const Cost cost = card.measure([&] { listAll(card); });
+        const double pluginCpuMs = processCpuMs() - cpuBefore - cost.cardMs;
+        if (round == 0 || pluginCpuMs < point.pluginCpuMs) {
+            point.pluginCpuMs = pluginCpuMs;
+        }
+        point.cost = cost;
+        point.peakHeapBytes = std::max(point.peakHeapBytes, heapPeak - heapBefore);
+    }
+    return point;
+}
+
+inline std::vector<ScalePoint> measureScale(const std::vector<std::size_t>& sizes) {
+    std::vector<ScalePoint> points;
+    for (std::size_t objects : sizes) {
+        points.push_back(measureColdListing(objects));
+    }
+    return points;
+}
+
+} // namespace bench
+
+#endif

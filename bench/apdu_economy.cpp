@@ -1,0 +1,319 @@
+// The APDU-economy report: what each host operation costs at the card (APDUs
+// and bytes each way) beside the least the card profile allows, as card time
+// under a stated latency model and as measured with the virtual card's
+// latency model on; and how a cold listing grows with the number of objects.
+//
+// Usage: bench_apdu_economy <performance.md> <report.json>
+// The tables replace what stands between the report's markers in the
+// Markdown file; the JSON file is written whole.
+#include "BenchCard.hpp"
+#include "ScaleCard.hpp"
+
+#include "app/SecurityConditions.hpp"
+#include "app/crypto/ICipher.hpp"
+#include "app/crypto/IKeyPairGenerator.hpp"
+#include "app/crypto/ISignature.hpp"
+#include "app/object/IPin.hpp"
+#include "app/object/IPrivateRSAKey.hpp"
+#include "app/object/IPublicRSAKey.hpp"
+#include "vcard/Personalise.hpp"
+
+#include <boost/exception/diagnostic_information.hpp>
+#include <fstream>
+#include <functional>
+#include <iostream>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+namespace {
+
+using namespace bench;
+using app::object::IKey;
+using app::object::IPin;
+using app::object::IPrivateRSAKey;
+using app::object::IPublicRSAKey;
+
+const std::string rsaEncryption = "1.2.840.113549.1.1.1";
+const std::string sha256WithRsa = "1.2.840.113549.1.1.11";
+
+// The stated model: a contact card at 115,200 bit/s with 10 ms per command.
+constexpr double modelMsPerApdu = 10.0;
+constexpr double modelMsPerByte = 0.087;
+
+double modelMs(std::uint64_t apdus, std::uint64_t bytes) {
+    return modelMsPerApdu * static_cast<double>(apdus) +
+           modelMsPerByte * static_cast<double>(bytes);
+}
+
+struct Row {
+    std::string operation;
+    Cost cost;
+    std::uint64_t minimumApdus;
+};
+
+// One card through the whole sequence of operations, each row measured on
+// the state the rows before it left: opened, listed, PIN verified, a key
+// pair generated, used, relabelled, deleted, and finally the card wiped.
+class Sequence {
+public:
+    Sequence()
+        : card_(vcard::personalise()) {
+        card_.virtualCard->instrumentation().setLatency(std::chrono::milliseconds(10),
+                                                        std::chrono::microseconds(87));
+    }
+
+    std::vector<Row> run() {
+        std::vector<Row> rows;
+        for (Row (Sequence::*row)() :
+             {&Sequence::open, &Sequence::listCold, &Sequence::listWarm, &Sequence::verifyPin,
+              &Sequence::pinStatus, &Sequence::generateKeyPair, &Sequence::sign,
+              &Sequence::decipher, &Sequence::changeLabel, &Sequence::deleteKey, &Sequence::wipe}) {
+            rows.push_back((this->*row)());
+        }
+        return rows;
+    }
+
+private:
+    void listAll() const {
+        const auto& repository = *card_.repository;
+        const card::IChannel& channel = *card_.channel;
+        repository.getAuthObjects(channel);
+        repository.getPrivateKeys(channel);
+        repository.getPublicKeys(channel);
+        repository.getCertificates(channel);
+        repository.getDataObjects(channel);
+    }
+    const IPin& userPin() const {
+        return dynamic_cast<const IPin&>(*card_.repository->getAuthObjects(*card_.channel).at(0));
+    }
+
+    // SELECT of the application by name, then of the card-status file.
+    Row open() {
+        return {"open (getApplications)", card_.measure([&] { card_.open(); }), 2};
+    }
+    // EF(ODF) and the five directory files: one SELECT and one READ BINARY
+    // each, as all hold their entries within one answer.
+    Row listCold() {
+        return {"list all objects, cold", card_.measure([&] { listAll(); }), 12};
+    }
+    Row listWarm() {
+        return {"list all objects, warm", card_.measure([&] { listAll(); }), 0};
+    }
+    Row verifyPin() {
+        const mw::ByteBuffer pin{'1', '2', '3', '4', '5', '6'};
+        return {"verify PIN", card_.measure([&] { userPin().authenticate(*card_.channel, pin); }),
+                1};
+    }
+    // VERIFY without data.
+    Row pinStatus() {
+        return {"PIN status", card_.measure([&] { userPin().getPinInfo(*card_.channel); }), 1};
+    }
+    // CREATE FILE of both key files, GENERATE, then SELECT and UPDATE BINARY
+    // of the PrKDF and of the PuKDF.
+    Row generateKeyPair() {
+        const app::AccessControlRules userPinRules{app::AccessControlRule(
+            app::AccessControlRule::Read | app::AccessControlRule::Update |
+                app::AccessControlRule::Execute,
+            boost::make_shared<app::AuthIdSecurityCondition>(std::vector<std::uint8_t>{0x01}))};
+        privateKey_ = boost::dynamic_pointer_cast<IPrivateRSAKey>(
+            card_.factory->createPrivateKey(app::object::IPrivateKey::RsaPrivateKey, userPinRules));
+        publicKey_ = boost::dynamic_pointer_cast<IPublicRSAKey>(
+            card_.factory->createPublicKey(app::object::IPublicKey::RsaPublicKey, {}));
+        privateKey_->setUsage(IKey::Sign | IKey::Decrypt);
+        publicKey_->setUsage(IKey::Verify | IKey::Encrypt);
+        for (IKey* key :
+             {static_cast<IKey*>(privateKey_.get()), static_cast<IKey*>(publicKey_.get())}) {
+            key->setLabel("bench key");
+            key->setKeyId(mw::ByteBuffer{0x42});
+        }
+        privateKey_->setModulusLength(2048);
+        publicKey_->setModulusLength(2048);
+        const auto generator = card_.application->getKeyPairGenerator(rsaEncryption);
+        return {"generate a 2048-bit key pair with its entries", card_.measure([&] {
+                    generator->generate(*card_.channel, privateKey_, publicKey_);
+                }),
+                7};
+    }
+    // MANAGE SECURITY ENVIRONMENT, then PSO: COMPUTE DIGITAL SIGNATURE.
+    Row sign() {
+        const auto engine = card_.application->getSignature(sha256WithRsa);
+        const mw::ByteBuffer message(1000);
+        return {"sign (2048, SHA-256)", card_.measure([&] {
+                    engine->init(*card_.channel, app::crypto::ISignature::Sign, *privateKey_);
+                    engine->sign(*card_.channel, message);
+                }),
+                2};
+    }
+    // MANAGE SECURITY ENVIRONMENT, then PSO: DECIPHER of 1 + 256 bytes in
+    // one extended APDU.
+    Row decipher() {
+        const auto engine = card_.application->getCipher(rsaEncryption);
+        engine->init(*card_.channel, app::crypto::ICipher::Encipher, *publicKey_);
+        const mw::ByteBuffer cryptogram = engine->encipher(*card_.channel, mw::ByteBuffer(32));
+        return {"decipher (2048)", card_.measure([&] {
+                    engine->init(*card_.channel, app::crypto::ICipher::Decipher, *privateKey_);
+                    engine->decipher(*card_.channel, cryptogram);
+                }),
+                2};
+    }
+    // UPDATE BINARY of the changed bytes of the entry; the PuKDF was the
+    // last file selected, so the PrKDF needs its SELECT.
+    Row changeLabel() {
+        privateKey_->setLabel("bench key, renamed");
+        return {"change a label", card_.measure([&] {
+                    card_.repository->writeCardObject(*card_.channel, *privateKey_);
+                }),
+                2};
+    }
+    // DELETE FILE of both key files, then SELECT and UPDATE BINARY of the
+    // PrKDF and of the PuKDF.
+    Row deleteKey() {
+        return {"delete a key pair", card_.measure([&] {
+                    card_.repository->deleteCardObject(*card_.channel, *privateKey_);
+                    card_.repository->deleteCardObject(*card_.channel, *publicKey_);
+                }),
+                6};
+    }
+    // Nothing is left to remove, and every directory file is cached: the
+    // wipe needs no command.
+    Row wipe() {
+        return {"wipe (nothing left to remove)",
+                card_.measure([&] { card_.application->wipe(*card_.channel); }), 0};
+    }
+
+    BenchCard card_;
+    boost::shared_ptr<IPrivateRSAKey> privateKey_;
+    boost::shared_ptr<IPublicRSAKey> publicKey_;
+};
+
+std::string fixed(double value, int decimals = 1) {
+    std::ostringstream out;
+    out.setf(std::ios::fixed);
+    out.precision(decimals);
+    out << value;
+    return out.str();
+}
+
+std::string economyTable(const std::vector<Row>& rows) {
+    std::ostringstream out;
+    out << "| operation | APDUs | minimum | bytes to card | bytes from card | model ms | "
+           "model ms at minimum APDUs | measured ms | of which host |\n"
+        << "|---|---:|---:|---:|---:|---:|---:|---:|---:|\n";
+    for (const Row& row : rows) {
+        const Cost& c = row.cost;
+        const std::uint64_t bytes = c.bytesIn + c.bytesOut;
+        out << "| " << row.operation << " | " << c.apdus << " | " << row.minimumApdus << " | "
+            << c.bytesIn << " | " << c.bytesOut << " | " << fixed(modelMs(c.apdus, bytes)) << " | "
+            << fixed(modelMs(row.minimumApdus, bytes)) << " | " << fixed(c.wallMs) << " | "
+            << fixed(c.hostMs(), 2) << " |\n";
+    }
+    return out.str();
+}
+
+std::string scaleTable(const std::vector<ScalePoint>& points) {
+    std::ostringstream out;
+    out << "| objects | directory bytes | APDUs | bytes to card | bytes from card | model ms | "
+           "plugin CPU ms | CPU µs per object | peak heap KiB |\n"
+        << "|---:|---:|---:|---:|---:|---:|---:|---:|---:|\n";
+    for (const ScalePoint& p : points) {
+        const Cost& c = p.cost;
+        out << "| " << p.objects << " | " << p.directoryBytes << " | " << c.apdus << " | "
+            << c.bytesIn << " | " << c.bytesOut << " | "
+            << fixed(modelMs(c.apdus, c.bytesIn + c.bytesOut)) << " | " << fixed(p.pluginCpuMs, 2)
+            << " | " << fixed(1000 * p.pluginCpuMs / static_cast<double>(p.objects), 1) << " | "
+            << fixed(static_cast<double>(p.peakHeapBytes) / 1024, 0) << " |\n";
+    }
+    return out.str();
+}
+
+// The targets, each with the figure that meets or misses it.
+std::string targetsTable(const std::vector<Row>& rows, const std::vector<ScalePoint>& points) {
+    std::uint64_t extra = 0;
+    for (const Row& row : rows) {
+        extra += row.cost.apdus > row.minimumApdus ? row.cost.apdus - row.minimumApdus : 0;
+    }
+    const ScalePoint& largest = points.back();
+    const ScalePoint& smaller = points[points.size() - 2];
+    const auto perObject = [](const ScalePoint& p) {
+        return p.pluginCpuMs / static_cast<double>(p.objects);
+    };
+    std::ostringstream out;
+    out << "| target | figure |\n|---|---|\n"
+        << "| reads, signing and writes use the minimal APDU sequence | " << extra
+        << " APDUs above the minimum over all operations above |\n"
+        << "| cold listing of " << largest.objects << " objects under 20 ms of plugin CPU | "
+        << fixed(largest.pluginCpuMs, 2) << " ms |\n"
+        << "| growth linear in the number of objects | plugin CPU per object "
+        << fixed(1000 * perObject(largest), 2) << " µs at " << largest.objects << ", "
+        << fixed(1000 * perObject(smaller), 2) << " µs at " << smaller.objects << " objects |\n";
+    return out.str();
+}
+
+nlohmann::json costJson(const Cost& c) {
+    return {{"apdus", c.apdus},
+            {"bytesToCard", c.bytesIn},
+            {"bytesFromCard", c.bytesOut},
+            {"modelMs", modelMs(c.apdus, c.bytesIn + c.bytesOut)},
+            {"measuredMs", c.wallMs},
+            {"hostMs", c.hostMs()}};
+}
+
+nlohmann::json reportJson(const std::vector<Row>& rows, const std::vector<ScalePoint>& points) {
+    nlohmann::json report;
+    report["latencyModel"] = {{"msPerApdu", modelMsPerApdu}, {"msPerByte", modelMsPerByte}};
+    for (const Row& row : rows) {
+        nlohmann::json entry = costJson(row.cost);
+        entry["operation"] = row.operation;
+        entry["minimumApdus"] = row.minimumApdus;
+        report["operations"].push_back(entry);
+    }
+    for (const ScalePoint& p : points) {
+        nlohmann::json entry = costJson(p.cost);
+        entry["objects"] = p.objects;
+        entry["directoryBytes"] = p.directoryBytes;
+        entry["pluginCpuMs"] = p.pluginCpuMs;
+        entry["peakHeapBytes"] = p.peakHeapBytes;
+        report["coldListing"].push_back(entry);
+    }
+    return report;
+}
+
+// Replaces the text between "<!-- name:begin -->" and "<!-- name:end -->".
+void replaceBetweenMarkers(std::string& document, const std::string& name,
+                           const std::string& text) {
+    const std::string begin = "<!-- " + name + ":begin -->\n";
+    const std::string end = "<!-- " + name + ":end -->";
+    const std::size_t from = document.find(begin);
+    const std::size_t to = document.find(end);
+    if (from == std::string::npos || to == std::string::npos || to < from) {
+        throw std::runtime_error("no markers " + name + " in the report");
+    }
+    document.replace(from + begin.size(), to - from - begin.size(), text);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (argc != 3) {
+        std::cerr << "usage: " << argv[0] << " <performance.md> <report.json>\n";
+        return 2;
+    }
+    try {
+        const std::vector<Row> rows = Sequence().run();
+        const std::vector<ScalePoint> points = measureScale({1, 10, 100, 500});
+
+        std::ifstream in(argv[1]);
+        std::string document((std::istreambuf_iterator<char>(in)),
+                             std::istreambuf_iterator<char>());
+        replaceBetweenMarkers(document, "apdu-economy", economyTable(rows));
+        replaceBetweenMarkers(document, "cold-listing-scale", scaleTable(points));
+        replaceBetweenMarkers(document, "targets", targetsTable(rows, points));
+        std::ofstream(argv[1]) << document;
+        std::ofstream(argv[2]) << reportJson(rows, points).dump(2) << "\n";
+        std::cout << economyTable(rows) << "\n" << scaleTable(points);
+    } catch (const std::exception& e) {
+        std::cerr << "apdu economy: " << boost::diagnostic_information(e) << "\n";
+        return 1;
+    }
+    return 0;
+}

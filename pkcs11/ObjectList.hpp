@@ -1,0 +1,43 @@
+#ifndef PKCS11_OBJECTLIST_HPP
+#define PKCS11_OBJECTLIST_HPP
+
+#include "pkcs11/Object.hpp"
+
+#include <memory>
+#include <vector>
+
+namespace app::object {
+class ICardObjectRepository;
+class IPrivateRSAKey;
+class IPublicRSAKey;
+} // namespace app::object
+namespace card {
+class IChannel;
+}
+
+namespace pkcs11 {
+
+using Objects = std::vector<std::unique_ptr<Object>>;
+
+// The PKCS#11 objects of a card application: its RSA private and public
+// keys (other kinds of key are not offered), each with the next handle of
+// `nextHandle`. Values that take card commands are read on first use, as
+// long as `repository` and `channel` live.
+Objects listObjects(const app::object::ICardObjectRepository& repository,
+                    const card::IChannel& channel, CK_OBJECT_HANDLE& nextHandle);
+
+// The object of one key; a private key takes its modulus from `publicKey`
+// when there is one.
+std::unique_ptr<Object> publicKeyObject(const boost::shared_ptr<app::object::IPublicRSAKey>& key,
+                                        CK_OBJECT_HANDLE handle,
+                                        const app::object::ICardObjectRepository& repository,
+                                        const card::IChannel& channel);
+std::unique_ptr<Object>
+privateKeyObject(const boost::shared_ptr<app::object::IPrivateRSAKey>& key,
+                 const boost::shared_ptr<app::object::IPublicRSAKey>& publicKey,
+                 CK_OBJECT_HANDLE handle, const app::object::ICardObjectRepository& repository,
+                 const card::IChannel& channel);
+
+} // namespace pkcs11
+
+#endif

@@ -1,0 +1,69 @@
+#ifndef TESTS_E2E_PLUGINONCARD_HPP
+#define TESTS_E2E_PLUGINONCARD_HPP
+
+#include "CardFixture.hpp"
+
+#include "app/IApplication.hpp"
+#include "app/object/ICardObjectFactory.hpp"
+#include "app/object/ICardObjectRepository.hpp"
+#include "host/loader/PluginLoader.hpp"
+
+#include <gtest/gtest.h>
+#include <memory>
+
+namespace hosttest {
+
+// The plugin loaded as a host loads it, on the card of CardTest with the
+// user PIN verified, and the card's files as the host card layer reads them.
+class PluginOnCard : public CardTest {
+protected:
+    void SetUp() override {
+        CardTest::SetUp();
+        if (IsSkipped()) {
+            return;
+        }
+        verifyUserPin();
+        reopen();
+    }
+
+    // The application as a host gets it from the plugin, anew: nothing
+    // cached from before.
+    void reopen() {
+        if (!loader_) {
+            loader_ = std::make_unique<host::PluginLoader>(P15APP_PATH, NoConfiguration());
+        }
+        const auto application = loader_->getApplications(card_, *channel_).at(0);
+        application_ = boost::dynamic_pointer_cast<app::object::ICardObjectRepository>(application);
+        factory_ = boost::dynamic_pointer_cast<app::object::ICardObjectFactory>(application);
+        ASSERT_TRUE(application_ && factory_);
+    }
+
+    mw::ByteBuffer fileContent(const mw::ByteBuffer& id) const {
+        files()->select(*channel_, id);
+        return files()->read(*channel_, 0, 0);
+    }
+    bool exists(const mw::ByteBuffer& id) const {
+        try {
+            files()->select(*channel_, id);
+            return true;
+        } catch (const card::CardException&) {
+            return false;
+        }
+    }
+
+    std::unique_ptr<host::PluginLoader> loader_;
+    boost::shared_ptr<app::object::ICardObjectRepository> application_;
+    boost::shared_ptr<app::object::ICardObjectFactory> factory_;
+
+private:
+    class NoConfiguration : public plugin::IConfigurationSource {
+    public:
+        boost::optional<std::string> readFile(const std::string&) const override {
+            return boost::none;
+        }
+    };
+};
+
+} // namespace hosttest
+
+#endif

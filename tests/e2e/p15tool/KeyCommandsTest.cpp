@@ -1,0 +1,167 @@
+// key import, export and delete, dump and wipe on a virtual card image, with
+// key files and checks from the openssl command line.
+#include "ToolProcess.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+namespace p15tool::test {
+namespace {
+
+class KeyCommands : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_EQ(
+            tool({"init", "--pin-env", "USER_PIN", "--puk-env", "PUK", "--so-pin-env", "SO_PIN"})
+                .exitCode,
+            0);
+    }
+
+    ToolResult tool(std::vector<std::string> arguments) const {
+        arguments.insert(arguments.begin(), {"--card", image});
+        return runTool(arguments, environment);
+    }
+    ToolResult import(const std::string& file, std::vector<std::string> extra = {}) const {
+        std::vector<std::string> arguments{"--json", "key",       "import",
+                                           file,     "--pin-env", "USER_PIN"};
+        arguments.insert(arguments.end(), extra.begin(), extra.end());
+        return tool(arguments);
+    }
+    nlohmann::json list() const {
+        const ToolResult result = tool({"--json", "list"});
+        EXPECT_EQ(result.exitCode, 0) << result.err;
+        return result.json();
+    }
+    // Runs an openssl command line in the test's directory; its output.
+    std::string openssl(const std::string& arguments) const {
+        const std::string out = directory.file("openssl.out");
+        const std::string command =
+            "cd " + directory.path() + " && openssl " + arguments + " > " + out + " 2>&1";
+        EXPECT_EQ(std::system(command.c_str()), 0) << command << "\n" << readFile(out);
+        return readFile(out);
+    }
+
+    TemporaryDirectory directory;
+    const std::string image = directory.file("card.json");
+    const Environment environment{
+        {"USER_PIN", "2468"}, {"PUK", "13572468"}, {"SO_PIN", "97531"}, {"WRONG", "0000"}};
+};
+
+// Both key file forms end up as the same key pair: the public key read back
+// from the card is the file's, byte for byte, in every export format.
+TEST_F(KeyCommands, AnImportedKeyExportsAsTheFilesPublicKey) {
+    openssl("genpkey -algorithm RSA -pkeyopt rsa_keygen_bits:1536 -out pkcs8.pem");
+    openssl("rsa -in pkcs8.pem -traditional -outform DER -out pkcs1.der");
+    openssl("pkey -in pkcs8.pem -pubout -out expected.pem");
+
+    const ToolResult first = import(directory.file("pkcs1.der"), {"--label", "Mail"});
+    ASSERT_EQ(first.exitCode, 0) << first.err;
+    const ToolResult again = import(directory.file("pkcs8.pem"));
+    EXPECT_EQ(again.exitCode, 1) << "the same key twice: the same id";
+    EXPECT_NE(again.err.find("already (\"Mail\")"), std::string::npos) << again.err;
+    ASSERT_EQ(import(directory.file("pkcs8.pem"), {"--id", "0a0b"}).exitCode, 0);
+
+    const nlohmann::json objects = list();
+    ASSERT_EQ(objects["privateKeys"].size(), 2u);
+    const nlohmann::json& mail = objects["privateKeys"][0];
+    EXPECT_EQ(mail["label"], "Mail");
+    EXPECT_EQ(mail["id"].get<std::string>().size(), 40u) << "SHA-1 of the modulus";
+    EXPECT_EQ(mail["usage"], nlohmann::json({"decrypt", "sign"}));
+    EXPECT_EQ(mail["modulusLength"], 1536);
+    EXPECT_EQ(objects["privateKeys"][1]["id"], "0A0B");
+    EXPECT_EQ(objects["publicKeys"].size(), 2u);
+
+    const ToolResult pem = tool({"key", "export", "--label", "Mail"});
+    ASSERT_EQ(pem.exitCode, 0) << pem.err;
+    EXPECT_EQ(pem.out, readFile(directory.file("expected.pem")));
+    ASSERT_EQ(tool({"key", "export", "--id", "0A0B", "--format", "der", "--out",
+                    directory.file("key.der")})
+                  .exitCode,
+              0);
+    openssl("pkey -pubin -inform DER -in key.der -out der.pem");
+    EXPECT_EQ(readFile(directory.file("der.pem")), pem.out);
+
+    writeFile(directory.file("exported.pem"), pem.out);
+    ASSERT_EQ(std::system(("ssh-keygen -i -m PKCS8 -f " + directory.file("exported.pem") + " > " +
+                           directory.file("expected.ssh"))
+                              .c_str()),
+              0);
+    const ToolResult ssh = tool({"key", "export", "--label", "Mail", "--format", "ssh"});
+    ASSERT_EQ(ssh.exitCode, 0) << ssh.err;
+    const std::string expectedSsh = readFile(directory.file("expected.ssh"));
+    EXPECT_EQ(ssh.out, expectedSsh.substr(0, expectedSsh.size() - 1) + " Mail\n");
+
+    const nlohmann::json dump = tool({"--json", "dump"}).json();
+    EXPECT_EQ(dump["application"]["aid"], "A000000063504B43532D3135");
+    EXPECT_EQ(dump["objects"]["publicKeys"][0]["publicExponent"], "010001");
+    EXPECT_EQ(dump["objects"]["publicKeys"][0]["modulus"].get<std::string>().size(), 384u);
+}
+
+// Files that are no RSA key the card can hold, and a wrong PIN, leave the
+// card as it was.
+TEST_F(KeyCommands, ImportRefusesWhatTheCardCannotTakeAndWritesNothing) {
+    openssl("genpkey -algorithm RSA -pkeyopt rsa_keygen_bits:1024 -out rsa.pem");
+    openssl("pkey -in rsa.pem -aes128 -passout pass:secret -out encrypted.pem");
+    openssl("genpkey -algorithm EC -pkeyopt ec_paramgen_curve:P-256 -out ec.pem");
+    openssl("genpkey -algorithm RSA -pkeyopt rsa_keygen_bits:512 -out small.pem");
+    const std::string pem = readFile(directory.file("rsa.pem"));
+    writeFile(directory.file("cut.pem"), pem.substr(0, pem.size() - 40));
+    openssl("pkey -in rsa.pem -pubout -out public.pem");
+    const std::string before = readFile(image);
+
+    const struct {
+        std::string file;
+        int exitCode;
+        const char* says;
+    } cases[] = {
+        {"encrypted.pem", 1, "holds an encrypted key; decrypt it first"},
+        {"ec.pem", 1, "is not an RSA private key in PKCS#8 or PKCS#1 form"},
+        {"public.pem", 1, "holds no private key (PEM blocks: PUBLIC KEY)"},
+        {"small.pem", 1, "has 512 bits; the card takes 1024, 1536 or 2048"},
+        {"cut.pem", 1, "has no END line"},
+        {"missing.pem", 5, "cannot read the key file"},
+    };
+    for (const auto& each : cases) {
+        const ToolResult result = import(directory.file(each.file));
+        EXPECT_EQ(result.exitCode, each.exitCode) << each.file;
+        EXPECT_NE(result.err.find(each.says), std::string::npos) << result.err;
+    }
+    const ToolResult wrongPin =
+        tool({"key", "import", directory.file("rsa.pem"), "--pin-env", "WRONG"});
+    EXPECT_EQ(wrongPin.exitCode, 4);
+    EXPECT_NE(wrongPin.err.find("2 tries left"), std::string::npos) << wrongPin.err;
+    EXPECT_TRUE(list()["privateKeys"].empty());
+}
+
+TEST_F(KeyCommands, DeleteAndWipeRemoveKeysOnlyWhenAskedPlainly) {
+    openssl("genpkey -algorithm RSA -pkeyopt rsa_keygen_bits:1024 -out rsa.pem");
+    ASSERT_EQ(import(directory.file("rsa.pem"), {"--label", "one", "--id", "01"}).exitCode, 0);
+    ASSERT_EQ(import(directory.file("rsa.pem"), {"--label", "two", "--id", "02"}).exitCode, 0);
+
+    const ToolResult unnamed = tool({"key", "delete", "--pin-env", "USER_PIN"});
+    EXPECT_EQ(unnamed.exitCode, 2) << "deleting needs a name";
+    const ToolResult unknown = tool({"key", "delete", "--label", "three", "--pin-env", "USER_PIN"});
+    EXPECT_EQ(unknown.exitCode, 5);
+    const ToolResult deleted = tool({"key", "delete", "--id", "01", "--pin-env", "USER_PIN"});
+    ASSERT_EQ(deleted.exitCode, 0) << deleted.err;
+    nlohmann::json objects = list();
+    ASSERT_EQ(objects["privateKeys"].size(), 1u);
+    EXPECT_EQ(objects["privateKeys"][0]["label"], "two");
+    EXPECT_EQ(objects["publicKeys"].size(), 1u);
+
+    const ToolResult unconfirmed = tool({"wipe", "--pin-env", "USER_PIN"});
+    EXPECT_EQ(unconfirmed.exitCode, 2) << "no terminal to ask on";
+    EXPECT_NE(unconfirmed.err.find("--yes"), std::string::npos) << unconfirmed.err;
+    EXPECT_EQ(list()["privateKeys"].size(), 1u);
+    const ToolResult wiped = tool({"wipe", "--yes", "--pin-env", "USER_PIN"});
+    ASSERT_EQ(wiped.exitCode, 0) << wiped.err;
+    EXPECT_TRUE(wiped.err.empty()) << "no progress when stderr is not a terminal: " << wiped.err;
+    objects = list();
+    EXPECT_TRUE(objects["privateKeys"].empty());
+    EXPECT_TRUE(objects["publicKeys"].empty());
+    EXPECT_EQ(objects["pins"].size(), 3u) << "the PINs stay";
+}
+
+} // namespace
+} // namespace p15tool::test

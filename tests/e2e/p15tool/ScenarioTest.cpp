@@ -1,0 +1,123 @@
+// The user's way through the card: a key made on it, enrolled with a
+// certificate it signs itself, then signing, verifying, enciphering and
+// deciphering, every result judged by the openssl command line.
+#include "ToolProcess.hpp"
+#include "mw/Hex.hpp"
+
+#include <cryptopp/sha.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+namespace p15tool::test {
+namespace {
+
+class Scenario : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_EQ(
+            tool({"init", "--pin-env", "USER_PIN", "--puk-env", "PUK", "--so-pin-env", "SO_PIN"})
+                .exitCode,
+            0);
+    }
+
+    ToolResult tool(std::vector<std::string> arguments) const {
+        arguments.insert(arguments.begin(), {"--card", image});
+        return runTool(arguments, environment);
+    }
+    // An openssl command line in the test's folder; its output, or a
+    // failure when it exits non-zero.
+    std::string openssl(const std::string& arguments) const {
+        const std::string command =
+            "cd " + directory.path() + " && openssl " + arguments + " > openssl.out 2>&1";
+        const int status = std::system(command.c_str());
+        const std::string out = readFile(directory.file("openssl.out"));
+        EXPECT_EQ(status, 0) << command << "\n" << out;
+        return out;
+    }
+    std::string file(const std::string& name) const { return directory.file(name); }
+
+    TemporaryDirectory directory;
+    const std::string image = directory.file("card.json");
+    const Environment environment{
+        {"USER_PIN", "2468"}, {"PUK", "13572468"}, {"SO_PIN", "97531"}, {"WRONG", "0000"}};
+};
+
+TEST_F(Scenario, AKeyMadeOnTheCardEnrolsSignsAndDeciphers) {
+    const ToolResult generated = tool(
+        {"--json", "keygen", "--bits", "2048", "--label", "Demo key", "--pin-env", "USER_PIN"});
+    ASSERT_EQ(generated.exitCode, 0) << generated.err;
+    EXPECT_EQ(generated.json()["generated"]["modulusLength"], 2048);
+    EXPECT_EQ(generated.json()["generated"]["accessFlags"],
+              nlohmann::json({"sensitive", "alwaysSensitive", "neverExtractable", "local"}));
+
+    ASSERT_EQ(tool({"selfsign", "--subject", "CN=p15kit demo,O=p15kit", "--days", "30", "--out",
+                    file("cert.pem"), "--pin-env", "USER_PIN"})
+                  .exitCode,
+              0);
+    EXPECT_NE(openssl("verify -CAfile cert.pem cert.pem").find("cert.pem: OK"), std::string::npos);
+    ASSERT_EQ(tool({"req", "--subject", "CN=p15kit demo", "--format", "der", "--out",
+                    file("req.der"), "--pin-env", "USER_PIN"})
+                  .exitCode,
+              0);
+    EXPECT_NE(openssl("req -inform DER -in req.der -verify -noout").find("verify OK"),
+              std::string::npos);
+
+    // The identifier is the modulus's SHA-1, so a certificate finds its key.
+    const std::string modulus = openssl("x509 -in cert.pem -noout -modulus");
+    const mw::ByteBuffer modulusBytes = mw::fromHex(modulus.substr(modulus.find('=') + 1));
+    mw::ByteBuffer sha1(CryptoPP::SHA1::DIGESTSIZE);
+    CryptoPP::SHA1().CalculateDigest(sha1.data(), modulusBytes.data(), modulusBytes.size());
+    EXPECT_EQ(tool({"--json", "list"}).json()["privateKeys"].at(0)["id"], mw::toHex(sha1));
+    openssl("x509 -in cert.pem -noout -pubkey -out cert-key.pem");
+
+    writeFile(file("message.txt"), "p15kit was here\n");
+    for (const char* alg : {"sha256", "sha1", "sha512"}) {
+        const ToolResult signature = tool({"sign", "--alg", alg, "--in", file("message.txt"),
+                                           "--out", file("message.sig"), "--pin-env", "USER_PIN"});
+        ASSERT_EQ(signature.exitCode, 0) << signature.err;
+        EXPECT_NE(openssl(std::string("dgst -") + alg +
+                          " -verify cert-key.pem -signature message.sig message.txt")
+                      .find("Verified OK"),
+                  std::string::npos)
+            << alg;
+        EXPECT_EQ(tool({"verify", "--alg", alg, "--signature", file("message.sig"), "--in",
+                        file("message.txt")})
+                      .exitCode,
+                  0);
+    }
+    writeFile(file("message.txt"), "p15kit was not here\n");
+    const ToolResult forged = tool({"--json", "verify", "--alg", "sha512", "--signature",
+                                    file("message.sig"), "--in", file("message.txt")});
+    EXPECT_EQ(forged.exitCode, 1);
+    EXPECT_EQ(forged.json()["verified"], false);
+    EXPECT_NE(forged.err.find("does not verify"), std::string::npos) << forged.err;
+
+    // 245 bytes: the most one 2048-bit PKCS#1 v1.5 block carries.
+    writeFile(file("secret"), std::string(245, '\xA5'));
+    openssl("pkeyutl -encrypt -pubin -inkey cert-key.pem -in secret -out cryptogram");
+    ASSERT_EQ(tool({"decrypt", "--in", file("cryptogram"), "--out", file("deciphered"), "--pin-env",
+                    "USER_PIN"})
+                  .exitCode,
+              0);
+    EXPECT_EQ(readFile(file("deciphered")), readFile(file("secret")));
+    ASSERT_EQ(tool({"encrypt", "--in", file("secret"), "--out", file("ours")}).exitCode, 0);
+    ASSERT_EQ(
+        tool({"decrypt", "--in", file("ours"), "--out", file("again"), "--pin-env", "USER_PIN"})
+            .exitCode,
+        0);
+    EXPECT_EQ(readFile(file("again")), readFile(file("secret")));
+    writeFile(file("secret"), std::string(246, '\xA5'));
+    EXPECT_EQ(tool({"encrypt", "--in", file("secret"), "--out", file("ours")}).exitCode, 1)
+        << "one byte more than a block carries";
+
+    const ToolResult wrongPin = tool(
+        {"sign", "--in", file("message.txt"), "--out", file("message.sig"), "--pin-env", "WRONG"});
+    EXPECT_EQ(wrongPin.exitCode, 4);
+    const ToolResult random = tool({"--json", "random", "300"});
+    ASSERT_EQ(random.exitCode, 0) << random.err;
+    EXPECT_EQ(random.json()["random"].get<std::string>().size(), 600u);
+}
+
+} // namespace
+} // namespace p15tool::test

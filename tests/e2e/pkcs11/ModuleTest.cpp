@@ -1,0 +1,453 @@
+// The module as a PKCS#11 application loads it: dlopen, C_GetFunctionList,
+// the real plugin, card layer and virtual card underneath. The card is made
+// once by p15-pkcs11-testcard and copied fresh for every test.
+#include "pkcs11/Cryptoki.hpp"
+
+#include <cryptopp/files.h>
+#include <cryptopp/osrng.h>
+#include <cryptopp/rsa.h>
+#include <cryptopp/sha.h>
+#include <dlfcn.h>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::string userPin = "123456";
+const std::string puk = "12345678";
+using Bytes = std::vector<unsigned char>;
+
+CK_OBJECT_CLASS privateKeyClass = CKO_PRIVATE_KEY;
+CK_OBJECT_CLASS publicKeyClass = CKO_PUBLIC_KEY;
+unsigned char keyId[] = {0x45, 0x01};
+
+// The private half of the card's key, as the card maker left it.
+struct ModuleTestKey {
+    static inline std::string path;
+    static CryptoPP::RSA::PrivateKey get() {
+        CryptoPP::RSA::PrivateKey key;
+        CryptoPP::FileSource in(path.c_str(), true);
+        key.BERDecode(in);
+        return key;
+    }
+};
+
+class ModuleTest : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        directory_ = fs::temp_directory_path() / ("p15kit-pkcs11-" + std::to_string(getpid()));
+        fs::create_directories(directory_);
+        const std::string command =
+            std::string(TESTCARD_PATH) + " " + (directory_ / "template.json").string() + " " +
+            (directory_ / "public.der").string() + " " + (directory_ / "private.der").string();
+        ASSERT_EQ(std::system(command.c_str()), 0);
+        ModuleTestKey::path = (directory_ / "private.der").string();
+        library_ = ::dlopen(MODULE_PATH, RTLD_NOW | RTLD_LOCAL);
+        ASSERT_NE(library_, nullptr) << ::dlerror();
+    }
+    static void TearDownTestSuite() { fs::remove_all(directory_); }
+
+    void SetUp() override {
+        image_ = directory_ / "card.json";
+        fs::copy_file(directory_ / "template.json", image_, fs::copy_options::overwrite_existing);
+        ::setenv("P15KIT_PKCS11_CARD", image_.c_str(), 1);
+        ::setenv("P15KIT_PKCS11_PCSC", "off", 1);
+        auto getList =
+            reinterpret_cast<CK_C_GetFunctionList>(::dlsym(library_, "C_GetFunctionList"));
+        ASSERT_NE(getList, nullptr);
+        ASSERT_EQ(getList(&f), CKR_OK);
+        ASSERT_EQ(f->C_Initialize(nullptr), CKR_OK);
+    }
+    void TearDown() override { f->C_Finalize(nullptr); }
+
+    CK_SESSION_HANDLE open(CK_FLAGS flags = CKF_SERIAL_SESSION | CKF_RW_SESSION) {
+        CK_SESSION_HANDLE session = 0;
+        EXPECT_EQ(f->C_OpenSession(0, flags, nullptr, nullptr, &session), CKR_OK);
+        return session;
+    }
+    CK_RV login(CK_SESSION_HANDLE session, CK_USER_TYPE user, std::string pin) {
+        return f->C_Login(session, user, reinterpret_cast<CK_UTF8CHAR_PTR>(pin.data()), pin.size());
+    }
+    CK_FLAGS tokenFlags() {
+        CK_TOKEN_INFO info;
+        EXPECT_EQ(f->C_GetTokenInfo(0, &info), CKR_OK);
+        return info.flags;
+    }
+    std::vector<CK_OBJECT_HANDLE> find(CK_SESSION_HANDLE session, std::vector<CK_ATTRIBUTE> tmpl) {
+        EXPECT_EQ(f->C_FindObjectsInit(session, tmpl.data(), tmpl.size()), CKR_OK);
+        std::vector<CK_OBJECT_HANDLE> found;
+        CK_OBJECT_HANDLE handle;
+        CK_ULONG count = 0;
+        // One at a time, so that the search's hand-out is tested too.
+        while (f->C_FindObjects(session, &handle, 1, &count) == CKR_OK && count == 1) {
+            found.push_back(handle);
+        }
+        EXPECT_EQ(f->C_FindObjectsFinal(session), CKR_OK);
+        return found;
+    }
+
+    CK_OBJECT_HANDLE onlyOf(CK_SESSION_HANDLE session, CK_OBJECT_CLASS& objectClass) {
+        const auto found = find(session, {{CKA_CLASS, &objectClass, sizeof objectClass}});
+        EXPECT_EQ(found.size(), 1u);
+        return found.empty() ? 0 : found[0];
+    }
+    CK_OBJECT_HANDLE publicKey(CK_SESSION_HANDLE session) {
+        return onlyOf(session, publicKeyClass);
+    }
+    CK_OBJECT_HANDLE privateKey(CK_SESSION_HANDLE session) {
+        return onlyOf(session, privateKeyClass);
+    }
+    static CryptoPP::RSA::PrivateKey softwareKey() { return ModuleTestKey::get(); }
+
+    static inline fs::path directory_;
+    static inline void* library_ = nullptr;
+    fs::path image_;
+    CK_FUNCTION_LIST_PTR f = nullptr;
+};
+
+TEST_F(ModuleTest, EveryFunctionIsThereAndTheUnsupportedOnesSaySo) {
+    const auto* first = reinterpret_cast<const void* const*>(&f->C_Initialize);
+    const auto* last = reinterpret_cast<const void* const*>(&f->C_WaitForSlotEvent);
+    for (const auto* entry = first; entry <= last; ++entry) {
+        EXPECT_NE(*entry, nullptr) << "function " << entry - first;
+    }
+    EXPECT_EQ(f->version.major, 2);
+    EXPECT_EQ(f->version.minor, 40);
+    EXPECT_EQ(f->C_DigestInit(1, nullptr), CKR_FUNCTION_NOT_SUPPORTED);
+}
+
+TEST_F(ModuleTest, InitialisationFollowsTheLockingRules) {
+    EXPECT_EQ(f->C_Initialize(nullptr), CKR_CRYPTOKI_ALREADY_INITIALIZED);
+    ASSERT_EQ(f->C_Finalize(nullptr), CKR_OK);
+    CK_SLOT_ID slot;
+    EXPECT_EQ(f->C_WaitForSlotEvent(CKF_DONT_BLOCK, &slot, nullptr), CKR_CRYPTOKI_NOT_INITIALIZED);
+
+    auto createMutex = [](CK_VOID_PTR_PTR) -> CK_RV { return CKR_OK; };
+    auto mutexOp = [](CK_VOID_PTR) -> CK_RV { return CKR_OK; };
+    CK_C_INITIALIZE_ARGS args{createMutex, mutexOp, mutexOp, mutexOp, 0, nullptr};
+    EXPECT_EQ(f->C_Initialize(&args), CKR_CANT_LOCK) << "only the system's locks";
+    args.flags = CKF_OS_LOCKING_OK;
+    EXPECT_EQ(f->C_Initialize(&args), CKR_OK);
+}
+
+TEST_F(ModuleTest, PrivateObjectsShowOnlyToTheLoggedInUser) {
+    const CK_SESSION_HANDLE session = open(CKF_SERIAL_SESSION);
+    std::vector<CK_ATTRIBUTE> privateKeys{{CKA_CLASS, &privateKeyClass, sizeof privateKeyClass}};
+    std::vector<CK_ATTRIBUTE> publicKeyById{{CKA_CLASS, &publicKeyClass, sizeof publicKeyClass},
+                                            {CKA_ID, keyId, sizeof keyId}};
+    EXPECT_TRUE(find(session, privateKeys).empty());
+    EXPECT_EQ(find(session, publicKeyById).size(), 1u);
+    EXPECT_EQ(find(session, {}).size(), 1u);
+
+    ASSERT_EQ(login(session, CKU_USER, userPin), CKR_OK);
+    CK_SESSION_INFO info;
+    ASSERT_EQ(f->C_GetSessionInfo(session, &info), CKR_OK);
+    EXPECT_EQ(info.state, CKS_RO_USER_FUNCTIONS);
+    const auto found = find(session, privateKeys);
+    ASSERT_EQ(found.size(), 1u);
+    EXPECT_EQ(find(session, {}).size(), 2u);
+    unsigned char otherId[] = {0x45, 0x02};
+    EXPECT_TRUE(find(session, {{CKA_ID, otherId, sizeof otherId}}).empty());
+
+    ASSERT_EQ(f->C_Logout(session), CKR_OK);
+    CK_ULONG bits;
+    CK_ATTRIBUTE query{CKA_MODULUS_BITS, &bits, sizeof bits};
+    EXPECT_EQ(f->C_GetAttributeValue(session, found[0], &query, 1), CKR_OBJECT_HANDLE_INVALID);
+}
+
+// One call answers every entry: a length, a value, a sensitive one, an
+// unknown one and one too small, and names the failures.
+TEST_F(ModuleTest, AttributeValuesFollowTheSizeAndSensitivityRules) {
+    const CK_SESSION_HANDLE session = open(CKF_SERIAL_SESSION);
+    ASSERT_EQ(login(session, CKU_USER, userPin), CKR_OK);
+    const auto keys = find(session, {{CKA_CLASS, &privateKeyClass, sizeof privateKeyClass}});
+    ASSERT_EQ(keys.size(), 1u);
+
+    unsigned char modulus[256], tooSmall[255], exponent[8];
+    CK_BBOOL extractable = CK_TRUE;
+    std::vector<CK_ATTRIBUTE> query{{CKA_LABEL, nullptr, 0},
+                                    {CKA_MODULUS, modulus, sizeof modulus},
+                                    {CKA_PRIVATE_EXPONENT, exponent, sizeof exponent},
+                                    {CKA_EXTRACTABLE, &extractable, sizeof extractable},
+                                    {CKA_VALUE, nullptr, 0},
+                                    {CKA_PUBLIC_EXPONENT, exponent, sizeof exponent}};
+    const CK_RV rv = f->C_GetAttributeValue(session, keys[0], query.data(), query.size());
+    EXPECT_TRUE(rv == CKR_ATTRIBUTE_SENSITIVE || rv == CKR_ATTRIBUTE_TYPE_INVALID) << rv;
+    EXPECT_EQ(query[0].ulValueLen, std::string("Signing key").size());
+    EXPECT_EQ(query[1].ulValueLen, 256u);
+    EXPECT_GE(modulus[0], 0x80) << "a 2048-bit modulus fills all 256 bytes";
+    EXPECT_EQ(query[2].ulValueLen, CK_UNAVAILABLE_INFORMATION);
+    EXPECT_EQ(extractable, CK_FALSE);
+    EXPECT_EQ(query[4].ulValueLen, CK_UNAVAILABLE_INFORMATION);
+    ASSERT_EQ(query[5].ulValueLen, 3u);
+    EXPECT_EQ(std::vector<unsigned char>(exponent, exponent + 3),
+              (std::vector<unsigned char>{0x01, 0x00, 0x01}));
+
+    CK_ATTRIBUTE shortModulus{CKA_MODULUS, tooSmall, sizeof tooSmall};
+    EXPECT_EQ(f->C_GetAttributeValue(session, keys[0], &shortModulus, 1), CKR_BUFFER_TOO_SMALL);
+    EXPECT_EQ(shortModulus.ulValueLen, CK_UNAVAILABLE_INFORMATION);
+}
+
+// Three wrong PINs take the user PIN from all tries through the last one to
+// blocked; the SO (the PUK) gives it a new value and its tries back.
+TEST_F(ModuleTest, WrongPinsShowInTheFlagsUntilThePukSetsANewOne) {
+    const CK_SESSION_HANDLE session = open();
+    const CK_FLAGS counts = CKF_USER_PIN_COUNT_LOW | CKF_USER_PIN_FINAL_TRY | CKF_USER_PIN_LOCKED;
+    EXPECT_EQ(tokenFlags() & counts, 0u);
+    EXPECT_EQ(login(session, CKU_USER, "654321"), CKR_PIN_INCORRECT);
+    EXPECT_EQ(tokenFlags() & counts, CKF_USER_PIN_COUNT_LOW);
+    EXPECT_EQ(login(session, CKU_USER, "654321"), CKR_PIN_INCORRECT);
+    EXPECT_EQ(tokenFlags() & counts, CKF_USER_PIN_FINAL_TRY);
+    EXPECT_EQ(login(session, CKU_USER, "654321"), CKR_PIN_INCORRECT);
+    EXPECT_EQ(tokenFlags() & counts, CKF_USER_PIN_LOCKED);
+    EXPECT_EQ(login(session, CKU_USER, userPin), CKR_PIN_LOCKED);
+    EXPECT_EQ(login(session, CKU_USER, "123"), CKR_PIN_LEN_RANGE);
+
+    std::string newPin = "24680";
+    EXPECT_EQ(
+        f->C_InitPIN(session, reinterpret_cast<CK_UTF8CHAR_PTR>(newPin.data()), newPin.size()),
+        CKR_USER_NOT_LOGGED_IN);
+    ASSERT_EQ(login(session, CKU_SO, puk), CKR_OK);
+    EXPECT_EQ(login(session, CKU_USER, userPin), CKR_USER_ANOTHER_ALREADY_LOGGED_IN);
+    ASSERT_EQ(
+        f->C_InitPIN(session, reinterpret_cast<CK_UTF8CHAR_PTR>(newPin.data()), newPin.size()),
+        CKR_OK);
+    ASSERT_EQ(f->C_Logout(session), CKR_OK);
+    EXPECT_EQ(tokenFlags() & counts, 0u);
+    EXPECT_EQ(login(session, CKU_USER, userPin), CKR_PIN_INCORRECT);
+    EXPECT_EQ(login(session, CKU_USER, newPin), CKR_OK);
+}
+
+TEST_F(ModuleTest, SetPinNeedsAReadWriteSessionAndTheOldValue) {
+    const CK_SESSION_HANDLE readOnly = open(CKF_SERIAL_SESSION);
+    std::string oldPin = userPin, newPin = "86420", wrong = "999999";
+    auto setPin = [&](CK_SESSION_HANDLE session, std::string& from, std::string& to) {
+        return f->C_SetPIN(session, reinterpret_cast<CK_UTF8CHAR_PTR>(from.data()), from.size(),
+                           reinterpret_cast<CK_UTF8CHAR_PTR>(to.data()), to.size());
+    };
+    EXPECT_EQ(setPin(readOnly, oldPin, newPin), CKR_SESSION_READ_ONLY);
+    EXPECT_EQ(login(readOnly, CKU_SO, puk), CKR_SESSION_READ_ONLY_EXISTS);
+    const CK_SESSION_HANDLE readWrite = open();
+    EXPECT_EQ(setPin(readWrite, wrong, newPin), CKR_PIN_INCORRECT);
+    EXPECT_EQ(setPin(readWrite, oldPin, newPin), CKR_OK);
+
+    CK_SESSION_INFO info;
+    ASSERT_EQ(f->C_GetSessionInfo(readWrite, &info), CKR_OK);
+    EXPECT_EQ(info.state, CKS_RW_PUBLIC_SESSION) << "a change is no login";
+    EXPECT_TRUE(find(readWrite, {{CKA_CLASS, &privateKeyClass, sizeof privateKeyClass}}).empty());
+    EXPECT_EQ(login(readWrite, CKU_USER, newPin), CKR_OK);
+}
+
+// A card that goes away takes its token and sessions with it, and
+// C_WaitForSlotEvent tells once.
+TEST_F(ModuleTest, ARemovedCardEndsItsSessions) {
+    const CK_SESSION_HANDLE session = open();
+    CK_SLOT_ID slot = 99;
+    EXPECT_EQ(f->C_WaitForSlotEvent(CKF_DONT_BLOCK, &slot, nullptr), CKR_NO_EVENT);
+    fs::rename(image_, image_.string() + ".away");
+
+    EXPECT_EQ(f->C_WaitForSlotEvent(CKF_DONT_BLOCK, &slot, nullptr), CKR_OK);
+    EXPECT_EQ(slot, 0u);
+    EXPECT_EQ(f->C_WaitForSlotEvent(CKF_DONT_BLOCK, &slot, nullptr), CKR_NO_EVENT);
+    CK_ULONG count = 5;
+    ASSERT_EQ(f->C_GetSlotList(CK_TRUE, nullptr, &count), CKR_OK);
+    EXPECT_EQ(count, 0u);
+    EXPECT_EQ(login(session, CKU_USER, userPin), CKR_DEVICE_REMOVED);
+    EXPECT_EQ(f->C_CloseSession(session), CKR_SESSION_HANDLE_INVALID);
+
+    fs::rename(image_.string() + ".away", image_);
+    EXPECT_EQ(login(open(), CKU_USER, userPin), CKR_OK);
+}
+
+// Signed in three parts by the key's private half in software, verified by
+// the module with the key from the card; a flipped bit does not verify.
+TEST_F(ModuleTest, MultiPartVerificationChecksTheWholeMessage) {
+    const CK_SESSION_HANDLE session = open(CKF_SERIAL_SESSION);
+    const CK_OBJECT_HANDLE key = publicKey(session);
+    Bytes message(1000, 0x5A);
+    CryptoPP::AutoSeededRandomPool rng;
+    CryptoPP::RSASS<CryptoPP::PKCS1v15, CryptoPP::SHA256>::Signer signer(softwareKey());
+    Bytes signature(signer.MaxSignatureLength());
+    signer.SignMessage(rng, message.data(), message.size(), signature.data());
+
+    CK_MECHANISM sha256{CKM_SHA256_RSA_PKCS, nullptr, 0};
+    for (bool tampered : {false, true}) {
+        Bytes presented = signature;
+        presented[100] ^= tampered ? 0x01 : 0x00;
+        ASSERT_EQ(f->C_VerifyInit(session, &sha256, key), CKR_OK);
+        for (std::size_t at = 0; at < message.size(); at += 400) {
+            const CK_ULONG part = std::min<std::size_t>(400, message.size() - at);
+            ASSERT_EQ(f->C_VerifyUpdate(session, message.data() + at, part), CKR_OK);
+        }
+        EXPECT_EQ(f->C_VerifyFinal(session, presented.data(), presented.size()),
+                  tampered ? CKR_SIGNATURE_INVALID : CKR_OK);
+        EXPECT_EQ(f->C_VerifyFinal(session, presented.data(), presented.size()),
+                  CKR_OPERATION_NOT_INITIALIZED)
+            << "a verdict ends the operation";
+    }
+}
+
+// The cipher text's length can be asked, and a short buffer leaves the
+// operation for the next try; the private half deciphers what came out.
+TEST_F(ModuleTest, EncryptionFollowsTheLengthConventionAndDeciphers) {
+    const CK_SESSION_HANDLE session = open(CKF_SERIAL_SESSION);
+    const CK_OBJECT_HANDLE key = publicKey(session);
+    CK_MECHANISM rsa{CKM_RSA_PKCS, nullptr, 0};
+    Bytes tooLong(246, 0x11), plain(245, 0x22), cipher(256);
+    ASSERT_EQ(f->C_EncryptInit(session, &rsa, key), CKR_OK);
+    CK_ULONG length = 0;
+    EXPECT_EQ(f->C_Encrypt(session, tooLong.data(), tooLong.size(), nullptr, &length),
+              CKR_DATA_LEN_RANGE);
+
+    ASSERT_EQ(f->C_EncryptInit(session, &rsa, key), CKR_OK);
+    ASSERT_EQ(f->C_Encrypt(session, plain.data(), plain.size(), nullptr, &length), CKR_OK);
+    EXPECT_EQ(length, 256u);
+    length = 255;
+    ASSERT_EQ(f->C_Encrypt(session, plain.data(), plain.size(), cipher.data(), &length),
+              CKR_BUFFER_TOO_SMALL);
+    length = cipher.size();
+    ASSERT_EQ(f->C_Encrypt(session, plain.data(), plain.size(), cipher.data(), &length), CKR_OK);
+
+    CryptoPP::AutoSeededRandomPool rng;
+    CryptoPP::RSAES_PKCS1v15_Decryptor decryptor(softwareKey());
+    Bytes recovered(decryptor.MaxPlaintextLength(cipher.size()));
+    const auto result = decryptor.Decrypt(rng, cipher.data(), cipher.size(), recovered.data());
+    ASSERT_TRUE(result.isValidCoding);
+    recovered.resize(result.messageLength);
+    EXPECT_EQ(recovered, plain);
+}
+
+bool verifies(const Bytes& message, const Bytes& signature) {
+    CryptoPP::RSASS<CryptoPP::PKCS1v15, CryptoPP::SHA256>::Verifier verifier(
+        CryptoPP::RSA::PublicKey(ModuleTestKey::get()));
+    return verifier.VerifyMessage(message.data(), message.size(), signature.data(),
+                                  signature.size());
+}
+
+// The same message signed whole, in parts and after a length query gives
+// one signature (PKCS#1 v1.5 is deterministic), and it verifies.
+TEST_F(ModuleTest, SignaturesAreTheSameWholeOrInParts) {
+    const CK_SESSION_HANDLE session = open(CKF_SERIAL_SESSION);
+    CK_MECHANISM sha256{CKM_SHA256_RSA_PKCS, nullptr, 0};
+    EXPECT_EQ(f->C_SignInit(session, &sha256, publicKey(session)), CKR_USER_NOT_LOGGED_IN);
+    ASSERT_EQ(login(session, CKU_USER, userPin), CKR_OK);
+    const CK_OBJECT_HANDLE key = privateKey(session);
+    EXPECT_EQ(f->C_SignInit(session, &sha256, publicKey(session)), CKR_KEY_TYPE_INCONSISTENT);
+
+    Bytes message(64 * 3, 0x33), whole(256), inParts(256);
+    CK_ULONG length = 0;
+    ASSERT_EQ(f->C_SignInit(session, &sha256, key), CKR_OK);
+    ASSERT_EQ(f->C_Sign(session, message.data(), message.size(), nullptr, &length), CKR_OK);
+    ASSERT_EQ(length, 256u);
+    ASSERT_EQ(f->C_Sign(session, message.data(), message.size(), whole.data(), &length), CKR_OK);
+
+    ASSERT_EQ(f->C_SignInit(session, &sha256, key), CKR_OK);
+    for (std::size_t at = 0; at < message.size(); at += 64) {
+        ASSERT_EQ(f->C_SignUpdate(session, message.data() + at, 64), CKR_OK);
+    }
+    length = inParts.size();
+    ASSERT_EQ(f->C_SignFinal(session, inParts.data(), &length), CKR_OK);
+    EXPECT_EQ(whole, inParts);
+    EXPECT_TRUE(verifies(message, whole));
+}
+
+TEST_F(ModuleTest, TheCardDeciphersWhatTheModuleEnciphered) {
+    const CK_SESSION_HANDLE session = open(CKF_SERIAL_SESSION);
+    ASSERT_EQ(login(session, CKU_USER, userPin), CKR_OK);
+    CK_MECHANISM rsa{CKM_RSA_PKCS, nullptr, 0};
+    Bytes secret{'s', 'e', 'c', 'r', 'e', 't'}, cipher(256), plain(256);
+    CK_ULONG length = cipher.size();
+    ASSERT_EQ(f->C_EncryptInit(session, &rsa, publicKey(session)), CKR_OK);
+    ASSERT_EQ(f->C_Encrypt(session, secret.data(), secret.size(), cipher.data(), &length), CKR_OK);
+
+    ASSERT_EQ(f->C_DecryptInit(session, &rsa, privateKey(session)), CKR_OK);
+    EXPECT_EQ(f->C_Decrypt(session, cipher.data(), 255, plain.data(), &length),
+              CKR_ENCRYPTED_DATA_LEN_RANGE);
+    ASSERT_EQ(f->C_DecryptInit(session, &rsa, privateKey(session)), CKR_OK);
+    length = 0;
+    ASSERT_EQ(f->C_Decrypt(session, cipher.data(), cipher.size(), nullptr, &length), CKR_OK);
+    EXPECT_EQ(length, secret.size());
+    ASSERT_EQ(f->C_Decrypt(session, cipher.data(), cipher.size(), plain.data(), &length), CKR_OK);
+    plain.resize(length);
+    EXPECT_EQ(plain, secret);
+}
+
+// Two threads, each in its own session, sign at once; the module's lock
+// keeps their card commands apart, so every signature is right.
+TEST_F(ModuleTest, ThreadsSigningAtOnceGetCorrectSignatures) {
+    const CK_SESSION_HANDLE first = open(CKF_SERIAL_SESSION);
+    ASSERT_EQ(login(first, CKU_USER, userPin), CKR_OK);
+    const CK_OBJECT_HANDLE key = privateKey(first);
+    auto signMany = [&](CK_SESSION_HANDLE session, unsigned char fill, int& good) {
+        CK_MECHANISM sha256{CKM_SHA256_RSA_PKCS, nullptr, 0};
+        for (int round = 0; round < 20; ++round) {
+            Bytes message(100 + round, fill), signature(256);
+            CK_ULONG length = signature.size();
+            if (f->C_SignInit(session, &sha256, key) == CKR_OK &&
+                f->C_Sign(session, message.data(), message.size(), signature.data(), &length) ==
+                    CKR_OK &&
+                verifies(message, signature)) {
+                ++good;
+            }
+        }
+    };
+    int goodFirst = 0, goodSecond = 0;
+    const CK_SESSION_HANDLE second = open(CKF_SERIAL_SESSION);
+    std::thread one(signMany, first, 0x01, std::ref(goodFirst));
+    std::thread two(signMany, second, 0x02, std::ref(goodSecond));
+    one.join();
+    two.join();
+    EXPECT_EQ(goodFirst, 20);
+    EXPECT_EQ(goodSecond, 20);
+
+    Bytes random(300);
+    ASSERT_EQ(f->C_GenerateRandom(first, random.data(), random.size()), CKR_OK);
+    EXPECT_NE(random, Bytes(300, 0x00));
+}
+
+// A key pair made on the card signs at once, and is still there for the
+// next process.
+TEST_F(ModuleTest, GeneratedKeyPairsSignAndStay) {
+    const CK_SESSION_HANDLE session = open();
+    ASSERT_EQ(login(session, CKU_USER, userPin), CKR_OK);
+    CK_MECHANISM generate{CKM_RSA_PKCS_KEY_PAIR_GEN, nullptr, 0};
+    CK_ULONG bits = 1000;
+    char label[] = "Fresh key";
+    std::vector<CK_ATTRIBUTE> publicTemplate{{CKA_MODULUS_BITS, &bits, sizeof bits},
+                                             {CKA_LABEL, label, sizeof label - 1}};
+    CK_OBJECT_HANDLE publicHandle = 0, privateHandle = 0;
+    auto generatePair = [&](CK_SESSION_HANDLE in) {
+        return f->C_GenerateKeyPair(in, &generate, publicTemplate.data(), publicTemplate.size(),
+                                    nullptr, 0, &publicHandle, &privateHandle);
+    };
+    EXPECT_EQ(generatePair(session), CKR_KEY_SIZE_RANGE);
+    bits = 1024;
+    EXPECT_EQ(generatePair(open(CKF_SERIAL_SESSION)), CKR_SESSION_READ_ONLY);
+    ASSERT_EQ(generatePair(session), CKR_OK);
+
+    unsigned char id[2] = {};
+    CK_ATTRIBUTE query{CKA_ID, id, sizeof id};
+    ASSERT_EQ(f->C_GetAttributeValue(session, privateHandle, &query, 1), CKR_OK);
+    EXPECT_EQ(Bytes(id, id + 2), (Bytes{0x45, 0x02})) << "the first id after the card's key";
+    Bytes message{'h', 'i'}, signature(128);
+    CK_ULONG length = signature.size();
+    CK_MECHANISM sha1{CKM_SHA1_RSA_PKCS, nullptr, 0};
+    ASSERT_EQ(f->C_SignInit(session, &sha1, privateHandle), CKR_OK);
+    ASSERT_EQ(f->C_Sign(session, message.data(), message.size(), signature.data(), &length),
+              CKR_OK);
+    ASSERT_EQ(f->C_VerifyInit(session, &sha1, publicHandle), CKR_OK);
+    EXPECT_EQ(f->C_Verify(session, message.data(), message.size(), signature.data(), length),
+              CKR_OK);
+
+    ASSERT_EQ(f->C_Finalize(nullptr), CKR_OK);
+    ASSERT_EQ(f->C_Initialize(nullptr), CKR_OK);
+    const CK_SESSION_HANDLE later = open(CKF_SERIAL_SESSION);
+    EXPECT_EQ(find(later, {{CKA_LABEL, label, sizeof label - 1}}).size(), 1u);
+}
+
+} // namespace

@@ -1,0 +1,53 @@
+#!/bin/sh
+# The module under the PKCS#11 clients of Debian's packages, on a fresh
+# virtual card with one key pair: p11tool (GnuTLS), ssh-keygen (OpenSSH),
+# modutil (NSS) and a python3-pykcs11 script that signs; openssl checks the
+# signature.
+# Usage: clients-test.sh MODULE TESTCARD_MAKER
+# Exit 77 (skipped) when a client is not installed.
+set -eu
+module=$1
+maker=$2
+here=$(dirname "$0")
+# Debian's python, the one python3-pykcs11 installs into.
+python=/usr/bin/python3
+for tool in p11tool ssh-keygen modutil certutil openssl $python; do
+    command -v $tool >/dev/null || { echo "skipped: $tool not installed (scripts/install-deps)"; exit 77; }
+done
+$python -c 'import PyKCS11' 2>/dev/null || { echo "skipped: python3-pykcs11 not installed"; exit 77; }
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+"$maker" "$work/card.json" "$work/public.der"
+openssl pkey -pubin -inform DER -in "$work/public.der" -out "$work/public.pem"
+export P15KIT_PKCS11_CARD="$work/card.json" P15KIT_PKCS11_PCSC=off
+fail() { echo "FAILED: $*"; exit 1; }
+
+# GnuTLS: the token, then its objects, the private key only after login.
+p11tool --provider "$module" --list-tokens >"$work/tokens"
+grep -q 'Label: p15kit virtual card' "$work/tokens" || fail "p11tool lists no token"
+p11tool --provider "$module" --list-all "pkcs11:" >"$work/public-objects"
+grep -q 'type=public' "$work/public-objects" || fail "p11tool lists no public key"
+! grep -q 'type=private' "$work/public-objects" || fail "a private key shown before login"
+GNUTLS_PIN=123456 p11tool --provider "$module" --login --list-all "pkcs11:" >"$work/objects"
+grep -q 'object=Signing%20key;type=private' "$work/objects" || fail "p11tool lists no private key"
+GNUTLS_PIN=123456 p11tool --provider "$module" --login --test-sign \
+    "pkcs11:object=Signing%20key;type=private" >"$work/test-sign" 2>&1 ||
+    fail "p11tool cannot sign: $(cat "$work/test-sign")"
+
+# OpenSSH: the card's public key, as ssh writes the key the card was made with.
+ssh-keygen -D "$module" | cut -d' ' -f1,2 >"$work/from-card"
+ssh-keygen -i -m PKCS8 -f "$work/public.pem" | cut -d' ' -f1,2 >"$work/expected"
+cmp -s "$work/from-card" "$work/expected" || fail "ssh-keygen -D printed $(cat "$work/from-card")"
+
+# NSS: the module added to a fresh database shows the token.
+mkdir "$work/nss"
+certutil -N -d "sql:$work/nss" --empty-password
+modutil -dbdir "sql:$work/nss" -add p15kit -libfile "$module" -force >/dev/null
+modutil -dbdir "sql:$work/nss" -list p15kit >"$work/nss-module"
+grep -q 'p15kit virtual card' "$work/nss-module" || fail "NSS sees no token: $(cat "$work/nss-module")"
+
+$python "$here/pykcs11-test.py" "$module" "$work"
+openssl dgst -sha256 -verify "$work/public.pem" -signature "$work/signature" "$work/message" \
+    >/dev/null || fail "openssl does not verify the signature made through pykcs11"
+echo "all clients work with the module"

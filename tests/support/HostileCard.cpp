@@ -1,0 +1,247 @@
+#include "HostileCard.hpp"
+
+#include "AppOnCard.hpp"
+#include "app/ApplicationException.hpp"
+#include "app/object/IPin.hpp"
+#include "card/Apdu.hpp"
+#include "card/CardException.hpp"
+#include "host/ErrorMessage.hpp"
+
+#include <boost/exception/get_error_info.hpp>
+#include <boost/make_shared.hpp>
+#include <functional>
+
+namespace hostile {
+
+namespace {
+
+// Status words a card layer must tell apart, and the ones that ask it to
+// come back (61xx, 6Cxx).
+constexpr std::uint16_t notableStatusWords[] = {
+    0x9000, 0x6100, 0x61FF, 0x6101, 0x6C00, 0x6C01, 0x6CFF, 0x6281, 0x6282, 0x6283, 0x63C0,
+    0x63C1, 0x63CF, 0x6581, 0x6700, 0x6982, 0x6983, 0x6984, 0x6985, 0x6A80, 0x6A82, 0x6A84,
+    0x6A86, 0x6A88, 0x6B00, 0x6D00, 0x6E00, 0x6F00, 0x9100, 0x0000, 0xFFFF};
+
+enum class Spoil {
+    Truncate,
+    StatusWordOnly,
+    OtherStatusWord,
+    RandomAnswer,
+    Oversized,
+    FlipBit,
+    NoAnswer,
+    ExtraData,
+    MoreDataWaiting,
+    Count
+};
+
+void appendStatusWord(std::vector<unsigned char>& answer, std::uint16_t sw) {
+    answer.push_back(static_cast<unsigned char>(sw >> 8));
+    answer.push_back(static_cast<unsigned char>(sw));
+}
+
+bool carriesText(const std::exception& e) {
+    const auto* info = dynamic_cast<const boost::exception*>(&e);
+    return info && (boost::get_error_info<card::ErrorText>(*info) ||
+                    boost::get_error_info<card::StatusCode>(*info) ||
+                    boost::get_error_info<app::ErrorText>(*info));
+}
+
+// Runs one operation of the workload; a card or application exception is
+// its outcome, anything else escapes.
+void attempt(Outcome& outcome, const char* name, const std::function<void()>& operation) {
+    try {
+        operation();
+    } catch (const card::CardException& e) {
+        outcome.errors.push_back(std::string(carriesText(e) ? "" : "unclear: ") + name + ": " +
+                                 host::errorMessage(e));
+    } catch (const app::ApplicationException& e) {
+        outcome.errors.push_back(std::string(carriesText(e) ? "" : "unclear: ") + name + ": " +
+                                 host::errorMessage(e));
+    }
+}
+
+template <class T> boost::shared_ptr<T> first(const std::vector<boost::shared_ptr<T>>& objects) {
+    return objects.empty() ? nullptr : objects.front();
+}
+
+void readEach(const app::pkcs15::P15Application& application, const card::IChannel& channel,
+              const app::object::ICardObjectRepository::List<app::object::ICardObject>& objects) {
+    for (const auto& object : objects) {
+        application.readCardObject(channel, *object);
+    }
+}
+
+template <class T>
+app::object::ICardObjectRepository::List<app::object::ICardObject>
+asObjects(const std::vector<boost::shared_ptr<T>>& objects) {
+    return {objects.begin(), objects.end()};
+}
+
+void runOnApplication(Outcome& outcome, const app::pkcs15::P15Application& app,
+                      const card::IChannel& channel) {
+    boost::shared_ptr<app::object::IPin> pin; // the first: the user PIN
+    attempt(outcome, "list PINs", [&] {
+        for (const auto& object : app.getAuthObjects(channel)) {
+            const auto listed = boost::dynamic_pointer_cast<app::object::IPin>(object);
+            listed->getPinInfo(channel);
+            pin = pin ? pin : listed;
+        }
+    });
+    attempt(outcome, "verify", [&] {
+        if (pin) {
+            pin->authenticate(channel, support::ascii(support::userPin));
+        }
+    });
+    attempt(outcome, "list private keys", [&] { app.getPrivateKeys(channel); });
+    attempt(outcome, "read public keys",
+            [&] { readEach(app, channel, asObjects(app.getPublicKeys(channel))); });
+    attempt(outcome, "read certificates",
+            [&] { readEach(app, channel, asObjects(app.getCertificates(channel))); });
+    attempt(outcome, "read data objects",
+            [&] { readEach(app, channel, asObjects(app.getDataObjects(channel))); });
+    attempt(outcome, "relabel", [&] {
+        if (const auto key = first(app.getPrivateKeys(channel))) {
+            key->setLabel("Relabelled");
+            app.writeCardObject(channel, *key);
+        }
+    });
+    attempt(outcome, "change PIN", [&] {
+        if (pin) {
+            pin->change(channel, support::ascii(support::userPin), support::ascii("654321"));
+        }
+    });
+    attempt(outcome, "unblock PIN", [&] {
+        if (pin) {
+            pin->unblock(channel, support::ascii(support::puk));
+        }
+    });
+}
+
+} // namespace
+
+std::uint32_t SeededChoices::below(std::uint32_t bound) {
+    return bound == 0 ? 0 : static_cast<std::uint32_t>(engine_() % bound);
+}
+
+std::uint32_t InputChoices::below(std::uint32_t bound) {
+    std::uint32_t value = 0;
+    for (std::uint64_t range = 1; range < bound && position_ < size_; range <<= 8) {
+        value = value << 8 | data_[position_++];
+    }
+    return bound == 0 ? 0 : value % bound;
+}
+
+HostileTransport::HostileTransport(std::unique_ptr<card::ICardTransport> honest, Choices& choices)
+    : honest_(std::move(honest))
+    , choices_(choices)
+    , spoilOneIn_(1u << choices.below(9)) {}
+
+boost::shared_ptr<mw::ByteBuffer> HostileTransport::transmit(const card::Apdu& command) const {
+    if (++commands_ > commandLimit) {
+        throw Runaway("more than " + std::to_string(commandLimit) +
+                      " commands in one case: the card layer keeps asking");
+    }
+    const boost::shared_ptr<mw::ByteBuffer> answer = honest_->transmit(command);
+    if (choices_.below(spoilOneIn_) != 0) {
+        return answer;
+    }
+    return spoil(answer);
+}
+
+boost::shared_ptr<mw::ByteBuffer>
+HostileTransport::spoil(const boost::shared_ptr<mw::ByteBuffer>& honest) const {
+    Answer answer;
+    if (honest) {
+        answer.assign(honest->begin(), honest->end());
+    }
+    const std::size_t size = answer.size();
+    const std::size_t dataSize = size < 2 ? 0 : size - 2;
+    switch (static_cast<Spoil>(choices_.below(static_cast<std::uint32_t>(Spoil::Count)))) {
+    case Spoil::Truncate:
+        answer.resize(choices_.below(static_cast<std::uint32_t>(size)));
+        break;
+    case Spoil::StatusWordOnly:
+        answer.clear();
+        appendStatusWord(answer, statusWord());
+        break;
+    case Spoil::OtherStatusWord:
+        answer.resize(dataSize);
+        appendStatusWord(answer, statusWord());
+        break;
+    case Spoil::RandomAnswer:
+        answer.clear();
+        appendRandom(answer, choices_.below(600));
+        break;
+    case Spoil::Oversized:
+        answer.resize(dataSize);
+        appendRandom(answer, 0x10000 + choices_.below(0x100));
+        appendStatusWord(answer, 0x9000);
+        break;
+    case Spoil::FlipBit:
+        if (dataSize > 0) {
+            answer[choices_.below(static_cast<std::uint32_t>(dataSize))] ^=
+                static_cast<unsigned char>(1u << choices_.below(8));
+        }
+        break;
+    case Spoil::NoAnswer:
+        return nullptr;
+    case Spoil::ExtraData: {
+        Answer extra;
+        appendRandom(extra, 1 + choices_.below(300));
+        answer.insert(answer.begin() + static_cast<std::ptrdiff_t>(dataSize), extra.begin(),
+                      extra.end());
+        break;
+    }
+    case Spoil::MoreDataWaiting:
+        answer.resize(dataSize);
+        appendStatusWord(answer, static_cast<std::uint16_t>(0x6100 | choices_.below(256)));
+        break;
+    case Spoil::Count:
+        break;
+    }
+    return boost::make_shared<mw::ByteBuffer>(answer);
+}
+
+void HostileTransport::appendRandom(Answer& out, std::size_t count) const {
+    for (std::size_t i = 0; i < count; ++i) {
+        out.push_back(static_cast<unsigned char>(choices_.below(256)));
+    }
+}
+
+std::uint16_t HostileTransport::statusWord() const {
+    constexpr auto notable = sizeof notableStatusWords / sizeof notableStatusWords[0];
+    const std::uint32_t pick = choices_.below(notable + 1);
+    return pick < notable ? notableStatusWords[pick]
+                          : static_cast<std::uint16_t>(choices_.below(0x10000));
+}
+
+const std::string& baseImage() {
+    return support::cardWithKeyImage();
+}
+
+Outcome runWorkload(const support::AppOnCard& card) {
+    Outcome outcome;
+    const card::IChannel& channel = *card.channel;
+    boost::shared_ptr<app::pkcs15::P15Application> application;
+    attempt(outcome, "open", [&] { application = card.open(); });
+    if (application) {
+        runOnApplication(outcome, *application, channel);
+    }
+    attempt(outcome, "algorithms", [&] { card.session->algorithms(); });
+    return outcome;
+}
+
+Outcome runCase(Choices& choices) {
+    const HostileTransport* hostile = nullptr;
+    support::AppOnCard card(baseImage(), [&](std::unique_ptr<card::ICardTransport> honest) {
+        auto wrapped = std::make_unique<HostileTransport>(std::move(honest), choices);
+        hostile = wrapped.get();
+        return wrapped;
+    });
+    Outcome outcome = runWorkload(card);
+    outcome.commands = hostile->commands();
+    return outcome;
+}
+
+} // namespace hostile

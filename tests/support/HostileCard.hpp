@@ -1,0 +1,118 @@
+#ifndef TESTS_SUPPORT_HOSTILECARD_HPP
+#define TESTS_SUPPORT_HOSTILECARD_HPP
+
+// A hostile card: the virtual card behind a transport that spoils some of
+// its answers (truncated, oversized, random bytes, random status words,
+// endless 61xx, no answer at all). Every choice comes from a Choices source,
+// a seed or a fuzzer's input, so that every failure replays.
+
+#include "card/IChannel.hpp"
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace support {
+struct AppOnCard;
+}
+
+namespace hostile {
+
+// Where the hostile card's decisions come from.
+class Choices {
+public:
+    virtual ~Choices() = default;
+    // A number below `bound`; 0 when bound is 0.
+    virtual std::uint32_t below(std::uint32_t bound) = 0;
+};
+
+class SeededChoices : public Choices {
+public:
+    explicit SeededChoices(std::uint64_t seed)
+        : engine_(seed) {}
+    std::uint32_t below(std::uint32_t bound) override;
+
+private:
+    std::mt19937_64 engine_;
+};
+
+// Reads the decisions from a fuzzer's input; once it is used up, every
+// answer is honest.
+class InputChoices : public Choices {
+public:
+    InputChoices(const std::uint8_t* data, std::size_t size)
+        : data_(data)
+        , size_(size) {}
+    std::uint32_t below(std::uint32_t bound) override;
+
+private:
+    const std::uint8_t* data_;
+    std::size_t size_;
+    std::size_t position_ = 0;
+};
+
+// The card layer kept sending commands long after any operation of the
+// workload needs: a hang in the making. Not a card exception, so that no
+// caller can swallow it.
+class Runaway : public std::logic_error {
+public:
+    using std::logic_error::logic_error;
+};
+
+// Forwards every command to an honest card and spoils about one answer in
+// `spoilOneIn`, a power of two from 1 to 256 chosen per case.
+class HostileTransport : public card::ICardTransport {
+public:
+    static constexpr std::size_t commandLimit = 5000;
+
+    HostileTransport(std::unique_ptr<card::ICardTransport> honest, Choices& choices);
+
+    mw::ByteBuffer getAtr() const override { return honest_->getAtr(); }
+    boost::shared_ptr<mw::ByteBuffer> transmit(const card::Apdu& command) const override;
+    void beginTransaction() const override {}
+    void endTransaction() const override {}
+
+    std::size_t commands() const { return commands_; }
+
+private:
+    using Answer = std::vector<unsigned char>;
+
+    boost::shared_ptr<mw::ByteBuffer> spoil(const boost::shared_ptr<mw::ByteBuffer>& answer) const;
+    void appendRandom(Answer& out, std::size_t count) const;
+    std::uint16_t statusWord() const;
+
+    std::unique_ptr<card::ICardTransport> honest_;
+    Choices& choices_;
+    std::uint32_t spoilOneIn_;
+    mutable std::size_t commands_ = 0;
+};
+
+// What one case did: the commands sent and the message of every operation
+// that failed.
+struct Outcome {
+    std::size_t commands = 0;
+    std::vector<std::string> errors;
+};
+
+// The image of a personalised card that also holds an imported RSA key pair
+// with its entries, made once per process.
+const std::string& baseImage();
+
+// Opens the PKCS#15 application on the card and runs what a host does: list
+// every kind of object, read the public ones and the values, read PIN status, verify, change and
+// unblock a PIN, relabel a key, read the card's algorithms. Each operation
+// may fail only with a card or application exception that carries a text or
+// a status word; an exception without one is returned as "unclear: ...",
+// anything else escapes.
+Outcome runWorkload(const support::AppOnCard& card);
+
+// runWorkload on a fresh copy of the base card behind a hostile transport.
+Outcome runCase(Choices& choices);
+
+} // namespace hostile
+
+#endif

@@ -1,0 +1,203 @@
+// sign, verify, encrypt, decrypt and random: the plugin's engines over files
+// or stdin and stdout. Private-key work runs on the card, public-key work in
+// the plugin's software.
+#include "app/IApplication.hpp"
+#include "app/crypto/ICipher.hpp"
+#include "app/crypto/IRandom.hpp"
+#include "app/crypto/ISignature.hpp"
+#include "host/Channel.hpp"
+#include "mw/Hex.hpp"
+#include "tools/p15tool/Commands.hpp"
+#include "tools/p15tool/Keys.hpp"
+#include "tools/p15tool/Login.hpp"
+#include "tools/p15tool/Output.hpp"
+#include "tools/p15tool/Session.hpp"
+#include "tools/p15tool/Streams.hpp"
+#include "tools/p15tool/ToolError.hpp"
+
+#include <CLI/CLI.hpp>
+
+#include <iostream>
+#include <map>
+
+namespace p15tool {
+
+namespace {
+
+using app::crypto::ICipher;
+using app::crypto::ISignature;
+
+const char* const rsaEncryption = "1.2.840.113549.1.1.1";
+// Messages are hashed in memory in one piece.
+constexpr std::size_t maxMessageSize = 256 * 1024 * 1024;
+// A cryptogram or signature is one RSA block.
+constexpr std::size_t maxBlockSize = 4096;
+// Bytes of a PKCS#1 v1.5 block that are padding rather than message.
+constexpr std::size_t pkcs1Overhead = 11;
+constexpr std::size_t maxRandomCount = 65536;
+
+// The signature algorithms by the names users know.
+const std::map<std::string, std::string> signatureAlgorithms{
+    {"sha1", "1.2.840.113549.1.1.5"},    {"sha224", "1.2.840.113549.1.1.14"},
+    {"sha256", "1.2.840.113549.1.1.11"}, {"sha384", "1.2.840.113549.1.1.12"},
+    {"sha512", "1.2.840.113549.1.1.13"}, {"md5", "1.2.840.113549.1.1.4"},
+    {"ripemd160", "1.3.36.3.3.1.2"},     {"raw", rsaEncryption},
+};
+
+struct CryptoOptions {
+    KeyChoice choice;
+    PinSource pin{"user PIN", "pin", {}, {}};
+    std::string algorithm = "sha256";
+    std::string in = "-";
+    std::string out = "-";
+    std::string signature;
+    std::size_t count = 0;
+    bool hex = false;
+};
+
+// The key's modulus in bytes, which bounds what one RSA block carries.
+std::size_t blockSize(const app::object::IPrivateRSAKey& key) {
+    return (key.getModulusLength() + 7u) / 8u;
+}
+
+void sign(const GlobalOptions& global, const CryptoOptions& options) {
+    const mw::ByteBuffer data = readInput(options.in, maxMessageSize);
+    const Session session(global);
+    const KeyPair pair = chooseKeyPair(session, options.choice);
+    if (options.algorithm == "raw" && data.size() + pkcs1Overhead > blockSize(*pair.privateKey)) {
+        throw ToolError(ExitCode::failure,
+                        "raw signing takes at most " +
+                            std::to_string(blockSize(*pair.privateKey) - pkcs1Overhead) +
+                            " bytes (a DigestInfo) with this key; choose a hash with --alg");
+    }
+    verifyUserPin(session, options.pin);
+    const mw::ByteBuffer signature =
+        signOnCard(session, *pair.privateKey, signatureAlgorithms.at(options.algorithm), data);
+    writeOutput(options.out, signature, true);
+}
+
+void verify(const GlobalOptions& global, const CryptoOptions& options) {
+    const mw::ByteBuffer signature = readInput(options.signature, maxBlockSize);
+    const mw::ByteBuffer data = readInput(options.in, maxMessageSize);
+    const Session session(global);
+    const KeyPair pair = chooseKeyPair(session, options.choice);
+    const auto engine =
+        session.application().getSignature(signatureAlgorithms.at(options.algorithm));
+    engine->init(session.channel(), ISignature::Verify, readPublicKey(session, pair));
+    const bool verified = engine->verify(session.channel(), data, signature);
+    printResult(std::cout, Json{{"verified", verified}}, global.json);
+    if (!verified) {
+        throw ToolError(ExitCode::failure,
+                        "the signature in " + options.signature + " does not verify with " +
+                            keyName(*pair.privateKey) + " (" + options.algorithm + ")");
+    }
+}
+
+void encrypt(const GlobalOptions& global, const CryptoOptions& options) {
+    const mw::ByteBuffer data = readInput(options.in, maxBlockSize);
+    const Session session(global);
+    const KeyPair pair = chooseKeyPair(session, options.choice);
+    const std::size_t room = blockSize(*pair.privateKey) - pkcs1Overhead;
+    if (data.size() > room) {
+        throw ToolError(ExitCode::failure,
+                        "RSA with this key enciphers at most " + std::to_string(room) +
+                            " bytes; the input has " + std::to_string(data.size()) +
+                            " (encipher a symmetric key rather than the data itself)");
+    }
+    const auto cipher = session.application().getCipher(rsaEncryption);
+    cipher->init(session.channel(), ICipher::Encipher, readPublicKey(session, pair));
+    writeOutput(options.out, cipher->encipher(session.channel(), data), true);
+}
+
+void decrypt(const GlobalOptions& global, const CryptoOptions& options) {
+    const mw::ByteBuffer cryptogram = readInput(options.in, maxBlockSize);
+    const Session session(global);
+    const KeyPair pair = chooseKeyPair(session, options.choice);
+    if (cryptogram.size() != blockSize(*pair.privateKey)) {
+        throw ToolError(ExitCode::failure, "a cryptogram for this key has " +
+                                               std::to_string(blockSize(*pair.privateKey)) +
+                                               " bytes; the input has " +
+                                               std::to_string(cryptogram.size()));
+    }
+    verifyUserPin(session, options.pin);
+    const auto cipher = session.application().getCipher(rsaEncryption);
+    cipher->init(session.channel(), ICipher::Decipher, *pair.privateKey);
+    writeOutput(options.out, cipher->decipher(session.channel(), cryptogram), true);
+}
+
+void random(const GlobalOptions& global, const CryptoOptions& options) {
+    const Session session(global);
+    const mw::ByteBuffer bytes =
+        session.application().getRandom()->generate(session.channel(), options.count);
+    if (options.hex || global.json) {
+        printResult(std::cout, Json{{"random", mw::toHex(bytes)}}, global.json);
+        return;
+    }
+    writeOutput(options.out, bytes, true);
+}
+
+void addStreams(CLI::App& command, CryptoOptions& options, const char* in, const char* out) {
+    command.add_option("--in", options.in, in)->type_name("FILE");
+    command.add_option("--out", options.out, out)->type_name("FILE");
+}
+
+void addAlgorithm(CLI::App& command, CryptoOptions& options) {
+    std::vector<std::string> names;
+    for (const auto& [name, oid] : signatureAlgorithms) {
+        names.push_back(name);
+    }
+    command
+        .add_option("--alg", options.algorithm,
+                    "hash of the signature (default sha256); raw signs the input as it is")
+        ->check(CLI::IsMember(names));
+}
+
+} // namespace
+
+void addCryptoCommands(CLI::App& program, const GlobalOptions& global) {
+    auto options = std::make_shared<CryptoOptions>();
+
+    CLI::App* signCommand = program.add_subcommand("sign", "sign data with a key on the card");
+    addKeyChoice(*signCommand, options->choice);
+    addAlgorithm(*signCommand, *options);
+    addStreams(*signCommand, *options, "the data (default: stdin)",
+               "the signature (default: stdout)");
+    addPinOptions(*signCommand, options->pin);
+    signCommand->callback([&global, options] { sign(global, *options); });
+
+    CLI::App* verifyCommand =
+        program.add_subcommand("verify", "check a signature with a public key on the card");
+    addKeyChoice(*verifyCommand, options->choice);
+    addAlgorithm(*verifyCommand, *options);
+    verifyCommand->add_option("--signature", options->signature, "the signature")
+        ->type_name("FILE")
+        ->required();
+    verifyCommand->add_option("--in", options->in, "the data (default: stdin)")->type_name("FILE");
+    verifyCommand->callback([&global, options] { verify(global, *options); });
+
+    CLI::App* encryptCommand = program.add_subcommand(
+        "encrypt", "encipher a short secret for a key on the card (RSA PKCS#1 v1.5)");
+    addKeyChoice(*encryptCommand, options->choice);
+    addStreams(*encryptCommand, *options, "the secret (default: stdin)",
+               "the cryptogram (default: stdout)");
+    encryptCommand->callback([&global, options] { encrypt(global, *options); });
+
+    CLI::App* decryptCommand =
+        program.add_subcommand("decrypt", "decipher a cryptogram with a key on the card");
+    addKeyChoice(*decryptCommand, options->choice);
+    addStreams(*decryptCommand, *options, "the cryptogram (default: stdin)",
+               "the secret (default: stdout)");
+    addPinOptions(*decryptCommand, options->pin);
+    decryptCommand->callback([&global, options] { decrypt(global, *options); });
+
+    CLI::App* randomCommand = program.add_subcommand("random", "N random bytes from the card");
+    randomCommand->add_option("N", options->count, "how many bytes")
+        ->required()
+        ->check(CLI::Range(std::size_t{1}, maxRandomCount));
+    randomCommand->add_option("--out", options->out, "write to FILE instead of stdout")
+        ->type_name("FILE");
+    randomCommand->add_flag("--hex", options->hex, "print hex digits");
+    randomCommand->callback([&global, options] { random(global, *options); });
+}
+
+} // namespace p15tool

@@ -1,0 +1,223 @@
+#include "tools/p15tool/Keys.hpp"
+
+#include "app/IApplication.hpp"
+#include "app/SecurityConditions.hpp"
+#include "app/crypto/ISignature.hpp"
+#include "app/object/ICardObjectRepository.hpp"
+#include "host/Channel.hpp"
+#include "mw/Hex.hpp"
+#include "tools/p15tool/FlagNames.hpp"
+#include "tools/p15tool/Session.hpp"
+#include "tools/p15tool/Text.hpp"
+#include "tools/p15tool/ToolError.hpp"
+
+#include <CLI/CLI.hpp>
+#include <boost/make_shared.hpp>
+#include <boost/pointer_cast.hpp>
+#include <cryptopp/sha.h>
+
+#include <algorithm>
+
+namespace p15tool {
+
+namespace {
+
+using app::object::IKey;
+using app::object::IPrivateRSAKey;
+using app::object::IPublicRSAKey;
+
+// Common object flags.
+constexpr std::uint8_t privateFlag = 0x02;
+constexpr std::uint8_t modifiableFlag = 0x01;
+// An identifier is an OCTET STRING of at most 255 bytes.
+constexpr std::size_t maxIdSize = 255;
+
+std::string idText(const mw::ByteBuffer& id) {
+    return mw::toHex(id);
+}
+
+bool matches(const IKey& key, const KeyChoice& choice) {
+    if (choice.label) {
+        return key.getLabel() && displayText(*key.getLabel()) == *choice.label;
+    }
+    if (choice.id) {
+        return idText(key.getKeyId()) == *choice.id;
+    }
+    return true;
+}
+
+std::string choiceText(const KeyChoice& choice) {
+    return choice.label ? "labelled \"" + *choice.label + "\"" : "with id " + *choice.id;
+}
+
+template <class Key, class List> std::vector<boost::shared_ptr<Key>> rsaKeys(const List& keys) {
+    std::vector<boost::shared_ptr<Key>> found;
+    for (const auto& key : keys) {
+        if (auto rsa = boost::dynamic_pointer_cast<Key>(key)) {
+            found.push_back(rsa);
+        }
+    }
+    return found;
+}
+
+} // namespace
+
+void addKeyChoice(CLI::App& command, KeyChoice& choice) {
+    auto* label = command.add_option("--label", choice.label, "the key labelled L")->type_name("L");
+    command
+        .add_option_function<std::string>(
+            "--id",
+            [&choice](const std::string& id) {
+                std::string upper(id);
+                std::transform(upper.begin(), upper.end(), upper.begin(), ::toupper);
+                choice.id = upper;
+            },
+            "the key with this identifier (hex, as list shows it)")
+        ->type_name("HEX")
+        ->excludes(label);
+}
+
+KeyPair chooseKeyPair(const Session& session, const KeyChoice& choice) {
+    const auto& repository = session.repository();
+    const auto keys = rsaKeys<IPrivateRSAKey>(repository.getPrivateKeys(session.channel()));
+    std::vector<boost::shared_ptr<IPrivateRSAKey>> chosen;
+    std::copy_if(keys.begin(), keys.end(), std::back_inserter(chosen),
+                 [&](const auto& key) { return matches(*key, choice); });
+    if (chosen.empty()) {
+        throw ToolError(ExitCode::notFound,
+                        (choice.given() ? "no RSA key " + choiceText(choice) + " on the card"
+                                        : std::string("no RSA key on the card")) +
+                            "; list the keys with: p15tool list, or make one with: "
+                            "p15tool keygen");
+    }
+    if (chosen.size() > 1) {
+        throw ToolError(ExitCode::usage,
+                        std::to_string(chosen.size()) + " RSA keys " +
+                            (choice.given() ? choiceText(choice) + " " : std::string()) +
+                            "on the card; choose one with --id (see p15tool list)");
+    }
+    KeyPair pair{chosen.front(), nullptr};
+    for (const auto& key : rsaKeys<IPublicRSAKey>(repository.getPublicKeys(session.channel()))) {
+        if (key->getKeyId() == pair.privateKey->getKeyId()) {
+            pair.publicKey = key;
+            break;
+        }
+    }
+    return pair;
+}
+
+app::object::ICardObjectFactory& factoryOf(const Session& session) {
+    auto* factory = dynamic_cast<app::object::ICardObjectFactory*>(&session.application());
+    if (!factory) {
+        throw ToolError(ExitCode::card, "the plugin makes no new objects for the card's "
+                                        "application; use a plugin that writes keys");
+    }
+    return *factory;
+}
+
+KeyPair newKeyPair(const Session& session, const std::string& label, const mw::ByteBuffer& id,
+                   const mw::ByteBuffer& authId, unsigned bits) {
+    const app::AccessControlRules userPin{
+        app::AccessControlRule(app::AccessControlRule::Update | app::AccessControlRule::Execute,
+                               boost::make_shared<app::AuthIdSecurityCondition>(
+                                   std::vector<std::uint8_t>(authId.begin(), authId.end())))};
+    app::object::ICardObjectFactory& factory = factoryOf(session);
+    KeyPair pair{boost::dynamic_pointer_cast<IPrivateRSAKey>(
+                     factory.createPrivateKey(app::object::IPrivateKey::RsaPrivateKey, userPin)),
+                 boost::dynamic_pointer_cast<IPublicRSAKey>(
+                     factory.createPublicKey(app::object::IPublicKey::RsaPublicKey, {}))};
+    pair.privateKey->setUsage(IKey::Sign | IKey::Decrypt);
+    pair.privateKey->setFlags(privateFlag | modifiableFlag);
+    pair.privateKey->setModulusLength(static_cast<std::uint16_t>(bits));
+    pair.publicKey->setUsage(IKey::Verify | IKey::Encrypt);
+    pair.publicKey->setFlags(modifiableFlag);
+    pair.publicKey->setModulusLength(static_cast<std::uint16_t>(bits));
+    for (IKey* key :
+         {static_cast<IKey*>(pair.privateKey.get()), static_cast<IKey*>(pair.publicKey.get())}) {
+        key->setLabel(label);
+        key->setKeyId(id);
+    }
+    return pair;
+}
+
+mw::ByteBuffer modulusKeyId(const mw::ByteBuffer& modulus) {
+    mw::ByteBuffer digest(CryptoPP::SHA1::DIGESTSIZE);
+    CryptoPP::SHA1().CalculateDigest(digest.data(), modulus.data(), modulus.size());
+    return digest;
+}
+
+mw::ByteBuffer idFromHex(const std::string& text) {
+    try {
+        mw::ByteBuffer id = mw::fromHex(text);
+        if (!id.empty() && id.size() <= maxIdSize) {
+            return id;
+        }
+    } catch (const std::exception&) {
+    }
+    throw ToolError(ExitCode::usage,
+                    "--id takes 1 to 255 bytes in hex digits, not \"" + text + "\"");
+}
+
+void refuseTakenId(const Session& session, const mw::ByteBuffer& id) {
+    for (const auto& key : session.repository().getPrivateKeys(session.channel())) {
+        if (key->getKeyId() == id) {
+            throw ToolError(ExitCode::failure, "the card holds a key with id " + mw::toHex(id) +
+                                                   " already (" + keyName(*key) +
+                                                   "); choose another with --id");
+        }
+    }
+}
+
+const IPublicRSAKey& readPublicKey(const Session& session, const KeyPair& pair) {
+    if (!pair.publicKey) {
+        throw ToolError(ExitCode::notFound, "the card lists no public key for " +
+                                                keyName(*pair.privateKey) +
+                                                "; its public part cannot be read");
+    }
+    session.repository().readCardObject(session.channel(), *pair.publicKey);
+    return *pair.publicKey;
+}
+
+enrolment::RsaPublicKey publicKeyOf(const IPublicRSAKey& key) {
+    return {der::Bytes(key.getModulus().begin(), key.getModulus().end()),
+            der::Bytes(key.getPublicExponent().begin(), key.getPublicExponent().end())};
+}
+
+mw::ByteBuffer signOnCard(const Session& session, const app::object::IPrivateKey& key,
+                          const std::string& oid, const mw::ByteBuffer& data) {
+    const auto engine = session.application().getSignature(oid);
+    engine->init(session.channel(), app::crypto::ISignature::Sign, key);
+    return engine->sign(session.channel(), data);
+}
+
+std::string keyName(const IKey& key) {
+    if (key.getLabel() && !displayText(*key.getLabel()).empty()) {
+        return "\"" + displayText(*key.getLabel()) + "\"";
+    }
+    return "key " + idText(key.getKeyId());
+}
+
+Json keyJson(const IKey& key, const PinList& pins) {
+    Json out = cardObjectJson(key, pins);
+    const mw::ByteBuffer& id = key.getKeyId();
+    out["id"] = idText(id);
+    if (isPrintableAscii(Bytes(id.begin(), id.end()))) {
+        out["idText"] = std::string(id.begin(), id.end());
+    }
+    out["usage"] = flagNames(key.getUsage(), 10, keyUsages);
+    if (key.getAccessFlags()) {
+        out["accessFlags"] = flagNames(*key.getAccessFlags(), 5, keyAccessFlags);
+    }
+    if (const auto* rsa = dynamic_cast<const IPrivateRSAKey*>(&key)) {
+        out["modulusLength"] = rsa->getModulusLength();
+    } else if (const auto* rsa = dynamic_cast<const IPublicRSAKey*>(&key)) {
+        out["modulusLength"] = rsa->getModulusLength();
+    }
+    const unsigned reference = key.getKeyReference().keyReference;
+    if (reference != 0) {
+        out["keyReference"] = reference;
+    }
+    return out;
+}
+
+} // namespace p15tool
