@@ -67,6 +67,9 @@ CK_RV p15_FindObjectsInit(CK_SESSION_HANDLE handle, CK_ATTRIBUTE_PTR entries, CK
 CK_RV p15_FindObjects(CK_SESSION_HANDLE handle, CK_OBJECT_HANDLE_PTR found, CK_ULONG most,
                       CK_ULONG_PTR count);
 CK_RV p15_FindObjectsFinal(CK_SESSION_HANDLE handle);
+CK_RV p15_CreateObject(CK_SESSION_HANDLE handle, CK_ATTRIBUTE_PTR entries, CK_ULONG count,
+                       CK_OBJECT_HANDLE_PTR object);
+CK_RV p15_DestroyObject(CK_SESSION_HANDLE handle, CK_OBJECT_HANDLE object);
 
 CK_RV p15_VerifyInit(CK_SESSION_HANDLE handle, CK_MECHANISM_PTR mechanism, CK_OBJECT_HANDLE key);
 CK_RV p15_Verify(CK_SESSION_HANDLE handle, CK_BYTE_PTR data, CK_ULONG length, CK_BYTE_PTR signature,

@@ -33,9 +33,9 @@ CK_FUNCTION_LIST makeFunctionList() {
     f.C_SetOperationState = notSupported;
     f.C_Login = p15_Login;
     f.C_Logout = p15_Logout;
-    f.C_CreateObject = notSupported;
+    f.C_CreateObject = p15_CreateObject;
     f.C_CopyObject = notSupported;
-    f.C_DestroyObject = notSupported;
+    f.C_DestroyObject = p15_DestroyObject;
     f.C_GetObjectSize = notSupported;
     f.C_GetAttributeValue = p15_GetAttributeValue;
     f.C_SetAttributeValue = notSupported;

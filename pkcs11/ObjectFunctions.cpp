@@ -55,3 +55,27 @@ CK_RV p15_FindObjectsFinal(CK_SESSION_HANDLE handle) {
         return CKR_OK;
     });
 }
+
+CK_RV p15_CreateObject(CK_SESSION_HANDLE handle, CK_ATTRIBUTE_PTR entries, CK_ULONG count,
+                       CK_OBJECT_HANDLE_PTR object) {
+    return callSession("C_CreateObject", handle, [&](Module&, Session& session, Token& token) {
+        if (!object || (!entries && count != 0)) {
+            return CKR_ARGUMENTS_BAD;
+        }
+        if (!session.readWrite()) {
+            return CKR_SESSION_READ_ONLY;
+        }
+        *object = token.createObject(entries, count);
+        return CKR_OK;
+    });
+}
+
+CK_RV p15_DestroyObject(CK_SESSION_HANDLE handle, CK_OBJECT_HANDLE object) {
+    return callSession("C_DestroyObject", handle, [&](Module&, Session& session, Token& token) {
+        if (!session.readWrite()) {
+            return CKR_SESSION_READ_ONLY;
+        }
+        token.destroyObject(object);
+        return CKR_OK;
+    });
+}

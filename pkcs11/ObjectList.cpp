@@ -3,17 +3,25 @@
 #include "app/object/ICardObjectRepository.hpp"
 #include "app/object/IPrivateRSAKey.hpp"
 #include "app/object/IPublicRSAKey.hpp"
+#include "pkcs11/CertificateFields.hpp"
+
+#include <algorithm>
 
 namespace pkcs11 {
 
 namespace {
 
 using app::object::ICardObject;
+using app::object::ICertificate;
+using app::object::IDataObject;
 using app::object::IKey;
 using app::object::IPrivateRSAKey;
 using app::object::IPublicRSAKey;
 using Repository = app::object::ICardObjectRepository;
 
+// CKA_CERTIFICATE_CATEGORY values, which the header does not name.
+constexpr CK_ULONG categoryTokenUser = 1;
+constexpr CK_ULONG categoryAuthority = 2;
 constexpr std::uint8_t privateFlag = 0x02;
 constexpr std::uint8_t modifiableFlag = 0x01;
 
@@ -59,6 +67,52 @@ void readPublicValue(const Repository& repository, const card::IChannel& channel
     }
     attributes.setBytes(CKA_MODULUS, bytesOf(key.getModulus()));
     attributes.setBytes(CKA_PUBLIC_EXPONENT, bytesOf(key.getPublicExponent()));
+}
+
+// The certificate's value, read from the card once.
+Bytes certificateValue(const Repository& repository, const card::IChannel& channel,
+                       ICertificate& certificate) {
+    if (certificate.getValue().empty()) {
+        repository.readCardObject(channel, certificate);
+    }
+    return bytesOf(certificate.getValue());
+}
+
+// The RSA public key a certificate holds, as key attributes.
+void putCertifiedKey(const CertificateFields& fields, Attributes& attributes) {
+    if (!fields.modulus.empty()) {
+        attributes.setBytes(CKA_MODULUS, fields.modulus);
+        attributes.setBytes(CKA_PUBLIC_EXPONENT, fields.exponent);
+        attributes.setUlong(CKA_MODULUS_BITS, fields.modulus.size() * 8);
+    }
+    attributes.setBytes(CKA_SUBJECT, fields.subject);
+}
+
+// Fills in the public key a certificate holds, read on first use.
+Object::Completion certifiedKey(const Repository& repository, const card::IChannel& channel,
+                                const boost::shared_ptr<ICertificate>& certificate) {
+    return [&repository, &channel, certificate](Attributes& a) {
+        const auto fields = parseCertificate(certificateValue(repository, channel, *certificate));
+        if (fields) {
+            putCertifiedKey(*fields, a);
+        }
+    };
+}
+
+// The public key of a certificate whose key has no public key entry.
+std::unique_ptr<Object> certifiedKeyObject(const boost::shared_ptr<ICertificate>& certificate,
+                                           CK_OBJECT_HANDLE handle, const Repository& repository,
+                                           const card::IChannel& channel) {
+    Attributes attributes = commonAttributes(*certificate, CKO_PUBLIC_KEY);
+    attributes.setUlong(CKA_KEY_TYPE, CKK_RSA);
+    attributes.setBytes(CKA_ID, bytesOf(certificate->getCertificateId()));
+    attributes.setBool(CKA_VERIFY, true);
+    attributes.setBool(CKA_ENCRYPT, true);
+    attributes.setBool(CKA_LOCAL, false);
+    auto object = std::make_unique<Object>(handle, certificate, std::move(attributes));
+    object->defer({CKA_MODULUS, CKA_PUBLIC_EXPONENT, CKA_MODULUS_BITS, CKA_SUBJECT},
+                  certifiedKey(repository, channel, certificate));
+    return object;
 }
 
 } // namespace
@@ -119,6 +173,48 @@ std::unique_ptr<Object> privateKeyObject(const boost::shared_ptr<IPrivateRSAKey>
     return object;
 }
 
+std::unique_ptr<Object> certificateObject(const boost::shared_ptr<ICertificate>& certificate,
+                                          CK_OBJECT_HANDLE handle, const Repository& repository,
+                                          const card::IChannel& channel) {
+    Attributes attributes = commonAttributes(*certificate, CKO_CERTIFICATE);
+    attributes.setUlong(CKA_CERTIFICATE_TYPE, CKC_X_509);
+    attributes.setBytes(CKA_ID, bytesOf(certificate->getCertificateId()));
+    attributes.setBool(CKA_TRUSTED, false);
+    attributes.setUlong(CKA_CERTIFICATE_CATEGORY,
+                        certificate->getAuthority() ? categoryAuthority : categoryTokenUser);
+    auto object = std::make_unique<Object>(handle, certificate, std::move(attributes));
+    object->defer({CKA_VALUE, CKA_SUBJECT, CKA_ISSUER, CKA_SERIAL_NUMBER},
+                  [&repository, &channel, certificate](Attributes& a) {
+                      const Bytes value = certificateValue(repository, channel, *certificate);
+                      a.setBytes(CKA_VALUE, value);
+                      const auto fields = parseCertificate(value);
+                      a.setBytes(CKA_SUBJECT, fields ? fields->subject : Bytes());
+                      a.setBytes(CKA_ISSUER, fields ? fields->issuer : Bytes());
+                      a.setBytes(CKA_SERIAL_NUMBER, fields ? fields->serialNumber : Bytes());
+                  });
+    return object;
+}
+
+std::unique_ptr<Object> dataObject(const boost::shared_ptr<IDataObject>& data,
+                                   CK_OBJECT_HANDLE handle, const Repository& repository,
+                                   const card::IChannel& channel) {
+    Attributes attributes = commonAttributes(*data, CKO_DATA);
+    attributes.setText(CKA_APPLICATION, data->getApplicationName().value_or(""));
+    if (const auto& oid = data->getApplicationOid(); oid && oid->size() < 0x80) {
+        Bytes der{0x06, static_cast<unsigned char>(oid->size())};
+        der.insert(der.end(), oid->begin(), oid->end());
+        attributes.setBytes(CKA_OBJECT_ID, der);
+    }
+    auto object = std::make_unique<Object>(handle, data, std::move(attributes));
+    object->defer({CKA_VALUE}, [&repository, &channel, data](Attributes& a) {
+        if (data->getValue().empty()) {
+            repository.readCardObject(channel, *data);
+        }
+        a.setBytes(CKA_VALUE, bytesOf(data->getValue()));
+    });
+    return object;
+}
+
 Objects listObjects(const Repository& repository, const card::IChannel& channel,
                     CK_OBJECT_HANDLE& nextHandle) {
     Objects objects;
@@ -129,16 +225,39 @@ Objects listObjects(const Repository& repository, const card::IChannel& channel,
             objects.push_back(publicKeyObject(rsa, nextHandle++, repository, channel));
         }
     }
-    for (const auto& key : repository.getPrivateKeys(channel)) {
-        if (auto rsa = boost::dynamic_pointer_cast<IPrivateRSAKey>(key)) {
-            boost::shared_ptr<IPublicRSAKey> pair;
-            for (const auto& candidate : publicKeys) {
-                if (candidate->getKeyId() == rsa->getKeyId()) {
-                    pair = candidate;
-                }
-            }
-            objects.push_back(privateKeyObject(rsa, pair, nextHandle++, repository, channel));
+    const auto publicKeyWithId = [&](const mw::ByteBuffer& id) {
+        const auto found = std::find_if(publicKeys.begin(), publicKeys.end(),
+                                        [&](const auto& key) { return key->getKeyId() == id; });
+        return found == publicKeys.end() ? nullptr : *found;
+    };
+    const auto certificates = repository.getCertificates(channel);
+    const auto certificateWithId = [&](const mw::ByteBuffer& id) {
+        const auto found =
+            std::find_if(certificates.begin(), certificates.end(), [&](const auto& certificate) {
+                return certificate->getCertificateId() == id;
+            });
+        return found == certificates.end() ? nullptr : *found;
+    };
+    for (const auto& certificate : certificates) {
+        objects.push_back(certificateObject(certificate, nextHandle++, repository, channel));
+        if (!publicKeyWithId(certificate->getCertificateId())) {
+            objects.push_back(certifiedKeyObject(certificate, nextHandle++, repository, channel));
         }
+    }
+    for (const auto& key : repository.getPrivateKeys(channel)) {
+        auto rsa = boost::dynamic_pointer_cast<IPrivateRSAKey>(key);
+        if (!rsa) {
+            continue;
+        }
+        const auto pair = publicKeyWithId(rsa->getKeyId());
+        objects.push_back(privateKeyObject(rsa, pair, nextHandle++, repository, channel));
+        if (const auto certificate = certificateWithId(rsa->getKeyId()); !pair && certificate) {
+            objects.back()->defer({CKA_MODULUS, CKA_PUBLIC_EXPONENT},
+                                  certifiedKey(repository, channel, certificate));
+        }
+    }
+    for (const auto& data : repository.getDataObjects(channel)) {
+        objects.push_back(dataObject(data, nextHandle++, repository, channel));
     }
     return objects;
 }

@@ -8,6 +8,8 @@
 
 namespace app::object {
 class ICardObjectRepository;
+class ICertificate;
+class IDataObject;
 class IPrivateRSAKey;
 class IPublicRSAKey;
 } // namespace app::object
@@ -20,9 +22,10 @@ namespace pkcs11 {
 using Objects = std::vector<std::unique_ptr<Object>>;
 
 // The PKCS#11 objects of a card application: its RSA private and public
-// keys (other kinds of key are not offered), each with the next handle of
-// `nextHandle`. Values that take card commands are read on first use, as
-// long as `repository` and `channel` live.
+// keys (other kinds of key are not offered), its certificates, a public key
+// for each certificate whose key has no public key entry, and its data
+// objects, each with the next handle of `nextHandle`. Values that take card commands are read on
+// first use, as long as `repository` and `channel` live.
 Objects listObjects(const app::object::ICardObjectRepository& repository,
                     const card::IChannel& channel, CK_OBJECT_HANDLE& nextHandle);
 
@@ -37,6 +40,15 @@ privateKeyObject(const boost::shared_ptr<app::object::IPrivateRSAKey>& key,
                  const boost::shared_ptr<app::object::IPublicRSAKey>& publicKey,
                  CK_OBJECT_HANDLE handle, const app::object::ICardObjectRepository& repository,
                  const card::IChannel& channel);
+
+std::unique_ptr<Object>
+certificateObject(const boost::shared_ptr<app::object::ICertificate>& certificate,
+                  CK_OBJECT_HANDLE handle, const app::object::ICardObjectRepository& repository,
+                  const card::IChannel& channel);
+std::unique_ptr<Object> dataObject(const boost::shared_ptr<app::object::IDataObject>& data,
+                                   CK_OBJECT_HANDLE handle,
+                                   const app::object::ICardObjectRepository& repository,
+                                   const card::IChannel& channel);
 
 } // namespace pkcs11
 

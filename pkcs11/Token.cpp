@@ -5,6 +5,7 @@
 #include "host/Channel.hpp"
 #include "host/iso7816/Card.hpp"
 #include "host/loader/PluginLoader.hpp"
+#include "mw/Hex.hpp"
 #include "pkcs11/Errors.hpp"
 
 #include <algorithm>
@@ -39,11 +40,23 @@ const card::IChannel& Token::channel() const {
 
 void Token::describe(CK_TOKEN_INFO& info, const SessionCounts& sessions) {
     std::memset(&info, 0, sizeof info);
-    putText(info.label, sizeof info.label, label_);
-    putText(info.manufacturerID, sizeof info.manufacturerID, "p15kit");
+    const auto tokenInfo = repository_->getApplicationInfo(channel());
+    const auto& label = tokenInfo ? tokenInfo->getLabel() : boost::none;
+    putText(info.label, sizeof info.label, label && !label->empty() ? *label : label_);
+    const auto& manufacturer = tokenInfo ? tokenInfo->getManufacturerId() : boost::none;
+    putText(info.manufacturerID, sizeof info.manufacturerID, manufacturer.value_or("p15kit"));
     putText(info.model, sizeof info.model, "PKCS#15");
-    putText(info.serialNumber, sizeof info.serialNumber, "");
+    const auto& serial = tokenInfo ? tokenInfo->getSerialNumber() : boost::none;
+    // The serial number's hex digits; a long one keeps its last digits,
+    // which tell cards of one series apart.
+    const std::string serialHex = serial ? mw::toHex(*serial) : std::string();
+    putText(
+        info.serialNumber, sizeof info.serialNumber,
+        serialHex.substr(serialHex.size() - std::min(serialHex.size(), sizeof info.serialNumber)));
     info.flags = CKF_TOKEN_INITIALIZED | CKF_RNG;
+    if (tokenInfo && (tokenInfo->getTokenFlags() & app::object::IApplicationInfo::ReadOnly)) {
+        info.flags |= CKF_WRITE_PROTECTED;
+    }
     if (const PinPtr& user = pins().user) {
         info.flags |=
             CKF_LOGIN_REQUIRED | CKF_USER_PIN_INITIALIZED |

@@ -1,6 +1,7 @@
 #ifndef PKCS11_TOKEN_HPP
 #define PKCS11_TOKEN_HPP
 
+#include "app/IAccessControlled.hpp"
 #include "app/object/IPin.hpp"
 #include "card/IChannel.hpp"
 #include "mw/ByteBuffer.hpp"
@@ -16,8 +17,9 @@
 namespace app {
 class IApplication;
 namespace object {
+class ICardObjectFactory;
 class ICardObjectRepository;
-}
+} // namespace object
 } // namespace app
 namespace card {
 class ICard;
@@ -79,6 +81,11 @@ public:
     // A visible object; any other handle is `unknown`.
     Object& object(CK_OBJECT_HANDLE handle, CK_RV unknown = CKR_OBJECT_HANDLE_INVALID);
 
+    // Stores a new certificate or data object on the card and returns its
+    // handle; removes an object from the card (TokenKeys.cpp).
+    CK_OBJECT_HANDLE createObject(const CK_ATTRIBUTE* entries, CK_ULONG count);
+    void destroyObject(CK_OBJECT_HANDLE handle);
+
     // Generates a key pair on the card and returns the handles of its
     // public and private key objects (TokenKeys.cpp).
     std::pair<CK_OBJECT_HANDLE, CK_OBJECT_HANDLE> generateKeyPair(const KeyPairRequest& request);
@@ -113,6 +120,8 @@ private:
 
     std::vector<std::unique_ptr<Object>>& objects();
     mw::ByteBuffer unusedKeyId();
+    app::AccessControlRules userOnly();
+    app::object::ICardObjectFactory& factory() const;
     bool isVisible(const Object& object) const;
 
     std::string label_;

@@ -1,4 +1,5 @@
-// Key pairs generated on the card for C_GenerateKeyPair.
+// Objects the token makes and removes: key pairs generated on the card,
+// certificates and data objects stored there, and their removal.
 #include "pkcs11/ObjectList.hpp"
 #include "pkcs11/Token.hpp"
 
@@ -7,6 +8,8 @@
 #include "app/crypto/IKeyPairGenerator.hpp"
 #include "app/object/ICardObjectFactory.hpp"
 #include "app/object/ICardObjectRepository.hpp"
+#include "app/object/ICertificate.hpp"
+#include "app/object/IDataObject.hpp"
 #include "app/object/IPrivateRSAKey.hpp"
 #include "app/object/IPublicRSAKey.hpp"
 #include "pkcs11/Errors.hpp"
@@ -41,24 +44,30 @@ mw::ByteBuffer Token::unusedKeyId() {
     throw Failure(CKR_DEVICE_MEMORY, "no key id left");
 }
 
-std::pair<CK_OBJECT_HANDLE, CK_OBJECT_HANDLE>
-Token::generateKeyPair(const KeyPairRequest& request) {
+ICardObjectFactory& Token::factory() const {
     auto* factory = dynamic_cast<ICardObjectFactory*>(application_.get());
     if (!factory) {
         throw Failure(CKR_FUNCTION_NOT_SUPPORTED, "the application makes no new objects");
     }
-    const mw::ByteBuffer id = request.id.empty() ? unusedKeyId() : request.id;
-    const auto& authId = userPin().getAuthId();
-    const app::AccessControlRules userOnly{
-        app::AccessControlRule(app::AccessControlRule::Read | app::AccessControlRule::Update |
-                                   app::AccessControlRule::Execute,
-                               boost::make_shared<app::AuthIdSecurityCondition>(
-                                   std::vector<std::uint8_t>(authId.begin(), authId.end())))};
+    return *factory;
+}
 
+// Read, change and use only after the user PIN.
+app::AccessControlRules Token::userOnly() {
+    const auto& authId = userPin().getAuthId();
+    return {app::AccessControlRule(app::AccessControlRule::Read | app::AccessControlRule::Update |
+                                       app::AccessControlRule::Execute,
+                                   boost::make_shared<app::AuthIdSecurityCondition>(
+                                       std::vector<std::uint8_t>(authId.begin(), authId.end())))};
+}
+
+std::pair<CK_OBJECT_HANDLE, CK_OBJECT_HANDLE>
+Token::generateKeyPair(const KeyPairRequest& request) {
+    const mw::ByteBuffer id = request.id.empty() ? unusedKeyId() : request.id;
     auto privateKey = boost::dynamic_pointer_cast<IPrivateRSAKey>(
-        factory->createPrivateKey(IPrivateKey::RsaPrivateKey, userOnly));
+        factory().createPrivateKey(IPrivateKey::RsaPrivateKey, userOnly()));
     auto publicKey = boost::dynamic_pointer_cast<IPublicRSAKey>(
-        factory->createPublicKey(IPublicKey::RsaPublicKey, {}));
+        factory().createPublicKey(IPublicKey::RsaPublicKey, {}));
     if (!privateKey || !publicKey) {
         throw Failure(CKR_FUNCTION_NOT_SUPPORTED, "the application makes no RSA keys");
     }
@@ -78,6 +87,118 @@ Token::generateKeyPair(const KeyPairRequest& request) {
     list.push_back(publicKeyObject(publicKey, nextHandle_++, *repository_, channel()));
     list.push_back(privateKeyObject(privateKey, publicKey, nextHandle_++, *repository_, channel()));
     return {list[list.size() - 2]->handle(), list.back()->handle()};
+}
+
+namespace {
+
+// A C_CreateObject template, by attribute.
+class Template {
+public:
+    Template(const CK_ATTRIBUTE* entries, CK_ULONG count)
+        : entries_(entries, entries + count) {}
+
+    const CK_ATTRIBUTE* find(CK_ATTRIBUTE_TYPE type) const {
+        for (const CK_ATTRIBUTE& entry : entries_) {
+            if (entry.type == type) {
+                return &entry;
+            }
+        }
+        return nullptr;
+    }
+    CK_ULONG number(CK_ATTRIBUTE_TYPE type, CK_ULONG absent) const {
+        const CK_ATTRIBUTE* entry = find(type);
+        return entry ? ulongOf(*entry) : absent;
+    }
+    bool flag(CK_ATTRIBUTE_TYPE type, bool absent) const {
+        const CK_ATTRIBUTE* entry = find(type);
+        return entry ? boolOf(*entry) : absent;
+    }
+    Bytes bytes(CK_ATTRIBUTE_TYPE type) const {
+        const CK_ATTRIBUTE* entry = find(type);
+        return entry ? valueOf(*entry) : Bytes();
+    }
+    std::string text(CK_ATTRIBUTE_TYPE type) const {
+        const Bytes value = bytes(type);
+        return std::string(value.begin(), value.end());
+    }
+    mw::ByteBuffer required(CK_ATTRIBUTE_TYPE type) const {
+        if (!find(type)) {
+            throw Failure(CKR_TEMPLATE_INCOMPLETE);
+        }
+        return mw::ByteBuffer(bytes(type));
+    }
+
+private:
+    std::vector<CK_ATTRIBUTE> entries_;
+};
+
+// The content octets of a DER OBJECT IDENTIFIER (06 len content).
+mw::ByteBuffer oidContent(const Bytes& der) {
+    if (der.size() < 3 || der[0] != 0x06 || der[1] != der.size() - 2) {
+        throw Failure(CKR_ATTRIBUTE_VALUE_INVALID, "CKA_OBJECT_ID is a DER OBJECT IDENTIFIER");
+    }
+    return mw::ByteBuffer(der.data() + 2, der.size() - 2);
+}
+
+} // namespace
+
+CK_OBJECT_HANDLE Token::createObject(const CK_ATTRIBUTE* entries, CK_ULONG count) {
+    const Template given(entries, count);
+    if (!given.flag(CKA_TOKEN, true)) {
+        throw Failure(CKR_TEMPLATE_INCONSISTENT, "the module keeps no session objects");
+    }
+    const bool isPrivate = given.flag(CKA_PRIVATE, false);
+    const app::AccessControlRules rules = isPrivate ? userOnly() : app::AccessControlRules();
+    const std::uint8_t flags = modifiableFlag | (isPrivate ? privateFlag : 0);
+    Objects& list = objects();
+    switch (given.number(CKA_CLASS, CK_UNAVAILABLE_INFORMATION)) {
+    case CKO_CERTIFICATE: {
+        if (given.number(CKA_CERTIFICATE_TYPE, CKC_X_509) != CKC_X_509) {
+            throw Failure(CKR_ATTRIBUTE_VALUE_INVALID, "only X.509 certificates");
+        }
+        auto certificate = factory().createCertificate(ICertificate::X509Certificate, rules);
+        certificate->setValue(given.required(CKA_VALUE));
+        certificate->setCertificateId(mw::ByteBuffer(given.bytes(CKA_ID)));
+        certificate->setLabel(given.text(CKA_LABEL));
+        certificate->setFlags(flags);
+        repository_->writeCardObject(channel(), *certificate);
+        list.push_back(certificateObject(certificate, nextHandle_++, *repository_, channel()));
+        break;
+    }
+    case CKO_DATA: {
+        const bool hasOid = given.find(CKA_OBJECT_ID) != nullptr;
+        auto data = factory().createDataObject(
+            hasOid ? IDataObject::OidDataObject : IDataObject::OpaqueDataObject, rules);
+        data->setValue(given.required(CKA_VALUE));
+        data->setLabel(given.text(CKA_LABEL));
+        data->setFlags(flags);
+        if (given.find(CKA_APPLICATION)) {
+            data->setApplicationName(given.text(CKA_APPLICATION));
+        }
+        if (hasOid) {
+            data->setApplicationOid(oidContent(given.bytes(CKA_OBJECT_ID)));
+        }
+        repository_->writeCardObject(channel(), *data);
+        list.push_back(dataObject(data, nextHandle_++, *repository_, channel()));
+        break;
+    }
+    default:
+        throw Failure(CKR_TEMPLATE_INCONSISTENT, "only certificates and data objects are made");
+    }
+    return list.back()->handle();
+}
+
+void Token::destroyObject(CK_OBJECT_HANDLE handle) {
+    Object& doomed = object(handle);
+    const bool derived = doomed.objectClass() == CKO_PUBLIC_KEY &&
+                         dynamic_cast<const ICertificate*>(doomed.source().get());
+    if (derived) {
+        throw Failure(CKR_ACTION_PROHIBITED, "the key is part of its certificate");
+    }
+    repository_->deleteCardObject(channel(), *doomed.source());
+    Objects& list = objects();
+    list.erase(std::find_if(list.begin(), list.end(),
+                            [&](const auto& object) { return object.get() == &doomed; }));
 }
 
 } // namespace pkcs11

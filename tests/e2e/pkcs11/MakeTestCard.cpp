@@ -1,14 +1,16 @@
 // Makes the virtual card the PKCS#11 tests run against: a personalised
-// image with a 2048-bit RSA key pair ("Signing key", id 45 01) imported
-// through the plugin, and the public key written beside it as DER
-// SubjectPublicKeyInfo for the tools that check signatures; with a third
-// argument the private key too (PKCS#8 DER), for tests that sign and
-// decipher in software what the module verifies and enciphers.
-// Usage: p15-pkcs11-testcard IMAGE PUBLIC_KEY_DER [PRIVATE_KEY_DER]
+// image with a 2048-bit RSA key pair ("Signing key", id 45 01) and a
+// self-signed certificate for it, imported through the plugin. Beside it in
+// DIR: public.der (SubjectPublicKeyInfo), private.der (PKCS#8, for tests
+// that sign and decipher in software what the module verifies and
+// enciphers) and certificate.der. With --no-public-key the card holds no
+// public key entry: the certificate alone carries the public key.
+// Usage: p15-pkcs11-testcard IMAGE DIR [--no-public-key]
 #include "app/IApplication.hpp"
 #include "app/SecurityConditions.hpp"
 #include "app/object/ICardObjectFactory.hpp"
 #include "app/object/ICardObjectRepository.hpp"
+#include "app/object/ICertificate.hpp"
 #include "app/object/IPin.hpp"
 #include "app/object/IPrivateRSAKey.hpp"
 #include "app/object/IPublicRSAKey.hpp"
@@ -22,9 +24,12 @@
 #include "vcard/VirtualCard.hpp"
 
 #include <boost/make_shared.hpp>
+#include <cryptopp/asn.h>
 #include <cryptopp/files.h>
 #include <cryptopp/osrng.h>
+#include <cryptopp/queue.h>
 #include <cryptopp/rsa.h>
+#include <cryptopp/sha.h>
 #include <iostream>
 
 namespace {
@@ -44,8 +49,76 @@ app::AccessControlRules userPinRules() {
         boost::make_shared<app::AuthIdSecurityCondition>(std::vector<std::uint8_t>{0x01}))};
 }
 
+void encodeAlgorithm(CryptoPP::BufferedTransformation& out) {
+    CryptoPP::DERSequenceEncoder algorithm(out);
+    (CryptoPP::OID(1) + 2 + 840 + 113549 + 1 + 1 + 11).DEREncode(algorithm); // sha256WithRSA
+    CryptoPP::DEREncodeNull(algorithm);
+    algorithm.MessageEnd();
+}
+
+void encodeName(CryptoPP::BufferedTransformation& out) {
+    CryptoPP::DERSequenceEncoder name(out);
+    CryptoPP::DERSetEncoder rdn(name);
+    CryptoPP::DERSequenceEncoder attribute(rdn);
+    (CryptoPP::OID(2) + 5 + 4 + 3).DEREncode(attribute); // commonName
+    CryptoPP::DEREncodeTextString(attribute, std::string("p15kit test"), CryptoPP::UTF8_STRING);
+    attribute.MessageEnd();
+    rdn.MessageEnd();
+    name.MessageEnd();
+}
+
+mw::ByteBuffer bytesOf(CryptoPP::ByteQueue& queue) {
+    mw::ByteBuffer bytes(queue.MaxRetrievable());
+    queue.Get(bytes.data(), bytes.size());
+    return bytes;
+}
+
+// A self-signed X.509 v3 certificate (serial 4660, "CN=p15kit test").
+mw::ByteBuffer selfSigned(const CryptoPP::InvertibleRSAFunction& key) {
+    CryptoPP::ByteQueue tbsQueue;
+    CryptoPP::DERSequenceEncoder tbs(tbsQueue);
+    CryptoPP::DERGeneralEncoder version(tbs, CryptoPP::CONTEXT_SPECIFIC | CryptoPP::CONSTRUCTED);
+    CryptoPP::DEREncodeUnsigned<CryptoPP::word32>(version, 2);
+    version.MessageEnd();
+    CryptoPP::DEREncodeUnsigned<CryptoPP::word32>(tbs, 4660);
+    encodeAlgorithm(tbs);
+    encodeName(tbs);
+    CryptoPP::DERSequenceEncoder validity(tbs);
+    CryptoPP::DEREncodeTextString(validity, std::string("250101000000Z"), CryptoPP::UTC_TIME);
+    CryptoPP::DEREncodeTextString(validity, std::string("350101000000Z"), CryptoPP::UTC_TIME);
+    validity.MessageEnd();
+    encodeName(tbs);
+    CryptoPP::RSA::PublicKey(key).DEREncode(tbs);
+    tbs.MessageEnd();
+    const mw::ByteBuffer toBeSigned = bytesOf(tbsQueue);
+
+    CryptoPP::AutoSeededRandomPool rng;
+    const CryptoPP::RSA::PrivateKey privateKey(key);
+    CryptoPP::RSASS<CryptoPP::PKCS1v15, CryptoPP::SHA256>::Signer signer(privateKey);
+    mw::ByteBuffer signature(signer.MaxSignatureLength());
+    signer.SignMessage(rng, toBeSigned.data(), toBeSigned.size(), signature.data());
+
+    CryptoPP::ByteQueue certificateQueue;
+    CryptoPP::DERSequenceEncoder certificate(certificateQueue);
+    certificate.Put(toBeSigned.data(), toBeSigned.size());
+    encodeAlgorithm(certificate);
+    CryptoPP::DEREncodeBitString(certificate, signature.data(), signature.size());
+    certificate.MessageEnd();
+    return bytesOf(certificateQueue);
+}
+
+void importCertificate(ICardObjectFactory& factory, const ICardObjectRepository& repository,
+                       const card::IChannel& channel, const mw::ByteBuffer& value) {
+    auto certificate = factory.createCertificate(ICertificate::X509Certificate, {});
+    certificate->setLabel("Signing key");
+    certificate->setCertificateId(mw::ByteBuffer{0x45, 0x01});
+    certificate->setValue(value);
+    repository.writeCardObject(channel, *certificate);
+}
+
 void importKey(ICardObjectFactory& factory, const ICardObjectRepository& repository,
-               const card::IChannel& channel, const CryptoPP::InvertibleRSAFunction& key) {
+               const card::IChannel& channel, const CryptoPP::InvertibleRSAFunction& key,
+               bool withPublicKey) {
     const mw::ByteBuffer id{0x45, 0x01};
     const CryptoPP::Integer& p = key.GetPrime1();
     const CryptoPP::Integer& q = key.GetPrime2();
@@ -61,7 +134,9 @@ void importKey(ICardObjectFactory& factory, const ICardObjectRepository& reposit
                                  bytesOf(p.InverseMod(q)),
                                  bytesOf(key.GetMultiplicativeInverseOfPrime2ModPrime1()));
     repository.writeCardObject(channel, *privateKey);
-
+    if (!withPublicKey) {
+        return;
+    }
     auto publicKey = boost::dynamic_pointer_cast<IPublicRSAKey>(
         factory.createPublicKey(IPublicKey::RsaPublicKey, {}));
     publicKey->setLabel("Signing key");
@@ -76,10 +151,12 @@ void importKey(ICardObjectFactory& factory, const ICardObjectRepository& reposit
 } // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 3 && argc != 4) {
-        std::cerr << "usage: p15-pkcs11-testcard IMAGE PUBLIC_KEY_DER [PRIVATE_KEY_DER]\n";
+    const bool withPublicKey = argc == 3;
+    if (!withPublicKey && !(argc == 4 && std::string(argv[3]) == "--no-public-key")) {
+        std::cerr << "usage: p15-pkcs11-testcard IMAGE DIR [--no-public-key]\n";
         return 2;
     }
+    const std::string directory = argv[2];
     try {
         vcard::VirtualCard(vcard::personalise()).save(argv[1]);
         auto channel = boost::make_shared<host::Channel>(
@@ -100,13 +177,15 @@ int main(int argc, char** argv) {
         CryptoPP::AutoSeededRandomPool rng;
         CryptoPP::InvertibleRSAFunction key;
         key.Initialize(rng, 2048, 65537);
-        importKey(factory, repository, *channel, key);
-        CryptoPP::FileSink out(argv[2]);
-        CryptoPP::RSA::PublicKey(key).DEREncode(out);
-        if (argc == 4) {
-            CryptoPP::FileSink privateOut(argv[3]);
-            CryptoPP::RSA::PrivateKey(key).DEREncode(privateOut);
-        }
+        importKey(factory, repository, *channel, key, withPublicKey);
+        const mw::ByteBuffer certificate = selfSigned(key);
+        importCertificate(factory, repository, *channel, certificate);
+        CryptoPP::FileSink publicOut((directory + "/public.der").c_str());
+        CryptoPP::RSA::PublicKey(key).DEREncode(publicOut);
+        CryptoPP::FileSink privateOut((directory + "/private.der").c_str());
+        CryptoPP::RSA::PrivateKey(key).DEREncode(privateOut);
+        CryptoPP::FileSink certificateOut((directory + "/certificate.der").c_str());
+        certificateOut.Put(certificate.data(), certificate.size());
     } catch (const std::exception& error) {
         std::cerr << "p15-pkcs11-testcard: " << host::errorMessage(error) << "\n";
         return 1;

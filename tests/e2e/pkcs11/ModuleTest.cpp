@@ -9,6 +9,7 @@
 #include <cryptopp/sha.h>
 #include <dlfcn.h>
 #include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <string>
 #include <thread>
@@ -42,9 +43,9 @@ protected:
     static void SetUpTestSuite() {
         directory_ = fs::temp_directory_path() / ("p15kit-pkcs11-" + std::to_string(getpid()));
         fs::create_directories(directory_);
-        const std::string command =
-            std::string(TESTCARD_PATH) + " " + (directory_ / "template.json").string() + " " +
-            (directory_ / "public.der").string() + " " + (directory_ / "private.der").string();
+        const std::string command = std::string(TESTCARD_PATH) + " " +
+                                    (directory_ / "template.json").string() + " " +
+                                    directory_.string();
         ASSERT_EQ(std::system(command.c_str()), 0);
         ModuleTestKey::path = (directory_ / "private.der").string();
         library_ = ::dlopen(MODULE_PATH, RTLD_NOW | RTLD_LOCAL);
@@ -142,7 +143,7 @@ TEST_F(ModuleTest, PrivateObjectsShowOnlyToTheLoggedInUser) {
                                             {CKA_ID, keyId, sizeof keyId}};
     EXPECT_TRUE(find(session, privateKeys).empty());
     EXPECT_EQ(find(session, publicKeyById).size(), 1u);
-    EXPECT_EQ(find(session, {}).size(), 1u);
+    EXPECT_EQ(find(session, {}).size(), 2u) << "the public key and the certificate";
 
     ASSERT_EQ(login(session, CKU_USER, userPin), CKR_OK);
     CK_SESSION_INFO info;
@@ -150,7 +151,7 @@ TEST_F(ModuleTest, PrivateObjectsShowOnlyToTheLoggedInUser) {
     EXPECT_EQ(info.state, CKS_RO_USER_FUNCTIONS);
     const auto found = find(session, privateKeys);
     ASSERT_EQ(found.size(), 1u);
-    EXPECT_EQ(find(session, {}).size(), 2u);
+    EXPECT_EQ(find(session, {}).size(), 3u);
     unsigned char otherId[] = {0x45, 0x02};
     EXPECT_TRUE(find(session, {{CKA_ID, otherId, sizeof otherId}}).empty());
 
@@ -448,6 +449,70 @@ TEST_F(ModuleTest, GeneratedKeyPairsSignAndStay) {
     ASSERT_EQ(f->C_Initialize(nullptr), CKR_OK);
     const CK_SESSION_HANDLE later = open(CKF_SERIAL_SESSION);
     EXPECT_EQ(find(later, {{CKA_LABEL, label, sizeof label - 1}}).size(), 1u);
+}
+
+// The certificate's fields come out of its DER: a self-signed one has the
+// same subject and issuer, and serial 4660 is the INTEGER 02 02 12 34.
+TEST_F(ModuleTest, CertificatesShowTheirValueAndItsFields) {
+    const CK_SESSION_HANDLE session = open(CKF_SERIAL_SESSION);
+    CK_OBJECT_CLASS certificateClass = CKO_CERTIFICATE;
+    const CK_OBJECT_HANDLE certificate = onlyOf(session, certificateClass);
+    Bytes value(4096), subject(256), issuer(256), serial(16), id(8);
+    std::vector<CK_ATTRIBUTE> query{{CKA_VALUE, value.data(), value.size()},
+                                    {CKA_SUBJECT, subject.data(), subject.size()},
+                                    {CKA_ISSUER, issuer.data(), issuer.size()},
+                                    {CKA_SERIAL_NUMBER, serial.data(), serial.size()},
+                                    {CKA_ID, id.data(), id.size()}};
+    ASSERT_EQ(f->C_GetAttributeValue(session, certificate, query.data(), query.size()), CKR_OK);
+    const auto answer = [&](std::size_t i) {
+        const auto* bytes = static_cast<unsigned char*>(query[i].pValue);
+        return Bytes(bytes, bytes + query[i].ulValueLen);
+    };
+    std::ifstream file(directory_ / "certificate.der", std::ios::binary);
+    EXPECT_EQ(answer(0), Bytes(std::istreambuf_iterator<char>(file), {}));
+    EXPECT_FALSE(answer(1).empty());
+    EXPECT_EQ(answer(1), answer(2));
+    EXPECT_EQ(answer(3), (Bytes{0x02, 0x02, 0x12, 0x34}));
+    EXPECT_EQ(answer(4), (Bytes{0x45, 0x01}));
+}
+
+// A private data object stored through the module is on the card for the
+// next process, and gone after C_DestroyObject.
+TEST_F(ModuleTest, DataObjectsAreStoredAndDestroyed) {
+    const CK_SESSION_HANDLE session = open();
+    ASSERT_EQ(login(session, CKU_USER, userPin), CKR_OK);
+    CK_OBJECT_CLASS dataClass = CKO_DATA, secretClass = CKO_SECRET_KEY;
+    CK_BBOOL yes = CK_TRUE;
+    char label[] = "note", value[] = "hello";
+    std::vector<CK_ATTRIBUTE> data{{CKA_CLASS, &dataClass, sizeof dataClass},
+                                   {CKA_LABEL, label, sizeof label - 1},
+                                   {CKA_PRIVATE, &yes, sizeof yes},
+                                   {CKA_VALUE, value, sizeof value - 1}};
+    CK_OBJECT_HANDLE created = 0;
+    EXPECT_EQ(f->C_CreateObject(session, data.data(), 3, &created), CKR_TEMPLATE_INCOMPLETE);
+    std::vector<CK_ATTRIBUTE> secret{{CKA_CLASS, &secretClass, sizeof secretClass}};
+    EXPECT_EQ(f->C_CreateObject(session, secret.data(), 1, &created), CKR_TEMPLATE_INCONSISTENT);
+    EXPECT_EQ(f->C_CreateObject(open(CKF_SERIAL_SESSION), data.data(), data.size(), &created),
+              CKR_SESSION_READ_ONLY);
+    ASSERT_EQ(f->C_CreateObject(session, data.data(), data.size(), &created), CKR_OK);
+
+    ASSERT_EQ(f->C_Finalize(nullptr), CKR_OK);
+    ASSERT_EQ(f->C_Initialize(nullptr), CKR_OK);
+    const CK_SESSION_HANDLE later = open();
+    std::vector<CK_ATTRIBUTE> byLabel{{CKA_CLASS, &dataClass, sizeof dataClass},
+                                      {CKA_LABEL, label, sizeof label - 1}};
+    EXPECT_TRUE(find(later, byLabel).empty()) << "private until login";
+    ASSERT_EQ(login(later, CKU_USER, userPin), CKR_OK);
+    const auto found = find(later, byLabel);
+    ASSERT_EQ(found.size(), 1u);
+    char readBack[16] = {};
+    CK_ATTRIBUTE query{CKA_VALUE, readBack, sizeof readBack};
+    ASSERT_EQ(f->C_GetAttributeValue(later, found[0], &query, 1), CKR_OK);
+    EXPECT_EQ(std::string(readBack, query.ulValueLen), "hello");
+
+    ASSERT_EQ(f->C_DestroyObject(later, found[0]), CKR_OK);
+    EXPECT_TRUE(find(later, byLabel).empty());
+    EXPECT_EQ(f->C_DestroyObject(later, found[0]), CKR_OBJECT_HANDLE_INVALID);
 }
 
 } // namespace

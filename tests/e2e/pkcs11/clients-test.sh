@@ -3,11 +3,12 @@
 # virtual card with one key pair: p11tool (GnuTLS), ssh-keygen (OpenSSH),
 # modutil (NSS) and a python3-pykcs11 script that signs; openssl checks the
 # signature.
-# Usage: clients-test.sh MODULE TESTCARD_MAKER
+# Usage: clients-test.sh MODULE TESTCARD_MAKER P15TOOL
 # Exit 77 (skipped) when a client is not installed.
 set -eu
 module=$1
 maker=$2
+p15tool=$3
 here=$(dirname "$0")
 # Debian's python, the one python3-pykcs11 installs into.
 python=/usr/bin/python3
@@ -18,7 +19,7 @@ $python -c 'import PyKCS11' 2>/dev/null || { echo "skipped: python3-pykcs11 not 
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-"$maker" "$work/card.json" "$work/public.der"
+"$maker" "$work/card.json" "$work"
 openssl pkey -pubin -inform DER -in "$work/public.der" -out "$work/public.pem"
 export P15KIT_PKCS11_CARD="$work/card.json" P15KIT_PKCS11_PCSC=off
 fail() { echo "FAILED: $*"; exit 1; }
@@ -35,17 +36,33 @@ GNUTLS_PIN=123456 p11tool --provider "$module" --login --test-sign \
     "pkcs11:object=Signing%20key;type=private" >"$work/test-sign" 2>&1 ||
     fail "p11tool cannot sign: $(cat "$work/test-sign")"
 
-# OpenSSH: the card's public key, as ssh writes the key the card was made with.
+# OpenSSH: the card's public key, as p15tool exports it and as ssh writes
+# the key the card was made with.
 ssh-keygen -D "$module" | cut -d' ' -f1,2 >"$work/from-card"
+"$p15tool" --card "$work/card.json" key export --format ssh | cut -d' ' -f1,2 >"$work/p15tool"
 ssh-keygen -i -m PKCS8 -f "$work/public.pem" | cut -d' ' -f1,2 >"$work/expected"
 cmp -s "$work/from-card" "$work/expected" || fail "ssh-keygen -D printed $(cat "$work/from-card")"
+cmp -s "$work/from-card" "$work/p15tool" || fail "p15tool key export --format ssh differs"
 
-# NSS: the module added to a fresh database shows the token.
+# NSS: the module added to a fresh database shows the token and lists
+# the card's certificate.
 mkdir "$work/nss"
 certutil -N -d "sql:$work/nss" --empty-password
 modutil -dbdir "sql:$work/nss" -add p15kit -libfile "$module" -force >/dev/null
 modutil -dbdir "sql:$work/nss" -list p15kit >"$work/nss-module"
 grep -q 'p15kit virtual card' "$work/nss-module" || fail "NSS sees no token: $(cat "$work/nss-module")"
+certutil -L -h all -d "sql:$work/nss" >"$work/nss-certificates"
+grep -q 'p15kit virtual card:Signing key' "$work/nss-certificates" ||
+    fail "certutil lists no certificate: $(cat "$work/nss-certificates")"
+
+# A card whose key has no public key entry: ssh finds the key in the certificate.
+mkdir "$work/bare"
+"$maker" "$work/bare/card.json" "$work/bare" --no-public-key
+openssl pkey -pubin -inform DER -in "$work/bare/public.der" -out "$work/bare/public.pem"
+P15KIT_PKCS11_CARD="$work/bare/card.json" ssh-keygen -D "$module" | cut -d' ' -f1,2 >"$work/bare/from-card"
+ssh-keygen -i -m PKCS8 -f "$work/bare/public.pem" | cut -d' ' -f1,2 >"$work/bare/expected"
+cmp -s "$work/bare/from-card" "$work/bare/expected" ||
+    fail "ssh-keygen -D found no key in the certificate: $(cat "$work/bare/from-card")"
 
 $python "$here/pykcs11-test.py" "$module" "$work"
 openssl dgst -sha256 -verify "$work/public.pem" -signature "$work/signature" "$work/message" \

@@ -21,7 +21,7 @@ case $module in
 esac
 test -f "$stage$module" || { echo "the module file names $module, which is not installed"; exit 1; }
 
-"$maker" "$stage/card.json" "$stage/public.der"
+"$maker" "$stage/card.json" "$stage"
 plugin=$(find "$stage$prefix" -path '*/p15kit/libp15app.so')
 P15KIT_PKCS11_CARD=$stage/card.json P15KIT_PKCS11_PCSC=off \
     p11tool --provider "$stage$module" --list-tokens | grep -q 'p15kit virtual card' ||
