@@ -22,6 +22,12 @@ constexpr unsigned int discretionaryDataTag = 0x53;
 // The most an odd-INS READ BINARY answer adds to the bytes: 53 82 xx xx.
 constexpr std::size_t discretionaryHeaderSize = 4;
 const char* const readBinaryName = "Read Binary";
+// Some drivers frame a command and an answer with a 16-bit length: an
+// extended READ or UPDATE BINARY stays within 65535 bytes on the wire.
+constexpr std::size_t maxFramedApdu = 0xFFFF;
+constexpr std::size_t statusWordSize = 2;
+// CLA INS P1 P2 and an extended Lc.
+constexpr std::size_t extendedCommandHeaderSize = 7;
 
 // Refused before the first command: no EF holds a byte past offset FFFE.
 void checkRange(std::size_t offset, std::size_t length) {
@@ -35,21 +41,29 @@ bool needsOddIns(std::size_t offset) {
 }
 
 // READ or UPDATE BINARY at `offset`, in the even form while P1-P2 can carry
-// the offset, else in the odd form (INS + 1) on the current EF.
+// the offset, else in the odd form (INS + 1) on the current EF. Data too
+// long for one framed APDU goes as short parts of a chain, which the card
+// still stores in one step.
 IsoCommand binaryCommand(const char* name, unsigned char evenIns, std::size_t offset,
-                         const mw::ByteBuffer& data) {
+                         const mw::ByteBuffer& data, bool extendedLength) {
     const auto high = static_cast<unsigned char>(offset >> 8);
     const auto low = static_cast<unsigned char>(offset);
-    if (!needsOddIns(offset)) {
-        return IsoCommand(name, evenIns, high, low).withData(data);
-    }
     mw::ByteBuffer body;
-    appendTlv(body, offsetTag, mw::ByteBuffer{high, low});
-    if (!data.empty()) {
-        appendTlv(body, discretionaryDataTag, data);
+    unsigned char ins = evenIns;
+    if (needsOddIns(offset)) {
+        appendTlv(body, offsetTag, mw::ByteBuffer{high, low});
+        if (!data.empty()) {
+            appendTlv(body, discretionaryDataTag, data);
+        }
+        ins = static_cast<unsigned char>(evenIns + 1);
+    } else {
+        body = data;
     }
-    return IsoCommand(name, static_cast<unsigned char>(evenIns + 1), 0x00, 0x00)
-        .withData(std::move(body));
+    const bool fitsOneApdu = extendedCommandHeaderSize + body.size() <= maxFramedApdu;
+    const bool odd = ins != evenIns;
+    return IsoCommand(name, ins, odd ? 0x00 : high, odd ? 0x00 : low)
+        .withData(std::move(body))
+        .extendedLength(extendedLength && fitsOneApdu);
 }
 
 std::size_t wrappedSize(std::size_t length) {
@@ -80,8 +94,8 @@ FileAccessService::FileAccessService(boost::shared_ptr<FileSelection> selection)
 mw::ByteBuffer FileAccessService::readChunk(const card::IChannel& channel, std::size_t offset,
                                             std::size_t length) const {
     const std::size_t expected = needsOddIns(offset) ? wrappedSize(length) : length;
-    mw::ByteBuffer answer = binaryCommand(readBinaryName, 0xB0, offset, mw::ByteBuffer())
-                                .extendedLength(selection_->extendedLength(channel))
+    mw::ByteBuffer answer = binaryCommand(readBinaryName, 0xB0, offset, mw::ByteBuffer(),
+                                          selection_->extendedLength(channel))
                                 .expecting(expected)
                                 .executeExact(channel);
     return needsOddIns(offset) ? unwrapDiscretionaryData(answer, length) : answer;
@@ -126,14 +140,14 @@ void FileAccessService::update(const card::IChannel& channel, std::size_t offset
     card::Transaction transaction(channel);
     selection_->followReset(channel);
     selection_->onCurrentFile([&] {
-        binaryCommand("Update Binary", 0xD6, offset, data)
-            .extendedLength(selection_->extendedLength(channel))
+        binaryCommand("Update Binary", 0xD6, offset, data, selection_->extendedLength(channel))
             .execute(channel);
     });
 }
 
 std::size_t FileAccessService::maxReadLength(const card::IChannel& channel) const {
-    return longestAnswer(selection_->extendedLength(channel));
+    return selection_->extendedLength(channel) ? maxFramedApdu - statusWordSize
+                                               : longestAnswer(false);
 }
 
 std::size_t FileAccessService::size(const card::IChannel&) const {

@@ -10,9 +10,10 @@ namespace host {
 namespace iso7816 {
 
 // READ BINARY, SELECT and UPDATE BINARY on transparent EFs of up to FFFF
-// bytes. A read moves what one Le allows per command (256 bytes, or a whole
-// file with extended length); an update goes out as one command, chained
-// when it exceeds what one Lc carries, so the card stores it in one step.
+// bytes. A read moves what one Le allows per command (256 bytes, or with
+// extended length what fits 65535 bytes on the wire, status word included);
+// an update goes out as one command, chained when it exceeds what one Lc or
+// one such APDU carries, so the card stores it in one step.
 // Offsets up to 7FFF go in P1-P2 (B0, D6), so cards without the odd-INS
 // forms keep working for files that fit; beyond, in an offset data object
 // (B1, D7).
