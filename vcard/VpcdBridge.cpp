@@ -155,6 +155,10 @@ void VpcdBridge::handle(const Bytes& message) {
             // The driver waits for an answer whatever happened to the card.
             response = {0x6F, 0x00};
         }
+        // Only a READ BINARY of a whole 64 KiB EF answers more than a frame carries; any local
+        // application may ask for one, and the bridge must keep serving.
+        if (response.size() > 0xFFFF)
+            response = {0x67, 0x00};
         send(response);
         return;
     }

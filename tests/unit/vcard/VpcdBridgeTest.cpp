@@ -170,6 +170,23 @@ TEST_F(VpcdBridgeTest, AnswersControlCodesAndApdusUntilTheDriverCloses) {
     serving.join(); // serve() returns when the socket closes
 }
 
+// An answer longer than a 16-bit frame (64 KiB of an EF and the status word)
+// is refused with 6700 instead of ending the bridge.
+TEST_F(VpcdBridgeTest, AnswerBeyondAFrameIsWrongLengthAndServingGoesOn) {
+    driver.send(hex("00A4040C0CA000000063504B43532D3135"));
+    EXPECT_EQ(driver.receive(), hex("9000"));
+    driver.send(apdu(0, 0x20, 0, 1, paddedPin("123456")));
+    EXPECT_EQ(driver.receive(), hex("9000"));
+    driver.send(hex("00A4000C02DF02"));
+    EXPECT_EQ(driver.receive(), hex("9000"));
+    driver.send(createFile("8002FFFF 820101 8302C0FF", "A0029000"));
+    EXPECT_EQ(driver.receive(), hex("9000"));
+    driver.send(hex("00B00000 000000"));
+    EXPECT_EQ(driver.receive(), hex("6700"));
+    driver.send(hex("00B00000 00FFFD"));
+    EXPECT_EQ(driver.receive().size(), 0xFFFFu);
+}
+
 TEST_F(VpcdBridgeTest, StopsOnRequestAndReportsAnUnreachableDriver) {
     stop = true;
     serving.join();
