@@ -5,8 +5,8 @@ ASAN_BUILD ?= build-asan
 TSAN_BUILD ?= build-tsan
 CMAKE_FLAGS ?=
 
-.PHONY: deps configure build install demo demo-pcsc check asan-check format hostile bench \
-  pkcs11-tsan
+.PHONY: deps configure build install demo demo-pcsc plugin-demo check asan-check format fuzz hostile \
+  valgrind bench pkcs11-tsan
 
 deps:
 	scripts/install-deps
@@ -22,19 +22,25 @@ build: configure
 install: build
 	cmake --install $(BUILD) $(if $(PREFIX),--prefix $(PREFIX))
 
+# The walk-through of the README on a fresh virtual card in a temporary
+# folder: init, info, PIN, key generation, self-signed certificate, signature,
+# and openssl's independent check of it.
 demo: build
-	$(BUILD)/tools/plugin-demo/p15-plugin-demo
+	P15TOOL=$(BUILD)/tools/p15tool/p15tool scripts/demo
 
-# The demo with the virtual card in pcscd's "Virtual PCD" reader. pcscd and
+# The same with the virtual card in pcscd's "Virtual PCD" reader. pcscd and
 # the bridge are started as the tests start them (as root, no systemd) and
 # exactly those are stopped afterwards.
 demo-pcsc: build
-	@state=$$(mktemp -d) && \
+	P15TOOL=$(BUILD)/tools/p15tool/p15tool \
 	P15_VCARD_SERVE=$(BUILD)/vcard/p15-vcard-serve \
 	P15_PCSC_WAIT=$(BUILD)/tests/unit/vcard/pcsc-wait-card \
-	scripts/pcscd-fixture start $$state && \
-	{ $(BUILD)/tools/plugin-demo/p15-plugin-demo --reader "Virtual PCD"; status=$$?; \
-	  scripts/pcscd-fixture stop $$state; rm -rf $$state; exit $$status; }
+	scripts/demo --reader
+
+# The smallest host: loads the plugin through QueryPlugin, connects a fresh
+# virtual card and prints its PKCS#15 application.
+plugin-demo: build
+	$(BUILD)/tools/plugin-demo/p15-plugin-demo
 
 check: build
 	ctest --test-dir $(BUILD) --output-on-failure
@@ -56,6 +62,15 @@ pkcs11-tsan: deps
 format:
 	git ls-files '*.cpp' '*.hpp' | xargs clang-format -i
 
+# libFuzzer targets, built with clang in a build of their own, each run for
+# FUZZ_SECONDS; the executions per target land in $(FUZZ_BUILD)/fuzz/fuzz-stats.txt.
+FUZZ_BUILD ?= build-fuzz
+FUZZ_SECONDS ?= 60
+fuzz: deps
+	CC=clang CXX=clang++ cmake -S . -B $(FUZZ_BUILD) -DP15_FUZZ=ON -DP15_BENCH=OFF \
+	  -DP15_FUZZ_SECONDS=$(FUZZ_SECONDS) $(CMAKE_FLAGS)
+	cmake --build $(FUZZ_BUILD) -j$(JOBS) --target fuzz
+
 # The application over HOSTILE_CASES seeded hostile cards (seeds from
 # HOSTILE_FIRST_SEED; P15_HOSTILE_SEED=N replays one).
 HOSTILE_CASES ?= 100000
@@ -64,6 +79,18 @@ hostile: configure
 	cmake --build $(BUILD) -j$(JOBS) --target test_hostile_card
 	P15_HOSTILE_CASES=$(HOSTILE_CASES) P15_HOSTILE_FIRST_SEED=$(HOSTILE_FIRST_SEED) \
 	  $(BUILD)/tests/reliability/test_hostile_card
+
+# The test suite under valgrind memcheck (VALGRIND_TESTS: a ctest regex, all
+# by default). A leak or an invalid access fails the test. Left out: PC/SC and
+# installation runs, and the tests that replace free() to look at released
+# memory, which valgrind's own allocator cannot share.
+VALGRIND_TESTS ?= .
+valgrind: build
+	ctest --test-dir $(BUILD) --output-on-failure -R '$(VALGRIND_TESTS)' \
+	  -E 'pcsc|install|BufferWipe|PinWipe|RsaKeyWipe|reliability\.secrets' \
+	  --overwrite MemoryCheckCommand=$$(command -v valgrind) \
+	  --overwrite MemoryCheckCommandOptions='--error-exitcode=99 --leak-check=full --errors-for-leak-kinds=definite --track-origins=no' \
+	  -T memcheck
 
 # The benchmarks: the Google Benchmark binaries, then the APDU-economy report,
 # which rewrites the tables of docs/performance.md and writes its JSON.

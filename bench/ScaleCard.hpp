@@ -80,19 +80,36 @@ template <class Key> void describeKey(Key& key, std::size_t n, std::uint16_t fid
     key.typeAttributes.modulusLength = 2048;
 }
 
-// Entry n of the card: private and public keys in turn, each kind in its
-// own directory file. (Certificates and data objects join as soon as the
-// application lists them.)
+// Entry n of the card: private keys, public keys, certificates and data
+// objects in turn, each kind in its own directory file.
 inline std::pair<std::uint16_t, oss::Bytes> entry(std::size_t n) {
     const auto fid = static_cast<std::uint16_t>(0x4000 + n);
-    if (n % 2 == 0) {
+    switch (n % 4) {
+    case 0: {
         oss::PrivateKeyType key;
         describeKey(key.privateRSAKeyValue, n, fid);
         return {0x4400, oss::encode(key)};
     }
-    oss::PublicKeyType key;
-    describeKey(key.publicRSAKeyValue, n, fid);
-    return {0x4401, oss::encode(key)};
+    case 1: {
+        oss::PublicKeyType key;
+        describeKey(key.publicRSAKeyValue, n, fid);
+        return {0x4401, oss::encode(key)};
+    }
+    case 2: {
+        oss::CertificateType certificate;
+        certificate.x509CertificateValue.commonObjectAttributes.label =
+            "certificate " + std::to_string(n);
+        certificate.x509CertificateValue.classAttributes.iD = {static_cast<std::uint8_t>(n)};
+        certificate.x509CertificateValue.typeAttributes.value = valueAt(fid);
+        return {0x4404, oss::encode(certificate)};
+    }
+    default: {
+        oss::DataType data;
+        data.opaqueDOValue.commonObjectAttributes.label = "data object " + std::to_string(n);
+        data.opaqueDOValue.typeAttributes = valueAt(fid);
+        return {0x4407, oss::encode(data)};
+    }
+    }
 }
 
 // The personalised card with `objects` entries in its directory files, each

@@ -13,6 +13,7 @@
 #include "app/crypto/ICipher.hpp"
 #include "app/crypto/IKeyPairGenerator.hpp"
 #include "app/crypto/ISignature.hpp"
+#include "app/object/ICertificate.hpp"
 #include "app/object/IPin.hpp"
 #include "app/object/IPrivateRSAKey.hpp"
 #include "app/object/IPublicRSAKey.hpp"
@@ -67,7 +68,8 @@ public:
         for (Row (Sequence::*row)() :
              {&Sequence::open, &Sequence::listCold, &Sequence::listWarm, &Sequence::verifyPin,
               &Sequence::pinStatus, &Sequence::generateKeyPair, &Sequence::sign,
-              &Sequence::decipher, &Sequence::changeLabel, &Sequence::deleteKey, &Sequence::wipe}) {
+              &Sequence::decipher, &Sequence::changeLabel, &Sequence::writeCertificate,
+              &Sequence::readCertificate, &Sequence::deleteKey, &Sequence::wipe}) {
             rows.push_back((this->*row)());
         }
         return rows;
@@ -108,8 +110,9 @@ private:
     Row pinStatus() {
         return {"PIN status", card_.measure([&] { userPin().getPinInfo(*card_.channel); }), 1};
     }
-    // CREATE FILE of both key files, GENERATE, then SELECT and UPDATE BINARY
-    // of the PrKDF and of the PuKDF.
+    // SELECT of the PrKDF and of the PuKDF, each with two UPDATE BINARY (a new
+    // entry's first byte goes last, so that a torn write leaves none half
+    // written), then CREATE FILE of both key files and GENERATE.
     Row generateKeyPair() {
         const app::AccessControlRules userPinRules{app::AccessControlRule(
             app::AccessControlRule::Read | app::AccessControlRule::Update |
@@ -132,7 +135,7 @@ private:
         return {"generate a 2048-bit key pair with its entries", card_.measure([&] {
                     generator->generate(*card_.channel, privateKey_, publicKey_);
                 }),
-                7};
+                9};
     }
     // MANAGE SECURITY ENVIRONMENT, then PSO: COMPUTE DIGITAL SIGNATURE.
     Row sign() {
@@ -165,6 +168,38 @@ private:
                 }),
                 2};
     }
+    // SELECT of the DF for values, CREATE FILE, one UPDATE BINARY of the 2 KB
+    // value; SELECT of the CDF, the READ BINARY that probes its room, and
+    // one UPDATE BINARY of the new entry.
+    Row writeCertificate() {
+        const auto certificate =
+            card_.factory->createCertificate(app::object::ICertificate::X509Certificate, {});
+        certificate->setLabel("bench certificate");
+        mw::ByteBuffer value(2048); // a DER SEQUENCE of 2044 content bytes
+        value.data()[0] = 0x30;
+        value.data()[1] = 0x82;
+        value.data()[2] = 0x07;
+        value.data()[3] = 0xFC;
+        certificate->setValue(value);
+        return {"write a 2 KB certificate", card_.measure([&] {
+                    card_.repository->writeCardObject(*card_.channel, *certificate);
+                }),
+                6};
+    }
+    // Read cold by a newly opened application that listed it: SELECT of the
+    // value file and one READ BINARY.
+    Row readCertificate() {
+        card_.open();
+        const auto certificate = card_.repository->getCertificates(*card_.channel).at(0);
+        privateKey_ = boost::dynamic_pointer_cast<IPrivateRSAKey>(
+            card_.repository->getPrivateKeys(*card_.channel).at(0));
+        publicKey_ = boost::dynamic_pointer_cast<IPublicRSAKey>(
+            card_.repository->getPublicKeys(*card_.channel).at(0));
+        return {"read the certificate", card_.measure([&] {
+                    card_.repository->readCardObject(*card_.channel, *certificate);
+                }),
+                2};
+    }
     // DELETE FILE of both key files, then SELECT and UPDATE BINARY of the
     // PrKDF and of the PuKDF.
     Row deleteKey() {
@@ -174,11 +209,13 @@ private:
                 }),
                 6};
     }
-    // Nothing is left to remove, and every directory file is cached: the
-    // wipe needs no command.
+    // The certificate is left: SELECT and READ BINARY of the DODF, the one
+    // directory file not listed since the application was opened; SELECT of
+    // the DF for values and DELETE FILE of the value file; SELECT and UPDATE
+    // BINARY of the CDF.
     Row wipe() {
-        return {"wipe (nothing left to remove)",
-                card_.measure([&] { card_.application->wipe(*card_.channel); }), 0};
+        return {"wipe (a certificate left)",
+                card_.measure([&] { card_.application->wipe(*card_.channel); }), 6};
     }
 
     BenchCard card_;

@@ -21,14 +21,8 @@ namespace {
 using app::object::IPin;
 using Repository = app::object::ICardObjectRepository;
 
-class NoConfiguration : public plugin::IConfigurationSource {
-public:
-    boost::optional<std::string> readFile(const std::string&) const override { return boost::none; }
-};
-
-mw::ByteBuffer text(const std::string& value) {
-    return mw::ByteBuffer(reinterpret_cast<const unsigned char*>(value.data()), value.size());
-}
+using hosttest::NoConfiguration;
+using hosttest::text;
 
 // The PINs of the personalised card as a host sees them: the plugin loaded
 // with dlopen, its application used as the object repository.

@@ -17,9 +17,7 @@ namespace {
 const std::string tracePath = "/tmp/p15-pin-trace-" + std::to_string(getpid()) + ".log";
 const bool tracing = setenv("P15_TRACE", tracePath.c_str(), 1) == 0;
 
-mw::ByteBuffer text(const std::string& value) {
-    return mw::ByteBuffer(reinterpret_cast<const unsigned char*>(value.data()), value.size());
-}
+using hosttest::text;
 
 std::string hex(const std::string& value) {
     std::ostringstream out;

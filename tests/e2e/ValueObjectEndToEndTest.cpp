@@ -85,6 +85,10 @@ TEST_P(ValueObjectsOnTheCard, ACertificateIsWrittenReadBackReplacedAndRemoved) {
     EXPECT_EQ(listed->getLabel().value_or(""), "Signer");
     EXPECT_EQ(listed->getCertificateId(), (mw::ByteBuffer{0x45, 0x01}));
     EXPECT_EQ(listed->getKeyUsage().value_or(0), ICertificate::Sign | ICertificate::Derive);
+    const mw::ByteBuffer subject = listed->getSubject().value_or(mw::ByteBuffer());
+    const std::string name = "p15kit test signer";
+    EXPECT_NE(std::search(subject.begin(), subject.end(), name.begin(), name.end()), subject.end())
+        << "the subject comes from the certificate";
     application_->readCardObject(*channel_, *listed);
     EXPECT_EQ(listed->getValue(), small);
     EXPECT_EQ(fileContent(valueFile), small);
@@ -190,6 +194,22 @@ TEST_P(ValueObjectsOnTheCard, ATokenLabelWrittenIsInEfTokenInfoAfterReopening) {
     const std::string label = "Relabelled token";
     EXPECT_NE(std::search(content.begin(), content.end(), label.begin(), label.end()),
               content.end());
+}
+
+// The value's UPDATE BINARY fails after the entry went in: the entry goes
+// out again and the file made for the value is deleted.
+TEST_P(ValueObjectsOnTheCard, AValueTheCardRefusesLeavesNeitherEntryNorFile) {
+    const mw::ByteBuffer emptyDodf = fileContent(dodfId);
+    auto data = factory_->createDataObject(IDataObject::OpaqueDataObject, {});
+    data->setValue(mw::ByteBuffer{0x01, 0x02});
+    // The entry goes in with two UPDATE BINARY (its body, then its first
+    // byte); the third is the value's.
+    virtualCard_->instrumentation().injectStatusWord(0xD6, 0x6581, 3);
+    EXPECT_CARD_ERROR(application_->writeCardObject(*channel_, *data), "Update Binary", 0x6581);
+    EXPECT_EQ(fileContent(dodfId), emptyDodf);
+    EXPECT_FALSE(exists(mw::ByteBuffer{0xDF, 0x02, 0x0D, 0x81}));
+    reopen();
+    EXPECT_TRUE(application_->getDataObjects(*channel_).empty());
 }
 
 // A certificate whose entry does not fit is refused before anything is

@@ -96,6 +96,11 @@ const Sample samples[] = {
          // A path without index and length names no range to read.
          EXPECT_APP_ERROR(application.readCardObject(channel, *listed[0]),
                           "path, index and length required but not found");
+         // A rule of a 4-bit access mode is not one the application can express.
+         listed[0]->setValue(mw::ByteBuffer{0x30, 0x00});
+         EXPECT_APP_ERROR(application.writeCardObject(channel, *listed[0]),
+                          "the value's file has access rules this application cannot express; "
+                          "it cannot be replaced");
      }},
     {"uy-eid-gemalto_dodf.hex", 0x4407,
      [](const Application& application, const card::IChannel& channel) {

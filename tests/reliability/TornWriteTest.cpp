@@ -8,8 +8,10 @@
 #include "AppOnCard.hpp"
 
 #include "app/ApplicationException.hpp"
+#include "app/crypto/IKeyPairGenerator.hpp"
 #include "app/object/IPin.hpp"
 #include "app/object/IPrivateRSAKey.hpp"
+#include "app/object/IPublicRSAKey.hpp"
 #include "card/CardException.hpp"
 #include "card/service/IFileAccessService.hpp"
 #include "host/iso7816/Tlv.hpp"
@@ -117,12 +119,16 @@ std::map<std::string, std::string> enumerate(const support::AppOnCard& card) {
     return errors;
 }
 
-// Where a torn write may leave a directory file that no longer decodes: an
-// entry replaced or removed with entries after it, or one that changes its
-// length, cannot be rewritten in place without a moment of torn bytes.
+// What a cut may leave of the object being written, and how the host then
+// learns of it when it lists that kind of object. An entry rewritten in place
+// that changes its length cannot be written without a moment of torn bytes:
+// its directory file may no longer decode. Key generation writes its entries
+// before it creates and fills the key files, in an order that is fixed: its
+// new entries may name key files not there.
 struct Damage {
-    const char* file; // the directory file's path
-    const char* kind; // the objects it lists
+    const char* file;   // the directory file that may be torn, or nullptr
+    const char* kinds;  // the objects whose listing may fail
+    const char* report; // how it fails
 };
 
 struct Operation {
@@ -137,6 +143,26 @@ boost::shared_ptr<app::object::IPin> userPinOf(const support::AppOnCard& card,
                                                const Application& application) {
     return boost::dynamic_pointer_cast<app::object::IPin>(
         application.getAuthObjects(*card.channel).at(0));
+}
+
+// A 1024-bit pair generated on the card, with both entries.
+void generateKeyPair(const Application& application, const card::IChannel& channel) {
+    const auto privateKey =
+        boost::dynamic_pointer_cast<app::object::IPrivateRSAKey>(application.createPrivateKey(
+            app::object::IPrivateKey::RsaPrivateKey, support::userPinRules()));
+    const auto publicKey = boost::dynamic_pointer_cast<app::object::IPublicRSAKey>(
+        application.createPublicKey(app::object::IPublicKey::RsaPublicKey, {}));
+    for (app::object::IKey* key : {static_cast<app::object::IKey*>(privateKey.get()),
+                                   static_cast<app::object::IKey*>(publicKey.get())}) {
+        key->setLabel("Generated");
+        key->setKeyId(support::ascii("Gene"));
+    }
+    privateKey->setUsage(app::object::IKey::Sign);
+    publicKey->setUsage(app::object::IKey::Verify);
+    privateKey->setModulusLength(1024);
+    publicKey->setModulusLength(1024);
+    application.getKeyPairGenerator("1.2.840.113549.1.1.1")
+        ->generate(channel, privateKey, publicKey);
 }
 
 void verify(const support::AppOnCard& card, const Application& application) {
@@ -159,7 +185,7 @@ const Operation operations[] = {
      [](const support::AppOnCard& card, Application& application) {
          userPinOf(card, application)->unblock(*card.channel, support::ascii(support::puk));
      }},
-    {"relabel key", Damage{"3F00/5015/4400", "private keys"}, verify,
+    {"relabel key", Damage{"3F00/5015/4400", "private keys", "invalid data: "}, verify,
      [](const support::AppOnCard& card, Application& application) {
          const auto key = application.getPrivateKeys(*card.channel).at(0);
          key->setLabel("A label longer than the one before");
@@ -168,6 +194,10 @@ const Operation operations[] = {
     {"import key pair", std::nullopt, verify,
      [](const support::AppOnCard& card, Application& application) {
          support::importKeyPair(application, *card.channel, "Second key");
+     }},
+    {"generate key pair", Damage{nullptr, "private keys, public keys", "card exception"}, verify,
+     [](const support::AppOnCard& card, Application& application) {
+         generateKeyPair(application, *card.channel);
      }},
     {"delete key", std::nullopt, verify,
      [](const support::AppOnCard& card, Application& application) {
@@ -214,7 +244,8 @@ Damaged expectOldOrNew(const Snapshot& before, const Snapshot& after, const Snap
             keys.insert(item.first);
         }
     }
-    const std::string damageable = operation.mayDamage ? operation.mayDamage->file : "-";
+    const std::string damageable =
+        operation.mayDamage && operation.mayDamage->file ? operation.mayDamage->file : "-";
     Damaged damaged;
     for (const std::string& key : keys) {
         const auto find = [&key](const Snapshot& items) -> std::optional<std::string> {
@@ -249,9 +280,10 @@ Damaged expectOldOrNew(const Snapshot& before, const Snapshot& after, const Snap
 void expectListing(const support::AppOnCard& card, const Operation& operation,
                    bool directoryFileDamaged, const std::string& where) {
     for (const auto& [kind, error] : enumerate(card)) {
-        const bool reported = directoryFileDamaged && operation.mayDamage &&
-                              kind == operation.mayDamage->kind &&
-                              error.rfind("invalid data: ", 0) == 0;
+        const auto& damage = operation.mayDamage;
+        const bool reported = damage && (directoryFileDamaged || !damage->file) &&
+                              std::string(damage->kinds).find(kind) != std::string::npos &&
+                              error.rfind(damage->report, 0) == 0;
         EXPECT_TRUE(reported) << where << ": the card no longer lists its " << kind << ": "
                               << error;
     }

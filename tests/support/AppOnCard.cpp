@@ -27,13 +27,6 @@ mw::ByteBuffer bytesOf(const CryptoPP::Integer& value) {
     return bytes;
 }
 
-app::AccessControlRules userPinRules() {
-    return {app::AccessControlRule(
-        app::AccessControlRule::Read | app::AccessControlRule::Update |
-            app::AccessControlRule::Execute,
-        boost::make_shared<app::AuthIdSecurityCondition>(std::vector<std::uint8_t>{0x01}))};
-}
-
 // One key for the whole process, so that importing it again writes the same
 // bytes.
 const CryptoPP::InvertibleRSAFunction& processKey() {
@@ -80,6 +73,13 @@ void AppOnCard::verifyUserPin(const app::pkcs15::P15Application& application) co
     const auto pins = application.getAuthObjects(*channel);
     boost::dynamic_pointer_cast<app::object::IPin>(pins.at(0))
         ->authenticate(*channel, ascii(userPin));
+}
+
+app::AccessControlRules userPinRules() {
+    return {app::AccessControlRule(
+        app::AccessControlRule::Read | app::AccessControlRule::Update |
+            app::AccessControlRule::Execute,
+        boost::make_shared<app::AuthIdSecurityCondition>(std::vector<std::uint8_t>{0x01}))};
 }
 
 mw::ByteBuffer ascii(const std::string& text) {

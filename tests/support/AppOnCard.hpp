@@ -47,6 +47,8 @@ struct AppOnCard {
 };
 
 mw::ByteBuffer ascii(const std::string& text);
+// Read, update and use after the user PIN: the rules of a private key.
+app::AccessControlRules userPinRules();
 
 extern const char* const userPin;
 extern const char* const puk;

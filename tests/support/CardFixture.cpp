@@ -80,6 +80,10 @@ mw::ByteBuffer paddedPin(const std::string& digits) {
     return pin;
 }
 
+mw::ByteBuffer text(const std::string& value) {
+    return mw::ByteBuffer(reinterpret_cast<const unsigned char*>(value.data()), value.size());
+}
+
 unsigned short statusOf(const card::CardException& e) {
     const unsigned short* sw = boost::get_error_info<card::StatusCode>(e);
     return sw ? *sw : 0;

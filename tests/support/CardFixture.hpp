@@ -1,6 +1,7 @@
 #ifndef TESTS_SUPPORT_CARDFIXTURE_HPP
 #define TESTS_SUPPORT_CARDFIXTURE_HPP
 
+#include "app/plugin/IConfigurationSource.hpp"
 #include "card/CardException.hpp"
 #include "card/service/IAsymmetricKeyManagementService.hpp"
 #include "card/service/ICryptographyService.hpp"
@@ -76,6 +77,15 @@ mw::ByteBuffer paddedPin(const std::string& digits);
 extern const char* const userPin;
 extern const char* const puk;
 extern const char* const soPin;
+
+// The bytes of a text, as a host passes on what its user typed.
+mw::ByteBuffer text(const std::string& value);
+
+// A host's configuration store that holds no file.
+class NoConfiguration : public plugin::IConfigurationSource {
+public:
+    boost::optional<std::string> readFile(const std::string&) const override { return boost::none; }
+};
 
 // The status word a card exception carries, 0 when none.
 unsigned short statusOf(const card::CardException& e);

@@ -2,10 +2,16 @@
 
 #include "AppOnCard.hpp"
 #include "app/ApplicationException.hpp"
+#include "app/crypto/ICipher.hpp"
+#include "app/crypto/IRandom.hpp"
+#include "app/crypto/ISignature.hpp"
 #include "app/object/IPin.hpp"
+#include "app/object/IPrivateKey.hpp"
+#include "app/object/IPublicKey.hpp"
 #include "card/Apdu.hpp"
 #include "card/CardException.hpp"
 #include "host/ErrorMessage.hpp"
+#include "mw/Exception.hpp"
 
 #include <boost/exception/get_error_info.hpp>
 #include <boost/make_shared.hpp>
@@ -58,6 +64,10 @@ void attempt(Outcome& outcome, const char* name, const std::function<void()>& op
     } catch (const app::ApplicationException& e) {
         outcome.errors.push_back(std::string(carriesText(e) ? "" : "unclear: ") + name + ": " +
                                  host::errorMessage(e));
+    } catch (const mw::Exception& e) {
+        // The foundation's and the crypto provider's own failures: a key the
+        // card answered with that the provider refuses, say.
+        outcome.errors.push_back(std::string(name) + ": " + e.what());
     }
 }
 
@@ -78,6 +88,53 @@ asObjects(const std::vector<boost::shared_ptr<T>>& objects) {
     return {objects.begin(), objects.end()};
 }
 
+const std::string sha256WithRsa = "1.2.840.113549.1.1.11";
+const std::string rsaEncryption = "1.2.840.113549.1.1.1";
+
+struct KeyPair {
+    boost::shared_ptr<app::object::IPrivateKey> privateKey;
+    boost::shared_ptr<app::object::IPublicKey> publicKey;
+};
+
+// The first key pair listed, its public key read; empty when there is none.
+KeyPair firstKeyPair(const app::pkcs15::P15Application& app, const card::IChannel& channel) {
+    KeyPair pair{first(app.getPrivateKeys(channel)), first(app.getPublicKeys(channel))};
+    if (!pair.privateKey || !pair.publicKey) {
+        return {};
+    }
+    app.readCardObject(channel, *pair.publicKey);
+    return pair;
+}
+
+// A signature on the card, checked in software.
+void signAndVerify(const app::pkcs15::P15Application& app, const card::IChannel& channel) {
+    const KeyPair pair = firstKeyPair(app, channel);
+    if (!pair.privateKey) {
+        return;
+    }
+    const mw::ByteBuffer data = support::ascii("hostile");
+    const auto signer = app.getSignature(sha256WithRsa);
+    signer->init(channel, app::crypto::ISignature::Sign, *pair.privateKey);
+    const mw::ByteBuffer signature = signer->sign(channel, data);
+    const auto verifier = app.getSignature(sha256WithRsa);
+    verifier->init(channel, app::crypto::ISignature::Verify, *pair.publicKey);
+    verifier->verify(channel, data, signature);
+}
+
+// Enciphered in software, deciphered on the card.
+void encipherAndDecipher(const app::pkcs15::P15Application& app, const card::IChannel& channel) {
+    const KeyPair pair = firstKeyPair(app, channel);
+    if (!pair.privateKey) {
+        return;
+    }
+    const auto encipher = app.getCipher(rsaEncryption);
+    encipher->init(channel, app::crypto::ICipher::Encipher, *pair.publicKey);
+    const mw::ByteBuffer enciphered = encipher->encipher(channel, support::ascii("hostile"));
+    const auto decipher = app.getCipher(rsaEncryption);
+    decipher->init(channel, app::crypto::ICipher::Decipher, *pair.privateKey);
+    decipher->decipher(channel, enciphered);
+}
+
 void runOnApplication(Outcome& outcome, const app::pkcs15::P15Application& app,
                       const card::IChannel& channel) {
     boost::shared_ptr<app::object::IPin> pin; // the first: the user PIN
@@ -94,6 +151,9 @@ void runOnApplication(Outcome& outcome, const app::pkcs15::P15Application& app,
         }
     });
     attempt(outcome, "list private keys", [&] { app.getPrivateKeys(channel); });
+    attempt(outcome, "sign and verify", [&] { signAndVerify(app, channel); });
+    attempt(outcome, "encipher and decipher", [&] { encipherAndDecipher(app, channel); });
+    attempt(outcome, "random", [&] { app.getRandom()->generate(channel, 16); });
     attempt(outcome, "read public keys",
             [&] { readEach(app, channel, asObjects(app.getPublicKeys(channel))); });
     attempt(outcome, "read certificates",

@@ -103,11 +103,13 @@ struct Outcome {
 const std::string& baseImage();
 
 // Opens the PKCS#15 application on the card and runs what a host does: list
-// every kind of object, read the public ones and the values, read PIN status, verify, change and
+// every kind of object, read the public ones and the values, read PIN
+// status, verify, sign, encipher and decipher, draw random bytes, change and
 // unblock a PIN, relabel a key, read the card's algorithms. Each operation
 // may fail only with a card or application exception that carries a text or
-// a status word; an exception without one is returned as "unclear: ...",
-// anything else escapes.
+// a status word (one without is returned as "unclear: ...") or with one of
+// the foundation's exceptions, which name their cause; anything else
+// escapes.
 Outcome runWorkload(const support::AppOnCard& card);
 
 // runWorkload on a fresh copy of the base card behind a hostile transport.

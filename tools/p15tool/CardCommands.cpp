@@ -1,6 +1,7 @@
 // init, info and readers: personalising a virtual card, what a card and its
 // application say about themselves, and the PC/SC readers.
 #include "app/IApplication.hpp"
+#include "app/object/ICardObjectRepository.hpp"
 #include "card/CardException.hpp"
 #include "host/Channel.hpp"
 #include "host/pcsc/PcscContext.hpp"
@@ -15,6 +16,7 @@
 #include "tools/p15tool/Session.hpp"
 #include "tools/p15tool/Text.hpp"
 #include "tools/p15tool/ToolError.hpp"
+#include "tools/p15tool/Values.hpp"
 #include "vcard/Personalise.hpp"
 #include "vcard/VirtualCard.hpp"
 
@@ -115,6 +117,9 @@ Json cardInfoJson(const Session& session) {
     document["card"] = cardJson(session);
     document["application"] = Json{{"label", displayText(application.getLabel())},
                                    {"aid", mw::toHex(application.getAid())}};
+    if (const auto info = session.repository().getApplicationInfo(session.channel())) {
+        document["tokenInfo"] = tokenInfoJson(*info);
+    }
     document["signatureAlgorithms"] = algorithmsJson(application, signatureRows);
     document["rawRsaAlgorithms"] = algorithmsJson(application, rawRsaRows);
     return document;

@@ -20,6 +20,8 @@ void addDecodeCommand(CLI::App& program, const GlobalOptions& options);
 void addCryptoCommands(CLI::App& program, const GlobalOptions& options);
 // keygen, req, selfsign: making and enrolling keys.
 void addEnrolCommands(CLI::App& program, const GlobalOptions& options);
+// cert write|read|delete, data write|read|delete.
+void addValueCommands(CLI::App& program, const GlobalOptions& options);
 // key import|export|delete.
 void addKeyCommands(CLI::App& program, const GlobalOptions& options);
 // list and dump: the objects of the card's application.

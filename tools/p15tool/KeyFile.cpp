@@ -183,6 +183,21 @@ RsaKeyMaterial readPrivateKeyFile(const std::string& path) {
     return material;
 }
 
+mw::ByteBuffer derFromPem(const mw::ByteBuffer& content, const std::string& label,
+                          const std::string& path) {
+    const std::string_view text(reinterpret_cast<const char*>(content.data()), content.size());
+    std::vector<PemBlock> blocks = pemBlocks(text);
+    if (blocks.empty()) {
+        return content;
+    }
+    for (PemBlock& block : blocks) {
+        if (block.label == label) {
+            return std::move(block.der);
+        }
+    }
+    throw ToolError(ExitCode::failure, path + " holds no PEM block \"" + label + "\"");
+}
+
 std::string pem(const mw::ByteBuffer& der, const std::string& label) {
     std::string body;
     CryptoPP::Base64Encoder encoder(new CryptoPP::StringSink(body), true, 64);

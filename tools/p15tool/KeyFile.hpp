@@ -21,6 +21,12 @@ struct RsaKeyMaterial {
 // encoding, inconsistent components) is a ToolError that says so.
 RsaKeyMaterial readPrivateKeyFile(const std::string& path);
 
+// The DER of the PEM block labelled `label` in `content`, or `content` as it
+// is when it is not PEM. A PEM file without such a block is a ToolError that
+// names `path`.
+mw::ByteBuffer derFromPem(const mw::ByteBuffer& content, const std::string& label,
+                          const std::string& path);
+
 // `der` as PEM: "-----BEGIN <label>-----", base64 in lines of 64, END line.
 std::string pem(const mw::ByteBuffer& der, const std::string& label);
 

@@ -36,20 +36,6 @@ std::string idText(const mw::ByteBuffer& id) {
     return mw::toHex(id);
 }
 
-bool matches(const IKey& key, const KeyChoice& choice) {
-    if (choice.label) {
-        return key.getLabel() && displayText(*key.getLabel()) == *choice.label;
-    }
-    if (choice.id) {
-        return idText(key.getKeyId()) == *choice.id;
-    }
-    return true;
-}
-
-std::string choiceText(const KeyChoice& choice) {
-    return choice.label ? "labelled \"" + *choice.label + "\"" : "with id " + *choice.id;
-}
-
 template <class Key, class List> std::vector<boost::shared_ptr<Key>> rsaKeys(const List& keys) {
     std::vector<boost::shared_ptr<Key>> found;
     for (const auto& key : keys) {
@@ -63,40 +49,13 @@ template <class Key, class List> std::vector<boost::shared_ptr<Key>> rsaKeys(con
 } // namespace
 
 void addKeyChoice(CLI::App& command, KeyChoice& choice) {
-    auto* label = command.add_option("--label", choice.label, "the key labelled L")->type_name("L");
-    command
-        .add_option_function<std::string>(
-            "--id",
-            [&choice](const std::string& id) {
-                std::string upper(id);
-                std::transform(upper.begin(), upper.end(), upper.begin(), ::toupper);
-                choice.id = upper;
-            },
-            "the key with this identifier (hex, as list shows it)")
-        ->type_name("HEX")
-        ->excludes(label);
+    addObjectChoice(command, choice, "key");
 }
 
 KeyPair chooseKeyPair(const Session& session, const KeyChoice& choice) {
     const auto& repository = session.repository();
     const auto keys = rsaKeys<IPrivateRSAKey>(repository.getPrivateKeys(session.channel()));
-    std::vector<boost::shared_ptr<IPrivateRSAKey>> chosen;
-    std::copy_if(keys.begin(), keys.end(), std::back_inserter(chosen),
-                 [&](const auto& key) { return matches(*key, choice); });
-    if (chosen.empty()) {
-        throw ToolError(ExitCode::notFound,
-                        (choice.given() ? "no RSA key " + choiceText(choice) + " on the card"
-                                        : std::string("no RSA key on the card")) +
-                            "; list the keys with: p15tool list, or make one with: "
-                            "p15tool keygen");
-    }
-    if (chosen.size() > 1) {
-        throw ToolError(ExitCode::usage,
-                        std::to_string(chosen.size()) + " RSA keys " +
-                            (choice.given() ? choiceText(choice) + " " : std::string()) +
-                            "on the card; choose one with --id (see p15tool list)");
-    }
-    KeyPair pair{chosen.front(), nullptr};
+    KeyPair pair{chooseObject(keys, choice, std::mem_fn(&IKey::getKeyId), "RSA key"), nullptr};
     for (const auto& key : rsaKeys<IPublicRSAKey>(repository.getPublicKeys(session.channel()))) {
         if (key->getKeyId() == pair.privateKey->getKeyId()) {
             pair.publicKey = key;

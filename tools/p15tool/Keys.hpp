@@ -4,6 +4,7 @@
 #include "app/object/ICardObjectFactory.hpp"
 #include "app/object/IPrivateRSAKey.hpp"
 #include "app/object/IPublicRSAKey.hpp"
+#include "tools/p15tool/Choice.hpp"
 #include "tools/p15tool/Enrolment.hpp"
 #include "tools/p15tool/Output.hpp"
 #include "tools/p15tool/Pins.hpp"
@@ -20,14 +21,9 @@ namespace p15tool {
 
 class Session;
 
-// Which key a command means: by label or by identifier (hex).
-struct KeyChoice {
-    std::optional<std::string> label;
-    std::optional<std::string> id;
-    bool given() const { return label || id; }
-};
+using KeyChoice = ObjectChoice;
 
-// Adds --label L and --id HEX, which exclude each other.
+// Adds --label L and --id HEX for a key.
 void addKeyChoice(CLI::App& command, KeyChoice& choice);
 
 // The card's RSA key pair `choice` names, or without a choice the only one:

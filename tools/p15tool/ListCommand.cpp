@@ -12,6 +12,7 @@
 #include "tools/p15tool/Pins.hpp"
 #include "tools/p15tool/Session.hpp"
 #include "tools/p15tool/ToolError.hpp"
+#include "tools/p15tool/Values.hpp"
 
 #include <CLI/CLI.hpp>
 #include <boost/exception/get_error_info.hpp>
@@ -92,9 +93,6 @@ Json objectsJson(const Session& session, bool publicValues) {
         return publicValues ? publicKeyWithValue(session, object, pins, notes)
                             : keyJson(object, pins);
     };
-    const auto other = [&pins](const app::object::ICardObject& object) {
-        return cardObjectJson(object, pins);
-    };
     putObjects(
         document, notes, "privateKeys", [&] { return repository.getPrivateKeys(channel); }, key);
     putObjects(
@@ -102,9 +100,10 @@ Json objectsJson(const Session& session, bool publicValues) {
         publicKey);
     putObjects(
         document, notes, "certificates", [&] { return repository.getCertificates(channel); },
-        other);
+        [&pins](const app::object::ICertificate& object) { return certificateJson(object, pins); });
     putObjects(
-        document, notes, "dataObjects", [&] { return repository.getDataObjects(channel); }, other);
+        document, notes, "dataObjects", [&] { return repository.getDataObjects(channel); },
+        [&pins](const app::object::IDataObject& object) { return dataObjectJson(object, pins); });
     if (!notes.empty()) {
         document["notes"] = notes;
     }

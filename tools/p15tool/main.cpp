@@ -42,6 +42,7 @@ int main(int argc, char** argv) {
     p15tool::addKeyCommands(program, options);
     p15tool::addEnrolCommands(program, options);
     p15tool::addCryptoCommands(program, options);
+    p15tool::addValueCommands(program, options);
     p15tool::addPinCommands(program, options);
     p15tool::addDecodeCommand(program, options);
     try {

@@ -46,6 +46,10 @@ protected:
     fs::AppObjectType valueFileType() const override {
         return hasRules() ? fs::ProtectedValueFile : fs::DataObjectFile;
     }
+    const oss::CommonObjectAttributes&
+    commonAttributesOf(const oss::DataType& entry) const override {
+        return entry.opaqueDOValue.commonObjectAttributes;
+    }
 
 private:
     ValueLocation decodeDataType(const oss::DataType& entry);

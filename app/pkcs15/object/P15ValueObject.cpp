@@ -144,9 +144,16 @@ void P15ValueObject<Generic, File, Entry>::write(const card::IChannel& channel,
     if (isNew) {
         location.path =
             file->getFreeFileId(channel, *application.getFileAccessService(), valueFileType());
-    } else if (value.isModified() && entriesNaming(*file->odf(), channel, location.path) > 1) {
-        APP_THROW(OperationNotSupportedException,
-                  "the value's file holds other objects too; it cannot be replaced");
+    } else if (value.isModified()) {
+        if (hasInexpressibleRules()) {
+            APP_THROW(OperationNotSupportedException,
+                      "the value's file has access rules this application cannot express; it "
+                      "cannot be replaced");
+        }
+        if (entriesNaming(*file->odf(), channel, location.path) > 1) {
+            APP_THROW(OperationNotSupportedException,
+                      "the value's file holds other objects too; it cannot be replaced");
+        }
     }
     if (value.isModified()) {
         location.index = 0;
@@ -181,7 +188,18 @@ void P15ValueObject<Generic, File, Entry>::write(const card::IChannel& channel,
     this->clearTouched();
 }
 
-// The file is made anew with the value's size: a value may grow.
+template <class Generic, class File, class Entry>
+bool P15ValueObject<Generic, File, Entry>::hasInexpressibleRules() const {
+    if (!entry_) {
+        return false;
+    }
+    const auto& read = commonAttributesOf(*entry_).accessControlRules;
+    const auto& held = this->getAccessControlRules();
+    return read && (!held || held->size() != read->size());
+}
+
+// The file is made anew with the value's size: a value may grow. A file
+// that could not be filled is not left behind.
 template <class Generic, class File, class Entry>
 void P15ValueObject<Generic, File, Entry>::writeValueFile(const card::IChannel& channel,
                                                           const P15Application& application,
@@ -195,10 +213,20 @@ void P15ValueObject<Generic, File, Entry>::writeValueFile(const card::IChannel& 
         channel,
         card::service::DataObjectCreateParams(location.path, value.size(),
                                               valueFileConditions(this->getAccessControlRules())));
-    if (!value.empty()) {
+    if (value.empty()) {
+        return;
+    }
+    try {
         const card::service::IFileAccessService& files = *application.getFileAccessService();
         files.select(channel, location.path);
         files.update(channel, 0, value);
+    } catch (...) {
+        try {
+            deleteIfPresent(channel, application, location.path);
+        } catch (...) {
+            // The failed write is the one to report.
+        }
+        throw;
     }
 }
 

@@ -88,8 +88,12 @@ protected:
     virtual Entry encodeEntry(const ValueLocation& location) const = 0;
     // The kind of file a new value gets.
     virtual fs::AppObjectType valueFileType() const = 0;
+    virtual const oss::CommonObjectAttributes& commonAttributesOf(const Entry& entry) const = 0;
 
 private:
+    // Whether the entry read has rules the application's conditions cannot
+    // express: a file made anew from the rules it can would lose them.
+    bool hasInexpressibleRules() const;
     void writeValueFile(const card::IChannel& channel, const P15Application& application,
                         const ValueLocation& location, bool replace) const;
 

@@ -94,6 +94,36 @@ oss::Bytes encodeKeyUsage(std::uint16_t value, const boost::optional<oss::Bytes>
     return oss::Bytes(encoded.begin(), encoded.end());
 }
 
+struct CertificateNames {
+    oss::Bytes serialNumber, issuer, subject;
+};
+
+// The names of a DER X.509 certificate; false for a value that is not one.
+bool namesOf(const mw::ByteBuffer& value, CertificateNames& names) {
+    try {
+        oss::DerReader outer(value.data(), value.size());
+        oss::DerReader certificate = outer.enter(outer.expect(oss::tag::sequence));
+        oss::DerReader tbs = certificate.enter(certificate.expect(oss::tag::sequence));
+        if (tbs.nextIs(contextConstructed(0))) {
+            tbs.next(); // version
+        }
+        names.serialNumber = tbs.expect(oss::tag::integer).contentBytes();
+        tbs.expect(oss::tag::sequence); // signature algorithm
+        names.issuer = tbs.expect(oss::tag::sequence).bytes();
+        tbs.expect(oss::tag::sequence); // validity
+        names.subject = tbs.expect(oss::tag::sequence).bytes();
+        return true;
+    } catch (const InvalidDataException&) {
+        return false;
+    }
+}
+
+void setUnlessSet(app::object::OptionalValue<mw::ByteBuffer>& holder, const oss::Bytes& bytes) {
+    if (!holder.isTouched()) {
+        holder.set(mw::ByteBuffer(bytes));
+    }
+}
+
 template <class Holder>
 void storeName(const Holder& holder, Store which, boost::optional<oss::Bytes>& field) {
     if (isStored(holder, which)) {
@@ -111,6 +141,16 @@ P15X509Certificate::P15X509Certificate(boost::weak_ptr<const fs::CDF> cdf,
     : P15X509Certificate(std::move(cdf)) {
     ValueLocation location = decodeCertificateType(entry);
     keepEntry(entry, std::move(encoding), std::move(location));
+}
+
+void P15X509Certificate::setValue(const mw::ByteBuffer& value) {
+    AbstractX509Certificate::setValue(value);
+    CertificateNames names;
+    if (namesOf(value, names)) {
+        setUnlessSet(subject_, names.subject);
+        setUnlessSet(issuer_, names.issuer);
+        setUnlessSet(serialNumber_, names.serialNumber);
+    }
 }
 
 ValueLocation P15X509Certificate::decodeCertificateType(const oss::CertificateType& entry) {

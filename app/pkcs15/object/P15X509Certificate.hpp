@@ -16,6 +16,9 @@ namespace object {
 // An X.509 certificate of the application: one entry of EF(CDF) and the
 // certificate in a file of its own (see P15ValueObject).
 //
+// The entry names the certificate's subject, issuer and serial number, as
+// the host sets them or as the certificate value gives them.
+//
 // Its key usage is the keyUsage of the entry's trustedUsage, 9 bits: a
 // string of 10 or more bits is refused, as there is no place for a tenth.
 class P15X509Certificate
@@ -33,6 +36,9 @@ public:
     }
 
     ObjectClass getObjectClass() const override { return CertificateObject; }
+    // Also takes the subject, issuer and serial number from a DER X.509
+    // certificate, for those the host did not set itself.
+    void setValue(const mw::ByteBuffer& value) override;
 
     oss::CertificateType encodeCertificateType(const ValueLocation& location) const;
 
@@ -42,6 +48,10 @@ protected:
     }
     fs::AppObjectType valueFileType() const override {
         return hasRules() ? fs::ProtectedValueFile : fs::CertificateFile;
+    }
+    const oss::CommonObjectAttributes&
+    commonAttributesOf(const oss::CertificateType& entry) const override {
+        return entry.x509CertificateValue.commonObjectAttributes;
     }
 
 private:

@@ -63,13 +63,20 @@ TEST_F(Scenario, AKeyMadeOnTheCardEnrolsSignsAndDeciphers) {
     EXPECT_NE(openssl("req -inform DER -in req.der -verify -noout").find("verify OK"),
               std::string::npos);
 
-    // The identifier is the modulus's SHA-1, so a certificate finds its key.
+    // The identifier is the modulus's SHA-1, so a certificate finds its key
+    // and its label.
     const std::string modulus = openssl("x509 -in cert.pem -noout -modulus");
     const mw::ByteBuffer modulusBytes = mw::fromHex(modulus.substr(modulus.find('=') + 1));
     mw::ByteBuffer sha1(CryptoPP::SHA1::DIGESTSIZE);
     CryptoPP::SHA1().CalculateDigest(sha1.data(), modulusBytes.data(), modulusBytes.size());
-    EXPECT_EQ(tool({"--json", "list"}).json()["privateKeys"].at(0)["id"], mw::toHex(sha1));
-    openssl("x509 -in cert.pem -noout -pubkey -out cert-key.pem");
+    ASSERT_EQ(tool({"cert", "write", file("cert.pem"), "--pin-env", "USER_PIN"}).exitCode, 0);
+    const nlohmann::json objects = tool({"--json", "list"}).json();
+    EXPECT_EQ(objects["privateKeys"].at(0)["id"], mw::toHex(sha1));
+    EXPECT_EQ(objects["certificates"].at(0)["id"], mw::toHex(sha1));
+    EXPECT_EQ(objects["certificates"].at(0)["label"], "Demo key");
+    ASSERT_EQ(tool({"cert", "read", "--format", "der", "--out", file("card.der")}).exitCode, 0);
+    openssl("x509 -in card.der -inform DER -noout -pubkey -out cert-key.pem");
+    EXPECT_EQ(openssl("x509 -in card.der -inform DER"), readFile(file("cert.pem")));
 
     writeFile(file("message.txt"), "p15kit was here\n");
     for (const char* alg : {"sha256", "sha1", "sha512"}) {
@@ -114,6 +121,13 @@ TEST_F(Scenario, AKeyMadeOnTheCardEnrolsSignsAndDeciphers) {
     const ToolResult wrongPin = tool(
         {"sign", "--in", file("message.txt"), "--out", file("message.sig"), "--pin-env", "WRONG"});
     EXPECT_EQ(wrongPin.exitCode, 4);
+    ASSERT_EQ(tool({"data", "write", file("secret"), "--label", "blob", "--app", "demo",
+                    "--pin-env", "USER_PIN"})
+                  .exitCode,
+              0);
+    ASSERT_EQ(tool({"data", "read", "--label", "blob", "--out", file("blob")}).exitCode, 0);
+    EXPECT_EQ(readFile(file("blob")), readFile(file("secret")));
+    EXPECT_EQ(tool({"--json", "list"}).json()["dataObjects"].at(0)["applicationName"], "demo");
     const ToolResult random = tool({"--json", "random", "300"});
     ASSERT_EQ(random.exitCode, 0) << random.err;
     EXPECT_EQ(random.json()["random"].get<std::string>().size(), 600u);
