@@ -324,8 +324,8 @@ TEST_F(ModuleTest, EncryptionFollowsTheLengthConventionAndDeciphers) {
 }
 
 bool verifies(const Bytes& message, const Bytes& signature) {
-    CryptoPP::RSASS<CryptoPP::PKCS1v15, CryptoPP::SHA256>::Verifier verifier(
-        CryptoPP::RSA::PublicKey(ModuleTestKey::get()));
+    const CryptoPP::RSA::PublicKey key(ModuleTestKey::get());
+    CryptoPP::RSASS<CryptoPP::PKCS1v15, CryptoPP::SHA256>::Verifier verifier(key);
     return verifier.VerifyMessage(message.data(), message.size(), signature.data(),
                                   signature.size());
 }
