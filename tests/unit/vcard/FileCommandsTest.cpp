@@ -142,8 +142,10 @@ TEST_F(FileCommands, OddInsReadAndUpdateBinary) {
         unsigned ne;
         const char* header;
         std::size_t bytes;
-    } answers[] = {{0x81, "537F", 127},    {0x82, "537F", 127},    {0x83, "538180", 128},
-                   {0x102, "5381FF", 255}, {0x103, "5381FF", 255}, {0x104, "53820100", 256}};
+    } answers[] = {{0x82, "537F", 127},
+                   {0x83, "538180", 128},
+                   {0x103, "5381FF", 255},
+                   {0x104, "53820100", 256}};
     for (const auto& expected : answers) {
         const Bytes answer = send(
             concat(hex("00B10000 000004 54028000"), {static_cast<std::uint8_t>(expected.ne >> 8),
