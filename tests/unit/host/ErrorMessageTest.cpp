@@ -25,7 +25,8 @@ TEST(ErrorMessage, NamesCommandStatusWordTextAndNumber) {
     };
     EXPECT_EQ(messageOf(cardError("Select", 0x6A82)),
               "card exception: Select: 6A82 (File or application not found)");
-    EXPECT_EQ(messageOf(cardError("Verify", 0x63C2)), "card exception: Verify: 63C2 (unknown error)");
+    EXPECT_EQ(messageOf(cardError("Verify", 0x63C2)),
+              "card exception: Verify: 63C2 (unknown error)");
     EXPECT_EQ(
         messageOf([] { CARD_THROW(card::CardException() << card::ErrorText("card removed")); }),
         "card exception: card removed");
