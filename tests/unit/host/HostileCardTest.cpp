@@ -1,5 +1,4 @@
-// A hostile or broken card, played by a scripted transport: truncated and
-// garbage answers end in clear exceptions, never in a hang or a crash.
+// A hostile card, scripted: bad answers end in clear exceptions, never a hang or crash.
 #include "CardFixture.hpp"
 #include "TestKeys.hpp"
 #include "card/Apdu.hpp"
@@ -25,8 +24,7 @@ namespace {
 
 using mw::ByteBuffer;
 
-// Answers each command with the next scripted response (the last one
-// repeats) and records the commands.
+// Answers with the next scripted response (the last repeats); records the commands.
 class ScriptedTransport : public card::ICardTransport {
 public:
     ScriptedTransport(std::deque<ByteBuffer>& script, std::vector<ByteBuffer>& sent)
