@@ -146,13 +146,8 @@ TEST_F(FileCommands, CreateFileRefusesBadTemplates) {
     Bytes deep = hex("880101");
     for (int i = 0; i < 9; ++i)
         deep = concat({0xA7, static_cast<std::uint8_t>(deep.size())}, deep);
-    Bytes a1 = concat({0xA1, static_cast<std::uint8_t>(deep.size() + 2), 0xA0,
-                       static_cast<std::uint8_t>(deep.size())},
-                      deep);
-    Bytes inner = concat(hex("80020010 820101 83025556"), a1);
-    EXPECT_EQ(
-        sw(apdu(0, 0xE0, 0, 0, concat({0x62, static_cast<std::uint8_t>(inner.size())}, inner))),
-        0x6A80);
+    const Bytes read = concat({0xA0, static_cast<std::uint8_t>(deep.size())}, deep);
+    EXPECT_EQ(sw(createFile("80020010 820101 83025556", toHex(read))), 0x6A80);
     EXPECT_EQ(sw("00E0010000"), 0x6A86);
 }
 
