@@ -50,12 +50,8 @@ protected:
     static Bytes send(VirtualCard& card, const std::string& command) {
         return card.transmit(hex(command));
     }
-    static std::uint16_t sw(VirtualCard& card, const std::string& command) {
-        return statusWord(send(card, command));
-    }
-    static std::uint16_t sw(VirtualCard& card, const Bytes& command) {
-        return statusWord(card.transmit(command));
-    }
+    static std::uint16_t sw(VirtualCard& c, const Bytes& b) { return statusWord(c.transmit(b)); }
+    static std::uint16_t sw(VirtualCard& c, const std::string& cmd) { return sw(c, hex(cmd)); }
 
     /// Selects the application, verifies the user PIN and generates key pair 81.
     static void generateKey(VirtualCard& card) {
