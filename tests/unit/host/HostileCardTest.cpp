@@ -219,9 +219,9 @@ TEST_F(HostileCardTest, MalformedAlgorithmListsAndKeyTemplatesAreInvalidData) {
     }
     const auto keys =
         service<card::service::IAsymmetricKeyManagementService>("AsymmetricKeyManagementService");
-    for (const ByteBuffer& answer : {
-             ByteBuffer{0x7F, 0x49, 0x03, 0x81, 0x01, 0xC5, 0x90, 0x00},            // no exponent
-             ByteBuffer{0x7F, 0x49, 0x84, 0x00, 0x00, 0x00, 0x01, 0x90, 0x00}}) { // 4-byte length
+    for (const ByteBuffer& answer :
+         {ByteBuffer{0x7F, 0x49, 0x03, 0x81, 0x01, 0xC5, 0x90, 0x00},          // no exponent
+          ByteBuffer{0x7F, 0x49, 0x84, 0x00, 0x00, 0x00, 0x01, 0x90, 0x00}}) { // 4-byte length
         play({answer});
         expectInvalidData([&] { keys->readPublicKey(*channel_, keyRef(1, 1024, 0x0F)); },
                           "Generate Asymmetric Key Pair");
