@@ -1,5 +1,4 @@
-// The card capabilities a host reads from an ATR: any ATR that does not
-// plainly announce extended length gets short APDUs.
+// Only an ATR that plainly announces extended length gets extended APDUs.
 #include "host/iso7816/CardCapabilities.hpp"
 #include "mw/Hex.hpp"
 

@@ -17,23 +17,19 @@ template <class Throw> std::string messageOf(Throw raise) {
     return "nothing thrown";
 }
 
-TEST(ErrorMessage, NamesTheCommandAndTheStatusWordOfACardError) {
-    EXPECT_EQ(messageOf([] {
-                  CARD_THROW(card::CardException()
-                             << card::Command("Select") << card::StatusCode(0x6A82));
-              }),
+TEST(ErrorMessage, NamesCommandStatusWordTextAndNumber) {
+    const auto cardError = [](const char* command, unsigned short sw) {
+        return [=] {
+            CARD_THROW(card::CardException() << card::Command(command) << card::StatusCode(sw));
+        };
+    };
+    EXPECT_EQ(messageOf(cardError("Select", 0x6A82)),
               "card exception: Select: 6A82 (File or application not found)");
-    EXPECT_EQ(messageOf([] {
-                  CARD_THROW(card::CardException()
-                             << card::Command("Verify") << card::StatusCode(0x63C2));
-              }),
+    EXPECT_EQ(messageOf(cardError("Verify", 0x63C2)),
               "card exception: Verify: 63C2 (unknown error)");
     EXPECT_EQ(
         messageOf([] { CARD_THROW(card::CardException() << card::ErrorText("card removed")); }),
         "card exception: card removed");
-}
-
-TEST(ErrorMessage, CarriesAnApplicationErrorsTextAndNumber) {
     EXPECT_EQ(
         messageOf([] { APP_THROW_DATA(app::InvalidDataException, "invalid modulus size", 4096); }),
         "invalid data exception: invalid modulus size (4096)");

@@ -1,5 +1,4 @@
-// File access and file system services against a real card, in-process and
-// over PC/SC.
+// File access and file system services against the card, in-process and over PC/SC.
 #include "CardFixture.hpp"
 #include "TestKeys.hpp"
 

@@ -1,5 +1,4 @@
-// A hostile or broken card, played by a scripted transport: truncated and
-// garbage answers end in clear exceptions, never in a hang or a crash.
+// A hostile card, scripted: bad answers end in clear exceptions, never a hang or crash.
 #include "CardFixture.hpp"
 #include "TestKeys.hpp"
 #include "card/Apdu.hpp"
@@ -25,8 +24,7 @@ namespace {
 
 using mw::ByteBuffer;
 
-// Answers each command with the next scripted response (the last one
-// repeats) and records the commands.
+// Answers with the next scripted response (the last repeats); records the commands.
 class ScriptedTransport : public card::ICardTransport {
 public:
     ScriptedTransport(std::deque<ByteBuffer>& script, std::vector<ByteBuffer>& sent)
@@ -253,19 +251,20 @@ TEST_F(HostileCardTest, WrongLeAndGetResponseAreFollowed) {
 }
 
 TEST_F(HostileCardTest, MalformedAlgorithmListsAndKeyTemplatesAreInvalidData) {
-    play({{0xA0, 0x02, 0x06, 0x00, 0x90, 0x00}});
-    expectInvalidData([&] { card_->getAlgorithms(); }, "Get Data");
-    play({{0xA0, 0x03, 0x06, 0x01, 0x81, 0x90, 0x00}});
-    expectInvalidData([&] { card_->getAlgorithms(); }, "Get Data");
-
+    for (const ByteBuffer& answer : {ByteBuffer{0xA0, 0x02, 0x06, 0x00, 0x90, 0x00},
+                                     ByteBuffer{0xA0, 0x03, 0x06, 0x01, 0x81, 0x90, 0x00}}) {
+        play({answer});
+        expectInvalidData([&] { card_->getAlgorithms(); }, "Get Data");
+    }
     const auto keys =
         service<card::service::IAsymmetricKeyManagementService>("AsymmetricKeyManagementService");
-    play({{0x7F, 0x49, 0x03, 0x81, 0x01, 0xC5, 0x90, 0x00}}); // no exponent
-    expectInvalidData([&] { keys->readPublicKey(*channel_, keyRef(1, 1024, 0x0F)); },
-                      "Generate Asymmetric Key Pair");
-    play({{0x7F, 0x49, 0x84, 0x00, 0x00, 0x00, 0x01, 0x90, 0x00}}); // 4-byte length
-    expectInvalidData([&] { keys->readPublicKey(*channel_, keyRef(1, 1024, 0x0F)); },
-                      "Generate Asymmetric Key Pair");
+    for (const ByteBuffer& answer :
+         {ByteBuffer{0x7F, 0x49, 0x03, 0x81, 0x01, 0xC5, 0x90, 0x00},          // no exponent
+          ByteBuffer{0x7F, 0x49, 0x84, 0x00, 0x00, 0x00, 0x01, 0x90, 0x00}}) { // 4-byte length
+        play({answer});
+        expectInvalidData([&] { keys->readPublicKey(*channel_, keyRef(1, 1024, 0x0F)); },
+                          "Generate Asymmetric Key Pair");
+    }
 }
 
 TEST_F(HostileCardTest, ChainedCommandStopsAtTheFirstRefusedPart) {

@@ -1,5 +1,4 @@
-// What only the in-process virtual card shows: how many commands an
-// operation costs, and a card that goes away in the middle of one.
+// What only the in-process card shows: commands per operation, removal mid-operation.
 #include "CardFixture.hpp"
 #include "TestKeys.hpp"
 
@@ -41,8 +40,7 @@ TEST_P(InProcessCardTest, TheFileSelectedAlreadyIsNotSelectedAgain) {
     EXPECT_EQ(commandsSince(before), 0u);
     EXPECT_EQ(files()->read(*channel_, 0, 1).size(), 1u);
 
-    // Deleting a file of the same DF leaves the DF current on the card: the
-    // file is selected anew.
+    // Deleting a file of the same DF leaves the DF current: the file is selected anew.
     verifyUserPin();
     const mw::ByteBuffer scratch{0x0D, 0x82};
     fileSystem()->createFile(
@@ -114,8 +112,7 @@ TEST_P(InProcessCardTest, KeyCommandsSelectTheApplicationOnlyWhenOutsideIt) {
     EXPECT_EQ(commandsSince(before), 2u);
 }
 
-// A card answering 6Cxx to a command that carried no Le must not get the
-// command (and the PIN in it) a second time.
+// 6Cxx to a command without Le must not get the command (and its PIN) sent again.
 TEST_P(InProcessCardTest, WrongLengthIsNeverRepeatedForPinCommands) {
     const mw::ByteBuffer pin = paddedPin(userPin);
     const PinReference user = pinReference(0x01);
@@ -165,8 +162,7 @@ TEST_P(InProcessCardTest, CardRemovedInTheMiddleOfAReadIsAClearError) {
     EXPECT_THROW(files()->select(*channel_, {0x50, 0x31}), card::CardException);
 }
 
-// The user PIN's state as a host sees it that connects to `card` after
-// another host, which verified the PIN, let the card go with `onRelease`.
+// The user PIN state a new host sees after another verified it and released with onRelease.
 unsigned short userPinAfterRelease(const std::shared_ptr<vcard::VirtualCard>& card,
                                    host::OnRelease onRelease) {
     const auto session = [&](host::OnRelease release) {

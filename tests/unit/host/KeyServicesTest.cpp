@@ -1,6 +1,4 @@
-// Cryptography and asymmetric key management against a real card,
-// in-process and over PC/SC: keys generated and imported on the card, used
-// for signing and deciphering, checked with Crypto++ and removed again.
+// Key services on the card, in-process and over PC/SC, checked with Crypto++.
 #include "CardFixture.hpp"
 #include "TestKeys.hpp"
 
@@ -21,8 +19,7 @@ const std::string rsaEncryption = "1.2.840.113549.1.1.1";
 
 class KeyServicesTest : public CardTest {
 protected:
-    // Creates the two key files of `kid`: private key used after the user
-    // PIN, public key readable by all.
+    // Private key used after the user PIN, public key readable by all.
     void createKeyFiles(const KeyRef& privateKey, const KeyRef& publicKey) const {
         verifyUserPin();
         fileSystem()->createFile(

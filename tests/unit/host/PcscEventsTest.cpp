@@ -1,5 +1,4 @@
-// What only a PC/SC reader shows: another application resetting the card,
-// and the card going away (its vpcd bridge stopped) in the middle of work.
+// What only a PC/SC reader shows: a reset from outside, and the card going away mid-work.
 #include "CardFixture.hpp"
 
 #include "host/pcsc/PcscContext.hpp"
@@ -54,8 +53,7 @@ TEST_P(PcscEventsTest, CardResetByAnotherApplicationIsReconnectedAndReselected) 
     const mw::ByteBuffer tokenInfo = files()->read(*channel_, 0, 0);
     verifyUserPin();
     resetFromOutside();
-    // The reset dropped the verified state and sent the card to the MF; the
-    // host reads on from the file it had selected.
+    // The reset dropped the PIN and went to the MF; the host reads on from its file.
     EXPECT_EQ(files()->read(*channel_, 0, 0), tokenInfo);
     EXPECT_EQ(pins()->getPinInfo(*channel_, pinReference(0x01)).state, PinInfo::NotVerified);
 }
@@ -95,8 +93,7 @@ TEST_P(PcscEventsTest, PinVerifiedByAnEndedProcessIsLoggedOut) {
     pins()->deauthenticate(*channel_, pinReference(0x01));
 }
 
-// Stops the bridge the pcscd fixture started and starts a new one when done,
-// so that later PC/SC tests find a card again.
+// Stops the fixture's bridge, and starts a new one when done for later PC/SC tests.
 class PcscRemovalTest : public PcscEventsTest {
 protected:
     void SetUp() override {

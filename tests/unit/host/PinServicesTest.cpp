@@ -1,6 +1,4 @@
-// What the PIN objects of the application do not reach of the PIN service
-// (verifying, blocking, unblocking and changing are checked end to end),
-// in-process and over PC/SC. Leaves the PINs as personalised, with full tries.
+// PIN service paths the application does not reach; leaves the PINs as personalised.
 #include "CardFixture.hpp"
 
 namespace hosttest {

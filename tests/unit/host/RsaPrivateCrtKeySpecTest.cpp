@@ -36,32 +36,27 @@ std::string failureOf(const Components& components) {
 }
 
 TEST(RsaPrivateCrtKeySpecTest, EachComponentIsCheckedAgainstHalfTheModulus) {
-    Components components;
-    EXPECT_EQ(failureOf(components), "");
-    EXPECT_EQ(components.build().getQ(), filled(64));
-
-    Components wideP;
-    wideP.p = filled(65);
-    EXPECT_EQ(failureOf(wideP), "invalid crt component size: p");
-    Components emptyQ;
-    emptyQ.q = ByteBuffer();
-    EXPECT_EQ(failureOf(emptyQ), "invalid crt component size: q");
-    Components wideDq;
-    wideDq.dq = filled(65);
-    EXPECT_EQ(failureOf(wideDq), "invalid crt component size: dp");
-    Components widePInv;
-    widePInv.pInv = filled(100);
-    EXPECT_EQ(failureOf(widePInv), "invalid crt component size: p_inv");
-    Components zeroQInv;
-    zeroQInv.qInv = ByteBuffer(64);
-    EXPECT_EQ(failureOf(zeroQInv), "invalid crt component size: q_inv");
-}
-
-TEST(RsaPrivateCrtKeySpecTest, LeadingZeroBytesDoNotCount) {
-    Components signedEncoding;
-    signedEncoding.p = ByteBuffer{0x00};
-    signedEncoding.p.append(filled(64));
-    EXPECT_EQ(failureOf(signedEncoding), "");
+    EXPECT_EQ(failureOf(Components{}), "");
+    EXPECT_EQ(Components{}.build().getQ(), filled(64));
+    ByteBuffer signedEncoding{0x00}; // leading zero bytes do not count
+    signedEncoding.append(filled(64));
+    const struct {
+        ByteBuffer Components::*field;
+        ByteBuffer value;
+        const char* failure;
+    } cases[] = {
+        {&Components::p, signedEncoding, ""},
+        {&Components::p, filled(65), "invalid crt component size: p"},
+        {&Components::q, ByteBuffer(), "invalid crt component size: q"},
+        {&Components::dq, filled(65), "invalid crt component size: dp"},
+        {&Components::pInv, filled(100), "invalid crt component size: p_inv"},
+        {&Components::qInv, ByteBuffer(64), "invalid crt component size: q_inv"},
+    };
+    for (const auto& c : cases) {
+        Components components;
+        components.*c.field = c.value;
+        EXPECT_EQ(failureOf(components), c.failure);
+    }
 }
 
 } // namespace

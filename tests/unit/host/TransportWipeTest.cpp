@@ -1,6 +1,4 @@
-// Every copy of a command the in-process transport makes may hold a PIN: it
-// is zeroed before its memory is freed, however the command ends. Freed heap
-// blocks are searched for the whole VERIFY command while it runs.
+// Copies of a VERIFY command are zeroed before being freed: freed blocks are searched for it.
 #include "CardFixture.hpp"
 
 #include "host/vcard/VirtualCardTransport.hpp"
@@ -52,8 +50,7 @@ void operator delete(void* block, std::size_t) noexcept {
 namespace hosttest {
 namespace {
 
-// Runs `action` while freed blocks are searched; true when one held the
-// command.
+// Runs `action` while freed blocks are searched; true when one held the command.
 template <class Action> bool freesThePin(const Action& action) {
     secretFreed = false;
     watching = true;

@@ -50,16 +50,17 @@ protected:
     static Bytes send(VirtualCard& card, const std::string& command) {
         return card.transmit(hex(command));
     }
+    static std::uint16_t sw(VirtualCard& c, const Bytes& b) { return statusWord(c.transmit(b)); }
+    static std::uint16_t sw(VirtualCard& c, const std::string& cmd) { return sw(c, hex(cmd)); }
 
     /// Selects the application, verifies the user PIN and generates key pair 81.
     static void generateKey(VirtualCard& card) {
-        ASSERT_EQ(statusWord(send(card, "00A4040C 0C A000000063504B43532D3135")), 0x9000);
-        ASSERT_EQ(statusWord(card.transmit(apdu(0, 0x20, 0, 1, paddedPin("123456")))), 0x9000);
-        ASSERT_EQ(statusWord(card.transmit(createFile(privateKeyFile, privateKeySecurity))),
-                  0x9000);
-        ASSERT_EQ(statusWord(send(card, "00A4000C 02 5015")), 0x9000);
-        ASSERT_EQ(statusWord(card.transmit(createFile(publicKeyFile, publicKeySecurity))), 0x9000);
-        ASSERT_EQ(statusWord(send(card, "00460081 04 80020400 00")), 0x9000);
+        ASSERT_EQ(sw(card, "00A4040C 0C A000000063504B43532D3135"), 0x9000);
+        ASSERT_EQ(sw(card, apdu(0, 0x20, 0, 1, paddedPin("123456"))), 0x9000);
+        ASSERT_EQ(sw(card, createFile(privateKeyFile, privateKeySecurity)), 0x9000);
+        ASSERT_EQ(sw(card, "00A4000C 02 5015"), 0x9000);
+        ASSERT_EQ(sw(card, createFile(publicKeyFile, publicKeySecurity)), 0x9000);
+        ASSERT_EQ(sw(card, "00460081 04 80020400 00"), 0x9000);
     }
 
     fs::path directory;
@@ -70,19 +71,19 @@ TEST_F(Image, RoundTripKeepsEveryChange) {
     {
         auto card = VirtualCard::open(path);
         generateKey(*card);
-        ASSERT_EQ(statusWord(send(*card, "00A4020C 02 4404")), 0x9000);
-        ASSERT_EQ(statusWord(send(*card, "00D60010 03 A1B2C3")), 0x9000);
-        ASSERT_EQ(statusWord(card->transmit(apdu(0, 0x20, 0, 3, paddedPin("00000000")))), 0x63C2);
+        ASSERT_EQ(sw(*card, "00A4020C 02 4404"), 0x9000);
+        ASSERT_EQ(sw(*card, "00D60010 03 A1B2C3"), 0x9000);
+        ASSERT_EQ(sw(*card, apdu(0, 0x20, 0, 3, paddedPin("00000000"))), 0x63C2);
     }
     const std::string saved = readText(path);
     auto card = VirtualCard::open(path);
     EXPECT_EQ(CardImage::serialise(card->state()), saved);
-    ASSERT_EQ(statusWord(send(*card, "00A40800 04 5015 4404")), 0x9000);
+    ASSERT_EQ(sw(*card, "00A40800 04 5015 4404"), 0x9000);
     EXPECT_EQ(send(*card, "00B0001003"), hex("A1B2C3 9000"));
-    EXPECT_EQ(statusWord(send(*card, "00200003")), 0x63C2); // the try counter survived
+    EXPECT_EQ(sw(*card, "00200003"), 0x63C2); // the try counter survived
     // The private key survived: it signs.
-    ASSERT_EQ(statusWord(card->transmit(apdu(0, 0x20, 0, 1, paddedPin("123456")))), 0x9000);
-    ASSERT_EQ(statusWord(send(*card, "002241B6 03 840181")), 0x9000);
+    ASSERT_EQ(sw(*card, apdu(0, 0x20, 0, 1, paddedPin("123456"))), 0x9000);
+    ASSERT_EQ(sw(*card, "002241B6 03 840181"), 0x9000);
     EXPECT_EQ(send(*card, "002A9E9A 02 0102 00").size(), 130u);
 
     struct stat info {};
@@ -94,10 +95,10 @@ TEST_F(Image, ReadOnlyCommandsDoNotRewriteTheImage) {
     auto card = VirtualCard::open(path);
     card->instrumentation().crashAtSavePoint(SavePoint::TempFileOpened);
     // Any save would now throw SimulatedCrash.
-    EXPECT_EQ(statusWord(send(*card, "00A4040C 0C A000000063504B43532D3135")), 0x9000);
-    EXPECT_EQ(statusWord(send(*card, "00A4020C 02 5031")), 0x9000);
-    EXPECT_EQ(statusWord(send(*card, "00B0000010")), 0x9000);
-    EXPECT_EQ(statusWord(send(*card, "00200001")), 0x63C3); // VERIFY without data compares nothing
+    EXPECT_EQ(sw(*card, "00A4040C 0C A000000063504B43532D3135"), 0x9000);
+    EXPECT_EQ(sw(*card, "00A4020C 02 5031"), 0x9000);
+    EXPECT_EQ(sw(*card, "00B0000010"), 0x9000);
+    EXPECT_EQ(sw(*card, "00200001"), 0x63C3); // VERIFY without data compares nothing
 }
 
 TEST_F(Image, CrashAtEverySavePointLeavesTheOldOrTheNewImage) {
@@ -105,13 +106,13 @@ TEST_F(Image, CrashAtEverySavePointLeavesTheOldOrTheNewImage) {
         SCOPED_TRACE(static_cast<int>(point));
         auto card = VirtualCard::open(path);
         const std::string before = readText(path);
-        ASSERT_EQ(statusWord(send(*card, "00A4040C 0C A000000063504B43532D3135")), 0x9000);
+        ASSERT_EQ(sw(*card, "00A4040C 0C A000000063504B43532D3135"), 0x9000);
         card->instrumentation().crashAtSavePoint(point);
         // A wrong PIN changes the try counter: the command must be saved.
         EXPECT_THROW(card->transmit(apdu(0, 0x20, 0, 3, paddedPin("00000000"))), SimulatedCrash);
 
         auto reloaded = VirtualCard::open(path);
-        const std::uint16_t tries = statusWord(send(*reloaded, "00200003"));
+        const std::uint16_t tries = sw(*reloaded, "00200003");
         const std::string after = readText(path);
         if (after == before)
             EXPECT_EQ(tries, 0x63C3);
@@ -120,8 +121,7 @@ TEST_F(Image, CrashAtEverySavePointLeavesTheOldOrTheNewImage) {
         const bool renamed = point == SavePoint::Renamed || point == SavePoint::DirectorySynced;
         EXPECT_EQ(after != before, renamed);
         // Put the counter back for the next round.
-        ASSERT_EQ(statusWord(reloaded->transmit(apdu(0, 0x20, 0, 3, paddedPin("87654321")))),
-                  0x9000);
+        ASSERT_EQ(sw(*reloaded, apdu(0, 0x20, 0, 3, paddedPin("87654321"))), 0x9000);
     }
 }
 
@@ -271,21 +271,21 @@ TEST_F(Image, TheTryIsStoredBeforeTheComparison) {
 
 TEST_F(Image, AWriteIsStoredOnceTheImageIsReplaced) {
     auto card = VirtualCard::open(path);
-    ASSERT_EQ(statusWord(send(*card, "00A4040C 0C A000000063504B43532D3135")), 0x9000);
+    ASSERT_EQ(sw(*card, "00A4040C 0C A000000063504B43532D3135"), 0x9000);
     ASSERT_EQ(verify(*card, 1, "123456"), 0x9000);
-    ASSERT_EQ(statusWord(send(*card, "00A4020C 02 4404")), 0x9000);
+    ASSERT_EQ(sw(*card, "00A4020C 02 4404"), 0x9000);
     // A directory sync that fails after the rename: the write happened.
     card->instrumentation().failSaveStep(SavePoint::DirectorySynced);
-    EXPECT_EQ(statusWord(send(*card, "00D60000 02 A1B2")), 0x9000);
+    EXPECT_EQ(sw(*card, "00D60000 02 A1B2"), 0x9000);
     EXPECT_EQ(send(*card, "00B0000002"), hex("A1B2 9000"));
     card->instrumentation().failSaveStep(SavePoint::DirectorySynced);
     EXPECT_EQ(verify(*card, 3, "00000000"), 0x63C2);
     // A save that fails before the rename had no effect.
     card->instrumentation().failSaveStep(SavePoint::Renamed);
-    EXPECT_EQ(statusWord(send(*card, "00D60000 02 C3D4")), 0x6581);
+    EXPECT_EQ(sw(*card, "00D60000 02 C3D4"), 0x6581);
 
     auto reopened = VirtualCard::open(path);
-    ASSERT_EQ(statusWord(send(*reopened, "00A4080C 04 5015 4404")), 0x9000);
+    ASSERT_EQ(sw(*reopened, "00A4080C 04 5015 4404"), 0x9000);
     EXPECT_EQ(send(*reopened, "00B0000002"), hex("A1B2 9000"));
     EXPECT_EQ(pinStatus(*reopened, 3), 0x63C2);
 }

@@ -1,6 +1,4 @@
-// What the application does not read of the personalised card: EF(DIR) and the
-// serial number in EF(TokenInfo), decoded with the PKCS#15 codec after reading
-// them through APDUs. The directory files and PINs are checked end to end.
+// EF(DIR) and the TokenInfo serial of the personalised card, read through APDUs and decoded.
 
 #include "CardTestSupport.hpp"
 

@@ -1,12 +1,11 @@
-// Transport rules of the card profile: malformed APDUs, CLA/INS, chaining, GET RESPONSE,
-// extended lengths, power and instrumentation.
+// Transport rules: malformed APDUs, CLA/INS, chaining, GET RESPONSE, lengths, power, faults.
 
 #include "CardTestSupport.hpp"
 
 namespace vcard::test {
 namespace {
 
-class Transport : public CardTest {};
+using Transport = CardTest;
 
 TEST_F(Transport, MalformedCommandsGetAStatusWordNeverACrash) {
     EXPECT_EQ(sw(""), 0x6700);
@@ -79,9 +78,7 @@ TEST_F(Transport, GetResponseWithWrongLeGets6CxxAndKeepsTheData) {
     EXPECT_EQ(sw(apdu(0, 0xC0, 0, 0, {}, waiting - 2)), 0x9000);
     EXPECT_EQ(sw("00C0000002"), 0x6985); // nothing waits any more
     EXPECT_EQ(sw("00C0010002"), 0x6A86);
-}
-
-TEST_F(Transport, AnyOtherCommandDropsWaitingData) {
+    // Any other command drops waiting data.
     ASSERT_EQ(statusWord(send("00A40404 0C A000000063504B43532D3135 04")) & 0xFF00, 0x6100);
     ASSERT_EQ(sw("00CA01A000"), 0x9000);
     EXPECT_EQ(sw("00C0000004"), 0x6985);
