@@ -12,15 +12,13 @@
 
 namespace apptest {
 
-const char* const userPin = "123456";
-const char* const soPin = "87654321";
-
 RecordingTransport::RecordingTransport(std::unique_ptr<card::ICardTransport> inner)
     : inner_(std::move(inner)) {}
 
 boost::shared_ptr<mw::ByteBuffer> RecordingTransport::transmit(const card::Apdu& command) const {
     sent_.push_back(command.bytes());
-    const auto found = overrides_.find(command.bytes());
+    const auto found = std::find_if(overrides_.begin(), overrides_.end(),
+                                    [&](const auto& o) { return o.first == command.bytes(); });
     if (found == overrides_.end()) {
         return inner_->transmit(command);
     }
@@ -33,10 +31,6 @@ std::vector<mw::ByteBuffer> RecordingTransport::sent(unsigned char ins) const {
     std::copy_if(sent_.begin(), sent_.end(), std::back_inserter(matching),
                  [ins](const mw::ByteBuffer& command) { return command.get(1) == ins; });
     return matching;
-}
-
-bool RecordingTransport::Less::operator()(const mw::ByteBuffer& a, const mw::ByteBuffer& b) const {
-    return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end());
 }
 
 AppCard::AppCard() {
@@ -67,13 +61,8 @@ AppCard::appletApplication(const std::string& configuration) const {
 }
 
 void AppCard::verifyPin(unsigned char reference, const std::string& value) const {
-    mw::ByteBuffer padded(8);
-    std::fill(padded.begin(), padded.end(), 0xFF);
-    std::copy(value.begin(), value.end(), padded.begin());
-    card::service::PinReference pin;
-    pin.reference = reference;
     service<card::service::IPinManagementService>("PinManagementService")
-        ->authenticate(*channel, pin, padded);
+        ->authenticate(*channel, hosttest::pinReference(reference), hosttest::paddedPin(value));
 }
 
 void AppCard::writeFile(const mw::ByteBuffer& fileId, const mw::ByteBuffer& content) const {

@@ -1,6 +1,7 @@
 #ifndef TESTS_UNIT_APP_APPCARD_HPP
 #define TESTS_UNIT_APP_APPCARD_HPP
 
+#include "CardFixture.hpp"
 #include "app/pkcs15/P15Application.hpp"
 #include "card/IChannel.hpp"
 #include "card/service/IFileAccessService.hpp"
@@ -12,7 +13,6 @@
 #include "mw/ByteBuffer.hpp"
 
 #include <boost/shared_ptr.hpp>
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -23,9 +23,7 @@ class VirtualCard;
 
 namespace apptest {
 
-// Passes commands to the real card and keeps a copy of each; can answer one
-// particular command with a status word of the test's choosing, for cards
-// that behave differently from the virtual one.
+// Records each command; answers chosen commands with a status word of the test's.
 class RecordingTransport : public card::ICardTransport {
 public:
     explicit RecordingTransport(std::unique_ptr<card::ICardTransport> inner);
@@ -35,17 +33,16 @@ public:
     void beginTransaction() const override { inner_->beginTransaction(); }
     void endTransaction() const override { inner_->endTransaction(); }
 
-    void answer(const mw::ByteBuffer& command, unsigned short sw) { overrides_[command] = sw; }
+    void answer(const mw::ByteBuffer& command, unsigned short sw) {
+        overrides_.emplace_back(command, sw);
+    }
     // Commands sent with this instruction byte since the last clear().
     std::vector<mw::ByteBuffer> sent(unsigned char ins) const;
     void clear() { sent_.clear(); }
 
 private:
-    struct Less {
-        bool operator()(const mw::ByteBuffer& a, const mw::ByteBuffer& b) const;
-    };
     std::unique_ptr<card::ICardTransport> inner_;
-    std::map<mw::ByteBuffer, unsigned short, Less> overrides_;
+    std::vector<std::pair<mw::ByteBuffer, unsigned short>> overrides_;
     mutable std::vector<mw::ByteBuffer> sent_;
 };
 
@@ -78,8 +75,8 @@ struct AppCard {
     boost::shared_ptr<host::iso7816::Card> card;
 };
 
-extern const char* const userPin;
-extern const char* const soPin;
+using hosttest::soPin;
+using hosttest::userPin;
 
 mw::ByteBuffer bytes(const std::vector<std::uint8_t>& value);
 mw::ByteBuffer concat(std::initializer_list<mw::ByteBuffer> parts);

@@ -58,15 +58,14 @@ TEST(GetApplications, AppletFormSelectsThroughTheApplet) {
     EXPECT_EQ(card.recorder->sent(0xA4).back(), cardStatusSelect);
 }
 
-class CardStatusAnswer : public ::testing::TestWithParam<unsigned short> {};
-
-TEST_P(CardStatusAnswer, MoreDataAnswersCountAsSuccess) {
-    AppCard card;
-    card.recorder->answer(cardStatusSelect, GetParam());
-    EXPECT_EQ(P15ApplicationPlugin().getApplications(card.card, *card.channel).size(), 1u);
+TEST(GetApplications, MoreDataAnswersToTheCardStatusSelectCountAsSuccess) {
+    for (unsigned short sw : {0x9000, 0x6100, 0x9F10}) {
+        AppCard card;
+        card.recorder->answer(cardStatusSelect, sw);
+        EXPECT_EQ(P15ApplicationPlugin().getApplications(card.card, *card.channel).size(), 1u)
+            << std::hex << sw;
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Accepted, CardStatusAnswer, ::testing::Values(0x9000, 0x6100, 0x9F10));
 
 TEST(GetApplications, MissingCardStatusFileFailsWithTheSelectAndItsStatusWord) {
     AppCard card;
@@ -117,55 +116,37 @@ private:
     std::string hidden_;
 };
 
-class MissingService : public ::testing::TestWithParam<const char*> {};
-
-TEST_P(MissingService, StopsConstructionNamingTheService) {
+TEST(Construction, StopsAtAMissingServiceNamingIt) {
     AppCard card;
-    auto partial = boost::make_shared<CardWithout>(card.card, GetParam());
-    EXPECT_APP_ERROR(P15Application(boost::shared_ptr<const card::ICard>(partial), "x", ""),
-                     app::ApplicationException,
-                     std::string("required interface not found: ") + GetParam());
+    for (const char* name : {"PinManagementService", "FileAccessService", "FileSystemService",
+                             "CryptographyService", "AsymmetricKeyManagementService"}) {
+        auto partial = boost::make_shared<CardWithout>(card.card, name);
+        EXPECT_APP_ERROR(P15Application(boost::shared_ptr<const card::ICard>(partial), "x", ""),
+                         app::ApplicationException,
+                         std::string("required interface not found: ") + name);
+    }
 }
 
-INSTANTIATE_TEST_SUITE_P(EachOfFive, MissingService,
-                         ::testing::Values("PinManagementService", "FileAccessService",
-                                           "FileSystemService", "CryptographyService",
-                                           "AsymmetricKeyManagementService"));
-
-struct ConfigCase {
-    const char* name;
-    const char* text;
-    std::int32_t reselect;
-    std::int32_t pinInfo;
-    bool wipeForce;
-};
-
-class Configuration : public ::testing::TestWithParam<ConfigCase> {};
-
-TEST_P(Configuration, IsReadIntoTheThreeSettings) {
+TEST(Configuration, IsReadIntoTheThreeSettingsOrRefused) {
+    const struct {
+        const char* text;
+        std::int32_t reselect, pinInfo;
+        bool wipeForce;
+    } cases[] = {
+        {"", 0, 0, false},
+        {"[WaitingTime]\nReselect=5000\nPinInfo=1000\n[Objects]\nwipeForce=true\n", 5000, 1000,
+         true},
+        {"[Objects]\nwipeForce=True\n", 0, 0, false},
+        {"[Objects]\nwipeForce=1\n", 0, 0, false},
+        {"[WaitingTime]\nReselect=abc\nPinInfo=-7\n[Objects]\nwipeForce=false\n", 0, -7, false}};
     AppCard card;
-    const auto application = card.application(GetParam().text);
-    EXPECT_EQ(application->getReselectWaitingTime(), GetParam().reselect);
-    EXPECT_EQ(application->getPinInfoWaitingTime(), GetParam().pinInfo);
-    EXPECT_EQ(application->isWipeForced(), GetParam().wipeForce);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Texts, Configuration,
-    ::testing::Values(
-        ConfigCase{"Empty", "", 0, 0, false},
-        ConfigCase{"AllThree",
-                   "[WaitingTime]\nReselect=5000\nPinInfo=1000\n[Objects]\nwipeForce=true\n", 5000,
-                   1000, true},
-        ConfigCase{"CapitalisedTrue", "[Objects]\nwipeForce=True\n", 0, 0, false},
-        ConfigCase{"NumericTrue", "[Objects]\nwipeForce=1\n", 0, 0, false},
-        ConfigCase{"NonNumericTime",
-                   "[WaitingTime]\nReselect=abc\nPinInfo=-7\n[Objects]\nwipeForce=false\n", 0, -7,
-                   false}),
-    [](const ::testing::TestParamInfo<ConfigCase>& info) { return info.param.name; });
-
-TEST(Configuration, WithBrokenSyntaxIsRefused) {
-    AppCard card;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.text);
+        const auto application = card.application(c.text);
+        EXPECT_EQ(application->getReselectWaitingTime(), c.reselect);
+        EXPECT_EQ(application->getPinInfoWaitingTime(), c.pinInfo);
+        EXPECT_EQ(application->isWipeForced(), c.wipeForce);
+    }
     EXPECT_THROW(card.application("[WaitingTime\nReselect=1\n"),
                  boost::property_tree::ini_parser_error);
 }

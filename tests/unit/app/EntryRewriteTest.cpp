@@ -116,10 +116,8 @@ TEST_F(EntryRewrite, RefusalsLeaveTheFileAsItWas) {
 }
 
 TEST_F(EntryRewrite, ACardRefusalReachesTheCallerAndKeepsTheCacheTrue) {
-    card::service::PinReference userPinRef;
-    userPinRef.reference = 0x01;
     card_.service<card::service::IPinManagementService>("PinManagementService")
-        ->deauthenticate(*card_.channel, userPinRef);
+        ->deauthenticate(*card_.channel, hosttest::pinReference(0x01));
     const mw::ByteBuffer added = rsaPrivateKeyEntry(0x83, bytes({0x0E, 0x03}));
     EXPECT_THROW(prkdf().updateEncodedAttributes(mw::ByteBuffer(), added), card::CardException);
     EXPECT_EQ(prkdf().values(*card_.channel).size(), 3u);

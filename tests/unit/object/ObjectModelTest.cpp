@@ -1,12 +1,17 @@
+#include "UnconnectedChannel.hpp"
 #include "app/ApplicationException.hpp"
 #include "app/SecurityConditions.hpp"
 #include "app/TransformSecurityCondition.hpp"
 #include "app/object/AbstractPrivateKey.hpp"
 #include "app/object/TrackedValue.hpp"
 #include "app/pkcs15/object/CommonAttributes.hpp"
+#include "app/pkcs15/object/P15ApplicationInfo.hpp"
+#include "app/pkcs15/object/P15DataObject.hpp"
 #include "app/pkcs15/object/P15Pin.hpp"
+#include "app/pkcs15/object/P15RsaPrivateKey.hpp"
+#include "app/pkcs15/object/P15RsaPublicKey.hpp"
+#include "app/pkcs15/object/P15X509Certificate.hpp"
 #include "app/pkcs15/oss/Codec.hpp"
-#include "card/IChannel.hpp"
 
 #include <algorithm>
 #include <boost/exception/get_error_info.hpp>
@@ -17,23 +22,23 @@ namespace {
 
 namespace oss = app::pkcs15::oss;
 namespace cs = card::service;
-using app::pkcs15::object::P15Pin;
 using namespace app::pkcs15::object;
+using app::object::ICertificate;
 
-std::string errorText(const std::exception& e) {
-    const auto* boostError = dynamic_cast<const boost::exception*>(&e);
-    const char* const* text =
-        boostError ? boost::get_error_info<app::ErrorText>(*boostError) : nullptr;
-    return text ? *text : "";
-}
-
-#define EXPECT_APP_TEXT(statement, text)                                                           \
-    try {                                                                                          \
-        statement;                                                                                 \
-        ADD_FAILURE() << "no exception from " #statement;                                          \
-    } catch (const app::ApplicationException& e) {                                                 \
-        EXPECT_EQ(errorText(e), text);                                                             \
+// The text and number of the application exception `statement` throws.
+template <class Statement> std::pair<std::string, unsigned int> failureOf(Statement statement) {
+    try {
+        statement();
+    } catch (const app::ApplicationException& e) {
+        const char* const* text = boost::get_error_info<app::ErrorText>(e);
+        const unsigned int* data = boost::get_error_info<app::ErrorData>(e);
+        return {text ? *text : "", data ? *data : 0};
     }
+    return {"no failure", 0};
+}
+using Failure = std::pair<std::string, unsigned int>;
+
+#define EXPECT_APP_TEXT(statement, text) EXPECT_EQ(failureOf([&] { statement; }).first, text)
 
 oss::BitString bits(std::size_t count, oss::Bytes octets) {
     oss::BitString string;
@@ -41,14 +46,6 @@ oss::BitString bits(std::size_t count, oss::Bytes octets) {
     string.octets = std::move(octets);
     return string;
 }
-
-// A channel without a card: whatever reaches it fails the test.
-class NoCard : public card::IChannel {
-public:
-    card::ICardTransport& transport(int) const override {
-        throw std::logic_error("a command was sent");
-    }
-};
 
 // A PIN no card has seen; its service is never reached by these tests.
 boost::shared_ptr<P15Pin> newPin() {
@@ -192,7 +189,7 @@ TEST(PinRules, ShowWhatTheApplicationTreeExpresses) {
         rule({}, oss::SecurityCondition::always).securityCondition};
     const app::AccessControlRules shown = decodeExpressibleRules(
         {rule(bits(3, {0x20}), oss::SecurityCondition::always),
-         rule(bits(5, {0x08}), oss::SecurityCondition::always), // an ISO 7816-15 mode
+         rule(bits(5, {0x08}), oss::SecurityCondition::always), // a mode of a newer card format
          rule(bits(2, {0x40}), oss::SecurityCondition::authId), nestedAlways});
     ASSERT_EQ(shown.size(), 2u);
     EXPECT_EQ(shown[0].getAccessMode(), app::AccessControlRule::Execute);
@@ -255,7 +252,7 @@ TEST(ReadPin, ChangingOneAttributeKeepsWhatTheModelDoesNotHold) {
 
 TEST(NewPin, OperationsNeedTheirAttributesAndSendNothingWithout) {
     const auto pin = newPin();
-    const NoCard noCard;
+    const UnconnectedChannel noCard;
     const mw::ByteBuffer value{'1', '2', '3', '4'};
     const char* const needsPadding =
         "Pin reference, max length and pad char required but not found";
@@ -279,6 +276,163 @@ TEST(NewPin, PadsToMaxLengthAndCutsLongerValues) {
               (mw::ByteBuffer{'0', '1', '2', '3', '4', '5', '6', '7'}));
     pin->setMaxLength(0);
     EXPECT_TRUE(pin->pad(mw::ByteBuffer{'1'}).empty());
+}
+
+mw::ByteBuffer filled(std::size_t size, unsigned char first, unsigned char rest) {
+    mw::ByteBuffer bytes(size);
+    std::fill(bytes.begin(), bytes.end(), rest);
+    bytes.data()[0] = first;
+    return bytes;
+}
+
+TEST(RsaKeyModel, ModulusLengthAndExponentSizesAreChecked) {
+    P15RsaPrivateKey key{boost::weak_ptr<const app::pkcs15::fs::PrKDF>()};
+    key.setModulusLength(2048);
+    EXPECT_EQ(failureOf([&] { key.setModulusLength(4096); }),
+              Failure("invalid modulus size", 4096));
+    EXPECT_EQ(failureOf([&] { key.setModulusLength(1000); }),
+              Failure("invalid modulus size", 1000));
+    EXPECT_EQ(key.getModulusLength(), 2048) << "a failed setter changes nothing";
+
+    key.setPublicExponent(mw::ByteBuffer{0x01, 0x00, 0x01});
+    EXPECT_EQ(failureOf([&] {
+                  key.setPublicExponent(mw::ByteBuffer{0x01, 0x00, 0x00, 0x01});
+              }),
+              Failure("invalid public exponent size", 4));
+    EXPECT_EQ(key.getPublicExponent(), (mw::ByteBuffer{0x01, 0x00, 0x01}));
+}
+
+TEST(RsaKeyModel, TheModulusLengthComesFromTheProductOfThePrimes) {
+    P15RsaPrivateKey key{boost::weak_ptr<const app::pkcs15::fs::PrKDF>()};
+    const mw::ByteBuffer p = filled(64, 0xC0, 0x01), q = filled(64, 0xF0, 0x03);
+    const mw::ByteBuffer dp{1}, dq{2}, pInv{3}, qInv{4};
+    key.setCrtComponents(p, q, dp, dq, pInv, qInv);
+    EXPECT_EQ(key.getModulusLength(), 1024);
+    EXPECT_EQ(key.getQ(), q);
+    EXPECT_EQ(key.getQInv(), qInv);
+
+    // Top bits clear: the product has 1021 bits.
+    const mw::ByteBuffer small = filled(64, 0x40, 0x01);
+    EXPECT_EQ(failureOf([&] { key.setCrtComponents(small, small, qInv, pInv, dq, dp); }),
+              Failure("invalid modulus size", 1021));
+    EXPECT_EQ(key.getP(), p) << "nothing is stored from a refused set";
+    EXPECT_EQ(key.getDp(), dp);
+
+    const mw::ByteBuffer wide = filled(128, 0xFF, 0x01);
+    key.setCrtComponents(wide, wide, dp, dq, pInv, qInv);
+    EXPECT_EQ(key.getModulusLength(), 2048);
+}
+
+TEST(RsaKeyModel, APublicModulusIsSizedByItsBytes) {
+    P15RsaPublicKey key{boost::weak_ptr<const app::pkcs15::fs::PuKDF>()};
+    const mw::ByteBuffer full = filled(256, 0x80, 0x00);
+    key.setModulus(full);
+    EXPECT_EQ(failureOf([&] { key.setModulus(filled(255, 0x80, 0x00)); }),
+              Failure("invalid modulus size", 2040));
+    EXPECT_EQ(key.getModulus(), full);
+}
+
+TEST(RsaKeyModel, ANewEntryCarriesNoKeyReferenceZeroAndNoKeyInfo) {
+    P15RsaPublicKey key{boost::weak_ptr<const app::pkcs15::fs::PuKDF>()};
+    key.setLabel("k");
+    key.setModulusLength(1024);
+    const auto entry = key.encodePublicKeyType();
+    EXPECT_FALSE(entry.publicRSAKeyValue.classAttributes.keyReference);
+    EXPECT_FALSE(entry.publicRSAKeyValue.typeAttributes.keyInfo);
+    EXPECT_EQ(entry.publicRSAKeyValue.typeAttributes.modulusLength, 1024);
+}
+
+oss::CertificateType certificateEntry(const oss::Bytes& trustedUsage) {
+    oss::CertificateType entry;
+    entry.x509CertificateValue.classAttributes.iD = {0x45};
+    entry.x509CertificateValue.classAttributes.trustedUsage = trustedUsage;
+    entry.x509CertificateValue.typeAttributes.value.indirectValue.pathValue.path = {0x0D, 0x01};
+    return entry;
+}
+
+P15X509Certificate certificateOf(const oss::CertificateType& entry) {
+    return P15X509Certificate(boost::weak_ptr<const app::pkcs15::fs::CDF>(), entry,
+                              mw::ByteBuffer(oss::encode(entry)));
+}
+
+TEST(ValueObjectCodec, CertificateKeyUsageHasNineBitsAndKeepsTheExtendedUsage) {
+    const P15X509Certificate nineBits =
+        certificateOf(certificateEntry({0xA1, 0x05, 0x03, 0x03, 0x07, 0xFF, 0x80}));
+    EXPECT_EQ(nineBits.getKeyUsage().value_or(0), 0x1FF);
+    EXPECT_APP_TEXT(certificateOf(certificateEntry({0xA1, 0x05, 0x03, 0x03, 0x06, 0xFF, 0xC0})),
+                    "Certificate::KeyUsageFlags not PKCS#15 conform");
+
+    const oss::Bytes extKeyUsage{0x30, 0x0A, 0x06, 0x08, 0x2B, 0x06,
+                                 0x01, 0x05, 0x05, 0x07, 0x03, 0x02};
+    oss::Bytes eightBits{0xA1, 0x10, 0x03, 0x02, 0x00, 0xFF};
+    eightBits.insert(eightBits.end(), extKeyUsage.begin(), extKeyUsage.end());
+    const oss::CertificateType read = certificateEntry(eightBits);
+    P15X509Certificate certificate = certificateOf(read);
+    EXPECT_EQ(certificate.getKeyUsage().value_or(0), 0x1FE);
+    EXPECT_EQ(certificate.encodeCertificateType(certificate.getValueLocation()), read)
+        << "an entry nothing was set on is given back as read";
+
+    certificate.setKeyUsage(ICertificate::Encrypt);
+    oss::Bytes changed{0xA1, 0x11, 0x03, 0x03, 0x07, 0x80, 0x00};
+    changed.insert(changed.end(), extKeyUsage.begin(), extKeyUsage.end());
+    EXPECT_EQ(certificate.encodeCertificateType(certificate.getValueLocation())
+                  .x509CertificateValue.classAttributes.trustedUsage.value_or(oss::Bytes()),
+              changed);
+    certificate.setKeyUsage(0x200);
+    EXPECT_APP_TEXT(certificate.encode(), "Certificate key usage flags not PKCS#15 conform.");
+}
+
+TEST(ValueObjectCodec, OnlyOpaqueDataObjectsWithTheirValueInAFileAreTaken) {
+    oss::DataType direct;
+    direct.opaqueDOValue.typeAttributes.choice = oss::ObjectValue::direct;
+    direct.opaqueDOValue.typeAttributes.raw = {0xA0, 0x01, 0x00};
+    EXPECT_APP_TEXT(
+        P15DataObject(boost::weak_ptr<const app::pkcs15::fs::DODF>(), direct, mw::ByteBuffer{0x30}),
+        "PKCS#15 DataObject of unknown type found");
+}
+
+oss::TokenInfo tokenInfo() {
+    oss::TokenInfo value;
+    value.serialNumber = oss::Bytes{0x01, 0x02};
+    value.tokenflags.bitCount = 4;
+    value.tokenflags.octets = {0x20};
+    oss::AlgorithmInfo rsa;
+    rsa.reference = 7;
+    rsa.algorithm = 1;
+    rsa.parameters = {0x05, 0x00};
+    rsa.supportedOperations.bitCount = 8;
+    rsa.supportedOperations.octets = {0x45};
+    rsa.algId = oss::oidFromText("1.2.840.113549.1.1.1");
+    value.supportedAlgorithms = std::vector<oss::AlgorithmInfo>{rsa};
+    return value;
+}
+
+P15ApplicationInfo infoOf(const oss::TokenInfo& value) {
+    return P15ApplicationInfo(boost::weak_ptr<const app::pkcs15::fs::TokenInfo>(), value,
+                              mw::ByteBuffer(oss::encode(value)));
+}
+
+TEST(ValueObjectCodec, TokenInfoRefusesWhatItCannotHoldAndKeepsTheAlgorithmsItLists) {
+    oss::TokenInfo fiveFlags = tokenInfo();
+    fiveFlags.tokenflags.bitCount = 5;
+    EXPECT_APP_TEXT(infoOf(fiveFlags), "Token flags not PKCS#15 compatible");
+    oss::TokenInfo referencedTime = tokenInfo();
+    referencedTime.lastUpdate = oss::LastUpdate();
+    referencedTime.lastUpdate->choice = oss::LastUpdate::referencedTime;
+    referencedTime.lastUpdate->raw = {0x30, 0x04, 0x04, 0x02, 0x50, 0x33}; // a Path
+    EXPECT_APP_TEXT(infoOf(referencedTime),
+                    "TokenInfo: last update by referenced time not supported.");
+
+    P15ApplicationInfo info = infoOf(tokenInfo());
+    EXPECT_EQ(info.getTokenFlags(), app::object::IApplicationInfo::PrnGeneration);
+    EXPECT_EQ(info.getLabel().value_or(""), "Arvel PKCS15 Application") << "the default label";
+    info.setSupportedAlgorithms({"1.2.840.113549.1.1.11", "1.2.840.113549.1.1.1"});
+    const std::vector<oss::AlgorithmInfo> algorithms = *info.encodeTokenInfo().supportedAlgorithms;
+    ASSERT_EQ(algorithms.size(), 2u);
+    EXPECT_EQ(algorithms[0].reference, 8) << "a new algorithm takes the next reference";
+    EXPECT_EQ(algorithms[1], tokenInfo().supportedAlgorithms->front());
+    info.setTokenFlags(0x10);
+    EXPECT_APP_TEXT(info.encode(), "TokenInfo TokenFlags not PKCS#15 conform.");
 }
 
 } // namespace

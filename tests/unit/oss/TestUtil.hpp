@@ -8,7 +8,9 @@
 
 #include <boost/exception/get_error_info.hpp>
 
+#include <functional>
 #include <string>
+#include <utility>
 
 namespace oss = app::pkcs15::oss;
 
@@ -35,6 +37,19 @@ inline oss::Bytes hex(const std::string& text) {
 
 inline oss::Bytes text(const std::string& value) {
     return oss::Bytes(value.begin(), value.end());
+}
+
+// The text and data of the exception of type E that `call` throws.
+template <class E = app::ApplicationException>
+std::pair<std::string, unsigned> appError(const std::function<void()>& call) {
+    try {
+        call();
+    } catch (const E& e) {
+        const char* const* text = boost::get_error_info<app::ErrorText>(e);
+        const unsigned* data = boost::get_error_info<app::ErrorData>(e);
+        return {text ? *text : "", data ? *data : 0};
+    }
+    return {"no exception", 0};
 }
 
 // What a failed decode reported: its text and offset.

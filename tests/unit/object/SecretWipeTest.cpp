@@ -1,10 +1,12 @@
-// The padded PIN values a PIN hands to the card are wiped before their
-// memory goes back to the runtime.
+// The padded PIN values a PIN hands to the card and the CRT components a
+// private key holds are wiped before their memory goes back to the runtime.
 #include "FreeHook.hpp"
+#include "UnconnectedChannel.hpp"
 #include "app/pkcs15/object/P15Pin.hpp"
-#include "card/IChannel.hpp"
+#include "app/pkcs15/object/P15RsaPrivateKey.hpp"
 #include "card/service/IPinManagementService.hpp"
 
+#include <algorithm>
 #include <boost/make_shared.hpp>
 #include <gtest/gtest.h>
 
@@ -48,11 +50,6 @@ private:
     int watched_;
 };
 
-class NoCard : public card::IChannel {
-public:
-    card::ICardTransport& transport(int) const override { throw std::logic_error("no card"); }
-};
-
 boost::shared_ptr<app::pkcs15::object::P15Pin> pinWatching(int argument) {
     auto pin = boost::make_shared<app::pkcs15::object::P15Pin>(
         boost::make_shared<WatchingPinService>(argument),
@@ -66,7 +63,7 @@ boost::shared_ptr<app::pkcs15::object::P15Pin> pinWatching(int argument) {
 const mw::ByteBuffer value{'1', '2', '3', '4'};
 
 TEST(PinWipe, PaddedValuesAreWipedAfterEveryOperation) {
-    const NoCard channel;
+    const UnconnectedChannel channel;
     pinWatching(0)->authenticate(channel, value);
     EXPECT_TRUE(freehook::releasedAsZeros()) << "authenticate";
     pinWatching(0)->unblock(channel, value);
@@ -75,6 +72,23 @@ TEST(PinWipe, PaddedValuesAreWipedAfterEveryOperation) {
     EXPECT_TRUE(freehook::releasedAsZeros()) << "change, new value";
     pinWatching(1)->change(channel, value, value);
     EXPECT_TRUE(freehook::releasedAsZeros()) << "change, old value";
+}
+
+TEST(RsaKeyWipe, EveryHeldCrtComponentIsReleasedAsZeros) {
+    mw::ByteBuffer prime(64);
+    std::fill(prime.begin(), prime.end(), 0xC1);
+    const mw::ByteBuffer other{0x05, 0x06};
+    for (int component = 0; component < 6; ++component) {
+        SCOPED_TRACE(component);
+        auto key = std::make_unique<app::pkcs15::object::P15RsaPrivateKey>(
+            boost::weak_ptr<const app::pkcs15::fs::PrKDF>());
+        key->setCrtComponents(prime, prime, other, other, other, other);
+        const mw::ByteBuffer* held[] = {&key->getP(),  &key->getQ(),    &key->getDp(),
+                                        &key->getDq(), &key->getPInv(), &key->getQInv()};
+        freehook::watch(const_cast<mw::ByteBuffer&>(*held[component]));
+        key.reset();
+        EXPECT_TRUE(freehook::releasedAsZeros());
+    }
 }
 
 } // namespace
