@@ -22,9 +22,13 @@ protected:
         if (IsSkipped()) {
             return;
         }
-        verifyUserPin();
+        if (startsVerified()) {
+            verifyUserPin();
+        }
         reopen();
     }
+
+    virtual bool startsVerified() const { return true; }
 
     // The application as a host gets it from the plugin, anew: nothing
     // cached from before.
