@@ -30,7 +30,6 @@ protected:
     }
     std::uint16_t triesLeft(const IPin& pin) const { return pin.getPinInfo(*channel_).triesLeft; }
     mw::ByteBuffer aodf() const { return fileContent(mw::ByteBuffer{0x44, 0x08}); }
-    std::uint64_t commands() const { return virtualCard_->instrumentation().counters().commands; }
 };
 
 TEST_P(PinsThroughThePlugin, ListsThePersonalisedPinsWithTheirAttributes) {
