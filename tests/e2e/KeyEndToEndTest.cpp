@@ -169,7 +169,8 @@ TEST_P(KeysOnTheCard, ARefusedWriteLeavesTheCardAsItWas) {
     // Both directory files and the containers of the first key id.
     const auto snapshot = [this] {
         return std::make_tuple(fileContent(prkdfId), fileContent(pukdfId),
-                               exists(mw::ByteBuffer{0x0E, 0x01}), exists(mw::ByteBuffer{0x0F, 0x01}));
+                               exists(mw::ByteBuffer{0x0E, 0x01}),
+                               exists(mw::ByteBuffer{0x0F, 0x01}));
     };
     const KeyMaterial material = generate(1024);
 
