@@ -4,6 +4,7 @@
 // openssl, software enciphering for the card to decipher, random bytes, and
 // what the factories and the generator refuse.
 #include "AppError.hpp"
+#include "CardFixture.hpp"
 #include "OpensslFolder.hpp"
 #include "UnconnectedChannel.hpp"
 
@@ -47,14 +48,8 @@ using app::object::IPublicRSAKey;
 const std::string rsaEncryption = "1.2.840.113549.1.1.1";
 const std::string sha256WithRsa = "1.2.840.113549.1.1.11";
 
-class NoConfiguration : public plugin::IConfigurationSource {
-public:
-    boost::optional<std::string> readFile(const std::string&) const override { return boost::none; }
-};
-
-mw::ByteBuffer bytesOf(const std::string& text) {
-    return mw::ByteBuffer(reinterpret_cast<const unsigned char*>(text.data()), text.size());
-}
+using hosttest::NoConfiguration;
+const auto bytesOf = hosttest::text;
 
 struct KeyPair {
     boost::shared_ptr<IPrivateRSAKey> privateKey;
@@ -72,12 +67,10 @@ public:
         , card(boost::make_shared<host::iso7816::Card>(channel))
         , loader_(P15APP_PATH, NoConfiguration()) {
         card->selectApplication(*channel, host::iso7816::pkcs15Aid());
-        card::service::PinReference userPin;
-        userPin.reference = 0x01;
         boost::dynamic_pointer_cast<card::service::IPinManagementService>(
             card->getInterface("PinManagementService"))
-            ->authenticate(*channel, userPin,
-                           mw::ByteBuffer{'1', '2', '3', '4', '5', '6', 0xFF, 0xFF});
+            ->authenticate(*channel, hosttest::pinReference(0x01),
+                           hosttest::paddedPin(hosttest::userPin));
         reopen();
     }
 

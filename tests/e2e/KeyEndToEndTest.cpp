@@ -18,6 +18,7 @@
 #include <cryptopp/rsa.h>
 #include <gtest/gtest.h>
 #include <memory>
+#include <tuple>
 
 namespace {
 
@@ -164,21 +165,12 @@ TEST_P(KeysOnTheCard, KeyReferencesAreHandedOutInOrderAndOtherKindsOfKeyStay) {
     EXPECT_EQ(fileContent(prkdfId), before);
 }
 
-// What the card holds of the keys: both directory files and the containers
-// of the first key id.
-struct KeyFiles {
-    mw::ByteBuffer prkdf, pukdf;
-    bool privateContainer, publicContainer;
-    bool operator==(const KeyFiles& o) const {
-        return prkdf == o.prkdf && pukdf == o.pukdf && privateContainer == o.privateContainer &&
-               publicContainer == o.publicContainer;
-    }
-};
-
 TEST_P(KeysOnTheCard, ARefusedWriteLeavesTheCardAsItWas) {
+    // Both directory files and the containers of the first key id.
     const auto snapshot = [this] {
-        return KeyFiles{fileContent(prkdfId), fileContent(pukdfId),
-                        exists(mw::ByteBuffer{0x0E, 0x01}), exists(mw::ByteBuffer{0x0F, 0x01})};
+        return std::make_tuple(fileContent(prkdfId), fileContent(pukdfId),
+                               exists(mw::ByteBuffer{0x0E, 0x01}),
+                               exists(mw::ByteBuffer{0x0F, 0x01}));
     };
     const KeyMaterial material = generate(1024);
 
@@ -195,7 +187,7 @@ TEST_P(KeysOnTheCard, ARefusedWriteLeavesTheCardAsItWas) {
     files()->update(*channel_, 0, full);
     reopen();
     EXPECT_TRUE(application_->getPrivateKeys(*channel_).empty()) << "EC keys are not listed";
-    KeyFiles before = snapshot();
+    auto before = snapshot();
     EXPECT_APP_ERROR(application_->writeCardObject(*channel_, *newPrivateKey(material, "k")),
                      "EF(PrKDF) out of memory");
     EXPECT_TRUE(snapshot() == before);

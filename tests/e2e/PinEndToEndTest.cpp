@@ -1,5 +1,5 @@
 #include "AppError.hpp"
-#include "CardFixture.hpp"
+#include "PluginOnCard.hpp"
 
 #include "app/ApplicationException.hpp"
 #include "app/object/ICardObjectFactory.hpp"
@@ -9,7 +9,6 @@
 #include "app/pkcs15/detail/WallClock.hpp"
 #include "app/pkcs15/fs/AODF.hpp"
 #include "app/pkcs15/fs/ODF.hpp"
-#include "host/loader/PluginLoader.hpp"
 #include "vcard/VirtualCard.hpp"
 
 #include <boost/make_shared.hpp>
@@ -19,44 +18,22 @@
 namespace {
 
 using app::object::IPin;
-using Repository = app::object::ICardObjectRepository;
 
-using hosttest::NoConfiguration;
 using hosttest::text;
 
-// The PINs of the personalised card as a host sees them: the plugin loaded
-// with dlopen, its application used as the object repository.
-class PinsThroughThePlugin : public hosttest::CardTest {
+// The PINs of the personalised card as a host sees them, none verified.
+class PinsThroughThePlugin : public hosttest::PluginOnCard {
 protected:
-    void SetUp() override {
-        hosttest::CardTest::SetUp();
-        if (IsSkipped()) {
-            return;
-        }
-        loader_ = std::make_unique<host::PluginLoader>(P15APP_PATH, NoConfiguration());
-        application_ = loader_->getApplications(card_, *channel_).at(0);
-        repository_ = boost::dynamic_pointer_cast<Repository>(application_);
-        ASSERT_TRUE(repository_) << "the application is the host's object repository";
-    }
-
+    bool startsVerified() const override { return false; }
     boost::shared_ptr<IPin> pin(std::size_t index) const {
-        return boost::dynamic_pointer_cast<IPin>(repository_->getAuthObjects(*channel_).at(index));
+        return boost::dynamic_pointer_cast<IPin>(application_->getAuthObjects(*channel_).at(index));
     }
     std::uint16_t triesLeft(const IPin& pin) const { return pin.getPinInfo(*channel_).triesLeft; }
-    // EF(AODF) as the card holds it.
-    mw::ByteBuffer aodf() const {
-        files()->select(*channel_, mw::ByteBuffer{0x44, 0x08});
-        return files()->read(*channel_, 0, 0);
-    }
-    std::uint64_t commands() const { return virtualCard_->instrumentation().counters().commands; }
-
-    std::unique_ptr<host::PluginLoader> loader_;
-    boost::shared_ptr<app::IApplication> application_;
-    boost::shared_ptr<Repository> repository_;
+    mw::ByteBuffer aodf() const { return fileContent(mw::ByteBuffer{0x44, 0x08}); }
 };
 
 TEST_P(PinsThroughThePlugin, ListsThePersonalisedPinsWithTheirAttributes) {
-    const auto objects = repository_->getAuthObjects(*channel_);
+    const auto objects = application_->getAuthObjects(*channel_);
     ASSERT_EQ(objects.size(), 3u);
     const auto user = pin(0), puk = pin(1), so = pin(2);
     ASSERT_TRUE(user && puk && so);
@@ -120,7 +97,7 @@ TEST_P(PinsThroughThePlugin, DeauthenticateDropsTheRightToWriteEntries) {
     user->deauthenticate(*channel_);
     EXPECT_EQ(user->getPinInfo(*channel_).state, 0);
     user->setLabel("Signing PIN");
-    EXPECT_CARD_ERROR(repository_->writeCardObject(*channel_, *user), "Update Binary", 0x6982);
+    EXPECT_CARD_ERROR(application_->writeCardObject(*channel_, *user), "Update Binary", 0x6982);
     EXPECT_EQ(aodf(), before) << "the card kept its entry";
 }
 
@@ -134,7 +111,7 @@ TEST_P(PinsThroughThePlugin, ALabelWrittenChangesItsEntryOnly) {
 
     user->authenticate(*channel_, text(hosttest::userPin));
     puk->setLabel("Unblocking PIN");
-    repository_->writeCardObject(*channel_, *puk);
+    application_->writeCardObject(*channel_, *puk);
 
     const mw::ByteBuffer after = aodf();
     const std::size_t grown = std::string("Unblocking PIN").size() - std::string("PUK").size();
@@ -144,7 +121,7 @@ TEST_P(PinsThroughThePlugin, ALabelWrittenChangesItsEntryOnly) {
     EXPECT_EQ(pin(1)->getPinFlags(), puk->getPinFlags());
 
     puk->setLabel("PUK"); // as it was
-    repository_->writeCardObject(*channel_, *puk);
+    application_->writeCardObject(*channel_, *puk);
     EXPECT_EQ(aodf(), before);
 }
 
@@ -154,13 +131,13 @@ TEST_P(PinsThroughThePlugin, AnEntryThatNoLongerFitsIsRefusedBeforeTheCardIsTouc
     user->authenticate(*channel_, text(hosttest::userPin));
     user->setLabel(std::string(before.size(), 'x'));
     try {
-        repository_->writeCardObject(*channel_, *user);
+        application_->writeCardObject(*channel_, *user);
         ADD_FAILURE() << "an entry larger than EF(AODF) was written";
     } catch (const app::OutOfMemoryException& e) {
         EXPECT_STREQ(*boost::get_error_info<app::ErrorText>(e), "EF(AODF) out of memory");
     }
     user->setLabel(std::string(70000, 'x'));
-    EXPECT_APP_ERROR(repository_->writeCardObject(*channel_, *user),
+    EXPECT_APP_ERROR(application_->writeCardObject(*channel_, *user),
                      "encoded pin size exceeds 65535 bytes");
     EXPECT_EQ(aodf(), before);
 }
@@ -171,7 +148,7 @@ TEST_P(PinsThroughThePlugin, AWriteWithNothingSetSendsNothing) {
     }
     const auto user = pin(0);
     const std::uint64_t before = commands();
-    repository_->writeCardObject(*channel_, *user);
+    application_->writeCardObject(*channel_, *user);
     EXPECT_EQ(commands(), before);
 }
 
@@ -191,18 +168,17 @@ private:
 
 TEST_P(PinsThroughThePlugin, TheRepositoryDispatchesToTheObjectAndRefusesForeignOnes) {
     const auto user = pin(0);
-    EXPECT_APP_ERROR(repository_->readCardObject(*channel_, *user), "read pin not supported");
-    EXPECT_APP_ERROR(repository_->deleteCardObject(*channel_, *user), "remove pin not supported");
+    EXPECT_APP_ERROR(application_->readCardObject(*channel_, *user), "read pin not supported");
+    EXPECT_APP_ERROR(application_->deleteCardObject(*channel_, *user), "remove pin not supported");
     HostObject foreign;
-    EXPECT_APP_ERROR(repository_->writeCardObject(*channel_, foreign),
+    EXPECT_APP_ERROR(application_->writeCardObject(*channel_, foreign),
                      "failed to cast to AbstractP15Object");
-    EXPECT_APP_ERROR(repository_->getSecretKeys(*channel_), "getSecretKeys not supported");
+    EXPECT_APP_ERROR(application_->getSecretKeys(*channel_), "getSecretKeys not supported");
 }
 
 TEST_P(PinsThroughThePlugin, TheFactoryChecksKindAndRulesFirst) {
     using namespace app::object;
-    const auto factory = boost::dynamic_pointer_cast<ICardObjectFactory>(application_);
-    ASSERT_TRUE(factory);
+    const auto& factory = factory_;
     const app::AccessControlRules none;
     EXPECT_APP_ERROR(factory->createPrivateKey(IPrivateKey::EcPrivateKey, none),
                      "unsupported key type");

@@ -1,6 +1,5 @@
 // AODF files of real cards, put on the virtual card and read back through
 // the application and the host card layer.
-#include "CardFixture.hpp"
 #include "SampleFile.hpp"
 
 #include "app/IAccessControlled.hpp"
@@ -11,50 +10,24 @@
 #include "app/pkcs15/fs/ODF.hpp"
 #include "app/pkcs15/object/P15Pin.hpp"
 
-#include <algorithm>
-#include <boost/make_shared.hpp>
 #include <gtest/gtest.h>
 
 namespace {
 
 using app::object::IPin;
 
-using hosttest::loadSample;
-
-class PinSamples : public hosttest::CardTest {
+class PinSamples : public hosttest::SampleCard {
 protected:
-    const mw::ByteBuffer aodfId{0x44, 0x08};
-
-    // Puts the sample in EF(AODF), 00 up to the file's end, and lists its PINs.
+    // Puts the sample in EF(AODF) and lists its PINs.
     std::vector<boost::shared_ptr<IPin>> pinsOf(const std::string& sample) {
-        verifyUserPin();
-        files()->select(*channel_, aodfId);
-        mw::ByteBuffer content(files()->size(*channel_));
-        const mw::ByteBuffer bytes = loadSample(sample);
-        std::copy(bytes.begin(), bytes.end(), content.begin());
-        files()->update(*channel_, 0, content);
-        application_ = boost::make_shared<app::pkcs15::P15Application>(
-            boost::shared_ptr<const card::ICard>(card_), "test", "");
+        put(0x4408, sample);
         std::vector<boost::shared_ptr<IPin>> pins;
         for (const auto& object : application_->getAuthObjects(*channel_)) {
             pins.push_back(boost::dynamic_pointer_cast<IPin>(object));
         }
         return pins;
     }
-    mw::ByteBuffer aodf() const {
-        files()->select(*channel_, aodfId);
-        return files()->read(*channel_, 0, 0);
-    }
-    // `content` with `from` replaced by `to` at its first place.
-    static mw::ByteBuffer replaced(const mw::ByteBuffer& content, const std::string& from,
-                                   const std::string& to) {
-        const auto at = std::search(content.begin(), content.end(), from.begin(), from.end());
-        mw::ByteBuffer result(content);
-        std::copy(to.begin(), to.end(), result.begin() + (at - content.begin()));
-        return result;
-    }
-
-    boost::shared_ptr<app::pkcs15::P15Application> application_;
+    mw::ByteBuffer aodf() const { return content(0x4408); }
 };
 
 TEST_P(PinSamples, AnAcosPinKeepsItsNonDerFlagsWhenItsLabelChanges) {

@@ -7,6 +7,7 @@
 #include "app/object/ICardObjectFactory.hpp"
 #include "app/object/ICardObjectRepository.hpp"
 #include "host/loader/PluginLoader.hpp"
+#include "vcard/VirtualCard.hpp"
 
 #include <gtest/gtest.h>
 #include <memory>
@@ -22,9 +23,13 @@ protected:
         if (IsSkipped()) {
             return;
         }
-        verifyUserPin();
+        if (startsVerified()) {
+            verifyUserPin();
+        }
         reopen();
     }
+
+    virtual bool startsVerified() const { return true; }
 
     // The application as a host gets it from the plugin, anew: nothing
     // cached from before.
@@ -38,6 +43,12 @@ protected:
         ASSERT_TRUE(application_ && factory_);
     }
 
+    std::uint64_t commands() const { return virtualCard_->instrumentation().counters().commands; }
+    template <class Operation> std::uint64_t commandsOf(Operation operation) const {
+        const std::uint64_t before = commands();
+        operation();
+        return commands() - before;
+    }
     mw::ByteBuffer fileContent(const mw::ByteBuffer& id) const {
         files()->select(*channel_, id);
         return files()->read(*channel_, 0, 0);

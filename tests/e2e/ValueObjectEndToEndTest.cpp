@@ -46,13 +46,6 @@ protected:
     const mw::ByteBuffer dodfId{0x44, 0x07};
     const mw::ByteBuffer tokenInfoId{0x50, 0x32};
 
-    std::uint64_t commands() const { return virtualCard_->instrumentation().counters().commands; }
-    template <class Operation> std::uint64_t commandsOf(Operation operation) const {
-        const std::uint64_t before = commands();
-        operation();
-        return commands() - before;
-    }
-
     static app::AccessControlRules userPinRules() {
         return {app::AccessControlRule(
             app::AccessControlRule::Read | app::AccessControlRule::Update,

@@ -1,7 +1,6 @@
 // CDF, DODF and TokenInfo files of real cards, put on the virtual card and
 // read back through the application and the host card layer.
 #include "AppError.hpp"
-#include "CardFixture.hpp"
 #include "SampleFile.hpp"
 
 #include "app/object/IApplicationInfo.hpp"
@@ -10,8 +9,6 @@
 #include "app/pkcs15/P15Application.hpp"
 #include "app/pkcs15/object/P15X509Certificate.hpp"
 
-#include <algorithm>
-#include <boost/make_shared.hpp>
 #include <boost/optional/optional_io.hpp>
 #include <functional>
 #include <gtest/gtest.h>
@@ -130,37 +127,14 @@ const Sample samples[] = {
      }},
 };
 
-class ValueObjectSamples : public hosttest::CardTest {
-protected:
-    // Puts `bytes` in the file, 00 up to the file's end, and returns what
-    // the file holds then.
-    mw::ByteBuffer put(std::uint16_t id, const mw::ByteBuffer& bytes) const {
-        const mw::ByteBuffer fileId{static_cast<unsigned char>(id >> 8),
-                                    static_cast<unsigned char>(id)};
-        files()->select(*channel_, fileId);
-        mw::ByteBuffer content(files()->size(*channel_));
-        std::copy(bytes.begin(), bytes.end(), content.begin());
-        files()->update(*channel_, 0, content);
-        return content;
-    }
-    mw::ByteBuffer content(std::uint16_t id) const {
-        files()->select(*channel_, mw::ByteBuffer{static_cast<unsigned char>(id >> 8),
-                                                  static_cast<unsigned char>(id)});
-        return files()->read(*channel_, 0, 0);
-    }
-    boost::shared_ptr<Application> freshApplication() const {
-        return boost::make_shared<Application>(boost::shared_ptr<const card::ICard>(card_), "test",
-                                               "");
-    }
-};
+class ValueObjectSamples : public hosttest::SampleCard {};
 
 // What the application does not change stays in the file byte for byte.
 TEST_P(ValueObjectSamples, LoadWithTheAttributesTheirCardsGaveThem) {
-    verifyUserPin();
     for (const Sample& sample : samples) {
         SCOPED_TRACE(sample.file);
-        const mw::ByteBuffer before = put(sample.fileId, hosttest::loadSample(sample.file));
-        sample.expect(*freshApplication(), *channel_);
+        const mw::ByteBuffer before = put(sample.fileId, sample.file);
+        sample.expect(*application_, *channel_);
         EXPECT_EQ(content(sample.fileId), before);
     }
 }
@@ -168,12 +142,11 @@ TEST_P(ValueObjectSamples, LoadWithTheAttributesTheirCardsGaveThem) {
 // The last component of the sample runs one byte past the end its
 // SEQUENCE declares.
 TEST_P(ValueObjectSamples, ATruncatedTokenInfoIsRefusedWithTheCodecsReason) {
-    verifyUserPin();
     mw::ByteBuffer truncated = hosttest::loadSample("sc-hsm-jpm_tokeninfo.hex");
     truncated.data()[1] = static_cast<unsigned char>(truncated.get(1) - 1);
     put(0x5032, truncated);
     try {
-        freshApplication()->getApplicationInfo(*channel_);
+        application_->getApplicationInfo(*channel_);
         ADD_FAILURE() << "a truncated TokenInfo was taken";
     } catch (const app::InvalidDataException& e) {
         const char* const* text = boost::get_error_info<app::ErrorText>(e);

@@ -101,15 +101,6 @@ TEST(Exceptions, DiagnosticTextShowsSiteCommandAndStatusText) {
     }
 }
 
-TEST(Exceptions, DiagnosticTextWithoutThrowSite) {
-    // Boost 1.74 renders a missing throw site as "Throw location unknown".
-    const std::string text = boost::diagnostic_information(
-        card::CardException() << card::ErrorText("no site") << card::ErrorData(42));
-    contains(text, "Throw location unknown");
-    contains(text, "no site");
-    contains(text, "42");
-}
-
 TEST(Exceptions, FoundationTextNamesTheSite) {
     const mw::IllegalArgumentException e("a/b.hpp", "void f()", 12, "bad");
     EXPECT_STREQ(e.what(), "Error in: a/b.hpp (12) void f(), Description: bad");

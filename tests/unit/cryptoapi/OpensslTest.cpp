@@ -2,7 +2,6 @@
 #include "OpensslFolder.hpp"
 #include "TestKey.hpp"
 
-#include "cryptoapi/Cipher.hpp"
 #include "cryptoapi/Signature.hpp"
 
 #include <cryptopp/files.h>
@@ -52,20 +51,6 @@ TEST_F(Openssl, SignsWhatTheProviderVerifies) {
         verifier->update(message.data(), message.size());
         EXPECT_TRUE(verifier->verify(signature.data(), signature.size())) << digest;
     }
-}
-
-TEST_F(Openssl, DeciphersWhatTheProviderEnciphers) {
-    const Bytes plain = bytesOf("a session key, say");
-    const mw::AutoPtr<cryptoapi::Cipher> cipher(
-        cryptoapi::Cipher::getInstance("1.2.840.113549.1.1.1"));
-    cipher->init(cryptoapi::Cipher::ENCRYPT_MODE, *publicTestKey());
-    std::size_t length = 0;
-    const mw::AutoPtr<unsigned char, mw::ArrayDeallocator> cipherText(
-        cipher->doFinal(length, plain.data(), plain.size()));
-    folder_->write("cipher", Bytes(cipherText.get(), cipherText.get() + length));
-
-    ASSERT_TRUE(folder_->run("pkeyutl -decrypt -inkey key.der -keyform DER -in cipher -out plain"));
-    EXPECT_EQ(folder_->read("plain"), plain);
 }
 
 } // namespace
