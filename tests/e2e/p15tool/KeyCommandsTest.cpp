@@ -9,19 +9,8 @@
 namespace p15tool::test {
 namespace {
 
-class KeyCommands : public ::testing::Test {
+class KeyCommands : public InitialisedCard {
 protected:
-    void SetUp() override {
-        ASSERT_EQ(
-            tool({"init", "--pin-env", "USER_PIN", "--puk-env", "PUK", "--so-pin-env", "SO_PIN"})
-                .exitCode,
-            0);
-    }
-
-    ToolResult tool(std::vector<std::string> arguments) const {
-        arguments.insert(arguments.begin(), {"--card", image});
-        return runTool(arguments, environment);
-    }
     ToolResult import(const std::string& file, std::vector<std::string> extra = {}) const {
         std::vector<std::string> arguments{"--json", "key",       "import",
                                            file,     "--pin-env", "USER_PIN"};
@@ -33,19 +22,6 @@ protected:
         EXPECT_EQ(result.exitCode, 0) << result.err;
         return result.json();
     }
-    // Runs an openssl command line in the test's directory; its output.
-    std::string openssl(const std::string& arguments) const {
-        const std::string out = directory.file("openssl.out");
-        const std::string command =
-            "cd " + directory.path() + " && openssl " + arguments + " > " + out + " 2>&1";
-        EXPECT_EQ(std::system(command.c_str()), 0) << command << "\n" << readFile(out);
-        return readFile(out);
-    }
-
-    TemporaryDirectory directory;
-    const std::string image = directory.file("card.json");
-    const Environment environment{
-        {"USER_PIN", "2468"}, {"PUK", "13572468"}, {"SO_PIN", "97531"}, {"WRONG", "0000"}};
 };
 
 // Both key file forms end up as the same key pair: the public key read back

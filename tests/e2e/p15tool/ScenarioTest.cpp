@@ -12,36 +12,7 @@
 namespace p15tool::test {
 namespace {
 
-class Scenario : public ::testing::Test {
-protected:
-    void SetUp() override {
-        ASSERT_EQ(
-            tool({"init", "--pin-env", "USER_PIN", "--puk-env", "PUK", "--so-pin-env", "SO_PIN"})
-                .exitCode,
-            0);
-    }
-
-    ToolResult tool(std::vector<std::string> arguments) const {
-        arguments.insert(arguments.begin(), {"--card", image});
-        return runTool(arguments, environment);
-    }
-    // An openssl command line in the test's folder; its output, or a
-    // failure when it exits non-zero.
-    std::string openssl(const std::string& arguments) const {
-        const std::string command =
-            "cd " + directory.path() + " && openssl " + arguments + " > openssl.out 2>&1";
-        const int status = std::system(command.c_str());
-        const std::string out = readFile(directory.file("openssl.out"));
-        EXPECT_EQ(status, 0) << command << "\n" << out;
-        return out;
-    }
-    std::string file(const std::string& name) const { return directory.file(name); }
-
-    TemporaryDirectory directory;
-    const std::string image = directory.file("card.json");
-    const Environment environment{
-        {"USER_PIN", "2468"}, {"PUK", "13572468"}, {"SO_PIN", "97531"}, {"WRONG", "0000"}};
-};
+using Scenario = InitialisedCard;
 
 TEST_F(Scenario, AKeyMadeOnTheCardEnrolsSignsAndDeciphers) {
     const ToolResult generated = tool(

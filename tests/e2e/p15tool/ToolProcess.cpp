@@ -77,4 +77,24 @@ void writeFile(const std::string& path, const std::string& content) {
     std::ofstream(path, std::ios::binary) << content;
 }
 
+void InitialisedCard::SetUp() {
+    const ToolResult init =
+        tool({"init", "--pin-env", "USER_PIN", "--puk-env", "PUK", "--so-pin-env", "SO_PIN"});
+    ASSERT_EQ(init.exitCode, 0) << init.err;
+}
+
+ToolResult InitialisedCard::tool(std::vector<std::string> arguments) const {
+    arguments.insert(arguments.begin(), {"--card", image});
+    return runTool(arguments, environment);
+}
+
+std::string InitialisedCard::openssl(const std::string& arguments) const {
+    const std::string command =
+        "cd " + directory.path() + " && openssl " + arguments + " > openssl.out 2>&1";
+    const int status = std::system(command.c_str());
+    const std::string out = readFile(directory.file("openssl.out"));
+    EXPECT_EQ(status, 0) << command << "\n" << out;
+    return out;
+}
+
 } // namespace p15tool::test

@@ -1,6 +1,7 @@
 #ifndef TESTS_E2E_P15TOOL_TOOLPROCESS_HPP
 #define TESTS_E2E_P15TOOL_TOOLPROCESS_HPP
 
+#include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
 #include <string>
@@ -36,6 +37,24 @@ private:
 
 std::string readFile(const std::string& path);
 void writeFile(const std::string& path, const std::string& content);
+
+// A test on a freshly initialised card image in a folder of its own, with
+// the PINs in the environment and the openssl command line at hand.
+class InitialisedCard : public ::testing::Test {
+protected:
+    void SetUp() override;
+    // p15tool on this test's card image.
+    ToolResult tool(std::vector<std::string> arguments) const;
+    // An openssl command line in the test's folder; its output, or a failure
+    // when it exits non-zero.
+    std::string openssl(const std::string& arguments) const;
+    std::string file(const std::string& name) const { return directory.file(name); }
+
+    TemporaryDirectory directory;
+    const std::string image = directory.file("card.json");
+    const Environment environment{
+        {"USER_PIN", "2468"}, {"PUK", "13572468"}, {"SO_PIN", "97531"}, {"WRONG", "0000"}};
+};
 
 } // namespace p15tool::test
 
