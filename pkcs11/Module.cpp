@@ -1,14 +1,13 @@
 #include "pkcs11/Module.hpp"
 
+#include "host/loader/Paths.hpp"
 #include "host/loader/PluginLoader.hpp"
 #include "host/pcsc/PcscContext.hpp"
 #include "pkcs11/Errors.hpp"
 
 #include <algorithm>
-#include <climits>
 #include <cstdlib>
 #include <dlfcn.h>
-#include <sys/stat.h>
 
 namespace pkcs11 {
 
@@ -16,20 +15,9 @@ namespace {
 
 std::unique_ptr<Module> instance;
 
-std::string directoryOf(const std::string& path) {
-    const auto slash = path.rfind('/');
-    return slash == std::string::npos ? "." : path.substr(0, slash);
-}
-
-std::string realPath(const std::string& path) {
-    char resolved[PATH_MAX];
-    return ::realpath(path.c_str(), resolved) ? resolved : path;
-}
-
-bool fileExists(const std::string& path) {
-    struct stat status;
-    return ::stat(path.c_str(), &status) == 0;
-}
+using host::paths::directoryOf;
+using host::paths::fileExists;
+using host::paths::realPath;
 
 // The plugin built beside the module in the build tree; installed, the one
 // installed with it, found relative to the module's own directory.
@@ -43,15 +31,6 @@ std::string pluginPath() {
         return P15KIT_PKCS11_BUILD_PLUGIN;
     }
     return directory + "/" + P15KIT_PKCS11_PLUGIN_FROM_MODULE;
-}
-
-std::string defaultCardImage() {
-    const char* dataHome = std::getenv("XDG_DATA_HOME");
-    if (dataHome && *dataHome) {
-        return std::string(dataHome) + "/p15kit/card.json";
-    }
-    const char* home = std::getenv("HOME");
-    return home && *home ? std::string(home) + "/.local/share/p15kit/card.json" : std::string();
 }
 
 // The virtual card images of P15KIT_PKCS11_CARD (separated by ':'); without
@@ -69,7 +48,7 @@ std::vector<std::string> cardImages() {
         }
         return images;
     }
-    const std::string image = defaultCardImage();
+    const std::string image = host::paths::userCardImage();
     if (!image.empty() && fileExists(image)) {
         images.push_back(image);
     }

@@ -3,8 +3,6 @@
 #include "tools/p15tool/ToolError.hpp"
 
 #include <cerrno>
-#include <climits>
-#include <cstdlib>
 #include <cstring>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -13,15 +11,8 @@ namespace p15tool {
 
 namespace {
 
-std::string directoryOf(const std::string& path) {
-    const auto slash = path.rfind('/');
-    return slash == std::string::npos ? "." : path.substr(0, slash);
-}
-
-std::string realPath(const std::string& path) {
-    char resolved[PATH_MAX];
-    return ::realpath(path.c_str(), resolved) ? resolved : path;
-}
+using host::paths::directoryOf;
+using host::paths::realPath;
 
 std::string executableDirectory() {
     return directoryOf(realPath("/proc/self/exe"));
@@ -30,16 +21,12 @@ std::string executableDirectory() {
 } // namespace
 
 std::string defaultCardImage() {
-    const char* dataHome = std::getenv("XDG_DATA_HOME");
-    if (dataHome && *dataHome) {
-        return std::string(dataHome) + "/p15kit/card.json";
-    }
-    const char* home = std::getenv("HOME");
-    if (!home || !*home) {
+    const std::string image = host::paths::userCardImage();
+    if (image.empty()) {
         throw ToolError(ExitCode::usage,
                         "no home directory for the default card image; name one with --card IMAGE");
     }
-    return std::string(home) + "/.local/share/p15kit/card.json";
+    return image;
 }
 
 std::string pluginPath() {
@@ -48,11 +35,6 @@ std::string pluginPath() {
         return P15TOOL_BUILD_PLUGIN;
     }
     return directory + "/" + P15TOOL_PLUGIN_FROM_BINDIR;
-}
-
-bool fileExists(const std::string& path) {
-    struct stat status;
-    return ::stat(path.c_str(), &status) == 0;
 }
 
 void createParentDirectories(const std::string& path) {

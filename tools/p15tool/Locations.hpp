@@ -1,9 +1,13 @@
 #ifndef TOOLS_P15TOOL_LOCATIONS_HPP
 #define TOOLS_P15TOOL_LOCATIONS_HPP
 
+#include "host/loader/Paths.hpp"
+
 #include <string>
 
 namespace p15tool {
+
+using host::paths::fileExists;
 
 // The user's own virtual card: $XDG_DATA_HOME/p15kit/card.json, or
 // ~/.local/share/p15kit/card.json without XDG_DATA_HOME.
@@ -14,7 +18,6 @@ std::string defaultCardImage();
 // installed tool so that a staged (DESTDIR) installation works too.
 std::string pluginPath();
 
-bool fileExists(const std::string& path);
 // Creates the directory holding `path` and its parents, readable by the
 // user only.
 void createParentDirectories(const std::string& path);
