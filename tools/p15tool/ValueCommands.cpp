@@ -11,6 +11,7 @@
 #include "tools/p15tool/Keys.hpp"
 #include "tools/p15tool/Login.hpp"
 #include "tools/p15tool/Output.hpp"
+#include "tools/p15tool/Progress.hpp"
 #include "tools/p15tool/Session.hpp"
 #include "tools/p15tool/Streams.hpp"
 #include "tools/p15tool/Values.hpp"
@@ -26,6 +27,15 @@ namespace {
 
 using app::object::ICertificate;
 using app::object::IDataObject;
+
+// Writes an object with its value file; a large value over a reader takes
+// a while, so a terminal is told.
+void writeWithValue(const Session& session, const app::object::ICardObject& object,
+                    std::size_t valueSize) {
+    Progress progress("Writing " + std::to_string(valueSize) + " bytes to " + session.cardName());
+    session.repository().writeCardObject(session.channel(), object);
+    progress.done();
+}
 
 // A value file holds at most this much.
 constexpr std::size_t maxValueSize = 65535;
@@ -69,7 +79,7 @@ void writeCertificate(const GlobalOptions& global, const ValueOptions& options) 
     certificate->setFlags(modifiableFlag);
     certificate->setCertificateId(id);
     certificate->setValue(value);
-    session.repository().writeCardObject(session.channel(), *certificate);
+    writeWithValue(session, *certificate, value.size());
     printResult(std::cout, Json{{"written", certificateJson(*certificate, {})}}, global.json);
 }
 
@@ -140,7 +150,7 @@ void writeData(const GlobalOptions& global, const ValueOptions& options) {
         object->setApplicationName(*options.applicationName);
     }
     object->setValue(value);
-    session.repository().writeCardObject(session.channel(), *object);
+    writeWithValue(session, *object, value.size());
     Json written = dataObjectJson(*object, {});
     written["size"] = value.size();
     printResult(std::cout, Json{{"written", written}}, global.json);

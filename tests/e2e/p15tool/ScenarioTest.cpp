@@ -40,7 +40,9 @@ TEST_F(Scenario, AKeyMadeOnTheCardEnrolsSignsAndDeciphers) {
     const mw::ByteBuffer modulusBytes = mw::fromHex(modulus.substr(modulus.find('=') + 1));
     mw::ByteBuffer sha1(CryptoPP::SHA1::DIGESTSIZE);
     CryptoPP::SHA1().CalculateDigest(sha1.data(), modulusBytes.data(), modulusBytes.size());
-    ASSERT_EQ(tool({"cert", "write", file("cert.pem"), "--pin-env", "USER_PIN"}).exitCode, 0);
+    const ToolResult written = tool({"cert", "write", file("cert.pem"), "--pin-env", "USER_PIN"});
+    ASSERT_EQ(written.exitCode, 0) << written.err;
+    EXPECT_EQ(generated.err + written.err, "") << "progress stays off a pipe";
     const nlohmann::json objects = tool({"--json", "list"}).json();
     EXPECT_EQ(objects["privateKeys"].at(0)["id"], mw::toHex(sha1));
     EXPECT_EQ(objects["certificates"].at(0)["id"], mw::toHex(sha1));
