@@ -14,6 +14,7 @@
 #include "pkcs11/Object.hpp"
 
 #include <cstring>
+#include <string.h>
 
 namespace pkcs11 {
 
@@ -106,7 +107,12 @@ Operation::Operation(Kind kind, const CK_MECHANISM& mechanism, Object& key)
     }
 }
 
-Operation::~Operation() = default;
+// A result waiting for the caller's buffer may be a deciphered secret.
+Operation::~Operation() {
+    if (pending) {
+        explicit_bzero(pending->data(), pending->size());
+    }
+}
 Operation::Operation(Operation&&) noexcept = default;
 Operation& Operation::operator=(Operation&&) noexcept = default;
 
