@@ -1,45 +1,19 @@
-// Directory entries decoded per second.
+// Decode and encode throughput per entry kind, on the directory files of real
+// cards in the project's test data: each file walked entry by entry up to its
+// padding (decode), and its decoded entries written back (encode).
 #include "app/pkcs15/oss/Codec.hpp"
 
 #include <benchmark/benchmark.h>
 
 #include <fstream>
 #include <string>
+#include <vector>
 
 namespace oss = app::pkcs15::oss;
 
 namespace {
 
-// An RSA key entry of a national eID card (label, flags, authId, usage,
-// access flags, key reference, key path, modulus length).
-const oss::Bytes kPrKdfEntry = {
-    0x30, 0x3A, 0x30, 0x17, 0x0C, 0x0E, 0x41, 0x75, 0x74, 0x68, 0x65, 0x6E, 0x74, 0x69, 0x63,
-    0x61, 0x74, 0x69, 0x6F, 0x6E, 0x03, 0x02, 0x06, 0xC0, 0x04, 0x01, 0x01, 0x30, 0x0F, 0x04,
-    0x01, 0x02, 0x03, 0x02, 0x05, 0x20, 0x03, 0x02, 0x03, 0xB8, 0x02, 0x02, 0x00, 0x82, 0xA1,
-    0x0E, 0x30, 0x0C, 0x30, 0x06, 0x04, 0x04, 0x3F, 0x00, 0xDF, 0x00, 0x02, 0x02, 0x04, 0x00};
-
-// privateKeys [0] with the path of EF(PrKDF).
-const oss::Bytes kOdfEntry = {0xA0, 0x0A, 0x30, 0x08, 0x04, 0x06,
-                              0x3F, 0x00, 0xDF, 0x00, 0x50, 0x35};
-
-template <class T> void decodeEntries(benchmark::State& state, const oss::Bytes& entry) {
-    for (auto _ : state) {
-        T value;
-        benchmark::DoNotOptimize(oss::decode(entry.data(), entry.size(), value));
-        benchmark::DoNotOptimize(value);
-    }
-    state.counters["entries"] =
-        benchmark::Counter(static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
-}
-
-void prkdfEntry(benchmark::State& state) {
-    decodeEntries<oss::PrivateKeyType>(state, kPrKdfEntry);
-}
-void odfEntry(benchmark::State& state) {
-    decodeEntries<oss::PKCS15Objects>(state, kOdfEntry);
-}
-
-// The hex bytes of a sample directory file of the project's test data.
+// The hex bytes of a sample file of the project's test data.
 oss::Bytes loadSample(const std::string& name) {
     std::ifstream file(std::string(P15_SAMPLES_DIR) + "/" + name);
     std::string line;
@@ -56,28 +30,76 @@ oss::Bytes loadSample(const std::string& name) {
     return bytes;
 }
 
-// A whole EF(CDF) of three certificates, walked entry by entry up to its padding.
-void cdfFile(benchmark::State& state) {
-    const oss::Bytes file = loadSample("es-dnie-especimen_cdf.hex");
-    if (file.empty()) {
-        state.SkipWithError("sample es-dnie-especimen_cdf.hex not found");
+// The entries of a file up to its first 00 or FF padding byte.
+template <class T> std::vector<T> decodeAll(const oss::Bytes& file, std::size_t& used) {
+    std::vector<T> entries;
+    used = 0;
+    while (used < file.size() && file[used] != 0x00 && file[used] != 0xFF) {
+        entries.emplace_back();
+        used += oss::decode(file.data() + used, file.size() - used, entries.back());
+    }
+    return entries;
+}
+
+void reportRates(benchmark::State& state, std::size_t entries, std::size_t bytes) {
+    const auto iterations = static_cast<double>(state.iterations());
+    state.counters["entries"] =
+        benchmark::Counter(iterations * static_cast<double>(entries), benchmark::Counter::kIsRate);
+    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * bytes));
+}
+
+template <class T> void decodeFile(benchmark::State& state, const char* sample) {
+    const oss::Bytes file = loadSample(sample);
+    std::size_t used = 0;
+    const std::size_t entries = file.empty() ? 0 : decodeAll<T>(file, used).size();
+    if (entries == 0) {
+        state.SkipWithError((std::string("no entries in sample ") + sample).c_str());
         return;
     }
     for (auto _ : state) {
-        std::size_t position = 0;
-        while (position < file.size() && file[position] != 0x00) {
-            oss::CertificateType value;
-            position += oss::decode(file.data() + position, file.size() - position, value);
-        }
-        benchmark::DoNotOptimize(position);
+        benchmark::DoNotOptimize(decodeAll<T>(file, used));
     }
-    state.counters["files"] =
-        benchmark::Counter(static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
+    reportRates(state, entries, used);
 }
+
+template <class T> void encodeFile(benchmark::State& state, const char* sample) {
+    const oss::Bytes file = loadSample(sample);
+    std::size_t used = 0;
+    const std::vector<T> entries = decodeAll<T>(file, used);
+    if (entries.empty()) {
+        state.SkipWithError((std::string("no entries in sample ") + sample).c_str());
+        return;
+    }
+    std::size_t bytes = 0;
+    for (auto _ : state) {
+        bytes = 0;
+        for (const T& entry : entries) {
+            const oss::Bytes encoding = oss::encode(entry);
+            bytes += encoding.size();
+            benchmark::DoNotOptimize(encoding.data());
+        }
+    }
+    reportRates(state, entries.size(), bytes);
+}
+
+// One decode and one encode benchmark per kind, named "decode/<kind>" and
+// "encode/<kind>".
+template <class T> void registerKind(const std::string& kind, const char* sample) {
+    benchmark::RegisterBenchmark(("decode/" + kind).c_str(), decodeFile<T>, sample);
+    benchmark::RegisterBenchmark(("encode/" + kind).c_str(), encodeFile<T>, sample);
+}
+
+const bool registered = [] {
+    registerKind<oss::PKCS15Objects>("ODF", "es-accv-gyd-smartcafe_odf.hex");
+    registerKind<oss::PrivateKeyType>("PrKDF", "es-dnie-especimen_prkdf.hex");
+    registerKind<oss::PublicKeyType>("PuKDF", "uy-eid-gemalto_pukdf.hex");
+    registerKind<oss::CertificateType>("CDF", "es-dnie-especimen_cdf.hex");
+    registerKind<oss::DataType>("DODF", "uy-eid-gemalto_dodf.hex");
+    registerKind<oss::AuthenticationType>("AODF", "uy-eid-gemalto_aodf.hex");
+    registerKind<oss::TokenInfo>("TokenInfo", "sc-hsm-jpm_tokeninfo.hex");
+    return true;
+}();
 
 } // namespace
 
-BENCHMARK(prkdfEntry);
-BENCHMARK(odfEntry);
-BENCHMARK(cdfFile);
 BENCHMARK_MAIN();
