@@ -1,19 +1,19 @@
 #ifndef BENCH_SCALECARD_HPP
 #define BENCH_SCALECARD_HPP
 
-// Cold listings of cards holding 1 to 500 objects: what they cost at the
-// card, the plugin's CPU time (the card's own time taken out) and the peak
-// of heap memory while listing. Included by one program only: it replaces
-// the global operator new and delete to follow the heap.
+// Cold listings of cards holding 1 object up to as many as the directory
+// files hold: what they cost at the card, the plugin's CPU time (the card's
+// own taken out) and the peak of heap memory while listing. Included by one program only: it
+// replaces the global operator new and delete to follow the heap.
 #include "BenchCard.hpp"
 
 #include "app/pkcs15/oss/Codec.hpp"
+#include "vcard/CardLimits.hpp"
 #include "vcard/Personalise.hpp"
 
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
-#include <ctime>
 #include <malloc.h>
 #include <new>
 
@@ -54,6 +54,7 @@ namespace oss = app::pkcs15::oss;
 struct ScalePoint {
     std::size_t objects = 0;
     std::size_t directoryBytes = 0; // entries in all directory files
+    std::size_t largestFile = 0;    // size of the largest directory file
     Cost cost;
     double pluginCpuMs = 0;
     std::size_t peakHeapBytes = 0; // above what was in use before the listing
@@ -112,9 +113,11 @@ inline std::pair<std::uint16_t, oss::Bytes> entry(std::size_t n) {
     }
 }
 
+constexpr std::size_t padding = 256;
+
 // The personalised card with `objects` entries in its directory files, each
-// file grown to hold them and 256 bytes of padding (up to 7FFF bytes).
-inline vcard::CardState cardWith(std::size_t objects, std::size_t& directoryBytes) {
+// file grown to hold them and 256 bytes of padding (up to FFFF bytes).
+inline vcard::CardState cardWith(std::size_t objects, ScalePoint& point) {
     vcard::CardState state = vcard::personalise();
     vcard::CardFile& application = *state.files.mf().child(0x5015);
     std::map<std::uint16_t, vcard::Bytes> contents;
@@ -123,25 +126,30 @@ inline vcard::CardState cardWith(std::size_t objects, std::size_t& directoryByte
         vcard::Bytes& content = contents[fid];
         content.insert(content.end(), encoding.begin(), encoding.end());
     }
-    directoryBytes = 0;
     for (auto& [fid, content] : contents) {
-        directoryBytes += content.size();
+        point.directoryBytes += content.size();
         vcard::CardFile& file = *application.child(fid);
-        const std::size_t size =
-            std::min<std::size_t>(0x7FFF, std::max(file.content.size(), content.size() + 256));
-        if (content.size() >= size) {
-            throw std::runtime_error("directory file beyond 7FFF bytes");
+        const std::size_t size = std::max(file.content.size(), content.size() + padding);
+        if (size > vcard::limits::maxEfSize) {
+            throw std::runtime_error("directory file beyond FFFF bytes");
         }
+        point.largestFile = std::max(point.largestFile, size);
         content.resize(size, 0x00);
         file.content = content;
     }
     return state;
 }
 
-inline double processCpuMs() {
-    timespec now{};
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
-    return static_cast<double>(now.tv_sec) * 1e3 + static_cast<double>(now.tv_nsec) / 1e6;
+// The most objects whose directory files, padding included, stay within FFFF
+// bytes each.
+inline std::size_t objectsFillingDirectories() {
+    std::map<std::uint16_t, std::size_t> sizes;
+    for (std::size_t n = 0;; ++n) {
+        const auto [fid, encoding] = entry(n);
+        if ((sizes[fid] += encoding.size()) + padding > vcard::limits::maxEfSize) {
+            return n;
+        }
+    }
 }
 
 inline void listAll(const BenchCard& card) {
@@ -158,16 +166,14 @@ inline ScalePoint measureColdListing(std::size_t objects) {
     constexpr int rounds = 5;
     ScalePoint point;
     point.objects = objects;
-    BenchCard card(cardWith(objects, point.directoryBytes));
+    BenchCard card(cardWith(objects, point));
     for (int round = 0; round < rounds; ++round) {
         card.open();
         const std::size_t heapBefore = heapNow;
         heapPeak = heapBefore;
-        const double cpuBefore = processCpuMs();
         const Cost cost = card.measure([&] { listAll(card); });
-        const double pluginCpuMs = processCpuMs() - cpuBefore - cost.cardMs;
-        if (round == 0 || pluginCpuMs < point.pluginCpuMs) {
-            point.pluginCpuMs = pluginCpuMs;
+        if (round == 0 || cost.pluginCpuMs() < point.pluginCpuMs) {
+            point.pluginCpuMs = cost.pluginCpuMs();
         }
         point.cost = cost;
         point.peakHeapBytes = std::max(point.peakHeapBytes, heapPeak - heapBefore);
