@@ -116,35 +116,39 @@ void addKeyCommands(CLI::App& program, const GlobalOptions& global) {
     group->require_subcommand(1);
     auto options = std::make_shared<KeyOptions>();
 
-    CLI::App* import = group->add_subcommand(
+    CLI::App* importCommand = group->add_subcommand(
         "import", "put an RSA private key (PKCS#8 or PKCS#1, DER or PEM) and its public key "
                   "on the card");
-    import->add_option("FILE", options->file, "the private key file")->required();
-    import->add_option("--label", options->choice.label, "the key's label")->type_name("L");
-    import
+    importCommand->add_option("FILE", options->file, "the private key file")->required();
+    importCommand->add_option("--label", options->choice.label, "the key's label")->type_name("L");
+    importCommand
         ->add_option("--id", options->choice.id,
                      "the key's identifier (default: SHA-1 of "
                      "the modulus)")
         ->type_name("HEX");
-    addPinOptions(*import, options->pin);
-    import->callback([&global, options] { importKey(global, *options);
-});
+    addPinOptions(*importCommand, options->pin);
+    importCommand->callback([&global, options] { importKey(global, *options); });
 
-CLI::App* exportCommand =
-    group->add_subcommand("export", "the public key, as SubjectPublicKeyInfo (PEM or DER) "
-                                    "or an OpenSSH line");
-addKeyChoice(*exportCommand, options->choice);
-exportCommand->add_option("--format", options->format, "pem (default), der or ssh")
-    ->check(CLI::IsMember({"pem", "der", "ssh"}));
-exportCommand->add_option("--out", options->out, "write to FILE instead of stdout")
-    ->type_name("FILE");
-exportCommand->callback([&global, options] { exportKey(global, *options); });
+    CLI::App* exportCommand =
+        group->add_subcommand("export", "the public key, as SubjectPublicKeyInfo (PEM or DER) "
+                                        "or an OpenSSH line");
+    addKeyChoice(*exportCommand, options->choice);
+    CLI::Option* format =
+        exportCommand->add_option("--format", options->format, "pem (default), der or ssh")
+            ->check(CLI::IsMember({"pem", "der", "ssh"}));
+    exportCommand
+        ->add_flag_callback(
+            "--ssh", [options] { options->format = "ssh"; }, "short for --format ssh")
+        ->excludes(format);
+    exportCommand->add_option("--out", options->out, "write to FILE instead of stdout")
+        ->type_name("FILE");
+    exportCommand->callback([&global, options] { exportKey(global, *options); });
 
-CLI::App* deleteCommand =
-    group->add_subcommand("delete", "remove a key pair (private and public key)");
-addKeyChoice(*deleteCommand, options->choice);
-addPinOptions(*deleteCommand, options->pin);
-deleteCommand->callback([&global, options] { deleteKey(global, *options); });
-} // namespace p15tool
+    CLI::App* deleteCommand =
+        group->add_subcommand("delete", "remove a key pair (private and public key)");
+    addKeyChoice(*deleteCommand, options->choice);
+    addPinOptions(*deleteCommand, options->pin);
+    deleteCommand->callback([&global, options] { deleteKey(global, *options); });
+}
 
 } // namespace p15tool

@@ -36,7 +36,7 @@ Failure describeCardError(const std::exception& error, const boost::exception& i
             return {ExitCode::pin, message + pinAdvice(*sw, secret)};
         }
     }
-    return {ExitCode::card, message};
+    return {ExitCode::card, message + "; P15_TRACE=stderr shows which operation failed"};
 }
 
 } // namespace

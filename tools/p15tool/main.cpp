@@ -29,6 +29,17 @@ void addGlobalOptions(CLI::App& program, p15tool::GlobalOptions& options) {
     program.add_flag("--json", options.json, "print results as JSON");
 }
 
+// "p15tool key export": the program and the subcommands parsed so far, for
+// the one-line hint of a usage error.
+std::string commandPath(const CLI::App& program) {
+    std::string path = program.get_name();
+    for (const CLI::App* command = &program; !command->get_subcommands().empty();) {
+        command = command->get_subcommands().front();
+        path += " " + command->get_name();
+    }
+    return path;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -50,7 +61,7 @@ int main(int argc, char** argv) {
     } catch (const CLI::Success& done) {
         return program.exit(done);
     } catch (const CLI::ParseError& error) {
-        program.exit(error);
+        std::cerr << "p15tool: " << error.what() << "; see " << commandPath(program) << " --help\n";
         return static_cast<int>(p15tool::ExitCode::usage);
     } catch (const std::exception& error) {
         const p15tool::Failure failure = p15tool::describeFailure(error);

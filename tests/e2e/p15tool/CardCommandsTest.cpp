@@ -113,27 +113,52 @@ TEST_F(CardCommands, TheDefaultCardIsCreatedOnFirstUseAndNamed) {
     EXPECT_NE(second.out.find("image  " + image), std::string::npos) << second.out;
 }
 
+// Makes the EF(ODF) of `image` unreadable: the card refuses to read it.
+void makeOdfUnreadable(const std::string& image) {
+    nlohmann::json card = nlohmann::json::parse(readFile(image));
+    for (auto& df : card["mf"]["children"]) {
+        if (df["fid"] != "5015") {
+            continue;
+        }
+        for (auto& ef : df["children"]) {
+            if (ef["fid"] == "5031") {
+                ef["security"] = "A0029700" + ef["security"].get<std::string>().substr(8);
+            }
+        }
+    }
+    writeFile(image, card.dump());
+}
+
 TEST_F(CardCommands, FailuresHaveTheirExitCodesAndOneLine) {
     const std::string corrupt = directory.file("corrupt.json");
     writeFile(corrupt, "{\"version\": 1, \"files\": [");
+    const std::string refusing = directory.file("refusing.json");
+    ASSERT_EQ(init(refusing).exitCode, 0);
+    makeOdfUnreadable(refusing);
     const struct {
         std::vector<std::string> arguments;
         int exitCode;
         const char* says;
     } cases[] = {
+        {{"--card", refusing, "list"}, 3, "Read Binary: 6982"},
+        {{"readers"}, 3, "pcscd"},
         {{"--card", directory.file("none.json"), "info"}, 5, "p15tool --card"},
         {{"--card", corrupt, "info"}, 1, corrupt.c_str()},
         {{"--conf", directory.file("none.conf"), "info"}, 5, "check --conf"},
         {{"--card", corrupt, "--reader", "x", "info"}, 2, "excludes"},
         {{"--reader", "x", "init"}, 2, "leave out --reader"},
-        {{"info", "--bogus"}, 2, "bogus"},
+        {{"info", "--bogus"}, 2, "bogus; see p15tool info --help"},
         {{}, 2, "subcommand"},
     };
+    Environment environment = home();
+    environment.emplace_back("PCSCLITE_CSOCK_NAME", directory.file("no-pcscd")); // pcscd is away
     for (const auto& each : cases) {
         SCOPED_TRACE(each.says);
-        const ToolResult result = runTool(each.arguments, home());
+        const ToolResult result = runTool(each.arguments, environment);
         EXPECT_EQ(result.exitCode, each.exitCode);
         EXPECT_NE(result.err.find(each.says), std::string::npos) << result.err;
+        EXPECT_EQ(result.err.rfind("p15tool: ", 0), 0u) << result.err;
+        EXPECT_EQ(result.err.find('\n'), result.err.size() - 1) << "one line: " << result.err;
     }
     EXPECT_EQ(readFile(corrupt), "{\"version\": 1, \"files\": [");
 }

@@ -63,10 +63,11 @@ TEST_F(KeyCommands, AnImportedKeyExportsAsTheFilesPublicKey) {
                            directory.file("expected.ssh"))
                               .c_str()),
               0);
-    const ToolResult ssh = tool({"key", "export", "--label", "Mail", "--format", "ssh"});
+    const ToolResult ssh = tool({"key", "export", "--label", "Mail", "--ssh"});
     ASSERT_EQ(ssh.exitCode, 0) << ssh.err;
     const std::string expectedSsh = readFile(directory.file("expected.ssh"));
     EXPECT_EQ(ssh.out, expectedSsh.substr(0, expectedSsh.size() - 1) + " Mail\n");
+    EXPECT_EQ(tool({"key", "export", "--label", "Mail", "--format", "ssh"}).out, ssh.out);
 
     const nlohmann::json dump = tool({"--json", "dump"}).json();
     EXPECT_EQ(dump["application"]["aid"], "A000000063504B43532D3135");

@@ -56,6 +56,26 @@ TEST_F(PinCommands, AWrongPinCostsATryTheRightOneRestoresThem) {
     EXPECT_EQ(userStatus()["state"], "not verified") << "the card is reset when released";
 }
 
+// Traced, a wrong and a right verification show their operations, and
+// neither PIN in text or in hex.
+TEST_F(PinCommands, TheTraceHoldsNoPin) {
+    Environment traced = environment;
+    traced.emplace_back("P15_TRACE", directory.file("trace.log"));
+    EXPECT_EQ(runTool({"--card", image, "pin", "verify", "--pin-env", "NEW"}, traced).exitCode, 4);
+    EXPECT_EQ(runTool({"--card", image, "pin", "verify", "--pin-env", "USER_PIN"}, traced).exitCode,
+              0);
+    const std::string trace = readFile(directory.file("trace.log"));
+    std::size_t lines = 0;
+    for (std::size_t at = trace.find("::authenticate("); at != std::string::npos;
+         at = trace.find("::authenticate(", at + 1)) {
+        ++lines;
+    }
+    EXPECT_EQ(lines, 4u) << "entry and exit of both verifications\n" << trace;
+    for (const char* secret : {"8642", "38363432", "2468", "32343638"}) {
+        EXPECT_EQ(trace.find(secret), std::string::npos) << secret;
+    }
+}
+
 TEST_F(PinCommands, APinBlocksAfterItsTriesAndThePukFreesIt) {
     expectRefusal(verify("WRONG"), "2 tries left");
     expectRefusal(verify("WRONG"), "1 try left");

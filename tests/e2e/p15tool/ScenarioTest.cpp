@@ -66,6 +66,13 @@ TEST_F(Scenario, AKeyMadeOnTheCardEnrolsSignsAndDeciphers) {
                       .exitCode,
                   0);
     }
+    // Without --in and --out: stdin in, the signature out on stdout.
+    const ToolResult piped = tool({"sign", "--pin-env", "USER_PIN"}, file("message.txt"));
+    ASSERT_EQ(piped.exitCode, 0) << piped.err;
+    writeFile(file("piped.sig"), piped.out);
+    EXPECT_NE(openssl("dgst -sha256 -verify cert-key.pem -signature piped.sig message.txt")
+                  .find("Verified OK"),
+              std::string::npos);
     writeFile(file("message.txt"), "p15kit was not here\n");
     const ToolResult forged = tool({"--json", "verify", "--alg", "sha512", "--signature",
                                     file("message.sig"), "--in", file("message.txt")});
@@ -94,13 +101,29 @@ TEST_F(Scenario, AKeyMadeOnTheCardEnrolsSignsAndDeciphers) {
     const ToolResult wrongPin = tool(
         {"sign", "--in", file("message.txt"), "--out", file("message.sig"), "--pin-env", "WRONG"});
     EXPECT_EQ(wrongPin.exitCode, 4);
-    ASSERT_EQ(tool({"data", "write", file("secret"), "--label", "blob", "--app", "demo",
-                    "--pin-env", "USER_PIN"})
-                  .exitCode,
-              0);
-    ASSERT_EQ(tool({"data", "read", "--label", "blob", "--out", file("blob")}).exitCode, 0);
-    EXPECT_EQ(readFile(file("blob")), readFile(file("secret")));
+    ASSERT_EQ(
+        tool({"data", "write", "-", "--label", "blob", "--app", "demo", "--pin-env", "USER_PIN"},
+             file("secret"))
+            .exitCode,
+        0);
+    EXPECT_EQ(tool({"data", "read", "--label", "blob"}).out, readFile(file("secret")));
     EXPECT_EQ(tool({"--json", "list"}).json()["dataObjects"].at(0)["applicationName"], "demo");
+
+    // Deleted objects are gone for the next command; the key stays.
+    EXPECT_EQ(tool({"cert", "delete", "--pin-env", "USER_PIN"}).exitCode, 2) << "names none";
+    const ToolResult certDeleted =
+        tool({"--json", "cert", "delete", "--label", "Demo key", "--pin-env", "USER_PIN"});
+    ASSERT_EQ(certDeleted.exitCode, 0) << certDeleted.err;
+    EXPECT_EQ(certDeleted.json()["deleted"]["id"], mw::toHex(sha1));
+    EXPECT_EQ(tool({"cert", "read"}).exitCode, 5);
+    const ToolResult dataDeleted =
+        tool({"--json", "data", "delete", "--label", "blob", "--pin-env", "USER_PIN"});
+    ASSERT_EQ(dataDeleted.exitCode, 0) << dataDeleted.err;
+    EXPECT_EQ(dataDeleted.json()["deleted"]["label"], "blob");
+    EXPECT_EQ(tool({"data", "read", "--label", "blob"}).exitCode, 5);
+    const nlohmann::json left = tool({"--json", "list"}).json();
+    EXPECT_TRUE(left["certificates"].empty() && left["dataObjects"].empty()) << left;
+    EXPECT_EQ(left["privateKeys"].size(), 1u);
     const ToolResult random = tool({"--json", "random", "300"});
     ASSERT_EQ(random.exitCode, 0) << random.err;
     EXPECT_EQ(random.json()["random"].get<std::string>().size(), 600u);

@@ -29,7 +29,8 @@ namespace {
 
 } // namespace
 
-ToolResult runTool(const std::vector<std::string>& arguments, const Environment& environment) {
+ToolResult runTool(const std::vector<std::string>& arguments, const Environment& environment,
+                   const std::string& input) {
     const TemporaryDirectory capture;
     const std::string outPath = capture.file("out"), errPath = capture.file("err");
     const pid_t child = ::fork();
@@ -38,7 +39,7 @@ ToolResult runTool(const std::vector<std::string>& arguments, const Environment&
     }
     if (child == 0) {
         ::setsid();
-        const int in = ::open("/dev/null", O_RDONLY);
+        const int in = ::open(input.c_str(), O_RDONLY);
         const int out = ::open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
         const int err = ::open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
         ::dup2(in, 0), ::dup2(out, 1), ::dup2(err, 2);
@@ -83,9 +84,10 @@ void InitialisedCard::SetUp() {
     ASSERT_EQ(init.exitCode, 0) << init.err;
 }
 
-ToolResult InitialisedCard::tool(std::vector<std::string> arguments) const {
+ToolResult InitialisedCard::tool(std::vector<std::string> arguments,
+                                 const std::string& input) const {
     arguments.insert(arguments.begin(), {"--card", image});
-    return runTool(arguments, environment);
+    return runTool(arguments, environment, input);
 }
 
 std::string InitialisedCard::openssl(const std::string& arguments) const {

@@ -20,8 +20,10 @@ struct ToolResult {
 };
 
 // Runs the built p15tool as a user does, in a session of its own without a
-// controlling terminal, stdin from /dev/null, `environment` added to ours.
-ToolResult runTool(const std::vector<std::string>& arguments, const Environment& environment = {});
+// controlling terminal, stdin from the file `input`, `environment` added to
+// ours.
+ToolResult runTool(const std::vector<std::string>& arguments, const Environment& environment = {},
+                   const std::string& input = "/dev/null");
 
 // A fresh directory, removed with everything in it at the end of its scope.
 class TemporaryDirectory {
@@ -43,8 +45,9 @@ void writeFile(const std::string& path, const std::string& content);
 class InitialisedCard : public ::testing::Test {
 protected:
     void SetUp() override;
-    // p15tool on this test's card image.
-    ToolResult tool(std::vector<std::string> arguments) const;
+    // p15tool on this test's card image, stdin from the file `input`.
+    ToolResult tool(std::vector<std::string> arguments,
+                    const std::string& input = "/dev/null") const;
     // An openssl command line in the test's folder; its output, or a failure
     // when it exits non-zero.
     std::string openssl(const std::string& arguments) const;

@@ -39,10 +39,10 @@ GNUTLS_PIN=123456 p11tool --provider "$module" --login --test-sign \
 # OpenSSH: the card's public key, as p15tool exports it and as ssh writes
 # the key the card was made with.
 ssh-keygen -D "$module" | cut -d' ' -f1,2 >"$work/from-card"
-"$p15tool" --card "$work/card.json" key export --format ssh | cut -d' ' -f1,2 >"$work/p15tool"
+"$p15tool" --card "$work/card.json" key export --ssh | cut -d' ' -f1,2 >"$work/p15tool"
 ssh-keygen -i -m PKCS8 -f "$work/public.pem" | cut -d' ' -f1,2 >"$work/expected"
 cmp -s "$work/from-card" "$work/expected" || fail "ssh-keygen -D printed $(cat "$work/from-card")"
-cmp -s "$work/from-card" "$work/p15tool" || fail "p15tool key export --format ssh differs"
+cmp -s "$work/from-card" "$work/p15tool" || fail "p15tool key export --ssh differs"
 
 # NSS: the module added to a fresh database shows the token and lists
 # the card's certificate.
