@@ -3,8 +3,10 @@
 // once by p15-pkcs11-testcard and copied fresh for every test.
 #include "pkcs11/Cryptoki.hpp"
 
+#include <algorithm>
 #include <cryptopp/files.h>
 #include <cryptopp/osrng.h>
+#include <cryptopp/pkcspad.h>
 #include <cryptopp/rsa.h>
 #include <cryptopp/sha.h>
 #include <dlfcn.h>
@@ -104,6 +106,11 @@ protected:
         return onlyOf(session, privateKeyClass);
     }
     static CryptoPP::RSA::PrivateKey softwareKey() { return ModuleTestKey::get(); }
+    // The card's certificate, as the card maker left it beside the card.
+    static Bytes certificateDer() {
+        std::ifstream file(directory_ / "certificate.der", std::ios::binary);
+        return Bytes(std::istreambuf_iterator<char>(file), {});
+    }
 
     static inline fs::path directory_;
     static inline void* library_ = nullptr;
@@ -323,16 +330,36 @@ TEST_F(ModuleTest, EncryptionFollowsTheLengthConventionAndDeciphers) {
     EXPECT_EQ(recovered, plain);
 }
 
-bool verifies(const Bytes& message, const Bytes& signature) {
+template <class Hash> bool verifies(const Bytes& message, const Bytes& signature) {
     const CryptoPP::RSA::PublicKey key(ModuleTestKey::get());
-    CryptoPP::RSASS<CryptoPP::PKCS1v15, CryptoPP::SHA256>::Verifier verifier(key);
+    typename CryptoPP::RSASS<CryptoPP::PKCS1v15, Hash>::Verifier verifier(key);
     return verifier.VerifyMessage(message.data(), message.size(), signature.data(),
                                   signature.size());
 }
 
-// The same message signed whole, in parts and after a length query gives
-// one signature (PKCS#1 v1.5 is deterministic), and it verifies.
-TEST_F(ModuleTest, SignaturesAreTheSameWholeOrInParts) {
+// The DigestInfo of the message's hash, as a caller of CKM_RSA_PKCS builds it.
+template <class Hash> Bytes digestInfo(const Bytes& message) {
+    using Prefix = CryptoPP::PKCS_DigestDecoration<Hash>;
+    Bytes info(Prefix::decoration, Prefix::decoration + Prefix::length);
+    info.resize(info.size() + Hash::DIGESTSIZE);
+    Hash().CalculateDigest(info.data() + Prefix::length, message.data(), message.size());
+    return info;
+}
+
+struct HashMechanism {
+    CK_MECHANISM_TYPE type;
+    bool (*verifies)(const Bytes& message, const Bytes& signature);
+    Bytes (*digestInfo)(const Bytes& message);
+};
+
+template <class Hash> HashMechanism hashMechanism(CK_MECHANISM_TYPE type) {
+    return {type, &verifies<Hash>, &digestInfo<Hash>};
+}
+
+// Each hash mechanism gives one signature whole, in parts and after a length
+// query (PKCS#1 v1.5 is deterministic); CKM_RSA_PKCS over the same DigestInfo
+// gives it too, and each verifies.
+TEST_F(ModuleTest, SignaturesAreTheSameWholeOrInPartsForEveryMechanism) {
     const CK_SESSION_HANDLE session = open(CKF_SERIAL_SESSION);
     CK_MECHANISM sha256{CKM_SHA256_RSA_PKCS, nullptr, 0};
     EXPECT_EQ(f->C_SignInit(session, &sha256, publicKey(session)), CKR_USER_NOT_LOGGED_IN);
@@ -340,21 +367,37 @@ TEST_F(ModuleTest, SignaturesAreTheSameWholeOrInParts) {
     const CK_OBJECT_HANDLE key = privateKey(session);
     EXPECT_EQ(f->C_SignInit(session, &sha256, publicKey(session)), CKR_KEY_TYPE_INCONSISTENT);
 
-    Bytes message(64 * 3, 0x33), whole(256), inParts(256);
-    CK_ULONG length = 0;
-    ASSERT_EQ(f->C_SignInit(session, &sha256, key), CKR_OK);
-    ASSERT_EQ(f->C_Sign(session, message.data(), message.size(), nullptr, &length), CKR_OK);
-    ASSERT_EQ(length, 256u);
-    ASSERT_EQ(f->C_Sign(session, message.data(), message.size(), whole.data(), &length), CKR_OK);
-
-    ASSERT_EQ(f->C_SignInit(session, &sha256, key), CKR_OK);
-    for (std::size_t at = 0; at < message.size(); at += 64) {
-        ASSERT_EQ(f->C_SignUpdate(session, message.data() + at, 64), CKR_OK);
+    Bytes message(64 * 3, 0x33);
+    auto signWhole = [&](CK_MECHANISM_TYPE type, Bytes input) {
+        CK_MECHANISM mechanism{type, nullptr, 0};
+        Bytes signature(256);
+        CK_ULONG length = 0;
+        EXPECT_EQ(f->C_SignInit(session, &mechanism, key), CKR_OK);
+        EXPECT_EQ(f->C_Sign(session, input.data(), input.size(), nullptr, &length), CKR_OK);
+        EXPECT_EQ(length, 256u);
+        EXPECT_EQ(f->C_Sign(session, input.data(), input.size(), signature.data(), &length),
+                  CKR_OK);
+        return signature;
+    };
+    for (const HashMechanism& each : {hashMechanism<CryptoPP::SHA1>(CKM_SHA1_RSA_PKCS),
+                                      hashMechanism<CryptoPP::SHA224>(CKM_SHA224_RSA_PKCS),
+                                      hashMechanism<CryptoPP::SHA256>(CKM_SHA256_RSA_PKCS),
+                                      hashMechanism<CryptoPP::SHA384>(CKM_SHA384_RSA_PKCS),
+                                      hashMechanism<CryptoPP::SHA512>(CKM_SHA512_RSA_PKCS)}) {
+        SCOPED_TRACE(each.type);
+        const Bytes whole = signWhole(each.type, message);
+        CK_MECHANISM mechanism{each.type, nullptr, 0};
+        ASSERT_EQ(f->C_SignInit(session, &mechanism, key), CKR_OK);
+        for (std::size_t at = 0; at < message.size(); at += 64) {
+            ASSERT_EQ(f->C_SignUpdate(session, &message[at], 64), CKR_OK);
+        }
+        Bytes inParts(256);
+        CK_ULONG length = inParts.size();
+        ASSERT_EQ(f->C_SignFinal(session, inParts.data(), &length), CKR_OK);
+        EXPECT_EQ(whole, inParts);
+        EXPECT_TRUE(each.verifies(message, whole));
+        EXPECT_EQ(signWhole(CKM_RSA_PKCS, each.digestInfo(message)), whole);
     }
-    length = inParts.size();
-    ASSERT_EQ(f->C_SignFinal(session, inParts.data(), &length), CKR_OK);
-    EXPECT_EQ(whole, inParts);
-    EXPECT_TRUE(verifies(message, whole));
 }
 
 TEST_F(ModuleTest, TheCardDeciphersWhatTheModuleEnciphered) {
@@ -392,7 +435,7 @@ TEST_F(ModuleTest, ThreadsSigningAtOnceGetCorrectSignatures) {
             if (f->C_SignInit(session, &sha256, key) == CKR_OK &&
                 f->C_Sign(session, message.data(), message.size(), signature.data(), &length) ==
                     CKR_OK &&
-                verifies(message, signature)) {
+                verifies<CryptoPP::SHA256>(message, signature)) {
                 ++good;
             }
         }
@@ -468,26 +511,33 @@ TEST_F(ModuleTest, CertificatesShowTheirValueAndItsFields) {
         const auto* bytes = static_cast<unsigned char*>(query[i].pValue);
         return Bytes(bytes, bytes + query[i].ulValueLen);
     };
-    std::ifstream file(directory_ / "certificate.der", std::ios::binary);
-    EXPECT_EQ(answer(0), Bytes(std::istreambuf_iterator<char>(file), {}));
+    EXPECT_EQ(answer(0), certificateDer());
     EXPECT_FALSE(answer(1).empty());
     EXPECT_EQ(answer(1), answer(2));
     EXPECT_EQ(answer(3), (Bytes{0x02, 0x02, 0x12, 0x34}));
     EXPECT_EQ(answer(4), (Bytes{0x45, 0x01}));
 }
 
-// A private data object stored through the module is on the card for the
-// next process, and gone after C_DestroyObject.
-TEST_F(ModuleTest, DataObjectsAreStoredAndDestroyed) {
+// A private data object and a certificate stored through the module are on
+// the card for the next process, and gone after C_DestroyObject.
+TEST_F(ModuleTest, DataObjectsAndCertificatesAreStoredAndDestroyed) {
     const CK_SESSION_HANDLE session = open();
     ASSERT_EQ(login(session, CKU_USER, userPin), CKR_OK);
-    CK_OBJECT_CLASS dataClass = CKO_DATA, secretClass = CKO_SECRET_KEY;
+    CK_OBJECT_CLASS dataClass = CKO_DATA, secretClass = CKO_SECRET_KEY,
+                    certificateClass = CKO_CERTIFICATE;
+    CK_CERTIFICATE_TYPE x509 = CKC_X_509;
     CK_BBOOL yes = CK_TRUE;
     char label[] = "note", value[] = "hello";
+    unsigned char copyId[] = {0x45, 0x09};
+    Bytes der = certificateDer();
     std::vector<CK_ATTRIBUTE> data{{CKA_CLASS, &dataClass, sizeof dataClass},
                                    {CKA_LABEL, label, sizeof label - 1},
                                    {CKA_PRIVATE, &yes, sizeof yes},
                                    {CKA_VALUE, value, sizeof value - 1}};
+    std::vector<CK_ATTRIBUTE> certificate{{CKA_CLASS, &certificateClass, sizeof certificateClass},
+                                          {CKA_CERTIFICATE_TYPE, &x509, sizeof x509},
+                                          {CKA_ID, copyId, sizeof copyId},
+                                          {CKA_VALUE, der.data(), der.size()}};
     CK_OBJECT_HANDLE created = 0;
     EXPECT_EQ(f->C_CreateObject(session, data.data(), 3, &created), CKR_TEMPLATE_INCOMPLETE);
     std::vector<CK_ATTRIBUTE> secret{{CKA_CLASS, &secretClass, sizeof secretClass}};
@@ -495,6 +545,7 @@ TEST_F(ModuleTest, DataObjectsAreStoredAndDestroyed) {
     EXPECT_EQ(f->C_CreateObject(open(CKF_SERIAL_SESSION), data.data(), data.size(), &created),
               CKR_SESSION_READ_ONLY);
     ASSERT_EQ(f->C_CreateObject(session, data.data(), data.size(), &created), CKR_OK);
+    ASSERT_EQ(f->C_CreateObject(session, certificate.data(), certificate.size(), &created), CKR_OK);
 
     ASSERT_EQ(f->C_Finalize(nullptr), CKR_OK);
     ASSERT_EQ(f->C_Initialize(nullptr), CKR_OK);
@@ -502,6 +553,18 @@ TEST_F(ModuleTest, DataObjectsAreStoredAndDestroyed) {
     std::vector<CK_ATTRIBUTE> byLabel{{CKA_CLASS, &dataClass, sizeof dataClass},
                                       {CKA_LABEL, label, sizeof label - 1}};
     EXPECT_TRUE(find(later, byLabel).empty()) << "private until login";
+    const std::vector<CK_ATTRIBUTE> copyById(certificate.begin(), certificate.begin() + 3);
+    const auto copies = find(later, copyById);
+    ASSERT_EQ(copies.size(), 1u) << "a certificate is public";
+    Bytes readDer(4096), subject(256);
+    std::vector<CK_ATTRIBUTE> fields{{CKA_VALUE, readDer.data(), readDer.size()},
+                                     {CKA_SUBJECT, subject.data(), subject.size()}};
+    ASSERT_EQ(f->C_GetAttributeValue(later, copies[0], fields.data(), fields.size()), CKR_OK);
+    readDer.resize(fields[0].ulValueLen);
+    subject.resize(fields[1].ulValueLen);
+    EXPECT_EQ(readDer, der);
+    ASSERT_FALSE(subject.empty());
+    EXPECT_NE(std::search(der.begin(), der.end(), subject.begin(), subject.end()), der.end());
     ASSERT_EQ(login(later, CKU_USER, userPin), CKR_OK);
     const auto found = find(later, byLabel);
     ASSERT_EQ(found.size(), 1u);
@@ -513,6 +576,13 @@ TEST_F(ModuleTest, DataObjectsAreStoredAndDestroyed) {
     ASSERT_EQ(f->C_DestroyObject(later, found[0]), CKR_OK);
     EXPECT_TRUE(find(later, byLabel).empty());
     EXPECT_EQ(f->C_DestroyObject(later, found[0]), CKR_OBJECT_HANDLE_INVALID);
+    ASSERT_EQ(f->C_DestroyObject(later, copies[0]), CKR_OK);
+    EXPECT_TRUE(find(later, copyById).empty());
+    EXPECT_EQ(find(later, {copyById[0]}).size(), 1u) << "the card's own certificate stays";
+
+    ASSERT_EQ(f->C_Finalize(nullptr), CKR_OK);
+    ASSERT_EQ(f->C_Initialize(nullptr), CKR_OK);
+    EXPECT_TRUE(find(open(CKF_SERIAL_SESSION), copyById).empty()) << "gone from the card";
 }
 
 } // namespace
