@@ -241,15 +241,17 @@ BENCHMARK(encryptCryptoapiBound)->Name("encrypt/cryptoapiBound");
 BENCHMARK(encryptEngine)->Name("encrypt/engine");
 BENCHMARK(encryptRawCryptopp)->Name("encrypt/rawCryptopp");
 
-// The console table, and the CPU time per verification of each benchmark
-// kept for the ratios.
+// The console table, and the CPU time per operation of each benchmark kept
+// for the ratios: the median of repetitions (--benchmark_repetitions=N) when
+// there are some, the single run otherwise.
 class RatioReporter : public benchmark::ConsoleReporter {
 public:
     void ReportRuns(const std::vector<Run>& runs) override {
         ConsoleReporter::ReportRuns(runs);
         for (const Run& run : runs) {
-            if (run.run_type == Run::RT_Iteration && !run.error_occurred) {
-                cpuTime[run.benchmark_name()] = run.GetAdjustedCPUTime();
+            const bool median = run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
+            if ((median || run.run_type == Run::RT_Iteration) && !run.error_occurred) {
+                cpuTime[run.run_name.str()] = run.GetAdjustedCPUTime();
             }
         }
     }
