@@ -1,7 +1,9 @@
-// A PIN changed and verified through the whole stack (application, card
-// layer, transport, virtual card, its image file) leaves no copy of itself in
-// memory given back to the runtime: not as typed, not padded, not as the
-// hexadecimal text of the card image. This binary replaces free() to look.
+// A PIN changed and verified, or a private key imported, through the whole
+// stack (application, card layer, transport, virtual card, its image file)
+// leaves no copy of itself in memory given back to the runtime: not as typed,
+// not padded, not as the hexadecimal text of the card image, not in the big
+// integers the key's modulus is computed with. This binary replaces free() to
+// look.
 #include "AppOnCard.hpp"
 #include "FreeHook.hpp"
 
@@ -10,6 +12,7 @@
 #include "vcard/Personalise.hpp"
 #include "vcard/VirtualCard.hpp"
 
+#include <cryptopp/hex.h>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -52,5 +55,32 @@ TEST_P(Secrets, NoReleasedBlockHoldsTheNewPin) {
 // As typed, as the card stores it (padded with FF), and as the image's text.
 INSTANTIATE_TEST_SUITE_P(Forms, Secrets,
                          ::testing::Values("975318", "975318\xFF\xFF", "393735333138FFFF"));
+
+// The prime as the key import carries it, and as the image's text (the
+// first 32 bytes of it: the hook looks for at most 64 bytes).
+TEST(KeySecrets, NoReleasedBlockHoldsAPrimeOfAnImportedKey) {
+    const mw::ByteBuffer prime = support::importedKeyPrime();
+    std::string text;
+    CryptoPP::StringSource(prime.data(), 32, true,
+                           new CryptoPP::HexEncoder(new CryptoPP::StringSink(text)));
+    const std::string image = (std::filesystem::temp_directory_path() /
+                               ("p15-key-secrets-" + std::to_string(getpid()) + ".json"))
+                                  .string();
+    for (const std::string& form :
+         {std::string(reinterpret_cast<const char*>(prime.data()), 64), text}) {
+        vcard::VirtualCard(vcard::personalise()).save(image);
+        freehook::lookFor(form);
+        {
+            support::AppOnCard card(vcard::CardImage::load(image), nullptr, image);
+            const auto application = card.open();
+            card.verifyUserPin(*application);
+            support::importKeyPair(*application, *card.channel, "Secret key");
+        }
+        EXPECT_EQ(freehook::blocksFreedHoldingSecret(), 0u)
+            << "form of " << form.size() << " bytes";
+        freehook::lookFor("");
+    }
+    std::filesystem::remove(image);
+}
 
 } // namespace

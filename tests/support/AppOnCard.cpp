@@ -116,6 +116,10 @@ void importKeyPair(const app::pkcs15::P15Application& application, const card::I
     application.writeCardObject(channel, *publicKey);
 }
 
+mw::ByteBuffer importedKeyPrime() {
+    return bytesOf(processKey().GetPrime1());
+}
+
 const std::string& cardWithKeyImage() {
     static const std::string image = [] {
         AppOnCard fresh(vcard::CardImage::serialise(vcard::personalise()));

@@ -57,6 +57,8 @@ extern const char* const puk;
 // `label` (the user PIN must be verified).
 void importKeyPair(const app::pkcs15::P15Application& application, const card::IChannel& channel,
                    const std::string& label);
+// The first prime of that key, for tests that look for it in released memory.
+mw::ByteBuffer importedKeyPrime();
 
 // The image of a personalised card that also holds one imported key pair
 // labelled "Signing key", made once per process.
