@@ -3,27 +3,37 @@
 // half of its data is written. Opened afresh, the card still lists all its
 // objects; every item the operation was not writing (directory entry, value
 // or key file, PIN) is byte-identical to before; what it was writing is old,
-// new, or (a value file) damaged — and a directory file never holds an entry
-// that is neither old nor new.
+// new, or damaged as its operation's Damage allows: a torn directory file the
+// host is told of, or an entry ahead of its files (missing, partly written,
+// or for a replaced value still the old file).
 #include "AppOnCard.hpp"
 
 #include "app/ApplicationException.hpp"
 #include "app/crypto/IKeyPairGenerator.hpp"
+#include "app/object/IDataObject.hpp"
 #include "app/object/IPin.hpp"
 #include "app/object/IPrivateRSAKey.hpp"
 #include "app/object/IPublicRSAKey.hpp"
+#include "app/object/IX509Certificate.hpp"
+#include "app/pkcs15/object/P15DataObject.hpp"
+#include "app/pkcs15/object/P15X509Certificate.hpp"
 #include "card/CardException.hpp"
 #include "card/service/IFileAccessService.hpp"
 #include "host/iso7816/Tlv.hpp"
 #include "mw/Hex.hpp"
 #include "vcard/VirtualCard.hpp"
 
+#include <algorithm>
 #include <boost/exception/get_error_info.hpp>
+#include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <map>
 #include <optional>
 #include <set>
+#include <stdexcept>
+#include <vector>
 
 namespace {
 
@@ -31,9 +41,11 @@ using Application = app::pkcs15::P15Application;
 using Snapshot = std::map<std::string, std::string>;
 using Fault = vcard::Instrumentation::Fault;
 
-// The directory files of the personalised card: ODF, PrKDF, PuKDF, CDF,
-// DODF, AODF. Their entries are compared one by one, wherever they moved.
-const std::set<std::uint16_t> directoryFiles{0x5031, 0x4400, 0x4401, 0x4404, 0x4407, 0x4408};
+// The directory files of the personalised card: ODF, TokenInfo, PrKDF,
+// PuKDF, CDF, DODF, AODF. Their entries are compared one by one, wherever
+// they moved.
+const std::set<std::uint16_t> directoryFiles{0x5031, 0x5032, 0x4400, 0x4401,
+                                             0x4404, 0x4407, 0x4408};
 
 std::string hex(const vcard::Bytes& bytes) {
     return mw::toHex(mw::ByteBuffer(bytes));
@@ -81,8 +93,23 @@ Snapshot snapshot(const vcard::VirtualCard& card) {
     return items;
 }
 
-// Lists every kind of object and reads each public key, as a host opening the
-// card does; the error of each kind that fails, by kind.
+// Reads the value of a listed certificate or data object: what the entry names
+// must be the whole of its file.
+template <class ValueObject, class Listed>
+void readValue(const Application& application, const card::IChannel& channel,
+               const Listed& listed) {
+    application.readCardObject(channel, *listed);
+    const auto& object = dynamic_cast<const ValueObject&>(*listed);
+    const card::service::IFileAccessService& files = *application.getFileAccessService();
+    files.select(channel, object.getValueLocation().path);
+    if (files.read(channel, 0, 0) != object.getValue()) {
+        throw std::runtime_error("value shorter than its file");
+    }
+}
+
+// Lists every kind of object, reads each public key, certificate and data
+// object, as a host opening the card does; the error of each kind that fails,
+// by kind.
 std::map<std::string, std::string> enumerate(const support::AppOnCard& card) {
     std::map<std::string, std::string> errors;
     boost::shared_ptr<Application> application;
@@ -93,6 +120,13 @@ std::map<std::string, std::string> enumerate(const support::AppOnCard& card) {
         } catch (const app::InvalidDataException& e) {
             const char* const* text = boost::get_error_info<app::ErrorText>(e);
             errors[kind] = std::string("invalid data: ") + (text ? *text : e.what());
+        } catch (const card::CardException& e) {
+            const char* const* command = boost::get_error_info<card::Command>(e);
+            const unsigned short* sw = boost::get_error_info<card::StatusCode>(e);
+            errors[kind] =
+                std::string("card error: ") + (command ? *command : "?") + " " +
+                (sw ? hex({static_cast<std::uint8_t>(*sw >> 8), static_cast<std::uint8_t>(*sw)})
+                    : "-");
         } catch (const std::exception& e) {
             errors[kind] = e.what();
         }
@@ -114,22 +148,38 @@ std::map<std::string, std::string> enumerate(const support::AppOnCard& card) {
             application->getFileAccessService()->select(channel, rsa->getKeyValueReference());
         }
     });
-    attempt("certificates", [&] { application->getCertificates(channel); });
-    attempt("data objects", [&] { application->getDataObjects(channel); });
+    attempt("token info", [&] { application->getApplicationInfo(channel); });
+    attempt("certificates", [&] {
+        for (const auto& certificate : application->getCertificates(channel)) {
+            readValue<app::pkcs15::object::P15X509Certificate>(*application, channel, certificate);
+        }
+    });
+    attempt("data objects", [&] {
+        for (const auto& data : application->getDataObjects(channel)) {
+            readValue<app::pkcs15::object::P15DataObject>(*application, channel, data);
+        }
+    });
     return errors;
 }
 
 // What a cut may leave of the object being written, and how the host then
-// learns of it when it lists that kind of object. An entry rewritten in place
-// that changes its length cannot be written without a moment of torn bytes:
-// its directory file may no longer decode. Key generation writes its entries
-// before it creates and fills the key files, in an order that is fixed: its
-// new entries may name key files not there.
+// learns of it when it lists or reads that kind of object. An entry rewritten
+// in place cannot be written without a moment of torn bytes: its directory
+// file may no longer decode, and its kinds then fail as invalid data. Key
+// generation, and a certificate or data object write, put the entry in
+// before the files it names, in an order that is fixed: the new entry may
+// name a file not there yet, or (a value replaced) the old file about to be
+// deleted, which is shorter than the entry says (an error reading it) or
+// longer (the read returns the start of the old value).
 struct Damage {
-    const char* file;   // the directory file that may be torn, or nullptr
-    const char* kinds;  // the objects whose listing may fail
-    const char* report; // how it fails
+    const char* file;               // the directory file that may be torn, or nullptr
+    const char* kinds;              // the objects whose listing or reading may fail
+    std::vector<std::string> early; // the errors of an entry ahead of its files
 };
+
+const std::vector<std::string> valueMissing{"card error: Select 6A82"};
+const std::vector<std::string> valueMissingOrOld{
+    "card error: Select 6A82", "card error: Read Binary 6282", "value shorter than its file"};
 
 struct Operation {
     const char* name;
@@ -169,6 +219,41 @@ void verify(const support::AppOnCard& card, const Application& application) {
     card.verifyUserPin(application);
 }
 
+mw::ByteBuffer certificateBytes(const std::string& name) {
+    std::ifstream file(std::string(P15_CERTS_DIR) + "/" + name, std::ios::binary);
+    const std::vector<unsigned char> bytes{std::istreambuf_iterator<char>(file), {}};
+    return mw::ByteBuffer(bytes);
+}
+
+// A certificate anyone may read, as the host reads it on opening the card.
+void writeCertificate(const support::AppOnCard& card, const Application& application) {
+    const auto certificate = boost::dynamic_pointer_cast<app::object::IX509Certificate>(
+        application.createCertificate(app::object::ICertificate::X509Certificate, {}));
+    certificate->setLabel("Signer");
+    certificate->setCertificateId(support::ascii("Sign"));
+    certificate->setValue(certificateBytes("small.der"));
+    application.writeCardObject(*card.channel, *certificate);
+}
+
+// A data object without rules.
+void writeDataObject(const support::AppOnCard& card, const Application& application) {
+    const auto data = application.createDataObject(app::object::IDataObject::OpaqueDataObject, {});
+    data->setLabel("Data");
+    data->setApplicationName("p15kit test");
+    data->setValue(mw::ByteBuffer(std::vector<unsigned char>(300, 0xA5)));
+    application.writeCardObject(*card.channel, *data);
+}
+
+// The card holding one such object before the operation.
+void withCertificate(const support::AppOnCard& card, const Application& application) {
+    verify(card, application);
+    writeCertificate(card, application);
+}
+void withDataObject(const support::AppOnCard& card, const Application& application) {
+    verify(card, application);
+    writeDataObject(card, application);
+}
+
 const Operation operations[] = {
     {"change PIN", std::nullopt, nullptr,
      [](const support::AppOnCard& card, Application& application) {
@@ -185,7 +270,7 @@ const Operation operations[] = {
      [](const support::AppOnCard& card, Application& application) {
          userPinOf(card, application)->unblock(*card.channel, support::ascii(support::puk));
      }},
-    {"relabel key", Damage{"3F00/5015/4400", "private keys", "invalid data: "}, verify,
+    {"relabel key", Damage{"3F00/5015/4400", "private keys", {}}, verify,
      [](const support::AppOnCard& card, Application& application) {
          const auto key = application.getPrivateKeys(*card.channel).at(0);
          key->setLabel("A label longer than the one before");
@@ -195,7 +280,11 @@ const Operation operations[] = {
      [](const support::AppOnCard& card, Application& application) {
          support::importKeyPair(application, *card.channel, "Second key");
      }},
-    {"generate key pair", Damage{nullptr, "private keys, public keys", "card exception"}, verify,
+    {"generate key pair",
+     Damage{nullptr,
+            "private keys, public keys",
+            {"card error: Select 6A82", "card error: Generate Asymmetric Key Pair"}},
+     verify,
      [](const support::AppOnCard& card, Application& application) {
          generateKeyPair(application, *card.channel);
      }},
@@ -207,6 +296,34 @@ const Operation operations[] = {
     {"wipe", std::nullopt, verify,
      [](const support::AppOnCard& card, Application& application) {
          application.wipe(*card.channel);
+     }},
+    {"write certificate", Damage{nullptr, "certificates", valueMissing}, verify, writeCertificate},
+    {"replace certificate", Damage{"3F00/5015/4404", "certificates", valueMissingOrOld},
+     withCertificate,
+     [](const support::AppOnCard& card, Application& application) {
+         const auto listed = application.getCertificates(*card.channel).at(0);
+         listed->setValue(certificateBytes("large.der"));
+         application.writeCardObject(*card.channel, *listed);
+     }},
+    {"delete certificate", std::nullopt, withCertificate,
+     [](const support::AppOnCard& card, Application& application) {
+         application.deleteCardObject(*card.channel,
+                                      *application.getCertificates(*card.channel).at(0));
+     }},
+    {"write data object", Damage{nullptr, "data objects", valueMissing}, verify, writeDataObject},
+    {"replace data object", Damage{"3F00/5015/4407", "data objects", valueMissingOrOld},
+     withDataObject,
+     [](const support::AppOnCard& card, Application& application) {
+         const auto listed = application.getDataObjects(*card.channel).at(0);
+         listed->setLabel("Replaced data");
+         listed->setValue(mw::ByteBuffer(std::vector<unsigned char>(200, 0x5A)));
+         application.writeCardObject(*card.channel, *listed);
+     }},
+    {"token label", Damage{"3F00/5015/5032", "token info", {}}, verify,
+     [](const support::AppOnCard& card, Application& application) {
+         const auto info = application.getApplicationInfo(*card.channel);
+         info->setLabel("A token label longer than the one before");
+         application.writeCardObject(*card.channel, *info);
      }},
 };
 
@@ -253,15 +370,20 @@ Damaged expectOldOrNew(const Snapshot& before, const Snapshot& after, const Snap
             return found == items.end() ? std::nullopt : std::optional(found->second);
         };
         const auto old = find(before), made = find(after), now = find(torn);
-        const bool isFile = key.rfind("file ", 0) == 0 || key.rfind("key ", 0) == 0;
+        const bool isValueFile = key.rfind("file ", 0) == 0;
+        const bool isFile = isValueFile || key.rfind("key ", 0) == 0;
         if (old == made && (now == old || (isFile && !old))) {
             continue; // kept, or a file left over from the write: nothing lost
         }
         if (old != made && (now == old || now == made)) {
             continue;
         }
-        if (old != made && isFile) {
-            ++damaged.valueFiles; // the value the operation was writing
+        // A value file being written may be cut short: deleted and not yet
+        // made again, or made for the new value with part of it; a key file
+        // may be made and not yet hold its key.
+        if (old != made && isFile &&
+            (isValueFile ? !now || (made && now->size() == made->size()) : bool(now))) {
+            ++damaged.valueFiles;
             continue;
         }
         if (key.find(" " + damageable + " ") != std::string::npos ||
@@ -275,18 +397,24 @@ Damaged expectOldOrNew(const Snapshot& before, const Snapshot& after, const Snap
     return damaged;
 }
 
-// The card lists everything; only the kind of a damaged directory file may
-// fail, and then as invalid data.
-void expectListing(const support::AppOnCard& card, const Operation& operation,
+// The card lists and reads everything; only the kinds of the object being
+// written may fail: as invalid data when their directory file is torn, or
+// with an error of an entry ahead of its files. Whether one was ahead.
+bool expectListing(const support::AppOnCard& card, const Operation& operation,
                    bool directoryFileDamaged, const std::string& where) {
+    bool ahead = false;
     for (const auto& [kind, error] : enumerate(card)) {
         const auto& damage = operation.mayDamage;
-        const bool reported = damage && (directoryFileDamaged || !damage->file) &&
-                              std::string(damage->kinds).find(kind) != std::string::npos &&
-                              error.rfind(damage->report, 0) == 0;
-        EXPECT_TRUE(reported) << where << ": the card no longer lists its " << kind << ": "
-                              << error;
+        const bool ours = damage && std::string(damage->kinds).find(kind) != std::string::npos;
+        const bool early =
+            ours && std::any_of(damage->early.begin(), damage->early.end(),
+                                [&](const std::string& text) { return error.rfind(text, 0) == 0; });
+        ahead = ahead || early;
+        EXPECT_TRUE(early ||
+                    (ours && directoryFileDamaged && error.rfind("invalid data: ", 0) == 0))
+            << where << ": the card no longer lists its " << kind << ": " << error;
     }
+    return ahead;
 }
 
 TEST(TornWrite, EveryOperationCutAtEveryCommandLeavesOldOrNew) {
@@ -299,9 +427,10 @@ TEST(TornWrite, EveryOperationCutAtEveryCommandLeavesOldOrNew) {
         const std::uint64_t count = clean.commands() - first;
         const Snapshot after = snapshot(*clean.card.virtualCard);
         ASSERT_NE(before, after) << "the operation wrote nothing";
-        ASSERT_TRUE(enumerate(clean.card).empty());
+        const auto errors = enumerate(clean.card);
+        ASSERT_TRUE(errors.empty()) << errors.begin()->first << ": " << errors.begin()->second;
 
-        unsigned points = 0, valueFiles = 0, directoryFiles = 0;
+        unsigned points = 0, valueFiles = 0, directoryFiles = 0, entriesAhead = 0;
         for (std::uint64_t n = 1; n <= count; ++n) {
             for (const Fault fault : {Fault::CardRemoved, Fault::TornWrite}) {
                 Start cut(operation);
@@ -312,7 +441,7 @@ TEST(TornWrite, EveryOperationCutAtEveryCommandLeavesOldOrNew) {
                                           (fault == Fault::TornWrite ? " torn" : " not applied");
                 const Damaged damaged = expectOldOrNew(
                     before, after, snapshot(*cut.card.virtualCard), operation, where);
-                expectListing(cut.card, operation, damaged.directoryFile, where);
+                entriesAhead += expectListing(cut.card, operation, damaged.directoryFile, where);
                 valueFiles += damaged.valueFiles;
                 directoryFiles += damaged.directoryFile ? 1 : 0;
                 ++points;
@@ -320,7 +449,8 @@ TEST(TornWrite, EveryOperationCutAtEveryCommandLeavesOldOrNew) {
         }
         std::cout << operation.name << ": " << count << " commands, " << points
                   << " injection points, " << valueFiles << " value files left damaged, "
-                  << directoryFiles << " directory files left damaged\n";
+                  << directoryFiles << " directory files left damaged, " << entriesAhead
+                  << " entries left ahead of their files\n";
     }
 }
 
