@@ -30,21 +30,25 @@ std::vector<unsigned char> contents(const ByteBuffer& buffer) {
 
 } // namespace
 
-TEST(ByteBuffer, ConstructionGivesExactZeroFilledOrNullStorage) {
-    ByteBuffer empty;
-    EXPECT_TRUE(empty.empty());
-    EXPECT_EQ(empty.data(), nullptr);
+// What an empty buffer holds and how growth fills; the wipe tests check what
+// each operation keeps of the old contents.
+TEST(ByteBuffer, EmptyBuffersHoldNoBlockAndGrowthIsZeroFilled) {
+    EXPECT_EQ(ByteBuffer().data(), nullptr);
     EXPECT_EQ(ByteBuffer(0).data(), nullptr);
-
-    ByteBuffer sized(5);
-    EXPECT_EQ(contents(sized), std::vector<unsigned char>(5, 0));
-
-    const unsigned char raw[] = {1, 2, 3};
-    ByteBuffer copied(raw, 3);
-    EXPECT_NE(copied.data(), raw);
-    EXPECT_EQ(contents(copied), (std::vector<unsigned char>{1, 2, 3}));
-    EXPECT_EQ(ByteBuffer(std::vector<unsigned char>{1, 2, 3}), copied);
-    EXPECT_EQ((ByteBuffer{1, 2, 3}), copied);
+    EXPECT_EQ(contents(ByteBuffer(5)), std::vector<unsigned char>(5, 0));
+    ByteBuffer buffer{1, 2, 3};
+    buffer.resize(5);
+    EXPECT_EQ(contents(buffer), (std::vector<unsigned char>{1, 2, 3, 0, 0}));
+    const unsigned char* block = buffer.data();
+    buffer.resize(5);
+    EXPECT_EQ(buffer.data(), block);
+    buffer.resize(0);
+    EXPECT_EQ(buffer.data(), nullptr);
+    ByteBuffer empty;
+    empty.append(nullptr, 0);
+    EXPECT_EQ(empty.data(), nullptr);
+    EXPECT_EQ(ByteBuffer(), ByteBuffer(0));
+    EXPECT_NE((ByteBuffer{1, 2}), (ByteBuffer{1, 2, 0}));
 }
 
 TEST(ByteBuffer, CopiesAreDeepAndMovesLeaveTheSourceEmpty) {
@@ -52,22 +56,14 @@ TEST(ByteBuffer, CopiesAreDeepAndMovesLeaveTheSourceEmpty) {
     ByteBuffer copy(original);
     copy.data()[0] = 0x11;
     EXPECT_EQ(original.get(0), 0xAA);
-
-    ByteBuffer assigned{9};
-    assigned = original;
-    EXPECT_EQ(assigned, original);
-    EXPECT_NE(assigned.data(), original.data());
-    const ByteBuffer& alias = assigned;
-    assigned = alias;
-    EXPECT_EQ(assigned, original);
+    const ByteBuffer& alias = original;
+    original = alias;
+    EXPECT_EQ(original, (ByteBuffer{0xAA, 0xBB}));
 
     ByteBuffer moved(std::move(copy));
-    EXPECT_EQ(moved.size(), 2u);
-    EXPECT_TRUE(copy.empty());
     EXPECT_EQ(copy.data(), nullptr);
-
-    assigned = std::move(moved);
-    EXPECT_EQ(contents(assigned), (std::vector<unsigned char>{0x11, 0xBB}));
+    original = std::move(moved);
+    EXPECT_EQ(contents(original), (std::vector<unsigned char>{0x11, 0xBB}));
     EXPECT_TRUE(moved.empty());
 }
 
@@ -90,51 +86,18 @@ TEST(ByteBuffer, RangeAccessChecksOffsetPlusLength) {
     expectIndexError([&] { buffer.get(2, std::numeric_limits<std::size_t>::max()); });
 }
 
-TEST(ByteBuffer, ResizeKeepsThePrefixAndZeroFillsGrowth) {
-    ByteBuffer buffer{1, 2, 3};
-    buffer.resize(5);
-    EXPECT_EQ(contents(buffer), (std::vector<unsigned char>{1, 2, 3, 0, 0}));
-    buffer.resize(2);
-    EXPECT_EQ(contents(buffer), (std::vector<unsigned char>{1, 2}));
-    const unsigned char* block = buffer.data();
-    buffer.resize(2);
-    EXPECT_EQ(buffer.data(), block);
-    buffer.resize(0);
-    EXPECT_EQ(buffer.data(), nullptr);
-    EXPECT_EQ(buffer.size(), 0u);
-}
-
-TEST(ByteBuffer, InsertPlacesTheRunAtThePosition) {
+// Inserting part of itself reads the old contents, not the moved ones.
+TEST(ByteBuffer, InsertPlacesTheRunAtThePositionEvenFromItself) {
     ByteBuffer buffer{1, 5};
     const unsigned char run[] = {2, 3, 4};
     buffer.insert(1, run, 3);
     EXPECT_EQ(buffer, (ByteBuffer{1, 2, 3, 4, 5}));
-    buffer.insert(0, ByteBuffer{0});
-    buffer.append(ByteBuffer{6, 7});
-    buffer.append(8);
-    EXPECT_EQ(buffer, (ByteBuffer{0, 1, 2, 3, 4, 5, 6, 7, 8}));
-    buffer.insert(2, run, 0);
-    EXPECT_EQ(buffer.size(), 9u);
-
-    ByteBuffer empty;
-    empty.append(nullptr, 0);
-    EXPECT_EQ(empty.data(), nullptr);
-
-    EXPECT_THROW(buffer.insert(10, run, 1), mw::IndexException);
-}
-
-TEST(ByteBuffer, InsertingPartOfItselfReadsTheOldContents) {
-    ByteBuffer buffer{1, 2, 3};
+    EXPECT_THROW(buffer.insert(6, run, 1), mw::IndexException);
+    buffer = ByteBuffer{1, 2, 3};
     buffer.append(buffer);
     EXPECT_EQ(buffer, (ByteBuffer{1, 2, 3, 1, 2, 3}));
     buffer.insert(1, buffer.data() + 4, 2);
     EXPECT_EQ(buffer, (ByteBuffer{1, 2, 3, 2, 3, 1, 2, 3}));
-}
-
-TEST(ByteBuffer, EqualityComparesSizeAndContents) {
-    EXPECT_EQ(ByteBuffer(), ByteBuffer(0));
-    EXPECT_NE((ByteBuffer{1, 2}), (ByteBuffer{1, 2, 0}));
-    EXPECT_NE((ByteBuffer{1, 2}), (ByteBuffer{1, 3}));
 }
 
 TEST(CleanUpAllocPolicy, RefusesSizesBeyondTheAddressableMaximum) {
