@@ -33,29 +33,24 @@ std::size_t applicationSelects(const AppCard& card) {
     return count;
 }
 
+// Card and applet form alike: selected by AID first, down to the card status file last.
 TEST(GetApplications, HandsBackOneApplicationSelectedDownToTheCardStatusFile) {
-    AppCard card;
-    P15ApplicationPlugin plugin;
-    const auto applications = plugin.getApplications(card.card, *card.channel);
-
-    ASSERT_EQ(applications.size(), 1u);
-    const std::vector<mw::ByteBuffer> selects = card.recorder->sent(0xA4);
-    ASSERT_GE(selects.size(), 2u);
-    EXPECT_EQ(selects.front().get(2), 0x04) << "the application is selected by its AID first";
-    EXPECT_EQ(selects.back(), cardStatusSelect);
-}
-
-TEST(GetApplications, AppletFormSelectsThroughTheApplet) {
-    AppCard card;
-    auto applet =
-        boost::make_shared<host::iso7816::Applet>(card.session, host::iso7816::pkcs15Aid());
-    const auto applications =
-        P15ApplicationPlugin().getApplications(card.card, applet, *card.channel);
-    ASSERT_EQ(applications.size(), 1u);
-    auto application = boost::dynamic_pointer_cast<P15Application>(applications[0]);
-    ASSERT_TRUE(application);
-    EXPECT_TRUE(application->isAppletMode());
-    EXPECT_EQ(card.recorder->sent(0xA4).back(), cardStatusSelect);
+    for (bool appletForm : {false, true}) {
+        SCOPED_TRACE(appletForm);
+        AppCard card;
+        auto applet =
+            boost::make_shared<host::iso7816::Applet>(card.session, host::iso7816::pkcs15Aid());
+        const auto applications =
+            appletForm ? P15ApplicationPlugin().getApplications(card.card, applet, *card.channel)
+                       : P15ApplicationPlugin().getApplications(card.card, *card.channel);
+        ASSERT_EQ(applications.size(), 1u);
+        auto application = boost::dynamic_pointer_cast<P15Application>(applications[0]);
+        ASSERT_TRUE(application);
+        EXPECT_EQ(application->isAppletMode(), appletForm);
+        const std::vector<mw::ByteBuffer> selects = card.recorder->sent(0xA4);
+        EXPECT_EQ(selects.front().get(2), 0x04);
+        EXPECT_EQ(selects.back(), cardStatusSelect);
+    }
 }
 
 TEST(GetApplications, MoreDataAnswersToTheCardStatusSelectCountAsSuccess) {
@@ -211,23 +206,6 @@ TEST(AlgorithmTable, HoldsTheSignatureRowsAndTheRawRsaRow) {
     EXPECT_EQ(signatures[9].hashOid, "1.2.840.113549.2.5");
     ASSERT_EQ(application->getAlgorithmRows(2).size(), 1u);
     EXPECT_TRUE(application->getAlgorithmRows(3).empty());
-}
-
-TEST(ClearCache, MakesTheNextAccessReadTheCardAgain) {
-    AppCard card;
-    const auto application = card.application();
-    card.recorder->clear();
-    application->getODF()->getAODF()->values(*card.channel);
-    const std::size_t firstReads = card.recorder->sent(0xB0).size();
-    ASSERT_GT(firstReads, 0u);
-
-    card.recorder->clear();
-    application->getODF()->getAODF()->values(*card.channel);
-    EXPECT_TRUE(card.recorder->sent(0xB0).empty()) << "cached content was read again";
-
-    application->clearCache();
-    application->getODF()->getAODF()->values(*card.channel);
-    EXPECT_EQ(card.recorder->sent(0xB0).size(), firstReads);
 }
 
 // A second channel to the same card that counts the commands it carries.
