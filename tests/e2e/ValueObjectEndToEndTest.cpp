@@ -198,6 +198,26 @@ TEST_P(ValueObjectsOnTheCard, AValueTheCardRefusesLeavesNeitherEntryNorFile) {
     EXPECT_TRUE(application_->getDataObjects(*channel_).empty());
 }
 
+// A removal cut short after its entry went leaves the value file unlisted;
+// the next object given that file takes it over.
+TEST_P(ValueObjectsOnTheCard, AFileARemovalLeftUnlistedIsTakenOverByTheNextWrite) {
+    auto first = factory_->createCertificate(ICertificate::X509Certificate, userPinRules());
+    first->setValue(certificate("large.der"));
+    application_->writeCardObject(*channel_, *first);
+    virtualCard_->instrumentation().injectStatusWord(0xE4, 0x6581, 1);
+    EXPECT_CARD_ERROR(application_->deleteCardObject(*channel_, *first), "Delete File", 0x6581);
+    ASSERT_TRUE(exists({0x0D, 0x01}));
+
+    auto second = factory_->createCertificate(ICertificate::X509Certificate, userPinRules());
+    second->setValue(certificate("small.der"));
+    application_->writeCardObject(*channel_, *second);
+    reopen();
+    auto listed = certificateAt(0);
+    application_->readCardObject(*channel_, *listed);
+    EXPECT_EQ(listed->getValue(), certificate("small.der"));
+    EXPECT_EQ(fileContent({0x0D, 0x01}), certificate("small.der"));
+}
+
 // A certificate whose entry does not fit is refused before anything is
 // written: the entries, the value files and the free file stay as they were.
 TEST_P(ValueObjectsOnTheCard, ACertificateIntoAFullCdfLeavesTheCardAsItWas) {

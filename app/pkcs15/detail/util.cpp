@@ -33,9 +33,21 @@ mw::ByteBuffer hexToBytes(std::string text) {
     return mw::fromHex(text);
 }
 
-bool isFileNotFound(const card::CardException& e) {
+namespace {
+
+bool hasStatus(const card::CardException& e, unsigned short status) {
     const unsigned short* sw = boost::get_error_info<card::StatusCode>(e);
-    return sw && *sw == 0x6A82;
+    return sw && *sw == status;
+}
+
+} // namespace
+
+bool isFileNotFound(const card::CardException& e) {
+    return hasStatus(e, 0x6A82);
+}
+
+bool isFileAlreadyThere(const card::CardException& e) {
+    return hasStatus(e, 0x6A89);
 }
 
 } // namespace util

@@ -27,6 +27,8 @@ mw::ByteBuffer hexToBytes(std::string text);
 
 // The card answered "file or application not found" (6A82).
 bool isFileNotFound(const card::CardException& e);
+// The card answered "file already exists" (6A89).
+bool isFileAlreadyThere(const card::CardException& e);
 
 } // namespace util
 } // namespace pkcs15

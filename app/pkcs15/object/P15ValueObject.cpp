@@ -209,10 +209,20 @@ void P15ValueObject<Generic, File, Entry>::writeValueFile(const card::IChannel& 
     if (replace) {
         deleteIfPresent(channel, application, location.path);
     }
-    application.getFileSystemService()->createFile(
-        channel,
-        card::service::DataObjectCreateParams(location.path, value.size(),
-                                              valueFileConditions(this->getAccessControlRules())));
+    const card::service::DataObjectCreateParams params(
+        location.path, value.size(), valueFileConditions(this->getAccessControlRules()));
+    const card::service::IFileSystemService& fileSystem = *application.getFileSystemService();
+    try {
+        fileSystem.createFile(channel, params);
+    } catch (const card::CardException& e) {
+        // A new value's file is one no entry names: a file already there was
+        // left unlisted by a write or removal cut short, and is replaced.
+        if (replace || !util::isFileAlreadyThere(e)) {
+            throw;
+        }
+        fileSystem.deleteFile(channel, location.path);
+        fileSystem.createFile(channel, params);
+    }
     if (value.empty()) {
         return;
     }
