@@ -76,12 +76,10 @@ TEST_F(FileCommands, ReadBinaryEdgesOfTheFile) {
     selectApplication();
     ASSERT_EQ(sw("00A4020C 02 9999"), 0x9000); // 8 bytes
     EXPECT_EQ(send("00B0000008"), hex("0000000000000000 9000"));
-    EXPECT_EQ(send("00B0000600"), hex("0000 6282")); // runs past the end
-    EXPECT_EQ(send("00B0000703"), hex("00 6282"));
-    EXPECT_EQ(sw("00B0000801"), 0x6B00); // at the end
-    EXPECT_EQ(sw("00B07FFF01"), 0x6B00); // past it
-    EXPECT_EQ(sw("00B0800001"), 0x6A86); // P1 bit 8: no short EF identifiers
-    EXPECT_EQ(sw("00B00000"), 0x6700);   // no Le
+    EXPECT_EQ(send("00B0000703"), hex("00 6282")); // runs past the end
+    EXPECT_EQ(sw("00B07FFF01"), 0x6B00);           // past it
+    EXPECT_EQ(sw("00B0800001"), 0x6A86);           // P1 bit 8: no short EF identifiers
+    EXPECT_EQ(sw("00B00000"), 0x6700);             // no Le
     ASSERT_EQ(sw("00A4000C 02 DF02"), 0x9000);
     EXPECT_EQ(sw("00B0000001"), 0x6986); // a DF is current
 }

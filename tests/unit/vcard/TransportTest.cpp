@@ -14,6 +14,7 @@ TEST_F(Transport, MalformedCommandsGetAStatusWordNeverACrash) {
     EXPECT_EQ(sw("00D60000 05 0102"), 0x6700);         // Lc says 5, 2 follow
     EXPECT_EQ(sw("00D60000 02 010203 00 11"), 0x6700); // trailing bytes after Le
     EXPECT_EQ(sw("00A40000 00 3F"), 0x6700);           // short Lc 0 with data
+    EXPECT_EQ(sw("00D60000 00 0002 01"), 0x6700);      // extended Lc says 2, 1 follows
     EXPECT_EQ(sw("80A40000"), 0x6E00);
     EXPECT_EQ(sw("0CA40000"), 0x6E00);
     EXPECT_EQ(sw("00FF0000"), 0x6D00);
@@ -82,19 +83,6 @@ TEST_F(Transport, GetResponseWithWrongLeGets6CxxAndKeepsTheData) {
     ASSERT_EQ(statusWord(send("00A40404 0C A000000063504B43532D3135 04")) & 0xFF00, 0x6100);
     ASSERT_EQ(sw("00CA01A000"), 0x9000);
     EXPECT_EQ(sw("00C0000004"), 0x6985);
-}
-
-TEST_F(Transport, ExtendedLengthsMoveAWholeFileInOneCommand) {
-    selectApplication();
-    verifyUserPin();
-    ASSERT_EQ(sw("00A40200 02 4404"), 0x9000);
-    Bytes content(3000, 0x5A);
-    Bytes update = concat(hex("00D60000 00 0BB8"), content);
-    EXPECT_EQ(sw(update), 0x9000);
-    Bytes read = send("00B00000 00 0BB8");
-    EXPECT_EQ(statusWord(read), 0x9000);
-    EXPECT_EQ(dataOf(read), content);
-    EXPECT_EQ(sw("00D60000 00 0002 01"), 0x6700); // extended Lc says 2, 1 follows
 }
 
 TEST_F(Transport, PowerOffSilencesTheCardUntilReset) {
