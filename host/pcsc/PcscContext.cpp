@@ -4,6 +4,7 @@
 #include "host/pcsc/PcscError.hpp"
 
 #include <PCSC/pcsclite.h>
+#include <boost/exception/get_error_info.hpp>
 
 namespace host {
 
@@ -64,7 +65,12 @@ bool PcscContext::waitForRemoval(const std::string& reader,
                                  std::chrono::milliseconds timeout) const {
     try {
         return waitForState(reader, timeout, [](DWORD state) { return !isCardPresent(state); });
-    } catch (const card::CardException&) {
+    } catch (const card::CardException& e) {
+        // Without pcscd nothing is known about the card: say so.
+        const unsigned int* code = boost::get_error_info<card::ErrorData>(e);
+        if (code && isServiceLost(static_cast<LONG>(*code))) {
+            throw;
+        }
         return true; // the reader itself is gone, and the card with it
     }
 }

@@ -23,7 +23,8 @@ public:
     // Waits at most `timeout` for a card in `reader`; true when one is there.
     bool waitForCard(const std::string& reader, std::chrono::milliseconds timeout) const;
     // Waits at most `timeout` until `reader` holds no card (empty,
-    // unavailable or gone); true when so.
+    // unavailable or gone); true when so. A lost pcscd is an error, not a
+    // removal.
     bool waitForRemoval(const std::string& reader, std::chrono::milliseconds timeout) const;
 
     SCARDCONTEXT handle() const { return context_; }

@@ -3,6 +3,9 @@
 #include "card/CardException.hpp"
 
 #include <PCSC/pcsclite.h>
+#include <mutex>
+#include <set>
+#include <string>
 
 namespace host {
 
@@ -17,11 +20,12 @@ const char* pcscErrorText(LONG code) {
         return "reader unavailable";
     case SCARD_E_NO_SERVICE:
     case SCARD_E_SERVICE_STOPPED:
-        return "reader unavailable: PC/SC service not running";
+    case SCARD_F_COMM_ERROR:
+    case SCARD_E_INVALID_HANDLE:
+        return "PC/SC service stopped or restarted: open the card again";
     case SCARD_W_UNRESPONSIVE_CARD:
     case SCARD_W_UNPOWERED_CARD:
     case SCARD_E_NOT_TRANSACTED:
-    case SCARD_F_COMM_ERROR:
     case SCARD_E_COMM_DATA_LOST:
         return "card does not respond";
     case SCARD_E_SHARING_VIOLATION:
@@ -33,6 +37,29 @@ const char* pcscErrorText(LONG code) {
     default:
         return "PC/SC error";
     }
+}
+
+bool isServiceLost(LONG code) {
+    // pcsc-lite reports a broken socket to pcscd as F_COMM_ERROR or
+    // NO_SERVICE; a handle the (new) pcscd does not know is INVALID_HANDLE.
+    return code == SCARD_E_NO_SERVICE || code == SCARD_E_SERVICE_STOPPED ||
+           code == SCARD_F_COMM_ERROR || code == SCARD_E_INVALID_HANDLE;
+}
+
+void throwCardInUse(std::chrono::seconds limit) {
+    // Error texts are static strings: keep one per limit this process used.
+    static std::mutex mutex;
+    static std::set<std::string> texts;
+    const std::string text = "card in use by another application: no transaction after " +
+                             std::to_string(limit.count()) + " s";
+    const char* kept = nullptr;
+    {
+        const std::lock_guard<std::mutex> lock(mutex);
+        kept = texts.insert(text).first->c_str();
+    }
+    CARD_THROW(card::CardException()
+               << card::ErrorText(kept)
+               << card::ErrorData(static_cast<unsigned int>(SCARD_E_TIMEOUT)));
 }
 
 void throwPcscError(LONG code) {

@@ -3,6 +3,8 @@
 
 #include <PCSC/wintypes.h>
 
+#include <chrono>
+
 namespace host {
 
 // A failed pcsc-lite call as a card::CardException: a clear text for the
@@ -12,6 +14,13 @@ namespace host {
 
 // The text throwPcscError attaches for `code`.
 const char* pcscErrorText(LONG code);
+
+// True when `code` says the connection to pcscd itself is gone: the service
+// stopped, or restarted and no longer knows this process's handles.
+bool isServiceLost(LONG code);
+
+// Another application held the card in a transaction for all of `limit`.
+[[noreturn]] void throwCardInUse(std::chrono::seconds limit);
 
 } // namespace host
 
