@@ -1,12 +1,19 @@
 #include "host/pcsc/PcscTransport.hpp"
 
 #include "card/Apdu.hpp"
+#include "card/CardException.hpp"
 #include "host/pcsc/PcscError.hpp"
 
 #include <PCSC/pcsclite.h>
 #include <algorithm>
 #include <boost/make_shared.hpp>
+#include <condition_variable>
+#include <cstdlib>
+#include <mutex>
+#include <optional>
 #include <stdexcept>
+#include <thread>
+#include <utility>
 
 namespace host {
 
@@ -16,12 +23,13 @@ constexpr DWORD anyProtocol = SCARD_PROTOCOL_T0 | SCARD_PROTOCOL_T1;
 // How long a failed exchange may take to show up as a removal in pcscd,
 // which polls its readers.
 constexpr std::chrono::seconds removalNotice(2);
+constexpr long defaultLimit = 10;
+constexpr long longestLimit = 24 * 3600;
 
 // The reader could not talk to the card: removed, or merely mute.
 bool isLostContact(LONG rv) {
-    return rv == SCARD_E_NOT_TRANSACTED || rv == SCARD_F_COMM_ERROR ||
-           rv == SCARD_E_COMM_DATA_LOST || rv == SCARD_W_UNRESPONSIVE_CARD ||
-           rv == SCARD_W_UNPOWERED_CARD;
+    return rv == SCARD_E_NOT_TRANSACTED || rv == SCARD_E_COMM_DATA_LOST ||
+           rv == SCARD_W_UNRESPONSIVE_CARD || rv == SCARD_W_UNPOWERED_CARD;
 }
 
 void check(LONG rv) {
@@ -30,30 +38,184 @@ void check(LONG rv) {
     }
 }
 
+// Runs `call` on a thread of its own and waits at most `limit` for its
+// result. Past the limit it returns none and leaves the thread to finish,
+// which then hands its late result to `discard`. pcsc-lite offers no other
+// bound: SCardConnect waits inside pcscd for another application's
+// transaction to end, SCardBeginTransaction and SCardReconnect retry in the
+// client until it has.
+template <class Result, class Call, class Discard>
+std::optional<Result> callWithin(std::chrono::seconds limit, Call call, Discard discard) {
+    struct Shared {
+        std::mutex mutex;
+        std::condition_variable done;
+        std::optional<Result> result;
+        bool late = false;
+    };
+    auto shared = std::make_shared<Shared>();
+    std::thread([shared, call, discard] {
+        Result result = call();
+        const std::lock_guard<std::mutex> lock(shared->mutex);
+        if (shared->late) {
+            discard(result);
+            return;
+        }
+        shared->result = result;
+        shared->done.notify_one();
+    }).detach();
+    std::unique_lock<std::mutex> lock(shared->mutex);
+    if (!shared->done.wait_for(lock, limit, [&] { return shared->result.has_value(); })) {
+        shared->late = true;
+        return std::nullopt;
+    }
+    return shared->result;
+}
+
+// A card handle in a context of its own.
+struct Connection {
+    LONG rv = SCARD_S_SUCCESS;
+    SCARDCONTEXT context = 0;
+    SCARDHANDLE card = 0;
+    DWORD protocol = 0;
+};
+
+void release(const Connection& connection) {
+    if (connection.card != 0) {
+        SCardDisconnect(connection.card, SCARD_LEAVE_CARD);
+    }
+    if (connection.context != 0) {
+        SCardReleaseContext(connection.context);
+    }
+}
+
+Connection connectTo(const std::string& reader) {
+    Connection connection;
+    connection.rv =
+        SCardEstablishContext(SCARD_SCOPE_SYSTEM, nullptr, nullptr, &connection.context);
+    if (connection.rv != SCARD_S_SUCCESS) {
+        connection.context = 0;
+        return connection;
+    }
+    connection.rv = SCardConnect(connection.context, reader.c_str(), SCARD_SHARE_SHARED,
+                                 anyProtocol, &connection.card, &connection.protocol);
+    if (connection.rv != SCARD_S_SUCCESS) {
+        connection.card = 0;
+    }
+    return connection;
+}
+
+// Holds the card for one call made outside any transaction: with the card
+// held, pcsc-lite never waits for another application inside that call.
+class Held {
+public:
+    explicit Held(const card::ICardTransport& transport)
+        : transport_(transport) {
+        transport_.beginTransaction();
+    }
+    ~Held() { transport_.endTransaction(); }
+    Held(const Held&) = delete;
+    Held& operator=(const Held&) = delete;
+
+private:
+    const card::ICardTransport& transport_;
+};
+
 } // namespace
+
+std::chrono::seconds transactionLimit() {
+    const char* text = std::getenv("P15_TRANSACTION_TIMEOUT");
+    char* end = nullptr;
+    const long seconds = text ? std::strtol(text, &end, 10) : 0;
+    const bool valid = text && *text != '\0' && *end == '\0' && seconds > 0;
+    return std::chrono::seconds(valid ? std::min(seconds, longestLimit) : defaultLimit);
+}
 
 PcscTransport::PcscTransport(std::shared_ptr<const PcscContext> context, std::string reader,
                              OnRelease onRelease)
     : context_(std::move(context))
     , reader_(std::move(reader))
+    , limit_(transactionLimit())
     , onRelease_(onRelease) {
-    check(SCardConnect(context_->handle(), reader_.c_str(), SCARD_SHARE_SHARED, anyProtocol, &card_,
-                       &protocol_));
+    connect();
 }
 
 PcscTransport::~PcscTransport() {
-    if (transactionDepth_ > 0) {
+    if (card_ == 0) {
+        return;
+    }
+    const bool logOut = onRelease_ == OnRelease::LogOut;
+    bool held = transactionDepth_ > 0;
+    if (logOut && !held) {
+        try {
+            held = beginWithinLimit() == SCARD_S_SUCCESS;
+        } catch (const card::CardException&) {
+            return; // another application held the card all along: let go as it is
+        }
+    }
+    // pcscd resets a card only once no other application holds it: held by
+    // this transport, that is at once.
+    if (held && !logOut) {
         SCardEndTransaction(card_, SCARD_LEAVE_CARD);
     }
-    SCardDisconnect(card_, onRelease_ == OnRelease::LogOut ? SCARD_RESET_CARD : SCARD_LEAVE_CARD);
+    disconnect(held && logOut ? SCARD_RESET_CARD : SCARD_LEAVE_CARD);
+}
+
+void PcscTransport::connect() const {
+    if (card_ != 0) {
+        return;
+    }
+    const std::string reader = reader_;
+    const std::optional<Connection> connection = callWithin<Connection>(
+        limit_, [reader] { return connectTo(reader); }, release);
+    if (!connection) {
+        throwCardInUse(limit_);
+    }
+    if (connection->rv != SCARD_S_SUCCESS) {
+        release(*connection);
+        throwPcscError(connection->rv);
+    }
+    cardContext_ = connection->context;
+    card_ = connection->card;
+    protocol_ = connection->protocol;
+}
+
+void PcscTransport::disconnect(DWORD disposition) const {
+    SCardDisconnect(card_, disposition);
+    SCardReleaseContext(cardContext_);
+    card_ = 0;
+    cardContext_ = 0;
+}
+
+template <class Result, class Call> Result PcscTransport::withinLimit(const Call& call) const {
+    const SCARDHANDLE card = card_;
+    const std::optional<Result> result = callWithin<Result>(
+        limit_, [card, call] { return call(card); }, [](const Result&) {});
+    if (!result) {
+        // pcsc-lite retries only while the handle exists: this ends the
+        // thread's wait. A transaction it won meanwhile ends with the handle.
+        disconnect(SCARD_LEAVE_CARD);
+        throwCardInUse(limit_);
+    }
+    return *result;
+}
+
+LONG PcscTransport::beginWithinLimit() const {
+    return withinLimit<LONG>([](SCARDHANDLE card) { return SCardBeginTransaction(card); });
 }
 
 void PcscTransport::reconnect() const {
-    check(SCardReconnect(card_, SCARD_SHARE_SHARED, anyProtocol, SCARD_LEAVE_CARD, &protocol_));
+    const auto [rv, protocol] = withinLimit<std::pair<LONG, DWORD>>([](SCARDHANDLE card) {
+        DWORD active = 0;
+        const LONG result =
+            SCardReconnect(card, SCARD_SHARE_SHARED, anyProtocol, SCARD_LEAVE_CARD, &active);
+        return std::make_pair(result, active);
+    });
+    check(rv);
+    protocol_ = protocol;
     ++resets_;
     // The reset ended the transaction this transport held.
     if (transactionDepth_ > 0) {
-        check(SCardBeginTransaction(card_));
+        check(beginWithinLimit());
     }
 }
 
@@ -70,6 +232,7 @@ template <class Call> void PcscTransport::callWithReconnect(const Call& call) co
 }
 
 mw::ByteBuffer PcscTransport::getAtr() const {
+    const Held held(*this);
     mw::ByteBuffer atr(MAX_ATR_SIZE);
     DWORD atrLength = MAX_ATR_SIZE;
     DWORD state = 0;
@@ -86,6 +249,7 @@ mw::ByteBuffer PcscTransport::getAtr() const {
 }
 
 boost::shared_ptr<mw::ByteBuffer> PcscTransport::transmit(const card::Apdu& command) const {
+    const Held held(*this);
     auto response = boost::make_shared<mw::ByteBuffer>(MAX_BUFFER_SIZE_EXTENDED);
     DWORD responseLength = 0;
     callWithReconnect([&] {
@@ -104,7 +268,13 @@ boost::shared_ptr<mw::ByteBuffer> PcscTransport::transmit(const card::Apdu& comm
 
 void PcscTransport::beginTransaction() const {
     if (transactionDepth_ == 0) {
-        callWithReconnect([&] { return SCardBeginTransaction(card_); });
+        if (card_ == 0) {
+            // The last connection was let go while another application held
+            // the card: what it did meanwhile is unknown, as after a reset.
+            connect();
+            ++resets_;
+        }
+        callWithReconnect([this] { return beginWithinLimit(); });
     }
     ++transactionDepth_;
 }
@@ -113,8 +283,8 @@ void PcscTransport::endTransaction() const {
     if (transactionDepth_ == 0) {
         return;
     }
-    if (--transactionDepth_ == 0) {
-        // Runs from destructors: a card that went away already ended it.
+    // Runs from destructors: a card that went away already ended it.
+    if (--transactionDepth_ == 0 && card_ != 0) {
         SCardEndTransaction(card_, SCARD_LEAVE_CARD);
     }
 }

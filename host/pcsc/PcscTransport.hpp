@@ -18,6 +18,12 @@ namespace host {
 // vanished reader is a card::CardException with a clear text. Released, it
 // resets the card (nothing this host verified stays verified) unless told
 // to keep the login.
+//
+// Another application's transaction keeps pcsc-lite waiting without end; the
+// transport waits at most transactionLimit() for the card, then lets go of
+// its connection and throws "card in use by another application"; its next
+// call connects again (and counts a reset). Released meanwhile, it cannot
+// reset the card and leaves it as it is.
 class PcscTransport : public card::ICardTransport {
 public:
     PcscTransport(std::shared_ptr<const PcscContext> context, std::string reader,
@@ -41,15 +47,31 @@ private:
     // once more. Any other failure throws.
     template <class Call> void callWithReconnect(const Call& call) const;
     void reconnect() const;
+    // Connects when the last connection was let go.
+    void connect() const;
+    // Runs `call` on the card handle, waiting at most the limit; past it,
+    // lets go of the connection and throws.
+    template <class Result, class Call> Result withinLimit(const Call& call) const;
+    // SCardBeginTransaction within the limit.
+    LONG beginWithinLimit() const;
+    void disconnect(DWORD disposition) const;
 
     std::shared_ptr<const PcscContext> context_;
     std::string reader_;
+    std::chrono::seconds limit_;
+    // The handle's own context: a connect that waits on another
+    // application's transaction is left to finish on it alone.
+    mutable SCARDCONTEXT cardContext_ = 0;
     mutable SCARDHANDLE card_ = 0;
     mutable DWORD protocol_ = 0;
     mutable int transactionDepth_ = 0;
     mutable unsigned long resets_ = 0;
     OnRelease onRelease_;
 };
+
+// How long a transport waits for another application's transaction to end:
+// P15_TRANSACTION_TIMEOUT seconds, 10 when unset or not a positive number.
+std::chrono::seconds transactionLimit();
 
 // Connects to the first reader whose name contains `readerName` as soon as
 // it holds a card, waiting at most `wait`. No such reader, or no card in

@@ -1,4 +1,5 @@
-// What only a PC/SC reader shows: a reset from outside, and the card going away mid-work.
+// What only a PC/SC reader shows: a reset from outside, another application holding the card,
+// and the card or pcscd going away mid-work.
 #include "CardFixture.hpp"
 
 #include "host/pcsc/PcscContext.hpp"
@@ -6,16 +7,33 @@
 
 #include <boost/exception/get_error_info.hpp>
 #include <boost/make_shared.hpp>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
+#include <functional>
+#include <poll.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
+#include <vector>
 
 namespace hosttest {
 namespace {
 
 using card::service::PinInfo;
+using std::chrono::seconds;
+
+// The error text of the card exception `work` throws; empty when it throws none.
+std::string cardErrorText(const std::function<void()>& work) {
+    try {
+        work();
+    } catch (const card::CardException& e) {
+        const char* const* text = boost::get_error_info<card::ErrorText>(e);
+        return text ? *text : "(no text)";
+    }
+    return "";
+}
 
 class PcscEventsTest : public CardTest {
 protected:
@@ -93,7 +111,94 @@ TEST_P(PcscEventsTest, PinVerifiedByAnEndedProcessIsLoggedOut) {
     pins()->deauthenticate(*channel_, pinReference(0x01));
 }
 
-// Stops the fixture's bridge, and starts a new one when done for later PC/SC tests.
+// Another process that holds the card in a transaction until released, or for 20 s: a host
+// that waited for it without a bound would come back only then.
+class OtherApplication {
+public:
+    explicit OtherApplication(const std::string& reader) {
+        int held[2];
+        int release[2];
+        if (pipe(held) != 0 || pipe(release) != 0 || (child_ = fork()) < 0) {
+            return;
+        }
+        if (child_ == 0) {
+            close(held[0]);
+            close(release[1]);
+            SCARDCONTEXT context = 0;
+            SCARDHANDLE card = 0;
+            DWORD protocol = 0;
+            const char answer =
+                SCardEstablishContext(SCARD_SCOPE_SYSTEM, nullptr, nullptr, &context) == 0 &&
+                        SCardConnect(context, reader.c_str(), SCARD_SHARE_SHARED,
+                                     SCARD_PROTOCOL_T0 | SCARD_PROTOCOL_T1, &card,
+                                     &protocol) == 0 &&
+                        SCardBeginTransaction(card) == 0
+                    ? 'y'
+                    : 'n';
+            (void)!write(held[1], &answer, 1);
+            pollfd released{release[0], POLLIN, 0};
+            poll(&released, 1, 20000);
+            SCardEndTransaction(card, SCARD_LEAVE_CARD);
+            _exit(0);
+        }
+        close(held[1]);
+        close(release[0]);
+        release_ = release[1];
+        char answer = 'n';
+        holding_ = read(held[0], &answer, 1) == 1 && answer == 'y';
+        close(held[0]);
+    }
+    ~OtherApplication() { release(); }
+    OtherApplication(const OtherApplication&) = delete;
+    OtherApplication& operator=(const OtherApplication&) = delete;
+
+    bool holding() const { return holding_; }
+    void release() {
+        if (release_ >= 0) {
+            close(release_);
+            release_ = -1;
+            waitpid(child_, nullptr, 0);
+        }
+    }
+
+private:
+    pid_t child_ = -1;
+    int release_ = -1;
+    bool holding_ = false;
+};
+
+// Waits one second for another application's transaction, not ten.
+class PcscContentionTest : public PcscEventsTest {
+protected:
+    void SetUp() override {
+        setenv("P15_TRANSACTION_TIMEOUT", "1", 1);
+        PcscEventsTest::SetUp();
+    }
+    void TearDown() override { unsetenv("P15_TRANSACTION_TIMEOUT"); }
+
+    const std::string inUse = "card in use by another application: no transaction after 1 s";
+};
+
+TEST_P(PcscContentionTest, CardHeldByAnotherApplicationIsAClearErrorUntilReleased) {
+    files()->select(*channel_, {0x50, 0x32});
+    const mw::ByteBuffer tokenInfo = files()->read(*channel_, 0, 0);
+    auto loggingOut = host::connectReader(reader_, seconds(10), host::OnRelease::LogOut);
+    OtherApplication other(reader_);
+    ASSERT_TRUE(other.holding());
+    // The first wait is for a transaction, the second for a new connection.
+    EXPECT_EQ(cardErrorText([&] { files()->read(*channel_, 0, 0); }), inUse);
+    EXPECT_EQ(cardErrorText([&] { files()->read(*channel_, 0, 0); }), inUse);
+    // Its log-out waits for the card too (the other application holds it for 20 s).
+    const auto start = std::chrono::steady_clock::now();
+    loggingOut.reset();
+    EXPECT_LT(std::chrono::duration_cast<seconds>(std::chrono::steady_clock::now() - start).count(),
+              10);
+    other.release();
+    EXPECT_EQ(files()->read(*channel_, 0, 0), tokenInfo);
+}
+
+// Stops what the pcscd fixture started (the bridge, pcscd) and, when done, starts them again
+// for later PC/SC tests.
 class PcscRemovalTest : public PcscEventsTest {
 protected:
     void SetUp() override {
@@ -103,30 +208,79 @@ protected:
         }
         PcscEventsTest::SetUp();
     }
-    void TearDown() override {
-        if (!stopped_) {
-            return;
+    void TearDown() override { startStopped(); }
+
+    void stop(const std::string& name) {
+        pid_t pid = 0;
+        std::ifstream(state_ + "/" + name + ".pid") >> pid;
+        ASSERT_GT(pid, 0);
+        ASSERT_EQ(kill(pid, SIGTERM), 0);
+        stopped_.push_back(name);
+        // pcscd must be gone before another can take its socket.
+        for (int i = 0; i < 100 && !ended(pid); ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
         }
-        const std::string restart = "\"${P15_VCARD_SERVE:-p15-vcard-serve}\" >>\"" + state_ +
-                                    "/bridge.log\" 2>&1 & echo $! >\"" + state_ + "/bridge.pid\"";
-        ASSERT_EQ(std::system(restart.c_str()), 0);
-        EXPECT_TRUE(context_->waitForCard(reader_, std::chrono::seconds(10)));
+        ASSERT_TRUE(ended(pid)) << name;
     }
-    void stopBridge() {
-        pid_t bridge = 0;
-        std::ifstream(state_ + "/bridge.pid") >> bridge;
-        ASSERT_GT(bridge, 0);
-        ASSERT_EQ(kill(bridge, SIGTERM), 0);
-        stopped_ = true;
+    // In the reverse order: pcscd before the bridge that connects to it.
+    void startStopped() {
+        for (auto name = stopped_.rbegin(); name != stopped_.rend(); ++name) {
+            const std::string program =
+                *name == "pcscd" ? "pcscd --foreground" : "\"${P15_VCARD_SERVE:-p15-vcard-serve}\"";
+            const std::string start = program + " >>\"" + state_ + "/" + *name + ".log\" 2>&1 & " +
+                                      "echo $! >\"" + state_ + "/" + *name + ".pid\"";
+            ASSERT_EQ(std::system(start.c_str()), 0);
+        }
+        if (!stopped_.empty()) {
+            stopped_.clear();
+            EXPECT_TRUE(cardReturns(seconds(10)));
+        }
     }
 
     std::string state_;
-    bool stopped_ = false;
+
+private:
+    static bool ended(pid_t pid) {
+        std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+        std::string id, name, state;
+        return !(stat >> id >> name >> state) || state == "Z";
+    }
+    // A client of its own: one that pcscd knew before a restart stays cut off.
+    bool cardReturns(seconds wait) const {
+        const auto deadline = std::chrono::steady_clock::now() + wait;
+        do {
+            try {
+                if (host::PcscContext().waitForCard(reader_, seconds(1))) {
+                    return true;
+                }
+            } catch (const card::CardException&) {
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        } while (std::chrono::steady_clock::now() < deadline);
+        return false;
+    }
+
+    std::vector<std::string> stopped_;
 };
+
+TEST_P(PcscRemovalTest, RestartedPcscdIsAClearErrorThenConnectsAgain) {
+    if (!std::ifstream(state_ + "/pcscd.pid")) {
+        GTEST_SKIP() << "pcscd was running before the fixture, which leaves it alone";
+    }
+    files()->select(*channel_, {0x50, 0x32});
+    stop("bridge");
+    stop("pcscd");
+    startStopped();
+    EXPECT_EQ(cardErrorText([&] { files()->read(*channel_, 0, 0); }),
+              "PC/SC service stopped or restarted: open the card again");
+    // Not a removal: nothing is known about the card.
+    EXPECT_THROW(context_->waitForRemoval(reader_, seconds(1)), card::CardException);
+    EXPECT_FALSE(host::connectReader(reader_, seconds(10))->getAtr().empty());
+}
 
 TEST_P(PcscRemovalTest, RemovedCardIsAClearErrorNotAHang) {
     files()->select(*channel_, {0x44, 0x04});
-    stopBridge();
+    stop("bridge");
     // pcscd polls its readers: wait until it has seen the card go.
     ASSERT_TRUE(context_->waitForRemoval(reader_, std::chrono::seconds(30)));
     try {
@@ -141,6 +295,8 @@ TEST_P(PcscRemovalTest, RemovedCardIsAClearErrorNotAHang) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Reader, PcscEventsTest, ::testing::Values(TransportKind::Pcsc),
+                         transportName);
+INSTANTIATE_TEST_SUITE_P(Reader, PcscContentionTest, ::testing::Values(TransportKind::Pcsc),
                          transportName);
 INSTANTIATE_TEST_SUITE_P(Reader, PcscRemovalTest, ::testing::Values(TransportKind::Pcsc),
                          transportName);
