@@ -37,8 +37,17 @@ bool isCardGone(const std::exception& error) {
         return false;
     }
     const char* const* text = boost::get_error_info<card::ErrorText>(*info);
-    return text && (std::strcmp(*text, "card removed") == 0 ||
-                    std::strncmp(*text, "reader unavailable", 18) == 0);
+    if (!text) {
+        return false;
+    }
+    // A stopped or restarted PC/SC service took every card connection with it.
+    for (const char* gone :
+         {"card removed", "reader unavailable", "PC/SC service stopped or restarted"}) {
+        if (std::strncmp(*text, gone, std::strlen(gone)) == 0) {
+            return true;
+        }
+    }
+    return false;
 }
 
 CK_RV returnValueOf(const std::exception& error) {
