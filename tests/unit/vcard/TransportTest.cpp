@@ -51,23 +51,8 @@ TEST_F(Transport, ChainOverTheLimitIsRefused) {
     EXPECT_EQ(sw(apdu(0x10, 0xD6, 0, 0, Bytes(255, 0))), 0x6700);
 }
 
-TEST_F(Transport, LongAnswerComesInPiecesThroughGetResponse) {
-    Bytes challenge = send("0084000000");
-    ASSERT_EQ(challenge.size(), 258u);
-    EXPECT_EQ(statusWord(challenge), 0x9000);
-
-    // Le shorter than the answer: 61xx with the rest.
-    std::uint16_t fullStatus = 0;
-    Bytes fcp = sendAndCollect(hex("00A40404 0C A000000063504B43532D3135 00"), fullStatus);
-    ASSERT_EQ(fullStatus, 0x9000);
-    Bytes partial = send("00A40404 0C A000000063504B43532D3135 10");
-    ASSERT_EQ(statusWord(partial), 0x6100 | (fcp.size() - 16));
-    EXPECT_EQ(dataOf(partial), Bytes(fcp.begin(), fcp.begin() + 16));
-    Bytes rest = send(apdu(0, 0xC0, 0, 0, {}, static_cast<int>(fcp.size() - 16)));
-    EXPECT_EQ(statusWord(rest), 0x9000);
-    EXPECT_EQ(concat(dataOf(partial), dataOf(rest)), fcp);
-}
-
+// An answer longer than Le coming in pieces through GET RESPONSE:
+// InProcessCardTest.LongAnswersAndChainedCryptogramsOf2048BitKeys (short APDUs).
 TEST_F(Transport, GetResponseWithWrongLeGets6CxxAndKeepsTheData) {
     Bytes partial = send("00A40404 0C A000000063504B43532D3135 04");
     ASSERT_EQ(statusWord(partial) & 0xFF00, 0x6100);
