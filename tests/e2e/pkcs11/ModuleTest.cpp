@@ -252,7 +252,7 @@ TEST_F(ModuleTest, SetPinNeedsAReadWriteSessionAndTheOldValue) {
 }
 
 // A card that goes away takes its token and sessions with it, and
-// C_WaitForSlotEvent tells once.
+// C_WaitForSlotEvent tells once, and again when it is back.
 TEST_F(ModuleTest, ARemovedCardEndsItsSessions) {
     const CK_SESSION_HANDLE session = open();
     CK_SLOT_ID slot = 99;
@@ -269,6 +269,9 @@ TEST_F(ModuleTest, ARemovedCardEndsItsSessions) {
     EXPECT_EQ(f->C_CloseSession(session), CKR_SESSION_HANDLE_INVALID);
 
     fs::rename(image_.string() + ".away", image_);
+    slot = 99;
+    EXPECT_EQ(f->C_WaitForSlotEvent(CKF_DONT_BLOCK, &slot, nullptr), CKR_OK) << "the card is back";
+    EXPECT_EQ(slot, 0u);
     EXPECT_EQ(login(open(), CKU_USER, userPin), CKR_OK);
 }
 

@@ -1,0 +1,186 @@
+// The module's PC/SC slot on the pcscd fixture's card, in the "Virtual PCD" reader: a key made
+// and used through the reader, then the card taken out (its bridge stopped) and put back (a
+// new bridge, with a fresh card) as C_GetSlotList, the session and C_WaitForSlotEvent see it.
+#include "pkcs11/Cryptoki.hpp"
+
+#include <algorithm>
+#include <chrono>
+#include <cryptopp/pkcspad.h>
+#include <cryptopp/rsa.h>
+#include <cryptopp/sha.h>
+#include <csignal>
+#include <cstdlib>
+#include <dlfcn.h>
+#include <fstream>
+#include <future>
+#include <gtest/gtest.h>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using Bytes = std::vector<unsigned char>;
+using namespace std::chrono_literals;
+
+class PcscSlotTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        const char* state = std::getenv("P15_PCSCD_STATE");
+        if (!state || !std::ifstream(std::string(state) + "/bridge.pid")) {
+            GTEST_SKIP() << "runs only under the pcscd fixture (P15_PCSCD_STATE)";
+        }
+        bridgePid_ = std::string(state) + "/bridge.pid";
+        bridgeLog_ = std::string(state) + "/bridge.log";
+        ::setenv("P15KIT_PKCS11_CARD", "", 1); // no card images: the readers alone
+        ::unsetenv("P15KIT_PKCS11_PCSC");
+        void* library = ::dlopen(MODULE_PATH, RTLD_NOW | RTLD_LOCAL);
+        ASSERT_NE(library, nullptr) << ::dlerror();
+        auto getList =
+            reinterpret_cast<CK_C_GetFunctionList>(::dlsym(library, "C_GetFunctionList"));
+        ASSERT_NE(getList, nullptr);
+        ASSERT_EQ(getList(&f), CKR_OK);
+        ASSERT_EQ(f->C_Initialize(nullptr), CKR_OK);
+        initialised_ = true;
+    }
+    void TearDown() override {
+        if (stopped_) { // a failure left the card out: put it back for later PC/SC tests
+            startBridge();
+            waitForEvent();
+        }
+        if (initialised_) {
+            f->C_Finalize(nullptr);
+        }
+    }
+
+    std::vector<CK_SLOT_ID> slots(CK_BBOOL withToken) {
+        CK_ULONG count = 0;
+        EXPECT_EQ(f->C_GetSlotList(withToken, nullptr, &count), CKR_OK);
+        std::vector<CK_SLOT_ID> ids(count);
+        EXPECT_EQ(f->C_GetSlotList(withToken, ids.data(), &count), CKR_OK);
+        ids.resize(count);
+        return ids;
+    }
+    bool listed(CK_SLOT_ID slot) {
+        const auto ids = slots(CK_TRUE);
+        return std::find(ids.begin(), ids.end(), slot) != ids.end();
+    }
+    CK_RV login(CK_SESSION_HANDLE session) {
+        std::string pin = "123456"; // the fixture's card has the default user PIN
+        return f->C_Login(session, CKU_USER, reinterpret_cast<CK_UTF8CHAR_PTR>(pin.data()),
+                          pin.size());
+    }
+
+    // The first slot event within 30 s (pcscd polls its readers); none is ~0.
+    CK_SLOT_ID waitForEvent() {
+        CK_SLOT_ID slot = ~CK_SLOT_ID(0);
+        for (auto deadline = std::chrono::steady_clock::now() + 30s;
+             f->C_WaitForSlotEvent(CKF_DONT_BLOCK, &slot, nullptr) == CKR_NO_EVENT &&
+             std::chrono::steady_clock::now() < deadline;) {
+            std::this_thread::sleep_for(100ms);
+        }
+        return slot;
+    }
+    void stopBridge() {
+        pid_t pid = 0;
+        std::ifstream(bridgePid_) >> pid;
+        ASSERT_GT(pid, 0);
+        ASSERT_EQ(::kill(pid, SIGTERM), 0);
+        stopped_ = true;
+    }
+    void startBridge() {
+        const char* serve = std::getenv("P15_VCARD_SERVE");
+        const std::string start = "\"" + std::string(serve ? serve : "p15-vcard-serve") +
+                                  "\" >>\"" + bridgeLog_ + "\" 2>&1 & echo $! >\"" + bridgePid_ +
+                                  "\"";
+        ASSERT_EQ(std::system(start.c_str()), 0);
+        stopped_ = false;
+    }
+
+    CK_FUNCTION_LIST_PTR f = nullptr;
+    bool initialised_ = false;
+    bool stopped_ = false;
+    std::string bridgePid_, bridgeLog_;
+};
+
+// The modulus and exponent the module gives for the public key, as a Crypto++ key.
+CryptoPP::RSA::PublicKey publicKeyOf(CK_FUNCTION_LIST_PTR f, CK_SESSION_HANDLE session,
+                                     CK_OBJECT_HANDLE key) {
+    Bytes modulus(256), exponent(8);
+    CK_ATTRIBUTE query[] = {{CKA_MODULUS, modulus.data(), modulus.size()},
+                            {CKA_PUBLIC_EXPONENT, exponent.data(), exponent.size()}};
+    EXPECT_EQ(f->C_GetAttributeValue(session, key, query, 2), CKR_OK);
+    CryptoPP::RSA::PublicKey result;
+    result.Initialize(CryptoPP::Integer(modulus.data(), query[0].ulValueLen),
+                      CryptoPP::Integer(exponent.data(), query[1].ulValueLen));
+    return result;
+}
+
+TEST_F(PcscSlotTest, TheReadersCardSignsLeavesAndComesBack) {
+    CK_SLOT_ID slot = ~CK_SLOT_ID(0);
+    CK_SLOT_INFO info{};
+    for (CK_SLOT_ID id : slots(CK_FALSE)) {
+        if (f->C_GetSlotInfo(id, &info) == CKR_OK &&
+            std::string(reinterpret_cast<char*>(info.slotDescription), 64).find("Virtual PCD") !=
+                std::string::npos) {
+            slot = id;
+            break;
+        }
+    }
+    ASSERT_NE(slot, ~CK_SLOT_ID(0)) << "no Virtual PCD reader among the slots";
+    EXPECT_EQ(info.flags, CKF_TOKEN_PRESENT | CKF_REMOVABLE_DEVICE | CKF_HW_SLOT);
+    EXPECT_TRUE(listed(slot));
+    CK_TOKEN_INFO token{};
+    ASSERT_EQ(f->C_GetTokenInfo(slot, &token), CKR_OK);
+    EXPECT_TRUE(token.flags & CKF_LOGIN_REQUIRED);
+
+    CK_SESSION_HANDLE session = 0;
+    ASSERT_EQ(
+        f->C_OpenSession(slot, CKF_SERIAL_SESSION | CKF_RW_SESSION, nullptr, nullptr, &session),
+        CKR_OK);
+    ASSERT_EQ(login(session), CKR_OK);
+    CK_MECHANISM generate{CKM_RSA_PKCS_KEY_PAIR_GEN, nullptr, 0};
+    CK_ULONG bits = 1024;
+    CK_ATTRIBUTE publicTemplate{CKA_MODULUS_BITS, &bits, sizeof bits};
+    CK_OBJECT_HANDLE publicKey = 0, privateKey = 0;
+    ASSERT_EQ(f->C_GenerateKeyPair(session, &generate, &publicTemplate, 1, nullptr, 0, &publicKey,
+                                   &privateKey),
+              CKR_OK);
+    CK_MECHANISM sha256{CKM_SHA256_RSA_PKCS, nullptr, 0};
+    Bytes message{'o', 'v', 'e', 'r', ' ', 'p', 'c', 's', 'c', 'd'}, signature(128);
+    CK_ULONG length = signature.size();
+    ASSERT_EQ(f->C_SignInit(session, &sha256, privateKey), CKR_OK);
+    ASSERT_EQ(f->C_Sign(session, message.data(), message.size(), signature.data(), &length),
+              CKR_OK);
+    CryptoPP::RSASS<CryptoPP::PKCS1v15, CryptoPP::SHA256>::Verifier verifier(
+        publicKeyOf(f, session, publicKey));
+    EXPECT_TRUE(verifier.VerifyMessage(message.data(), message.size(), signature.data(), length));
+    CK_SLOT_ID event = 99;
+    EXPECT_EQ(f->C_WaitForSlotEvent(CKF_DONT_BLOCK, &event, nullptr), CKR_NO_EVENT);
+
+    stopBridge();
+    ASSERT_EQ(waitForEvent(), slot) << "no removal event";
+    EXPECT_FALSE(listed(slot));
+    EXPECT_EQ(f->C_SignInit(session, &sha256, privateKey), CKR_DEVICE_REMOVED);
+    EXPECT_EQ(f->C_CloseSession(session), CKR_SESSION_HANDLE_INVALID);
+    EXPECT_EQ(f->C_OpenSession(slot, CKF_SERIAL_SESSION, nullptr, nullptr, &session),
+              CKR_TOKEN_NOT_PRESENT);
+
+    // A blocking wait sees the card come back; C_Finalize would end one that saw nothing.
+    auto inserted = std::async(std::launch::async, [&] {
+        CK_SLOT_ID found = ~CK_SLOT_ID(0);
+        f->C_WaitForSlotEvent(0, &found, nullptr);
+        return found;
+    });
+    startBridge();
+    if (inserted.wait_for(30s) != std::future_status::ready) {
+        f->C_Finalize(nullptr);
+        initialised_ = false;
+    }
+    ASSERT_EQ(inserted.get(), slot) << "no insertion event";
+    EXPECT_TRUE(listed(slot));
+    ASSERT_EQ(f->C_OpenSession(slot, CKF_SERIAL_SESSION, nullptr, nullptr, &session), CKR_OK);
+    EXPECT_EQ(login(session), CKR_OK);
+}
+
+} // namespace
