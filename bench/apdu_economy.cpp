@@ -182,9 +182,9 @@ private:
                 }),
                 2};
     }
-    // SELECT of the DF for values, CREATE FILE, one UPDATE BINARY of the 2 KB
-    // value; SELECT of the CDF, the READ BINARY that probes its room, and
-    // one UPDATE BINARY of the new entry.
+    // SELECT of the CDF and two UPDATE BINARY of the new entry (its body, then
+    // its first byte); SELECT of the DF for values, CREATE FILE and one
+    // UPDATE BINARY of the 2 KB value.
     Row writeCertificate() {
         const auto certificate =
             card_.factory->createCertificate(app::object::ICertificate::X509Certificate, {});
