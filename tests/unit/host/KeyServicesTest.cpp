@@ -39,10 +39,9 @@ protected:
 
     // Signs and deciphers with the private key; checks both in software.
     void expectKeyPairWorks(const KeyRef& privateKey, const RsaPublicKeySpec& publicKey) const {
-        const mw::ByteBuffer digestInfo{0x30, 0x21, 0x30, 0x09, 0x06, 0x05, 0x2B, 0x0E, 0x03,
-                                        0x02, 0x1A, 0x05, 0x00, 0x04, 0x14, 1,    2,    3,
-                                        4,    5,    6,    7,    8,    9,    10,   11,   12,
-                                        13,   14,   15,   16,   17,   18,   19,   20};
+        mw::ByteBuffer digestInfo{0x30, 0x21, 0x30, 0x09, 0x06, 0x05, 0x2B, 0x0E,
+                                  0x03, 0x02, 0x1A, 0x05, 0x00, 0x04, 0x14};
+        digestInfo.append(mw::ByteBuffer(20)); // a SHA-1 value
         const auto signer = crypto()->getSignature(rsaEncryption);
         ASSERT_TRUE(signer);
         signer->init(*channel_, privateKey, ICardKeyOperation::Sign);
