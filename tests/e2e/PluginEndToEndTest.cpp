@@ -39,19 +39,14 @@ TEST_P(PluginEndToEnd, HandsTheHostOneSelectedApplication) {
     EXPECT_NO_THROW(applications[0]->select(*channel_));
 }
 
-TEST_P(PluginEndToEnd, AppletHostsGetTheirApplicationToo) {
-    const auto loader = load(Configuration());
-    auto applet = boost::make_shared<host::iso7816::Applet>(session_, host::iso7816::pkcs15Aid());
-    const auto applications = loader->getApplications(card_, applet, *channel_);
-    ASSERT_EQ(applications.size(), 1u);
-    EXPECT_NO_THROW(applications[0]->select(*channel_));
-}
-
-TEST_P(PluginEndToEnd, ApplicationsOutliveThePluginThatMadeThem) {
+// An applet host's application, kept after the plugin that made it is gone.
+TEST_P(PluginEndToEnd, AppletHostsGetApplicationsThatOutliveThePlugin) {
     std::vector<boost::shared_ptr<app::IApplication>> applications;
     {
         const auto loader = load(Configuration());
-        applications = loader->getApplications(card_, *channel_);
+        auto applet =
+            boost::make_shared<host::iso7816::Applet>(session_, host::iso7816::pkcs15Aid());
+        applications = loader->getApplications(card_, applet, *channel_);
     }
     ASSERT_EQ(applications.size(), 1u);
     EXPECT_NO_THROW(applications[0]->select(*channel_));
