@@ -104,6 +104,12 @@ struct WipeCard : AppCard {
         const vcard::Bytes& content = onCard(directory)->content;
         return std::all_of(content.begin(), content.end(), [](std::uint8_t b) { return b == 0; });
     }
+    void expectGone(const std::vector<Listing>& listings) const {
+        for (const Listing& listing : listings) {
+            EXPECT_FALSE(exists(listing.object)) << mw::toHex(listing.object);
+            EXPECT_TRUE(empty(listing.directory));
+        }
+    }
 };
 
 // Runs the wipe and expects it to report `count` objects it had to leave.
@@ -128,10 +134,7 @@ TEST(Wipe, RemovesWhatTheDirectoriesListAndKeepsThePins) {
 
     application->wipe(*card.channel);
 
-    for (const Listing& listing : listings) {
-        EXPECT_FALSE(card.exists(listing.object)) << mw::toHex(listing.object);
-        EXPECT_TRUE(card.empty(listing.directory));
-    }
+    card.expectGone(listings);
     EXPECT_TRUE(card.exists(bytes({0x0D, 0x02}))) << "an ordinary wipe only removes listed objects";
     EXPECT_EQ(card.onCard(bytes({0x44, 0x08}))->content, pins);
     EXPECT_TRUE(application->getODF()->getDODF()->values(*card.channel).empty());
@@ -146,10 +149,7 @@ TEST(Wipe, ForcedWipeClearsTheRangesToTheirLastIdentifier) {
 
     card.application(forced)->wipe(*card.channel);
 
-    for (const Listing& listing : listings) {
-        EXPECT_FALSE(card.exists(listing.object)) << mw::toHex(listing.object);
-        EXPECT_TRUE(card.empty(listing.directory));
-    }
+    card.expectGone(listings);
     for (const mw::ByteBuffer& gone : {bytes({0x0D, 0x80}), bytes({0xDF, 0x02, 0xC0, 0x3F}),
                                        bytes({0x0E, 0x12}), bytes({0x0F, 0x12})}) {
         EXPECT_FALSE(card.exists(gone)) << mw::toHex(gone);
