@@ -29,6 +29,10 @@ mw::ByteBuffer certificate(const std::string& name) {
     return mw::ByteBuffer(bytes);
 }
 
+bool contains(const mw::ByteBuffer& bytes, const std::string& text) {
+    return std::search(bytes.begin(), bytes.end(), text.begin(), text.end()) != bytes.end();
+}
+
 // The size of the DER value at the start of `bytes`.
 std::size_t derSize(const mw::ByteBuffer& bytes) {
     const unsigned char first = bytes.get(1);
@@ -78,9 +82,7 @@ TEST_P(ValueObjectsOnTheCard, ACertificateIsWrittenReadBackReplacedAndRemoved) {
     EXPECT_EQ(listed->getLabel().value_or(""), "Signer");
     EXPECT_EQ(listed->getCertificateId(), (mw::ByteBuffer{0x45, 0x01}));
     EXPECT_EQ(listed->getKeyUsage().value_or(0), ICertificate::Sign | ICertificate::Derive);
-    const mw::ByteBuffer subject = listed->getSubject().value_or(mw::ByteBuffer());
-    const std::string name = "p15kit test signer";
-    EXPECT_NE(std::search(subject.begin(), subject.end(), name.begin(), name.end()), subject.end())
+    EXPECT_TRUE(contains(listed->getSubject().value_or(mw::ByteBuffer()), "p15kit test signer"))
         << "the subject comes from the certificate";
     application_->readCardObject(*channel_, *listed);
     EXPECT_EQ(listed->getValue(), small);
@@ -176,10 +178,7 @@ TEST_P(ValueObjectsOnTheCard, ATokenLabelWrittenIsInEfTokenInfoAfterReopening) {
     EXPECT_EQ(info->getSerialNumber().value_or(mw::ByteBuffer()), serial);
     EXPECT_EQ(info->getManufacturerId().value_or(""), "p15kit");
     EXPECT_EQ(info->getTokenFlags(), app::object::IApplicationInfo::PrnGeneration);
-    const mw::ByteBuffer content = fileContent(tokenInfoId);
-    const std::string label = "Relabelled token";
-    EXPECT_NE(std::search(content.begin(), content.end(), label.begin(), label.end()),
-              content.end());
+    EXPECT_TRUE(contains(fileContent(tokenInfoId), "Relabelled token"));
 }
 
 // The value's UPDATE BINARY fails after the entry went in: the entry goes
@@ -208,14 +207,15 @@ TEST_P(ValueObjectsOnTheCard, AFileARemovalLeftUnlistedIsTakenOverByTheNextWrite
     EXPECT_CARD_ERROR(application_->deleteCardObject(*channel_, *first), "Delete File", 0x6581);
     ASSERT_TRUE(exists({0x0D, 0x01}));
 
+    const mw::ByteBuffer small = certificate("small.der");
     auto second = factory_->createCertificate(ICertificate::X509Certificate, userPinRules());
-    second->setValue(certificate("small.der"));
+    second->setValue(small);
     application_->writeCardObject(*channel_, *second);
     reopen();
     auto listed = certificateAt(0);
     application_->readCardObject(*channel_, *listed);
-    EXPECT_EQ(listed->getValue(), certificate("small.der"));
-    EXPECT_EQ(fileContent({0x0D, 0x01}), certificate("small.der"));
+    EXPECT_EQ(listed->getValue(), small);
+    EXPECT_EQ(fileContent({0x0D, 0x01}), small);
 }
 
 // A certificate whose entry does not fit is refused before anything is
