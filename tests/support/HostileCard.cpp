@@ -46,11 +46,13 @@ void appendStatusWord(std::vector<unsigned char>& answer, std::uint16_t sw) {
     answer.push_back(static_cast<unsigned char>(sw));
 }
 
-bool carriesText(const std::exception& e) {
-    const auto* info = dynamic_cast<const boost::exception*>(&e);
-    return info && (boost::get_error_info<card::ErrorText>(*info) ||
-                    boost::get_error_info<card::StatusCode>(*info) ||
-                    boost::get_error_info<app::ErrorText>(*info));
+// A card or application exception's message, marked "unclear" when it
+// carries neither a text nor a status word.
+template <class Exception> std::string described(const char* name, const Exception& e) {
+    const bool clear = boost::get_error_info<card::ErrorText>(e) ||
+                       boost::get_error_info<card::StatusCode>(e) ||
+                       boost::get_error_info<app::ErrorText>(e);
+    return std::string(clear ? "" : "unclear: ") + name + ": " + host::errorMessage(e);
 }
 
 // Runs one operation of the workload; a card or application exception is
@@ -59,11 +61,9 @@ void attempt(Outcome& outcome, const char* name, const std::function<void()>& op
     try {
         operation();
     } catch (const card::CardException& e) {
-        outcome.errors.push_back(std::string(carriesText(e) ? "" : "unclear: ") + name + ": " +
-                                 host::errorMessage(e));
+        outcome.errors.push_back(described(name, e));
     } catch (const app::ApplicationException& e) {
-        outcome.errors.push_back(std::string(carriesText(e) ? "" : "unclear: ") + name + ": " +
-                                 host::errorMessage(e));
+        outcome.errors.push_back(described(name, e));
     } catch (const mw::Exception& e) {
         // The foundation's and the crypto provider's own failures: a key the
         // card answered with that the provider refuses, say.
@@ -75,17 +75,12 @@ template <class T> boost::shared_ptr<T> first(const std::vector<boost::shared_pt
     return objects.empty() ? nullptr : objects.front();
 }
 
+template <class T>
 void readEach(const app::pkcs15::P15Application& application, const card::IChannel& channel,
-              const app::object::ICardObjectRepository::List<app::object::ICardObject>& objects) {
+              const std::vector<boost::shared_ptr<T>>& objects) {
     for (const auto& object : objects) {
         application.readCardObject(channel, *object);
     }
-}
-
-template <class T>
-app::object::ICardObjectRepository::List<app::object::ICardObject>
-asObjects(const std::vector<boost::shared_ptr<T>>& objects) {
-    return {objects.begin(), objects.end()};
 }
 
 const std::string sha256WithRsa = "1.2.840.113549.1.1.11";
@@ -155,11 +150,11 @@ void runOnApplication(Outcome& outcome, const app::pkcs15::P15Application& app,
     attempt(outcome, "encipher and decipher", [&] { encipherAndDecipher(app, channel); });
     attempt(outcome, "random", [&] { app.getRandom()->generate(channel, 16); });
     attempt(outcome, "read public keys",
-            [&] { readEach(app, channel, asObjects(app.getPublicKeys(channel))); });
+            [&] { readEach(app, channel, app.getPublicKeys(channel)); });
     attempt(outcome, "read certificates",
-            [&] { readEach(app, channel, asObjects(app.getCertificates(channel))); });
+            [&] { readEach(app, channel, app.getCertificates(channel)); });
     attempt(outcome, "read data objects",
-            [&] { readEach(app, channel, asObjects(app.getDataObjects(channel))); });
+            [&] { readEach(app, channel, app.getDataObjects(channel)); });
     attempt(outcome, "relabel", [&] {
         if (const auto key = first(app.getPrivateKeys(channel))) {
             key->setLabel("Relabelled");
