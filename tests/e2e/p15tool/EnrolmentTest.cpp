@@ -10,7 +10,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <stdexcept>
 
 namespace p15tool::test {
@@ -37,12 +36,8 @@ protected:
         writeFile(directory.file(name), pem(mw::ByteBuffer(der.data(), der.size()), label));
         return directory.file(name);
     }
-    // The openssl command's output; its exit status must be 0.
     std::string openssl(const std::string& arguments) const {
-        const std::string out = directory.file("openssl.out");
-        const std::string command = "openssl " + arguments + " > " + out + " 2>&1";
-        EXPECT_EQ(std::system(command.c_str()), 0) << command << "\n" << readFile(out);
-        return readFile(out);
+        return test::openssl(directory, arguments);
     }
     static Bytes bytesOf(const CryptoPP::Integer& value) {
         Bytes bytes(value.MinEncodedSize());

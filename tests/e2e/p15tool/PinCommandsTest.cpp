@@ -9,19 +9,8 @@
 namespace p15tool::test {
 namespace {
 
-class PinCommands : public ::testing::Test {
+class PinCommands : public InitialisedCard {
 protected:
-    void SetUp() override {
-        const ToolResult init =
-            tool({"init", "--pin-env", "USER_PIN", "--puk-env", "PUK", "--so-pin-env", "SO_PIN"});
-        ASSERT_EQ(init.exitCode, 0) << init.err;
-    }
-
-    // p15tool on this test's card, PINs given to it by environment variable.
-    ToolResult tool(std::vector<std::string> arguments) const {
-        arguments.insert(arguments.begin(), {"--card", image});
-        return runTool(arguments, environment);
-    }
     ToolResult verify(const std::string& variable) const {
         return tool({"pin", "verify", "--pin-env", variable});
     }
@@ -36,11 +25,6 @@ protected:
         EXPECT_NE(result.err.find(says), std::string::npos) << result.err;
         EXPECT_EQ(result.err.find('\n'), result.err.size() - 1) << "one line: " << result.err;
     }
-
-    TemporaryDirectory directory;
-    const std::string image = directory.file("card.json");
-    const Environment environment{{"USER_PIN", "2468"}, {"PUK", "13572468"}, {"SO_PIN", "97531"},
-                                  {"WRONG", "0000"},    {"NEW", "8642"},     {"SHORT", "12"}};
 };
 
 TEST_F(PinCommands, AWrongPinCostsATryTheRightOneRestoresThem) {
@@ -147,18 +131,6 @@ void addUserPinRule(const std::string& image) {
     });
 }
 
-// EF(PrKDF) of the card holding an RSA key entry.
-void addPrivateKeyEntries(const std::string& image) {
-    const vcard::Bytes entries = {
-        0x30, 0x3A, 0x30, 0x17, 0x0C, 0x0E, 'A',  'u',  't',  'h',  'e',  'n',  't',  'i',  'c',
-        'a',  't',  'i',  'o',  'n',  0x03, 0x02, 0x06, 0xC0, 0x04, 0x01, 0x01, 0x30, 0x0F, 0x04,
-        0x01, 0x02, 0x03, 0x02, 0x05, 0x20, 0x03, 0x02, 0x03, 0xB8, 0x02, 0x02, 0x00, 0x82, 0xA1,
-        0x0E, 0x30, 0x0C, 0x30, 0x06, 0x04, 0x04, 0x3F, 0x00, 0xDF, 0x00, 0x02, 0x02, 0x04, 0x00};
-    editFile(image, {0x3F, 0x00, 0x50, 0x15, 0x44, 0x00}, [&entries](vcard::Bytes& content) {
-        std::copy(entries.begin(), entries.end(), content.begin());
-    });
-}
-
 TEST_F(PinCommands, ListShowsThePinsWithTheirRulesAndTheKeysBesideThem) {
     const ToolResult empty = tool({"--json", "list"});
     ASSERT_EQ(empty.exitCode, 0) << empty.err;
@@ -176,8 +148,11 @@ TEST_F(PinCommands, ListShowsThePinsWithTheirRulesAndTheKeysBesideThem) {
     EXPECT_EQ(listed["privateKeys"], nlohmann::json::array());
     EXPECT_FALSE(listed.contains("notes"));
 
+    openssl("genpkey -algorithm RSA -pkeyopt rsa_keygen_bits:1024 -out rsa.pem");
+    const ToolResult imported = tool(
+        {"key", "import", file("rsa.pem"), "--label", "Authentication", "--pin-env", "USER_PIN"});
+    ASSERT_EQ(imported.exitCode, 0) << imported.err;
     addUserPinRule(image);
-    addPrivateKeyEntries(image);
     const ToolResult withKeys = tool({"list"});
     ASSERT_EQ(withKeys.exitCode, 0) << withKeys.err;
     EXPECT_NE(withKeys.out.find("privateKeys:\n  -\n    label          Authentication\n"),

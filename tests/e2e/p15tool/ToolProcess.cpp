@@ -90,7 +90,7 @@ ToolResult InitialisedCard::tool(std::vector<std::string> arguments,
     return runTool(arguments, environment, input);
 }
 
-std::string InitialisedCard::openssl(const std::string& arguments) const {
+std::string openssl(const TemporaryDirectory& directory, const std::string& arguments) {
     const std::string command =
         "cd " + directory.path() + " && openssl " + arguments + " > openssl.out 2>&1";
     const int status = std::system(command.c_str());

@@ -39,6 +39,9 @@ private:
 
 std::string readFile(const std::string& path);
 void writeFile(const std::string& path, const std::string& content);
+// An openssl command line run in `directory`; its output, or a failure when
+// it exits non-zero.
+std::string openssl(const TemporaryDirectory& directory, const std::string& arguments);
 
 // A test on a freshly initialised card image in a folder of its own, with
 // the PINs in the environment and the openssl command line at hand.
@@ -48,15 +51,15 @@ protected:
     // p15tool on this test's card image, stdin from the file `input`.
     ToolResult tool(std::vector<std::string> arguments,
                     const std::string& input = "/dev/null") const;
-    // An openssl command line in the test's folder; its output, or a failure
-    // when it exits non-zero.
-    std::string openssl(const std::string& arguments) const;
+    std::string openssl(const std::string& arguments) const {
+        return test::openssl(directory, arguments);
+    }
     std::string file(const std::string& name) const { return directory.file(name); }
 
     TemporaryDirectory directory;
     const std::string image = directory.file("card.json");
-    const Environment environment{
-        {"USER_PIN", "2468"}, {"PUK", "13572468"}, {"SO_PIN", "97531"}, {"WRONG", "0000"}};
+    const Environment environment{{"USER_PIN", "2468"}, {"PUK", "13572468"}, {"SO_PIN", "97531"},
+                                  {"WRONG", "0000"},    {"NEW", "8642"},     {"SHORT", "12"}};
 };
 
 } // namespace p15tool::test
