@@ -20,14 +20,13 @@
 #include "host/loader/ConfigurationSource.hpp"
 #include "host/loader/PluginLoader.hpp"
 #include "host/vcard/VirtualCardTransport.hpp"
+#include "tools/p15tool/Enrolment.hpp"
 #include "vcard/Personalise.hpp"
 #include "vcard/VirtualCard.hpp"
 
 #include <boost/make_shared.hpp>
-#include <cryptopp/asn.h>
 #include <cryptopp/files.h>
 #include <cryptopp/osrng.h>
-#include <cryptopp/queue.h>
 #include <cryptopp/rsa.h>
 #include <cryptopp/sha.h>
 #include <iostream>
@@ -49,62 +48,28 @@ app::AccessControlRules userPinRules() {
         boost::make_shared<app::AuthIdSecurityCondition>(std::vector<std::uint8_t>{0x01}))};
 }
 
-void encodeAlgorithm(CryptoPP::BufferedTransformation& out) {
-    CryptoPP::DERSequenceEncoder algorithm(out);
-    (CryptoPP::OID(1) + 2 + 840 + 113549 + 1 + 1 + 11).DEREncode(algorithm); // sha256WithRSA
-    CryptoPP::DEREncodeNull(algorithm);
-    algorithm.MessageEnd();
-}
-
-void encodeName(CryptoPP::BufferedTransformation& out) {
-    CryptoPP::DERSequenceEncoder name(out);
-    CryptoPP::DERSetEncoder rdn(name);
-    CryptoPP::DERSequenceEncoder attribute(rdn);
-    (CryptoPP::OID(2) + 5 + 4 + 3).DEREncode(attribute); // commonName
-    CryptoPP::DEREncodeTextString(attribute, std::string("p15kit test"), CryptoPP::UTF8_STRING);
-    attribute.MessageEnd();
-    rdn.MessageEnd();
-    name.MessageEnd();
-}
-
-mw::ByteBuffer bytesOf(CryptoPP::ByteQueue& queue) {
-    mw::ByteBuffer bytes(queue.MaxRetrievable());
-    queue.Get(bytes.data(), bytes.size());
-    return bytes;
-}
-
-// A self-signed X.509 v3 certificate (serial 4660, "CN=p15kit test").
+// A self-signed X.509 v3 certificate (serial 4660, "CN=p15kit test"), built as
+// p15tool's selfsign builds it.
 mw::ByteBuffer selfSigned(const CryptoPP::InvertibleRSAFunction& key) {
-    CryptoPP::ByteQueue tbsQueue;
-    CryptoPP::DERSequenceEncoder tbs(tbsQueue);
-    CryptoPP::DERGeneralEncoder version(tbs, CryptoPP::CONTEXT_SPECIFIC | CryptoPP::CONSTRUCTED);
-    CryptoPP::DEREncodeUnsigned<CryptoPP::word32>(version, 2);
-    version.MessageEnd();
-    CryptoPP::DEREncodeUnsigned<CryptoPP::word32>(tbs, 4660);
-    encodeAlgorithm(tbs);
-    encodeName(tbs);
-    CryptoPP::DERSequenceEncoder validity(tbs);
-    CryptoPP::DEREncodeTextString(validity, std::string("250101000000Z"), CryptoPP::UTC_TIME);
-    CryptoPP::DEREncodeTextString(validity, std::string("350101000000Z"), CryptoPP::UTC_TIME);
-    validity.MessageEnd();
-    encodeName(tbs);
-    CryptoPP::RSA::PublicKey(key).DEREncode(tbs);
-    tbs.MessageEnd();
-    const mw::ByteBuffer toBeSigned = bytesOf(tbsQueue);
-
-    CryptoPP::AutoSeededRandomPool rng;
+    const auto bigEndian = [](const CryptoPP::Integer& value) {
+        p15tool::der::Bytes bytes(value.MinEncodedSize());
+        value.Encode(bytes.data(), bytes.size());
+        return bytes;
+    };
     const CryptoPP::RSA::PrivateKey privateKey(key);
-    CryptoPP::RSASS<CryptoPP::PKCS1v15, CryptoPP::SHA256>::Signer signer(privateKey);
-    mw::ByteBuffer signature(signer.MaxSignatureLength());
-    signer.SignMessage(rng, toBeSigned.data(), toBeSigned.size(), signature.data());
-
-    CryptoPP::ByteQueue certificateQueue;
-    CryptoPP::DERSequenceEncoder certificate(certificateQueue);
-    certificate.Put(toBeSigned.data(), toBeSigned.size());
-    encodeAlgorithm(certificate);
-    CryptoPP::DEREncodeBitString(certificate, signature.data(), signature.size());
-    certificate.MessageEnd();
-    return bytesOf(certificateQueue);
+    const auto sign = [&privateKey](const p15tool::der::Bytes& toBeSigned) {
+        CryptoPP::AutoSeededRandomPool rng;
+        CryptoPP::RSASS<CryptoPP::PKCS1v15, CryptoPP::SHA256>::Signer signer(privateKey);
+        p15tool::der::Bytes signature(signer.MaxSignatureLength());
+        signer.SignMessage(rng, toBeSigned.data(), toBeSigned.size(), signature.data());
+        return signature;
+    };
+    const p15tool::enrolment::Validity validity{1735689600, 2051222400}; // 2025 to 2035
+    const p15tool::der::Bytes certificate = p15tool::enrolment::selfSignedCertificate(
+        p15tool::der::name("CN=p15kit test"),
+        {bigEndian(key.GetModulus()), bigEndian(key.GetPublicExponent())}, validity, {0x12, 0x34},
+        sign);
+    return mw::ByteBuffer(certificate.data(), certificate.size());
 }
 
 void importCertificate(ICardObjectFactory& factory, const ICardObjectRepository& repository,
