@@ -20,12 +20,16 @@ protected:
     // PINs for init from the environment, as a script gives them.
     const Environment pins{{"USER_PIN", "2468"}, {"PUK", "13572468"}, {"SO_PIN", "97531"}};
 
-    ToolResult init(const std::string& image, std::vector<std::string> extra = {}) {
+    // init on `image`, `changed` overriding those PINs.
+    ToolResult init(const std::string& image, std::vector<std::string> extra = {},
+                    const Environment& changed = {}) {
         std::vector<std::string> arguments{"--card",    image,          "init",
                                            "--pin-env", "USER_PIN",     "--puk-env",
                                            "PUK",       "--so-pin-env", "SO_PIN"};
         arguments.insert(arguments.end(), extra.begin(), extra.end());
-        return runTool(arguments, pins);
+        Environment environment = pins;
+        environment.insert(environment.end(), changed.begin(), changed.end());
+        return runTool(arguments, environment);
     }
 
     // The user's own card lives in this directory.
@@ -68,11 +72,7 @@ TEST_F(CardCommands, InitRefusesPinsItCannotUseAndWritesNothing) {
         {{{"SO_PIN", "12ab"}}, "SO PIN must have 4 to 8 digits"},
     };
     for (const auto& each : cases) {
-        Environment environment = pins;
-        environment.insert(environment.end(), each.environment.begin(), each.environment.end());
-        const ToolResult result = runTool({"--card", image, "init", "--pin-env", "USER_PIN",
-                                           "--puk-env", "PUK", "--so-pin-env", "SO_PIN"},
-                                          environment);
+        const ToolResult result = init(image, {}, each.environment);
         EXPECT_EQ(result.exitCode, 2);
         EXPECT_NE(result.err.find(each.says), std::string::npos) << result.err;
         EXPECT_TRUE(result.out.empty());
