@@ -238,7 +238,9 @@ TEST_F(ModuleTest, SetPinNeedsAReadWriteSessionAndTheOldValue) {
     EXPECT_EQ(login(readOnly, CKU_SO, puk), CKR_SESSION_READ_ONLY_EXISTS);
     const CK_SESSION_HANDLE readWrite = open();
     EXPECT_EQ(setPin(readWrite, wrong, newPin), CKR_PIN_INCORRECT);
+    EXPECT_EQ(tokenFlags() & CKF_USER_PIN_COUNT_LOW, CKF_USER_PIN_COUNT_LOW);
     EXPECT_EQ(setPin(readWrite, oldPin, newPin), CKR_OK);
+    EXPECT_EQ(tokenFlags() & CKF_USER_PIN_COUNT_LOW, 0u) << "the right PIN gave the try back";
 
     CK_SESSION_INFO info;
     ASSERT_EQ(f->C_GetSessionInfo(readWrite, &info), CKR_OK);
