@@ -116,10 +116,8 @@ TEST_F(KeyCommands, DeleteAndWipeRemoveKeysOnlyWhenAskedPlainly) {
     ASSERT_EQ(import(directory.file("rsa.pem"), {"--label", "one", "--id", "01"}).exitCode, 0);
     ASSERT_EQ(import(directory.file("rsa.pem"), {"--label", "two", "--id", "02"}).exitCode, 0);
 
-    const ToolResult unnamed = tool({"key", "delete", "--pin-env", "USER_PIN"});
-    EXPECT_EQ(unnamed.exitCode, 2) << "deleting needs a name";
-    const ToolResult unknown = tool({"key", "delete", "--label", "three", "--pin-env", "USER_PIN"});
-    EXPECT_EQ(unknown.exitCode, 5);
+    EXPECT_EQ(tool({"key", "delete", "--pin-env", "USER_PIN"}).exitCode, 2) << "names none";
+    EXPECT_EQ(tool({"key", "delete", "--label", "three", "--pin-env", "USER_PIN"}).exitCode, 5);
     const ToolResult deleted = tool({"key", "delete", "--id", "01", "--pin-env", "USER_PIN"});
     ASSERT_EQ(deleted.exitCode, 0) << deleted.err;
     nlohmann::json objects = list();
