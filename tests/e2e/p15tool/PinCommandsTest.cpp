@@ -103,32 +103,26 @@ TEST_F(PinCommands, ChoosingAPinThatIsNotThereSaysHowToSeeThem) {
 
 namespace oss = app::pkcs15::oss;
 
-// The content of the card image's file at `path` (from the MF), changed by
-// `edit` and stored again.
-template <class Edit> void editFile(const std::string& image, const vcard::Bytes& path, Edit edit) {
-    vcard::CardState state = vcard::CardImage::load(image);
-    edit(state.files.selectByPath(path, true).content);
-    vcard::CardImage::store(image, vcard::CardImage::serialise(state));
-}
-
 // The user PIN's entry, first in EF(AODF), given the rule: update needs
 // the PUK or the SO PIN.
 void addUserPinRule(const std::string& image) {
-    editFile(image, {0x3F, 0x00, 0x50, 0x15, 0x44, 0x08}, [](vcard::Bytes& content) {
-        oss::AuthenticationType entry;
-        const std::size_t used = oss::decode(content.data(), content.size(), entry);
-        oss::SecurityCondition puk, so, either;
-        puk.authIdValue = {0x02};
-        so.authIdValue = {0x03};
-        either.choice = oss::SecurityCondition::orCondition;
-        either.operands = {puk, so};
-        entry.pinValue.commonObjectAttributes.accessControlRules =
-            std::vector<oss::AccessControlRule>{{{{0x40}, 2}, either, {}}};
-        vcard::Bytes changed = oss::encode(entry);
-        changed.insert(changed.end(), content.begin() + used, content.end());
-        changed.resize(content.size());
-        content = changed;
-    });
+    vcard::CardState state = vcard::CardImage::load(image);
+    vcard::Bytes& content =
+        state.files.selectByPath({0x3F, 0x00, 0x50, 0x15, 0x44, 0x08}, true).content;
+    oss::AuthenticationType entry;
+    const std::size_t used = oss::decode(content.data(), content.size(), entry);
+    oss::SecurityCondition puk, so, either;
+    puk.authIdValue = {0x02};
+    so.authIdValue = {0x03};
+    either.choice = oss::SecurityCondition::orCondition;
+    either.operands = {puk, so};
+    entry.pinValue.commonObjectAttributes.accessControlRules =
+        std::vector<oss::AccessControlRule>{{{{0x40}, 2}, either, {}}};
+    vcard::Bytes changed = oss::encode(entry);
+    changed.insert(changed.end(), content.begin() + used, content.end());
+    changed.resize(content.size());
+    content = changed;
+    vcard::CardImage::store(image, vcard::CardImage::serialise(state));
 }
 
 TEST_F(PinCommands, ListShowsThePinsWithTheirRulesAndTheKeysBesideThem) {
