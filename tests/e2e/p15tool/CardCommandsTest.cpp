@@ -197,12 +197,14 @@ Typed typeUserPin(const std::string& image, const std::string& first, const std:
                 "--so-pin-env", "SO_PIN", static_cast<char*>(nullptr));
         ::_exit(127);
     }
+    const auto type = [terminal](const std::string& pin) {
+        const std::string line = pin + "\n";
+        EXPECT_EQ(::write(terminal, line.data(), line.size()), static_cast<ssize_t>(line.size()));
+    };
     std::string screen = readUntil(terminal, "New user PIN: ");
-    EXPECT_EQ(::write(terminal, (first + "\n").data(), first.size() + 1),
-              static_cast<ssize_t>(first.size() + 1));
+    type(first);
     screen += readUntil(terminal, "Repeat the new user PIN: ");
-    EXPECT_EQ(::write(terminal, (repeat + "\n").data(), repeat.size() + 1),
-              static_cast<ssize_t>(repeat.size() + 1));
+    type(repeat);
     screen += readUntil(terminal, "\x04"); // everything, until the tool closes the terminal
     int status = 0;
     ::waitpid(child, &status, 0);
