@@ -95,6 +95,7 @@ TEST(Decode, SamplesCarryTheFieldsTheirNotesDescribe) {
         {"uy-eid-gemalto_dodf", "/entries/1/commonObjectAttributes/label", "Default Key Container"},
         {"uy-eid-gemalto_dodf", "/entries/1/classAttributes/applicationName", "CSP"},
         {"uy-eid-gemalto_pukdf", "/entries/0/classAttributes/native", false},
+        {"uy-eid-gemalto_pukdf", "/entries/0/typeAttributes/modulusLength", 2048},
     };
     for (const Expectation& expected : expectations) {
         SCOPED_TRACE(std::string(expected.file) + expected.pointer);
