@@ -3,11 +3,12 @@
 # virtual card with one key pair: p11tool (GnuTLS), ssh-keygen (OpenSSH),
 # modutil (NSS) and a python3-pykcs11 script that signs; openssl checks the
 # signature.
-# Usage: clients-test.sh MODULE TESTCARD_MAKER
+# Usage: clients-test.sh MODULE TESTCARD_MAKER P15TOOL
 # Exit 77 (skipped) when a client is not installed.
 set -eu
 module=$1
 maker=$2
+p15tool=$3
 here=$(dirname "$0")
 # Debian's python, the one python3-pykcs11 installs into.
 python=/usr/bin/python3
@@ -35,10 +36,13 @@ GNUTLS_PIN=123456 p11tool --provider "$module" --login --test-sign \
     "pkcs11:object=Signing%20key;type=private" >"$work/test-sign" 2>&1 ||
     fail "p11tool cannot sign: $(cat "$work/test-sign")"
 
-# OpenSSH: the card's public key, as ssh writes the key the card was made with.
+# OpenSSH: the card's public key, as p15tool exports it and as ssh writes
+# the key the card was made with.
 ssh-keygen -D "$module" | cut -d' ' -f1,2 >"$work/from-card"
+"$p15tool" --card "$work/card.json" key export --ssh | cut -d' ' -f1,2 >"$work/p15tool"
 ssh-keygen -i -m PKCS8 -f "$work/public.pem" | cut -d' ' -f1,2 >"$work/expected"
 cmp -s "$work/from-card" "$work/expected" || fail "ssh-keygen -D printed $(cat "$work/from-card")"
+cmp -s "$work/from-card" "$work/p15tool" || fail "p15tool key export --ssh differs"
 
 # NSS: the module added to a fresh database shows the token and lists
 # the card's certificate.
