@@ -35,6 +35,7 @@ namespace app {
 namespace pkcs15 {
 
 namespace fs {
+class EntryLayout;
 class ODF;
 class P15File;
 } // namespace fs
@@ -209,12 +210,10 @@ private:
                        const card::service::KeyRef& publicKey) const;
     card::service::KeyRef keyByReference(fs::AppObjectType type, unsigned char kid) const;
     card::service::KeyRef makeKeyRef(fs::AppObjectType type, unsigned char kid) const;
-    static mw::ByteBuffer spliceEntry(const mw::ByteBuffer& content, std::size_t used,
-                                      std::size_t offset, std::size_t oldLength,
-                                      const mw::ByteBuffer& replacement);
-    void writeChangedBytes(const card::IChannel& channel, const fs::P15File& file,
-                           const mw::ByteBuffer& before, const mw::ByteBuffer& after,
-                           std::size_t entriesEnd) const;
+    // Sends the writes of `layout` to `file`, in their order, and keeps the
+    // content they leave as the file's.
+    void writeEntries(const card::IChannel& channel, const fs::P15File& file,
+                      const fs::EntryLayout& layout) const;
 
     boost::shared_ptr<const card::ICard> card_;
     boost::shared_ptr<const card::IApplet> applet_;

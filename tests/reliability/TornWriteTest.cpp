@@ -15,6 +15,7 @@
 #include "app/object/IPrivateRSAKey.hpp"
 #include "app/object/IPublicRSAKey.hpp"
 #include "app/object/IX509Certificate.hpp"
+#include "app/pkcs15/fs/EntryLayout.hpp"
 #include "app/pkcs15/object/P15DataObject.hpp"
 #include "app/pkcs15/object/P15X509Certificate.hpp"
 #include "card/CardException.hpp"
@@ -58,8 +59,11 @@ void addEntries(Snapshot& snapshot, const std::string& path, const vcard::Bytes&
         host::iso7816::TlvReader reader(data);
         while (!reader.atEnd() && content[used] != 0x00 && content[used] != 0xFF) {
             const host::iso7816::Tlv entry = reader.next();
-            snapshot["entry " + path + " " +
-                     hex(vcard::Bytes(content.begin() + used, content.begin() + entry.end()))] = "";
+            if (!app::pkcs15::fs::EntryLayout::isHole(content[used])) { // holes list nothing
+                snapshot["entry " + path + " " +
+                         hex(vcard::Bytes(content.begin() + used, content.begin() + entry.end()))] =
+                    "";
+            }
             used = entry.end();
         }
     } catch (const card::CardException&) {
@@ -187,6 +191,7 @@ struct Operation {
     // Runs before the fault is armed: logins and the like.
     std::function<void(const support::AppOnCard&, const Application&)> prepare;
     std::function<void(const support::AppOnCard&, Application&)> write;
+    bool shortApdus = false;
 };
 
 boost::shared_ptr<app::object::IPin> userPinOf(const support::AppOnCard& card,
@@ -236,12 +241,16 @@ void writeCertificate(const support::AppOnCard& card, const Application& applica
 }
 
 // A data object without rules.
-void writeDataObject(const support::AppOnCard& card, const Application& application) {
+void writeLabelledDataObject(const support::AppOnCard& card, const Application& application,
+                             const std::string& label) {
     const auto data = application.createDataObject(app::object::IDataObject::OpaqueDataObject, {});
-    data->setLabel("Data");
+    data->setLabel(label);
     data->setApplicationName("p15kit test");
     data->setValue(mw::ByteBuffer(std::vector<unsigned char>(300, 0xA5)));
     application.writeCardObject(*card.channel, *data);
+}
+void writeDataObject(const support::AppOnCard& card, const Application& application) {
+    writeLabelledDataObject(card, application, "Data");
 }
 
 // The card holding one such object before the operation.
@@ -252,6 +261,20 @@ void withCertificate(const support::AppOnCard& card, const Application& applicat
 void withDataObject(const support::AppOnCard& card, const Application& application) {
     verify(card, application);
     writeDataObject(card, application);
+}
+void withThreeDataObjects(const support::AppOnCard& card, const Application& application) {
+    verify(card, application);
+    for (const char* label : {"First", "Second", "Third"}) {
+        writeLabelledDataObject(card, application, label);
+    }
+}
+
+// The data object at `index` of the listing, relabelled with `label`.
+void relabelDataObject(const support::AppOnCard& card, Application& application, std::size_t index,
+                       const char* label) {
+    const auto listed = application.getDataObjects(*card.channel).at(index);
+    listed->setLabel(label);
+    application.writeCardObject(*card.channel, *listed);
 }
 
 const Operation operations[] = {
@@ -319,6 +342,22 @@ const Operation operations[] = {
          listed->setValue(mw::ByteBuffer(std::vector<unsigned char>(200, 0x5A)));
          application.writeCardObject(*card.channel, *listed);
      }},
+    // Entries with others after them, on a card that takes short APDUs only.
+    {"delete the first of three data objects", std::nullopt, withThreeDataObjects,
+     [](const support::AppOnCard& card, Application& application) {
+         application.deleteCardObject(*card.channel,
+                                      *application.getDataObjects(*card.channel).at(0));
+     },
+     true},
+    {"relabel the middle of three data objects", std::nullopt, withThreeDataObjects,
+     [](const support::AppOnCard& card, Application& application) {
+         relabelDataObject(card, application, 1, "A label longer than the one before");
+     },
+     true},
+    {"relabel the first of three data objects, shorter", std::nullopt, withThreeDataObjects,
+     [](const support::AppOnCard& card, Application& application) {
+         relabelDataObject(card, application, 0, "1");
+     }},
     {"token label", Damage{"3F00/5015/5032", "token info", {}}, verify,
      [](const support::AppOnCard& card, Application& application) {
          const auto info = application.getApplicationInfo(*card.channel);
@@ -333,8 +372,9 @@ struct Start {
     support::AppOnCard card{support::cardWithKeyImage()};
     boost::shared_ptr<Application> application;
 
-    explicit Start(const Operation& operation)
-        : application(card.open()) {
+    explicit Start(const Operation& operation) {
+        card.virtualCard->setExtendedLength(!operation.shortApdus);
+        application = card.open();
         if (operation.prepare) {
             operation.prepare(card, *application);
         }

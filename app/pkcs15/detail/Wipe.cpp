@@ -5,6 +5,7 @@
 #include "app/pkcs15/detail/util.hpp"
 #include "app/pkcs15/fs/CDF.hpp"
 #include "app/pkcs15/fs/DODF.hpp"
+#include "app/pkcs15/fs/EntryLayout.hpp"
 #include "app/pkcs15/fs/ODF.hpp"
 #include "app/pkcs15/fs/PrKDF.hpp"
 #include "app/pkcs15/fs/PuKDF.hpp"
@@ -345,24 +346,23 @@ void Wipe::leave(const std::string& what, const card::CardException& failure) {
 
 void Wipe::store(const Directory& directory, const mw::ByteBuffer& content) const {
     const fs::P15File& file = *directory.file;
-    application_.writeChangedBytes(channel_, file, file.content(channel_), content,
-                                   file.contentLength(channel_));
-    file.replaceContent(content);
+    fs::EntryLayout layout(file.content(channel_), file.contentLength(channel_),
+                           file.fileSize(channel_));
+    layout.changeTo(content);
+    application_.writeEntries(channel_, file, layout);
 }
 
 // The directory file as read, less the entries `gone` picks.
 mw::ByteBuffer Wipe::contentWithout(const Directory& directory, bool (*gone)(const Listed&)) const {
-    mw::ByteBuffer content = directory.original;
-    std::size_t used = directory.used;
-    for (auto listed = directory.listed.rbegin(); listed != directory.listed.rend(); ++listed) {
-        if (gone(*listed)) {
-            const std::size_t length = listed->entry.encoding.size();
-            content = P15Application::spliceEntry(content, used, listed->entry.offset, length,
-                                                  mw::ByteBuffer());
-            used -= length;
+    std::vector<std::size_t> offsets;
+    for (const Listed& listed : directory.listed) {
+        if (gone(listed)) {
+            offsets.push_back(listed.entry.offset);
         }
     }
-    return content;
+    fs::EntryLayout layout(directory.original, directory.used, directory.file->fileSize(channel_));
+    layout.remove(offsets);
+    return layout.content();
 }
 
 void Wipe::report() const {

@@ -2,7 +2,9 @@
 
 #include "app/ApplicationException.hpp"
 #include "app/pkcs15/P15Application.hpp"
+#include "app/pkcs15/fs/EntryLayout.hpp"
 #include "app/pkcs15/fs/ODF.hpp"
+#include "app/pkcs15/oss/Codec.hpp"
 #include "card/service/IFileAccessService.hpp"
 
 #include <algorithm>
@@ -23,33 +25,16 @@ constexpr std::size_t readChunk = 256;
 // alone; 0 when the bytes do not hold its header yet, and the data's end
 // when the header is malformed (the decoder reports it).
 std::size_t entryEnd(const mw::ByteBuffer& data, std::size_t offset) {
-    const std::size_t size = data.size();
-    std::size_t at = offset + 1;
-    if ((data.get(offset) & 0x1F) == 0x1F) { // high tag number
-        while (at < size && (data.get(at) & 0x80) != 0) {
-            ++at;
-        }
-        ++at;
-    }
-    if (at >= size) {
+    std::size_t valueStart = 0;
+    std::size_t end = 0;
+    switch (EntryLayout::tlvHeader(data.data(), data.size(), offset, valueStart, end)) {
+    case EntryLayout::Header::complete:
+        return end;
+    case EntryLayout::Header::incomplete:
         return 0;
+    default:
+        return data.size();
     }
-    const unsigned char first = data.get(at++);
-    std::size_t length = first;
-    if ((first & 0x80) != 0) {
-        const std::size_t octets = first & 0x7F;
-        if (octets == 0 || octets > 3) { // indefinite, or beyond any file
-            return size;
-        }
-        if (at + octets > size) {
-            return 0;
-        }
-        length = 0;
-        for (std::size_t i = 0; i < octets; ++i) {
-            length = (length << 8) | data.get(at++);
-        }
-    }
-    return at + length;
 }
 
 // How many more bytes must be read before the entries' end is known: 0 once
@@ -173,6 +158,14 @@ const std::vector<P15File::Entry>& P15File::entries(const card::IChannel& channe
     return entries_;
 }
 
+std::size_t P15File::entriesLength(const card::IChannel& channel) const {
+    std::size_t length = 0;
+    for (const Entry& entry : entries(channel)) {
+        length += entry.encoding.size();
+    }
+    return length;
+}
+
 std::size_t P15File::contentLength(const card::IChannel& channel) const {
     ensureLoaded(channel);
     return contentLength_;
@@ -198,11 +191,25 @@ void P15File::split() const {
     forgetDecoded();
     std::size_t offset = 0;
     while (offset < content_.size() && !isPadding(content_.data()[offset])) {
+        if (EntryLayout::isHole(content_.data()[offset])) {
+            offset = holeEnd(offset);
+            continue;
+        }
         const std::size_t used = decodeEntry(content_.data() + offset, content_.size() - offset);
         entries_.push_back({offset, content_.get(offset, used)});
         offset += used;
     }
     contentLength_ = offset;
+}
+
+// A hole left by a removed entry is skipped like padding inside the entries.
+std::size_t P15File::holeEnd(std::size_t offset) const {
+    const std::size_t end = entryEnd(content_, offset);
+    if (end == 0 || end > content_.size()) {
+        APP_THROW_DATA(InvalidDataException, oss::kTextBeyondData,
+                       static_cast<unsigned int>(offset));
+    }
+    return end;
 }
 
 } // namespace fs

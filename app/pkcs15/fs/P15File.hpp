@@ -68,8 +68,10 @@ public:
     // Extends content() to at least `end` bytes, or to the end of the file.
     void readUpTo(const card::IChannel& channel, std::size_t end) const;
     const std::vector<Entry>& entries(const card::IChannel& channel) const;
-    // End of the last entry: where padding, and room for new entries, starts.
+    // End of the last entry or hole: where padding starts.
     std::size_t contentLength(const card::IChannel& channel) const;
+    // The bytes the entries take, holes left out: what must fit the file.
+    std::size_t entriesLength(const card::IChannel& channel) const;
     // The size of the file on the card, from its control parameters.
     std::size_t fileSize(const card::IChannel& channel) const;
 
@@ -95,6 +97,7 @@ private:
     void selectOnCard(const card::IChannel& channel) const;
     void appendFromCard(const card::IChannel& channel, std::size_t length) const;
     void split() const;
+    std::size_t holeEnd(std::size_t offset) const;
 
     boost::weak_ptr<ODF> odf_;
     FileId kind_;

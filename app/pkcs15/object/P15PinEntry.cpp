@@ -5,6 +5,7 @@
 #include "app/pkcs15/P15Application.hpp"
 #include "app/pkcs15/fs/AODF.hpp"
 #include "app/pkcs15/object/CommonAttributes.hpp"
+#include "app/pkcs15/object/P15RsaKeyEntry.hpp"
 #include "app/pkcs15/oss/Codec.hpp"
 #include "mw/Log.hpp"
 
@@ -142,11 +143,7 @@ void P15Pin::write(const card::IChannel& channel, const P15Application& applicat
         APP_THROW(ApplicationException, "failed to get shared ptr from weak ptr");
     }
     const P15Application::ChannelScope bound(application, channel);
-    if (encoding.size() > encoding_.size() &&
-        aodf->contentLength(channel) + (encoding.size() - encoding_.size()) >
-            aodf->fileSize(channel)) {
-        APP_THROW(OutOfMemoryException, "EF(AODF) out of memory");
-    }
+    checkRoom(*aodf, channel, encoding_, encoding, "EF(AODF) out of memory");
     aodf->updateEncodedAttributes(encoding_, encoding);
     encoding_ = std::move(encoding);
     entry_ = entry;

@@ -92,7 +92,7 @@ void checkRoom(const fs::P15File& file, const card::IChannel& channel,
                const mw::ByteBuffer& oldEncoding, const mw::ByteBuffer& newEncoding,
                const char* outOfMemoryText) {
     if (newEncoding.size() > oldEncoding.size() &&
-        file.contentLength(channel) + (newEncoding.size() - oldEncoding.size()) >
+        file.entriesLength(channel) + (newEncoding.size() - oldEncoding.size()) >
             file.fileSize(channel)) {
         APP_THROW(OutOfMemoryException, outOfMemoryText);
     }

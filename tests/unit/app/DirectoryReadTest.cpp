@@ -74,15 +74,20 @@ TEST_P(DirectoryRead, StopsAtTheEndOfTheEntries) {
               extended ? layout.extendedReadCommands : layout.shortReadCommands);
     EXPECT_EQ(card.recorder->sent(0xA4).size(), 1u);
 
-    // A change still rewrites only its own bytes, also past what was read.
+    // A longer last entry whose header grows goes behind the entries, past
+    // what was read, and leaves a hole where it was.
     const mw::ByteBuffer last = prkdf->entries(*card.channel).back().encoding;
     const mw::ByteBuffer grown = unknownEntry(last.size() + 300);
-    if (content.size() + 300 < prkdfSize) {
+    if (content.size() + grown.size() < prkdfSize) {
         const app::pkcs15::P15Application::ChannelScope bound(*application, *card.channel);
         prkdf->updateEncodedAttributes(last, grown);
-        std::copy(grown.begin(), grown.end(), file.begin() + content.size() - last.size());
-        file.data()[content.size() + 300] = layout.padding;
+        const std::size_t at = content.size() - last.size();
+        const std::size_t header = (last.get(1) & 0x80) ? 2 + (last.get(1) & 0x7F) : 2;
+        file.data()[at] = 0xC5;
+        std::fill(file.begin() + at + header, file.begin() + content.size(), 0x00);
+        std::copy(grown.begin(), grown.end(), file.begin() + content.size());
         EXPECT_EQ(card.readFile(prkdfFile), file);
+        EXPECT_EQ(prkdf->entries(*card.channel).size(), layout.entries.size());
     }
 }
 

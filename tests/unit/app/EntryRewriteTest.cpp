@@ -4,6 +4,7 @@
 #include "app/pkcs15/fs/AODF.hpp"
 #include "app/pkcs15/fs/CDF.hpp"
 #include "app/pkcs15/fs/DODF.hpp"
+#include "app/pkcs15/fs/EntryLayout.hpp"
 #include "app/pkcs15/fs/ODF.hpp"
 #include "app/pkcs15/fs/PrKDF.hpp"
 #include "app/pkcs15/fs/PuKDF.hpp"
@@ -68,22 +69,18 @@ TEST_F(EntryRewrite, BytesAfterTheEntriesStayUnlessTheEntriesNeedThem) {
     application_->clearCache();
     const mw::ByteBuffer before = card_.readFile(prkdfFile);
 
-    const mw::ByteBuffer shorter = rsaPrivateKeyEntry(0x81, bytes({0x01}));
-    const std::size_t freed = first_.size() - shorter.size();
-    ASSERT_GT(freed, 0u);
-    prkdf().updateEncodedAttributes(first_, shorter);
-    mw::ByteBuffer freedPadding(freed);
-    std::fill(freedPadding.begin(), freedPadding.end(), 0xFF);
-    const mw::ByteBuffer shrunk =
-        concat({shorter, ecPrivateKeyEntry(), last_, freedPadding,
-                before.get(entries.size(), before.size() - entries.size())});
-    EXPECT_EQ(card_.readFile(prkdfFile), shrunk) << "freed bytes take the file's own padding";
+    // A removed entry with entries after it leaves a hole of its length.
+    prkdf().updateEncodedAttributes(first_, mw::ByteBuffer());
+    mw::ByteBuffer shrunk = before;
+    shrunk.data()[0] = 0xD0;
+    std::fill(shrunk.begin() + 2, shrunk.begin() + first_.size(), 0x00);
+    EXPECT_EQ(card_.readFile(prkdfFile), shrunk) << "the bytes after the entries stay";
+    const std::size_t used = entries.size();
 
     // Longer than the padding: the new entry runs into the junk, which must
     // then be cut off by one padding byte and otherwise stay.
     const mw::ByteBuffer added = rsaPrivateKeyEntry(0x83, bytes({0x0E, 0x03}));
-    const std::size_t used = entries.size() - freed;
-    ASSERT_GT(added.size(), freed + 3);
+    ASSERT_GT(added.size(), 3u);
     card_.recorder->clear();
     prkdf().updateEncodedAttributes(mw::ByteBuffer(), added);
     mw::ByteBuffer grown = shrunk;
@@ -99,7 +96,7 @@ TEST_F(EntryRewrite, BytesAfterTheEntriesStayUnlessTheEntriesNeedThem) {
     EXPECT_EQ(updateOf(updates[1]).second, bytes({added.get(0)}));
 
     prkdf().clearContent();
-    EXPECT_EQ(prkdf().values(*card_.channel).size(), 4u);
+    EXPECT_EQ(prkdf().values(*card_.channel).size(), 3u);
 }
 
 TEST_F(EntryRewrite, RefusalsLeaveTheFileAsItWas) {
@@ -121,6 +118,128 @@ TEST_F(EntryRewrite, ACardRefusalReachesTheCallerAndKeepsTheCacheTrue) {
     const mw::ByteBuffer added = rsaPrivateKeyEntry(0x83, bytes({0x0E, 0x03}));
     EXPECT_THROW(prkdf().updateEncodedAttributes(mw::ByteBuffer(), added), card::CardException);
     EXPECT_EQ(prkdf().values(*card_.channel).size(), 3u);
+}
+
+// Entries 30 L followed by L copies of `marker`.
+mw::ByteBuffer tlv(unsigned char marker, std::size_t length) {
+    mw::ByteBuffer encoded{0x30};
+    if (length > 0xFF) {
+        encoded.append(bytes({0x82, static_cast<unsigned char>(length >> 8)}));
+    } else if (length > 0x7F) {
+        encoded.append(bytes({0x81}));
+    }
+    encoded.append(bytes({static_cast<unsigned char>(length)}));
+    encoded.append(mw::ByteBuffer(std::vector<unsigned char>(length, marker)));
+    return encoded;
+}
+
+// The entries a reader finds: holes skipped, the first padding byte ends them.
+std::vector<mw::ByteBuffer> entriesOf(const mw::ByteBuffer& content) {
+    std::vector<mw::ByteBuffer> found;
+    std::size_t offset = 0;
+    while (offset < content.size() && !fs::P15File::isPadding(content.get(offset))) {
+        std::size_t value = 0;
+        std::size_t end = 0;
+        if (fs::EntryLayout::tlvHeader(content.data(), content.size(), offset, value, end) !=
+                fs::EntryLayout::Header::complete ||
+            end > content.size()) {
+            throw std::runtime_error("entries torn at " + std::to_string(offset));
+        }
+        if (!fs::EntryLayout::isHole(content.get(offset))) {
+            found.push_back(content.get(offset, end - offset));
+        }
+        offset = end;
+    }
+    return found;
+}
+
+struct LayoutCase {
+    std::vector<int> lengths; // of the entries before; a hole where negative
+    int changed;              // the entry replaced or removed, -1 to add
+    std::size_t newLength;    // 0 to remove
+    std::size_t fileSize;
+    bool holesAllowed;
+    // 's': never torn; 't': rewritten where it stands, a cut may tear the
+    // changed entry alone; 'p': no room beside the holes, packed in one write.
+    char cuts;
+};
+
+// Every prefix of every write, as a card losing power may leave it, keeps the
+// other entries readable and in their order; the changed one is old, new or gone.
+TEST(EntryLayoutTest, EveryCutKeepsTheEntriesTheChangeDoesNotTouch) {
+    const std::vector<LayoutCase> cases = {{{6, 8, 10}, 1, 0, 64, true, 's'},
+                                           {{6, 8, 10}, 0, 0, 64, true, 's'},
+                                           {{6, 8, 10}, 2, 0, 64, true, 's'},
+                                           {{6, 8, 10}, -1, 12, 64, true, 's'},
+                                           {{6, 8, 10}, 1, 20, 64, true, 's'},
+                                           {{6, 8, 10}, 0, 3, 64, true, 's'},
+                                           {{6, 8, 10}, 1, 8, 64, true, 't'},
+                                           {{6, 8, 10}, 2, 30, 64, true, 't'},
+                                           {{6, 8, 10}, 2, 4, 64, true, 't'},
+                                           {{6, 8, 126}, 2, 128, 300, true, 's'},
+                                           {{6, 300}, 1, 520, 1024, true, 's'},
+                                           {{6, 300}, 0, 4, 1024, true, 's'},
+                                           {{40}, 0, 44, 64, false, 't'},
+                                           {{40}, 0, 100, 256, false, 't'},
+                                           {{6, -20, 10, -20}, -1, 25, 70, true, 's'},
+                                           {{6, -20, 10, -20}, 2, 25, 70, true, 't'},
+                                           {{6, -20, 10}, 0, 12, 64, true, 's'},
+                                           {{6, -20, 10}, -1, 40, 70, true, 'p'},
+                                           {{6, 8, 10}, 0, 30, 64, false, 'p'}};
+    for (const LayoutCase& c : cases) {
+        std::vector<mw::ByteBuffer> kept;
+        mw::ByteBuffer content, old;
+        std::size_t offset = 0;
+        for (std::size_t i = 0; i < c.lengths.size(); ++i) {
+            const bool hole = c.lengths[i] < 0;
+            mw::ByteBuffer entry = tlv(static_cast<unsigned char>(0x11 * (i + 1)),
+                                       static_cast<std::size_t>(std::abs(c.lengths[i])));
+            entry.data()[0] = hole ? 0xD0 : 0x30;
+            if (static_cast<int>(i) == c.changed) {
+                offset = content.size();
+                old = entry;
+            } else if (!hole) {
+                kept.push_back(entry);
+            }
+            content.append(entry);
+        }
+        const std::size_t used = content.size();
+        content.append(mw::ByteBuffer(std::vector<unsigned char>(c.fileSize - used, 0xFF)));
+        const mw::ByteBuffer added = c.newLength ? tlv(0xEE, c.newLength) : mw::ByteBuffer();
+        fs::EntryLayout layout(content, used, c.fileSize, c.holesAllowed);
+        layout.replace(c.changed < 0 ? used : offset, old.size(), added);
+        const auto others = [&](const mw::ByteBuffer& bytes) {
+            std::vector<mw::ByteBuffer> found = entriesOf(bytes);
+            found.erase(std::remove_if(found.begin(), found.end(),
+                                       [&](const auto& e) { return e == old || e == added; }),
+                        found.end());
+            return found;
+        };
+        const std::string name = "case " + std::to_string(&c - cases.data());
+        mw::ByteBuffer card = content;
+        for (const auto& write : layout.writes()) {
+            for (std::size_t cut = 0; cut <= write.data.size() && c.cuts != 'p'; ++cut) {
+                mw::ByteBuffer torn = card;
+                std::copy(write.data.begin(), write.data.begin() + cut,
+                          torn.begin() + write.offset);
+                std::vector<mw::ByteBuffer> found = others(torn);
+                for (std::size_t i = 0;
+                     c.cuts == 't' && found.size() == kept.size() + 1 && i < found.size(); ++i) {
+                    std::vector<mw::ByteBuffer> untorn = found;
+                    untorn.erase(untorn.begin() + i);
+                    found = untorn == kept ? untorn : found;
+                }
+                EXPECT_EQ(found, kept)
+                    << name << ", write at " << write.offset << " cut after " << cut << " bytes";
+            }
+            std::copy(write.data.begin(), write.data.end(), card.begin() + write.offset);
+        }
+        EXPECT_EQ(card, layout.content()) << name;
+        const std::vector<mw::ByteBuffer> after = entriesOf(card);
+        EXPECT_EQ(others(card), kept) << name;
+        EXPECT_EQ(std::count(after.begin(), after.end(), added), added.empty() ? 0 : 1) << name;
+        EXPECT_EQ(std::count(after.begin(), after.end(), old), 0) << name;
+    }
 }
 
 } // namespace
