@@ -167,25 +167,19 @@ struct LayoutCase {
 // Every prefix of every write, as a card losing power may leave it, keeps the
 // other entries readable and in their order; the changed one is old, new or gone.
 TEST(EntryLayoutTest, EveryCutKeepsTheEntriesTheChangeDoesNotTouch) {
-    const std::vector<LayoutCase> cases = {{{6, 8, 10}, 1, 0, 64, true, 's'},
-                                           {{6, 8, 10}, 0, 0, 64, true, 's'},
-                                           {{6, 8, 10}, 2, 0, 64, true, 's'},
-                                           {{6, 8, 10}, -1, 12, 64, true, 's'},
-                                           {{6, 8, 10}, 1, 20, 64, true, 's'},
-                                           {{6, 8, 10}, 0, 3, 64, true, 's'},
-                                           {{6, 8, 10}, 1, 8, 64, true, 't'},
-                                           {{6, 8, 10}, 2, 30, 64, true, 't'},
-                                           {{6, 8, 10}, 2, 4, 64, true, 't'},
-                                           {{6, 8, 126}, 2, 128, 300, true, 's'},
-                                           {{6, 300}, 1, 520, 1024, true, 's'},
-                                           {{6, 300}, 0, 4, 1024, true, 's'},
-                                           {{40}, 0, 44, 64, false, 't'},
-                                           {{40}, 0, 100, 256, false, 't'},
-                                           {{6, -20, 10, -20}, -1, 25, 70, true, 's'},
-                                           {{6, -20, 10, -20}, 2, 25, 70, true, 't'},
-                                           {{6, -20, 10}, 0, 12, 64, true, 's'},
-                                           {{6, -20, 10}, -1, 40, 70, true, 'p'},
-                                           {{6, 8, 10}, 0, 30, 64, false, 'p'}};
+    // clang-format off
+    const std::vector<LayoutCase> cases = {
+        {{6, 8, 10}, 1, 0, 64, true, 's'},  {{6, 8, 10}, 0, 0, 64, true, 's'},
+        {{6, 8, 10}, 2, 0, 64, true, 's'},  {{6, 8, 10}, -1, 12, 64, true, 's'},
+        {{6, 8, 10}, 1, 20, 64, true, 's'}, {{6, 8, 10}, 0, 3, 64, true, 's'},
+        {{6, 8, 10}, 1, 8, 64, true, 't'},  {{6, 8, 10}, 2, 30, 64, true, 't'},
+        {{6, 8, 10}, 2, 4, 64, true, 't'},  {{6, 8, 126}, 2, 128, 300, true, 's'},
+        {{6, 300}, 1, 520, 1024, true, 's'}, {{6, 300}, 0, 4, 1024, true, 's'},
+        {{40}, 0, 44, 64, false, 't'},      {{40}, 0, 100, 256, false, 't'},
+        {{6, -20, 10, -20}, -1, 25, 70, true, 's'}, {{6, -20, 10, -20}, 2, 25, 70, true, 't'},
+        {{6, -20, 10}, 0, 12, 64, true, 's'}, {{6, -20, 10}, -1, 40, 70, true, 'p'},
+        {{6, 8, 10}, 0, 30, 64, false, 'p'}};
+    // clang-format on
     for (const LayoutCase& c : cases) {
         std::vector<mw::ByteBuffer> kept;
         mw::ByteBuffer content, old;
