@@ -204,7 +204,8 @@ TEST_P(ValueObjectsOnTheCard, AnAlgorithmListSetBackAsReportedLeavesTokenInfoAsI
     info->setSupportedAlgorithms(reported);
     application_->writeCardObject(*channel_, *info);
     reopen();
-    EXPECT_EQ(application_->getApplicationInfo(*channel_)->getSupportedAlgorithms(), reported);
+    EXPECT_EQ(application_->getApplicationInfo(*channel_)->getSupportedAlgorithms().value(),
+              reported);
     EXPECT_EQ(fileContent(tokenInfoId), twoEntries);
 }
 
