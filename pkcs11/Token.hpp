@@ -120,7 +120,8 @@ private:
 
     std::vector<std::unique_ptr<Object>>& objects();
     mw::ByteBuffer unusedKeyId();
-    app::AccessControlRules userOnly();
+    // One rule: `modes` (AccessControlRule bits) only after the user PIN.
+    app::AccessControlRules userPinRules(std::uint16_t modes);
     app::object::ICardObjectFactory& factory() const;
     bool isVisible(const Object& object) const;
 

@@ -52,11 +52,9 @@ ICardObjectFactory& Token::factory() const {
     return *factory;
 }
 
-// Read, change and use only after the user PIN.
-app::AccessControlRules Token::userOnly() {
+app::AccessControlRules Token::userPinRules(std::uint16_t modes) {
     const auto& authId = userPin().getAuthId();
-    return {app::AccessControlRule(app::AccessControlRule::Read | app::AccessControlRule::Update |
-                                       app::AccessControlRule::Execute,
+    return {app::AccessControlRule(modes,
                                    boost::make_shared<app::AuthIdSecurityCondition>(
                                        std::vector<std::uint8_t>(authId.begin(), authId.end())))};
 }
@@ -64,8 +62,10 @@ app::AccessControlRules Token::userOnly() {
 std::pair<CK_OBJECT_HANDLE, CK_OBJECT_HANDLE>
 Token::generateKeyPair(const KeyPairRequest& request) {
     const mw::ByteBuffer id = request.id.empty() ? unusedKeyId() : request.id;
-    auto privateKey = boost::dynamic_pointer_cast<IPrivateRSAKey>(
-        factory().createPrivateKey(IPrivateKey::RsaPrivateKey, userOnly()));
+    auto privateKey = boost::dynamic_pointer_cast<IPrivateRSAKey>(factory().createPrivateKey(
+        IPrivateKey::RsaPrivateKey,
+        userPinRules(app::AccessControlRule::Read | app::AccessControlRule::Update |
+                     app::AccessControlRule::Execute)));
     auto publicKey = boost::dynamic_pointer_cast<IPublicRSAKey>(
         factory().createPublicKey(IPublicKey::RsaPublicKey, {}));
     if (!privateKey || !publicKey) {
@@ -148,7 +148,9 @@ CK_OBJECT_HANDLE Token::createObject(const CK_ATTRIBUTE* entries, CK_ULONG count
         throw Failure(CKR_TEMPLATE_INCONSISTENT, "the module keeps no session objects");
     }
     const bool isPrivate = given.flag(CKA_PRIVATE, false);
-    const app::AccessControlRules rules = isPrivate ? userOnly() : app::AccessControlRules();
+    // Only the user replaces or removes the value's file; reads it too when private.
+    const app::AccessControlRules rules = userPinRules(
+        app::AccessControlRule::Update | (isPrivate ? app::AccessControlRule::Read : 0));
     const std::uint8_t flags = modifiableFlag | (isPrivate ? privateFlag : 0);
     Objects& list = objects();
     switch (given.number(CKA_CLASS, CK_UNAVAILABLE_INFORMATION)) {

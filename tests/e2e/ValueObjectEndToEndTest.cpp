@@ -8,6 +8,7 @@
 #include "app/SecurityConditions.hpp"
 #include "app/object/IApplicationInfo.hpp"
 #include "app/object/IX509Certificate.hpp"
+#include "app/pkcs15/oss/Codec.hpp"
 #include "vcard/VirtualCard.hpp"
 
 #include <algorithm>
@@ -179,6 +180,33 @@ TEST_P(ValueObjectsOnTheCard, ATokenLabelWrittenIsInEfTokenInfoAfterReopening) {
     EXPECT_EQ(info->getManufacturerId().value_or(""), "p15kit");
     EXPECT_EQ(info->getTokenFlags(), app::object::IApplicationInfo::PrnGeneration);
     EXPECT_TRUE(contains(fileContent(tokenInfoId), "Relabelled token"));
+}
+
+// Entries of one algorithm for signing (reference 1) and for deciphering
+// (reference 2): the list reported, set back, leaves EF(TokenInfo) as it was.
+TEST_P(ValueObjectsOnTheCard, AnAlgorithmListSetBackAsReportedLeavesTokenInfoAsItWas) {
+    namespace oss = app::pkcs15::oss;
+    const mw::ByteBuffer personalised = fileContent(tokenInfoId);
+    oss::TokenInfo value;
+    oss::decode(personalised.data(), personalised.size(), value);
+    oss::AlgorithmInfo decipher = value.supportedAlgorithms->front();
+    decipher.reference = 2;
+    decipher.supportedOperations.octets = {0x04};
+    value.supportedAlgorithms->push_back(decipher);
+    files()->select(*channel_, tokenInfoId);
+    files()->update(*channel_, 0, mw::ByteBuffer(oss::encode(value)));
+    const mw::ByteBuffer twoEntries = fileContent(tokenInfoId);
+    reopen();
+
+    auto info = application_->getApplicationInfo(*channel_);
+    const std::vector<std::string> reported = info->getSupportedAlgorithms().value();
+    ASSERT_EQ(reported, std::vector<std::string>(2, "1.2.840.113549.1.1.1"));
+    info->setSupportedAlgorithms(reported);
+    application_->writeCardObject(*channel_, *info);
+    reopen();
+    EXPECT_EQ(application_->getApplicationInfo(*channel_)->getSupportedAlgorithms().value(),
+              reported);
+    EXPECT_EQ(fileContent(tokenInfoId), twoEntries);
 }
 
 // The value's UPDATE BINARY fails after the entry went in: the entry goes

@@ -83,19 +83,21 @@ Json objectValueJson(const oss::ObjectValue& value) {
         {url ? "url" : kinds[value.choice], hex(url ? value.indirectValue.raw : value.raw)}};
 }
 
-std::string conditionText(const oss::SecurityCondition& condition) {
+std::string conditionText(const oss::SecurityCondition& condition, const PinNamer& pinName) {
     switch (condition.choice) {
-    case oss::SecurityCondition::authId:
-        return "authId " + hex(condition.authIdValue);
+    case oss::SecurityCondition::authId: {
+        const std::string pin = pinName ? pinName(condition.authIdValue) : std::string();
+        return "authId " + hex(condition.authIdValue) + (pin.empty() ? "" : " (" + pin + ")");
+    }
     case oss::SecurityCondition::notCondition:
-        return "not (" + conditionText(condition.operands.front()) + ")";
+        return "not (" + conditionText(condition.operands.front(), pinName) + ")";
     case oss::SecurityCondition::andCondition:
     case oss::SecurityCondition::orCondition: {
         const char* joint =
             condition.choice == oss::SecurityCondition::andCondition ? " and " : " or ";
         std::string text;
         for (const oss::SecurityCondition& operand : condition.operands) {
-            text += (text.empty() ? "(" : joint) + conditionText(operand);
+            text += (text.empty() ? "(" : joint) + conditionText(operand, pinName);
         }
         return text + ")";
     }
@@ -115,12 +117,7 @@ Json commonObjectJson(const oss::CommonObjectAttributes& common) {
     putHex(out, "authId", common.authId);
     putOptional(out, "userConsent", common.userConsent);
     if (common.accessControlRules) {
-        Json rules = Json::array();
-        for (const oss::AccessControlRule& rule : *common.accessControlRules) {
-            rules.push_back(Json{{"accessMode", flagsJson(rule.accessMode, accessModes)},
-                                 {"condition", conditionText(rule.securityCondition)}});
-        }
-        out["accessControlRules"] = rules;
+        out["accessControlRules"] = accessRulesJson(*common.accessControlRules, {});
     }
     return out;
 }
@@ -269,6 +266,15 @@ Json choiceJson(const Entry& entry, Names types, const Value& supportedValue) {
 }
 
 } // namespace
+
+Json accessRulesJson(const std::vector<oss::AccessControlRule>& rules, const PinNamer& pinName) {
+    Json list = Json::array();
+    for (const oss::AccessControlRule& rule : rules) {
+        list.push_back(Json{{"accessMode", flagsJson(rule.accessMode, accessModes)},
+                            {"condition", conditionText(rule.securityCondition, pinName)}});
+    }
+    return list;
+}
 
 Json entryJson(const oss::PKCS15Objects& entry) {
     static const char* const types[] = {

@@ -13,7 +13,10 @@ namespace p15tool {
 using Names = std::initializer_list<const char*>;
 
 inline const Names objectFlags = {"private", "modifiable"};
-inline const Names accessModes = {"read", "update", "execute"};
+// ISO/IEC 7816-15 names the modes beyond the three of PKCS#15.
+inline const Names accessModes = {"read",      "update",   "execute",   "delete",
+                                  "attribute", "pso-cds",  "pso-verif", "pso-dec",
+                                  "pso-enc",   "int-auth", "ext-auth"};
 inline const Names pinFlags = {"case-sensitive",
                                "local",
                                "change-disabled",

@@ -6,6 +6,7 @@
 #include "app/object/ICardObjectRepository.hpp"
 #include "host/Channel.hpp"
 #include "mw/Hex.hpp"
+#include "tools/p15tool/CardEntry.hpp"
 #include "tools/p15tool/FlagNames.hpp"
 #include "tools/p15tool/Session.hpp"
 #include "tools/p15tool/Text.hpp"
@@ -74,12 +75,16 @@ app::object::ICardObjectFactory& factoryOf(const Session& session) {
     return *factory;
 }
 
+app::AccessControlRules pinRules(const mw::ByteBuffer& authId, std::uint16_t modes) {
+    return {app::AccessControlRule(modes,
+                                   boost::make_shared<app::AuthIdSecurityCondition>(
+                                       std::vector<std::uint8_t>(authId.begin(), authId.end())))};
+}
+
 KeyPair newKeyPair(const Session& session, const std::string& label, const mw::ByteBuffer& id,
                    const mw::ByteBuffer& authId, unsigned bits) {
-    const app::AccessControlRules userPin{
-        app::AccessControlRule(app::AccessControlRule::Update | app::AccessControlRule::Execute,
-                               boost::make_shared<app::AuthIdSecurityCondition>(
-                                   std::vector<std::uint8_t>(authId.begin(), authId.end())))};
+    const app::AccessControlRules userPin =
+        pinRules(authId, app::AccessControlRule::Update | app::AccessControlRule::Execute);
     app::object::ICardObjectFactory& factory = factoryOf(session);
     KeyPair pair{boost::dynamic_pointer_cast<IPrivateRSAKey>(
                      factory.createPrivateKey(app::object::IPrivateKey::RsaPrivateKey, userPin)),
@@ -172,8 +177,13 @@ Json keyJson(const IKey& key, const PinList& pins) {
     } else if (const auto* rsa = dynamic_cast<const IPublicRSAKey*>(&key)) {
         out["modulusLength"] = rsa->getModulusLength();
     }
-    const unsigned reference = key.getKeyReference().keyReference;
-    if (reference != 0) {
+    // The plugin's reference is 0 for a key without one; the entry tells a
+    // reference of 0 from none.
+    if (const auto attributes = entryKeyAttributes(key)) {
+        if (attributes->keyReference) {
+            out["keyReference"] = *attributes->keyReference;
+        }
+    } else if (const unsigned reference = key.getKeyReference().keyReference; reference != 0) {
         out["keyReference"] = reference;
     }
     return out;

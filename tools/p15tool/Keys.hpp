@@ -39,6 +39,10 @@ KeyPair chooseKeyPair(const Session& session, const KeyChoice& choice);
 // The factory of the card's application, for new objects.
 app::object::ICardObjectFactory& factoryOf(const Session& session);
 
+// The rules of a new object whose `modes` (AccessControlRule bits) need the
+// PIN with `authId` verified.
+app::AccessControlRules pinRules(const mw::ByteBuffer& authId, std::uint16_t modes);
+
 // The objects of a new key pair of `bits`, not on the card yet, both with
 // `label` and `id`: the private key signs and deciphers, and changes, only
 // once the PIN with `authId` is verified; the public key, readable by

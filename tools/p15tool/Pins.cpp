@@ -4,6 +4,8 @@
 #include "app/SecurityConditions.hpp"
 #include "app/object/ICardObjectRepository.hpp"
 #include "mw/Hex.hpp"
+#include "tools/p15tool/CardEntry.hpp"
+#include "tools/p15tool/EntryJson.hpp"
 #include "tools/p15tool/FlagNames.hpp"
 #include "tools/p15tool/Text.hpp"
 #include "tools/p15tool/ToolError.hpp"
@@ -83,7 +85,20 @@ private:
     std::string text_;
 };
 
+// The rules as the card's entry has them, the PINs named; without the
+// entry, those of the object (which leaves out the rules the application's
+// conditions cannot express).
 void putAccessRules(Json& out, const app::object::ICardObject& object, const PinList& pins) {
+    if (const auto common = entryCommonAttributes(object)) {
+        if (common->accessControlRules) {
+            out["accessControlRules"] =
+                accessRulesJson(*common->accessControlRules, [&pins](const Bytes& authId) {
+                    const IPin* pin = pinWithAuthId(pins, mw::ByteBuffer(authId));
+                    return pin ? pinName(*pin) : std::string();
+                });
+        }
+        return;
+    }
     const auto* controlled = dynamic_cast<const app::IAccessControlled*>(&object);
     if (!controlled || !controlled->getAccessControlRules()) {
         return;

@@ -40,6 +40,7 @@ void writeWithValue(const Session& session, const app::object::ICardObject& obje
 // A value file holds at most this much.
 constexpr std::size_t maxValueSize = 65535;
 constexpr std::uint8_t modifiableFlag = 0x01;
+constexpr std::uint8_t privateFlag = 0x02;
 
 struct ValueOptions {
     ObjectChoice choice;
@@ -48,6 +49,7 @@ struct ValueOptions {
     std::string format = "pem";
     std::string out = "-";
     std::optional<std::string> applicationName;
+    bool privateObject = false;
 };
 
 std::vector<boost::shared_ptr<ICertificate>> certificates(const Session& session) {
@@ -72,8 +74,10 @@ void writeCertificate(const GlobalOptions& global, const ValueOptions& options) 
     const mw::ByteBuffer id = options.choice.id
                                   ? idFromHex(*options.choice.id)
                                   : modulusKeyId(certificateModulus(value, options.file));
-    verifyUserPin(session, options.pin);
-    auto certificate = factoryOf(session).createCertificate(ICertificate::X509Certificate, {});
+    // Anyone may read a certificate; only the user replaces or removes it.
+    const mw::ByteBuffer authId = verifyUserPin(session, options.pin);
+    auto certificate = factoryOf(session).createCertificate(
+        ICertificate::X509Certificate, pinRules(authId, app::AccessControlRule::Update));
     certificate->setLabel(
         options.choice.label.value_or(keyLabel(session, id).value_or("Certificate")));
     certificate->setFlags(modifiableFlag);
@@ -134,7 +138,7 @@ void writeData(const GlobalOptions& global, const ValueOptions& options) {
     }
     const mw::ByteBuffer value = readInput(options.file, maxValueSize);
     const Session session(global);
-    verifyUserPin(session, options.pin);
+    const mw::ByteBuffer authId = verifyUserPin(session, options.pin);
     for (const auto& object : session.repository().getDataObjects(session.channel())) {
         if (object->getLabel() && displayText(*object->getLabel()) == *options.choice.label) {
             throw ToolError(ExitCode::failure, "the card holds a data object labelled \"" +
@@ -143,9 +147,12 @@ void writeData(const GlobalOptions& global, const ValueOptions& options) {
                                                    "another label");
         }
     }
-    auto object = factoryOf(session).createDataObject(IDataObject::OpaqueDataObject, {});
+    const std::uint16_t guarded =
+        app::AccessControlRule::Update | (options.privateObject ? app::AccessControlRule::Read : 0);
+    auto object = factoryOf(session).createDataObject(IDataObject::OpaqueDataObject,
+                                                      pinRules(authId, guarded));
     object->setLabel(*options.choice.label);
-    object->setFlags(modifiableFlag);
+    object->setFlags(modifiableFlag | (options.privateObject ? privateFlag : 0));
     if (options.applicationName) {
         object->setApplicationName(*options.applicationName);
     }
@@ -159,6 +166,9 @@ void writeData(const GlobalOptions& global, const ValueOptions& options) {
 void readData(const GlobalOptions& global, const ValueOptions& options) {
     const Session session(global);
     const auto object = chooseDataObject(session, options);
+    if (object->getFlags().value_or(0) & privateFlag) {
+        verifyUserPin(session, options.pin);
+    }
     session.repository().readCardObject(session.channel(), *object);
     writeOutput(options.out, object->getValue(), true);
 }
@@ -212,8 +222,11 @@ void addValueCommands(CLI::App& program, const GlobalOptions& global) {
     dataWrite->add_option("--label", options->choice.label, "its label")->type_name("L");
     dataWrite->add_option("--app", options->applicationName, "the application it belongs to")
         ->type_name("NAME");
+    dataWrite->add_flag("--private", options->privateObject,
+                        "readable only once the user PIN is verified");
     dataWrite->callback([&global, options] { writeData(global, *options); });
-    CLI::App* dataRead = data->add_subcommand("read", "a data object's value");
+    CLI::App* dataRead = pinOptions(
+        data->add_subcommand("read", "a data object's value (a private one: PIN options)"));
     dataRead->add_option("--label", options->choice.label, "its label")->type_name("L");
     dataRead->add_option("--out", options->out, "write to FILE instead of stdout")
         ->type_name("FILE");

@@ -46,11 +46,18 @@ std::vector<std::string> algorithmIds(const std::vector<oss::AlgorithmInfo>& alg
     return ids;
 }
 
-// The card's entries without an identifier, then one entry per identifier
-// of `ids`: the card's, or a new one under the next free reference.
+// The card's list as it is when `ids` are its identifiers in its order.
+// Otherwise the card's entries without an identifier, then one entry per
+// identifier of `ids`: the first card entry of that identifier not taken
+// by an earlier one (entries of one identifier differ in reference and
+// operations), or a new one under the next free reference.
 std::vector<oss::AlgorithmInfo> storeAlgorithms(const std::vector<std::string>& ids,
                                                 const std::vector<oss::AlgorithmInfo>& before) {
+    if (ids == algorithmIds(before)) {
+        return before;
+    }
     std::vector<oss::AlgorithmInfo> after;
+    std::vector<bool> taken(before.size());
     oss::Integer nextReference = 1;
     for (const oss::AlgorithmInfo& algorithm : before) {
         nextReference = std::max(nextReference, algorithm.reference + 1);
@@ -60,11 +67,13 @@ std::vector<oss::AlgorithmInfo> storeAlgorithms(const std::vector<std::string>& 
     }
     for (const std::string& id : ids) {
         const oss::Bytes oid = oss::oidFromText(id);
-        const auto known =
-            std::find_if(before.begin(), before.end(),
-                         [&](const oss::AlgorithmInfo& a) { return a.algId == oid; });
-        if (known != before.end()) {
-            after.push_back(*known);
+        std::size_t known = 0;
+        while (known < before.size() && (taken[known] || before[known].algId != oid)) {
+            ++known;
+        }
+        if (known < before.size()) {
+            taken[known] = true;
+            after.push_back(before[known]);
             continue;
         }
         oss::AlgorithmInfo algorithm;

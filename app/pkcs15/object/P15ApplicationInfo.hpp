@@ -24,9 +24,10 @@ namespace object {
 // What was read is rewritten with only what the host set replaced, so
 // that the components this class does not model (seInfo, recordInfo, the
 // details of each algorithm, later extensions) stay as the card had them.
-// The algorithms are listed by their object identifiers; a list the host
-// sets keeps the card's entry of every identifier still in it, and the
-// entries without an identifier.
+// The algorithms are listed by their object identifiers, an identifier as
+// often as the card has entries for it; a list the host sets keeps, for
+// each identifier in it, one card entry of that identifier not kept yet,
+// and the entries without an identifier.
 class P15ApplicationInfo : public app::object::AbstractApplicationInfo, public AbstractP15Object {
 public:
     // A new application info, for a file that holds none.

@@ -2,6 +2,7 @@
 #define APP_PKCS15_OBJECT_P15PIN_HPP
 
 #include "app/object/AbstractPin.hpp"
+#include "app/object/IEncodedEntry.hpp"
 #include "app/pkcs15/object/AbstractP15Object.hpp"
 #include "app/pkcs15/oss/Asn1Types.hpp"
 #include "mw/ByteBuffer.hpp"
@@ -38,7 +39,9 @@ namespace object {
 // the application's condition tree can express (see
 // decodeExpressibleRules); PIN entries never get rules written, so setting
 // them and writing is refused.
-class P15Pin : public app::object::AbstractPin, public AbstractP15Object {
+class P15Pin : public app::object::AbstractPin,
+               public app::object::IEncodedEntry,
+               public AbstractP15Object {
 public:
     using PinService = boost::shared_ptr<card::service::IPinManagementService>;
 
@@ -62,7 +65,7 @@ public:
     void remove(const card::IChannel& channel, const P15Application& application) const override;
 
     // The entry as it is on the card; empty for a new PIN.
-    const mw::ByteBuffer& getEncoding() const { return encoding_; }
+    const mw::ByteBuffer& getEncoding() const override { return encoding_; }
     // The entry with the host's changes; see the class comment.
     oss::AuthenticationType encodeAuthenticationType() const;
     // `value` padded with the pad character, or cut, to maxLength bytes.

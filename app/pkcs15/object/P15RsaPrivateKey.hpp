@@ -2,6 +2,7 @@
 #define APP_PKCS15_OBJECT_P15RSAPRIVATEKEY_HPP
 
 #include "app/object/AbstractPrivateRSAKey.hpp"
+#include "app/object/IEncodedEntry.hpp"
 #include "app/pkcs15/object/AbstractP15Key.hpp"
 #include "app/pkcs15/oss/Asn1Types.hpp"
 #include "mw/ByteBuffer.hpp"
@@ -30,7 +31,9 @@ using ConstRsaKeyHolders = RsaKeyHoldersOf<true>;
 //
 // An entry read from the card is rewritten from what was read, with only
 // what the host set replaced (see P15Pin).
-class P15RsaPrivateKey : public app::object::AbstractPrivateRSAKey, public AbstractP15Key {
+class P15RsaPrivateKey : public app::object::AbstractPrivateRSAKey,
+                         public app::object::IEncodedEntry,
+                         public AbstractP15Key {
 public:
     // A new key, not on the card yet. The PrKDF owns the keys it lists.
     explicit P15RsaPrivateKey(boost::weak_ptr<const fs::PrKDF> prkdf);
@@ -50,7 +53,7 @@ public:
     void setGeneratedKeyReference(card::service::KeyRef keyRef) const;
 
     // The entry as it is on the card; empty for a new key.
-    const mw::ByteBuffer& getEncoding() const { return encoding_; }
+    const mw::ByteBuffer& getEncoding() const override { return encoding_; }
     // The entry with the host's changes.
     oss::PrivateKeyType encodePrivateKeyType() const;
 

@@ -2,6 +2,7 @@
 #define APP_PKCS15_OBJECT_P15RSAPUBLICKEY_HPP
 
 #include "app/object/AbstractPublicRSAKey.hpp"
+#include "app/object/IEncodedEntry.hpp"
 #include "app/pkcs15/object/AbstractP15Key.hpp"
 #include "app/pkcs15/oss/Asn1Types.hpp"
 #include "card/crypto/spec/KeySpec.hpp"
@@ -33,7 +34,9 @@ using ConstRsaKeyHolders = RsaKeyHoldersOf<true>;
 //
 // An entry read from the card is rewritten from what was read, with only
 // what the host set replaced (see P15Pin).
-class P15RsaPublicKey : public app::object::AbstractPublicRSAKey, public AbstractP15Key {
+class P15RsaPublicKey : public app::object::AbstractPublicRSAKey,
+                        public app::object::IEncodedEntry,
+                        public AbstractP15Key {
 public:
     // A new key, not on the card yet. The PuKDF owns the keys it lists.
     explicit P15RsaPublicKey(boost::weak_ptr<const fs::PuKDF> pukdf);
@@ -54,7 +57,7 @@ public:
     void loadKeyValue(const card::crypto::spec::RsaPublicKeySpec& value);
 
     // The entry as it is on the card; empty for a new key.
-    const mw::ByteBuffer& getEncoding() const { return encoding_; }
+    const mw::ByteBuffer& getEncoding() const override { return encoding_; }
     // The entry with the host's changes.
     oss::PublicKeyType encodePublicKeyType() const;
 

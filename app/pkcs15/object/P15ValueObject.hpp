@@ -1,6 +1,7 @@
 #ifndef APP_PKCS15_OBJECT_P15VALUEOBJECT_HPP
 #define APP_PKCS15_OBJECT_P15VALUEOBJECT_HPP
 
+#include "app/object/IEncodedEntry.hpp"
 #include "app/pkcs15/fs/AppObjectType.hpp"
 #include "app/pkcs15/object/AbstractP15Object.hpp"
 #include "app/pkcs15/oss/Asn1Types.hpp"
@@ -49,7 +50,7 @@ struct ValueObjectTexts {
 // what the host set replaced. A value is read once and then kept; writing
 // keeps what was written.
 template <class Generic, class File, class Entry>
-class P15ValueObject : public Generic, public AbstractP15Object {
+class P15ValueObject : public Generic, public app::object::IEncodedEntry, public AbstractP15Object {
 public:
     // Reads the value, unless it is known already.
     void read(const card::IChannel& channel, const P15Application& application) override;
@@ -62,7 +63,7 @@ public:
     void remove(const card::IChannel& channel, const P15Application& application) const override;
 
     // The entry as it is on the card; empty for a new object.
-    const mw::ByteBuffer& getEncoding() const { return encoding_; }
+    const mw::ByteBuffer& getEncoding() const override { return encoding_; }
     const ValueLocation& getValueLocation() const { return location_; }
     // The DER entry with the host's changes.
     mw::ByteBuffer encode() const;

@@ -103,26 +103,39 @@ TEST_F(PinCommands, ChoosingAPinThatIsNotThereSaysHowToSeeThem) {
 
 namespace oss = app::pkcs15::oss;
 
-// The user PIN's entry, first in EF(AODF), given the rule: update needs
-// the PUK or the SO PIN.
-void addUserPinRule(const std::string& image) {
+// Rewrites the first entry of the application's directory file 44`fid` in
+// the card image as `edit` changes it; the file keeps its size.
+template <class Entry, class Edit>
+void editFirstEntry(const std::string& image, std::uint8_t fid, Edit edit) {
     vcard::CardState state = vcard::CardImage::load(image);
     vcard::Bytes& content =
-        state.files.selectByPath({0x3F, 0x00, 0x50, 0x15, 0x44, 0x08}, true).content;
-    oss::AuthenticationType entry;
+        state.files.selectByPath({0x3F, 0x00, 0x50, 0x15, 0x44, fid}, true).content;
+    Entry entry;
     const std::size_t used = oss::decode(content.data(), content.size(), entry);
-    oss::SecurityCondition puk, so, either;
-    puk.authIdValue = {0x02};
-    so.authIdValue = {0x03};
-    either.choice = oss::SecurityCondition::orCondition;
-    either.operands = {puk, so};
-    entry.pinValue.commonObjectAttributes.accessControlRules =
-        std::vector<oss::AccessControlRule>{{{{0x40}, 2}, either, {}}};
+    edit(entry);
     vcard::Bytes changed = oss::encode(entry);
     changed.insert(changed.end(), content.begin() + used, content.end());
     changed.resize(content.size());
     content = changed;
     vcard::CardImage::store(image, vcard::CardImage::serialise(state));
+}
+
+// The user PIN's rules: update needs the PUK or the SO PIN; read and delete
+// (a mode beyond PKCS#15's) need the user PIN and a condition of the card's
+// own, which the application cannot express.
+void addUserPinRules(oss::AuthenticationType& entry) {
+    oss::SecurityCondition user, puk, so, either, cardOwn, both;
+    user.authIdValue = {0x01};
+    puk.authIdValue = {0x02};
+    so.authIdValue = {0x03};
+    either.choice = oss::SecurityCondition::orCondition;
+    either.operands = {puk, so};
+    cardOwn.choice = oss::SecurityCondition::unknown;
+    cardOwn.raw = {0xA5, 0x03, 0x80, 0x01, 0x07};
+    both.choice = oss::SecurityCondition::andCondition;
+    both.operands = {user, cardOwn};
+    entry.pinValue.commonObjectAttributes.accessControlRules =
+        std::vector<oss::AccessControlRule>{{{{0x40}, 2}, either, {}}, {{{0x90}, 4}, both, {}}};
 }
 
 TEST_F(PinCommands, ListShowsThePinsWithTheirRulesAndTheKeysBesideThem) {
@@ -146,7 +159,10 @@ TEST_F(PinCommands, ListShowsThePinsWithTheirRulesAndTheKeysBesideThem) {
     const ToolResult imported = tool(
         {"key", "import", file("rsa.pem"), "--label", "Authentication", "--pin-env", "USER_PIN"});
     ASSERT_EQ(imported.exitCode, 0) << imported.err;
-    addUserPinRule(image);
+    editFirstEntry<oss::AuthenticationType>(image, 0x08, addUserPinRules);
+    editFirstEntry<oss::PrivateKeyType>(image, 0x00, [](oss::PrivateKeyType& key) {
+        key.privateRSAKeyValue.classAttributes.keyReference = 0;
+    });
     const ToolResult withKeys = tool({"list"});
     ASSERT_EQ(withKeys.exitCode, 0) << withKeys.err;
     EXPECT_NE(withKeys.out.find("privateKeys:\n  -\n    label          Authentication\n"),
@@ -159,10 +175,13 @@ TEST_F(PinCommands, ListShowsThePinsWithTheirRulesAndTheKeysBesideThem) {
         << withKeys.out;
     const nlohmann::json relisted = tool({"--json", "list"}).json();
     EXPECT_EQ(relisted["privateKeys"][0]["label"], "Authentication");
+    EXPECT_EQ(relisted["privateKeys"][0]["keyReference"], 0);
     const nlohmann::json rules = relisted["pins"][0]["accessControlRules"];
-    ASSERT_EQ(rules.size(), 1u);
+    ASSERT_EQ(rules.size(), 2u);
     EXPECT_EQ(rules[0]["accessMode"], nlohmann::json({"update"}));
     EXPECT_EQ(rules[0]["condition"], "(authId 02 (PUK) or authId 03 (SO PIN))");
+    EXPECT_EQ(rules[1]["accessMode"], nlohmann::json({"read", "delete"}));
+    EXPECT_EQ(rules[1]["condition"], "(authId 01 (User PIN) and unknown A503800107)");
 }
 
 } // namespace

@@ -2,7 +2,9 @@
 // certificate it signs itself, then signing, verifying, enciphering and
 // deciphering, every result judged by the openssl command line.
 #include "ToolProcess.hpp"
+#include "app/pkcs15/oss/Codec.hpp"
 #include "mw/Hex.hpp"
+#include "vcard/VirtualCard.hpp"
 
 #include <cryptopp/sha.h>
 #include <gtest/gtest.h>
@@ -12,7 +14,44 @@
 namespace p15tool::test {
 namespace {
 
+namespace oss = app::pkcs15::oss;
+
 using Scenario = InitialisedCard;
+
+const oss::ObjectValue& valueOf(const oss::CertificateType& entry) {
+    return entry.x509CertificateValue.typeAttributes.value;
+}
+const oss::ObjectValue& valueOf(const oss::DataType& entry) {
+    return entry.opaqueDOValue.typeAttributes;
+}
+
+// The status words of READ BINARY, UPDATE BINARY and DELETE FILE, each on a
+// card just reset (no PIN verified), on the value file of entry `index` of
+// the application's directory file 44`fid`.
+template <class Entry>
+std::vector<int> answers(const std::string& image, std::uint8_t fid, std::size_t index) {
+    vcard::CardState state = vcard::CardImage::load(image);
+    const vcard::Bytes& content =
+        state.files.selectByPath({0x3F, 0x00, 0x50, 0x15, 0x44, fid}, true).content;
+    Entry entry;
+    for (std::size_t at = 0, read = 0; read <= index; ++read) {
+        at += oss::decode(content.data() + at, content.size() - at, entry);
+    }
+    vcard::Bytes select{0x00, 0xA4, 0x08, 0x0C, 0x00, 0x50, 0x15};
+    const oss::Bytes& path = valueOf(entry).indirectValue.pathValue.path;
+    select.insert(select.end(), path.begin(), path.end());
+    select[4] = static_cast<std::uint8_t>(select.size() - 5);
+    std::vector<int> statusWords;
+    for (const vcard::Bytes& command :
+         {vcard::Bytes{0x00, 0xB0, 0x00, 0x00, 0x01},
+          vcard::Bytes{0x00, 0xD6, 0x00, 0x00, 0x01, 0x00}, vcard::Bytes{0x00, 0xE4, 0x00, 0x00}}) {
+        vcard::VirtualCard card(vcard::CardImage::load(image));
+        EXPECT_EQ(card.transmit(select), (vcard::Bytes{0x90, 0x00}));
+        const vcard::Bytes answer = card.transmit(command);
+        statusWords.push_back(answer[answer.size() - 2] << 8 | answer.back());
+    }
+    return statusWords;
+}
 
 TEST_F(Scenario, AKeyMadeOnTheCardEnrolsSignsAndDeciphers) {
     const ToolResult generated = tool(
@@ -98,13 +137,28 @@ TEST_F(Scenario, AKeyMadeOnTheCardEnrolsSignsAndDeciphers) {
     EXPECT_EQ(tool({"encrypt", "--in", file("secret"), "--out", file("ours")}).exitCode, 1)
         << "one byte more than a block carries";
 
-    ASSERT_EQ(
-        tool({"data", "write", "-", "--label", "blob", "--app", "demo", "--pin-env", "USER_PIN"},
-             file("secret"))
-            .exitCode,
-        0);
-    EXPECT_EQ(tool({"data", "read", "--label", "blob"}).out, readFile(file("secret")));
-    EXPECT_EQ(tool({"--json", "list"}).json()["dataObjects"].at(0)["applicationName"], "demo");
+    for (const bool privately : {true, false}) {
+        std::vector<std::string> write{
+            "data",  "write", "-",         "--label", privately ? "blob" : "open",
+            "--app", "demo",  "--pin-env", "USER_PIN"};
+        if (privately) {
+            write.push_back("--private");
+        }
+        ASSERT_EQ(tool(write, file("secret")).exitCode, 0);
+    }
+    EXPECT_EQ(tool({"data", "read", "--label", "blob", "--pin-env", "USER_PIN"}).out,
+              readFile(file("secret")));
+    const nlohmann::json withData = tool({"--json", "list"}).json();
+    EXPECT_EQ(withData["dataObjects"].at(0)["applicationName"], "demo");
+    EXPECT_EQ(withData["certificates"].at(0)["accessControlRules"],
+              nlohmann::json::array(
+                  {{{"accessMode", {"update"}}, {"condition", "authId 01 (User PIN)"}}}));
+    // Any program sharing the card reads the certificate and the public data
+    // object; only the user replaces or deletes them, and reads the private one.
+    const std::vector<int> readOnly{0x9000, 0x6982, 0x6982};
+    EXPECT_EQ(answers<oss::CertificateType>(image, 0x04, 0), readOnly);
+    EXPECT_EQ(answers<oss::DataType>(image, 0x07, 0), std::vector<int>(3, 0x6982));
+    EXPECT_EQ(answers<oss::DataType>(image, 0x07, 1), readOnly);
 
     // Deleted objects are gone for the next command; the key stays.
     EXPECT_EQ(tool({"cert", "delete", "--pin-env", "USER_PIN"}).exitCode, 2) << "names none";
@@ -119,7 +173,7 @@ TEST_F(Scenario, AKeyMadeOnTheCardEnrolsSignsAndDeciphers) {
     EXPECT_EQ(dataDeleted.json()["deleted"]["label"], "blob");
     EXPECT_EQ(tool({"data", "read", "--label", "blob"}).exitCode, 5);
     const nlohmann::json left = tool({"--json", "list"}).json();
-    EXPECT_TRUE(left["certificates"].empty() && left["dataObjects"].empty()) << left;
+    EXPECT_TRUE(left["certificates"].empty() && left["dataObjects"].size() == 1) << left;
     EXPECT_EQ(left["privateKeys"].size(), 1u);
     const ToolResult random = tool({"--json", "random", "300"});
     ASSERT_EQ(random.exitCode, 0) << random.err;
