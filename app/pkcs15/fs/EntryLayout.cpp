@@ -137,14 +137,14 @@ void EntryLayout::replace(std::size_t offset, std::size_t oldLength,
     const Segment entry = *found;
     const bool last = entry.end() == liveEnd();
     if (replacement.empty() && (last || holesAllowed_)) {
-        return last ? truncate(entry.offset) : punchHole(entry);
+        return remove({entry.offset});
     }
     if (!replacement.empty() && rewriteInPlace(entry, replacement, last)) {
         return;
     }
     if (holesAllowed_ && !replacement.empty() && liveEnd() + replacement.size() <= fileSize_) {
         append(replacement);
-        return punchHole(entry);
+        return remove({entry.offset});
     }
     pack(&entry, replacement);
 }
@@ -174,10 +174,6 @@ void EntryLayout::truncate(std::size_t at) {
     mw::ByteBuffer after(content_);
     std::fill(after.begin() + at, after.begin() + used_, padding());
     changeTo(std::move(after));
-}
-
-void EntryLayout::punchHole(const Segment& entry) {
-    remove({entry.offset});
 }
 
 void EntryLayout::append(const mw::ByteBuffer& entry) {

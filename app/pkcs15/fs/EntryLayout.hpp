@@ -83,7 +83,6 @@ private:
     std::size_t entriesEnd() const;
 
     void truncate(std::size_t at);
-    void punchHole(const Segment& entry);
     void append(const mw::ByteBuffer& entry);
     bool rewriteInPlace(const Segment& entry, const mw::ByteBuffer& replacement, bool last);
     void pack(const Segment* changed, const mw::ByteBuffer& replacement);
