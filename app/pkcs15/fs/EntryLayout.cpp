@@ -269,9 +269,13 @@ void EntryLayout::changeTo(mw::ByteBuffer after) {
         }
     };
     const std::size_t size = content_.size();
-    const std::size_t split = used_ < size ? used_ + 1 : size;
-    differs(split, size);
-    differs(0, split);
+    const auto first = std::mismatch(content_.begin(), content_.end(), after.begin()).first;
+    if (used_ < size && first >= content_.begin() + used_) {
+        differs(used_ + 1, size);
+        differs(used_, used_ + 1);
+    } else {
+        differs(0, size);
+    }
     content_ = std::move(after);
     used_ = entriesEnd();
 }

@@ -49,9 +49,9 @@ public:
     /// Removes the entries starting at `offsets`, all in one write.
     void remove(const std::vector<std::size_t>& offsets);
 
-    /// Makes `after` the content: the bytes that differ, in one write, or in
-    /// two where they reach past the entries' end (the part beyond the first
-    /// padding byte first, that byte and what lies before it last).
+    /// Makes `after` the content: the bytes that differ, in one write; in two
+    /// where they start at the padding byte that ends the entries (an entry
+    /// appended), that byte last.
     void changeTo(mw::ByteBuffer after);
 
     const std::vector<Write>& writes() const { return writes_; }
