@@ -257,6 +257,9 @@ void EntryLayout::pack(const Segment* changed, const mw::ByteBuffer& replacement
 }
 
 void EntryLayout::changeTo(mw::ByteBuffer after) {
+    if (after.size() != content_.size()) {
+        APP_THROW(ApplicationException, kTextCannotUpdate);
+    }
     const auto differs = [&](std::size_t from, std::size_t to) {
         while (from < to && content_.get(from) == after.get(from)) {
             ++from;
