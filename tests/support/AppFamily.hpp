@@ -7,24 +7,19 @@
 
 namespace p15test {
 
-// The exact family of an application exception: a test that names
-// ApplicationException must not pass on an InvalidDataException.
+// The exact family of an application exception, so that a test naming
+// ApplicationException does not pass on an InvalidDataException.
 inline std::string familyOf(const app::ApplicationException& e) {
-    if (dynamic_cast<const app::InvalidDataException*>(&e)) {
-        return "InvalidDataException";
-    }
-    if (dynamic_cast<const app::OperationNotSupportedException*>(&e)) {
-        return "OperationNotSupportedException";
-    }
-    if (dynamic_cast<const app::OutOfMemoryException*>(&e)) {
-        return "OutOfMemoryException";
-    }
-    return "ApplicationException";
+    return dynamic_cast<const app::InvalidDataException*>(&e) ? "InvalidDataException"
+           : dynamic_cast<const app::OperationNotSupportedException*>(&e)
+               ? "OperationNotSupportedException"
+           : dynamic_cast<const app::OutOfMemoryException*>(&e) ? "OutOfMemoryException"
+                                                                : "ApplicationException";
 }
 
 } // namespace p15test
 
-// The family named as written, without its namespace.
+// A family as the test names it, without its namespace.
 #define P15TEST_FAMILY_NAME(Family) std::string(#Family).substr(std::string(#Family).rfind(':') + 1)
 
 #endif

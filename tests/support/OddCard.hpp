@@ -6,17 +6,14 @@
 
 namespace p15test {
 
-// Where addOddEntries put the entries the lists leave out.
 struct OddEntries {
-    std::size_t undecodable; // an entry that does not decode
-    std::size_t ecKey;       // an EC private key entry
+    std::size_t undecodable, ecKey; // offsets in EF(PrKDF)
 };
 
-// Rewrites the card image's EF(PrKDF) as real cards write it: its first
-// entry (a sound RSA key) with a vendor component before the first component
-// of its CommonKeyAttributes, then an entry that does not decode and an EC
-// private key entry. With `breakCdf`, the length of EF(CDF)'s first entry
-// runs beyond the file, so that none of its entries can be found.
+// EF(PrKDF) of the image as real cards write it: its only entry (a sound
+// RSA key) with a vendor component before the first of its
+// CommonKeyAttributes, then an entry that does not decode and an EC key.
+// With `breakCdf`, EF(CDF)'s first length runs far beyond the file.
 OddEntries addOddEntries(const std::string& image, bool breakCdf);
 
 } // namespace p15test

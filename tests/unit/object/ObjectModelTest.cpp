@@ -407,10 +407,6 @@ TEST(ValueObjectCodec, CommonFlagsOfValueObjectsFailAsInvalidData) {
     EXPECT_APP_FAMILY(P15DataObject(boost::weak_ptr<const app::pkcs15::fs::DODF>(), data,
                                     mw::ByteBuffer(oss::encode(data))),
                       app::InvalidDataException, "CommonObject Flags not PKCS#15 conform");
-    P15X509Certificate fresh(boost::weak_ptr<const app::pkcs15::fs::CDF>{});
-    fresh.setFlags(0x04);
-    EXPECT_APP_FAMILY(fresh.encode(), app::InvalidDataException,
-                      "Common Object flags not PKCS#15 conform");
     EXPECT_APP_FAMILY(decodeFlags(commonObjectFlags, bits(3, {0})), app::ApplicationException,
                       "CommonObject Flags not PKCS#15 conform");
 }
