@@ -4,6 +4,7 @@
 #include "app/IApplication.hpp"
 #include "app/object/ICardObjectFactory.hpp"
 #include "app/object/ICardObjectRepository.hpp"
+#include "app/object/IListingNotes.hpp"
 #include "app/pkcs15/fs/AppObjectType.hpp"
 #include "app/pkcs15/oss/Asn1Types.hpp"
 #include "card/service/KeyRef.hpp"
@@ -51,6 +52,7 @@ class Wipe;
 class P15Application : public IApplication,
                        public app::object::ICardObjectRepository,
                        public app::object::ICardObjectFactory,
+                       public app::object::IListingNotes,
                        public boost::enable_shared_from_this<P15Application> {
 public:
     using IdRange = std::pair<unsigned int, unsigned int>;
@@ -147,6 +149,8 @@ public:
     boost::shared_ptr<app::object::IApplicationInfo>
     getApplicationInfo(const card::IChannel& channel) const override;
     List<app::object::ISecretKey> getSecretKeys(const card::IChannel& channel) const override;
+    // IListingNotes: lists every kind first, so that each entry left out has its note.
+    std::vector<Note> getListingNotes(const card::IChannel& channel) const override;
 
     // Factory (P15ApplicationFactory.cpp).
     boost::shared_ptr<app::object::ICertificate>

@@ -95,6 +95,33 @@ P15Application::getDataObjects(const card::IChannel& channel) const {
     return {dataObjects.begin(), dataObjects.end()};
 }
 
+namespace {
+
+// The notes of `file` once `list` made its objects.
+template <class File, class List>
+void collectNotes(const boost::shared_ptr<File>& file, List list, const card::IChannel& channel,
+                  std::vector<app::object::IListingNotes::Note>& notes) {
+    ((*file).*list)(channel);
+    for (const fs::P15File::EntryNote& note : file->notes(channel)) {
+        notes.push_back({file->name(), note.offset, note.reason});
+    }
+}
+
+} // namespace
+
+std::vector<app::object::IListingNotes::Note>
+P15Application::getListingNotes(const card::IChannel& channel) const {
+    mw::Log log(typeid(*this), BOOST_CURRENT_FUNCTION);
+    const boost::shared_ptr<fs::ODF>& odf = getODF();
+    std::vector<Note> notes;
+    collectNotes(odf->getAODF(), &fs::AODF::pins, channel, notes);
+    collectNotes(odf->getPrKDF(), &fs::PrKDF::privateKeys, channel, notes);
+    collectNotes(odf->getPuKDF(), &fs::PuKDF::publicKeys, channel, notes);
+    collectNotes(odf->getCDF(), &fs::CDF::certificates, channel, notes);
+    collectNotes(odf->getDODF(), &fs::DODF::dataObjects, channel, notes);
+    return notes;
+}
+
 boost::shared_ptr<app::object::IApplicationInfo>
 P15Application::getApplicationInfo(const card::IChannel& channel) const {
     mw::Log log(typeid(*this), BOOST_CURRENT_FUNCTION);

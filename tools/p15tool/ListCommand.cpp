@@ -2,6 +2,7 @@
 // PINs with their tries left, access rules in words.
 #include "app/ApplicationException.hpp"
 #include "app/object/ICardObjectRepository.hpp"
+#include "app/object/IListingNotes.hpp"
 #include "app/object/IPublicRSAKey.hpp"
 #include "host/Channel.hpp"
 #include "mw/Hex.hpp"
@@ -62,6 +63,19 @@ Json publicKeyWithValue(const Session& session, app::object::IPublicKey& key, co
     return out;
 }
 
+// One line per entry the plugin's lists left out: "EF(PrKDF) entry at byte
+// 95: kept, not listed: EC private key".
+void putListingNotes(const Repository& repository, const card::IChannel& channel, Json& notes) {
+    const auto* listing = dynamic_cast<const app::object::IListingNotes*>(&repository);
+    if (!listing) {
+        return;
+    }
+    for (const auto& note : listing->getListingNotes(channel)) {
+        notes.push_back(note.file + " entry at byte " + std::to_string(note.offset) + ": " +
+                        note.reason);
+    }
+}
+
 void list(const GlobalOptions& global) {
     const Session session(global);
     printResult(std::cout, objectsJson(session, false), global.json);
@@ -104,6 +118,7 @@ Json objectsJson(const Session& session, bool publicValues) {
     putObjects(
         document, notes, "dataObjects", [&] { return repository.getDataObjects(channel); },
         [&pins](const app::object::IDataObject& object) { return dataObjectJson(object, pins); });
+    putListingNotes(repository, channel, notes);
     if (!notes.empty()) {
         document["notes"] = notes;
     }

@@ -13,21 +13,21 @@ AODF::~AODF() = default;
 
 const std::vector<boost::shared_ptr<object::P15Pin>>&
 AODF::pins(const card::IChannel& channel) const {
-    const std::vector<oss::AuthenticationType>& decoded = values(channel);
+    values(channel);
     if (pinsMade_) {
         return pins_;
     }
     const boost::shared_ptr<const P15Application> app = application();
-    const std::vector<Entry>& encoded = entries(channel);
-    std::vector<boost::shared_ptr<object::P15Pin>> made;
-    for (std::size_t i = 0; i < decoded.size(); ++i) {
-        if (decoded[i].choice == oss::AuthenticationType::pin) {
-            made.push_back(boost::make_shared<object::P15Pin>(
+    pins_ = makeObjects<object::P15Pin>(
+        channel,
+        [](const oss::AuthenticationType& entry) {
+            return entry.choice == oss::AuthenticationType::pin;
+        },
+        [&](const oss::AuthenticationType& entry, const mw::ByteBuffer& encoding) {
+            return boost::make_shared<object::P15Pin>(
                 app->getPinManagementService(), boost::weak_ptr<const AODF>(shared_from_this()),
-                app->getPinInfoWaitingTime(), decoded[i], encoded[i].encoding));
-        }
-    }
-    pins_ = std::move(made);
+                app->getPinInfoWaitingTime(), entry, encoding);
+        });
     pinsMade_ = true;
     return pins_;
 }

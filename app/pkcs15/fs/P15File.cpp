@@ -4,10 +4,11 @@
 #include "app/pkcs15/P15Application.hpp"
 #include "app/pkcs15/fs/EntryLayout.hpp"
 #include "app/pkcs15/fs/ODF.hpp"
-#include "app/pkcs15/oss/Codec.hpp"
+#include "app/pkcs15/oss/DerReader.hpp"
 #include "card/service/IFileAccessService.hpp"
 
 #include <algorithm>
+#include <boost/exception/get_error_info.hpp>
 
 namespace app {
 namespace pkcs15 {
@@ -50,6 +51,28 @@ std::size_t bytesWanted(const mw::ByteBuffer& data) {
     }
     // One byte past the last entry tells whether another one follows.
     return offset < data.size() ? 0 : offset - data.size() + 1;
+}
+
+// Where the entry at `offset` ends, from its tag and length; 0 when they are
+// broken (a length beyond the data read, an indefinite length).
+std::size_t framedEnd(const mw::ByteBuffer& content, std::size_t offset) {
+    oss::DerReader reader(content.data() + offset, content.size() - offset);
+    try {
+        return offset + reader.next().totalSize;
+    } catch (const InvalidDataException&) {
+        return 0;
+    }
+}
+
+// "ASN.1: unexpected tag at byte 131", the byte counted from the file's start.
+std::string decodeFailure(const InvalidDataException& error, std::size_t entryOffset) {
+    const char* const* text = boost::get_error_info<ErrorText>(error);
+    const unsigned int* at = boost::get_error_info<ErrorData>(error);
+    std::string reason = text ? *text : error.what();
+    if (at) {
+        reason += " at byte " + std::to_string(entryOffset + *at);
+    }
+    return reason;
 }
 
 } // namespace
@@ -168,7 +191,28 @@ std::size_t P15File::entriesLength(const card::IChannel& channel) const {
 
 std::size_t P15File::contentLength(const card::IChannel& channel) const {
     ensureLoaded(channel);
+    if (structureBroken_) {
+        APP_THROW_DATA(InvalidDataException,
+                       "directory file structure broken; the file is not changed", brokenAt_);
+    }
     return contentLength_;
+}
+
+std::vector<P15File::EntryNote> P15File::notes(const card::IChannel& channel) const {
+    ensureLoaded(channel);
+    std::vector<EntryNote> sorted = notes_;
+    std::stable_sort(sorted.begin(), sorted.end(),
+                     [](const EntryNote& a, const EntryNote& b) { return a.offset < b.offset; });
+    return sorted;
+}
+
+void P15File::addNote(std::size_t offset, std::string reason) const {
+    notes_.push_back({offset, std::move(reason)});
+}
+
+bool P15File::hasNote(std::size_t offset) const {
+    return std::any_of(notes_.begin(), notes_.end(),
+                       [offset](const EntryNote& note) { return note.offset == offset; });
 }
 
 void P15File::replaceContent(mw::ByteBuffer content) const {
@@ -183,33 +227,55 @@ void P15File::dropContent() const {
     entries_.clear();
     contentLength_ = 0;
     fileSize_ = 0;
+    notes_.clear();
+    structureBroken_ = false;
     forgetDecoded();
 }
 
+// An entry that does not decode is kept and left out of the lists with a
+// note; a broken tag or length leaves no way to find the entries after it,
+// so the whole file is left out and not written.
 void P15File::split() const {
     entries_.clear();
+    notes_.clear();
+    structureBroken_ = false;
     forgetDecoded();
     std::size_t offset = 0;
     while (offset < content_.size() && !isPadding(content_.data()[offset])) {
-        if (EntryLayout::isHole(content_.data()[offset])) {
-            offset = holeEnd(offset);
-            continue;
+        const std::size_t end = framedEnd(content_, offset);
+        if (end == 0 && !keepsUndecoded()) {
+            decodeEntry(content_.data() + offset, content_.size() - offset); // throws the reason
         }
-        const std::size_t used = decodeEntry(content_.data() + offset, content_.size() - offset);
-        entries_.push_back({offset, content_.get(offset, used)});
-        offset += used;
+        if (end == 0) {
+            entries_.clear();
+            notes_.clear();
+            forgetDecoded();
+            structureBroken_ = true;
+            brokenAt_ = offset;
+            addNote(offset, "the file's structure is broken here (a tag or length); none of its "
+                            "entries is listed");
+            break;
+        }
+        if (!EntryLayout::isHole(content_.data()[offset])) { // holes list nothing
+            decodeOrKeep(offset, end);
+        }
+        offset = end;
     }
     contentLength_ = offset;
 }
 
-// A hole left by a removed entry is skipped like padding inside the entries.
-std::size_t P15File::holeEnd(std::size_t offset) const {
-    const std::size_t end = entryEnd(content_, offset);
-    if (end == 0 || end > content_.size()) {
-        APP_THROW_DATA(InvalidDataException, oss::kTextBeyondData,
-                       static_cast<unsigned int>(offset));
+void P15File::decodeOrKeep(std::size_t offset, std::size_t end) const {
+    const std::uint8_t* entry = content_.data() + offset;
+    try {
+        decodeEntry(entry, end - offset);
+    } catch (const InvalidDataException& error) {
+        if (!keepsUndecoded()) {
+            throw;
+        }
+        keepUndecoded(entry, end - offset);
+        addNote(offset, "cannot be decoded: " + decodeFailure(error, offset));
     }
-    return end;
+    entries_.push_back({offset, content_.get(offset, end - offset)});
 }
 
 } // namespace fs

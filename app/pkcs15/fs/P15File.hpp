@@ -7,6 +7,7 @@
 #include <boost/weak_ptr.hpp>
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 namespace card {
@@ -40,6 +41,13 @@ public:
         mw::ByteBuffer encoding;
     };
 
+    // Why the lists leave an entry of the file out: it cannot be decoded or
+    // made into an object, or it is of a kind the system keeps but does not use.
+    struct EntryNote {
+        std::size_t offset; // of the entry, from the file's start
+        std::string reason;
+    };
+
     // Entries end at the data's end or at the first padding byte, 00 or FF.
     static bool isPadding(std::uint8_t byte) { return byte == 0x00 || byte == 0xFF; }
 
@@ -68,10 +76,16 @@ public:
     // Extends content() to at least `end` bytes, or to the end of the file.
     void readUpTo(const card::IChannel& channel, std::size_t end) const;
     const std::vector<Entry>& entries(const card::IChannel& channel) const;
-    // End of the last entry or hole: where padding starts.
+    // End of the last entry or hole: where padding, and room for new entries, starts.
+    // Every write asks for it: a file whose entries cannot be told apart (a
+    // tag or length broken) throws InvalidDataException "directory file
+    // structure broken; the file is not changed" with the byte offset.
     std::size_t contentLength(const card::IChannel& channel) const;
     // The bytes the entries take, holes left out: what must fit the file.
     std::size_t entriesLength(const card::IChannel& channel) const;
+    // The notes on the entries the lists left out so far, in file order; a
+    // file whose structure is broken has one note at the break and no entries.
+    std::vector<EntryNote> notes(const card::IChannel& channel) const;
     // The size of the file on the card, from its control parameters.
     std::size_t fileSize(const card::IChannel& channel) const;
 
@@ -87,9 +101,16 @@ public:
 protected:
     void ensureLoaded(const card::IChannel& channel) const;
 
-    // Decodes the entry at the start of [data, data + size), keeps what it
-    // decoded, and returns the number of bytes it used.
+    // Decodes the entry [data, data + size), keeps what it decoded, and
+    // returns the number of bytes it used.
     virtual std::size_t decodeEntry(const std::uint8_t* data, std::size_t size) const = 0;
+    // Whether an entry that does not decode is kept and left out of the
+    // lists (keepUndecoded) rather than failing the read; not for
+    // EF(TokenInfo), whose one value the application cannot do without.
+    virtual bool keepsUndecoded() const = 0;
+    virtual void keepUndecoded(const std::uint8_t* data, std::size_t size) const = 0;
+    void addNote(std::size_t offset, std::string reason) const;
+    bool hasNote(std::size_t offset) const;
     virtual void forgetDecoded() const = 0;
 
 private:
@@ -97,7 +118,9 @@ private:
     void selectOnCard(const card::IChannel& channel) const;
     void appendFromCard(const card::IChannel& channel, std::size_t length) const;
     void split() const;
-    std::size_t holeEnd(std::size_t offset) const;
+    // Decodes the entry [offset, end) of the content, or keeps it undecoded
+    // with a note.
+    void decodeOrKeep(std::size_t offset, std::size_t end) const;
 
     boost::weak_ptr<ODF> odf_;
     FileId kind_;
@@ -106,6 +129,9 @@ private:
     mutable std::vector<Entry> entries_;
     mutable std::size_t contentLength_ = 0;
     mutable std::size_t fileSize_ = 0;
+    mutable std::vector<EntryNote> notes_;
+    mutable bool structureBroken_ = false;
+    mutable std::size_t brokenAt_ = 0;
 };
 
 } // namespace fs

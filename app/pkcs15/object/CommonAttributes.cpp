@@ -12,6 +12,8 @@ namespace object {
 
 const FlagWord commonObjectFlags{2, "Common Object flags not PKCS#15 conform",
                                  "CommonObject Flags not PKCS#15 conform"};
+const FlagWord valueObjectFlags{2, commonObjectFlags.encodeText, commonObjectFlags.decodeText,
+                                true};
 const FlagWord pinFlags{12, "Pin flags not PKCS#15 conform", "Pin Flags not PKCS#15 conform"};
 // One text for private and public keys.
 const FlagWord keyUsageFlags{10, "Private RSA key usage flags not PKCS#15 conform.",
@@ -50,11 +52,27 @@ bool expressible(const oss::SecurityCondition& condition) {
     }
 }
 
+template <class Family> [[noreturn]] void throwFlags(const char* text, const unsigned int* value) {
+    if (value) {
+        APP_THROW_DATA(Family, text, *value);
+    }
+    APP_THROW(Family, text);
+}
+
+// A flag value the word cannot hold, with the value when it has one.
+[[noreturn]] void refuseFlags(const FlagWord& word, const char* text,
+                              const unsigned int* value = nullptr) {
+    if (word.invalidData) {
+        throwFlags<InvalidDataException>(text, value);
+    }
+    throwFlags<ApplicationException>(text, value);
+}
+
 } // namespace
 
 oss::BitString encodeFlags(const FlagWord& word, unsigned int value) {
     if (value >= (1u << word.bits)) {
-        APP_THROW_DATA(ApplicationException, word.encodeText, value);
+        refuseFlags(word, word.encodeText, &value);
     }
     oss::BitString bits;
     bits.bitCount = word.bits;
@@ -69,7 +87,7 @@ oss::BitString encodeFlags(const FlagWord& word, unsigned int value) {
 
 std::uint16_t decodeFlags(const FlagWord& word, const oss::BitString& bits) {
     if (bits.bitCount > word.bits) {
-        APP_THROW(ApplicationException, word.decodeText);
+        refuseFlags(word, word.decodeText);
     }
     if (bits.bitCount == 0 || bits.octets.empty()) {
         return 0;
@@ -104,11 +122,11 @@ AccessControlRules decodeExpressibleRules(const std::vector<oss::AccessControlRu
 }
 
 void loadCommonObjectAttributes(const oss::CommonObjectAttributes& value,
-                                app::object::AbstractCardObject& object) {
+                                app::object::AbstractCardObject& object, const FlagWord& word) {
     object.labelHolder().load(value.label);
     boost::optional<std::uint8_t> flags;
     if (value.flags) {
-        flags = static_cast<std::uint8_t>(decodeFlags(commonObjectFlags, *value.flags));
+        flags = static_cast<std::uint8_t>(decodeFlags(word, *value.flags));
     }
     object.flagsHolder().load(flags);
     boost::optional<mw::ByteBuffer> authId;
@@ -124,12 +142,12 @@ void loadCommonObjectAttributes(const oss::CommonObjectAttributes& value,
 }
 
 void storeCommonObjectAttributes(const app::object::AbstractCardObject& object, Store which,
-                                 oss::CommonObjectAttributes& value) {
+                                 oss::CommonObjectAttributes& value, const FlagWord& word) {
     if (isStored(object.labelHolder(), which)) {
         value.label = *object.getLabel();
     }
     if (isStored(object.flagsHolder(), which)) {
-        value.flags = encodeFlags(commonObjectFlags, *object.getFlags());
+        value.flags = encodeFlags(word, *object.getFlags());
     }
     if (isStored(object.protectingAuthIdHolder(), which)) {
         value.authId = toBytes(*object.getProtectingAuthId());
@@ -137,12 +155,13 @@ void storeCommonObjectAttributes(const app::object::AbstractCardObject& object, 
 }
 
 void storeObjectAttributes(const app::object::AbstractCardObject& object, Store which,
-                           oss::CommonObjectAttributes& value, const char* rulesFixedText) {
+                           oss::CommonObjectAttributes& value, const char* rulesFixedText,
+                           const FlagWord& word) {
     const auto& rules = object.accessControlRulesHolder();
     if (which == Store::Touched && rules.isTouched()) {
         APP_THROW(OperationNotSupportedException, rulesFixedText);
     }
-    storeCommonObjectAttributes(object, which, value);
+    storeCommonObjectAttributes(object, which, value, word);
     if (which == Store::All && rules.get() && !rules.get()->empty()) {
         std::vector<oss::AccessControlRule> encoded;
         oss::OssHelper::encodeAccessControlRules(*rules.get(), encoded);

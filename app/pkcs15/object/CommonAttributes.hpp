@@ -23,9 +23,13 @@ struct FlagWord {
     std::size_t bits;
     const char* encodeText;
     const char* decodeText;
+    bool invalidData = false; // failures are InvalidDataException, else ApplicationException
 };
 
 extern const FlagWord commonObjectFlags;
+// The common object flags of certificates and data objects: the same texts,
+// raised as InvalidDataException.
+extern const FlagWord valueObjectFlags;
 extern const FlagWord pinFlags;
 extern const FlagWord keyUsageFlags;
 extern const FlagWord keyAccessFlags;
@@ -39,7 +43,8 @@ std::uint16_t decodeFlags(const FlagWord& word, const oss::BitString& bits);
 // Loads label, flags, protecting authId and the rules the application's
 // condition tree can express (see decodeExpressibleRules).
 void loadCommonObjectAttributes(const oss::CommonObjectAttributes& value,
-                                app::object::AbstractCardObject& object);
+                                app::object::AbstractCardObject& object,
+                                const FlagWord& flags = commonObjectFlags);
 // Which holders a store writes: every present one (a new entry), or only
 // those the host set (an entry read from the card, whose other components
 // stay as the card had them).
@@ -54,13 +59,15 @@ template <class Holder> bool isStored(const Holder& holder, Store which) {
 // Writes label, flags and protecting authId into `value`; other components
 // are left as they are.
 void storeCommonObjectAttributes(const app::object::AbstractCardObject& object, Store which,
-                                 oss::CommonObjectAttributes& value);
+                                 oss::CommonObjectAttributes& value,
+                                 const FlagWord& flags = commonObjectFlags);
 // As storeCommonObjectAttributes, and the rules: they go only into a new
 // entry. Those of an object on the card are the conditions its card files
 // were created with, which a changed entry would not change, so setting them
 // on such an object fails with `rulesFixedText`.
 void storeObjectAttributes(const app::object::AbstractCardObject& object, Store which,
-                           oss::CommonObjectAttributes& value, const char* rulesFixedText);
+                           oss::CommonObjectAttributes& value, const char* rulesFixedText,
+                           const FlagWord& flags = commonObjectFlags);
 
 // The rules of an entry, leniently: a rule whose access mode has bits beyond
 // read, update and execute, or whose condition is an extension the

@@ -30,7 +30,7 @@ ValueLocation P15DataObject::decodeDataType(const oss::DataType& entry) {
         APP_THROW(InvalidDataException, "PKCS#15 DataObject of unknown type found");
     }
     const oss::OpaqueDataObject& object = entry.opaqueDOValue;
-    loadCommonObjectAttributes(object.commonObjectAttributes, *this);
+    loadCommonObjectAttributes(object.commonObjectAttributes, *this, valueObjectFlags);
     const oss::CommonDataObjectAttributes& common = object.classAttributes;
     boost::optional<std::string> name;
     if (common.applicationName && !common.applicationName->empty()) {
@@ -50,7 +50,8 @@ oss::DataType P15DataObject::encodeDataType(const ValueLocation& location) const
     const Store which = this->entry() ? Store::Touched : Store::All;
     oss::OpaqueDataObject& object = entry.opaqueDOValue;
     storeObjectAttributes(*this, which, object.commonObjectAttributes,
-                          "access control rules of a data object on the card cannot be changed");
+                          "access control rules of a data object on the card cannot be changed",
+                          valueObjectFlags);
     oss::CommonDataObjectAttributes& common = object.classAttributes;
     if (isStored(applicationName_, which)) {
         common.applicationName = *getApplicationName();

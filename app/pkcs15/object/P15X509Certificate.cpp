@@ -158,7 +158,7 @@ ValueLocation P15X509Certificate::decodeCertificateType(const oss::CertificateTy
         APP_THROW(InvalidDataException, "PKCS#15 Certificate of unknown type found");
     }
     const oss::X509CertificateObject& object = entry.x509CertificateValue;
-    loadCommonObjectAttributes(object.commonObjectAttributes, *this);
+    loadCommonObjectAttributes(object.commonObjectAttributes, *this, valueObjectFlags);
     certificateId_.load(mw::ByteBuffer(object.classAttributes.iD));
     authority_.load(object.classAttributes.authority.value_or(false));
     keyUsage_.load(decodeKeyUsage(object.classAttributes.trustedUsage));
@@ -174,7 +174,8 @@ P15X509Certificate::encodeCertificateType(const ValueLocation& location) const {
     const Store which = this->entry() ? Store::Touched : Store::All;
     oss::X509CertificateObject& object = entry.x509CertificateValue;
     storeObjectAttributes(*this, which, object.commonObjectAttributes,
-                          "access control rules of a certificate on the card cannot be changed");
+                          "access control rules of a certificate on the card cannot be changed",
+                          valueObjectFlags);
     oss::CommonCertificateAttributes& common = object.classAttributes;
     if (which == Store::All || certificateId_.isTouched()) {
         common.iD = toBytes(getCertificateId());

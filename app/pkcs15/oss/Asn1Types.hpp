@@ -14,7 +14,9 @@
 //   are kept as the raw TLV as well.
 // - Change without loss: every SEQUENCE keeps the components after the last
 //   one it models in `unknownComponents` (each TLV as read, written back
-//   after the known ones; they take part in comparisons). A text of a
+//   after the known ones; they take part in comparisons), and those a card
+//   put before a known one in `misplacedComponents` (written back before the
+//   same known component). A text of a
 //   free string type keeps its TLV as read in an `...Encoding` field (empty
 //   for a DER UTF8String), written back instead of a new UTF8String while the
 //   text is unchanged; being representation only, it takes no part in
@@ -40,6 +42,17 @@ using Integer = std::int64_t;
 // Components a SEQUENCE does not model, after its last known one: each TLV as read.
 using UnknownComponents = std::vector<Bytes>;
 
+// A component a SEQUENCE does not model, found before one it does: its TLV as
+// read, and the known component it stood before, told by its tag and by how
+// many known components with that tag came before it.
+struct MisplacedComponent {
+    Bytes tlv;
+    std::uint32_t beforeTag = 0;
+    std::size_t beforeOrdinal = 0;
+    auto tie() const { return std::tie(tlv, beforeTag, beforeOrdinal); }
+};
+using MisplacedComponents = std::vector<MisplacedComponent>;
+
 // Every value type compares member-wise through its tie().
 template <class T> auto operator==(const T& a, const T& b) -> decltype(a.tie() == b.tie()) {
     return a.tie() == b.tie();
@@ -60,9 +73,12 @@ struct BitString {
 struct Path {
     Bytes path;
     boost::optional<Integer> index;
-    boost::optional<Integer> length;       // [0]
-    UnknownComponents unknownComponents{}; // after the last known component, as read
-    auto tie() const { return std::tie(path, index, length, unknownComponents); }
+    boost::optional<Integer> length;           // [0]
+    UnknownComponents unknownComponents{};     // after the last known component, as read
+    MisplacedComponents misplacedComponents{}; // before a known component, as read
+    auto tie() const {
+        return std::tie(path, index, length, unknownComponents, misplacedComponents);
+    }
 };
 
 // ReferencedValue: 1 path, 2 url (raw).
@@ -99,8 +115,11 @@ struct SecurityCondition {
 struct AccessControlRule {
     BitString accessMode;
     SecurityCondition securityCondition;
-    UnknownComponents unknownComponents{}; // after the last known component, as read
-    auto tie() const { return std::tie(accessMode, securityCondition, unknownComponents); }
+    UnknownComponents unknownComponents{};     // after the last known component, as read
+    MisplacedComponents misplacedComponents{}; // before a known component, as read
+    auto tie() const {
+        return std::tie(accessMode, securityCondition, unknownComponents, misplacedComponents);
+    }
 };
 
 struct CommonObjectAttributes {
@@ -109,10 +128,12 @@ struct CommonObjectAttributes {
     boost::optional<Bytes> authId;
     boost::optional<Integer> userConsent;
     boost::optional<std::vector<AccessControlRule>> accessControlRules;
-    UnknownComponents unknownComponents{}; // after the last known component, as read
-    Bytes labelEncoding{};                 // the label's TLV as read (any string type)
+    UnknownComponents unknownComponents{};     // after the last known component, as read
+    MisplacedComponents misplacedComponents{}; // before a known component, as read
+    Bytes labelEncoding{};                     // the label's TLV as read (any string type)
     auto tie() const {
-        return std::tie(label, flags, authId, userConsent, accessControlRules, unknownComponents);
+        return std::tie(label, flags, authId, userConsent, accessControlRules, unknownComponents,
+                        misplacedComponents);
     }
 };
 
@@ -123,55 +144,67 @@ struct CommonKeyAttributes {
     boost::optional<BitString> accessFlags;
     boost::optional<Integer> keyReference; // 0..255: one octet 81 reads as 0x81
     boost::optional<std::string> startDate;
-    boost::optional<std::string> endDate;  // [0]
-    UnknownComponents unknownComponents{}; // after the last known component, as read
+    boost::optional<std::string> endDate;      // [0]
+    UnknownComponents unknownComponents{};     // after the last known component, as read
+    MisplacedComponents misplacedComponents{}; // before a known component, as read
     auto tie() const {
         return std::tie(iD, usage, native, accessFlags, keyReference, startDate, endDate,
-                        unknownComponents);
+                        unknownComponents, misplacedComponents);
     }
 };
 
 struct CommonPrivateKeyAttributes {
-    boost::optional<Bytes> subjectName;    // Name TLV
-    boost::optional<Bytes> keyIdentifiers; // [0] TLV
-    UnknownComponents unknownComponents{}; // after the last known component, as read
-    auto tie() const { return std::tie(subjectName, keyIdentifiers, unknownComponents); }
+    boost::optional<Bytes> subjectName;        // Name TLV
+    boost::optional<Bytes> keyIdentifiers;     // [0] TLV
+    UnknownComponents unknownComponents{};     // after the last known component, as read
+    MisplacedComponents misplacedComponents{}; // before a known component, as read
+    auto tie() const {
+        return std::tie(subjectName, keyIdentifiers, unknownComponents, misplacedComponents);
+    }
 };
 
 struct CommonPublicKeyAttributes {
-    boost::optional<Bytes> subjectName;    // Name TLV
-    boost::optional<Bytes> trustedUsage;   // [0] TLV
-    UnknownComponents unknownComponents{}; // after the last known component, as read
-    auto tie() const { return std::tie(subjectName, trustedUsage, unknownComponents); }
+    boost::optional<Bytes> subjectName;        // Name TLV
+    boost::optional<Bytes> trustedUsage;       // [0] TLV
+    UnknownComponents unknownComponents{};     // after the last known component, as read
+    MisplacedComponents misplacedComponents{}; // before a known component, as read
+    auto tie() const {
+        return std::tie(subjectName, trustedUsage, unknownComponents, misplacedComponents);
+    }
 };
 
 struct CommonCertificateAttributes {
     Bytes iD;
-    boost::optional<bool> authority;       // DEFAULT FALSE
-    boost::optional<Bytes> identifier;     // CredentialIdentifier TLV
-    boost::optional<Bytes> certHash;       // [0] TLV
-    boost::optional<Bytes> trustedUsage;   // [1] TLV
-    boost::optional<Bytes> identifiers;    // [2] TLV
-    boost::optional<bool> implicitTrust;   // [3] DEFAULT FALSE
-    UnknownComponents unknownComponents{}; // after the last known component, as read
+    boost::optional<bool> authority;           // DEFAULT FALSE
+    boost::optional<Bytes> identifier;         // CredentialIdentifier TLV
+    boost::optional<Bytes> certHash;           // [0] TLV
+    boost::optional<Bytes> trustedUsage;       // [1] TLV
+    boost::optional<Bytes> identifiers;        // [2] TLV
+    boost::optional<bool> implicitTrust;       // [3] DEFAULT FALSE
+    UnknownComponents unknownComponents{};     // after the last known component, as read
+    MisplacedComponents misplacedComponents{}; // before a known component, as read
     auto tie() const {
         return std::tie(iD, authority, identifier, certHash, trustedUsage, identifiers,
-                        implicitTrust, unknownComponents);
+                        implicitTrust, unknownComponents, misplacedComponents);
     }
 };
 
 struct CommonDataObjectAttributes {
     boost::optional<std::string> applicationName;
     boost::optional<Bytes> applicationOID;
-    UnknownComponents unknownComponents{}; // after the last known component, as read
-    Bytes applicationNameEncoding{};       // the applicationName's TLV as read
-    auto tie() const { return std::tie(applicationName, applicationOID, unknownComponents); }
+    UnknownComponents unknownComponents{};     // after the last known component, as read
+    MisplacedComponents misplacedComponents{}; // before a known component, as read
+    Bytes applicationNameEncoding{};           // the applicationName's TLV as read
+    auto tie() const {
+        return std::tie(applicationName, applicationOID, unknownComponents, misplacedComponents);
+    }
 };
 
 struct CommonAuthenticationObjectAttributes {
     Bytes authId;
-    UnknownComponents unknownComponents{}; // after the last known component, as read
-    auto tie() const { return std::tie(authId, unknownComponents); }
+    UnknownComponents unknownComponents{};     // after the last known component, as read
+    MisplacedComponents misplacedComponents{}; // before a known component, as read
+    auto tie() const { return std::tie(authId, unknownComponents, misplacedComponents); }
 };
 
 // The subclass attributes of certificates, data and authentication objects:
@@ -184,26 +217,36 @@ struct NullAttributes {
 struct PrivateRSAKeyAttributes {
     ObjectValue value;
     Integer modulusLength = 0;
-    boost::optional<Bytes> keyInfo;        // KeyInfo TLV
-    UnknownComponents unknownComponents{}; // after the last known component, as read
-    auto tie() const { return std::tie(value, modulusLength, keyInfo, unknownComponents); }
+    boost::optional<Bytes> keyInfo;            // KeyInfo TLV
+    UnknownComponents unknownComponents{};     // after the last known component, as read
+    MisplacedComponents misplacedComponents{}; // before a known component, as read
+    auto tie() const {
+        return std::tie(value, modulusLength, keyInfo, unknownComponents, misplacedComponents);
+    }
 };
 
 struct PublicRSAKeyAttributes {
     ObjectValue value;
     Integer modulusLength = 0;
-    boost::optional<Bytes> keyInfo;        // KeyInfo TLV
-    UnknownComponents unknownComponents{}; // after the last known component, as read
-    auto tie() const { return std::tie(value, modulusLength, keyInfo, unknownComponents); }
+    boost::optional<Bytes> keyInfo;            // KeyInfo TLV
+    UnknownComponents unknownComponents{};     // after the last known component, as read
+    MisplacedComponents misplacedComponents{}; // before a known component, as read
+    auto tie() const {
+        return std::tie(value, modulusLength, keyInfo, unknownComponents, misplacedComponents);
+    }
 };
 
 struct X509CertificateAttributes {
     ObjectValue value;
-    boost::optional<Bytes> subject;        // Name TLV
-    boost::optional<Bytes> issuer;         // [0] Name: the Name TLV inside the tag
-    boost::optional<Bytes> serialNumber;   // INTEGER content octets
-    UnknownComponents unknownComponents{}; // after the last known component, as read
-    auto tie() const { return std::tie(value, subject, issuer, serialNumber, unknownComponents); }
+    boost::optional<Bytes> subject;            // Name TLV
+    boost::optional<Bytes> issuer;             // [0] Name: the Name TLV inside the tag
+    boost::optional<Bytes> serialNumber;       // INTEGER content octets
+    UnknownComponents unknownComponents{};     // after the last known component, as read
+    MisplacedComponents misplacedComponents{}; // before a known component, as read
+    auto tie() const {
+        return std::tie(value, subject, issuer, serialNumber, unknownComponents,
+                        misplacedComponents);
+    }
 };
 
 struct PinAttributes {
@@ -216,10 +259,11 @@ struct PinAttributes {
     boost::optional<Bytes> padChar;
     boost::optional<std::string> lastPinChange;
     boost::optional<Path> path;
-    UnknownComponents unknownComponents{}; // after the last known component, as read
+    UnknownComponents unknownComponents{};     // after the last known component, as read
+    MisplacedComponents misplacedComponents{}; // before a known component, as read
     auto tie() const {
         return std::tie(pinFlags, pinType, minLength, storedLength, maxLength, pinReference,
-                        padChar, lastPinChange, path, unknownComponents);
+                        padChar, lastPinChange, path, unknownComponents, misplacedComponents);
     }
 };
 
@@ -338,9 +382,10 @@ struct PKCS15Objects {
 
 struct SecurityEnvironmentInfo {
     Integer se = 0;
-    Bytes owner;                           // OBJECT IDENTIFIER
-    UnknownComponents unknownComponents{}; // after the last known component, as read
-    auto tie() const { return std::tie(se, owner, unknownComponents); }
+    Bytes owner;                               // OBJECT IDENTIFIER
+    UnknownComponents unknownComponents{};     // after the last known component, as read
+    MisplacedComponents misplacedComponents{}; // before a known component, as read
+    auto tie() const { return std::tie(se, owner, unknownComponents, misplacedComponents); }
 };
 
 struct RecordInfo {
@@ -352,9 +397,11 @@ struct RecordInfo {
     boost::optional<Integer> dODFRecordLength;  // [5]
     boost::optional<Integer> aODFRecordLength;  // [6]
     UnknownComponents unknownComponents{};      // after the last known component, as read
+    MisplacedComponents misplacedComponents{};  // before a known component, as read
     auto tie() const {
         return std::tie(oDFRecordLength, prKDFRecordLength, puKDFRecordLength, sKDFRecordLength,
-                        cDFRecordLength, dODFRecordLength, aODFRecordLength, unknownComponents);
+                        cDFRecordLength, dODFRecordLength, aODFRecordLength, unknownComponents,
+                        misplacedComponents);
     }
 };
 
@@ -365,10 +412,11 @@ struct AlgorithmInfo {
     BitString supportedOperations;
     boost::optional<Bytes> algId; // OBJECT IDENTIFIER
     boost::optional<Integer> algRef;
-    UnknownComponents unknownComponents{}; // after the last known component, as read
+    UnknownComponents unknownComponents{};     // after the last known component, as read
+    MisplacedComponents misplacedComponents{}; // before a known component, as read
     auto tie() const {
         return std::tie(reference, algorithm, parameters, supportedOperations, algId, algRef,
-                        unknownComponents);
+                        unknownComponents, misplacedComponents);
     }
 };
 
@@ -394,12 +442,13 @@ struct TokenInfo {
     boost::optional<std::string> holderId;                           // [4]
     boost::optional<LastUpdate> lastUpdate;                          // [5]
     boost::optional<std::string> preferredLanguage;
-    UnknownComponents unknownComponents{}; // after the last known component, as read
-    Bytes manufacturerIDEncoding{};        // the manufacturerID's TLV as read
+    UnknownComponents unknownComponents{};     // after the last known component, as read
+    MisplacedComponents misplacedComponents{}; // before a known component, as read
+    Bytes manufacturerIDEncoding{};            // the manufacturerID's TLV as read
     auto tie() const {
         return std::tie(version, serialNumber, manufacturerID, label, tokenflags, seInfo,
                         recordInfo, supportedAlgorithms, issuerId, holderId, lastUpdate,
-                        preferredLanguage, unknownComponents);
+                        preferredLanguage, unknownComponents, misplacedComponents);
     }
 };
 

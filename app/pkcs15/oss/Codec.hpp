@@ -10,13 +10,17 @@
 // below) and app::ErrorData (the byte offset from `data` where it happened).
 //
 // A component after the last one a SEQUENCE knows is kept as read (see
-// Asn1Types.hpp); an unknown one before a known one fails with the text
-// "ASN.1: unexpected tag before a known component of <type>".
+// Asn1Types.hpp), and so is one a card put before a known one, up to
+// kMaxMisplaced of them in one SEQUENCE; beyond, or where a known component
+// cannot be told from them, the decode fails ("ASN.1: unexpected tag", or
+// "ASN.1: unexpected tag before a known component of <type>").
 //
 // encode() returns strict DER; a value longer than kMaxEncodedSize throws
 // app::InvalidDataException kTextTooLong with the size attached. A value whose
 // kept components would no longer read back as they were throws
-// kTextCannotKeep rather than lose or alter them.
+// kTextCannotKeep, and one that no longer has the known component a
+// misplaced one stood before throws kTextCannotPlace, rather than lose or
+// move them.
 
 #include "app/pkcs15/oss/Asn1Types.hpp"
 
@@ -27,6 +31,9 @@
 namespace app::pkcs15::oss {
 
 constexpr std::size_t kMaxEncodedSize = 65535;
+// Most components put before a known one that one SEQUENCE may have: each
+// costs a new read of the SEQUENCE.
+constexpr unsigned kMaxMisplaced = 8;
 // Deepest nesting of constructed values accepted, counted from the outer value.
 constexpr unsigned kMaxNesting = 32;
 
@@ -41,6 +48,9 @@ constexpr const char* kTextIntegerRange = "ASN.1: integer out of range";
 constexpr const char* kTextTooLong = "ASN.1: value exceeds 65535 bytes";
 constexpr const char* kTextCannotKeep =
     "ASN.1: components read from the card and not understood cannot be kept with this change";
+constexpr const char* kTextCannotPlace =
+    "ASN.1: a component read from the card and not understood stood before one this change "
+    "removes; it cannot be kept in its place";
 
 // Every type with its own decode() and encode().
 #define P15_OSS_CODEC_TYPES(X)                                                                     \

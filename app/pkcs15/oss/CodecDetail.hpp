@@ -14,6 +14,7 @@
 
 #include <cryptopp/queue.h>
 
+#include <functional>
 #include <vector>
 
 namespace app::pkcs15::oss {
@@ -64,16 +65,49 @@ P15_OSS_FIELDS(AlgorithmInfo)
 #undef P15_OSS_FIELDS
 #undef P15_OSS_READ_WRITE
 
-// The components of a SEQUENCE type, then those after the last one it knows,
-// kept.
-template <class T> void readFieldsKeepingUnknown(DerReader& reader, T& value) {
+// Reads the components left in `reader` with `readKnown` (the known ones and
+// the tail into `tail`), setting aside one at a time a component that stands
+// where a known one must come (an unexpected tag, or `outOfOrder`), at most
+// kMaxMisplaced of them. On success, those set aside before the last known
+// component are `misplaced`, anything after it is `tail`, and the reader is at
+// its end; false when setting aside does not help.
+bool readAroundMisplaced(DerReader& reader, const char* outOfOrder,
+                         const std::function<void(DerReader&)>& readKnown,
+                         MisplacedComponents& misplaced, UnknownComponents& tail);
+// `known` (the known components as written) with each misplaced component
+// before the known one it stood before and `tail` after them all; throws
+// kTextCannotPlace when that known component is gone.
+Bytes placeComponents(const Bytes& known, const MisplacedComponents& misplaced,
+                      const UnknownComponents& tail);
+
+template <class T> void readKnownAndTail(DerReader& reader, T& value) {
     readFields(reader, value);
     value.unknownComponents = reader.readUnknownTail(outOfOrderText(&value));
 }
 
-// Reads back the content written for a value with unknown components and
-// refuses the write unless they come back unknown and unchanged: a change can
-// make room for a kept component to be taken for a known one.
+// The components of a SEQUENCE type, and those it does not know kept: after
+// the last known one, or before a known one where a card put them. A failure
+// that setting components aside does not cure is reported as first found.
+template <class T> void readFieldsKeepingUnknown(DerReader& reader, T& value) {
+    const DerReader start = reader;
+    try {
+        readKnownAndTail(reader, value);
+    } catch (const app::InvalidDataException&) {
+        reader = start;
+        const auto readKnown = [&value](DerReader& components) {
+            value = T{};
+            readKnownAndTail(components, value);
+        };
+        if (!readAroundMisplaced(reader, outOfOrderText(&value), readKnown,
+                                 value.misplacedComponents, value.unknownComponents)) {
+            throw;
+        }
+    }
+}
+
+// Reads back the content written for a value with components it does not
+// know and refuses the write unless they come back unknown and unchanged: a
+// change can make room for a kept component to be taken for a known one.
 template <class T> void checkUnknownKept(const Bytes& content, const T& value) {
     T reread;
     DerReader reader(content.data(), content.size());
@@ -82,24 +116,24 @@ template <class T> void checkUnknownKept(const Bytes& content, const T& value) {
     } catch (const app::InvalidDataException&) {
         APP_THROW(app::InvalidDataException, kTextCannotKeep);
     }
-    if (reread.unknownComponents != value.unknownComponents) {
+    if (reread.unknownComponents != value.unknownComponents ||
+        reread.misplacedComponents != value.misplacedComponents) {
         APP_THROW(app::InvalidDataException, kTextCannotKeep);
     }
 }
 
-// The known components, then the unknown ones in their place after them.
+// The known components, and the unknown ones in their places among them.
 template <class T> void writeFieldsKeepingUnknown(Sink& sink, const T& value) {
-    if (value.unknownComponents.empty()) {
+    if (value.unknownComponents.empty() && value.misplacedComponents.empty()) {
         writeFields(sink, value);
         return;
     }
     CryptoPP::ByteQueue queue;
     writeFields(queue, value);
-    for (const Bytes& tlv : value.unknownComponents) {
-        writeRaw(queue, tlv);
-    }
-    Bytes content(static_cast<std::size_t>(queue.MaxRetrievable()));
-    queue.Get(content.data(), content.size());
+    Bytes known(static_cast<std::size_t>(queue.MaxRetrievable()));
+    queue.Get(known.data(), known.size());
+    const Bytes content =
+        placeComponents(known, value.misplacedComponents, value.unknownComponents);
     checkUnknownKept(content, value);
     sink.Put(content.data(), content.size());
 }

@@ -11,33 +11,38 @@ namespace app::pkcs15::oss {
 
 namespace {
 
-bool opensComponent(std::uint32_t found, const CommonPrivateKeyAttributes*) {
-    return found == tag::sequence || found == tag::contextConstructed(0);
+// Whether a lone SEQUENCE in the [0] or [1] tag, opening with `found`, can be
+// the attributes' first component itself rather than the attributes' own
+// SEQUENCE: a subject Name (SETs), a certificate's value Path (an OCTET
+// STRING), or the ObjectValue of a data object; never for the RSA key and
+// PIN attributes, whose later mandatory components would be missing.
+bool mayBeFirstComponent(std::uint32_t found, const CommonPrivateKeyAttributes*) {
+    return found == tag::set;
 }
-bool opensComponent(std::uint32_t found, const CommonPublicKeyAttributes*) {
-    return found == tag::sequence || found == tag::contextConstructed(0);
+bool mayBeFirstComponent(std::uint32_t found, const CommonPublicKeyAttributes*) {
+    return found == tag::set;
 }
-bool opensComponent(std::uint32_t found, const PrivateRSAKeyAttributes*) {
-    return isObjectValueTag(found);
+bool mayBeFirstComponent(std::uint32_t, const PrivateRSAKeyAttributes*) {
+    return false;
 }
-bool opensComponent(std::uint32_t found, const PublicRSAKeyAttributes*) {
-    return isObjectValueTag(found);
+bool mayBeFirstComponent(std::uint32_t, const PublicRSAKeyAttributes*) {
+    return false;
 }
-bool opensComponent(std::uint32_t found, const X509CertificateAttributes*) {
-    return isObjectValueTag(found);
+bool mayBeFirstComponent(std::uint32_t found, const X509CertificateAttributes*) {
+    return found == tag::octetString;
 }
-bool opensComponent(std::uint32_t found, const PinAttributes*) {
-    return found == tag::bitString;
+bool mayBeFirstComponent(std::uint32_t, const PinAttributes*) {
+    return false;
 }
-bool opensComponent(std::uint32_t found, const ObjectValue*) {
-    return isObjectValueTag(found);
+bool mayBeFirstComponent(std::uint32_t found, const ObjectValue*) {
+    return !isObjectValueTag(found);
 }
 
 // Cards write the [0] and [1] attributes either with their SEQUENCE inside the
 // tag (explicit, as a tag on a parameterised type requires) or with the tag
 // replacing it (implicit). The content is taken as the explicit form when it
-// is one SEQUENCE that is empty or opens with a tag the attributes can start
-// with; a SEQUENCE that is the first component itself never opens that way.
+// is one SEQUENCE that is empty or cannot be the first component itself (so
+// a component a card put before the first known one does not hide the form).
 // The NULL subclass attributes are kept as found, whatever their form.
 template <class T> bool holdsInnerSequence(const DerReader& content) {
     if constexpr (std::is_same_v<T, NullAttributes>) {
@@ -53,7 +58,7 @@ template <class T> bool holdsInnerSequence(const DerReader& content) {
         }
         const DerReader innerContent = probe.enter(inner);
         return innerContent.atEnd() ||
-               opensComponent(innerContent.peekTag(), static_cast<const T*>(nullptr));
+               !mayBeFirstComponent(innerContent.peekTag(), static_cast<const T*>(nullptr));
     }
 }
 

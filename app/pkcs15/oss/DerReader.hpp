@@ -17,7 +17,7 @@ constexpr std::uint32_t boolean = 0x01, integer = 0x02, bitString = 0x03, octetS
                         null = 0x05, oid = 0x06, enumerated = 0x0A, utf8String = 0x0C,
                         printableString = 0x13, t61String = 0x14, ia5String = 0x16,
                         generalizedTime = 0x18, visibleString = 0x1A, bmpString = 0x1E,
-                        sequence = 0x30;
+                        sequence = 0x30, set = 0x31;
 constexpr std::uint32_t context(unsigned number) {
     return 0x80 | number;
 }
@@ -69,6 +69,16 @@ public:
     Tlv expect(std::uint32_t expected);
     // A reader over the content of a constructed TLV, one nesting level deeper.
     DerReader enter(const Tlv& tlv) const;
+    // A reader over `data` (components of this reader's data, some set
+    // aside) at this reader's nesting level; its offsets count from `data`.
+    DerReader over(const Bytes& data) const {
+        return DerReader(data.data(), data.size(), 0, depth_);
+    }
+    // Takes what is left, unread.
+    void skipToEnd() {
+        awaited_.reset();
+        position_ = end_;
+    }
     // What is left: the components after the last one the type knows, as read.
     // A component the reader still awaited among them means an unknown one
     // stands before a known one; that fails with `outOfOrder` at the first.

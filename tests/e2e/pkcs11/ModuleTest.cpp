@@ -3,6 +3,7 @@
 // once by p15-pkcs11-testcard and copied fresh for every test.
 #include "pkcs11/Cryptoki.hpp"
 
+#include "OddCard.hpp"
 #include <algorithm>
 #include <cryptopp/files.h>
 #include <cryptopp/osrng.h>
@@ -12,6 +13,7 @@
 #include <dlfcn.h>
 #include <filesystem>
 #include <fstream>
+
 #include <gtest/gtest.h>
 #include <string>
 #include <thread>
@@ -574,6 +576,29 @@ TEST_F(ModuleTest, DataObjectsAndCertificatesAreStoredAndDestroyed) {
     ASSERT_EQ(f->C_Finalize(nullptr), CKR_OK);
     ASSERT_EQ(f->C_Initialize(nullptr), CKR_OK);
     EXPECT_TRUE(find(open(CKF_SERIAL_SESSION), copyById).empty()) << "gone from the card";
+}
+
+// Entries as real cards write them (a vendor component in the key's entry,
+// an entry that does not decode, an EC key, a broken EF(CDF)) do not take the
+// token down: the sound key is found and signs.
+TEST_F(ModuleTest, OddEntriesLeaveTheSoundKeyUsable) {
+    p15test::addOddEntries(image_.string(), true);
+    const CK_SESSION_HANDLE session = open();
+    ASSERT_EQ(login(session, CKU_USER, userPin), CKR_OK);
+    const CK_OBJECT_HANDLE key = privateKey(session);
+    CK_OBJECT_CLASS certificateClass = CKO_CERTIFICATE;
+    EXPECT_TRUE(find(session, {{CKA_CLASS, &certificateClass, sizeof certificateClass}}).empty());
+
+    const Bytes message{'o', 'd', 'd'};
+    Bytes signature(256);
+    CK_ULONG length = signature.size();
+    CK_MECHANISM sha256{CKM_SHA256_RSA_PKCS, nullptr, 0};
+    ASSERT_EQ(f->C_SignInit(session, &sha256, key), CKR_OK);
+    ASSERT_EQ(f->C_Sign(session, const_cast<unsigned char*>(message.data()), message.size(),
+                        signature.data(), &length),
+              CKR_OK);
+    signature.resize(length);
+    EXPECT_TRUE(verifies<CryptoPP::SHA256>(message, signature));
 }
 
 } // namespace

@@ -11,6 +11,7 @@
 #include "host/iso7816/Applet.hpp"
 #include "host/iso7816/Card.hpp"
 #include "mw/ByteBuffer.hpp"
+#include "tests/support/AppFamily.hpp"
 
 #include <boost/shared_ptr.hpp>
 #include <memory>
@@ -95,12 +96,14 @@ std::string errorText(const std::exception& e);
 
 } // namespace apptest
 
-// Runs `statement` and expects an exception of `Type` carrying `text`.
+// Runs `statement` and expects an exception of exactly the family `Type`
+// carrying `text`.
 #define EXPECT_APP_ERROR(statement, Type, text)                                                    \
     try {                                                                                          \
         statement;                                                                                 \
         ADD_FAILURE() << "no exception from " #statement;                                          \
-    } catch (const Type& e) {                                                                      \
+    } catch (const app::ApplicationException& e) {                                                 \
+        EXPECT_EQ(p15test::familyOf(e), P15TEST_FAMILY_NAME(Type));                                \
         EXPECT_EQ(apptest::errorText(e), text);                                                    \
     }
 

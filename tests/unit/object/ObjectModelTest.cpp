@@ -12,6 +12,7 @@
 #include "app/pkcs15/object/P15RsaPublicKey.hpp"
 #include "app/pkcs15/object/P15X509Certificate.hpp"
 #include "app/pkcs15/oss/Codec.hpp"
+#include "tests/support/AppFamily.hpp"
 
 #include <algorithm>
 #include <boost/exception/get_error_info.hpp>
@@ -25,13 +26,18 @@ namespace cs = card::service;
 using namespace app::pkcs15::object;
 using app::object::ICertificate;
 
-// The text and number of the application exception `statement` throws.
-template <class Statement> std::pair<std::string, unsigned int> failureOf(Statement statement) {
+// The text and number of the application exception `statement` throws;
+// `family` receives its exact family.
+template <class Statement>
+std::pair<std::string, unsigned int> failureOf(Statement statement, std::string* family = nullptr) {
     try {
         statement();
     } catch (const app::ApplicationException& e) {
         const char* const* text = boost::get_error_info<app::ErrorText>(e);
         const unsigned int* data = boost::get_error_info<app::ErrorData>(e);
+        if (family) {
+            *family = p15test::familyOf(e);
+        }
         return {text ? *text : "", data ? *data : 0};
     }
     return {"no failure", 0};
@@ -39,6 +45,13 @@ template <class Statement> std::pair<std::string, unsigned int> failureOf(Statem
 using Failure = std::pair<std::string, unsigned int>;
 
 #define EXPECT_APP_TEXT(statement, text) EXPECT_EQ(failureOf([&] { statement; }).first, text)
+// As EXPECT_APP_TEXT, and of exactly the family `Family`.
+#define EXPECT_APP_FAMILY(statement, Family, text)                                                 \
+    do {                                                                                           \
+        std::string family;                                                                        \
+        EXPECT_EQ(failureOf([&] { statement; }, &family).first, text);                             \
+        EXPECT_EQ(family, P15TEST_FAMILY_NAME(Family));                                            \
+    } while (false)
 
 oss::BitString bits(std::size_t count, oss::Bytes octets) {
     oss::BitString string;
@@ -378,6 +391,24 @@ TEST(ValueObjectCodec, CertificateKeyUsageHasNineBitsAndKeepsTheExtendedUsage) {
               changed);
     certificate.setKeyUsage(0x200);
     EXPECT_APP_TEXT(certificate.encode(), "Certificate key usage flags not PKCS#15 conform.");
+}
+
+// Common object flags a certificate or data object cannot hold are invalid
+// data, so that a host skipping malformed entries skips them; a key's are
+// the application's runtime error.
+TEST(ValueObjectCodec, CommonFlagsOfValueObjectsFailAsInvalidData) {
+    oss::CertificateType certificate = certificateEntry({0xA1, 0x05, 0x03, 0x03, 0x07, 0xFF, 0x80});
+    certificate.x509CertificateValue.commonObjectAttributes.flags = bits(3, {0x20});
+    EXPECT_APP_FAMILY(certificateOf(certificate), app::InvalidDataException,
+                      "CommonObject Flags not PKCS#15 conform");
+    oss::DataType data;
+    data.opaqueDOValue.commonObjectAttributes.flags = bits(3, {0x20});
+    data.opaqueDOValue.typeAttributes.indirectValue.pathValue.path = {0x0D, 0x02};
+    EXPECT_APP_FAMILY(P15DataObject(boost::weak_ptr<const app::pkcs15::fs::DODF>(), data,
+                                    mw::ByteBuffer(oss::encode(data))),
+                      app::InvalidDataException, "CommonObject Flags not PKCS#15 conform");
+    EXPECT_APP_FAMILY(decodeFlags(commonObjectFlags, bits(3, {0})), app::ApplicationException,
+                      "CommonObject Flags not PKCS#15 conform");
 }
 
 TEST(ValueObjectCodec, OnlyOpaqueDataObjectsWithTheirValueInAFileAreTaken) {

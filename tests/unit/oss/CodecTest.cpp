@@ -278,18 +278,22 @@ TEST(CodecTest, bmpStringLabels) {
     }
 }
 
-TEST(CodecTest, unknownComponentBeforeAKnownOneIsAnError) {
-    // A label of a string type no card should use, then flags and authId.
+// Components before known ones are kept up to a bound (see OddComponentTest);
+// beyond it the first failure is reported where it happened.
+TEST(CodecTest, tooManyComponentsBeforeAKnownOneAreAnError) {
+    std::string vendor;
+    for (unsigned i = 0; i <= oss::kMaxMisplaced; ++i) {
+        vendor += "DF2000";
+    }
+    const DecodeError key =
+        decodeError<oss::CommonKeyAttributes>(hex("3022" + vendor + "040101 03020520"));
+    EXPECT_EQ(key.text, oss::kTextUnexpectedTag);
+    EXPECT_EQ(key.offset, 2u);
     const DecodeError common =
-        decodeError<oss::CommonObjectAttributes>(hex("300A 1B014B 03020780 040101"));
+        decodeError<oss::CommonObjectAttributes>(hex("3022 0C014B" + vendor + "03020780"));
     EXPECT_EQ(common.text,
               "ASN.1: unexpected tag before a known component of CommonObjectAttributes");
-    EXPECT_EQ(common.offset, 2u);
-    // Inside an entry, where the keyReference follows an unknown [1].
-    const DecodeError key = decodeError<oss::PrivateKeyType>(
-        hex("301C 3000 300C 040101 03020520 A100 020101 A10A 3008 3003 04014B 020108"));
-    EXPECT_EQ(key.text, "ASN.1: unexpected tag before a known component of CommonKeyAttributes");
-    EXPECT_EQ(key.offset, 13u);
+    EXPECT_EQ(common.offset, 5u);
 }
 
 // A change that would let a kept component be read as a known one is refused.
@@ -305,12 +309,13 @@ TEST(CodecTest, aChangeThatWouldAlterKeptComponentsIsRefused) {
               oss::kTextCannotKeep);
 
     // Key attributes in [0] with a subject Name and an unknown component:
-    // without the Name, the unknown one alone would be read as a Name.
+    // without the Name, the unknown one alone still reads as the attributes'.
     auto key = decodeAll<oss::PrivateKeyType>(hex(
         "3022 3000 3007 040101 03020520 A007 3005 3000 9F2000 A10C 300A 3004 04024B01 02020800"));
     key.privateRSAKeyValue.subClassAttributes->subjectName.reset();
-    EXPECT_EQ(appError<app::InvalidDataException>([&] { oss::encode(key); }).first,
-              oss::kTextCannotKeep);
+    EXPECT_EQ(decodeAll<oss::PrivateKeyType>(oss::encode(key))
+                  .privateRSAKeyValue.subClassAttributes->unknownComponents,
+              oss::UnknownComponents{hex("9F2000")});
 }
 
 template <class... T> void roundTripEmpty() {
