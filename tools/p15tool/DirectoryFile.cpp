@@ -1,7 +1,9 @@
 #include "tools/p15tool/DirectoryFile.hpp"
 
 #include "app/ApplicationException.hpp"
+#include "app/pkcs15/fs/EntryLayout.hpp"
 #include "app/pkcs15/oss/Codec.hpp"
+#include "app/pkcs15/oss/DerReader.hpp"
 #include "tools/p15tool/EntryJson.hpp"
 #include "tools/p15tool/ToolError.hpp"
 
@@ -178,12 +180,27 @@ Bytes readDump(const std::string& path) {
     return Bytes(content.begin(), content.end());
 }
 
+namespace {
+
+// Where an entry was removed with entries after it: skipped, its length shown.
+std::size_t holeLength(const std::uint8_t* data, std::size_t size, Json& entries) {
+    const std::size_t length = app::pkcs15::oss::DerReader(data, size).next().totalSize;
+    entries.back()["hole"] = length;
+    return length;
+}
+
+} // namespace
+
 Json decodeDirectoryFile(DirectoryKind kind, const Bytes& content) {
     Json entries = Json::array();
     std::size_t offset = 0;
     while (offset < content.size() && !isPadding(content[offset])) {
         entries.push_back(Json{{"offset", offset}});
         try {
+            if (app::pkcs15::fs::EntryLayout::isHole(content[offset])) {
+                offset += holeLength(content.data() + offset, content.size() - offset, entries);
+                continue;
+            }
             offset += decodeEntry(kind, content.data() + offset, content.size() - offset, entries);
         } catch (const app::InvalidDataException&) {
             rethrowAt(offset);
