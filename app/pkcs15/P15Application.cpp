@@ -348,19 +348,26 @@ KeyRef P15Application::makeKeyRef(AppObjectType type, unsigned char kid) const {
     return ref;
 }
 
-// The first key id of `privateType`'s range that is free for a whole key
-// pair: the card keeps both halves under one reference, so neither key
-// directory may use it, and neither key file may be named or on the card.
+// The first key id of `type`'s range that its key directory does not use.
+// The card keeps both halves of a key pair under one reference: for a
+// `wholePair` neither key directory may use it, and neither key file may be
+// named or on the card. A public key alone joins the first private key its
+// directory does not list yet.
 boost::optional<unsigned char> P15Application::freeKeyId(const card::IChannel& channel,
-                                                         AppObjectType privateType) const {
+                                                         AppObjectType type, bool wholePair) const {
+    const auto privateType = static_cast<AppObjectType>(type % 2 == 1 ? type : type - 1);
     const auto publicType = static_cast<AppObjectType>(privateType + 1);
-    const IdRange range = byteKeyIdRange(privateType);
+    const IdRange range = byteKeyIdRange(type);
     for (unsigned int id = range.first; id <= range.second; ++id) {
         const auto kid = static_cast<unsigned char>(id);
         const unsigned char reference = util::encodeKID(kid, true);
-        if (!keyReferenceInUse(channel, privateType, reference) &&
-            !keyReferenceInUse(channel, publicType, reference) &&
-            !keyFilesTaken(channel, makeKeyRef(privateType, kid), makeKeyRef(publicType, kid))) {
+        if (keyReferenceInUse(channel, type, reference)) {
+            continue;
+        }
+        if (!wholePair ||
+            (!keyReferenceInUse(channel, type == privateType ? publicType : privateType,
+                                reference) &&
+             !keyFilesTaken(channel, makeKeyRef(privateType, kid), makeKeyRef(publicType, kid)))) {
             return kid;
         }
     }
@@ -371,8 +378,7 @@ KeyRef P15Application::getFreeKeyReference(AppObjectType type) const {
     if (!isKeyType(type)) {
         APP_THROW(ApplicationException, "unable to get key reference for non-key type");
     }
-    const auto privateType = static_cast<AppObjectType>(type % 2 == 1 ? type : type - 1);
-    const boost::optional<unsigned char> kid = freeKeyId(boundChannel(), privateType);
+    const boost::optional<unsigned char> kid = freeKeyId(boundChannel(), type, type % 2 == 1);
     if (!kid) {
         APP_THROW(ApplicationException, "unable to find free key reference");
     }
@@ -396,7 +402,7 @@ P15Application::getFreeKeyPairReference(const card::IChannel& channel,
     default:
         APP_THROW_DATA(ApplicationException, "invalid modulus size", modulusBits);
     }
-    const boost::optional<unsigned char> kid = freeKeyId(channel, privateType);
+    const boost::optional<unsigned char> kid = freeKeyId(channel, privateType, true);
     if (!kid) {
         APP_THROW(ApplicationException, "maximum number of key pairs reached");
     }

@@ -229,8 +229,8 @@ private:
                            unsigned char reference) const;
     bool keyFilesTaken(const card::IChannel& channel, const card::service::KeyRef& privateKey,
                        const card::service::KeyRef& publicKey) const;
-    boost::optional<unsigned char> freeKeyId(const card::IChannel& channel,
-                                             fs::AppObjectType privateType) const;
+    boost::optional<unsigned char> freeKeyId(const card::IChannel& channel, fs::AppObjectType type,
+                                             bool wholePair) const;
     card::service::KeyRef applicationKey(fs::AppObjectType type, unsigned char kid) const;
     card::service::KeyRef keyByReference(fs::AppObjectType type, unsigned char kid) const;
     card::service::KeyRef makeKeyRef(fs::AppObjectType type, unsigned char kid) const;
