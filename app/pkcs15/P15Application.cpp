@@ -290,24 +290,14 @@ mw::ByteBuffer P15Application::getFreeFileId(AppObjectType type) const {
     if (range.second < range.first) {
         APP_THROW(ApplicationException, "invalid argument: lower bound > upper bound");
     }
-    const std::vector<mw::ByteBuffer> used = usedValueFileIds(boundChannel());
+    const std::vector<mw::ByteBuffer> named = namedFiles(boundChannel());
     for (std::uint64_t candidate = range.first; candidate <= range.second; ++candidate) {
         mw::ByteBuffer bytes = util::idToBytes(static_cast<unsigned int>(candidate));
-        if (std::find(used.begin(), used.end(), bytes) == used.end()) {
+        if (!isNamed(named, bytes)) {
             return bytes;
         }
     }
     APP_THROW(ApplicationException, "unable to find free file id");
-}
-
-// Certificates and data objects keep their values in one identifier space,
-// so an identifier used by either is taken for every value file type.
-std::vector<mw::ByteBuffer> P15Application::usedValueFileIds(const card::IChannel& channel) const {
-    std::vector<mw::ByteBuffer> used = getODF()->getCDF()->valueFileIds(channel);
-    for (mw::ByteBuffer& id : getODF()->getDODF()->valueFileIds(channel)) {
-        used.push_back(std::move(id));
-    }
-    return used;
 }
 
 bool P15Application::keyReferenceInUse(const card::IChannel& channel, AppObjectType type,
@@ -318,10 +308,14 @@ bool P15Application::keyReferenceInUse(const card::IChannel& channel, AppObjectT
                        [reference](const KeyRef& key) { return key.keyReference == reference; });
 }
 
-// A key file left on the card without a directory entry (say, by an
-// interrupted key generation) still occupies its key id.
-bool P15Application::keyFilesExist(const card::IChannel& channel, const KeyRef& privateKey,
+// A key file that an entry names, or that is left on the card without one
+// (say, by an interrupted key generation), still occupies its key id.
+bool P15Application::keyFilesTaken(const card::IChannel& channel, const KeyRef& privateKey,
                                    const KeyRef& publicKey) const {
+    const std::vector<mw::ByteBuffer> named = namedFiles(channel);
+    if (isNamed(named, privateKey.fileId) || isNamed(named, publicKey.fileId)) {
+        return true;
+    }
     for (const KeyRef* key : {&privateKey, &publicKey}) {
         try {
             fileAccessService_->select(channel, key->fileId);
@@ -354,19 +348,41 @@ KeyRef P15Application::makeKeyRef(AppObjectType type, unsigned char kid) const {
     return ref;
 }
 
+// The first key id of `type`'s range that its key directory does not use.
+// The card keeps both halves of a key pair under one reference: for a
+// `wholePair` neither key directory may use it, and neither key file may be
+// named or on the card. A public key alone joins the first private key its
+// directory does not list yet.
+boost::optional<unsigned char> P15Application::freeKeyId(const card::IChannel& channel,
+                                                         AppObjectType type, bool wholePair) const {
+    const auto privateType = static_cast<AppObjectType>(type % 2 == 1 ? type : type - 1);
+    const auto publicType = static_cast<AppObjectType>(privateType + 1);
+    const IdRange range = byteKeyIdRange(type);
+    for (unsigned int id = range.first; id <= range.second; ++id) {
+        const auto kid = static_cast<unsigned char>(id);
+        const unsigned char reference = util::encodeKID(kid, true);
+        if (keyReferenceInUse(channel, type, reference)) {
+            continue;
+        }
+        if (!wholePair ||
+            (!keyReferenceInUse(channel, type == privateType ? publicType : privateType,
+                                reference) &&
+             !keyFilesTaken(channel, makeKeyRef(privateType, kid), makeKeyRef(publicType, kid)))) {
+            return kid;
+        }
+    }
+    return boost::none;
+}
+
 KeyRef P15Application::getFreeKeyReference(AppObjectType type) const {
     if (!isKeyType(type)) {
         APP_THROW(ApplicationException, "unable to get key reference for non-key type");
     }
-    const IdRange range = byteKeyIdRange(type);
-    const card::IChannel& channel = boundChannel();
-    for (unsigned int kid = range.first; kid <= range.second; ++kid) {
-        const unsigned char kidByte = static_cast<unsigned char>(kid);
-        if (!keyReferenceInUse(channel, type, util::encodeKID(kidByte, (type % 2) == 1))) {
-            return makeKeyRef(type, kidByte);
-        }
+    const boost::optional<unsigned char> kid = freeKeyId(boundChannel(), type, type % 2 == 1);
+    if (!kid) {
+        APP_THROW(ApplicationException, "unable to find free key reference");
     }
-    APP_THROW(ApplicationException, "unable to find free key reference");
+    return makeKeyRef(type, *kid);
 }
 
 std::pair<KeyRef, KeyRef>
@@ -386,21 +402,12 @@ P15Application::getFreeKeyPairReference(const card::IChannel& channel,
     default:
         APP_THROW_DATA(ApplicationException, "invalid modulus size", modulusBits);
     }
-    const auto publicType = static_cast<AppObjectType>(privateType + 1);
-    const IdRange range = byteKeyIdRange(privateType);
-    for (unsigned int kid = range.first; kid <= range.second; ++kid) {
-        const unsigned char reference = util::encodeKID(static_cast<unsigned char>(kid), true);
-        if (keyReferenceInUse(channel, privateType, reference) ||
-            keyReferenceInUse(channel, publicType, reference)) {
-            continue;
-        }
-        KeyRef privateRef = makeKeyRef(privateType, static_cast<unsigned char>(kid));
-        KeyRef publicRef = makeKeyRef(publicType, static_cast<unsigned char>(kid));
-        if (!keyFilesExist(channel, privateRef, publicRef)) {
-            return {std::move(privateRef), std::move(publicRef)};
-        }
+    const boost::optional<unsigned char> kid = freeKeyId(channel, privateType, true);
+    if (!kid) {
+        APP_THROW(ApplicationException, "maximum number of key pairs reached");
     }
-    APP_THROW(ApplicationException, "maximum number of key pairs reached");
+    return {makeKeyRef(privateType, *kid),
+            makeKeyRef(static_cast<AppObjectType>(privateType + 1), *kid)};
 }
 
 void P15Application::wipe(const card::IChannel& channel) {

@@ -11,6 +11,7 @@
 #include "mw/ByteBuffer.hpp"
 
 #include <boost/enable_shared_from_this.hpp>
+#include <boost/optional.hpp>
 #include <boost/shared_ptr.hpp>
 #include <cstdint>
 #include <map>
@@ -177,6 +178,28 @@ public:
     std::pair<card::service::KeyRef, card::service::KeyRef>
     getFreeKeyPairReference(const card::IChannel& channel, unsigned short modulusBits) const;
 
+    // What the directories name (P15ApplicationFileUse.cpp). Every file any
+    // entry of any directory file names, whatever its kind and path form,
+    // and the directory files of EF(ODF): paths as written.
+    std::vector<mw::ByteBuffer> namedFiles(const card::IChannel& channel) const;
+    // Whether one of `named` designates `file`, a path below the application DF.
+    static bool isNamed(const std::vector<mw::ByteBuffer>& named, const mw::ByteBuffer& file);
+    // The directory files: AODF, PrKDF, PuKDF, CDF, DODF.
+    std::vector<const fs::P15File*> directoryFiles() const;
+    // How many entries of the directory files name `file`.
+    std::size_t entriesNaming(const card::IChannel& channel, const mw::ByteBuffer& file) const;
+    // Why the application may not delete the key files of the listed `key`
+    // (a private key when `privateKey`): it does not allocate them for that
+    // reference and path. Null when it does; `key` is then the application's
+    // own reference to its key file, as the card layer is to be given it.
+    const char* keyFilesRefusal(card::service::KeyRef& key, bool privateKey) const;
+    // Whether a remaining PrKDF or PuKDF entry names the key file of `key`
+    // (the application's own reference to it): by the file's path, or by the
+    // key reference, which a private key entry holds for both halves of its
+    // key pair and a public key entry for the public half.
+    bool keyFileNamed(const card::IChannel& channel, const card::service::KeyRef& key,
+                      bool privateKey) const;
+
     // Replaces the entry `oldEncoding` of a directory file by `newEncoding`
     // (an empty old encoding appends) and writes the change to the card.
     // Returns the file's new content.
@@ -207,11 +230,13 @@ private:
     std::vector<std::string> cardAlgorithms() const;
     void selectOnCard(const card::IChannel& channel) const;
     IdRange byteKeyIdRange(fs::AppObjectType type) const;
-    std::vector<mw::ByteBuffer> usedValueFileIds(const card::IChannel& channel) const;
     bool keyReferenceInUse(const card::IChannel& channel, fs::AppObjectType type,
                            unsigned char reference) const;
-    bool keyFilesExist(const card::IChannel& channel, const card::service::KeyRef& privateKey,
+    bool keyFilesTaken(const card::IChannel& channel, const card::service::KeyRef& privateKey,
                        const card::service::KeyRef& publicKey) const;
+    boost::optional<unsigned char> freeKeyId(const card::IChannel& channel, fs::AppObjectType type,
+                                             bool wholePair) const;
+    card::service::KeyRef applicationKey(fs::AppObjectType type, unsigned char kid) const;
     card::service::KeyRef keyByReference(fs::AppObjectType type, unsigned char kid) const;
     card::service::KeyRef makeKeyRef(fs::AppObjectType type, unsigned char kid) const;
     // Sends the writes of `layout` to `file`, in their order, and keeps the

@@ -24,9 +24,18 @@ Fcp keyFileFcp(const KeyRef& key, Fcp::Descriptor descriptor, unsigned char pref
 
 } // namespace
 
+// A reference without the top bit, or a longer path, is no key of the
+// profile's: mapping it to 0E/0F would reach another key's file.
 mw::ByteBuffer keyFileId(const KeyRef& key, unsigned char prefix) {
     if (key.fileId.size() == 2) {
         return key.fileId;
+    }
+    if (!key.fileId.empty()) {
+        MW_THROW(mw::IllegalArgumentException, "a key file is named by its 2-byte identifier");
+    }
+    if ((key.keyReference & ~keyIdMask) == 0) {
+        MW_THROW(mw::IllegalArgumentException,
+                 "a key reference without its top bit names no key file");
     }
     return mw::ByteBuffer{prefix, static_cast<unsigned char>(key.keyReference & keyIdMask)};
 }

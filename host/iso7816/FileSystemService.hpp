@@ -31,7 +31,8 @@ constexpr unsigned char privateKeyFilePrefix = 0x0E;
 constexpr unsigned char publicKeyFilePrefix = 0x0F;
 
 // The file of a key: the key reference's file identifier, or else, as the
-// card profile places keys, `prefix` (0E private, 0F public) and the key id.
+// card profile places keys, `prefix` (0E private, 0F public) and the key id
+// of a reference 80 | kid. Any other reference or path: IllegalArgumentException.
 mw::ByteBuffer keyFileId(const card::service::KeyRef& key, unsigned char prefix);
 
 } // namespace iso7816

@@ -90,6 +90,14 @@ void exportKey(const GlobalOptions& global, const KeyOptions& options) {
                 false);
 }
 
+Json deletedKeyJson(const app::object::IKey& key, bool privateKey, const PinList& pins) {
+    Json out = keyJson(key, pins);
+    if (keyStaysOnCard(key, privateKey)) {
+        out["onCard"] = "only the entry is removed: the key stays on the card";
+    }
+    return out;
+}
+
 void deleteKey(const GlobalOptions& global, const KeyOptions& options) {
     if (!options.choice.given()) {
         throw ToolError(ExitCode::usage, "name the key to delete with --label or --id "
@@ -100,10 +108,10 @@ void deleteKey(const GlobalOptions& global, const KeyOptions& options) {
     verifyUserPin(session, options.pin);
     const PinList pins = pinsOf(session.repository(), session.channel());
     Json deleted = Json::array();
-    deleted.push_back(keyJson(*pair.privateKey, pins));
+    deleted.push_back(deletedKeyJson(*pair.privateKey, true, pins));
     session.repository().deleteCardObject(session.channel(), *pair.privateKey);
     if (pair.publicKey) {
-        deleted.push_back(keyJson(*pair.publicKey, pins));
+        deleted.push_back(deletedKeyJson(*pair.publicKey, false, pins));
         session.repository().deleteCardObject(session.channel(), *pair.publicKey);
     }
     printResult(std::cout, Json{{"deleted", deleted}}, global.json);

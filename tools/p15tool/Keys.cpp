@@ -161,6 +161,22 @@ std::string keyName(const IKey& key) {
     return "key " + idText(key.getKeyId());
 }
 
+bool keyStaysOnCard(const IKey& key, bool privateKey) {
+    const card::service::KeyRef ref = key.getKeyReference();
+    const unsigned char kid = ref.keyReference & 0x7F;
+    if ((ref.keyReference & 0x80) == 0 || kid < 0x01 || kid > 0x12) {
+        return true;
+    }
+    const mw::ByteBuffer own{static_cast<unsigned char>(privateKey ? 0x0E : 0x0F), kid};
+    const mw::ByteBuffer& path = ref.fileId;
+    if (path.size() <= 2) {
+        return !path.empty() && path != own;
+    }
+    const bool fromMf = path.get(0) == 0x3F && path.get(1) == 0x00 && path.size() >= 6;
+    const bool fromDf = path.get(0) == 0x3F && path.get(1) == 0xFF && path.size() == 4;
+    return !((fromMf || fromDf) && path.get(path.size() - 2, 2) == own);
+}
+
 Json keyJson(const IKey& key, const PinList& pins) {
     Json out = cardObjectJson(key, pins);
     const mw::ByteBuffer& id = key.getKeyId();

@@ -77,6 +77,13 @@ mw::ByteBuffer signOnCard(const Session& session, const app::object::IPrivateKey
 // "Signing key", or "key 45AB" for a key without a label.
 std::string keyName(const app::object::IKey& key);
 
+// Whether deleting `key` (a private key when `privateKey`) leaves the key
+// itself on the card. The plugin deletes only the key files it allocates:
+// under a reference 81 to 92, in the file 0E or 0F with the reference's key
+// id in the PKCS#15 DF (docs/card-profile.md, RSA keys); of any other key
+// only the entries go.
+bool keyStaysOnCard(const app::object::IKey& key, bool privateKey);
+
 // A key as `list` shows it: the common attributes of every object, then its
 // identifier, usage, access flags, modulus length and key reference.
 Json keyJson(const app::object::IKey& key, const PinList& pins);

@@ -166,7 +166,7 @@ void Wipe::classify(Listed& listed, const std::string& entryName) {
                   : !isValueFile(target.path) ? "outside the application's file identifiers"
                                               : nullptr;
     } else if (target.kind != Target::valueFile) {
-        refusal = keyRefusal(target);
+        refusal = application_.keyFilesRefusal(target.key, target.kind == Target::privateKey);
     }
     if (refusal) {
         leave(entryName + " (" + nameOf(target) + ")", refusal);
@@ -205,31 +205,6 @@ bool Wipe::isValueFile(const mw::ByteBuffer& path) const {
         }
     }
     return false;
-}
-
-// Why a listed key may not be removed: its reference lies in no key-id range
-// of its kind, or it names a key file other than the one of its reference.
-// Otherwise null, and the target's key becomes what the card layer is given.
-const char* Wipe::keyRefusal(Target& target) const {
-    const bool privateKey = target.kind == Target::privateKey;
-    const mw::ByteBuffer listedFile = lastFileId(target.key.fileId);
-    for (auto type : {fs::RsaPrivateKey1024, fs::RsaPrivateKey1536, fs::RsaPrivateKey2048}) {
-        const auto keyType = static_cast<fs::AppObjectType>(privateKey ? type : type + 1);
-        const P15Application::IdRange range = application_.getKeyIdRange(keyType);
-        for (unsigned int kid = range.first; kid <= range.second; ++kid) {
-            const KeyRef candidate = keyOf(keyType, static_cast<unsigned char>(kid));
-            if (candidate.keyReference != target.key.keyReference) {
-                continue;
-            }
-            if (!listedFile.empty() && !candidate.fileId.empty() &&
-                listedFile != candidate.fileId) {
-                return "its key file is not the one of its key reference";
-            }
-            target.key = candidate;
-            return nullptr;
-        }
-    }
-    return "outside the application's key references";
 }
 
 void Wipe::dropEntries(Directory& directory) {
@@ -291,20 +266,13 @@ void Wipe::sweepKeys() {
         for (unsigned int kid = range.first; kid <= range.second; ++kid) {
             Target target;
             target.kind = type % 2 == 1 ? Target::privateKey : Target::publicKey;
-            target.key = keyOf(type, static_cast<unsigned char>(kid));
+            target.key = application_.applicationKey(type, static_cast<unsigned char>(kid));
             if (handledKeys_.count({type % 2 == 1, target.key.keyReference}) == 0) {
                 keep(target);
                 remove(target, nameOf(target));
             }
         }
     }
-}
-
-// How the card layer is told about a key: by its key file where the
-// application names key files, by its reference alone in applet mode.
-KeyRef Wipe::keyOf(fs::AppObjectType type, unsigned char kid) const {
-    return application_.isAppletMode() ? application_.keyByReference(type, kid)
-                                       : application_.makeKeyRef(type, kid);
 }
 
 // Deletes one object; true when it is gone (or was never there).

@@ -87,8 +87,6 @@ private:
     void keep(const Target& target);
     bool isValueFile(const mw::ByteBuffer& path) const;
     bool isStructural(const mw::ByteBuffer& path) const;
-    const char* keyRefusal(Target& target) const;
-    card::service::KeyRef keyOf(fs::AppObjectType type, unsigned char kid) const;
     void dropEntries(Directory& directory);
     void removeTargets(Directory& directory);
     void restoreEntries(Directory& directory);

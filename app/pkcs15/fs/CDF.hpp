@@ -32,11 +32,6 @@ public:
 
 protected:
     const char* exhaustedText() const override { return "maximum number of certificates reached"; }
-    const oss::Path* valuePath(const oss::CertificateType& object) const override {
-        return object.choice == oss::CertificateType::x509Certificate
-                   ? indirectPath(object.x509CertificateValue.typeAttributes.value)
-                   : nullptr;
-    }
 
 private:
     mutable std::vector<boost::shared_ptr<object::P15X509Certificate>> certificates_;

@@ -31,11 +31,6 @@ public:
 
 protected:
     const char* exhaustedText() const override { return "maximum number of data objects reached"; }
-    const oss::Path* valuePath(const oss::DataType& object) const override {
-        return object.choice == oss::DataType::opaqueDO
-                   ? indirectPath(object.opaqueDOValue.typeAttributes)
-                   : nullptr;
-    }
 
 private:
     mutable std::vector<boost::shared_ptr<object::P15DataObject>> dataObjects_;

@@ -5,8 +5,6 @@
 #include "app/pkcs15/fs/AppObjectType.hpp"
 #include "app/pkcs15/fs/DirectoryFile.hpp"
 
-#include <vector>
-
 namespace card {
 namespace service {
 class IFileAccessService;
@@ -21,30 +19,17 @@ namespace fs {
 // (certificates, data objects).
 template <class Value> class ValueDirectoryFile : public DirectoryFile<Value> {
 public:
-    // A value file identifier that no certificate or data object uses yet.
+    // A value file identifier that no entry of any directory file names yet.
     mw::ByteBuffer getFreeFileId(const card::IChannel& channel,
                                  const card::service::IFileAccessService& /*fileAccess*/,
                                  AppObjectType type) const {
         return freeValueFileId(*this->odf(), channel, type, exhaustedText());
     }
 
-    // Paths of the value files the entries point to.
-    std::vector<mw::ByteBuffer> valueFileIds(const card::IChannel& channel) const {
-        std::vector<mw::ByteBuffer> ids;
-        for (const Value& object : this->values(channel)) {
-            if (const oss::Path* path = valuePath(object)) {
-                ids.emplace_back(path->path);
-            }
-        }
-        return ids;
-    }
-
 protected:
     using DirectoryFile<Value>::DirectoryFile;
 
     virtual const char* exhaustedText() const = 0;
-    // Where the object's value lies; null for kinds the system does not use.
-    virtual const oss::Path* valuePath(const Value& object) const = 0;
 };
 
 } // namespace fs

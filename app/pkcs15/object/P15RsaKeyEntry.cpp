@@ -2,6 +2,8 @@
 
 #include "app/ApplicationException.hpp"
 #include "app/TransformSecurityCondition.hpp"
+#include "app/pkcs15/P15Application.hpp"
+#include "app/pkcs15/detail/util.hpp"
 #include "app/pkcs15/fs/CDF.hpp"
 #include "app/pkcs15/fs/DODF.hpp"
 #include "app/pkcs15/fs/P15File.hpp"
@@ -10,6 +12,8 @@
 #include "app/pkcs15/fs/TokenInfo.hpp"
 #include "app/pkcs15/oss/Codec.hpp"
 #include "app/pkcs15/oss/OssHelper.hpp"
+#include "card/CardException.hpp"
+#include "card/service/IAsymmetricKeyManagementService.hpp"
 
 #include <algorithm>
 #include <boost/exception/get_error_info.hpp>
@@ -140,6 +144,45 @@ card::service::KeyRef cardKeyRef(std::uint8_t keyReference, std::uint16_t bits,
     ref.fileId = path;
     ref.flag = false;
     return ref;
+}
+
+namespace {
+
+// Deletes one key file of the application's, unless an entry still names it.
+void removeUnlessNamed(const card::IChannel& channel, const P15Application& application,
+                       const card::service::KeyRef& own, bool privateKey) {
+    if (application.keyFileNamed(channel, own, privateKey)) {
+        return;
+    }
+    const auto& keys = *application.getAsymmetricKeyManagementService();
+    try {
+        privateKey ? keys.removePrivateKey(channel, own) : keys.removePublicKey(channel, own);
+    } catch (const card::CardException& e) {
+        if (!util::isFileNotFound(e)) {
+            throw;
+        }
+    }
+}
+
+} // namespace
+
+void removeKeyFiles(const card::IChannel& channel, const P15Application& application,
+                    const card::service::KeyRef& key, bool privateKey) {
+    if (key.keyReference == 0) {
+        return;
+    }
+    card::service::KeyRef own = key;
+    if (application.keyFilesRefusal(own, privateKey)) {
+        return;
+    }
+    removeUnlessNamed(channel, application, own, privateKey);
+    if (privateKey) {
+        card::service::KeyRef publicHalf;
+        publicHalf.keyReference = key.keyReference;
+        if (!application.keyFilesRefusal(publicHalf, false)) {
+            removeUnlessNamed(channel, application, publicHalf, false);
+        }
+    }
 }
 
 } // namespace object

@@ -25,6 +25,8 @@ class IChannel;
 namespace app {
 namespace pkcs15 {
 
+class P15Application;
+
 namespace fs {
 class P15File;
 }
@@ -62,6 +64,14 @@ card::service::AccessConditions publicPartConditions(card::service::AccessCondit
 void checkRoom(const fs::P15File& file, const card::IChannel& channel,
                const mw::ByteBuffer& oldEncoding, const mw::ByteBuffer& newEncoding,
                const char* outOfMemoryText);
+
+// Deletes the key files of the listed key `key` (a private key when
+// `privateKey`, and then the public half of its pair too) once its entry is
+// gone: only files the application allocates for that reference and path,
+// and only those no remaining entry names; a file already gone is passed
+// over. Any other key stays on the card.
+void removeKeyFiles(const card::IChannel& channel, const P15Application& application,
+                    const card::service::KeyRef& key, bool privateKey);
 
 // The DER of an entry; `tooLongText` for one beyond 65535 bytes.
 template <class Entry> mw::ByteBuffer encodeKeyEntry(const Entry& entry, const char* tooLongText);

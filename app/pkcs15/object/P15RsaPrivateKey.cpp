@@ -3,9 +3,7 @@
 #include "app/ApplicationException.hpp"
 #include "app/pkcs15/P15Application.hpp"
 #include "app/pkcs15/detail/util.hpp"
-#include "app/pkcs15/fs/ODF.hpp"
 #include "app/pkcs15/fs/PrKDF.hpp"
-#include "app/pkcs15/fs/PuKDF.hpp"
 #include "app/pkcs15/object/P15RsaKeyEntry.hpp"
 #include "card/CardException.hpp"
 #include "card/crypto/spec/RsaPrivateCrtKeySpec.hpp"
@@ -13,7 +11,6 @@
 #include "card/service/IFileSystemService.hpp"
 #include "mw/Log.hpp"
 
-#include <algorithm>
 #include <boost/current_function.hpp>
 
 namespace app {
@@ -173,31 +170,17 @@ void P15RsaPrivateKey::removeKeyFromCard(const card::IChannel& channel,
     }
 }
 
-// The public part goes with the private key unless a PuKDF entry still
-// names it. The entry goes first: a card that fails or loses power in
-// between keeps an unlisted key file, never an entry that names a missing
-// key.
+// The entry goes first: a card that fails or loses power in between keeps
+// an unlisted key file, never an entry that names a missing key.
 void P15RsaPrivateKey::remove(const card::IChannel& channel,
                               const P15Application& application) const {
     mw::Log log(typeid(*this), BOOST_CURRENT_FUNCTION);
     if (encoding_.empty()) {
         APP_THROW(ApplicationException, "private key is not on the card");
     }
-    const boost::shared_ptr<const fs::PrKDF> file = lockFile(prkdf_);
     const P15Application::ChannelScope bound(application, channel);
-    bool publicPartListed = false;
-    if (p15KeyReference().keyReference != 0) {
-        const std::vector<card::service::KeyRef> publicKeys =
-            file->odf()->getPuKDF()->keyRefs(channel);
-        publicPartListed =
-            std::any_of(publicKeys.begin(), publicKeys.end(), [this](const auto& key) {
-                return key.keyReference == p15KeyReference().keyReference;
-            });
-    }
     removeEntry(channel, application);
-    if (p15KeyReference().keyReference != 0) {
-        removeKeyFromCard(channel, application, !publicPartListed);
-    }
+    removeKeyFiles(channel, application, p15KeyReference(), true);
 }
 
 void P15RsaPrivateKey::setGeneratedKeyReference(card::service::KeyRef keyRef) const {

@@ -2,10 +2,8 @@
 
 #include "app/ApplicationException.hpp"
 #include "app/pkcs15/P15Application.hpp"
-#include "app/pkcs15/detail/util.hpp"
 #include "app/pkcs15/fs/PuKDF.hpp"
 #include "app/pkcs15/object/P15RsaKeyEntry.hpp"
-#include "card/CardException.hpp"
 #include "card/service/IAsymmetricKeyManagementService.hpp"
 #include "mw/Log.hpp"
 
@@ -97,10 +95,8 @@ void P15RsaPublicKey::write(const card::IChannel& channel,
     clearTouched();
 }
 
-// The entry goes first, then the container: a card that fails or loses
-// power in between keeps an unlisted file, never an entry that names a
-// missing key. A container already gone (removed with its private key, or
-// never created) leaves only the entry to remove.
+// The entry goes first: a card that fails or loses power in between keeps
+// an unlisted key file, never an entry that names a missing key.
 void P15RsaPublicKey::remove(const card::IChannel& channel,
                              const P15Application& application) const {
     mw::Log log(typeid(*this), BOOST_CURRENT_FUNCTION);
@@ -109,16 +105,7 @@ void P15RsaPublicKey::remove(const card::IChannel& channel,
     }
     const P15Application::ChannelScope bound(application, channel);
     removeEntry(channel, application);
-    if (p15KeyReference().keyReference != 0) {
-        try {
-            application.getAsymmetricKeyManagementService()->removePublicKey(channel,
-                                                                             p15KeyReference());
-        } catch (const card::CardException& e) {
-            if (!util::isFileNotFound(e)) {
-                throw;
-            }
-        }
-    }
+    removeKeyFiles(channel, application, p15KeyReference(), false);
 }
 
 void P15RsaPublicKey::setGeneratedKeyReference(card::service::KeyRef keyRef) const {

@@ -38,15 +38,18 @@ boost::optional<oss::Integer> integer(const boost::optional<std::uint16_t>& numb
     return number ? boost::optional<oss::Integer>(*number) : boost::none;
 }
 
-// How many certificate and data object entries name the file at `path`
-// (certificates and data objects share one space of value files).
-std::size_t entriesNaming(const fs::ODF& odf, const card::IChannel& channel,
-                          const mw::ByteBuffer& path) {
-    std::vector<mw::ByteBuffer> paths = odf.getCDF()->valueFileIds(channel);
-    for (mw::ByteBuffer& id : odf.getDODF()->valueFileIds(channel)) {
-        paths.push_back(std::move(id));
+// A new value's file that another entry names: the file is that entry's.
+struct FileOfAnotherEntry {};
+
+// Whether an entry besides the new one names `path`, as the card's
+// directory files say now: another program may have listed the file since
+// they were read.
+bool namedByAnotherEntry(const card::IChannel& channel, const P15Application& application,
+                         const mw::ByteBuffer& path) {
+    for (const fs::P15File* file : application.directoryFiles()) {
+        file->clearContent();
     }
-    return static_cast<std::size_t>(std::count(paths.begin(), paths.end(), path));
+    return application.entriesNaming(channel, path) > 1;
 }
 
 void deleteIfPresent(const card::IChannel& channel, const P15Application& application,
@@ -127,6 +130,19 @@ template <class Generic, class File, class Entry>
 void P15ValueObject<Generic, File, Entry>::write(const card::IChannel& channel,
                                                  const P15Application& application) const {
     mw::Log log(typeid(*this), BOOST_CURRENT_FUNCTION);
+    for (;;) {
+        try {
+            writeOnce(channel, application);
+            return;
+        } catch (const FileOfAnotherEntry&) {
+            // The entry is back as it was; the file allocated next is another.
+        }
+    }
+}
+
+template <class Generic, class File, class Entry>
+void P15ValueObject<Generic, File, Entry>::writeOnce(const card::IChannel& channel,
+                                                     const P15Application& application) const {
     const app::object::StoredValue& value = this->valueHolder();
     const bool isNew = encoding_.empty();
     if (isNew && !value.isModified()) {
@@ -150,7 +166,7 @@ void P15ValueObject<Generic, File, Entry>::write(const card::IChannel& channel,
                       "the value's file has access rules this application cannot express; it "
                       "cannot be replaced");
         }
-        if (entriesNaming(*file->odf(), channel, location.path) > 1) {
+        if (application.entriesNaming(channel, location.path) > 1) {
             APP_THROW(OperationNotSupportedException,
                       "the value's file holds other objects too; it cannot be replaced");
         }
@@ -215,10 +231,13 @@ void P15ValueObject<Generic, File, Entry>::writeValueFile(const card::IChannel& 
     try {
         fileSystem.createFile(channel, params);
     } catch (const card::CardException& e) {
-        // A new value's file is one no entry names: a file already there was
-        // left unlisted by a write or removal cut short, and is replaced.
+        // A file already there that no other entry names was left unlisted
+        // by a write or removal cut short, and is replaced.
         if (replace || !util::isFileAlreadyThere(e)) {
             throw;
+        }
+        if (namedByAnotherEntry(channel, application, location.path)) {
+            throw FileOfAnotherEntry();
         }
         fileSystem.deleteFile(channel, location.path);
         fileSystem.createFile(channel, params);
@@ -253,7 +272,7 @@ void P15ValueObject<Generic, File, Entry>::remove(const card::IChannel& channel,
     encoding_.clear();
     entry_ = boost::none;
     this->valueHolder().forget();
-    if (!location_.path.empty() && entriesNaming(*file->odf(), channel, location_.path) == 0) {
+    if (!location_.path.empty() && application.entriesNaming(channel, location_.path) == 0) {
         deleteIfPresent(channel, application, location_.path);
     }
 }

@@ -56,7 +56,9 @@ public:
     void read(const card::IChannel& channel, const P15Application& application) override;
     // Stores what the host changed: the entry (when it changed), then the
     // value's file (when a value was set), created anew at the value's path.
-    // A failure with the value's file puts the entry back as it was.
+    // A failure with the value's file puts the entry back as it was. A new
+    // value whose file is found on the card and named by another entry that
+    // this application had not seen gets the next free file.
     void write(const card::IChannel& channel, const P15Application& application) const override;
     // Drops the entry, then deletes the value's file unless another entry
     // still names it.
@@ -95,6 +97,7 @@ private:
     // Whether the entry read has rules the application's conditions cannot
     // express: a file made anew from the rules it can would lose them.
     bool hasInexpressibleRules() const;
+    void writeOnce(const card::IChannel& channel, const P15Application& application) const;
     void writeValueFile(const card::IChannel& channel, const P15Application& application,
                         const ValueLocation& location, bool replace) const;
 

@@ -1,6 +1,8 @@
 // key import, export and delete, dump and wipe on a virtual card image, with
 // key files and checks from the openssl command line.
 #include "ToolProcess.hpp"
+#include "app/pkcs15/oss/Codec.hpp"
+#include "vcard/CardImage.hpp"
 
 #include <gtest/gtest.h>
 
@@ -136,6 +138,53 @@ TEST_F(KeyCommands, DeleteAndWipeRemoveKeysOnlyWhenAskedPlainly) {
     EXPECT_TRUE(objects["privateKeys"].empty());
     EXPECT_TRUE(objects["publicKeys"].empty());
     EXPECT_EQ(objects["pins"].size(), 3u) << "the PINs stay";
+}
+
+namespace oss = app::pkcs15::oss;
+
+// Lists a key that the card keeps under its own reference 01 and path, first
+// in the PrKDF (`keyObject` of a PrivateKeyType) or the PuKDF.
+template <class KeyType, class KeyObject>
+void listCardsOwnKey(vcard::CardState& state, std::uint8_t directory,
+                     KeyObject KeyType::*keyObject) {
+    KeyType key;
+    KeyObject& object = key.*keyObject;
+    object.commonObjectAttributes.label = "card key";
+    object.classAttributes.iD = {0x01};
+    object.classAttributes.usage = {{0x20, 0x00}, 10};
+    object.classAttributes.keyReference = 0x01;
+    object.typeAttributes.value.indirectValue.pathValue.path = {0x3F, 0x00, 0x50, 0x15, 0x4B, 0x01};
+    object.typeAttributes.modulusLength = 1024;
+    vcard::Bytes& content =
+        state.files.selectByPath({0x3F, 0x00, 0x50, 0x15, 0x44, directory}, true).content;
+    vcard::Bytes listed = oss::encode(key);
+    listed.insert(listed.end(), content.begin(), content.end() - listed.size());
+    content = listed;
+}
+
+// Deleting the card's own key removes its entries and says that the key
+// stays; the key under 81 beside it keeps its files (0E01, 0F01).
+TEST_F(KeyCommands, DeletingACardsOwnKeyLeavesTheKeyAndEveryOtherKeyOnTheCard) {
+    openssl("genpkey -algorithm RSA -pkeyopt rsa_keygen_bits:1024 -out rsa.pem");
+    openssl("pkey -in rsa.pem -pubout -out public.pem");
+    ASSERT_EQ(import(directory.file("rsa.pem"), {"--label", "mine"}).exitCode, 0);
+    vcard::CardState state = vcard::CardImage::load(image);
+    listCardsOwnKey(state, 0x00, &oss::PrivateKeyType::privateRSAKeyValue);
+    listCardsOwnKey(state, 0x01, &oss::PublicKeyType::publicRSAKeyValue);
+    vcard::CardImage::store(image, vcard::CardImage::serialise(state));
+
+    const ToolResult deleted =
+        tool({"key", "delete", "--label", "card key", "--pin-env", "USER_PIN"});
+    ASSERT_EQ(deleted.exitCode, 0) << deleted.err;
+    const std::string stays = "only the entry is removed: the key stays on the card";
+    EXPECT_NE(deleted.out.find(stays), deleted.out.rfind(stays)) << "both halves: " << deleted.out;
+    EXPECT_EQ(list()["privateKeys"].size(), 1u);
+    const ToolResult exported = tool({"key", "export", "--label", "mine"});
+    ASSERT_EQ(exported.exitCode, 0) << exported.err;
+    EXPECT_EQ(exported.out, readFile(directory.file("public.pem")));
+    const ToolResult mine =
+        tool({"--json", "key", "delete", "--label", "mine", "--pin-env", "USER_PIN"});
+    EXPECT_EQ(mine.out.find(stays), std::string::npos) << mine.out;
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #include "AppCard.hpp"
 
 #include "app/ApplicationException.hpp"
+#include "app/object/IDataObject.hpp"
 #include "app/pkcs15/detail/util.hpp"
 #include "app/pkcs15/fs/CDF.hpp"
 #include "app/pkcs15/fs/DODF.hpp"
@@ -11,6 +12,7 @@
 #include "mw/Hex.hpp"
 
 #include <boost/exception/get_error_info.hpp>
+#include <boost/make_shared.hpp>
 #include <gtest/gtest.h>
 
 using namespace apptest;
@@ -62,6 +64,41 @@ TEST_F(Allocation, ValueFilesOfCertificatesAndDataObjectsShareOneIdentifierSpace
     EXPECT_EQ(application_->getODF()->getCDF()->getFreeFileId(*card_.channel, *card_.files(),
                                                               fs::DataObjectFile),
               bytes({0xDF, 0x02, 0x0D, 0x83}));
+}
+
+// Paths from the MF, from the current DF or with index and length, in
+// entries of every kind (a raw external data object, an EC key): each file
+// named is in use.
+TEST_F(Allocation, AFileNamedInAnyFormByAnyEntryIsInUse) {
+    store(bytes({0x44, 0x04}),
+          certificateEntry("cert", bytes({0x3F, 0x00, 0x50, 0x15, 0xDF, 0x02, 0x0D, 0x81})));
+    store(dodfFile, mw::fromHex("A014 3000 3000 A10E 300C 0404DF020D82 020100 800110"));
+    store(prkdfFile, mw::fromHex("A018 3000 3006 040145 030100 A10C 300A 3008 04063FFFDF020D83"));
+    EXPECT_EQ(application_->getFreeFileId(fs::DataObjectFile), bytes({0xDF, 0x02, 0x0D, 0x84}));
+}
+
+// Another program lists a value file after this application read the
+// directories: the file met on the card is that program's and keeps its
+// value; the new data object goes to the next file.
+TEST_F(Allocation, AValueFileThatAnotherEntryNamesIsNotTakenOver) {
+    const mw::ByteBuffer theirs{0xDF, 0x02, 0x0D, 0x81};
+    ASSERT_EQ(application_->getFreeFileId(fs::DataObjectFile), theirs);
+    card_.service<card::service::IFileSystemService>("FileSystemService")
+        ->createFile(*card_.channel,
+                     card::service::DataObjectCreateParams(
+                         theirs, 2,
+                         {{card::service::AccessRead | card::service::AccessUpdate,
+                           boost::make_shared<card::service::AlwaysSecurityCondition>()}}));
+    card_.writeFile(theirs, bytes({0x7E, 0x57}));
+    card_.writeFile(bytes({0x44, 0x04}), certificateEntry("theirs", theirs));
+
+    const auto mine =
+        application_->createDataObject(app::object::IDataObject::OpaqueDataObject, {});
+    mine->setValue(bytes({0x01}));
+    application_->writeCardObject(*card_.channel, *mine);
+
+    EXPECT_EQ(card_.readFile(theirs), bytes({0x7E, 0x57}));
+    EXPECT_EQ(card_.readFile(bytes({0xDF, 0x02, 0x0D, 0x82})), bytes({0x01}));
 }
 
 TEST_F(Allocation, TheLastFileIdIsHandedOutThenExhaustionIsReportedInTheDirectorysOwnWords) {
@@ -164,6 +201,8 @@ TEST_F(Allocation, KeyPairsAvoidKeyFilesLeftOnTheCard) {
     card_.service<card::service::IFileSystemService>("FileSystemService")
         ->createFile(*card_.channel, card::service::PrivateKeyCreateParams(leftover, {}));
 
+    EXPECT_EQ(application_->getFreeKeyReference(fs::RsaPrivateKey1024).fileId, bytes({0x0E, 0x02}))
+        << "an import takes the next key id, as a key generation does";
     const auto pair = application_->getFreeKeyPairReference(*card_.channel, 1024);
     EXPECT_EQ(pair.first.keyReference, 0x82);
     EXPECT_EQ(pair.first.fileId, bytes({0x0E, 0x02}));

@@ -252,4 +252,41 @@ TEST(Wipe, NeverDeletesStructuralForeignOrUnknownObjects) {
     EXPECT_EQ(card.recorder->sent(0xE4).size(), 1u);
 }
 
+// Deleting one key through the repository never takes the files another
+// key uses: those of a key under the card's own reference (01 maps to no
+// file of the application), those a second entry of the same reference
+// still names; and a key whose files are already gone deletes whole.
+TEST(KeyRemoval, DeletesOnlyKeyFilesOfTheApplicationThatNoEntryStillNames) {
+    WipeCard card;
+    card.createKeyPair(0x81);
+    const mw::ByteBuffer own{0x3F, 0x00, 0x50, 0x15, 0x4B, 0x01};
+    card.writeFile(prkdfFile, concat({rsaPrivateKeyEntry(0x01, own),
+                                      rsaPrivateKeyEntry(0x81, bytes({0x0E, 0x01})),
+                                      rsaPrivateKeyEntry(0x81, bytes({0x3F, 0xFF, 0x0E, 0x01})),
+                                      rsaPrivateKeyEntry(0x82, bytes({0x0E, 0x02}))}));
+    card.writeFile(pukdfFile, concat({rsaPublicKeyEntry(0x01, own),
+                                      rsaPublicKeyEntry(0x82, bytes({0x0F, 0x02}))}));
+    const auto application = card.application();
+    const auto removeFirst = [&] {
+        const auto& keys = application->getPrivateKeys(*card.channel);
+        const bool withPublic = keys.front()->getKeyReference().keyReference != 0x81;
+        application->deleteCardObject(*card.channel, *keys.front());
+        if (withPublic) {
+            application->deleteCardObject(*card.channel,
+                                          *application->getPublicKeys(*card.channel).front());
+        }
+    };
+
+    removeFirst(); // the card's own key
+    removeFirst(); // one of two entries of 81
+    EXPECT_TRUE(card.exists(bytes({0x0E, 0x01})));
+    EXPECT_TRUE(card.exists(bytes({0x0F, 0x01})));
+    removeFirst(); // the last entry of 81
+    EXPECT_FALSE(card.exists(bytes({0x0E, 0x01})));
+    EXPECT_FALSE(card.exists(bytes({0x0F, 0x01})));
+    removeFirst(); // 82, whose files were never made
+    EXPECT_TRUE(card.empty(prkdfFile));
+    EXPECT_TRUE(card.empty(pukdfFile));
+}
+
 } // namespace

@@ -4,6 +4,7 @@
 
 #include "card/CardException.hpp"
 #include "card/crypto/spec/RsaPrivateCrtKeySpec.hpp"
+#include "mw/Exception.hpp"
 
 #include <boost/exception/get_error_info.hpp>
 #include <cryptopp/osrng.h>
@@ -73,6 +74,19 @@ TEST_P(KeyServicesTest, GeneratedKeyPairsSignDecipherAndAreRemoved) {
         expectKeyPairWorks(privateKey, generated);
         removeKeys(privateKey, publicKey);
     }
+}
+
+// A reference without its top bit (a card's own key) or a key named by a
+// longer path has no key file of the profile's: 01 must not reach 0E01.
+TEST_P(KeyServicesTest, KeysOutsideTheProfileReachNoKeyFile) {
+    const KeyRef privateKey = keyRef(0x01, 1024, 0x0E);
+    createKeyFiles(privateKey, keyRef(0x01, 1024, 0x0F));
+    KeyRef cardsOwn;
+    cardsOwn.keyReference = 0x01;
+    EXPECT_THROW(keys()->removePrivateKey(*channel_, cardsOwn), mw::IllegalArgumentException);
+    cardsOwn.fileId = mw::ByteBuffer{0x3F, 0x00, 0x50, 0x15, 0x4B, 0x01};
+    EXPECT_THROW(keys()->removePublicKey(*channel_, cardsOwn), mw::IllegalArgumentException);
+    removeKeys(privateKey, keyRef(0x01, 1024, 0x0F));
 }
 
 TEST_P(KeyServicesTest, ImportedCrtKeyMatchesItsSoftwareTwin) {
