@@ -109,6 +109,18 @@ protected:
     CK_OBJECT_HANDLE privateKey(CK_SESSION_HANDLE session) {
         return onlyOf(session, privateKeyClass);
     }
+    // The signature of `message` by `key`.
+    Bytes sign(CK_SESSION_HANDLE session, CK_MECHANISM_TYPE type, CK_OBJECT_HANDLE key,
+               Bytes message) {
+        CK_MECHANISM mechanism{type, nullptr, 0};
+        Bytes signature(256);
+        CK_ULONG length = signature.size();
+        EXPECT_EQ(f->C_SignInit(session, &mechanism, key), CKR_OK);
+        EXPECT_EQ(f->C_Sign(session, message.data(), message.size(), signature.data(), &length),
+                  CKR_OK);
+        signature.resize(length);
+        return signature;
+    }
     // The card's certificate, as the card maker left it beside the card.
     static Bytes certificateDer() {
         std::ifstream file(directory_ / "certificate.der", std::ios::binary);
@@ -423,16 +435,10 @@ TEST_F(ModuleTest, ThreadsSigningAtOnceGetCorrectSignatures) {
     ASSERT_EQ(login(first, CKU_USER, userPin), CKR_OK);
     const CK_OBJECT_HANDLE key = privateKey(first);
     auto signMany = [&](CK_SESSION_HANDLE session, unsigned char fill, int& good) {
-        CK_MECHANISM sha256{CKM_SHA256_RSA_PKCS, nullptr, 0};
         for (int round = 0; round < 20; ++round) {
-            Bytes message(100 + round, fill), signature(256);
-            CK_ULONG length = signature.size();
-            if (f->C_SignInit(session, &sha256, key) == CKR_OK &&
-                f->C_Sign(session, message.data(), message.size(), signature.data(), &length) ==
-                    CKR_OK &&
-                verifies<CryptoPP::SHA256>(message, signature)) {
-                ++good;
-            }
+            const Bytes message(100 + round, fill);
+            good += verifies<CryptoPP::SHA256>(message,
+                                               sign(session, CKM_SHA256_RSA_PKCS, key, message));
         }
     };
     int goodFirst = 0, goodSecond = 0;
@@ -473,15 +479,12 @@ TEST_F(ModuleTest, GeneratedKeyPairsSignAndStay) {
     CK_ATTRIBUTE query{CKA_ID, id, sizeof id};
     ASSERT_EQ(f->C_GetAttributeValue(session, privateHandle, &query, 1), CKR_OK);
     EXPECT_EQ(Bytes(id, id + 2), (Bytes{0x45, 0x02})) << "the first id after the card's key";
-    Bytes message{'h', 'i'}, signature(128);
-    CK_ULONG length = signature.size();
+    Bytes message{'h', 'i'}, signature = sign(session, CKM_SHA1_RSA_PKCS, privateHandle, message);
     CK_MECHANISM sha1{CKM_SHA1_RSA_PKCS, nullptr, 0};
-    ASSERT_EQ(f->C_SignInit(session, &sha1, privateHandle), CKR_OK);
-    ASSERT_EQ(f->C_Sign(session, message.data(), message.size(), signature.data(), &length),
-              CKR_OK);
     ASSERT_EQ(f->C_VerifyInit(session, &sha1, publicHandle), CKR_OK);
-    EXPECT_EQ(f->C_Verify(session, message.data(), message.size(), signature.data(), length),
-              CKR_OK);
+    EXPECT_EQ(
+        f->C_Verify(session, message.data(), message.size(), signature.data(), signature.size()),
+        CKR_OK);
 
     ASSERT_EQ(f->C_Finalize(nullptr), CKR_OK);
     ASSERT_EQ(f->C_Initialize(nullptr), CKR_OK);
@@ -585,20 +588,11 @@ TEST_F(ModuleTest, OddEntriesLeaveTheSoundKeyUsable) {
     p15test::addOddEntries(image_.string(), true);
     const CK_SESSION_HANDLE session = open();
     ASSERT_EQ(login(session, CKU_USER, userPin), CKR_OK);
-    const CK_OBJECT_HANDLE key = privateKey(session);
     CK_OBJECT_CLASS certificateClass = CKO_CERTIFICATE;
     EXPECT_TRUE(find(session, {{CKA_CLASS, &certificateClass, sizeof certificateClass}}).empty());
-
     const Bytes message{'o', 'd', 'd'};
-    Bytes signature(256);
-    CK_ULONG length = signature.size();
-    CK_MECHANISM sha256{CKM_SHA256_RSA_PKCS, nullptr, 0};
-    ASSERT_EQ(f->C_SignInit(session, &sha256, key), CKR_OK);
-    ASSERT_EQ(f->C_Sign(session, const_cast<unsigned char*>(message.data()), message.size(),
-                        signature.data(), &length),
-              CKR_OK);
-    signature.resize(length);
-    EXPECT_TRUE(verifies<CryptoPP::SHA256>(message, signature));
+    EXPECT_TRUE(verifies<CryptoPP::SHA256>(
+        message, sign(session, CKM_SHA256_RSA_PKCS, privateKey(session), message)));
 }
 
 } // namespace
