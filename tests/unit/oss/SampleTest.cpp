@@ -255,19 +255,18 @@ void expectOddComponentsKept(const std::string& sample, const std::vector<OddSeq
     OddSequence<Type>{#member, {__VA_ARGS__}, [](Type& entry) { return oddOf(entry.member); }}
 // clang-format on
 
-template <class T> OddSequence<T> atEndsOnly(OddSequence<T> row) {
-    row.between = false;
-    return row;
-}
-
 TEST(OddComponentTest, everyAttributeSequenceKeepsAVendorComponentInAnyPlace) {
     using Key = oss::PrivateKeyType;
     expectOddComponentsKept<Key>(
         "prkdf.hex",
         {ODD_ROW(Key, privateRSAKeyValue.commonObjectAttributes, 0),
          // The rule's condition, a CHOICE open to extensions, takes any tag.
-         atEndsOnly(ODD_ROW(
-             Key, privateRSAKeyValue.commonObjectAttributes.accessControlRules->at(0), 0, 3, 0)),
+         {"rule",
+          {0, 3, 0},
+          [](Key& key) {
+              return oddOf(key.privateRSAKeyValue.commonObjectAttributes.accessControlRules->at(0));
+          },
+          false},
          ODD_ROW(Key, privateRSAKeyValue.classAttributes, 1),
          ODD_ROW(Key, privateRSAKeyValue.subClassAttributes.value(), 2, 0),
          ODD_ROW(Key, privateRSAKeyValue.typeAttributes, 3, 0),
