@@ -58,17 +58,9 @@ TEST_F(Allocation, RangesDifferBetweenCardAndAppletMode) {
                      "File id range for requested object type not found");
 }
 
-TEST_F(Allocation, ValueFilesOfCertificatesAndDataObjectsShareOneIdentifierSpace) {
-    store(bytes({0x44, 0x04}), certificateEntry("cert", bytes({0xDF, 0x02, 0x0D, 0x81})));
-    store(dodfFile, dataObjectEntry("data", bytes({0xDF, 0x02, 0x0D, 0x82})));
-    EXPECT_EQ(application_->getODF()->getCDF()->getFreeFileId(*card_.channel, *card_.files(),
-                                                              fs::DataObjectFile),
-              bytes({0xDF, 0x02, 0x0D, 0x83}));
-}
-
-// Paths from the MF, from the current DF or with index and length, in
-// entries of every kind (a raw external data object, an EC key): each file
-// named is in use.
+// Certificates and data objects share one identifier space. Paths from the
+// MF, from the current DF or with index and length, in entries of every kind
+// (a raw external data object, an EC key): each file named is in use.
 TEST_F(Allocation, AFileNamedInAnyFormByAnyEntryIsInUse) {
     store(bytes({0x44, 0x04}),
           certificateEntry("cert", bytes({0x3F, 0x00, 0x50, 0x15, 0xDF, 0x02, 0x0D, 0x81})));
