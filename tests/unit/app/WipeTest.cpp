@@ -197,33 +197,6 @@ TEST_P(RefusedDelete, LeavesThatObjectListedAndRemovesTheRest) {
 
 INSTANTIATE_TEST_SUITE_P(EachOfFourObjects, RefusedDelete, ::testing::Values(1, 2, 3, 4));
 
-TEST(Wipe, InterruptedAtAnyCommandLeavesNoEntryWithoutItsObject) {
-    std::size_t commands;
-    {
-        WipeCard probe;
-        probe.listOneOfEach();
-        const auto application = probe.application(ordinary);
-        probe.virtualCard->instrumentation().resetCounters();
-        application->wipe(*probe.channel);
-        commands = probe.virtualCard->instrumentation().counters().commands;
-    }
-    std::size_t interruptedAfterAnEntryWent = 0;
-    for (std::uint64_t n = 1; n <= commands; ++n) {
-        WipeCard card;
-        const std::vector<Listing> listings = card.listOneOfEach();
-        const auto application = card.application(ordinary);
-        card.virtualCard->instrumentation().injectFault(n,
-                                                        vcard::Instrumentation::Fault::CardRemoved);
-        EXPECT_ANY_THROW(application->wipe(*card.channel));
-        for (const Listing& listing : listings) {
-            EXPECT_TRUE(!card.listed(listing) || card.exists(listing.object))
-                << "command " << n << ": " << mw::toHex(listing.object) << " listed but gone";
-            interruptedAfterAnEntryWent += card.listed(listing) ? 0 : 1;
-        }
-    }
-    EXPECT_GT(interruptedAfterAnEntryWent, 0u);
-}
-
 TEST(Wipe, NeverDeletesStructuralForeignOrUnknownObjects) {
     WipeCard card;
     const Listing tokenInfo{dodfFile, dataObjectEntry("tokeninfo", bytes({0x50, 0x32})),
