@@ -113,33 +113,6 @@ TEST_F(KeyCommands, ImportRefusesWhatTheCardCannotTakeAndWritesNothing) {
     EXPECT_TRUE(list()["privateKeys"].empty());
 }
 
-TEST_F(KeyCommands, DeleteAndWipeRemoveKeysOnlyWhenAskedPlainly) {
-    openssl("genpkey -algorithm RSA -pkeyopt rsa_keygen_bits:1024 -out rsa.pem");
-    ASSERT_EQ(import(directory.file("rsa.pem"), {"--label", "one", "--id", "01"}).exitCode, 0);
-    ASSERT_EQ(import(directory.file("rsa.pem"), {"--label", "two", "--id", "02"}).exitCode, 0);
-
-    EXPECT_EQ(tool({"key", "delete", "--pin-env", "USER_PIN"}).exitCode, 2) << "names none";
-    EXPECT_EQ(tool({"key", "delete", "--label", "three", "--pin-env", "USER_PIN"}).exitCode, 5);
-    const ToolResult deleted = tool({"key", "delete", "--id", "01", "--pin-env", "USER_PIN"});
-    ASSERT_EQ(deleted.exitCode, 0) << deleted.err;
-    nlohmann::json objects = list();
-    ASSERT_EQ(objects["privateKeys"].size(), 1u);
-    EXPECT_EQ(objects["privateKeys"][0]["label"], "two");
-    EXPECT_EQ(objects["publicKeys"].size(), 1u);
-
-    const ToolResult unconfirmed = tool({"wipe", "--pin-env", "USER_PIN"});
-    EXPECT_EQ(unconfirmed.exitCode, 2) << "no terminal to ask on";
-    EXPECT_NE(unconfirmed.err.find("--yes"), std::string::npos) << unconfirmed.err;
-    EXPECT_EQ(list()["privateKeys"].size(), 1u);
-    const ToolResult wiped = tool({"wipe", "--yes", "--pin-env", "USER_PIN"});
-    ASSERT_EQ(wiped.exitCode, 0) << wiped.err;
-    EXPECT_TRUE(wiped.err.empty()) << "no progress when stderr is not a terminal: " << wiped.err;
-    objects = list();
-    EXPECT_TRUE(objects["privateKeys"].empty());
-    EXPECT_TRUE(objects["publicKeys"].empty());
-    EXPECT_EQ(objects["pins"].size(), 3u) << "the PINs stay";
-}
-
 namespace oss = app::pkcs15::oss;
 
 // Lists a key that the card keeps under its own reference 01 and path, first
@@ -162,29 +135,50 @@ void listCardsOwnKey(vcard::CardState& state, std::uint8_t directory,
     content = listed;
 }
 
-// Deleting the card's own key removes its entries and says that the key
-// stays; the key under 81 beside it keeps its files (0E01, 0F01).
-TEST_F(KeyCommands, DeletingACardsOwnKeyLeavesTheKeyAndEveryOtherKeyOnTheCard) {
+// Delete and wipe take keys only when asked plainly. Deleting the card's own
+// key removes its entries and says that the key stays; the key under 81
+// beside it keeps its files (0E01, 0F01).
+TEST_F(KeyCommands, DeleteAndWipeTakeKeysOnlyWhenAskedPlainlyAndLeaveACardsOwnKey) {
     openssl("genpkey -algorithm RSA -pkeyopt rsa_keygen_bits:1024 -out rsa.pem");
     openssl("pkey -in rsa.pem -pubout -out public.pem");
-    ASSERT_EQ(import(directory.file("rsa.pem"), {"--label", "mine"}).exitCode, 0);
+    ASSERT_EQ(import(directory.file("rsa.pem"), {"--label", "one", "--id", "01"}).exitCode, 0);
+    ASSERT_EQ(import(directory.file("rsa.pem"), {"--label", "two", "--id", "02"}).exitCode, 0);
     vcard::CardState state = vcard::CardImage::load(image);
     listCardsOwnKey(state, 0x00, &oss::PrivateKeyType::privateRSAKeyValue);
     listCardsOwnKey(state, 0x01, &oss::PublicKeyType::publicRSAKeyValue);
     vcard::CardImage::store(image, vcard::CardImage::serialise(state));
 
-    const ToolResult deleted =
+    const ToolResult cardsOwn =
         tool({"key", "delete", "--label", "card key", "--pin-env", "USER_PIN"});
-    ASSERT_EQ(deleted.exitCode, 0) << deleted.err;
+    ASSERT_EQ(cardsOwn.exitCode, 0) << cardsOwn.err;
     const std::string stays = "only the entry is removed: the key stays on the card";
-    EXPECT_NE(deleted.out.find(stays), deleted.out.rfind(stays)) << "both halves: " << deleted.out;
-    EXPECT_EQ(list()["privateKeys"].size(), 1u);
-    const ToolResult exported = tool({"key", "export", "--label", "mine"});
+    EXPECT_NE(cardsOwn.out.find(stays), cardsOwn.out.rfind(stays))
+        << "both halves: " << cardsOwn.out;
+    const ToolResult exported = tool({"key", "export", "--label", "one"});
     ASSERT_EQ(exported.exitCode, 0) << exported.err;
     EXPECT_EQ(exported.out, readFile(directory.file("public.pem")));
-    const ToolResult mine =
-        tool({"--json", "key", "delete", "--label", "mine", "--pin-env", "USER_PIN"});
-    EXPECT_EQ(mine.out.find(stays), std::string::npos) << mine.out;
+
+    EXPECT_EQ(tool({"key", "delete", "--pin-env", "USER_PIN"}).exitCode, 2) << "names none";
+    EXPECT_EQ(tool({"key", "delete", "--label", "three", "--pin-env", "USER_PIN"}).exitCode, 5);
+    const ToolResult deleted = tool({"key", "delete", "--id", "01", "--pin-env", "USER_PIN"});
+    ASSERT_EQ(deleted.exitCode, 0) << deleted.err;
+    EXPECT_EQ(deleted.out.find(stays), std::string::npos) << deleted.out;
+    nlohmann::json objects = list();
+    ASSERT_EQ(objects["privateKeys"].size(), 1u);
+    EXPECT_EQ(objects["privateKeys"][0]["label"], "two");
+    EXPECT_EQ(objects["publicKeys"].size(), 1u);
+
+    const ToolResult unconfirmed = tool({"wipe", "--pin-env", "USER_PIN"});
+    EXPECT_EQ(unconfirmed.exitCode, 2) << "no terminal to ask on";
+    EXPECT_NE(unconfirmed.err.find("--yes"), std::string::npos) << unconfirmed.err;
+    EXPECT_EQ(list()["privateKeys"].size(), 1u);
+    const ToolResult wiped = tool({"wipe", "--yes", "--pin-env", "USER_PIN"});
+    ASSERT_EQ(wiped.exitCode, 0) << wiped.err;
+    EXPECT_TRUE(wiped.err.empty()) << "no progress when stderr is not a terminal: " << wiped.err;
+    objects = list();
+    EXPECT_TRUE(objects["privateKeys"].empty());
+    EXPECT_TRUE(objects["publicKeys"].empty());
+    EXPECT_EQ(objects["pins"].size(), 3u) << "the PINs stay";
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 // pin and list through the plugin on a virtual card image: tries spent and
 // restored, blocking and unblocking, changing, and the listing's JSON.
+#include "OddCard.hpp"
 #include "ToolProcess.hpp"
 #include "app/pkcs15/oss/Codec.hpp"
 #include "vcard/CardImage.hpp"
@@ -27,19 +28,6 @@ protected:
     }
 };
 
-TEST_F(PinCommands, AWrongPinCostsATryTheRightOneRestoresThem) {
-    EXPECT_EQ(userStatus()["triesLeft"], 3);
-    expectRefusal(verify("WRONG"), "wrong User PIN, 2 tries left");
-    EXPECT_EQ(userStatus()["triesLeft"], 2);
-
-    const ToolResult right = tool({"--json", "pin", "verify", "--pin-env", "USER_PIN"});
-    ASSERT_EQ(right.exitCode, 0) << right.err;
-    EXPECT_EQ(right.json()["label"], "User PIN") << "the user PIN is the default";
-    EXPECT_EQ(right.json()["state"], "verified");
-    EXPECT_EQ(userStatus()["triesLeft"], 3);
-    EXPECT_EQ(userStatus()["state"], "not verified") << "the card is reset when released";
-}
-
 // Traced, a wrong and a right verification show their operations, and
 // neither PIN in text or in hex.
 TEST_F(PinCommands, TheTraceHoldsNoPin) {
@@ -60,7 +48,19 @@ TEST_F(PinCommands, TheTraceHoldsNoPin) {
     }
 }
 
+// The right PIN restores the tries a wrong one cost; the last wrong one
+// blocks it, and the PUK frees it.
 TEST_F(PinCommands, APinBlocksAfterItsTriesAndThePukFreesIt) {
+    EXPECT_EQ(userStatus()["triesLeft"], 3);
+    expectRefusal(verify("WRONG"), "wrong User PIN, 2 tries left");
+    EXPECT_EQ(userStatus()["triesLeft"], 2);
+    const ToolResult right = tool({"--json", "pin", "verify", "--pin-env", "USER_PIN"});
+    ASSERT_EQ(right.exitCode, 0) << right.err;
+    EXPECT_EQ(right.json()["label"], "User PIN") << "the user PIN is the default";
+    EXPECT_EQ(right.json()["state"], "verified");
+    EXPECT_EQ(userStatus()["triesLeft"], 3);
+    EXPECT_EQ(userStatus()["state"], "not verified") << "the card is reset when released";
+
     expectRefusal(verify("WRONG"), "2 tries left");
     expectRefusal(verify("WRONG"), "1 try left");
     expectRefusal(verify("WRONG"), "now blocked: unblock it with its PUK");
@@ -182,6 +182,37 @@ TEST_F(PinCommands, ListShowsThePinsWithTheirRulesAndTheKeysBesideThem) {
     EXPECT_EQ(rules[0]["condition"], "(authId 02 (PUK) or authId 03 (SO PIN))");
     EXPECT_EQ(rules[1]["accessMode"], nlohmann::json({"read", "delete"}));
     EXPECT_EQ(rules[1]["condition"], "(authId 01 (User PIN) and unknown A503800107)");
+}
+
+// A card whose EF(PrKDF) holds entries as real cards write them: list shows
+// what it can, one note per entry it leaves out, and the sound key works.
+using OddEntries = InitialisedCard;
+
+TEST_F(OddEntries, ListShowsTheSoundKeyAndNamesEachEntryLeftOut) {
+    ASSERT_EQ(
+        tool({"keygen", "--bits", "1024", "--label", "Sound", "--pin-env", "USER_PIN"}).exitCode,
+        0);
+    const p15test::OddEntries odd = p15test::addOddEntries(image, false);
+
+    const ToolResult listed = tool({"--json", "list"});
+    ASSERT_EQ(listed.exitCode, 0) << listed.err;
+    const nlohmann::json objects = listed.json();
+    EXPECT_EQ(objects["pins"].size(), 3u);
+    ASSERT_EQ(objects["privateKeys"].size(), 1u);
+    EXPECT_EQ(objects["privateKeys"][0]["label"], "Sound");
+    const std::string undecodable = std::to_string(odd.undecodable);
+    EXPECT_EQ(objects["notes"],
+              nlohmann::json({"EF(PrKDF) entry at byte " + undecodable +
+                                  ": cannot be decoded: ASN.1: unexpected tag at byte " +
+                                  std::to_string(odd.undecodable + 2),
+                              "EF(PrKDF) entry at byte " + std::to_string(odd.ecKey) +
+                                  ": kept, not listed: EC private key"}));
+    EXPECT_NE(tool({"list"}).out.find("kept, not listed: EC private key"), std::string::npos);
+
+    const ToolResult signature = tool(
+        {"selfsign", "--subject", "CN=odd", "--out", file("cert.pem"), "--pin-env", "USER_PIN"});
+    ASSERT_EQ(signature.exitCode, 0) << signature.err;
+    EXPECT_NE(openssl("verify -CAfile cert.pem cert.pem").find("cert.pem: OK"), std::string::npos);
 }
 
 } // namespace
