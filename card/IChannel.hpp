@@ -5,6 +5,7 @@
 #include "mw/Visibility.hpp"
 
 #include <boost/shared_ptr.hpp>
+#include <stdexcept>
 
 namespace card {
 
@@ -27,6 +28,8 @@ public:
     // transport; after each, the card's selection and security state have
     // started over. A transport nobody else can reach never sees one.
     virtual unsigned long resetCount() const { return 0; }
+    /// Whether a transaction is held on this transport now.
+    virtual bool inTransaction() const { return false; }
 };
 
 // The channel to a card that every card operation is given.
@@ -37,20 +40,49 @@ public:
     virtual ICardTransport& transport(int index) const = 0;
 };
 
-// Holds a transaction on a channel's basic transport for one scope.
-class Transaction {
+/// Whether a command may reach the card only inside a transaction a host
+/// holds (P15_REQUIRE_TRANSACTION=1, the mode the hosts' tests run in).
+/// Otherwise a command sent outside one takes a transaction of its own.
+bool transactionRequired();
+
+/// A command sent, or a card-layer scope joined, outside any host
+/// transaction while transactionRequired(): a host operation lacks its scope.
+class MW_EXPORT_TYPE OutsideTransaction : public std::logic_error {
 public:
-    explicit Transaction(const IChannel& channel)
-        : transport_(channel.transport(0)) {
-        transport_.beginTransaction();
-    }
-    ~Transaction() { transport_.endTransaction(); }
+    using std::logic_error::logic_error;
+};
+
+/// The card held by one scope: what must not be split (MANAGE SECURITY
+/// ENVIRONMENT and its PSO, a SELECT and the READ BINARY after it, a VERIFY
+/// and what it allows) happens while one is held. Nesting is counted.
+class MW_EXPORT_TYPE Transaction {
+public:
+    /// A host operation's scope: holds the card until the scope ends.
+    explicit Transaction(const IChannel& channel);
+    /// The card layer's scope for one service call inside a host operation:
+    /// joins the transaction the host holds. Without one it holds the card
+    /// itself, or throws OutsideTransaction when transactionRequired().
+    static Transaction join(const IChannel& channel);
+    ~Transaction();
     Transaction(const Transaction&) = delete;
     Transaction& operator=(const Transaction&) = delete;
 
+    /// Leaves the card held past this scope, until the transport is
+    /// released (which logs out while it still holds the card).
+    void keepUntilRelease() { kept_ = true; }
+    /// The transport that carries the scope's commands.
+    ICardTransport& transport() const { return transport_; }
+
 private:
+    explicit Transaction(ICardTransport& transport);
+
     ICardTransport& transport_;
+    bool kept_ = false;
 };
+
+/// For transports: a command about to be sent with no transaction held
+/// throws OutsideTransaction when transactionRequired().
+void checkOutsideTransaction(const char* command);
 
 } // namespace card
 

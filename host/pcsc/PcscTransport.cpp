@@ -249,6 +249,9 @@ mw::ByteBuffer PcscTransport::getAtr() const {
 }
 
 boost::shared_ptr<mw::ByteBuffer> PcscTransport::transmit(const card::Apdu& command) const {
+    if (transactionDepth_ == 0) {
+        card::checkOutsideTransaction("a command APDU");
+    }
     const Held held(*this);
     auto response = boost::make_shared<mw::ByteBuffer>(MAX_BUFFER_SIZE_EXTENDED);
     DWORD responseLength = 0;

@@ -37,6 +37,7 @@ public:
     void beginTransaction() const override;
     void endTransaction() const override;
     unsigned long resetCount() const override { return resets_; }
+    bool inTransaction() const override { return transactionDepth_ > 0; }
 
     const std::string& reader() const { return reader_; }
     // SCARD_PROTOCOL_T0 or SCARD_PROTOCOL_T1.

@@ -49,6 +49,9 @@ mw::ByteBuffer VirtualCardTransport::getAtr() const {
 }
 
 boost::shared_ptr<mw::ByteBuffer> VirtualCardTransport::transmit(const card::Apdu& command) const {
+    if (transactionDepth_ == 0) {
+        card::checkOutsideTransaction("a command APDU");
+    }
     vcard::Bytes apdu(command.bytes().begin(), command.bytes().end());
     const WipedOnExit wipeCommand(apdu);
     vcard::Bytes response;

@@ -27,14 +27,20 @@ public:
     mw::ByteBuffer getAtr() const override;
     // A card that stopped answering is a card::CardException "card removed".
     boost::shared_ptr<mw::ByteBuffer> transmit(const card::Apdu& command) const override;
-    void beginTransaction() const override {}
-    void endTransaction() const override {}
+    void beginTransaction() const override { ++transactionDepth_; }
+    void endTransaction() const override {
+        if (transactionDepth_ > 0) {
+            --transactionDepth_;
+        }
+    }
+    bool inTransaction() const override { return transactionDepth_ > 0; }
 
     vcard::VirtualCard& virtualCard() const { return *card_; }
 
 private:
     std::shared_ptr<vcard::VirtualCard> card_;
     OnRelease onRelease_;
+    mutable int transactionDepth_ = 0;
 };
 
 } // namespace host
