@@ -53,9 +53,8 @@ AlgorithmList::AlgorithmList(boost::shared_ptr<const card::IChannel> channel)
 
 const std::vector<std::string>& AlgorithmList::get() const {
     if (!algorithms_) {
-        card::Transaction transaction(*channel_);
-        const Response answer =
-            IsoCommand(getDataName, 0xCA, 0x01, 0xA0).expecting(256).send(*channel_);
+        const auto held = card::Transaction::join(*channel_);
+        const Response answer = IsoCommand(getDataName, 0xCA, 0x01, 0xA0).expecting(256).send(held);
         if (answer.sw == 0x9000) {
             algorithms_ = parseAnswerOf(getDataName, [&] { return parseAlgorithms(answer.data); });
         } else if (answer.sw == referencedDataNotFound || answer.sw == insNotSupported) {

@@ -67,16 +67,16 @@ RsaPublicKeySpec AsymmetricKeyManagementService::generateKeyPair(const card::ICh
         MW_THROW(mw::IllegalArgumentException, "the card keeps a key pair under one key reference");
     }
     const unsigned short bits = privateKey.modulusBits;
-    card::Transaction transaction(channel);
-    selection_->enterApplication(channel);
-    const bool extended = selection_->extendedLength(channel);
+    const auto held = card::Transaction::join(channel);
+    selection_->enterApplication(held);
+    const bool extended = selection_->extendedLength(held.transport());
     return parsePublicKey(
         IsoCommand(generateName, generateIns, generateNew, privateKey.keyReference)
             .withData({0x80, 0x02, static_cast<unsigned char>(bits >> 8),
                        static_cast<unsigned char>(bits)})
             .extendedLength(extended)
             .expecting(longestAnswer(extended))
-            .execute(channel));
+            .execute(held));
 }
 
 void AsymmetricKeyManagementService::removePrivateKey(const card::IChannel& channel,
@@ -91,24 +91,24 @@ void AsymmetricKeyManagementService::removePublicKey(const card::IChannel& chann
 
 RsaPublicKeySpec AsymmetricKeyManagementService::readPublicKey(const card::IChannel& channel,
                                                                const KeyRef& key) const {
-    card::Transaction transaction(channel);
-    selection_->enterApplication(channel);
-    const bool extended = selection_->extendedLength(channel);
+    const auto held = card::Transaction::join(channel);
+    selection_->enterApplication(held);
+    const bool extended = selection_->extendedLength(held.transport());
     return parsePublicKey(IsoCommand(generateName, generateIns, readExisting, key.keyReference)
                               .extendedLength(extended)
                               .expecting(longestAnswer(extended))
-                              .execute(channel));
+                              .execute(held));
 }
 
 void AsymmetricKeyManagementService::importPrivateKey(const card::IChannel& channel,
                                                       const KeyRef& key,
                                                       const RsaPrivateCrtKeySpec& spec) const {
-    card::Transaction transaction(channel);
-    selection_->enterApplication(channel);
+    const auto held = card::Transaction::join(channel);
+    selection_->enterApplication(held);
     IsoCommand("Put Data", 0xDB, 0x00, key.keyReference)
         .withData(encodePrivateKey(spec))
-        .extendedLength(selection_->extendedLength(channel))
-        .execute(channel);
+        .extendedLength(selection_->extendedLength(held.transport()))
+        .execute(held);
 }
 
 } // namespace iso7816

@@ -33,8 +33,8 @@ CardSession::CardSession(boost::shared_ptr<const card::IChannel> channel)
 
 void CardSession::selectApplication(const card::IChannel& channel,
                                     const mw::ByteBuffer& aid) const {
-    card::Transaction transaction(channel);
-    selection_->selectApplication(channel, aid);
+    const auto held = card::Transaction::join(channel);
+    selection_->selectApplication(held, aid);
 }
 
 const std::vector<std::string>& CardSession::algorithms() const {

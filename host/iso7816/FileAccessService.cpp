@@ -91,20 +91,20 @@ mw::ByteBuffer unwrapDiscretionaryData(const mw::ByteBuffer& answer, std::size_t
 FileAccessService::FileAccessService(boost::shared_ptr<FileSelection> selection)
     : selection_(std::move(selection)) {}
 
-mw::ByteBuffer FileAccessService::readChunk(const card::IChannel& channel, std::size_t offset,
+mw::ByteBuffer FileAccessService::readChunk(const card::Transaction& held, std::size_t offset,
                                             std::size_t length) const {
     const std::size_t expected = needsOddIns(offset) ? wrappedSize(length) : length;
     mw::ByteBuffer answer = binaryCommand(readBinaryName, 0xB0, offset, mw::ByteBuffer(),
-                                          selection_->extendedLength(channel))
+                                          selection_->extendedLength(held.transport()))
                                 .expecting(expected)
-                                .executeExact(channel);
+                                .executeExact(held);
     return needsOddIns(offset) ? unwrapDiscretionaryData(answer, length) : answer;
 }
 
 mw::ByteBuffer FileAccessService::read(const card::IChannel& channel, std::size_t offset,
                                        std::size_t length) const {
-    card::Transaction transaction(channel);
-    selection_->followReset(channel);
+    const auto held = card::Transaction::join(channel);
+    selection_->followReset(held);
     if (length == 0) {
         const std::size_t fileSize = size(channel);
         length = offset < fileSize ? fileSize - offset : 0;
@@ -118,7 +118,7 @@ mw::ByteBuffer FileAccessService::read(const card::IChannel& channel, std::size_
             const std::size_t room =
                 maxReadLength(channel) - (needsOddIns(offset + done) ? discretionaryHeaderSize : 0);
             const std::size_t chunk = std::min(room, length - done);
-            content.append(readChunk(channel, offset + done, chunk));
+            content.append(readChunk(held, offset + done, chunk));
             done += chunk;
         }
         return content;
@@ -127,8 +127,8 @@ mw::ByteBuffer FileAccessService::read(const card::IChannel& channel, std::size_
 
 void FileAccessService::select(const card::IChannel& channel,
                                const mw::ByteBuffer& fileIdOrPath) const {
-    card::Transaction transaction(channel);
-    selection_->select(channel, fileIdOrPath);
+    const auto held = card::Transaction::join(channel);
+    selection_->select(held, fileIdOrPath);
 }
 
 void FileAccessService::update(const card::IChannel& channel, std::size_t offset,
@@ -137,17 +137,18 @@ void FileAccessService::update(const card::IChannel& channel, std::size_t offset
         return;
     }
     checkRange(offset, data.size());
-    card::Transaction transaction(channel);
-    selection_->followReset(channel);
+    const auto held = card::Transaction::join(channel);
+    selection_->followReset(held);
     selection_->onCurrentFile([&] {
-        binaryCommand("Update Binary", 0xD6, offset, data, selection_->extendedLength(channel))
-            .execute(channel);
+        binaryCommand("Update Binary", 0xD6, offset, data,
+                      selection_->extendedLength(held.transport()))
+            .execute(held);
     });
 }
 
 std::size_t FileAccessService::maxReadLength(const card::IChannel& channel) const {
-    return selection_->extendedLength(channel) ? maxFramedApdu - statusWordSize
-                                               : longestAnswer(false);
+    return selection_->extendedLength(channel.transport(0)) ? maxFramedApdu - statusWordSize
+                                                            : longestAnswer(false);
 }
 
 std::size_t FileAccessService::size(const card::IChannel&) const {

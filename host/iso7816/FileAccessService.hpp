@@ -30,7 +30,7 @@ public:
     std::size_t maxReadLength(const card::IChannel& channel) const override;
 
 private:
-    mw::ByteBuffer readChunk(const card::IChannel& channel, std::size_t offset,
+    mw::ByteBuffer readChunk(const card::Transaction& held, std::size_t offset,
                              std::size_t length) const;
 
     boost::shared_ptr<FileSelection> selection_;

@@ -69,13 +69,13 @@ mw::ByteBuffer lastFileId(const mw::ByteBuffer& absolutePath) {
     return absolutePath.get(absolutePath.size() - 2, 2);
 }
 
-void FileSelection::selectApplication(const card::IChannel& channel, const mw::ByteBuffer& aid) {
+void FileSelection::selectApplication(const card::Transaction& held, const mw::ByteBuffer& aid) {
     currentDf_.reset();
     currentFile_.reset();
     const mw::ByteBuffer answer = IsoCommand(selectName, selectIns, byDfName, answerFcp)
                                       .withData(aid)
                                       .expecting(fullAnswer)
-                                      .execute(channel);
+                                      .execute(held);
     Fcp fcp = parseAnswerOf(selectName, [&] { return Fcp::parse(answer); });
     if (!fcp.isDf() || fcp.fileId.empty()) {
         CARD_THROW(card::InvalidDataException()
@@ -86,10 +86,10 @@ void FileSelection::selectApplication(const card::IChannel& channel, const mw::B
     currentDf_ = fcp.fileId;
     currentPath_ = fcp.fileId;
     currentFile_ = std::move(fcp);
-    resetsSeen_ = channel.transport(0).resetCount();
+    resetsSeen_ = held.transport().resetCount();
 }
 
-mw::ByteBuffer FileSelection::sendSelectCommand(const card::IChannel& channel,
+mw::ByteBuffer FileSelection::sendSelectCommand(const card::Transaction& held,
                                                 const mw::ByteBuffer& absolutePath, bool wantFcp) {
     // Forget first: after a failure the card's selection is not known.
     currentDf_.reset();
@@ -103,59 +103,59 @@ mw::ByteBuffer FileSelection::sendSelectCommand(const card::IChannel& channel,
     }
     mw::ByteBuffer answer;
     try {
-        answer = select.execute(channel);
+        answer = select.execute(held);
     } catch (card::CardException& e) {
         e << filePath(absolutePath);
         throw;
     }
-    resetsSeen_ = channel.transport(0).resetCount();
+    resetsSeen_ = held.transport().resetCount();
     return answer;
 }
 
-const Fcp& FileSelection::select(const card::IChannel& channel, const mw::ByteBuffer& path) {
+const Fcp& FileSelection::select(const card::Transaction& held, const mw::ByteBuffer& path) {
     const mw::ByteBuffer absolute = absolutePath(path);
-    followReset(channel);
+    followReset(held);
     if (currentFile_ && currentPath_ == absolute) {
         return *currentFile_; // the card has it selected already
     }
-    return selectAbsolute(channel, absolute);
+    return selectAbsolute(held, absolute);
 }
 
-const Fcp& FileSelection::selectAbsolute(const card::IChannel& channel,
+const Fcp& FileSelection::selectAbsolute(const card::Transaction& held,
                                          const mw::ByteBuffer& absolutePath) {
-    Fcp fcp = parseFcpOf(absolutePath, sendSelectCommand(channel, absolutePath, true));
+    Fcp fcp = parseFcpOf(absolutePath, sendSelectCommand(held, absolutePath, true));
     currentDf_ = fcp.isDf() ? absolutePath : parentPath(absolutePath);
     currentPath_ = absolutePath;
     currentFile_ = std::move(fcp);
     return *currentFile_;
 }
 
-void FileSelection::selectDf(const card::IChannel& channel, const mw::ByteBuffer& absolutePath) {
-    followReset(channel);
+void FileSelection::selectDf(const card::Transaction& held, const mw::ByteBuffer& absolutePath) {
+    followReset(held);
     if (currentDf_ && *currentDf_ == absolutePath) {
         return; // commands on the current DF need no new selection
     }
-    sendSelectCommand(channel, absolutePath, false);
+    sendSelectCommand(held, absolutePath, false);
     currentDf_ = absolutePath;
 }
 
-void FileSelection::enterApplication(const card::IChannel& channel) {
-    followReset(channel);
+void FileSelection::enterApplication(const card::Transaction& held) {
+    followReset(held);
     if (!applicationDf_ || (currentDf_ && startsWith(*currentDf_, *applicationDf_))) {
         return;
     }
-    selectDf(channel, *applicationDf_);
+    selectDf(held, *applicationDf_);
 }
 
-void FileSelection::followReset(const card::IChannel& channel) {
-    const unsigned long resets = channel.transport(0).resetCount();
+void FileSelection::followReset(const card::Transaction& held) {
+    const unsigned long resets = held.transport().resetCount();
     if (resets == resetsSeen_) {
         return;
     }
     resetsSeen_ = resets;
     currentDf_.reset(); // the card is in the MF
     if (currentFile_) {
-        selectAbsolute(channel, mw::ByteBuffer(currentPath_));
+        selectAbsolute(held, mw::ByteBuffer(currentPath_));
     }
 }
 
@@ -197,9 +197,9 @@ void FileSelection::deleted(const mw::ByteBuffer& parentDf) {
     currentDf_ = parentDf;
 }
 
-bool FileSelection::extendedLength(const card::IChannel& channel) {
+bool FileSelection::extendedLength(const card::ICardTransport& transport) {
     if (!extendedLength_) {
-        extendedLength_ = CardCapabilities::fromAtr(channel.transport(0).getAtr()).extendedLength;
+        extendedLength_ = CardCapabilities::fromAtr(transport.getAtr()).extendedLength;
     }
     return *extendedLength_;
 }

@@ -8,8 +8,9 @@
 #include <optional>
 
 namespace card {
-class IChannel;
-}
+class ICardTransport;
+class Transaction;
+} // namespace card
 
 namespace host {
 namespace iso7816 {
@@ -26,19 +27,19 @@ namespace iso7816 {
 class FileSelection {
 public:
     // SELECT by DF name; records the application DF and its FCP.
-    void selectApplication(const card::IChannel& channel, const mw::ByteBuffer& aid);
+    void selectApplication(const card::Transaction& held, const mw::ByteBuffer& aid);
     // SELECT by path with the FCP in the answer; the FCP is remembered. The
     // file selected already is not selected again.
-    const Fcp& select(const card::IChannel& channel, const mw::ByteBuffer& path);
+    const Fcp& select(const card::Transaction& held, const mw::ByteBuffer& path);
     // SELECT of a DF by absolute path, without an answer, unless it is the
     // current DF already.
-    void selectDf(const card::IChannel& channel, const mw::ByteBuffer& absolutePath);
+    void selectDf(const card::Transaction& held, const mw::ByteBuffer& absolutePath);
     // Makes the application DF current unless the current DF lies in it
     // already (the card looks key files up from the current DF upwards).
-    void enterApplication(const card::IChannel& channel);
+    void enterApplication(const card::Transaction& held);
     // After another application reset the card, selects again the file
     // selected before, so that the next command acts on the same file.
-    void followReset(const card::IChannel& channel);
+    void followReset(const card::Transaction& held);
 
     mw::ByteBuffer absolutePath(const mw::ByteBuffer& path) const;
     const mw::ByteBuffer& applicationDf() const;
@@ -63,12 +64,12 @@ public:
 
     // Whether the card takes extended Lc and Le fields, as its ATR says;
     // learned once, without a command.
-    bool extendedLength(const card::IChannel& channel);
+    bool extendedLength(const card::ICardTransport& transport);
 
 private:
-    mw::ByteBuffer sendSelectCommand(const card::IChannel& channel,
+    mw::ByteBuffer sendSelectCommand(const card::Transaction& held,
                                      const mw::ByteBuffer& absolutePath, bool wantFcp);
-    const Fcp& selectAbsolute(const card::IChannel& channel, const mw::ByteBuffer& absolutePath);
+    const Fcp& selectAbsolute(const card::Transaction& held, const mw::ByteBuffer& absolutePath);
 
     std::optional<mw::ByteBuffer> applicationDf_;
     std::optional<mw::ByteBuffer> currentDf_;

@@ -45,7 +45,7 @@ FileSystemService::FileSystemService(boost::shared_ptr<FileSelection> selection)
 
 void FileSystemService::createFile(const card::IChannel& channel,
                                    const IFileCreationParams& params) const {
-    card::Transaction transaction(channel);
+    const auto held = card::Transaction::join(channel);
     if (const auto* data = dynamic_cast<const DataObjectCreateParams*>(&params)) {
         if (data->size() > Fcp::maxEfSize) {
             MW_THROW(mw::IllegalArgumentException, "file size beyond FFFF bytes");
@@ -55,13 +55,13 @@ void FileSystemService::createFile(const card::IChannel& channel,
         fcp.descriptor = Fcp::TransparentEf;
         fcp.size = data->size();
         fcp.fileId = lastFileId(path);
-        create(channel, parentPath(path), std::move(fcp), params.accessConditions());
+        create(held, parentPath(path), std::move(fcp), params.accessConditions());
     } else if (const auto* key = dynamic_cast<const PrivateKeyCreateParams*>(&params)) {
-        create(channel, selection_->applicationDf(),
+        create(held, selection_->applicationDf(),
                keyFileFcp(key->keyRef(), Fcp::RsaPrivateKeyFile, privateKeyFilePrefix),
                params.accessConditions());
     } else if (const auto* key = dynamic_cast<const PublicKeyCreateParams*>(&params)) {
-        create(channel, selection_->applicationDf(),
+        create(held, selection_->applicationDf(),
                keyFileFcp(key->keyRef(), Fcp::RsaPublicKeyFile, publicKeyFilePrefix),
                params.accessConditions());
     } else {
@@ -69,12 +69,12 @@ void FileSystemService::createFile(const card::IChannel& channel,
     }
 }
 
-void FileSystemService::create(const card::IChannel& channel, const mw::ByteBuffer& parentDf,
+void FileSystemService::create(const card::Transaction& held, const mw::ByteBuffer& parentDf,
                                Fcp fcp, const AccessConditions& conditions) const {
-    selection_->selectDf(channel, parentDf);
+    selection_->selectDf(held, parentDf);
     IsoCommand("Create File", 0xE0, 0x00, 0x00)
         .withData(fcp.encode(encodeSecurityAttributes(conditions)))
-        .execute(channel);
+        .execute(held);
     selection_->created(parentDf, std::move(fcp));
 }
 
@@ -84,10 +84,10 @@ void FileSystemService::deleteFile(const card::IChannel& channel,
     if (absolute.empty()) {
         MW_THROW(mw::IllegalArgumentException, "the MF cannot be deleted");
     }
-    card::Transaction transaction(channel);
+    const auto held = card::Transaction::join(channel);
     const mw::ByteBuffer parent = parentPath(absolute);
-    selection_->selectDf(channel, parent);
-    IsoCommand("Delete File", 0xE4, 0x00, 0x00).withData(lastFileId(absolute)).execute(channel);
+    selection_->selectDf(held, parent);
+    IsoCommand("Delete File", 0xE4, 0x00, 0x00).withData(lastFileId(absolute)).execute(held);
     selection_->deleted(parent);
 }
 

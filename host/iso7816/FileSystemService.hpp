@@ -21,7 +21,7 @@ public:
     void deleteFile(const card::IChannel& channel, const mw::ByteBuffer& path) const override;
 
 private:
-    void create(const card::IChannel& channel, const mw::ByteBuffer& parentDf, Fcp fcp,
+    void create(const card::Transaction& held, const mw::ByteBuffer& parentDf, Fcp fcp,
                 const card::service::AccessConditions& conditions) const;
 
     boost::shared_ptr<FileSelection> selection_;

@@ -30,10 +30,10 @@ std::size_t lengthOf(unsigned short sw) {
     return (sw & 0xFF) == 0 ? 256 : (sw & 0xFF);
 }
 
-Response transmit(const card::IChannel& channel, const mw::ByteBuffer& bytes, const char* name) {
+Response transmit(const card::Transaction& held, const mw::ByteBuffer& bytes, const char* name) {
     boost::shared_ptr<mw::ByteBuffer> answer;
     try {
-        answer = channel.transport(0).transmit(card::Apdu(bytes));
+        answer = held.transport().transmit(card::Apdu(bytes));
     } catch (card::CardException& e) {
         nameCommand(e, name); // transports do not know which command they carried
         throw;
@@ -56,11 +56,11 @@ Response transmit(const card::IChannel& channel, const mw::ByteBuffer& bytes, co
 // repeated: a VERIFY would present its PIN twice, and the last part of a
 // chain would be taken as a new command on its own.
 template <class Build>
-Response transmitWithLeRetry(const card::IChannel& channel, const Build& build, std::size_t ne,
+Response transmitWithLeRetry(const card::Transaction& held, const Build& build, std::size_t ne,
                              const char* name) {
-    Response response = transmit(channel, build(ne), name);
+    Response response = transmit(held, build(ne), name);
     if (ne != 0 && sw1(response.sw) == 0x6C) {
-        response = transmit(channel, build(lengthOf(response.sw)), name);
+        response = transmit(held, build(lengthOf(response.sw)), name);
     }
     return response;
 }
@@ -70,14 +70,14 @@ mw::ByteBuffer getResponseApdu(std::size_t ne) {
 }
 
 // Fetches the rest of a long answer while the card signals 61xx.
-void collectRemainder(const card::IChannel& channel, Response& response) {
+void collectRemainder(const card::Transaction& held, Response& response) {
     for (int round = 0; sw1(response.sw) == 0x61; ++round) {
         if (round == maxGetResponses) {
             CARD_THROW(card::InvalidDataException() << card::Command(getResponseName)
                                                     << card::ErrorText("card answer does not end"));
         }
         Response next =
-            transmitWithLeRetry(channel, getResponseApdu, lengthOf(response.sw), getResponseName);
+            transmitWithLeRetry(held, getResponseApdu, lengthOf(response.sw), getResponseName);
         if (next.sw != 0x9000 && sw1(next.sw) != 0x61) {
             throwStatus(getResponseName, next.sw);
         }
@@ -148,43 +148,43 @@ mw::ByteBuffer IsoCommand::apdu(unsigned char cla, std::size_t offset, std::size
     return bytes;
 }
 
-void IsoCommand::sendChainedParts(const card::IChannel& channel) const {
+void IsoCommand::sendChainedParts(const card::Transaction& held) const {
     for (std::size_t offset = 0; data_.size() - offset > maxData(); offset += maxData()) {
-        Response part = transmit(channel, apdu(claChained, offset, maxData(), 0), name_);
+        Response part = transmit(held, apdu(claChained, offset, maxData(), 0), name_);
         if (part.sw != 0x9000) {
             throwStatus(name_, part.sw);
         }
     }
 }
 
-Response IsoCommand::sendFinalPart(const card::IChannel& channel) const {
+Response IsoCommand::sendFinalPart(const card::Transaction& held) const {
     const std::size_t remainder = data_.size() % maxData();
     const std::size_t length = remainder == 0 ? std::min(data_.size(), maxData()) : remainder;
     const std::size_t offset = data_.size() - length;
     const auto build = [&](std::size_t ne) { return apdu(claLast, offset, length, ne); };
     if (offset != 0) { // the tail of a chain
-        return transmit(channel, build(ne_), name_);
+        return transmit(held, build(ne_), name_);
     }
-    return transmitWithLeRetry(channel, build, ne_, name_);
+    return transmitWithLeRetry(held, build, ne_, name_);
 }
 
-Response IsoCommand::send(const card::IChannel& channel) const {
-    sendChainedParts(channel);
-    Response response = sendFinalPart(channel);
-    collectRemainder(channel, response);
+Response IsoCommand::send(const card::Transaction& held) const {
+    sendChainedParts(held);
+    Response response = sendFinalPart(held);
+    collectRemainder(held, response);
     return response;
 }
 
-mw::ByteBuffer IsoCommand::execute(const card::IChannel& channel) const {
-    Response response = send(channel);
+mw::ByteBuffer IsoCommand::execute(const card::Transaction& held) const {
+    Response response = send(held);
     if (response.sw != 0x9000) {
         throwStatus(name_, response.sw);
     }
     return std::move(response.data);
 }
 
-mw::ByteBuffer IsoCommand::executeExact(const card::IChannel& channel) const {
-    mw::ByteBuffer data = execute(channel);
+mw::ByteBuffer IsoCommand::executeExact(const card::Transaction& held) const {
+    mw::ByteBuffer data = execute(held);
     if (data.size() != ne_) {
         CARD_THROW(card::InvalidDataException()
                    << card::Command(name_)

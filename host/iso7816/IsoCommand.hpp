@@ -7,7 +7,7 @@
 #include <cstddef>
 
 namespace card {
-class IChannel;
+class Transaction;
 }
 
 namespace host {
@@ -39,13 +39,15 @@ public:
     // unless told).
     IsoCommand& extendedLength(bool allowed);
 
-    // Sends the command; the status word is the caller's to judge.
-    Response send(const card::IChannel& channel) const;
+    // Sends the command over the transport of `held`: no command reaches the
+    // card without a transaction, which the services join from the host's
+    // operation. The status word is the caller's to judge.
+    Response send(const card::Transaction& held) const;
     // Sends the command; any status word but 9000 is a card::CardException.
-    mw::ByteBuffer execute(const card::IChannel& channel) const;
+    mw::ByteBuffer execute(const card::Transaction& held) const;
     // As execute, and an answer of another length than expected is a
     // card::InvalidDataException.
-    mw::ByteBuffer executeExact(const card::IChannel& channel) const;
+    mw::ByteBuffer executeExact(const card::Transaction& held) const;
 
     const char* name() const { return name_; }
 
@@ -53,8 +55,8 @@ private:
     mw::ByteBuffer apdu(unsigned char cla, std::size_t offset, std::size_t length,
                         std::size_t ne) const;
     std::size_t maxData() const;
-    void sendChainedParts(const card::IChannel& channel) const;
-    Response sendFinalPart(const card::IChannel& channel) const;
+    void sendChainedParts(const card::Transaction& held) const;
+    Response sendFinalPart(const card::Transaction& held) const;
 
     const char* name_;
     unsigned char ins_;

@@ -33,19 +33,19 @@ mw::ByteBuffer joined(const mw::ByteBuffer& first, const mw::ByteBuffer& second)
 PinManagementService::PinManagementService(boost::shared_ptr<FileSelection> selection)
     : selection_(std::move(selection)) {}
 
-void PinManagementService::enterPinDf(const card::IChannel& channel,
+void PinManagementService::enterPinDf(const card::Transaction& held,
                                       const PinReference& pin) const {
     if (!pin.path.empty()) {
-        selection_->selectDf(channel, selection_->absolutePath(pin.path));
+        selection_->selectDf(held, selection_->absolutePath(pin.path));
     }
 }
 
 mw::ByteBuffer PinManagementService::run(const card::IChannel& channel, const PinReference& pin,
                                          const char* name, unsigned char ins, unsigned char p1,
                                          mw::ByteBuffer data) const {
-    card::Transaction transaction(channel);
-    enterPinDf(channel, pin);
-    return IsoCommand(name, ins, p1, pin.reference).withData(std::move(data)).execute(channel);
+    const auto held = card::Transaction::join(channel);
+    enterPinDf(held, pin);
+    return IsoCommand(name, ins, p1, pin.reference).withData(std::move(data)).execute(held);
 }
 
 void PinManagementService::authenticate(const card::IChannel& channel, const PinReference& pin,
@@ -77,11 +77,10 @@ void PinManagementService::deauthenticate(const card::IChannel& channel,
 
 PinInfo PinManagementService::getPinInfo(const card::IChannel& channel,
                                          const PinReference& pin) const {
-    card::Transaction transaction(channel);
-    enterPinDf(channel, pin);
+    const auto held = card::Transaction::join(channel);
+    enterPinDf(held, pin);
     // VERIFY without data asks for the state and costs no try.
-    const unsigned short sw =
-        IsoCommand(verifyName, verifyIns, 0x00, pin.reference).send(channel).sw;
+    const unsigned short sw = IsoCommand(verifyName, verifyIns, 0x00, pin.reference).send(held).sw;
     PinInfo info;
     if (sw == 0x9000) {
         info.state = PinInfo::Verified;

@@ -30,7 +30,7 @@ public:
                           const mw::ByteBuffer& newValue) const override;
 
 private:
-    void enterPinDf(const card::IChannel& channel, const card::service::PinReference& pin) const;
+    void enterPinDf(const card::Transaction& held, const card::service::PinReference& pin) const;
     // Sends one PIN command inside a transaction, in the PIN's DF if it names one.
     mw::ByteBuffer run(const card::IChannel& channel, const card::service::PinReference& pin,
                        const char* name, unsigned char ins, unsigned char p1,

@@ -29,13 +29,13 @@ void RsaCardOperation::init(const card::IChannel& channel, const card::service::
     if (mode != Sign && mode != Decipher) {
         MW_THROW(mw::IllegalArgumentException, "mode is neither sign nor decipher");
     }
-    card::Transaction transaction(channel);
-    selection_->enterApplication(channel);
+    const auto held = card::Transaction::join(channel);
+    selection_->enterApplication(held);
     IsoCommand("Manage Security Environment", 0x22, 0x41,
                mode == Sign ? signatureTemplate : decipherTemplate)
         .withData({keyReferenceTag, 0x01, key.keyReference, algorithmTag, 0x01,
                    mode == Sign ? algorithm_.reference : rsaEncryption().reference})
-        .execute(channel);
+        .execute(held);
 }
 
 const std::string& RsaCardOperation::getAlgorithm() const {
@@ -43,23 +43,23 @@ const std::string& RsaCardOperation::getAlgorithm() const {
 }
 
 mw::ByteBuffer RsaCardOperation::sign(const card::IChannel& channel, const mw::ByteBuffer& data) {
-    card::Transaction transaction(channel);
+    const auto held = card::Transaction::join(channel);
     return IsoCommand("Compute Digital Signature", 0x2A, 0x9E, 0x9A)
         .withData(data)
         .expecting(fullAnswer)
-        .execute(channel);
+        .execute(held);
 }
 
 mw::ByteBuffer RsaCardOperation::decipher(const card::IChannel& channel,
                                           const mw::ByteBuffer& data) {
     mw::ByteBuffer cryptogram{paddingIndicator};
     cryptogram.append(data);
-    card::Transaction transaction(channel);
+    const auto held = card::Transaction::join(channel);
     return IsoCommand("Decipher", 0x2A, 0x80, 0x86)
         .withData(std::move(cryptogram))
-        .extendedLength(selection_->extendedLength(channel))
+        .extendedLength(selection_->extendedLength(held.transport()))
         .expecting(fullAnswer)
-        .execute(channel);
+        .execute(held);
 }
 
 } // namespace iso7816
