@@ -31,7 +31,7 @@ Transaction::Transaction(const IChannel& channel)
 Transaction Transaction::join(const IChannel& channel) {
     ICardTransport& transport = channel.transport(0);
     if (!transport.inTransaction()) {
-        checkOutsideTransaction("a card-layer operation");
+        checkOutsideTransaction("a card command");
     }
     return Transaction(transport);
 }

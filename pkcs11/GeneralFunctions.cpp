@@ -103,7 +103,7 @@ CK_RV p15_GetTokenInfo(CK_SLOT_ID id, CK_TOKEN_INFO_PTR info) {
         if (!info) {
             return CKR_ARGUMENTS_BAD;
         }
-        module.token(id).describe(*info, module.sessionCounts(id));
+        module.onToken(id, [&](Token& token) { token.describe(*info, module.sessionCounts(id)); });
         return CKR_OK;
     });
 }

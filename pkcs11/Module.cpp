@@ -145,7 +145,9 @@ Token& Module::token(CK_SLOT_ID id) {
         cardGone(id);
         throw Failure(CKR_DEVICE_REMOVED, "the card left its slot");
     }
-    return place.token(*loader_);
+    Token& found = place.token(*loader_);
+    found.followReset();
+    return found;
 }
 
 CK_SESSION_HANDLE Module::openSession(CK_SLOT_ID id, CK_FLAGS flags) {

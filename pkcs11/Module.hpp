@@ -48,9 +48,14 @@ public:
     SessionCounts sessionCounts(CK_SLOT_ID id) const;
     CK_STATE state(const Session& session);
 
-    // Runs `work` on the token of a session's slot. A card found gone
-    // closes the slot's sessions and drops its token.
-    template <class Work> auto onToken(const Session& session, Work&& work);
+    // Runs `work` on the token of slot `id` as one card operation: inside one
+    // card transaction, after following a reset of the card by another
+    // program. A card found gone closes the slot's sessions and drops its
+    // token.
+    template <class Work> auto onToken(CK_SLOT_ID id, Work&& work);
+    template <class Work> auto onToken(const Session& session, Work&& work) {
+        return onToken(session.slot, std::forward<Work>(work));
+    }
 
     // The first slot whose card came or went since the last report.
     std::optional<CK_SLOT_ID> takeEvent();
@@ -67,10 +72,12 @@ private:
     CK_SESSION_HANDLE nextSession_ = 1;
 };
 
-template <class Work> auto Module::onToken(const Session& session, Work&& work) {
-    const CK_SLOT_ID id = session.slot;
+template <class Work> auto Module::onToken(CK_SLOT_ID id, Work&& work) {
     try {
-        return work(token(id));
+        Token& found = token(id);
+        const card::Transaction held(found.channel());
+        found.followReset(); // a reset noticed as the card was taken
+        return work(found);
     } catch (const std::exception& error) {
         if (isCardGone(error)) {
             cardGone(id);

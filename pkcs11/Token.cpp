@@ -21,6 +21,8 @@ Token::Token(const host::PluginLoader& loader, std::unique_ptr<card::ICardTransp
     // High enough that a zero or a small stray number names no object.
     , nextHandle_(0x1001) {
     card_ = boost::make_shared<host::iso7816::Card>(channel_);
+    const card::Transaction held(*channel_);
+    resetsSeen_ = channel_->transport(0).resetCount();
     for (const auto& application : loader.getApplications(card_, *channel_)) {
         if (auto* repository =
                 dynamic_cast<app::object::ICardObjectRepository*>(application.get())) {

@@ -74,6 +74,9 @@ public:
     void initPin(const mw::ByteBuffer& newPin);
     // Forgets the login without telling the card (it was reset or removed).
     void forgetLogin();
+    // Another program's reset of the card ended the login on the card: the
+    // token forgets it too, so that its sessions are public again.
+    void followReset();
 
     // Objects (TokenObjects.cpp). Private objects are visible only while
     // the user is logged in.
@@ -140,6 +143,8 @@ private:
     // The unblocking PIN the SO logged in with, kept for C_InitPIN until
     // logout; wiped when released.
     mw::ByteBuffer soSecret_;
+    // The transport's reset count when the login state was last known.
+    unsigned long resetsSeen_ = 0;
 
     std::optional<std::vector<std::unique_ptr<Object>>> objects_;
     CK_OBJECT_HANDLE nextHandle_;

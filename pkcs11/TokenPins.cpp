@@ -150,6 +150,14 @@ void Token::forgetLogin() {
     soSecret_ = mw::ByteBuffer();
 }
 
+void Token::followReset() {
+    const unsigned long resets = channel().transport(0).resetCount();
+    if (resets != resetsSeen_) {
+        resetsSeen_ = resets;
+        forgetLogin();
+    }
+}
+
 void Token::setPin(const mw::ByteBuffer& oldPin, const mw::ByteBuffer& newPin) {
     const bool so = loggedIn_ == CKU_SO;
     const IPin& target = so ? unblockingPin() : userPin();

@@ -10,16 +10,17 @@ RefusedSecret refusedPin(const app::object::IPin& pin) {
     return {pinName(pin), "unblock it with its PUK: p15tool pin unblock"};
 }
 
-mw::ByteBuffer readPinOf(const app::object::IPin& pin, PinSource source, bool isNew) {
+mw::ByteBuffer readPinOf(const Session& session, const app::object::IPin& pin, PinSource source,
+                         bool isNew) {
     source.name = pinName(pin);
-    return readPin(source, isNew);
+    return session.whileCardFree([&] { return readPin(source, isNew); });
 }
 
 mw::ByteBuffer verifyUserPin(const Session& session, const PinSource& source) {
     const PinList pins = pinsOf(session.repository(), session.channel());
     const app::object::IPin& pin = choosePin(pins, PinChoice{});
-    const mw::ByteBuffer value = readPinOf(pin, source, false);
-    onCard(refusedPin(pin), [&] { pin.authenticate(session.channel(), value); });
+    const mw::ByteBuffer value = readPinOf(session, pin, source, false);
+    presentPin(session, refusedPin(pin), [&] { pin.authenticate(session.channel(), value); });
     return pin.getAuthId();
 }
 

@@ -72,8 +72,9 @@ void status(const GlobalOptions& global, const PinChoice& choice) {
 void verify(const GlobalOptions& global, const PinOptions& options) {
     const Session session(global);
     const ChosenPin chosen(session, options.choice);
-    const mw::ByteBuffer value = readPinOf(chosen.pin, options.pin, false);
-    onCard(refusedPin(chosen.pin), [&] { chosen.pin.authenticate(session.channel(), value); });
+    const mw::ByteBuffer value = readPinOf(session, chosen.pin, options.pin, false);
+    presentPin(session, refusedPin(chosen.pin),
+               [&] { chosen.pin.authenticate(session.channel(), value); });
     printPin(global, session, chosen);
 }
 
@@ -87,11 +88,11 @@ void logout(const GlobalOptions& global, const PinOptions& options) {
 void change(const GlobalOptions& global, const PinOptions& options) {
     const Session session(global);
     const ChosenPin chosen(session, options.choice);
-    const mw::ByteBuffer current = readPinOf(chosen.pin, options.pin, false);
-    const mw::ByteBuffer replacement = readPinOf(chosen.pin, options.newPin, true);
+    const mw::ByteBuffer current = readPinOf(session, chosen.pin, options.pin, false);
+    const mw::ByteBuffer replacement = readPinOf(session, chosen.pin, options.newPin, true);
     checkNewPinLength(chosen.pin, replacement);
-    onCard(refusedPin(chosen.pin),
-           [&] { chosen.pin.change(session.channel(), current, replacement); });
+    presentPin(session, refusedPin(chosen.pin),
+               [&] { chosen.pin.change(session.channel(), current, replacement); });
     printPin(global, session, chosen);
 }
 
@@ -103,9 +104,9 @@ void unblock(const GlobalOptions& global, const PinOptions& options) {
     if (unblocking) {
         source.name = pinName(*unblocking);
     }
-    const mw::ByteBuffer value = readPin(source, false);
-    onCard({source.name, "the " + pinName(chosen.pin) + " can no longer be unblocked"},
-           [&] { chosen.pin.unblock(session.channel(), value); });
+    const mw::ByteBuffer value = session.whileCardFree([&] { return readPin(source, false); });
+    presentPin(session, {source.name, "the " + pinName(chosen.pin) + " can no longer be unblocked"},
+               [&] { chosen.pin.unblock(session.channel(), value); });
     printPin(global, session, chosen);
 }
 

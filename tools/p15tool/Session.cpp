@@ -80,11 +80,22 @@ Session::Session(const GlobalOptions& options)
     }
     loader_ = std::make_unique<host::PluginLoader>(pluginPath(), configuration_);
     connect(options);
+    hold();
     auto card = boost::make_shared<host::iso7816::Card>(channel_);
     applications_ = loader_->getApplications(card, *channel_);
 }
 
-Session::~Session() = default;
+Session::~Session() {
+    // The transport's release ends the transaction, resetting the card while
+    // it still holds it.
+    if (held_) {
+        held_->keepUntilRelease();
+    }
+}
+
+void Session::hold() const {
+    held_.emplace(*channel_);
+}
 
 void Session::connect(const GlobalOptions& options) {
     std::unique_ptr<card::ICardTransport> transport;

@@ -1,6 +1,7 @@
 #ifndef TOOLS_P15TOOL_SESSION_HPP
 #define TOOLS_P15TOOL_SESSION_HPP
 
+#include "card/IChannel.hpp"
 #include "host/loader/ConfigurationSource.hpp"
 #include "mw/ByteBuffer.hpp"
 
@@ -41,6 +42,13 @@ struct CardLocation {
 // One card and the plugin's PKCS#15 application on it, reached the way any
 // host reaches them: the plugin loaded with dlopen and QueryPlugin, the card
 // through the host's card layer over the in-process virtual card or PC/SC.
+//
+// A command is one operation on the card: the session holds the card in a
+// transaction from its opening to its release, so that no other program
+// comes between two of its commands. It lets the card go only while it waits
+// for someone to type a PIN, and never once a PIN was presented: from then
+// on the card stays held until the release resets it, so that nobody else
+// finds the PIN verified.
 class Session {
 public:
     // Opens the card the options name. The default card image is created and
@@ -60,14 +68,37 @@ public:
     // The application's objects (PINs, keys, ...), as the plugin offers them.
     app::object::ICardObjectRepository& repository() const;
 
+    /// Runs `ask` (which may wait for the user) with the card free for other
+    /// programs, unless a PIN was presented already.
+    template <class Ask> auto whileCardFree(const Ask& ask) const {
+        const bool letGo = !pinPresented_;
+        if (letGo) {
+            held_.reset();
+        }
+        auto answer = ask();
+        if (letGo) {
+            hold();
+        }
+        return answer;
+    }
+    /// Runs `present` (a card command that presents a PIN): the card stays
+    /// held from here until its release.
+    template <class Present> void presentingPin(const Present& present) const {
+        pinPresented_ = true;
+        present();
+    }
+
 private:
     void connect(const GlobalOptions& options);
+    void hold() const;
 
     host::ConfigurationSource configuration_;
     std::unique_ptr<host::PluginLoader> loader_;
     CardLocation location_;
     boost::shared_ptr<host::Channel> channel_;
     std::vector<boost::shared_ptr<app::IApplication>> applications_;
+    mutable std::optional<card::Transaction> held_;
+    mutable bool pinPresented_ = false;
 };
 
 // The reader for --reader: the one named, or with an empty name the only

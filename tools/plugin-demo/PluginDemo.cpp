@@ -68,6 +68,9 @@ void showApplication(const host::PluginLoader& loader, const char* readerName) {
     std::printf("card: %s, ATR %s\n", card.description.c_str(),
                 mw::toHex(card.channel->transport(0).getAtr()).c_str());
 
+    // Finding the applications is one card operation: no other program's
+    // commands come between its SELECTs and READ BINARYs.
+    const card::Transaction held(*card.channel);
     const auto applications = loader.getApplications(cardObject, *card.channel);
     for (const auto& application : applications) {
         std::printf("application: \"%s\", AID %s, selected\n", application->getLabel().c_str(),

@@ -126,6 +126,7 @@ int main(int argc, char** argv) {
         vcard::VirtualCard(vcard::personalise()).save(argv[1]);
         auto channel = boost::make_shared<host::Channel>(
             std::make_unique<host::VirtualCardTransport>(vcard::VirtualCard::open(argv[1])));
+        const card::Transaction held(*channel);
         const host::ConfigurationSource configuration;
         const host::PluginLoader loader(P15APP_PATH, configuration);
         const auto application =
