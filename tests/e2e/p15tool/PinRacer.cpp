@@ -65,10 +65,8 @@ public:
     // Takes the card; a reset by another program since the last time only reconnects.
     void take() {
         LONG rv = SCardBeginTransaction(card_);
-        if (rv == SCARD_W_RESET_CARD) {
-            check(SCardReconnect(card_, SCARD_SHARE_SHARED, anyProtocol, SCARD_LEAVE_CARD,
-                                 &protocol_),
-                  "SCardReconnect");
+        for (int resets = 0; rv == SCARD_W_RESET_CARD && resets < 100; ++resets) {
+            reconnect();
             rv = SCardBeginTransaction(card_);
         }
         check(rv, "SCardBeginTransaction");
@@ -84,13 +82,27 @@ private:
     SCARDHANDLE card_ = 0;
     DWORD protocol_ = 0;
 
-    // Whether the card answers 9000.
+    void reconnect() {
+        check(SCardReconnect(card_, SCARD_SHARE_SHARED, anyProtocol, SCARD_LEAVE_CARD, &protocol_),
+              "SCardReconnect");
+    }
+    // Whether the card answers 9000. Another program's reset leaves the card's protocol to be
+    // chosen again: a reconnection does that.
     bool send(std::array<BYTE, 4> command) {
         BYTE answer[258];
         DWORD length = sizeof answer;
-        const SCARD_IO_REQUEST* pci = protocol_ == SCARD_PROTOCOL_T0 ? SCARD_PCI_T0 : SCARD_PCI_T1;
-        check(SCardTransmit(card_, pci, command.data(), command.size(), nullptr, answer, &length),
-              "SCardTransmit");
+        auto transmit = [&] {
+            length = sizeof answer;
+            return SCardTransmit(card_,
+                                 protocol_ == SCARD_PROTOCOL_T0 ? SCARD_PCI_T0 : SCARD_PCI_T1,
+                                 command.data(), command.size(), nullptr, answer, &length);
+        };
+        LONG rv = transmit();
+        if (rv == SCARD_E_PROTO_MISMATCH || rv == SCARD_W_RESET_CARD) {
+            reconnect();
+            rv = transmit();
+        }
+        check(rv, "SCardTransmit");
         return length == 2 && answer[0] == 0x90 && answer[1] == 0x00;
     }
 };

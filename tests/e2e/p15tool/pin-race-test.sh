@@ -13,15 +13,16 @@ label="race key $$"
 
 "$tool" readers >/dev/null
 [ $? -ne 3 ] || { echo "pcscd is not running: skipped"; rm -rf "$work"; exit 77; }
+# Preparing the card is no operation under test: it need not hold the card for each command.
+prepare() { env -u P15_REQUIRE_TRANSACTION P15_TRANSACTION_TIMEOUT=10 "$tool" --reader Virtual "$@"; }
 cleanup() {
     touch "$work/stop"
     [ -z "${racing:-}" ] || wait "$racing"
-    P15_TRANSACTION_TIMEOUT=10 "$tool" --reader Virtual key delete --label "$label" \
-        --pin-env P15_TEST_PIN >/dev/null 2>&1
+    prepare key delete --label "$label" --pin-env P15_TEST_PIN >/dev/null 2>&1
     rm -rf "$work"
 }
 trap cleanup EXIT
-"$tool" --reader Virtual keygen --bits 1024 --label "$label" --pin-env P15_TEST_PIN >/dev/null ||
+prepare keygen --bits 1024 --label "$label" --pin-env P15_TEST_PIN >/dev/null ||
     { echo "keygen failed"; exit 1; }
 echo "message" >"$work/message"
 

@@ -45,6 +45,7 @@ if [ "$mode" = reset ]; then
     exec "$signer" reset "shared A $$" "\"$tool\" $card list >/dev/null"
 fi
 # Both processes at once, each with its own key; every failure is printed by the client.
+status=0
 for operation in sign decrypt; do
     start=$(date +%s)
     "$signer" $operation "shared A $$" "$count" & first=$!
@@ -52,6 +53,7 @@ for operation in sign decrypt; do
     wait $first; a=$?
     wait $second; b=$?
     echo "$operation: $count each in $(($(date +%s) - start)) s"
-    [ $a -eq 0 ] && [ $b -eq 0 ] || fail "$operation: a client failed (status $a, $b)"
+    [ $a -eq 0 ] && [ $b -eq 0 ] || { echo "$operation: a client failed (status $a, $b)"; status=1; }
 done
-echo "two programs on one card signed and deciphered, each with its own key only"
+[ $status -eq 0 ] && echo "two programs on one card signed and deciphered, each with its own key only"
+exit $status
