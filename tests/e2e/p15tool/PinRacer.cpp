@@ -124,7 +124,7 @@ int race(Card& card, const char* busy, const char* stop) {
             }
         }
         card.leave();
-        std::this_thread::sleep_for(2ms);
+        std::this_thread::sleep_for(1ms);
     }
     std::cout << "held the verified card " << held << " times, found it verified without its "
               << "program " << failures << " times\n";
