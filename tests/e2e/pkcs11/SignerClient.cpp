@@ -53,15 +53,15 @@ public:
             reinterpret_cast<CK_C_GetFunctionList>(::dlsym(library, "C_GetFunctionList"));
         check(getList ? getList(&f) : CKR_GENERAL_ERROR, "C_GetFunctionList");
         check(f->C_Initialize(nullptr), "C_Initialize");
-        CK_SLOT_ID slot = 0;
-        CK_ULONG count = 1;
-        check(f->C_GetSlotList(CK_TRUE, &slot, &count), "C_GetSlotList");
+        CK_SLOT_ID slots[16];
+        CK_ULONG count = 16;
+        check(f->C_GetSlotList(CK_TRUE, slots, &count), "C_GetSlotList");
         if (count == 0) {
             throw std::runtime_error("no slot holds a token");
         }
-        check(
-            f->C_OpenSession(slot, CKF_SERIAL_SESSION | CKF_RW_SESSION, nullptr, nullptr, &session),
-            "C_OpenSession");
+        check(f->C_OpenSession(slots[0], CKF_SERIAL_SESSION | CKF_RW_SESSION, nullptr, nullptr,
+                               &session),
+              "C_OpenSession");
         check(login(), "C_Login");
         privateKey = find(CKO_PRIVATE_KEY, label);
         publicKey = find(CKO_PUBLIC_KEY, label);
