@@ -31,6 +31,13 @@ CK_RV begin(Session& session, Token& token, Kind kind, CK_MECHANISM_PTR mechanis
     return CKR_OK;
 }
 
+// The private key of an operation begun while the user was logged in: out of
+// view since, the login ended (a logout, or another program's reset).
+Object& operationKey(Token& token, const Operation& operation) {
+    return token.object(operation.key(),
+                        token.loggedIn() ? CKR_KEY_HANDLE_INVALID : CKR_USER_NOT_LOGGED_IN);
+}
+
 // Runs a step of the session's operation of `kind`; the operation ends
 // with it unless the step asks to keep it, also when the step throws.
 template <class Step> CK_RV step(Session& session, Kind kind, Step&& run) {
@@ -143,7 +150,7 @@ namespace {
 Outcome signature(Operation& operation, Token& token, CK_BYTE_PTR out, CK_ULONG_PTR outLength) {
     const auto sign = [&] {
         const mw::ByteBuffer made =
-            token.sign(token.object(operation.key()), operation.signingInput());
+            token.sign(operationKey(token, operation), operation.signingInput());
         return Bytes(made.begin(), made.end());
     };
     return deliver(operation, out, outLength, sign, operation.blockSize());
@@ -191,7 +198,7 @@ CK_RV p15_Decrypt(CK_SESSION_HANDLE handle, CK_BYTE_PTR data, CK_ULONG length, C
                     throw Failure(CKR_ENCRYPTED_DATA_LEN_RANGE);
                 }
                 const mw::ByteBuffer plain =
-                    token.decipher(token.object(operation.key()), bufferOf(data, length));
+                    token.decipher(operationKey(token, operation), bufferOf(data, length));
                 return Bytes(plain.begin(), plain.end());
             });
         });
