@@ -21,6 +21,9 @@ constexpr DWORD anyProtocol = SCARD_PROTOCOL_T0 | SCARD_PROTOCOL_T1;
 // which polls its readers.
 constexpr std::chrono::seconds removalNotice(2);
 constexpr long defaultLimit = 10;
+// How long resetCount() waits for pcscd's answer: longer, and another
+// application holds the card.
+constexpr std::chrono::milliseconds probeLimit(100);
 constexpr long longestLimit = 24 * 3600;
 
 // The reader could not talk to the card: removed, or merely mute.
@@ -211,17 +214,32 @@ void PcscTransport::checkCommand(const char* call, LONG rv) const {
 }
 
 unsigned long PcscTransport::resetCount() const {
-    if (transactionDepth_ == 0 && card_ != 0 && !resetCounted_) {
-        DWORD readerLength = 0;
-        DWORD state = 0;
-        DWORD protocol = 0;
-        DWORD atrLength = 0;
-        // Any other failure shows at the next command.
-        if (SCardStatus(card_, nullptr, &readerLength, &state, &protocol, nullptr, &atrLength) ==
-            SCARD_W_RESET_CARD) {
-            ++resets_;
-            resetCounted_ = true;
-        }
+    if (transactionDepth_ > 0 || card_ == 0 || resetCounted_ || *probeStuck_) {
+        return resets_;
+    }
+    // pcsc-lite's SCardStatus waits for another application's transaction
+    // to end: past a short wait, that application holds the card, and the
+    // stuck call ends with it (or with the handle). No new question till then.
+    *probeStuck_ = true;
+    const SCARDHANDLE card = card_;
+    const std::optional<LONG> rv = caller_.call<LONG>(
+        probeLimit,
+        [card] {
+            DWORD readerLength = 0;
+            DWORD state = 0;
+            DWORD protocol = 0;
+            DWORD atrLength = 0;
+            return SCardStatus(card, nullptr, &readerLength, &state, &protocol, nullptr,
+                               &atrLength);
+        },
+        [stuck = probeStuck_](LONG) { *stuck = false; });
+    if (rv) {
+        *probeStuck_ = false;
+    }
+    // Any other failure shows at the next command.
+    if (rv == SCARD_W_RESET_CARD) {
+        ++resets_;
+        resetCounted_ = true;
     }
     return resets_;
 }

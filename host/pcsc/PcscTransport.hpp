@@ -6,6 +6,7 @@
 #include "host/pcsc/BoundedCaller.hpp"
 #include "host/pcsc/PcscContext.hpp"
 
+#include <atomic>
 #include <chrono>
 #include <memory>
 #include <string>
@@ -50,7 +51,8 @@ public:
     void beginTransaction() const override;
     void endTransaction() const override;
     /// Resets counted up to now: outside a transaction it asks pcscd
-    /// (SCardStatus, no card command) whether the card was reset since.
+    /// (SCardStatus, no card command, at most 0.1 s) whether the card was
+    /// reset since.
     unsigned long resetCount() const override;
     bool inTransaction() const override { return transactionDepth_ > 0; }
 
@@ -89,6 +91,8 @@ private:
     mutable unsigned long resets_ = 0;
     // resetCount() counted a reset the connection has not reconnected after.
     mutable bool resetCounted_ = false;
+    // resetCount()'s last question to pcscd has not come back yet.
+    std::shared_ptr<std::atomic<bool>> probeStuck_ = std::make_shared<std::atomic<bool>>(false);
     mutable BoundedCaller caller_;
     OnRelease onRelease_;
 };

@@ -19,14 +19,15 @@
 namespace {
 
 // What the scripted calls answer: the next code scripted for a call (success when none), the
-// next answer scripted for SCardTransmit (90 00 when none); a stalled SCardBeginTransaction
-// waits, as pcsc-lite does for another application's transaction, until its handle goes.
+// next answer scripted for SCardTransmit (90 00 when none); a stalled SCardBeginTransaction or
+// SCardStatus waits, as pcsc-lite does for another application's transaction, until its handle
+// goes.
 std::mutex mutex;
 std::condition_variable unstalled;
 std::map<std::string, std::deque<LONG>> codes;
 std::deque<std::vector<BYTE>> answers;
 std::vector<std::string> calls;
-std::vector<pid_t> beginThreads;
+std::vector<pid_t> beginThreads, statusThreads;
 bool stalled = false;
 
 LONG next(const char* call) {
@@ -70,19 +71,22 @@ LONG SCardDisconnect(SCARDHANDLE, DWORD) {
     unstalled.notify_all();
     return SCARD_S_SUCCESS;
 }
-LONG SCardBeginTransaction(SCARDHANDLE) {
+LONG stall(std::vector<pid_t>& threads, const char* call) {
     std::unique_lock<std::mutex> lock(mutex);
-    beginThreads.push_back(gettid());
+    threads.push_back(gettid());
     unstalled.wait(lock, [] { return !stalled; });
     lock.unlock();
-    return next("SCardBeginTransaction");
+    return next(call);
+}
+LONG SCardBeginTransaction(SCARDHANDLE) {
+    return stall(beginThreads, "SCardBeginTransaction");
 }
 LONG SCardEndTransaction(SCARDHANDLE, DWORD) {
     return next("SCardEndTransaction");
 }
 LONG SCardStatus(SCARDHANDLE, LPSTR, LPDWORD, LPDWORD, LPDWORD, LPBYTE, LPDWORD atrLength) {
     *atrLength = 0;
-    return next("SCardStatus");
+    return stall(statusThreads, "SCardStatus");
 }
 LONG SCardGetStatusChange(SCARDCONTEXT, DWORD wait, SCARD_READERSTATE* states, DWORD) {
     states->dwEventState = SCARD_STATE_PRESENT; // the card stays: no removal to wait for
@@ -185,18 +189,22 @@ TEST_F(ScriptedPcscTest, OneHelperThreadServesTheWaitsAndAStuckOneIsReplaced) {
     SetUp();
     unsetenv("P15_TRANSACTION_TIMEOUT");
     beginThreads.clear();
+    statusThreads.clear();
     transport_->transmit(command);
     transport_->transmit(command);
     stalled = true;
+    EXPECT_EQ(transport_->resetCount(), 0u); // after a short wait for pcscd's answer
+    EXPECT_EQ(transport_->resetCount(), 0u); // not asked again while that call is stuck
     EXPECT_EQ(errorOf([&] { transport_->transmit(command); }, SCARD_E_TIMEOUT),
               "card in use by another application: no transaction after 1 s");
     transport_->transmit(command);
     transport_->transmit(command);
     ASSERT_EQ(beginThreads.size(), 5u);
+    EXPECT_EQ(statusThreads, std::vector<pid_t>{beginThreads[0]});
     EXPECT_NE(beginThreads[0], gettid());
     EXPECT_EQ(beginThreads[1], beginThreads[0]);
-    EXPECT_EQ(beginThreads[2], beginThreads[0]);
-    EXPECT_NE(beginThreads[3], beginThreads[0]);
+    EXPECT_NE(beginThreads[2], beginThreads[0]); // the stuck helper was left
+    EXPECT_NE(beginThreads[3], beginThreads[2]);
     EXPECT_EQ(beginThreads[4], beginThreads[3]);
 }
 
