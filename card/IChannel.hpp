@@ -24,9 +24,13 @@ public:
     // another application's commands in between. Nesting is counted.
     virtual void beginTransaction() const = 0;
     virtual void endTransaction() const = 0;
-    // How often another application has reset the card under this
-    // transport; after each, the card's selection and security state have
-    // started over. A transport nobody else can reach never sees one.
+    /// How often another application has reset the card under this
+    /// transport; after each, the card's selection and security state have
+    /// started over. Current as of the call: outside a transaction a shared
+    /// transport asks (cheaply, with no card command) whether the card was
+    /// reset since, so that a host polling it sees another application's
+    /// reset before its next command; inside a held transaction nobody else
+    /// can reset the card. A transport nobody else can reach never sees one.
     virtual unsigned long resetCount() const { return 0; }
     /// Whether a transaction is held on this transport now.
     virtual bool inTransaction() const { return false; }

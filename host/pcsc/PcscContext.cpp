@@ -22,7 +22,7 @@ bool isCardPresent(DWORD state) {
 PcscContext::PcscContext() {
     const LONG rv = SCardEstablishContext(SCARD_SCOPE_SYSTEM, nullptr, nullptr, &context_);
     if (rv != SCARD_S_SUCCESS) {
-        throwPcscError(rv);
+        throwPcscError("SCardEstablishContext", rv);
     }
 }
 
@@ -37,7 +37,7 @@ std::vector<std::string> PcscContext::listReaders() const {
         return {};
     }
     if (rv != SCARD_S_SUCCESS) {
-        throwPcscError(rv);
+        throwPcscError("SCardListReaders", rv);
     }
     std::string names(length, '\0');
     rv = SCardListReaders(context_, nullptr, names.data(), &length);
@@ -45,7 +45,7 @@ std::vector<std::string> PcscContext::listReaders() const {
         return {};
     }
     if (rv != SCARD_S_SUCCESS) {
-        throwPcscError(rv);
+        throwPcscError("SCardListReaders", rv);
     }
     // A multi-string: names separated by NUL, ended by an empty name.
     std::vector<std::string> readers;
@@ -89,7 +89,7 @@ bool PcscContext::waitForState(const std::string& reader, std::chrono::milliseco
             return false;
         }
         if (rv != SCARD_S_SUCCESS) {
-            throwPcscError(rv);
+            throwPcscError("SCardGetStatusChange", rv);
         }
         if (reached(state.dwEventState)) {
             return true;

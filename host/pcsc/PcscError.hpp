@@ -7,20 +7,28 @@
 
 namespace host {
 
-// A failed pcsc-lite call as a card::CardException: a clear text for the
-// cases a user can act on ("card removed", "reader unavailable", ...) and
-// the PC/SC code as error data.
-[[noreturn]] void throwPcscError(LONG code);
+/// The one way a failed pcsc-lite call becomes a card::CardException: a
+/// clear text for the cases a user can act on ("card removed", "reader
+/// unavailable", "PC/SC service stopped or restarted: open the card
+/// again", ...), otherwise the call and its code, as in
+/// "SCardTransmit returned 0x80100004 (SCARD_E_INVALID_PARAMETER)". The
+/// PC/SC code is the exception's card::ErrorData either way.
+[[noreturn]] void throwPcscError(const char* call, LONG code);
 
-// The text throwPcscError attaches for `code`.
-const char* pcscErrorText(LONG code);
+/// The name of a PC/SC return code ("SCARD_E_INVALID_PARAMETER"); "unknown
+/// code" for one pcsc-lite does not define.
+const char* pcscCodeName(LONG code);
 
-// True when `code` says the connection to pcscd itself is gone: the service
-// stopped, or restarted and no longer knows this process's handles.
+/// True when `code` says the connection to pcscd itself is gone: the
+/// service stopped, or restarted and no longer knows this process's handles.
 bool isServiceLost(LONG code);
 
-// Another application held the card in a transaction for all of `limit`.
+/// Another application held the card in a transaction for all of `limit`.
 [[noreturn]] void throwCardInUse(std::chrono::seconds limit);
+
+/// Another application reset the card while this host held it in a
+/// transaction: what the operation had set up on the card is gone.
+[[noreturn]] void throwResetDuringOperation();
 
 } // namespace host
 

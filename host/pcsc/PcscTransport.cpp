@@ -7,12 +7,9 @@
 #include <PCSC/pcsclite.h>
 #include <algorithm>
 #include <boost/make_shared.hpp>
-#include <condition_variable>
 #include <cstdlib>
-#include <mutex>
 #include <optional>
 #include <stdexcept>
-#include <thread>
 #include <utility>
 
 namespace host {
@@ -24,6 +21,9 @@ constexpr DWORD anyProtocol = SCARD_PROTOCOL_T0 | SCARD_PROTOCOL_T1;
 // which polls its readers.
 constexpr std::chrono::seconds removalNotice(2);
 constexpr long defaultLimit = 10;
+// How long resetCount() waits for pcscd's answer: longer, and another
+// application holds the card.
+constexpr std::chrono::milliseconds probeLimit(100);
 constexpr long longestLimit = 24 * 3600;
 
 // The reader could not talk to the card: removed, or merely mute.
@@ -32,43 +32,10 @@ bool isLostContact(LONG rv) {
            rv == SCARD_W_UNRESPONSIVE_CARD || rv == SCARD_W_UNPOWERED_CARD;
 }
 
-void check(LONG rv) {
+void check(const char* call, LONG rv) {
     if (rv != SCARD_S_SUCCESS) {
-        throwPcscError(rv);
+        throwPcscError(call, rv);
     }
-}
-
-// Runs `call` on a thread of its own and waits at most `limit` for its
-// result. Past the limit it returns none and leaves the thread to finish,
-// which then hands its late result to `discard`. pcsc-lite offers no other
-// bound: SCardConnect waits inside pcscd for another application's
-// transaction to end, SCardBeginTransaction and SCardReconnect retry in the
-// client until it has.
-template <class Result, class Call, class Discard>
-std::optional<Result> callWithin(std::chrono::seconds limit, Call call, Discard discard) {
-    struct Shared {
-        std::mutex mutex;
-        std::condition_variable done;
-        std::optional<Result> result;
-        bool late = false;
-    };
-    auto shared = std::make_shared<Shared>();
-    std::thread([shared, call, discard] {
-        Result result = call();
-        const std::lock_guard<std::mutex> lock(shared->mutex);
-        if (shared->late) {
-            discard(result);
-            return;
-        }
-        shared->result = result;
-        shared->done.notify_one();
-    }).detach();
-    std::unique_lock<std::mutex> lock(shared->mutex);
-    if (!shared->done.wait_for(lock, limit, [&] { return shared->result.has_value(); })) {
-        shared->late = true;
-        return std::nullopt;
-    }
-    return shared->result;
 }
 
 // A card handle in a context of its own.
@@ -165,14 +132,15 @@ void PcscTransport::connect() const {
         return;
     }
     const std::string reader = reader_;
-    const std::optional<Connection> connection = callWithin<Connection>(
+    const std::optional<Connection> connection = caller_.call<Connection>(
         limit_, [reader] { return connectTo(reader); }, release);
     if (!connection) {
         throwCardInUse(limit_);
     }
     if (connection->rv != SCARD_S_SUCCESS) {
         release(*connection);
-        throwPcscError(connection->rv);
+        throwPcscError(connection->context == 0 ? "SCardEstablishContext" : "SCardConnect",
+                       connection->rv);
     }
     cardContext_ = connection->context;
     card_ = connection->card;
@@ -184,11 +152,12 @@ void PcscTransport::disconnect(DWORD disposition) const {
     SCardReleaseContext(cardContext_);
     card_ = 0;
     cardContext_ = 0;
+    resetCounted_ = false; // the next connection counts one anyway
 }
 
 template <class Result, class Call> Result PcscTransport::withinLimit(const Call& call) const {
     const SCARDHANDLE card = card_;
-    const std::optional<Result> result = callWithin<Result>(
+    const std::optional<Result> result = caller_.call<Result>(
         limit_, [card, call] { return call(card); }, [](const Result&) {});
     if (!result) {
         // pcsc-lite retries only while the handle exists: this ends the
@@ -210,25 +179,69 @@ void PcscTransport::reconnect() const {
             SCardReconnect(card, SCARD_SHARE_SHARED, anyProtocol, SCARD_LEAVE_CARD, &active);
         return std::make_pair(result, active);
     });
-    check(rv);
+    check("SCardReconnect", rv);
     protocol_ = protocol;
-    ++resets_;
-    // The reset ended the transaction this transport held.
-    if (transactionDepth_ > 0) {
-        check(beginWithinLimit());
-    }
+    countReset();
 }
 
-template <class Call> void PcscTransport::callWithReconnect(const Call& call) const {
-    LONG rv = call();
+void PcscTransport::countReset() const {
+    if (!resetCounted_) {
+        ++resets_;
+    }
+    resetCounted_ = false;
+}
+
+void PcscTransport::takeCard() const {
+    LONG rv = beginWithinLimit();
     if (rv == SCARD_W_RESET_CARD) {
         reconnect();
-        rv = call();
+        rv = beginWithinLimit();
+    }
+    check("SCardBeginTransaction", rv);
+}
+
+void PcscTransport::checkCommand(const char* call, LONG rv) const {
+    if (rv == SCARD_W_RESET_CARD) {
+        reconnect();
+        // The reset ended the transaction: taken again, the scope ends as it began.
+        check("SCardBeginTransaction", beginWithinLimit());
+        throwResetDuringOperation();
     }
     if (isLostContact(rv) && context_->waitForRemoval(reader_, removalNotice)) {
         rv = SCARD_W_REMOVED_CARD;
     }
-    check(rv);
+    check(call, rv);
+}
+
+unsigned long PcscTransport::resetCount() const {
+    if (transactionDepth_ > 0 || card_ == 0 || resetCounted_ || *probeStuck_) {
+        return resets_;
+    }
+    // pcsc-lite's SCardStatus waits for another application's transaction
+    // to end: past a short wait, that application holds the card, and the
+    // stuck call ends with it (or with the handle). No new question till then.
+    *probeStuck_ = true;
+    const SCARDHANDLE card = card_;
+    const std::optional<LONG> rv = caller_.call<LONG>(
+        probeLimit,
+        [card] {
+            DWORD readerLength = 0;
+            DWORD state = 0;
+            DWORD protocol = 0;
+            DWORD atrLength = 0;
+            return SCardStatus(card, nullptr, &readerLength, &state, &protocol, nullptr,
+                               &atrLength);
+        },
+        [stuck = probeStuck_](LONG) { *stuck = false; });
+    if (rv) {
+        *probeStuck_ = false;
+    }
+    // Any other failure shows at the next command.
+    if (rv == SCARD_W_RESET_CARD) {
+        ++resets_;
+        resetCounted_ = true;
+    }
+    return resets_;
 }
 
 mw::ByteBuffer PcscTransport::getAtr() const {
@@ -238,12 +251,8 @@ mw::ByteBuffer PcscTransport::getAtr() const {
     DWORD state = 0;
     DWORD protocol = 0;
     DWORD readerLength = 0;
-    callWithReconnect([&] {
-        atrLength = MAX_ATR_SIZE;
-        readerLength = 0;
-        return SCardStatus(card_, nullptr, &readerLength, &state, &protocol, atr.data(),
-                           &atrLength);
-    });
+    checkCommand("SCardStatus", SCardStatus(card_, nullptr, &readerLength, &state, &protocol,
+                                            atr.data(), &atrLength));
     atr.resize(atrLength);
     return atr;
 }
@@ -254,17 +263,15 @@ boost::shared_ptr<mw::ByteBuffer> PcscTransport::transmit(const card::Apdu& comm
     }
     const Held held(*this);
     auto response = boost::make_shared<mw::ByteBuffer>(MAX_BUFFER_SIZE_EXTENDED);
-    DWORD responseLength = 0;
-    callWithReconnect([&] {
-        const SCARD_IO_REQUEST* pci = protocol_ == SCARD_PROTOCOL_T0 ? SCARD_PCI_T0 : SCARD_PCI_T1;
-        responseLength = MAX_BUFFER_SIZE_EXTENDED;
-        const LONG rv = SCardTransmit(card_, pci, command.bytes().data(),
-                                      static_cast<DWORD>(command.bytes().size()), nullptr,
-                                      response->data(), &responseLength);
-        // A reader that loses the card in the middle of a command may still
-        // report success, with no answer at all.
-        return rv == SCARD_S_SUCCESS && responseLength < 2 ? SCARD_E_NOT_TRANSACTED : rv;
-    });
+    DWORD responseLength = MAX_BUFFER_SIZE_EXTENDED;
+    const SCARD_IO_REQUEST* pci = protocol_ == SCARD_PROTOCOL_T0 ? SCARD_PCI_T0 : SCARD_PCI_T1;
+    const LONG rv = SCardTransmit(card_, pci, command.bytes().data(),
+                                  static_cast<DWORD>(command.bytes().size()), nullptr,
+                                  response->data(), &responseLength);
+    // A reader that loses the card in the middle of a command may still
+    // report success, with no answer at all.
+    checkCommand("SCardTransmit",
+                 rv == SCARD_S_SUCCESS && responseLength < 2 ? SCARD_E_NOT_TRANSACTED : rv);
     response->resize(responseLength);
     return response;
 }
@@ -275,9 +282,9 @@ void PcscTransport::beginTransaction() const {
             // The last connection was let go while another application held
             // the card: what it did meanwhile is unknown, as after a reset.
             connect();
-            ++resets_;
+            countReset();
         }
-        callWithReconnect([this] { return beginWithinLimit(); });
+        takeCard();
     }
     ++transactionDepth_;
 }

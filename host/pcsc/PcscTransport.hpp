@@ -3,27 +3,41 @@
 
 #include "card/IChannel.hpp"
 #include "host/CardRelease.hpp"
+#include "host/pcsc/BoundedCaller.hpp"
 #include "host/pcsc/PcscContext.hpp"
 
+#include <atomic>
 #include <chrono>
 #include <memory>
 #include <string>
 
 namespace host {
 
-// A card in a PC/SC reader, shared with other applications (T=0 or T=1,
-// whichever the card offers). Transactions map onto PC/SC transactions, the
-// outermost level only. When another application has reset the card, the
-// transport reconnects and repeats the call once; a removed card or a
-// vanished reader is a card::CardException with a clear text. Released, it
-// resets the card (nothing this host verified stays verified) unless told
-// to keep the login.
-//
-// Another application's transaction keeps pcsc-lite waiting without end; the
-// transport waits at most transactionLimit() for the card, then lets go of
-// its connection and throws "card in use by another application"; its next
-// call connects again (and counts a reset). Released meanwhile, it cannot
-// reset the card and leaves it as it is.
+/// A card in a PC/SC reader, shared with other applications (T=0 or T=1,
+/// whichever the card offers). Transactions map onto PC/SC transactions,
+/// the outermost level only; a command sent outside one takes one of its
+/// own. A removed card or a vanished reader is a card::CardException with a
+/// clear text. Released, it resets the card (nothing this host verified
+/// stays verified) unless told to keep the login.
+///
+/// Another application may reset the card between this host's
+/// transactions. Noticed when a transaction begins (nothing of it has
+/// reached the card yet), the transport reconnects, counts the reset and
+/// goes on. Noticed by a command inside a transaction, it has cleared what
+/// the transaction's earlier commands set up (the MANAGE SECURITY
+/// ENVIRONMENT before a PSO, the SELECT before a READ BINARY, a VERIFY): the
+/// transport reconnects, counts the reset, takes the transaction again (so
+/// that the scope ends as it began) and throws "card reset by another
+/// application during the operation"; the command is never repeated.
+///
+/// Another application's transaction keeps pcsc-lite waiting without end;
+/// the transport waits at most transactionLimit() for the card (the
+/// blocking call runs on a helper thread of the transport's own), then lets
+/// go of its connection and throws "card in use by another application";
+/// its next call connects again (and counts a reset). Released meanwhile, it
+/// cannot reset the card and leaves it as it is.
+///
+/// Not thread-safe: one thread at a time uses a transport.
 class PcscTransport : public card::ICardTransport {
 public:
     PcscTransport(std::shared_ptr<const PcscContext> context, std::string reader,
@@ -36,7 +50,10 @@ public:
     boost::shared_ptr<mw::ByteBuffer> transmit(const card::Apdu& command) const override;
     void beginTransaction() const override;
     void endTransaction() const override;
-    unsigned long resetCount() const override { return resets_; }
+    /// Resets counted up to now: outside a transaction it asks pcscd
+    /// (SCardStatus, no card command, at most 0.1 s) whether the card was
+    /// reset since.
+    unsigned long resetCount() const override;
     bool inTransaction() const override { return transactionDepth_ > 0; }
 
     const std::string& reader() const { return reader_; }
@@ -44,9 +61,14 @@ public:
     DWORD protocol() const { return protocol_; }
 
 private:
-    // Runs a PC/SC call; after SCARD_W_RESET_CARD reconnects and runs it
-    // once more. Any other failure throws.
-    template <class Call> void callWithReconnect(const Call& call) const;
+    // The outermost SCardBeginTransaction; after SCARD_W_RESET_CARD
+    // reconnects and begins once more.
+    void takeCard() const;
+    // Throws for a failed command; a reset throws after reconnecting and
+    // taking the transaction again.
+    void checkCommand(const char* call, LONG rv) const;
+    // Counts a reset unless resetCount() counted it already.
+    void countReset() const;
     void reconnect() const;
     // Connects when the last connection was let go.
     void connect() const;
@@ -67,6 +89,11 @@ private:
     mutable DWORD protocol_ = 0;
     mutable int transactionDepth_ = 0;
     mutable unsigned long resets_ = 0;
+    // resetCount() counted a reset the connection has not reconnected after.
+    mutable bool resetCounted_ = false;
+    // resetCount()'s last question to pcscd has not come back yet.
+    std::shared_ptr<std::atomic<bool>> probeStuck_ = std::make_shared<std::atomic<bool>>(false);
+    mutable BoundedCaller caller_;
     OnRelease onRelease_;
 };
 
