@@ -277,7 +277,9 @@ void ImageFile::lock(std::chrono::milliseconds limit) {
                          O_RDONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600);
         struct stat status {};
         if (lock_ < 0 || ::fstat(lock_, &status) != 0 || !S_ISREG(status.st_mode)) {
-            const std::string error = systemError("cannot open the lock file of card image", path_);
+            const std::string error =
+                lock_ < 0 ? systemError("cannot open the lock file of card image", path_)
+                          : "the lock file of card image '" + path_ + "' is not a regular file";
             unlock();
             throw ImageError(error);
         }

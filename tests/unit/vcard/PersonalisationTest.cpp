@@ -102,13 +102,8 @@ TEST(PersonaliseTool, TakesPinsFromTheEnvironmentOrAFileNeverFromArguments) {
     EXPECT_FALSE(std::ifstream(image).good());
     output.clear();
 
-    ASSERT_EQ(runTool("personalise " + image +
-                          " --pin-env P15_NEW_PIN --so-pin-env P15_NEW_PIN "
-                          "--puk-file " +
-                          pukFile,
-                      output),
-              0)
-        << output;
+    const std::string sources = " --pin-env P15_NEW_PIN --so-pin-env P15_NEW_PIN --puk-file ";
+    ASSERT_EQ(runTool("personalise " + image + sources + pukFile, output), 0) << output;
     EXPECT_EQ(output.find("4321"), std::string::npos) << output;
     const CardState state = CardImage::load(image);
     EXPECT_EQ(state.pins.pins().at(1).value, paddedPin("4321"));

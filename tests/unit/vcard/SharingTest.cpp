@@ -19,23 +19,19 @@ namespace fs = std::filesystem;
 class Sharing : public ::testing::Test {
 protected:
     void SetUp() override {
-        directory = fs::temp_directory_path() /
-                    ("vcard-sharing-" + std::to_string(::getpid()) + "-" +
-                     ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::remove_all(directory);
-        fs::create_directories(directory / "a");
+        char pattern[] = "/tmp/vcard-sharing-XXXXXX";
+        ASSERT_NE(::mkdtemp(pattern), nullptr);
+        directory = pattern;
+        fs::create_directory(directory / "a");
         fs::permissions(directory / "a", fs::perms(0755));
-        path = (directory / "a" / "card.json").string();
-        VirtualCard::personalised()->save(path);
+        VirtualCard::personalised()->save(path = (directory / "a" / "card.json").string());
     }
     void TearDown() override { fs::remove_all(directory); }
 
     static std::uint16_t sw(VirtualCard& card, const Bytes& command) {
         return statusWord(card.transmit(command));
     }
-    static std::uint16_t sw(VirtualCard& card, const char* command) {
-        return sw(card, hex(command));
-    }
+    static std::uint16_t sw(VirtualCard& card, const char* apdu) { return sw(card, hex(apdu)); }
     static std::uint8_t triesLeft(const std::string& image, std::uint8_t reference) {
         return CardImage::load(image).pins.pins().at(reference).triesLeft;
     }
