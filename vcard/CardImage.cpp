@@ -271,20 +271,21 @@ void ImageFile::store(const std::string& text, Instrumentation* hooks) {
 }
 
 void ImageFile::lock(std::chrono::milliseconds limit) {
-    if (lock_ < 0) {
-        const std::string name = name_ + ".lock";
-        lock_ = ::openat(folder_, name.c_str(),
-                         O_RDONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600);
-        struct stat status {};
-        if (lock_ < 0 || ::fstat(lock_, &status) != 0 || !S_ISREG(status.st_mode)) {
-            const std::string error =
-                lock_ < 0 ? systemError("cannot open the lock file of card image", path_)
-                          : "the lock file of card image '" + path_ + "' is not a regular file";
-            unlock();
-            throw ImageError(error);
-        }
-        // Best effort: a lock file that root made stays openable by the image's owner.
+    const std::string name = name_ + ".lock";
+    constexpr int flags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+    lock_ = ::openat(folder_, name.c_str(), flags | O_CREAT | O_EXCL, 0600);
+    // A lock file made by root (the bridge) stays openable by the image's owner.
+    if (lock_ >= 0)
         takeOwnerAndMode(lock_, imageStatus());
+    else if (errno == EEXIST)
+        lock_ = ::openat(folder_, name.c_str(), flags);
+    struct stat status {};
+    if (lock_ < 0 || ::fstat(lock_, &status) != 0 || !S_ISREG(status.st_mode)) {
+        const std::string error =
+            lock_ < 0 ? systemError("cannot open the lock file of card image", path_)
+                      : "the lock file of card image '" + path_ + "' is not a regular file";
+        unlock();
+        throw ImageError(error);
     }
     const auto deadline = std::chrono::steady_clock::now() + limit;
     auto pause = std::chrono::milliseconds(1);

@@ -1,6 +1,4 @@
-// One card image used by several processes at once: the module that keeps
-// it open, p15tool, and a second module in another process. None of them
-// writes back an older card over what another one stored.
+// One card image used by several processes at once.
 #include "pkcs11/Cryptoki.hpp"
 
 #include <cstdio>
@@ -8,7 +6,6 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <iterator>
-#include <string>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
