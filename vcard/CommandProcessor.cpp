@@ -112,6 +112,18 @@ void CommandProcessor::reset() {
     state_.files.resetSelection();
 }
 
+void CommandProcessor::replaceState(CardState fresh) {
+    fresh.files.followSelection(state_.files);
+    const auto& freshPins = fresh.pins.pins();
+    for (const auto& [reference, pin] : state_.pins.pins()) {
+        const auto same = freshPins.find(reference);
+        if (same == freshPins.end() || !(same->second == pin))
+            status_.clear(reference);
+    }
+    state_ = std::move(fresh);
+    clearStateChanged();
+}
+
 Response CommandProcessor::execute(const CommandApdu& apdu) {
     try {
         return dispatch(apdu);

@@ -37,6 +37,12 @@ public:
     /// Warm reset and power-off: nothing verified, no security environment, MF selected.
     void reset();
 
+    /// Takes up the state another process stored, as a card whose files another application
+    /// changed: a PIN stays verified only if its record is unchanged (not blocked, changed or
+    /// tried wrongly meanwhile); the current file stays selected if it still exists, else the MF;
+    /// the security environment stays.
+    void replaceState(CardState fresh);
+
     /// The card's random source, also for key generation by personalisation.
     CryptoPP::RandomNumberGenerator& rng() { return rng_; }
 

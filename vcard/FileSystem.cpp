@@ -116,6 +116,16 @@ CardFile& FileSystem::select(CardFile& file) {
     return file;
 }
 
+void FileSystem::followSelection(const FileSystem& previous) {
+    std::vector<std::uint16_t> path;
+    for (const CardFile* file = previous.current_; file->parent != nullptr; file = file->parent)
+        path.push_back(file->fid);
+    CardFile* file = mf_.get();
+    for (auto fid = path.rbegin(); fid != path.rend() && file != nullptr; ++fid)
+        file = file->child(*fid);
+    current_ = file != nullptr ? file : mf_.get();
+}
+
 CardFile& FileSystem::selectByFid(std::uint8_t p1, const Bytes& fid) {
     if (p1 == 0x00 && (fid.empty() || fid == Bytes{0x3F, 0x00}))
         return select(*mf_);

@@ -23,6 +23,9 @@ public:
     CardFile& currentDf();
     /// Back to the MF, as after a reset.
     void resetSelection() { current_ = mf_.get(); }
+    /// Selects the file at the path of previous's current file, or the MF when there is none:
+    /// another tree of the same card, reloaded, keeps the selection where it can.
+    void followSelection(const FileSystem& previous);
 
     /// SELECT P1 00, 01, 02: by FID relative to the current DF.
     CardFile& selectByFid(std::uint8_t p1, const Bytes& fid);

@@ -19,6 +19,10 @@ struct Pin {
     std::optional<std::uint8_t> unblockingPin;
 
     ~Pin() { wipe(value); }
+    bool operator==(const Pin& other) const {
+        return value == other.value && maxTries == other.maxTries && triesLeft == other.triesLeft &&
+               unblockingPin == other.unblockingPin;
+    }
 };
 
 /// Stores the whole card state as it stands; false when it could not be stored.

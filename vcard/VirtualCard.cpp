@@ -32,21 +32,51 @@ bool sameCommand(const CommandApdu& a, const CommandApdu& b) {
     return a.ins == b.ins && a.p1 == b.p1 && a.p2 == b.p2;
 }
 
+/// Lets go of the image when a command ends, however it ends.
+struct Unlock {
+    VirtualCard& card;
+    ~Unlock() { card.unlock(); }
+};
+
 } // namespace
 
 std::unique_ptr<VirtualCard> VirtualCard::personalised() {
     return std::make_unique<VirtualCard>(personalise());
 }
 
-std::unique_ptr<VirtualCard> VirtualCard::open(const std::string& imagePath) {
-    return std::make_unique<VirtualCard>(CardImage::load(imagePath), imagePath);
+std::unique_ptr<VirtualCard> VirtualCard::open(const std::string& imagePath, ImageAccess access) {
+    auto image = std::make_unique<ImageFile>(imagePath, access);
+    auto card = std::make_unique<VirtualCard>(image->load());
+    card->image_ = std::move(image);
+    return card;
 }
 
 VirtualCard::VirtualCard(CardState state, std::optional<std::string> imagePath)
     : state_(std::move(state))
-    , imagePath_(std::move(imagePath))
-    , processor_(state_) {
+    , processor_(state_)
+    , image_(imagePath ? std::make_unique<ImageFile>(*imagePath) : nullptr) {
     processor_.setStore([this] { return storeImage(); });
+    if (image_)
+        image_->assumeCurrent();
+}
+
+void VirtualCard::lock(std::chrono::milliseconds limit) {
+    if (!image_ || holds_++ > 0)
+        return;
+    try {
+        image_->lock(limit);
+        if (image_->changed())
+            processor_.replaceState(image_->load());
+    } catch (...) {
+        holds_ = 0;
+        image_->unlock();
+        throw;
+    }
+}
+
+void VirtualCard::unlock() {
+    if (image_ && holds_ > 0 && --holds_ == 0)
+        image_->unlock();
 }
 
 Bytes VirtualCard::atr() const {
@@ -82,9 +112,14 @@ void VirtualCard::dropTransientData() {
 }
 
 void VirtualCard::save(const std::string& path) const {
+    ImageFile file(path, ImageAccess::Shared);
+    saveTo(file);
+}
+
+void VirtualCard::saveTo(ImageFile& file) const {
     std::string text = CardImage::serialise(state_);
     try {
-        CardImage::store(path, text, &instrumentation_);
+        file.store(text, &instrumentation_);
     } catch (...) {
         wipe(text);
         throw;
@@ -95,6 +130,8 @@ void VirtualCard::save(const std::string& path) const {
 Bytes VirtualCard::transmit(const Bytes& command) {
     if (!poweredOn_)
         throw CardRemoved("the virtual card is powered off");
+    lock(commandLockLimit);
+    const Unlock unlockWhenDone{*this};
     instrumentation_.countCommand(command.size());
     const std::uint8_t ins = command.size() > 1 ? command[1] : 0;
     std::optional<Instrumentation::Fault> fault = instrumentation_.takeFault(ins);
@@ -170,10 +207,10 @@ Bytes VirtualCard::processAssembled(CommandApdu apdu) {
 /// Stores the state in the image, if the card has one. Once the new image has replaced the old
 /// one the state counts as stored, even if the directory could not be synced afterwards.
 bool VirtualCard::storeImage() {
-    if (!imagePath_)
+    if (!image_)
         return true;
     try {
-        save(*imagePath_);
+        saveTo(*image_);
     } catch (const ImageNotSynced&) {
     } catch (const ImageError&) {
         return false;
@@ -189,7 +226,7 @@ void VirtualCard::persist(Response& response) {
     // counters are never higher than memory's, since a lowered counter is stored before the PIN
     // is compared.
     try {
-        state_ = CardImage::load(*imagePath_);
+        state_ = image_->load();
     } catch (const ImageError&) {
     }
     processor_.reset();

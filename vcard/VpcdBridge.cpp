@@ -154,6 +154,9 @@ void VpcdBridge::handle(const Bytes& message) {
         } catch (const CardRemoved&) {
             // The driver waits for an answer whatever happened to the card.
             response = {0x6F, 0x00};
+        } catch (const ImageError&) {
+            // The image could not be locked or taken up: the card cannot reach its memory.
+            response = {0x65, 0x81};
         }
         // Only a READ BINARY of a whole 64 KiB EF answers more than a frame carries; any local
         // application may ask for one, and the bridge must keep serving.

@@ -2,10 +2,13 @@
 
 #include "card/Apdu.hpp"
 #include "card/CardException.hpp"
+#include "host/pcsc/PcscTransport.hpp"
 #include "mw/Exception.hpp"
 #include "vcard/VirtualCard.hpp"
 
 #include <boost/make_shared.hpp>
+#include <mutex>
+#include <set>
 
 namespace host {
 
@@ -25,6 +28,15 @@ private:
     vcard::Bytes& bytes_;
 };
 
+// The image could not be locked or read: error texts are static strings,
+// so each distinct one is kept for the life of the process.
+[[noreturn]] void throwImageFailure(const vcard::ImageError& error) {
+    static std::mutex mutex;
+    static std::set<std::string> texts;
+    const std::lock_guard<std::mutex> lock(mutex);
+    CARD_THROW(card::CardException() << card::ErrorText(texts.insert(error.what()).first->c_str()));
+}
+
 } // namespace
 
 VirtualCardTransport::VirtualCardTransport(std::shared_ptr<vcard::VirtualCard> card,
@@ -40,6 +52,26 @@ VirtualCardTransport::~VirtualCardTransport() {
     // A card that was taken away stays away.
     if (onRelease_ == OnRelease::LogOut && card_->isPoweredOn()) {
         card_->reset();
+    }
+    if (transactionDepth_ > 0) {
+        card_->unlock();
+    }
+}
+
+void VirtualCardTransport::beginTransaction() const {
+    if (transactionDepth_ == 0) {
+        try {
+            card_->lock(transactionLimit());
+        } catch (const vcard::ImageError& error) {
+            throwImageFailure(error);
+        }
+    }
+    ++transactionDepth_;
+}
+
+void VirtualCardTransport::endTransaction() const {
+    if (transactionDepth_ > 0 && --transactionDepth_ == 0) {
+        card_->unlock();
     }
 }
 
@@ -60,6 +92,8 @@ boost::shared_ptr<mw::ByteBuffer> VirtualCardTransport::transmit(const card::Apd
         response = card_->transmit(apdu);
     } catch (const vcard::CardRemoved&) {
         CARD_THROW(card::CardException() << card::ErrorText("card removed"));
+    } catch (const vcard::ImageError& error) {
+        throwImageFailure(error);
     }
     return boost::make_shared<mw::ByteBuffer>(response);
 }

@@ -33,7 +33,10 @@ int main(int argc, char** argv) {
     std::string host = "127.0.0.1";
     std::uint16_t port = vcard::VpcdBridge::defaultPort;
     int connectTimeout = 10;
+    bool allowSharedFolder = false;
     app.add_option("--image", image, "card image (default: a fresh card held in memory)");
+    app.add_flag("--allow-shared-folder", allowSharedFolder,
+                 "serve an image whose folder or file others than its owner may write");
     app.add_option("--host", host, "address of the vpcd driver");
     app.add_option("--port", port, "TCP port of the vpcd reader");
     app.add_option("--connect-timeout", connectTimeout, "seconds to wait for the driver");
@@ -42,7 +45,10 @@ int main(int argc, char** argv) {
     installSignalHandlers();
     try {
         std::unique_ptr<vcard::VirtualCard> card =
-            image.empty() ? vcard::VirtualCard::personalised() : vcard::VirtualCard::open(image);
+            image.empty() ? vcard::VirtualCard::personalised()
+                          : vcard::VirtualCard::open(image, allowSharedFolder
+                                                                ? vcard::ImageAccess::Shared
+                                                                : vcard::ImageAccess::OwnerOnly);
         vcard::VpcdBridge bridge(*card);
         bridge.connect(host, port, std::chrono::seconds(connectTimeout));
         std::cerr << "p15-vcard-serve: serving " << (image.empty() ? "an in-memory card" : image)

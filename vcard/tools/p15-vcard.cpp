@@ -1,5 +1,6 @@
 // p15-vcard: personalises a virtual card image and shows what an image holds (never its secrets).
 
+#include "tools/pininput/PinInput.hpp"
 #include "vcard/CardImage.hpp"
 #include "vcard/Personalise.hpp"
 #include "vcard/VirtualCard.hpp"
@@ -50,17 +51,42 @@ void inspect(const std::string& path) {
     }
 }
 
-void personalise(const std::string& path, const vcard::Personalisation& options, bool force) {
+/// The three PINs of a new card and where each comes from.
+struct PinSources {
+    pininput::PinSource user{"user PIN", "pin", "", ""};
+    pininput::PinSource unblocking{"PUK", "puk", "", ""};
+    pininput::PinSource so{"SO PIN", "so-pin", "", ""};
+    bool defaults = false;
+};
+
+void readPin(const pininput::PinSource& source, std::string& pin) {
+    const mw::ByteBuffer typed = pininput::read(source, true);
+    vcard::wipe(pin);
+    pin.assign(typed.begin(), typed.end());
+}
+
+void personalise(const std::string& path, vcard::Personalisation& options, const PinSources& pins,
+                 bool force) {
     struct stat existing;
     if (!force && ::stat(path.c_str(), &existing) == 0)
         throw std::runtime_error("card image '" + path + "' exists; use --force to replace it");
+    // With --default-pins, a PIN whose source is given still comes from there.
+    const auto take = [&pins](const pininput::PinSource& source, std::string& pin) {
+        if (!pins.defaults || !source.environmentVariable.empty() || !source.file.empty())
+            readPin(source, pin);
+    };
+    take(pins.user, options.userPin);
+    take(pins.unblocking, options.unblockingPin);
+    take(pins.so, options.soPin);
     vcard::VirtualCard card(vcard::personalise(options));
+    for (std::string* pin : {&options.userPin, &options.unblockingPin, &options.soPin})
+        vcard::wipe(*pin);
     card.save(path);
     std::cout << "personalised " << path << "\n"
               << "label:    " << options.label << "\n"
-              << "user PIN: " << options.userPin << " (reference 01, 3 tries)\n"
-              << "PUK:      " << options.unblockingPin << " (reference 02, 5 tries)\n"
-              << "SO PIN:   " << options.soPin << " (reference 03, 3 tries)\n";
+              << "user PIN: reference 01, 3 tries\n"
+              << "PUK:      reference 02, 5 tries\n"
+              << "SO PIN:   reference 03, 3 tries\n";
 }
 
 } // namespace
@@ -70,15 +96,18 @@ int main(int argc, char** argv) {
     app.require_subcommand(1);
 
     vcard::Personalisation options;
+    PinSources pins;
     std::string personalisePath;
     bool force = false;
     CLI::App* personaliseCommand =
         app.add_subcommand("personalise", "create a card image with an empty PKCS#15 application");
     personaliseCommand->add_option("image", personalisePath, "card image file")->required();
     personaliseCommand->add_option("--label", options.label, "token label");
-    personaliseCommand->add_option("--user-pin", options.userPin, "user PIN (4 to 8 digits)");
-    personaliseCommand->add_option("--puk", options.unblockingPin, "unblocking PIN");
-    personaliseCommand->add_option("--so-pin", options.soPin, "security officer PIN");
+    // PINs (4 to 8 digits) are never plain arguments, which other users see.
+    for (pininput::PinSource* source : {&pins.user, &pins.unblocking, &pins.so})
+        pininput::addPinOptions(*personaliseCommand, *source);
+    personaliseCommand->add_flag("--default-pins", pins.defaults,
+                                 "the well-known test PINs 123456, PUK 12345678, SO PIN 87654321");
     personaliseCommand->add_flag("--force", force, "replace an existing image");
 
     std::string inspectPath;
@@ -88,7 +117,7 @@ int main(int argc, char** argv) {
     CLI11_PARSE(app, argc, argv);
     try {
         if (*personaliseCommand)
-            personalise(personalisePath, options, force);
+            personalise(personalisePath, options, pins, force);
         else
             inspect(inspectPath);
     } catch (const std::exception& error) {

@@ -1,8 +1,13 @@
-// EF(DIR) and the TokenInfo serial of the personalised card, read through APDUs and decoded.
+// EF(DIR) and the TokenInfo serial of the personalised card, read through APDUs and decoded;
+// the PINs p15-vcard personalise takes.
 
 #include "CardTestSupport.hpp"
 
 #include "app/pkcs15/oss/Codec.hpp"
+#include "vcard/CardImage.hpp"
+
+#include <cstdio>
+#include <fstream>
 
 namespace vcard::test {
 namespace {
@@ -66,6 +71,46 @@ TEST(Personalisation, RefusesPinsThatDoNotFit) {
     EXPECT_THROW(personalise(options), std::invalid_argument);
     options.userPin = "12a456";
     EXPECT_THROW(personalise(options), std::invalid_argument);
+}
+
+} // namespace
+} // namespace vcard::test
+
+namespace vcard::test {
+namespace {
+
+/// p15-vcard run without a controlling terminal; its exit status, output in output.
+int runTool(const std::string& arguments, std::string& output) {
+    const std::string command =
+        "setsid -w " + std::string(P15_VCARD) + " " + arguments + " </dev/null 2>&1";
+    FILE* pipe = ::popen(command.c_str(), "r");
+    char chunk[512];
+    for (std::size_t got; pipe && (got = std::fread(chunk, 1, sizeof chunk, pipe)) > 0;)
+        output.append(chunk, got);
+    return pipe ? ::pclose(pipe) : -1;
+}
+
+TEST(PersonaliseTool, TakesPinsFromTheEnvironmentOrAFileNeverFromArguments) {
+    const std::string image = ::testing::TempDir() + "personalise-" + std::to_string(getpid());
+    const std::string pukFile = image + ".puk";
+    std::ofstream(pukFile) << "24681357\nignored\n";
+    ::setenv("P15_NEW_PIN", "4321", 1);
+    std::string output;
+    EXPECT_NE(runTool("personalise " + image + " --user-pin 4321", output), 0);
+    EXPECT_NE(runTool("personalise " + image, output), 0);
+    EXPECT_NE(output.find("--pin-env VAR or --pin-file FILE"), std::string::npos) << output;
+    EXPECT_FALSE(std::ifstream(image).good());
+    output.clear();
+
+    const std::string sources = " --pin-env P15_NEW_PIN --so-pin-env P15_NEW_PIN --puk-file ";
+    ASSERT_EQ(runTool("personalise " + image + sources + pukFile, output), 0) << output;
+    EXPECT_EQ(output.find("4321"), std::string::npos) << output;
+    const CardState state = CardImage::load(image);
+    EXPECT_EQ(state.pins.pins().at(1).value, paddedPin("4321"));
+    EXPECT_EQ(state.pins.pins().at(2).value, paddedPin("24681357"));
+    EXPECT_EQ(state.pins.pins().at(3).value, paddedPin("4321"));
+    std::remove(image.c_str());
+    std::remove(pukFile.c_str());
 }
 
 } // namespace
