@@ -23,6 +23,7 @@ Token::Token(const host::PluginLoader& loader, std::unique_ptr<card::ICardTransp
     card_ = boost::make_shared<host::iso7816::Card>(channel_);
     const card::Transaction held(*channel_);
     resetsSeen_ = channel_->transport(0).resetCount();
+    changesSeen_ = channel_->transport(0).changeCount();
     for (const auto& application : loader.getApplications(card_, *channel_)) {
         if (auto* repository =
                 dynamic_cast<app::object::ICardObjectRepository*>(application.get())) {

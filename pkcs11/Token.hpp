@@ -75,7 +75,9 @@ public:
     // Forgets the login without telling the card (it was reset or removed).
     void forgetLogin();
     // Another program's reset of the card ended the login on the card: the
-    // token forgets it too, so that its sessions are public again.
+    // token forgets it too, so that its sessions are public again. What
+    // another program changed on the card is read again before the next
+    // write, so that no write of this token undoes it.
     void followReset();
 
     // Objects (TokenObjects.cpp). Private objects are visible only while
@@ -145,6 +147,8 @@ private:
     mw::ByteBuffer soSecret_;
     // The transport's reset count when the login state was last known.
     unsigned long resetsSeen_ = 0;
+    // The transport's change count when the application last read the card.
+    unsigned long changesSeen_ = 0;
 
     std::optional<std::vector<std::unique_ptr<Object>>> objects_;
     CK_OBJECT_HANDLE nextHandle_;

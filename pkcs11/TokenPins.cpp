@@ -2,6 +2,7 @@
 // logout and the PIN changes of C_SetPIN and C_InitPIN.
 #include "pkcs11/Token.hpp"
 
+#include "app/IApplication.hpp"
 #include "app/object/ICardObjectRepository.hpp"
 #include "card/CardException.hpp"
 #include "card/ICard.hpp"
@@ -151,10 +152,16 @@ void Token::forgetLogin() {
 }
 
 void Token::followReset() {
-    const unsigned long resets = channel().transport(0).resetCount();
+    const card::ICardTransport& transport = channel().transport(0);
+    const unsigned long resets = transport.resetCount();
     if (resets != resetsSeen_) {
         resetsSeen_ = resets;
         forgetLogin();
+    }
+    const unsigned long changes = transport.changeCount();
+    if (changes != changesSeen_) {
+        changesSeen_ = changes;
+        application_->clearCache();
     }
 }
 

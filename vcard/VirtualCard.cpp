@@ -65,8 +65,10 @@ void VirtualCard::lock(std::chrono::milliseconds limit) {
         return;
     try {
         image_->lock(limit);
-        if (image_->changed())
+        if (image_->changed()) {
             processor_.replaceState(image_->load());
+            ++changesTakenUp_;
+        }
     } catch (...) {
         holds_ = 0;
         image_->unlock();

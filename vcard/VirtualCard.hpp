@@ -58,6 +58,8 @@ public:
     /// image holds nothing.
     void lock(std::chrono::milliseconds limit);
     void unlock();
+    /// How often lock() took up what another process stored in the image.
+    unsigned long changesTakenUp() const { return changesTakenUp_; }
 
     /// T=1, with the card capabilities in the historical bytes: command chaining, and extended
     /// Lc/Le unless turned off.
@@ -94,6 +96,7 @@ private:
     CommandProcessor processor_;
     std::unique_ptr<ImageFile> image_;
     int holds_ = 0;
+    unsigned long changesTakenUp_ = 0;
     mutable Instrumentation instrumentation_;
     bool poweredOn_ = true;
     bool extendedLength_ = true;

@@ -98,4 +98,8 @@ boost::shared_ptr<mw::ByteBuffer> VirtualCardTransport::transmit(const card::Apd
     return boost::make_shared<mw::ByteBuffer>(response);
 }
 
+unsigned long VirtualCardTransport::changeCount() const {
+    return card_->changesTakenUp();
+}
+
 } // namespace host

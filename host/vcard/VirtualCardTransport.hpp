@@ -32,6 +32,7 @@ public:
     boost::shared_ptr<mw::ByteBuffer> transmit(const card::Apdu& command) const override;
     void beginTransaction() const override;
     void endTransaction() const override;
+    unsigned long changeCount() const override;
     bool inTransaction() const override { return transactionDepth_ > 0; }
 
     vcard::VirtualCard& virtualCard() const { return *card_; }

@@ -25,7 +25,8 @@ std::string run(const std::string& command) {
 
 // The module opens the card; p15tool makes a key and a second module, in a
 // child process, stores a certificate; then the module logs in, which stores
-// the PIN's try counter. Nothing the others stored is lost.
+// the PIN's try counter, and stores a certificate of its own. Nothing the
+// others stored is lost.
 TEST(SharedImage, WritesOfOtherProcessesOutliveTheOpenModulesLogin) {
     char pattern[] = "/tmp/p15kit-shared-XXXXXX";
     ASSERT_NE(::mkdtemp(pattern), nullptr);
@@ -46,30 +47,34 @@ TEST(SharedImage, WritesOfOtherProcessesOutliveTheOpenModulesLogin) {
                                 &session) == CKR_OK;
     };
 
+    const auto stored = [&](CK_SESSION_HANDLE session, std::string label) {
+        std::ifstream file(directory + "/certificate.der", std::ios::binary);
+        std::vector<unsigned char> der(std::istreambuf_iterator<char>(file), {});
+        CK_OBJECT_CLASS certificateClass = CKO_CERTIFICATE;
+        CK_CERTIFICATE_TYPE x509 = CKC_X_509;
+        std::vector<CK_ATTRIBUTE> certificate{
+            {CKA_CLASS, &certificateClass, sizeof certificateClass},
+            {CKA_CERTIFICATE_TYPE, &x509, sizeof x509},
+            {CKA_LABEL, label.data(), label.size()},
+            {CKA_VALUE, der.data(), der.size()}};
+        CK_OBJECT_HANDLE created = 0;
+        return f->C_CreateObject(session, certificate.data(), certificate.size(), &created);
+    };
+
     CK_SESSION_HANDLE session = 0;
     CK_TOKEN_INFO token;
     ASSERT_EQ(f->C_Initialize(nullptr), CKR_OK);
     ASSERT_TRUE(opened(session));
     ASSERT_EQ(f->C_GetTokenInfo(0, &token), CKR_OK); // the card is open
+    ASSERT_EQ(f->C_FindObjectsInit(session, nullptr, 0), CKR_OK); // and its objects read
+    ASSERT_EQ(f->C_FindObjectsFinal(session), CKR_OK);
     run(tool + "keygen --bits 1024 --label Shared --pin-env P15_TEST_PIN");
     const pid_t child = ::fork();
     if (child == 0) {
         f->C_Finalize(nullptr); // the child's module starts anew, as another process's would
-        std::ifstream file(directory + "/certificate.der", std::ios::binary);
-        std::vector<unsigned char> der(std::istreambuf_iterator<char>(file), {});
-        CK_OBJECT_CLASS certificateClass = CKO_CERTIFICATE;
-        CK_CERTIFICATE_TYPE x509 = CKC_X_509;
-        char label[] = "second module's";
-        std::vector<CK_ATTRIBUTE> certificate{
-            {CKA_CLASS, &certificateClass, sizeof certificateClass},
-            {CKA_CERTIFICATE_TYPE, &x509, sizeof x509},
-            {CKA_LABEL, label, sizeof label - 1},
-            {CKA_VALUE, der.data(), der.size()}};
-        CK_OBJECT_HANDLE created = 0;
         ::_exit(f->C_Initialize(nullptr) == CKR_OK && opened(session) &&
                         f->C_Login(session, CKU_USER, pin, 6) == CKR_OK &&
-                        f->C_CreateObject(session, certificate.data(), certificate.size(),
-                                          &created) == CKR_OK
+                        stored(session, "second module's") == CKR_OK
                     ? 0
                     : 1);
     }
@@ -77,10 +82,12 @@ TEST(SharedImage, WritesOfOtherProcessesOutliveTheOpenModulesLogin) {
     ASSERT_EQ(::waitpid(child, &status, 0), child);
     EXPECT_EQ(status, 0);
     EXPECT_EQ(f->C_Login(session, CKU_USER, pin, 6), CKR_OK);
+    EXPECT_EQ(stored(session, "first module's"), CKR_OK); // after the child's, read again
     EXPECT_EQ(f->C_Finalize(nullptr), CKR_OK);
     const std::string objects = run(tool + "list");
     EXPECT_NE(objects.find("Shared"), std::string::npos) << objects;
     EXPECT_NE(objects.find("second module's"), std::string::npos) << objects;
+    EXPECT_NE(objects.find("first module's"), std::string::npos) << objects;
     run("rm -rf " + directory);
 }
 
