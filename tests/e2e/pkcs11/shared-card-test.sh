@@ -41,7 +41,8 @@ echo "$keys" | while read -r label; do
 done || exit 1
 
 if [ "$mode" = reset ]; then
-    exec "$signer" reset "shared A $$" "\"$tool\" $card list >/dev/null"
+    "$signer" reset "shared A $$" "\"$tool\" $card list >/dev/null"
+    exit # through the clean-up, with the client's status
 fi
 # Both processes at once, each with its own key; every failure is printed by the client.
 status=0

@@ -20,13 +20,15 @@ namespace {
 // What the scripted calls answer: the next code scripted for a call (success when none), the
 // next answer scripted for SCardTransmit (90 00 when none); a stalled SCardBeginTransaction or
 // SCardStatus waits, as pcsc-lite does for another application's transaction, until its handle
-// goes.
-std::mutex mutex;
-std::condition_variable unstalled;
-std::map<std::string, std::deque<LONG>> codes;
-std::deque<std::vector<BYTE>> answers;
-std::vector<std::string> calls;
-std::vector<pid_t> beginThreads, statusThreads;
+// goes. Never destroyed: a helper thread the transport left stuck may still answer while the
+// process exits.
+std::mutex& mutex = *new std::mutex;
+std::condition_variable& unstalled = *new std::condition_variable;
+auto& codes = *new std::map<std::string, std::deque<LONG>>;
+auto& answers = *new std::deque<std::vector<BYTE>>;
+auto& calls = *new std::vector<std::string>;
+auto& beginThreads = *new std::vector<pid_t>;
+auto& statusThreads = *new std::vector<pid_t>;
 bool stalled = false;
 
 LONG next(const char* call) {
