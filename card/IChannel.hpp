@@ -32,11 +32,11 @@ public:
     /// reset before its next command; inside a held transaction nobody else
     /// can reset the card. A transport nobody else can reach never sees one.
     virtual unsigned long resetCount() const { return 0; }
-    /// How often another program may have changed the card's content under
-    /// this transport: every reset by another application counts, and for a
-    /// card image every time another process's changes were taken up. A host
-    /// that keeps what it read from the card reads it again after a change.
-    virtual unsigned long changeCount() const { return resetCount(); }
+    /// How often another program is known to have changed the card's content
+    /// under this transport (a card image another process stored); a
+    /// transport that cannot tell reports none. A host that keeps what it
+    /// read from the card reads it again after a change.
+    virtual unsigned long changeCount() const { return 0; }
     /// Whether a transaction is held on this transport now.
     virtual bool inTransaction() const { return false; }
 };

@@ -75,9 +75,9 @@ public:
     // Forgets the login without telling the card (it was reset or removed).
     void forgetLogin();
     // Another program's reset of the card ended the login on the card: the
-    // token forgets it too, so that its sessions are public again. What
-    // another program changed on the card is read again before the next
-    // write, so that no write of this token undoes it.
+    // token forgets it too, so that its sessions are public again. The
+    // directory files of a card another program is known to have changed
+    // are read again, so that no write of this token undoes the change.
     void followReset();
 
     // Objects (TokenObjects.cpp). Private objects are visible only while

@@ -54,8 +54,6 @@ public:
     /// (SCardStatus, no card command, at most 0.1 s) whether the card was
     /// reset since.
     unsigned long resetCount() const override;
-    // Changes show only as resets: as of the last resetCount() or command.
-    unsigned long changeCount() const override { return resets_; }
     bool inTransaction() const override { return transactionDepth_ > 0; }
 
     const std::string& reader() const { return reader_; }
