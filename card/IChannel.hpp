@@ -68,6 +68,8 @@ class MW_EXPORT_TYPE Transaction {
 public:
     /// A host operation's scope: holds the card until the scope ends.
     explicit Transaction(const IChannel& channel);
+    /// A transport's own scope around one call of its own.
+    explicit Transaction(const ICardTransport& transport);
     /// The card layer's scope for one service call inside a host operation:
     /// joins the transaction the host holds. Without one it holds the card
     /// itself, or throws OutsideTransaction when transactionRequired().
@@ -80,12 +82,10 @@ public:
     /// released (which logs out while it still holds the card).
     void keepUntilRelease() { kept_ = true; }
     /// The transport that carries the scope's commands.
-    ICardTransport& transport() const { return transport_; }
+    const ICardTransport& transport() const { return transport_; }
 
 private:
-    explicit Transaction(ICardTransport& transport);
-
-    ICardTransport& transport_;
+    const ICardTransport& transport_;
     bool kept_ = false;
 };
 

@@ -20,7 +20,7 @@ void checkOutsideTransaction(const char* command) {
     }
 }
 
-Transaction::Transaction(ICardTransport& transport)
+Transaction::Transaction(const ICardTransport& transport)
     : transport_(transport) {
     transport_.beginTransaction();
 }
@@ -29,7 +29,7 @@ Transaction::Transaction(const IChannel& channel)
     : Transaction(channel.transport(0)) {}
 
 Transaction Transaction::join(const IChannel& channel) {
-    ICardTransport& transport = channel.transport(0);
+    const ICardTransport& transport = channel.transport(0);
     if (!transport.inTransaction()) {
         checkOutsideTransaction("a card command");
     }

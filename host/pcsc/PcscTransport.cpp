@@ -71,22 +71,6 @@ Connection connectTo(const std::string& reader) {
     return connection;
 }
 
-// Holds the card for one call made outside any transaction: with the card
-// held, pcsc-lite never waits for another application inside that call.
-class Held {
-public:
-    explicit Held(const card::ICardTransport& transport)
-        : transport_(transport) {
-        transport_.beginTransaction();
-    }
-    ~Held() { transport_.endTransaction(); }
-    Held(const Held&) = delete;
-    Held& operator=(const Held&) = delete;
-
-private:
-    const card::ICardTransport& transport_;
-};
-
 } // namespace
 
 std::chrono::seconds transactionLimit() {
@@ -245,7 +229,9 @@ unsigned long PcscTransport::resetCount() const {
 }
 
 mw::ByteBuffer PcscTransport::getAtr() const {
-    const Held held(*this);
+    // Held for the call: pcsc-lite then never waits for another application
+    // inside it.
+    const card::Transaction held(*this);
     mw::ByteBuffer atr(MAX_ATR_SIZE);
     DWORD atrLength = MAX_ATR_SIZE;
     DWORD state = 0;
@@ -261,7 +247,9 @@ boost::shared_ptr<mw::ByteBuffer> PcscTransport::transmit(const card::Apdu& comm
     if (transactionDepth_ == 0) {
         card::checkOutsideTransaction("a command APDU");
     }
-    const Held held(*this);
+    // Held for the call: pcsc-lite then never waits for another application
+    // inside it.
+    const card::Transaction held(*this);
     auto response = boost::make_shared<mw::ByteBuffer>(MAX_BUFFER_SIZE_EXTENDED);
     DWORD responseLength = MAX_BUFFER_SIZE_EXTENDED;
     const SCARD_IO_REQUEST* pci = protocol_ == SCARD_PROTOCOL_T0 ? SCARD_PCI_T0 : SCARD_PCI_T1;
