@@ -24,6 +24,7 @@
 
 #include <algorithm>
 #include <iostream>
+#include <map>
 #include <unistd.h>
 
 namespace p15tool {
@@ -33,6 +34,41 @@ namespace {
 // The algorithm tables of IApplication::getAlgorithmRows.
 constexpr unsigned signatureRows = 1;
 constexpr unsigned rawRsaRows = 2;
+
+// The names of the signature and hash algorithms a card may offer.
+const std::map<std::string, std::string> algorithmNames{
+    {"1.2.840.113549.1.1.1", "rsaEncryption"},
+    {"1.2.840.113549.1.1.2", "md2WithRSAEncryption"},
+    {"1.2.840.113549.1.1.3", "md4WithRSAEncryption"},
+    {"1.2.840.113549.1.1.4", "md5WithRSAEncryption"},
+    {"1.2.840.113549.1.1.5", "sha1WithRSAEncryption"},
+    {"1.2.840.113549.1.1.7", "id-RSAES-OAEP"},
+    {"1.2.840.113549.1.1.10", "id-RSASSA-PSS"},
+    {"1.2.840.113549.1.1.11", "sha256WithRSAEncryption"},
+    {"1.2.840.113549.1.1.12", "sha384WithRSAEncryption"},
+    {"1.2.840.113549.1.1.13", "sha512WithRSAEncryption"},
+    {"1.2.840.113549.1.1.14", "sha224WithRSAEncryption"},
+    {"1.3.36.3.3.1.2", "rsaSignatureWithripemd160"},
+    {"1.3.36.3.3.1.3", "rsaSignatureWithripemd128"},
+    {"1.2.840.113549.2.2", "md2"},
+    {"1.2.840.113549.2.4", "md4"},
+    {"1.2.840.113549.2.5", "md5"},
+    {"1.3.14.3.2.26", "sha1"},
+    {"1.3.36.3.2.1", "ripemd160"},
+    {"1.3.36.3.2.2", "ripemd128"},
+    {"2.16.840.1.101.3.4.2.1", "sha256"},
+    {"2.16.840.1.101.3.4.2.2", "sha384"},
+    {"2.16.840.1.101.3.4.2.3", "sha512"},
+    {"2.16.840.1.101.3.4.2.4", "sha224"},
+};
+
+// Adds "name" under `key` when the algorithm `oid` has one.
+void putAlgorithmName(Json& out, const char* key, const std::string& oid) {
+    const auto name = algorithmNames.find(oid);
+    if (name != algorithmNames.end()) {
+        out[key] = name->second;
+    }
+}
 
 struct InitOptions {
     std::string label = vcard::Personalisation().label;
@@ -100,8 +136,11 @@ Json cardJson(const Session& session) {
 Json algorithmsJson(const app::IApplication& application, unsigned rows) {
     Json list = Json::array();
     for (const app::AlgorithmRow& row : application.getAlgorithmRows(rows)) {
-        Json item{{"signature", row.signatureOid}};
+        Json item;
+        putAlgorithmName(item, "name", row.signatureOid);
+        item["signature"] = row.signatureOid;
         if (!row.hashOid.empty()) {
+            putAlgorithmName(item, "hashName", row.hashOid);
             item["hash"] = row.hashOid;
         }
         list.push_back(item);

@@ -12,8 +12,9 @@ Json cardInfoJson(const Session& session);
 
 // What `list` prints: the PINs, keys, certificates and data objects. With
 // `publicValues` the public keys carry their modulus and exponent, read
-// from the card.
-Json objectsJson(const Session& session, bool publicValues);
+// from the card; certificates always carry their names, validity and
+// fingerprint, and with `withDer` the names' DER as well.
+Json objectsJson(const Session& session, bool publicValues, bool withDer);
 
 } // namespace p15tool
 

@@ -12,6 +12,7 @@
 #include "tools/p15tool/Output.hpp"
 #include "tools/p15tool/Pins.hpp"
 #include "tools/p15tool/Session.hpp"
+#include "tools/p15tool/Text.hpp"
 #include "tools/p15tool/ToolError.hpp"
 #include "tools/p15tool/Values.hpp"
 
@@ -43,24 +44,40 @@ void putObjects(Json& document, Json& notes, const char* key, Fetch fetch, Descr
     }
 }
 
-// A public key with its modulus and exponent as the card gives them; a value
-// the card does not give is a note, the key is listed all the same.
+// Reads the value of `object` from the card; a value the card does not give
+// is a note, and the object is listed all the same.
+bool readValue(const Session& session, app::object::ICardObject& object, const std::string& name,
+               Json& notes) {
+    try {
+        session.repository().readCardObject(session.channel(), object);
+        return true;
+    } catch (const std::exception& error) {
+        notes.push_back("the value of " + name +
+                        " cannot be read: " + describeFailure(error).message);
+        return false;
+    }
+}
+
+// A public key with its modulus and exponent as the card gives them.
 Json publicKeyWithValue(const Session& session, app::object::IPublicKey& key, const PinList& pins,
                         Json& notes) {
     Json out = keyJson(key, pins);
     auto* rsa = dynamic_cast<app::object::IPublicRSAKey*>(&key);
-    if (!rsa) {
-        return out;
-    }
-    try {
-        session.repository().readCardObject(session.channel(), key);
+    if (rsa && readValue(session, key, "public key " + keyName(key), notes)) {
         out["modulus"] = mw::toHex(rsa->getModulus());
         out["publicExponent"] = mw::toHex(rsa->getPublicExponent());
-    } catch (const std::exception& error) {
-        notes.push_back("the value of public key " + keyName(key) +
-                        " cannot be read: " + describeFailure(error).message);
     }
     return out;
+}
+
+// A certificate with its names, validity and fingerprint from its value.
+Json certificateWithValue(const Session& session, app::object::ICertificate& certificate,
+                          const PinList& pins, bool withDer, Json& notes) {
+    const auto& label = certificate.getLabel();
+    const std::string name = "certificate " + (label ? "\"" + displayText(*label) + "\""
+                                                     : mw::toHex(certificate.getCertificateId()));
+    readValue(session, certificate, name, notes);
+    return certificateJson(certificate, pins, withDer);
 }
 
 // One line per entry the plugin's lists left out: "EF(PrKDF) entry at byte
@@ -78,19 +95,19 @@ void putListingNotes(const Repository& repository, const card::IChannel& channel
 
 void list(const GlobalOptions& global) {
     const Session session(global);
-    printResult(std::cout, objectsJson(session, false), global.json);
+    printResult(std::cout, objectsJson(session, false, global.json), global.json);
 }
 
 void dump(const GlobalOptions& global) {
     const Session session(global);
     Json document = cardInfoJson(session);
-    document["objects"] = objectsJson(session, true);
+    document["objects"] = objectsJson(session, true, global.json);
     printResult(std::cout, document, global.json);
 }
 
 } // namespace
 
-Json objectsJson(const Session& session, bool publicValues) {
+Json objectsJson(const Session& session, bool publicValues, bool withDer) {
     const Repository& repository = session.repository();
     const card::IChannel& channel = session.channel();
     const PinList pins = pinsOf(repository, channel);
@@ -114,7 +131,9 @@ Json objectsJson(const Session& session, bool publicValues) {
         publicKey);
     putObjects(
         document, notes, "certificates", [&] { return repository.getCertificates(channel); },
-        [&pins](const app::object::ICertificate& object) { return certificateJson(object, pins); });
+        [&](app::object::ICertificate& object) {
+            return certificateWithValue(session, object, pins, withDer, notes);
+        });
     putObjects(
         document, notes, "dataObjects", [&] { return repository.getDataObjects(channel); },
         [&pins](const app::object::IDataObject& object) { return dataObjectJson(object, pins); });

@@ -84,7 +84,8 @@ void writeCertificate(const GlobalOptions& global, const ValueOptions& options) 
     certificate->setCertificateId(id);
     certificate->setValue(value);
     writeWithValue(session, *certificate, value.size());
-    printResult(std::cout, Json{{"written", certificateJson(*certificate, {})}}, global.json);
+    printResult(std::cout, Json{{"written", certificateJson(*certificate, {}, global.json)}},
+                global.json);
 }
 
 void readCertificate(const GlobalOptions& global, const ValueOptions& options) {
@@ -113,7 +114,7 @@ void deleteCertificate(const GlobalOptions& global, const ValueOptions& options)
         chooseObject(certificates(session), options.choice,
                      std::mem_fn(&ICertificate::getCertificateId), "certificate");
     verifyUserPin(session, options.pin);
-    const Json deleted = certificateJson(*certificate, {});
+    const Json deleted = certificateJson(*certificate, {}, global.json);
     session.repository().deleteCardObject(session.channel(), *certificate);
     printResult(std::cout, Json{{"deleted", deleted}}, global.json);
 }

@@ -2,6 +2,7 @@
 
 #include "app/object/IX509Certificate.hpp"
 #include "mw/Hex.hpp"
+#include "tools/p15tool/CertificateText.hpp"
 #include "tools/p15tool/FlagNames.hpp"
 #include "tools/p15tool/KeyFile.hpp"
 #include "tools/p15tool/Text.hpp"
@@ -104,7 +105,30 @@ mw::ByteBuffer certificateModulus(const mw::ByteBuffer& certificate, const std::
     }
 }
 
-Json certificateJson(const app::object::ICertificate& certificate, const PinList& pins) {
+namespace {
+
+// The subject, issuer and serial number the directory entry states, for a
+// certificate whose value is not read; the certificate's own replace them.
+void putEntryNames(Json& out, const app::object::IX509Certificate& certificate) {
+    for (const auto& [key, value] : {std::pair{"subject", &certificate.getSubject()},
+                                     std::pair{"issuer", &certificate.getIssuer()}}) {
+        if (*value) {
+            try {
+                out[key] = certificates::nameText(**value);
+            } catch (const std::runtime_error&) {
+                out[key] = mw::toHex(**value);
+            }
+        }
+    }
+    if (certificate.getSerialNumber()) {
+        out["serialNumber"] = mw::toHex(*certificate.getSerialNumber());
+    }
+}
+
+} // namespace
+
+Json certificateJson(const app::object::ICertificate& certificate, const PinList& pins,
+                     bool withDer) {
     Json out = cardObjectJson(certificate, pins);
     putIdentifierText(out, "id", certificate.getCertificateId());
     out["authority"] = certificate.getAuthority();
@@ -112,12 +136,13 @@ Json certificateJson(const app::object::ICertificate& certificate, const PinList
         out["keyUsage"] = flagNames(*certificate.getKeyUsage(), certificateUsageBits, keyUsages);
     }
     if (const auto* x509 = dynamic_cast<const app::object::IX509Certificate*>(&certificate)) {
-        for (const auto& [key, value] :
-             {std::pair{"subject", &x509->getSubject()}, std::pair{"issuer", &x509->getIssuer()},
-              std::pair{"serialNumber", &x509->getSerialNumber()}}) {
-            if (*value) {
-                out[key] = mw::toHex(**value);
-            }
+        putEntryNames(out, *x509);
+    }
+    if (!certificate.getValue().empty()) {
+        try {
+            out.update(certificates::describe(certificate.getValue(), withDer));
+        } catch (const std::runtime_error& error) {
+            out["problem"] = error.what();
         }
     }
     return out;

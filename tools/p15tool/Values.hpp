@@ -22,8 +22,10 @@ mw::ByteBuffer certificateModulus(const mw::ByteBuffer& certificate, const std::
 
 // Objects as `list` shows them: what every object has, then the
 // certificate's identifier, authority, key usage, subject, issuer and serial
-// number, or the data object's application.
-Json certificateJson(const app::object::ICertificate& certificate, const PinList& pins);
+// number (with validity and fingerprint once its value is read; `withDer`
+// adds the names' DER), or the data object's application.
+Json certificateJson(const app::object::ICertificate& certificate, const PinList& pins,
+                     bool withDer);
 Json dataObjectJson(const app::object::IDataObject& object, const PinList& pins);
 
 // The token information as `info` shows it.

@@ -86,6 +86,13 @@ TEST_F(Scenario, AKeyMadeOnTheCardEnrolsSignsAndDeciphers) {
     EXPECT_EQ(objects["privateKeys"].at(0)["id"], mw::toHex(sha1));
     EXPECT_EQ(objects["certificates"].at(0)["id"], mw::toHex(sha1));
     EXPECT_EQ(objects["certificates"].at(0)["label"], "Demo key");
+    // Names as text (last RDN first), the DER kept for scripts, and openssl's fingerprint.
+    EXPECT_EQ(objects["certificates"].at(0)["subject"], "O=p15kit,CN=p15kit demo");
+    EXPECT_EQ(objects["certificates"].at(0)["subjectDer"],
+              objects["certificates"].at(0)["issuerDer"]);
+    EXPECT_EQ("sha256 Fingerprint=" +
+                  objects["certificates"].at(0)["sha256Fingerprint"].get<std::string>() + "\n",
+              openssl("x509 -in cert.pem -noout -fingerprint -sha256"));
     ASSERT_EQ(tool({"cert", "read", "--format", "der", "--out", file("card.der")}).exitCode, 0);
     openssl("x509 -in card.der -inform DER -noout -pubkey -out cert-key.pem");
     EXPECT_EQ(openssl("x509 -in card.der -inform DER"), readFile(file("cert.pem")));
