@@ -13,6 +13,14 @@ root=$stage$prefix
 for tool in p15tool p15-vcard p15-vcard-serve; do
     test -x "$root/bin/$tool" || { echo "not installed: bin/$tool"; exit 1; }
 done
+# The manual page renders without a warning; completion offers the commands
+# of the installed tool.
+man=$root/share/man/man1/p15tool.1
+test -f "$man" || { echo "not installed: share/man/man1/p15tool.1"; exit 1; }
+test -z "$(groff -man -ww -z "$man" 2>&1)" || { groff -man -ww -z "$man"; exit 1; }
+completed=$(PATH=$root/bin:$PATH bash -c '. "$1"; COMP_WORDS=(p15tool key ""); COMP_CWORD=2
+    _p15tool; echo "${COMPREPLY[*]}"' sh "$root/share/bash-completion/completions/p15tool")
+test "$completed" = "import export delete" || { echo "completion of 'key': $completed"; exit 1; }
 plugin=$(find "$root" -path '*/p15kit/libp15app.so')
 test -n "$plugin" || { echo "not installed: p15kit/libp15app.so"; exit 1; }
 
