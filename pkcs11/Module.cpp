@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <dlfcn.h>
+#include <pthread.h>
 
 namespace pkcs11 {
 
@@ -55,6 +56,22 @@ std::vector<std::string> cardImages() {
     return images;
 }
 
+// A child process starts with no module, as PKCS#11 wants: it calls
+// C_Initialize anew. The parent's module is left to the parent, never
+// destroyed in the child: its helper threads do not exist there, and its card
+// connections and transactions are the parent's. Forking waits for a call in
+// progress, so the child never inherits the lock held.
+void followForks() {
+    static std::once_flag registered;
+    std::call_once(registered, [] {
+        ::pthread_atfork([] { Module::mutex().lock(); }, [] { Module::mutex().unlock(); },
+                         [] {
+                             Module::mutex().unlock();
+                             static_cast<void>(instance.release());
+                         });
+    });
+}
+
 bool readersWanted() {
     const char* pcsc = std::getenv("P15KIT_PKCS11_PCSC");
     return !pcsc || std::string(pcsc) != "off";
@@ -85,6 +102,7 @@ Module& Module::current() {
 }
 
 void Module::initialize() {
+    followForks();
     if (instance) {
         throw Failure(CKR_CRYPTOKI_ALREADY_INITIALIZED);
     }
