@@ -91,7 +91,11 @@ CK_RV addPart(const char* function, CK_SESSION_HANDLE handle, Kind kind, CK_BYTE
               CK_ULONG length) {
     return callSession(function, handle, [&](Module&, Session& session, Token&) {
         return step(session, kind, [&](Operation& operation) {
+            if (operation.dataTaken) {
+                return Outcome{CKR_OPERATION_ACTIVE, true};
+            }
             operation.update(valueOf({0, part, length}));
+            operation.partsGiven = true;
             return Outcome{CKR_OK, true};
         });
     });
@@ -107,6 +111,9 @@ CK_RV p15_Verify(CK_SESSION_HANDLE handle, CK_BYTE_PTR data, CK_ULONG length, CK
                  CK_ULONG signatureLength) {
     return callSession("C_Verify", handle, [&](Module&, Session& session, Token&) {
         return step(session, Kind::Verify, [&](Operation& operation) {
+            if (operation.partsGiven) {
+                return Outcome{CKR_OPERATION_ACTIVE, true};
+            }
             operation.update(valueOf({0, data, length}));
             return verifyResult(operation.verify(valueOf({0, signature, signatureLength})));
         });
@@ -162,6 +169,9 @@ CK_RV p15_Sign(CK_SESSION_HANDLE handle, CK_BYTE_PTR data, CK_ULONG length, CK_B
                CK_ULONG_PTR outLength) {
     return callSession("C_Sign", handle, [&](Module&, Session& session, Token& token) {
         return step(session, Kind::Sign, [&](Operation& operation) {
+            if (operation.partsGiven) {
+                return Outcome{CKR_OPERATION_ACTIVE, true};
+            }
             // A length query took the data already; the repeated call brings
             // the same data again.
             if (!operation.pending && !operation.dataTaken) {

@@ -54,6 +54,8 @@ public:
     std::optional<Bytes> pending;
     // C_Sign took its data (before a length query); the repeated call's is the same.
     bool dataTaken = false;
+    // Parts came through C_SignUpdate or C_VerifyUpdate: only the Final call ends it.
+    bool partsGiven = false;
 
 private:
     Kind kind_;

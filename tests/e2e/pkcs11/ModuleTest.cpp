@@ -315,6 +315,9 @@ TEST_F(ModuleTest, MultiPartVerificationChecksTheWholeMessage) {
             const CK_ULONG part = std::min<std::size_t>(400, message.size() - at);
             ASSERT_EQ(f->C_VerifyUpdate(session, message.data() + at, part), CKR_OK);
         }
+        EXPECT_EQ(f->C_Verify(session, message.data(), 1, presented.data(), presented.size()),
+                  CKR_OPERATION_ACTIVE)
+            << "parts given: only C_VerifyFinal ends it";
         EXPECT_EQ(f->C_VerifyFinal(session, presented.data(), presented.size()),
                   tampered ? CKR_SIGNATURE_INVALID : CKR_OK);
         EXPECT_EQ(f->C_VerifyFinal(session, presented.data(), presented.size()),
@@ -411,6 +414,7 @@ TEST_F(ModuleTest, SignaturesAreTheSameWholeOrInPartsForEveryMechanism) {
         EXPECT_EQ(f->C_SignInit(session, &mechanism, key), CKR_OK);
         EXPECT_EQ(f->C_Sign(session, input.data(), input.size(), nullptr, &length), CKR_OK);
         EXPECT_EQ(length, 256u);
+        EXPECT_EQ(f->C_SignUpdate(session, input.data(), 1), CKR_OPERATION_ACTIVE);
         EXPECT_EQ(f->C_Sign(session, input.data(), input.size(), signature.data(), &length),
                   CKR_OK);
         return signature;
@@ -429,6 +433,8 @@ TEST_F(ModuleTest, SignaturesAreTheSameWholeOrInPartsForEveryMechanism) {
         }
         Bytes inParts(256);
         CK_ULONG length = inParts.size();
+        EXPECT_EQ(f->C_Sign(session, &message[0], 1, inParts.data(), &length),
+                  CKR_OPERATION_ACTIVE);
         ASSERT_EQ(f->C_SignFinal(session, inParts.data(), &length), CKR_OK);
         EXPECT_EQ(whole, inParts);
         EXPECT_TRUE(each.verifies(message, whole));
