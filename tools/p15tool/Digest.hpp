@@ -11,7 +11,7 @@ class InputFile;
 
 /// The DER DigestInfo (hash algorithm and hash value) of `head` followed by
 /// the rest of `input`, hashed as it is read, so that a message of any size
-/// takes a few megabytes of memory. `hash` is named as --alg names it:
+/// takes 64 KiB of memory. `hash` is named as --alg names it:
 /// sha1, sha224, sha256, sha384, sha512, md5 or ripemd160. Input of unknown
 /// size (a pipe) longer than 4 GiB is a ToolError; a terminal shows the
 /// hashing when it takes more than a second.
