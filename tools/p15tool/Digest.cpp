@@ -25,42 +25,37 @@ template <class Hash> std::unique_ptr<CryptoPP::HashTransformation> make() {
     return std::make_unique<Hash>();
 }
 
-// A hash and the DER of its DigestInfo up to the hash value: SEQUENCE {
-// SEQUENCE { OID, NULL }, OCTET STRING header }.
+// A hash by its --alg name, with the DER content of its OID.
 struct HashKind {
     const char* name;
-    std::vector<unsigned char> prefix;
+    std::vector<unsigned char> oid;
     HashFactory make;
 };
 
 const HashKind hashKinds[] = {
-    {"sha1",
-     {0x30, 0x21, 0x30, 0x09, 0x06, 0x05, 0x2B, 0x0E, 0x03, 0x02, 0x1A, 0x05, 0x00, 0x04, 0x14},
-     make<CryptoPP::SHA1>},
-    {"sha224",
-     {0x30, 0x2D, 0x30, 0x0D, 0x06, 0x09, 0x60, 0x86, 0x48, 0x01, 0x65, 0x03, 0x04, 0x02, 0x04,
-      0x05, 0x00, 0x04, 0x1C},
-     make<CryptoPP::SHA224>},
-    {"sha256",
-     {0x30, 0x31, 0x30, 0x0D, 0x06, 0x09, 0x60, 0x86, 0x48, 0x01, 0x65, 0x03, 0x04, 0x02, 0x01,
-      0x05, 0x00, 0x04, 0x20},
-     make<CryptoPP::SHA256>},
-    {"sha384",
-     {0x30, 0x41, 0x30, 0x0D, 0x06, 0x09, 0x60, 0x86, 0x48, 0x01, 0x65, 0x03, 0x04, 0x02, 0x02,
-      0x05, 0x00, 0x04, 0x30},
-     make<CryptoPP::SHA384>},
-    {"sha512",
-     {0x30, 0x51, 0x30, 0x0D, 0x06, 0x09, 0x60, 0x86, 0x48, 0x01, 0x65, 0x03, 0x04, 0x02, 0x03,
-      0x05, 0x00, 0x04, 0x40},
-     make<CryptoPP::SHA512>},
-    {"md5",
-     {0x30, 0x20, 0x30, 0x0C, 0x06, 0x08, 0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x02, 0x05, 0x05,
-      0x00, 0x04, 0x10},
-     make<CryptoPP::Weak::MD5>},
-    {"ripemd160",
-     {0x30, 0x21, 0x30, 0x09, 0x06, 0x05, 0x2B, 0x24, 0x03, 0x02, 0x01, 0x05, 0x00, 0x04, 0x14},
-     make<CryptoPP::RIPEMD160>},
+    {"sha1", {0x2B, 0x0E, 0x03, 0x02, 0x1A}, make<CryptoPP::SHA1>},
+    {"sha224", {0x60, 0x86, 0x48, 0x01, 0x65, 0x03, 0x04, 0x02, 0x04}, make<CryptoPP::SHA224>},
+    {"sha256", {0x60, 0x86, 0x48, 0x01, 0x65, 0x03, 0x04, 0x02, 0x01}, make<CryptoPP::SHA256>},
+    {"sha384", {0x60, 0x86, 0x48, 0x01, 0x65, 0x03, 0x04, 0x02, 0x02}, make<CryptoPP::SHA384>},
+    {"sha512", {0x60, 0x86, 0x48, 0x01, 0x65, 0x03, 0x04, 0x02, 0x03}, make<CryptoPP::SHA512>},
+    {"md5", {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x02, 0x05}, make<CryptoPP::Weak::MD5>},
+    {"ripemd160", {0x2B, 0x24, 0x03, 0x02, 0x01}, make<CryptoPP::RIPEMD160>},
 };
+
+// SEQUENCE { SEQUENCE { OID, NULL }, OCTET STRING hash }; every length here
+// is below 128, so each takes one byte.
+mw::ByteBuffer encodeDigestInfo(const std::vector<unsigned char>& oid, const mw::ByteBuffer& hash) {
+    const auto algorithmLength = static_cast<unsigned char>(oid.size() + 4);
+    const auto hashLength = static_cast<unsigned char>(hash.size());
+    mw::ByteBuffer info{0x30, static_cast<unsigned char>(algorithmLength + hashLength + 4),
+                        0x30, algorithmLength,
+                        0x06, static_cast<unsigned char>(oid.size())};
+    info.append(oid.data(), oid.size());
+    const unsigned char null[] = {0x05, 0x00, 0x04, hashLength};
+    info.append(null, sizeof null);
+    info.append(hash);
+    return info;
+}
 
 // Small enough to stay in the cache from the read to the hash (1 MiB cost a
 // third more time), large enough that system calls cost little.
@@ -101,14 +96,12 @@ mw::ByteBuffer digestInfo(const std::string& hash, const mw::ByteBuffer& head, I
             progress.emplace("Hashing " + input.name());
         }
     }
-    mw::ByteBuffer info(kind.prefix.data(), kind.prefix.size());
     mw::ByteBuffer value(function->DigestSize());
     function->Final(value.data());
-    info.append(value);
     if (progress) {
         progress->done();
     }
-    return info;
+    return encodeDigestInfo(kind.oid, value);
 }
 
 } // namespace p15tool
