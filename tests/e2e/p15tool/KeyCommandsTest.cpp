@@ -83,27 +83,22 @@ TEST_F(KeyCommands, AnImportedKeyExportsAsTheFilesPublicKey) {
 
 // A 1024-bit key whose components agree with each other (n = pq, d inverts
 // e modulo lcm(p-1, q-1), CRT values to match) but whose p is the product of
-// two primes, as PKCS#8 DER.
+// two primes, as PKCS#8 DER. Factors from 1.75 * 2^255 make n 1024 bits.
 void writeKeyWithCompositeP(const std::string& path) {
     using CryptoPP::Integer;
     CryptoPP::AutoSeededRandomPool random;
-    const Integer e(65537);
-    const Integer quarterLow = Integer::Power2(255) + Integer::Power2(254);
-    const Integer halfLow = Integer::Power2(511) + Integer::Power2(510);
-    for (;;) {
-        const Integer p = Integer(random, quarterLow, Integer::Power2(256) - 1, Integer::PRIME) *
-                          Integer(random, quarterLow, Integer::Power2(256) - 1, Integer::PRIME);
-        const Integer q(random, halfLow, Integer::Power2(512) - 1, Integer::PRIME);
-        const Integer d = e.InverseMod(CryptoPP::LCM(p - 1, q - 1));
-        if (d.IsZero() || (p * q).BitCount() != 1024) {
-            continue;
-        }
-        CryptoPP::RSA::PrivateKey key;
-        key.Initialize(p * q, e, d, p, q, d % (p - 1), d % (q - 1), q.InverseMod(p));
-        CryptoPP::FileSink sink(path.c_str());
-        key.DEREncode(sink);
-        return;
+    const Integer e(65537), top = Integer::Power2(255) * 7 / 4,
+                            q(random, top * top, top * top * 8 / 7, Integer::PRIME);
+    Integer p, d;
+    while (d.IsZero()) {
+        p = Integer(random, top, top * 8 / 7, Integer::PRIME) *
+            Integer(random, top, top * 8 / 7, Integer::PRIME);
+        d = e.InverseMod(CryptoPP::LCM(p - 1, q - 1));
     }
+    CryptoPP::RSA::PrivateKey key;
+    key.Initialize(p * q, e, d, p, q, d % (p - 1), d % (q - 1), q.InverseMod(p));
+    CryptoPP::FileSink sink(path.c_str());
+    key.DEREncode(sink);
 }
 
 // Files that are no RSA key the card can hold, and a wrong PIN, leave the
