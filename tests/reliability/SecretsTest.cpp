@@ -98,8 +98,7 @@ TEST(KeySecrets, NoReleasedBlockHoldsTheContentOfAKeyFileTheToolReads) {
     CryptoPP::AutoSeededRandomPool random;
     CryptoPP::RSA::PrivateKey key;
     key.GenerateRandomWithKeySize(random, 1024);
-    // Written from blocks that wipe themselves: a block freed with the key in
-    // it before the search would be reused and found again.
+    // Through wiping blocks only: a block freed unwiped could be reused and found.
     CryptoPP::ByteQueue queue;
     key.DEREncode(queue);
     mw::ByteBuffer der(static_cast<std::size_t>(queue.MaxRetrievable()));
@@ -107,7 +106,6 @@ TEST(KeySecrets, NoReleasedBlockHoldsTheContentOfAKeyFileTheToolReads) {
     const std::string path = temporaryFile("p15-key-file-");
     p15tool::writeOutput(path, der, true);
     const std::string part(reinterpret_cast<const char*>(der.data()) + der.size() / 2, 64);
-
     freehook::lookFor(part);
     EXPECT_EQ(p15tool::readPrivateKeyFile(path).bits, 1024u);
     EXPECT_EQ(freehook::blocksFreedHoldingSecret(), 0u);
@@ -117,7 +115,8 @@ TEST(KeySecrets, NoReleasedBlockHoldsTheContentOfAKeyFileTheToolReads) {
 
 TEST(PlaintextSecrets, NoReleasedBlockHoldsWhatTheCardDecipheredNorWhatWasWrittenOfIt) {
     using app::crypto::ICipher;
-    const mw::ByteBuffer secret = support::ascii("the 32 bytes of a session key :)");
+    const std::string wanted = "the 32 bytes of a session key :)";
+    const mw::ByteBuffer secret = support::ascii(wanted);
     support::AppOnCard card(support::cardWithKeyImage());
     const auto application = card.open();
     card.verifyUserPin(*application);
@@ -126,9 +125,6 @@ TEST(PlaintextSecrets, NoReleasedBlockHoldsWhatTheCardDecipheredNorWhatWasWritte
     const auto cipher = application->getCipher("1.2.840.113549.1.1.1");
     cipher->init(*card.channel, ICipher::Encipher, *publicKey);
     const mw::ByteBuffer cryptogram = cipher->encipher(*card.channel, secret);
-
-    // Named: a temporary would be freed holding the secret.
-    const std::string wanted(secret.begin(), secret.end());
     freehook::lookFor(wanted);
     cipher->init(*card.channel, ICipher::Decipher,
                  *application->getPrivateKeys(*card.channel).at(0));
@@ -138,7 +134,6 @@ TEST(PlaintextSecrets, NoReleasedBlockHoldsWhatTheCardDecipheredNorWhatWasWritte
     p15tool::writeOutput(path, plaintext, true, p15tool::Exposure::secret);
     const std::size_t writing = freehook::blocksFreedHoldingSecret() - deciphering;
     freehook::lookFor("");
-
     EXPECT_EQ(plaintext, secret);
     EXPECT_EQ(deciphering, 0u) << "through the virtual card, the card layer and the plugin";
     EXPECT_EQ(writing, 0u) << "into the file";

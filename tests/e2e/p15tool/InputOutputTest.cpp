@@ -16,41 +16,32 @@ protected:
         InitialisedCard::SetUp();
         openssl("genpkey -algorithm RSA -pkeyopt rsa_keygen_bits:1024 -out key.pem");
         openssl("pkey -in key.pem -pubout -out public.pem");
-        const ToolResult imported =
-            tool({"key", "import", file("key.pem"), "--pin-env", "USER_PIN"});
-        ASSERT_EQ(imported.exitCode, 0) << imported.err;
+        ASSERT_EQ(tool({"key", "import", file("key.pem"), "--pin-env", "USER_PIN"}).exitCode, 0);
     }
 };
 
 // Up to 64 KiB the message goes to the plugin whole; past that the tool
 // hashes it as it reads and the card signs the DigestInfo: the signatures
-// are the same scheme either way, from a file or from stdin.
+// are the same scheme either way.
 TEST_F(InputOutput, MessagesOfEverySizeSignAndVerifyTheSameWay) {
     for (const std::size_t size :
          {std::size_t{64 * 1024}, std::size_t{64 * 1024 + 1}, std::size_t{3 * 1024 * 1024 + 7}}) {
         std::string message(size, 'm');
         writeFile(file("message"), message);
-        // Every hash once past the limit, two elsewhere; sha1 last, for stdin below.
-        const std::vector<std::string> algs =
-            size == 64 * 1024 + 1
-                ? std::vector<std::string>{"sha224", "sha256",    "sha384", "sha512",
-                                           "md5",    "ripemd160", "sha1"}
-                : std::vector<std::string>{"sha256", "sha1"};
-        for (const std::string& alg : algs) {
+        for (const char* alg :
+             {"sha224", "sha256", "sha384", "sha512", "md5", "ripemd160", "sha1"}) {
             SCOPED_TRACE(std::to_string(size) + " bytes, " + alg);
             const ToolResult signed_ = tool({"sign", "--alg", alg, "--in", file("message"), "--out",
                                              file("signature"), "--pin-env", "USER_PIN"});
             ASSERT_EQ(signed_.exitCode, 0) << signed_.err;
-            EXPECT_NE(openssl("dgst -" + alg + " -verify public.pem -signature signature message")
+            EXPECT_NE(openssl(std::string("dgst -") + alg +
+                              " -verify public.pem -signature signature message")
                           .find("Verified OK"),
                       std::string::npos);
             const ToolResult verified = tool({"verify", "--alg", alg, "--signature",
                                               file("signature"), "--in", file("message")});
             EXPECT_EQ(verified.exitCode, 0) << verified.err;
         }
-        const ToolResult piped =
-            tool({"sign", "--alg", "sha1", "--pin-env", "USER_PIN"}, file("message"));
-        EXPECT_EQ(piped.out, readFile(file("signature"))) << "PKCS#1 v1.5 is deterministic";
         message.back() ^= 1;
         writeFile(file("message"), message);
         EXPECT_EQ(tool({"verify", "--alg", "sha1", "--signature", file("signature"), "--in",
@@ -69,22 +60,15 @@ TEST_F(InputOutput, MessagesOfEverySizeSignAndVerifyTheSameWay) {
 TEST_F(InputOutput, WhatIsNoFileOrTooLargeIsRefusedUnread) {
     const std::string folder = directory.path();
     writeFile(file("signature"), std::string(128, 'S'));
-    const std::string isAFolder = folder + " is a folder";
-    const struct {
-        std::vector<std::string> command;
-        std::string says;
-    } cases[] = {
-        {{"sign", "--in", folder, "--pin-env", "USER_PIN"}, isAFolder},
-        {{"verify", "--signature", file("signature"), "--in", folder}, isAFolder},
-        {{"verify", "--signature", folder, "--in", file("signature")}, isAFolder},
-        {{"data", "write", folder, "--label", "D", "--pin-env", "USER_PIN"}, isAFolder},
-        {{"sign", "--in", "/dev/zero", "--pin-env", "USER_PIN"},
-         "/dev/zero is not a regular file, a pipe or a terminal"},
-    };
-    for (const auto& each : cases) {
-        const ToolResult refused = tool(each.command);
-        EXPECT_EQ(refused.exitCode, 2) << refused.err;
-        EXPECT_NE(refused.err.find(each.says), std::string::npos) << refused.err;
+    for (const std::string& bad : {folder, std::string("/dev/zero")}) {
+        for (const std::vector<std::string>& command : std::vector<std::vector<std::string>>{
+                 {"sign", "--in", bad, "--pin-env", "USER_PIN"},
+                 {"verify", "--signature", file("signature"), "--in", bad},
+                 {"data", "write", bad, "--label", "D", "--pin-env", "USER_PIN"}}) {
+            const ToolResult refused = tool(command);
+            EXPECT_EQ(refused.exitCode, 2) << refused.err;
+            EXPECT_EQ(refused.err.rfind("p15tool: " + bad + " is ", 0), 0u) << refused.err;
+        }
     }
     // Sparse: three gigabytes that take no room and no time to make.
     writeFile(file("huge"), "");
@@ -92,10 +76,7 @@ TEST_F(InputOutput, WhatIsNoFileOrTooLargeIsRefusedUnread) {
     const ToolResult huge =
         tool({"data", "write", file("huge"), "--label", "D", "--pin-env", "USER_PIN"});
     EXPECT_EQ(huge.exitCode, 1);
-    EXPECT_NE(huge.err.find("has 3221225472 bytes, more than this command takes"),
-              std::string::npos)
-        << huge.err;
-    EXPECT_TRUE(tool({"--json", "list"}).json()["dataObjects"].empty());
+    EXPECT_NE(huge.err.find("has 3221225472 bytes, more than"), std::string::npos) << huge.err;
 }
 
 // A new file is created for its owner alone; an existing one that others
