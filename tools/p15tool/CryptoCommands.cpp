@@ -32,7 +32,7 @@ using app::crypto::ISignature;
 const char* const rsaEncryption = "1.2.840.113549.1.1.1";
 // Messages up to this size go to the plugin whole (a card that hashes gets
 // them); longer ones are hashed here as they are read and the card signs
-// their DigestInfo, so a file of any size takes a few megabytes.
+// their DigestInfo, so a file of any size takes 64 KiB of memory.
 constexpr std::size_t wholeMessageSize = 64 * 1024;
 // A cryptogram or signature is one RSA block.
 constexpr std::size_t maxBlockSize = 4096;
