@@ -3,6 +3,7 @@
 #include "vcard/Personalise.hpp"
 #include "vcard/StatusWord.hpp"
 
+#include <algorithm>
 #include <thread>
 
 namespace vcard {
@@ -13,10 +14,16 @@ constexpr std::uint8_t insGetResponse = 0xC0;
 constexpr std::size_t maxChainedData = 0xFFFF;
 constexpr std::uint8_t insUpdateBinary = 0xD6;
 
+/// The answer goes into a block with room for the status word: growing `data` in place would free
+/// its old block with the response (a deciphered secret) still in it.
 Bytes withStatusWord(Bytes data, std::uint16_t statusWord) {
-    data.push_back(static_cast<std::uint8_t>(statusWord >> 8));
-    data.push_back(static_cast<std::uint8_t>(statusWord));
-    return data;
+    Bytes answer;
+    answer.reserve(data.size() + 2);
+    answer.assign(data.begin(), data.end());
+    wipe(data);
+    answer.push_back(static_cast<std::uint8_t>(statusWord >> 8));
+    answer.push_back(static_cast<std::uint8_t>(statusWord));
+    return answer;
 }
 
 Bytes statusWordOnly(std::uint16_t statusWord) {
@@ -241,6 +248,8 @@ Bytes VirtualCard::deliver(Response response, std::size_t ne) {
     pendingResponse_.assign(response.data.begin() + static_cast<std::ptrdiff_t>(ne),
                             response.data.end());
     pendingStatusWord_ = response.statusWord;
+    // Shrinking keeps the block: its tail is zeroed, since wiping stops at the size.
+    std::fill(response.data.begin() + static_cast<std::ptrdiff_t>(ne), response.data.end(), 0);
     response.data.resize(ne);
     return withStatusWord(std::move(response.data), 0x6100 | countByte(pendingResponse_.size()));
 }

@@ -2,17 +2,23 @@
 // stack (application, card layer, transport, virtual card, its image file)
 // leaves no copy of itself in memory given back to the runtime: not as typed,
 // not padded, not as the hexadecimal text of the card image, not in the big
-// integers the key's modulus is computed with. This binary replaces free() to
-// look.
+// integers the key's modulus is computed with. Neither do a key file's text
+// as the tool reads it, nor a plaintext the card deciphers, on its way back
+// and into the file the tool writes. This binary replaces free() to look.
 #include "AppOnCard.hpp"
 #include "FreeHook.hpp"
 
+#include "app/crypto/ICipher.hpp"
 #include "app/object/IPin.hpp"
+#include "tools/p15tool/KeyFile.hpp"
+#include "tools/p15tool/Streams.hpp"
 #include "vcard/CardImage.hpp"
 #include "vcard/Personalise.hpp"
 #include "vcard/VirtualCard.hpp"
 
 #include <cryptopp/hex.h>
+#include <cryptopp/osrng.h>
+#include <cryptopp/rsa.h>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -81,6 +87,57 @@ TEST(KeySecrets, NoReleasedBlockHoldsAPrimeOfAnImportedKey) {
         freehook::lookFor("");
     }
     std::filesystem::remove(image);
+}
+
+std::string temporaryFile(const std::string& name) {
+    return (std::filesystem::temp_directory_path() / (name + std::to_string(getpid()))).string();
+}
+
+// 64 bytes from the middle of a key file: parts of the key's components.
+TEST(KeySecrets, NoReleasedBlockHoldsTheContentOfAKeyFileTheToolReads) {
+    CryptoPP::AutoSeededRandomPool random;
+    CryptoPP::RSA::PrivateKey key;
+    key.GenerateRandomWithKeySize(random, 1024);
+    // Through wiping blocks only: a block freed unwiped could be reused and found.
+    CryptoPP::ByteQueue queue;
+    key.DEREncode(queue);
+    mw::ByteBuffer der(static_cast<std::size_t>(queue.MaxRetrievable()));
+    queue.Get(der.data(), der.size());
+    const std::string path = temporaryFile("p15-key-file-");
+    p15tool::writeOutput(path, der, true);
+    const std::string part(reinterpret_cast<const char*>(der.data()) + der.size() / 2, 64);
+    freehook::lookFor(part);
+    EXPECT_EQ(p15tool::readPrivateKeyFile(path).bits, 1024u);
+    EXPECT_EQ(freehook::blocksFreedHoldingSecret(), 0u);
+    freehook::lookFor("");
+    std::filesystem::remove(path);
+}
+
+TEST(PlaintextSecrets, NoReleasedBlockHoldsWhatTheCardDecipheredNorWhatWasWrittenOfIt) {
+    using app::crypto::ICipher;
+    const std::string wanted = "the 32 bytes of a session key :)";
+    const mw::ByteBuffer secret = support::ascii(wanted);
+    support::AppOnCard card(support::cardWithKeyImage());
+    const auto application = card.open();
+    card.verifyUserPin(*application);
+    const auto publicKey = application->getPublicKeys(*card.channel).at(0);
+    application->readCardObject(*card.channel, *publicKey);
+    const auto cipher = application->getCipher("1.2.840.113549.1.1.1");
+    cipher->init(*card.channel, ICipher::Encipher, *publicKey);
+    const mw::ByteBuffer cryptogram = cipher->encipher(*card.channel, secret);
+    freehook::lookFor(wanted);
+    cipher->init(*card.channel, ICipher::Decipher,
+                 *application->getPrivateKeys(*card.channel).at(0));
+    const mw::ByteBuffer plaintext = cipher->decipher(*card.channel, cryptogram);
+    const std::size_t deciphering = freehook::blocksFreedHoldingSecret();
+    const std::string path = temporaryFile("p15-plaintext-");
+    p15tool::writeOutput(path, plaintext, true, p15tool::Exposure::secret);
+    const std::size_t writing = freehook::blocksFreedHoldingSecret() - deciphering;
+    freehook::lookFor("");
+    EXPECT_EQ(plaintext, secret);
+    EXPECT_EQ(deciphering, 0u) << "through the virtual card, the card layer and the plugin";
+    EXPECT_EQ(writing, 0u) << "into the file";
+    std::filesystem::remove(path);
 }
 
 } // namespace

@@ -8,6 +8,7 @@
 #include "host/Channel.hpp"
 #include "mw/Hex.hpp"
 #include "tools/p15tool/Commands.hpp"
+#include "tools/p15tool/Digest.hpp"
 #include "tools/p15tool/Keys.hpp"
 #include "tools/p15tool/Login.hpp"
 #include "tools/p15tool/Output.hpp"
@@ -18,6 +19,7 @@
 #include <CLI/CLI.hpp>
 
 #include <iostream>
+#include <limits>
 #include <map>
 
 namespace p15tool {
@@ -28,8 +30,10 @@ using app::crypto::ICipher;
 using app::crypto::ISignature;
 
 const char* const rsaEncryption = "1.2.840.113549.1.1.1";
-// Messages are hashed in memory in one piece.
-constexpr std::size_t maxMessageSize = 256 * 1024 * 1024;
+// Messages up to this size go to the plugin whole (a card that hashes gets
+// them); longer ones are hashed here as they are read and the card signs
+// their DigestInfo, so a file of any size takes 64 KiB of memory.
+constexpr std::size_t wholeMessageSize = 64 * 1024;
 // A cryptogram or signature is one RSA block.
 constexpr std::size_t maxBlockSize = 4096;
 // Bytes of a PKCS#1 v1.5 block that are padding rather than message.
@@ -60,11 +64,30 @@ std::size_t blockSize(const app::object::IPrivateRSAKey& key) {
     return (key.getModulusLength() + 7u) / 8u;
 }
 
+// What the plugin signs or verifies, under which algorithm.
+struct SignedMessage {
+    std::string algorithm;
+    mw::ByteBuffer bytes;
+};
+
+// A short message (or a raw one) as it is, under --alg; a long one as its
+// DigestInfo for raw RSA. Read before the card is held: hashing a large
+// file keeps no one else from the card.
+SignedMessage signedMessage(const std::string& path, const std::string& algorithm) {
+    InputFile input(path, std::numeric_limits<std::uint64_t>::max());
+    mw::ByteBuffer head = readSome(input, wholeMessageSize + 1);
+    if (algorithm == "raw" || head.size() <= wholeMessageSize) {
+        return {signatureAlgorithms.at(algorithm), std::move(head)};
+    }
+    return {rsaEncryption, digestInfo(algorithm, head, input)};
+}
+
 void sign(const GlobalOptions& global, const CryptoOptions& options) {
-    const mw::ByteBuffer data = readInput(options.in, maxMessageSize);
+    const SignedMessage message = signedMessage(options.in, options.algorithm);
     const Session session(global);
     const KeyPair pair = chooseKeyPair(session, options.choice);
-    if (options.algorithm == "raw" && data.size() + pkcs1Overhead > blockSize(*pair.privateKey)) {
+    if (options.algorithm == "raw" &&
+        message.bytes.size() + pkcs1Overhead > blockSize(*pair.privateKey)) {
         throw ToolError(ExitCode::failure,
                         "raw signing takes at most " +
                             std::to_string(blockSize(*pair.privateKey) - pkcs1Overhead) +
@@ -72,19 +95,18 @@ void sign(const GlobalOptions& global, const CryptoOptions& options) {
     }
     verifyUserPin(session, options.pin);
     const mw::ByteBuffer signature =
-        signOnCard(session, *pair.privateKey, signatureAlgorithms.at(options.algorithm), data);
+        signOnCard(session, *pair.privateKey, message.algorithm, message.bytes);
     writeOutput(options.out, signature, true);
 }
 
 void verify(const GlobalOptions& global, const CryptoOptions& options) {
     const mw::ByteBuffer signature = readInput(options.signature, maxBlockSize);
-    const mw::ByteBuffer data = readInput(options.in, maxMessageSize);
+    const SignedMessage message = signedMessage(options.in, options.algorithm);
     const Session session(global);
     const KeyPair pair = chooseKeyPair(session, options.choice);
-    const auto engine =
-        session.application().getSignature(signatureAlgorithms.at(options.algorithm));
+    const auto engine = session.application().getSignature(message.algorithm);
     engine->init(session.channel(), ISignature::Verify, readPublicKey(session, pair));
-    const bool verified = engine->verify(session.channel(), data, signature);
+    const bool verified = engine->verify(session.channel(), message.bytes, signature);
     printResult(std::cout, Json{{"verified", verified}}, global.json);
     if (!verified) {
         throw ToolError(ExitCode::failure,
@@ -122,7 +144,8 @@ void decrypt(const GlobalOptions& global, const CryptoOptions& options) {
     verifyUserPin(session, options.pin);
     const auto cipher = session.application().getCipher(rsaEncryption);
     cipher->init(session.channel(), ICipher::Decipher, *pair.privateKey);
-    writeOutput(options.out, cipher->decipher(session.channel(), cryptogram), true);
+    writeOutput(options.out, cipher->decipher(session.channel(), cryptogram), true,
+                Exposure::secret);
 }
 
 void random(const GlobalOptions& global, const CryptoOptions& options) {
@@ -141,14 +164,16 @@ void addStreams(CLI::App& command, CryptoOptions& options, const char* in, const
     command.add_option("--out", options.out, out)->type_name("FILE");
 }
 
-void addAlgorithm(CLI::App& command, CryptoOptions& options) {
+// `raw` says what the input is: for sign, what is signed; for verify, what
+// was signed.
+void addAlgorithm(CLI::App& command, CryptoOptions& options, const char* raw) {
     std::vector<std::string> names;
     for (const auto& [name, oid] : signatureAlgorithms) {
         names.push_back(name);
     }
     command
         .add_option("--alg", options.algorithm,
-                    "hash of the signature (default sha256); raw signs the input as it is")
+                    std::string("hash of the signature (default sha256); ") + raw)
         ->check(CLI::IsMember(names));
 }
 
@@ -159,7 +184,7 @@ void addCryptoCommands(CLI::App& program, const GlobalOptions& global) {
 
     CLI::App* signCommand = program.add_subcommand("sign", "sign data with a key on the card");
     addKeyChoice(*signCommand, options->choice);
-    addAlgorithm(*signCommand, *options);
+    addAlgorithm(*signCommand, *options, "raw signs the input as it is");
     addStreams(*signCommand, *options, "the data (default: stdin)",
                "the signature (default: stdout)");
     addPinOptions(*signCommand, options->pin);
@@ -168,7 +193,7 @@ void addCryptoCommands(CLI::App& program, const GlobalOptions& global) {
     CLI::App* verifyCommand =
         program.add_subcommand("verify", "check a signature with a public key on the card");
     addKeyChoice(*verifyCommand, options->choice);
-    addAlgorithm(*verifyCommand, *options);
+    addAlgorithm(*verifyCommand, *options, "raw: the input is the DigestInfo that was signed");
     verifyCommand->add_option("--signature", options->signature, "the signature")
         ->type_name("FILE")
         ->required();

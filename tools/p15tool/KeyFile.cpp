@@ -1,13 +1,14 @@
 #include "tools/p15tool/KeyFile.hpp"
 
+#include "tools/p15tool/Streams.hpp"
 #include "tools/p15tool/ToolError.hpp"
 
 #include <cryptopp/base64.h>
 #include <cryptopp/filters.h>
+#include <cryptopp/nbtheory.h>
 #include <cryptopp/osrng.h>
 #include <cryptopp/rsa.h>
 
-#include <fstream>
 #include <string_view>
 
 namespace p15tool {
@@ -18,19 +19,14 @@ namespace {
 constexpr std::size_t maxKeyFileSize = 64 * 1024;
 constexpr std::size_t exponentSize = 3;
 
+// The file's text is the key itself: it is read into a buffer that wipes
+// itself, never through a stream's buffer.
 mw::ByteBuffer readKeyFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary | std::ios::ate);
-    if (!in) {
-        throw ToolError(ExitCode::notFound, "cannot read the key file " + path);
+    mw::ByteBuffer content = readInput(path, maxKeyFileSize);
+    if (content.empty()) {
+        throw ToolError(ExitCode::failure,
+                        path + " is empty; give a PKCS#8 or PKCS#1 RSA private key");
     }
-    const std::streamoff size = in.tellg();
-    if (size <= 0 || static_cast<std::size_t>(size) > maxKeyFileSize) {
-        throw ToolError(ExitCode::failure, path + " is " + (size <= 0 ? "empty" : "too large") +
-                                               "; give a PKCS#8 or PKCS#1 RSA private key");
-    }
-    mw::ByteBuffer content(static_cast<std::size_t>(size));
-    in.seekg(0);
-    in.read(reinterpret_cast<char*>(content.data()), size);
     return content;
 }
 
@@ -109,6 +105,16 @@ std::pair<mw::ByteBuffer, Form> privateKeyDer(mw::ByteBuffer content, const std:
                         "); give a PKCS#8 \"PRIVATE KEY\" or PKCS#1 \"RSA PRIVATE KEY\"");
 }
 
+// Components that agree with each other but stand on a composite "prime"
+// make a key the card could store and never use.
+void refuseComposite(const CryptoPP::Integer& prime, const char* name, const std::string& path) {
+    CryptoPP::AutoSeededRandomPool random;
+    if (!CryptoPP::VerifyPrime(random, prime, 2)) {
+        throw ToolError(ExitCode::failure, "the key in " + path + " is not a valid RSA key: " +
+                                               name + " is not prime; nothing was imported");
+    }
+}
+
 bool decodes(CryptoPP::RSA::PrivateKey& key, const mw::ByteBuffer& der, Form form) {
     try {
         CryptoPP::ArraySource source(der.data(), der.size(), true);
@@ -139,6 +145,8 @@ CryptoPP::RSA::PrivateKey decodePrivateKey(const mw::ByteBuffer& der, Form form,
                                                " is inconsistent (its components do not "
                                                "belong together); nothing was imported");
     }
+    refuseComposite(key.GetPrime1(), "p", path);
+    refuseComposite(key.GetPrime2(), "q", path);
     return key;
 }
 

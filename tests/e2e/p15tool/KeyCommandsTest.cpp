@@ -4,6 +4,10 @@
 #include "app/pkcs15/oss/Codec.hpp"
 #include "vcard/CardImage.hpp"
 
+#include <cryptopp/files.h>
+#include <cryptopp/nbtheory.h>
+#include <cryptopp/osrng.h>
+#include <cryptopp/rsa.h>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -77,6 +81,26 @@ TEST_F(KeyCommands, AnImportedKeyExportsAsTheFilesPublicKey) {
     EXPECT_EQ(dump["objects"]["publicKeys"][0]["modulus"].get<std::string>().size(), 384u);
 }
 
+// A 1024-bit key whose components agree with each other (n = pq, d inverts
+// e modulo lcm(p-1, q-1), CRT values to match) but whose p is the product of
+// two primes, as PKCS#8 DER. Factors from 1.75 * 2^255 make n 1024 bits.
+void writeKeyWithCompositeP(const std::string& path) {
+    using CryptoPP::Integer;
+    CryptoPP::AutoSeededRandomPool random;
+    const Integer e(65537), top = Integer::Power2(255) * 7 / 4,
+                            q(random, top * top, top * top * 8 / 7, Integer::PRIME);
+    Integer p, d;
+    while (d.IsZero()) {
+        p = Integer(random, top, top * 8 / 7, Integer::PRIME) *
+            Integer(random, top, top * 8 / 7, Integer::PRIME);
+        d = e.InverseMod(CryptoPP::LCM(p - 1, q - 1));
+    }
+    CryptoPP::RSA::PrivateKey key;
+    key.Initialize(p * q, e, d, p, q, d % (p - 1), d % (q - 1), q.InverseMod(p));
+    CryptoPP::FileSink sink(path.c_str());
+    key.DEREncode(sink);
+}
+
 // Files that are no RSA key the card can hold, and a wrong PIN, leave the
 // card as it was.
 TEST_F(KeyCommands, ImportRefusesWhatTheCardCannotTakeAndWritesNothing) {
@@ -87,6 +111,7 @@ TEST_F(KeyCommands, ImportRefusesWhatTheCardCannotTakeAndWritesNothing) {
     const std::string pem = readFile(directory.file("rsa.pem"));
     writeFile(directory.file("cut.pem"), pem.substr(0, pem.size() - 40));
     openssl("pkey -in rsa.pem -pubout -out public.pem");
+    writeKeyWithCompositeP(directory.file("composite.der"));
     const std::string before = readFile(image);
 
     const struct {
@@ -99,7 +124,8 @@ TEST_F(KeyCommands, ImportRefusesWhatTheCardCannotTakeAndWritesNothing) {
         {"public.pem", 1, "holds no private key (PEM blocks: PUBLIC KEY)"},
         {"small.pem", 1, "has 512 bits; the card takes 1024, 1536 or 2048"},
         {"cut.pem", 1, "has no END line"},
-        {"missing.pem", 5, "cannot read the key file"},
+        {"composite.der", 1, "composite.der is not a valid RSA key: p is not prime"},
+        {"missing.pem", 5, "missing.pem: No such file"},
     };
     for (const auto& each : cases) {
         const ToolResult result = import(directory.file(each.file));
