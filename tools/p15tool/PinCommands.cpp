@@ -144,9 +144,10 @@ void addPinCommands(CLI::App& program, const GlobalOptions& global) {
     addPinCommand(*group, "change", "change a PIN, given its current value", *options,
                   {&options->pin, &options->newPin})
         ->callback([&global, options] { change(global, *options); });
-    CLI::App* unblockCommand =
-        addPinCommand(*group, "unblock", "reset a blocked PIN's tries with its PUK", *options,
-                      {&options->unblockingPin, &options->newPin});
+    CLI::App* unblockCommand = addPinCommand(
+        *group, "unblock",
+        "reset a blocked PIN's tries with its PUK, and set a new value with --new-pin*", *options,
+        {&options->unblockingPin, &options->newPin});
     unblockCommand->add_flag("--new-pin", options->unblockWithNewPin,
                              "also set a new PIN, asked for twice at the prompt");
     unblockCommand->callback([&global, options] { unblock(global, *options); });
