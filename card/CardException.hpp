@@ -23,6 +23,10 @@ public:
     const char* what() const noexcept override { return "invalid data exception"; }
 };
 
+/// Another program held the card (or the card image) for longer than this
+/// one waits for it; nothing was sent.
+class MW_EXPORT_TYPE CardInUseException : public CardException {};
+
 struct tag_error_text;
 struct tag_error_data;
 struct tag_status_code;

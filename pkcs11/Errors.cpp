@@ -1,6 +1,7 @@
 #include "pkcs11/Errors.hpp"
 
 #include "app/ApplicationException.hpp"
+#include "app/object/IPin.hpp"
 #include "card/CardException.hpp"
 #include "host/ErrorMessage.hpp"
 #include "mw/Log.hpp"
@@ -58,6 +59,9 @@ CK_RV returnValueOf(const std::exception& error) {
         if (const unsigned short* sw = boost::get_error_info<card::StatusCode>(*info)) {
             return returnValueOfStatus(*sw);
         }
+    }
+    if (const auto* pin = dynamic_cast<const app::object::InvalidPinException*>(&error)) {
+        return pin->fault() == pin->NotDigits ? CKR_PIN_INVALID : CKR_PIN_LEN_RANGE;
     }
     if (dynamic_cast<const app::OutOfMemoryException*>(&error)) {
         return CKR_DEVICE_MEMORY;

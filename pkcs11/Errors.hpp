@@ -25,7 +25,8 @@ private:
 
 // The return value for an exception from the plugin, the card layer or the
 // standard library: a wrong PIN is CKR_PIN_INCORRECT, a blocked one
-// CKR_PIN_LOCKED, a removed card CKR_DEVICE_REMOVED, and so on.
+// CKR_PIN_LOCKED, one the PIN cannot take CKR_PIN_LEN_RANGE (its length) or
+// CKR_PIN_INVALID (not digits), a removed card CKR_DEVICE_REMOVED, and so on.
 CK_RV returnValueOf(const std::exception& error);
 
 // True when the exception says the card or its reader is gone.

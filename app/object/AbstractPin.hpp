@@ -33,6 +33,8 @@ public:
         return AbstractCardObject::getProtectingAuthId();
     }
 
+    void checkValue(const mw::ByteBuffer& value, InvalidPinException::Role role) const override;
+
     bool isTouched() const override;
     void clearTouched() const override;
 

@@ -1,9 +1,11 @@
 #ifndef APP_OBJECT_IPIN_HPP
 #define APP_OBJECT_IPIN_HPP
 
+#include "app/ApplicationException.hpp"
 #include "app/object/IAuthenticationObject.hpp"
 
 #include <boost/optional.hpp>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -13,6 +15,45 @@ class IChannel;
 
 namespace app {
 namespace object {
+
+/// A PIN value the PIN's attributes rule out: empty, shorter than minLength,
+/// longer than maxLength (storedLength without one), or not only digits for
+/// a numeric PIN type. Thrown before any command reaches the card, so it
+/// costs no try. The value itself is never part of it.
+class MW_EXPORT_TYPE InvalidPinException : public ApplicationException {
+public:
+    enum Fault { TooShort, TooLong, NotDigits };
+    /// Which value of the operation was refused.
+    enum Role { Current, Unblocking, New };
+
+    InvalidPinException(Fault fault, Role role, std::size_t given, std::size_t minimum,
+                        std::size_t maximum, bool digitsOnly)
+        : fault_(fault)
+        , role_(role)
+        , given_(given)
+        , minimum_(minimum)
+        , maximum_(maximum)
+        , digitsOnly_(digitsOnly) {}
+    const char* what() const noexcept override { return "invalid PIN exception"; }
+
+    Fault fault() const { return fault_; }
+    Role role() const { return role_; }
+    /// The length of the value refused.
+    std::size_t given() const { return given_; }
+    std::size_t minimum() const { return minimum_; }
+    /// The longest value the PIN takes; 0 when it names no limit.
+    std::size_t maximum() const { return maximum_; }
+    /// Whether the PIN takes digits only.
+    bool digitsOnly() const { return digitsOnly_; }
+
+private:
+    Fault fault_;
+    Role role_;
+    std::size_t given_;
+    std::size_t minimum_;
+    std::size_t maximum_;
+    bool digitsOnly_;
+};
 
 class MW_EXPORT_TYPE IPin : public virtual IAuthenticationObject {
 public:
@@ -50,9 +91,12 @@ public:
         ExchangeRefData = 0x001
     };
 
+    /// authenticate, change and unblock refuse a value that checkValue
+    /// refuses, with InvalidPinException, before any command is sent.
     virtual void authenticate(const card::IChannel& channel, const mw::ByteBuffer& pin) const = 0;
     virtual void deauthenticate(const card::IChannel& channel) const = 0;
-    // Resets the retry counter with the value of the PIN's unblocking PIN.
+    /// Resets the retry counter with the value of the PIN's unblocking PIN;
+    /// the PIN keeps its value.
     virtual void unblock(const card::IChannel& channel,
                          const mw::ByteBuffer& unblockingPin) const = 0;
     virtual void change(const card::IChannel& channel, const mw::ByteBuffer& oldPin,
@@ -78,6 +122,13 @@ public:
     // most cards: the PIN that unblocks it).
     virtual const boost::optional<mw::ByteBuffer>& getProtectingAuthId() const = 0;
     virtual PinInfo getPinInfo(const card::IChannel& channel) const = 0;
+    /// Resets the retry counter with the value of the PIN's unblocking PIN
+    /// and gives the PIN the value `newPin`, in one command.
+    virtual void unblock(const card::IChannel& channel, const mw::ByteBuffer& unblockingPin,
+                         const mw::ByteBuffer& newPin) const = 0;
+    /// Throws InvalidPinException, naming `role`, when `value` cannot be
+    /// this PIN's value.
+    virtual void checkValue(const mw::ByteBuffer& value, InvalidPinException::Role role) const = 0;
 };
 
 } // namespace object

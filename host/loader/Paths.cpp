@@ -23,7 +23,8 @@ bool fileExists(const std::string& path) {
 
 std::string userCardImage() {
     const char* dataHome = std::getenv("XDG_DATA_HOME");
-    if (dataHome && *dataHome) {
+    // The XDG rule: a relative path is invalid and ignored.
+    if (dataHome && *dataHome == '/') {
         return std::string(dataHome) + "/p15kit/card.json";
     }
     const char* home = std::getenv("HOME");

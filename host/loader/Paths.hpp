@@ -13,8 +13,8 @@ std::string directoryOf(const std::string& path);
 std::string realPath(const std::string& path);
 bool fileExists(const std::string& path);
 // The user's own virtual card: $XDG_DATA_HOME/p15kit/card.json, or
-// ~/.local/share/p15kit/card.json without XDG_DATA_HOME; empty when the
-// user has no home directory.
+// ~/.local/share/p15kit/card.json when XDG_DATA_HOME is unset, empty or
+// relative; empty when the user has no home directory.
 std::string userCardImage();
 
 } // namespace host::paths

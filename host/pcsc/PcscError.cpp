@@ -51,9 +51,10 @@ const char* kept(const std::string& text) {
     return texts.insert(text).first->c_str();
 }
 
+template <class Exception = card::CardException>
 [[noreturn]] void throwWith(const char* text, LONG code) {
-    CARD_THROW(card::CardException()
-               << card::ErrorText(text) << card::ErrorData(static_cast<unsigned int>(code)));
+    CARD_THROW(Exception() << card::ErrorText(text)
+                           << card::ErrorData(static_cast<unsigned int>(code)));
 }
 
 #define P15_PCSC_CODE(name)                                                                        \
@@ -145,9 +146,10 @@ bool isServiceLost(LONG code) {
 }
 
 void throwCardInUse(std::chrono::seconds limit) {
-    throwWith(kept("card in use by another application: no transaction after " +
-                   std::to_string(limit.count()) + " s"),
-              SCARD_E_TIMEOUT);
+    throwWith<card::CardInUseException>(
+        kept("card in use by another application: no transaction after " +
+             std::to_string(limit.count()) + " s"),
+        SCARD_E_TIMEOUT);
 }
 
 void throwResetDuringOperation() {

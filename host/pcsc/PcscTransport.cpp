@@ -2,6 +2,7 @@
 
 #include "card/Apdu.hpp"
 #include "card/CardException.hpp"
+#include "host/ApduTrace.hpp"
 #include "host/pcsc/PcscError.hpp"
 
 #include <PCSC/pcsclite.h>
@@ -256,11 +257,12 @@ boost::shared_ptr<mw::ByteBuffer> PcscTransport::transmit(const card::Apdu& comm
     const LONG rv = SCardTransmit(card_, pci, command.bytes().data(),
                                   static_cast<DWORD>(command.bytes().size()), nullptr,
                                   response->data(), &responseLength);
+    response->resize(rv == SCARD_S_SUCCESS ? responseLength : 0);
+    traceApdu(command, response.get());
     // A reader that loses the card in the middle of a command may still
     // report success, with no answer at all.
     checkCommand("SCardTransmit",
                  rv == SCARD_S_SUCCESS && responseLength < 2 ? SCARD_E_NOT_TRANSACTED : rv);
-    response->resize(responseLength);
     return response;
 }
 

@@ -2,8 +2,10 @@
 
 #include "card/Apdu.hpp"
 #include "card/CardException.hpp"
+#include "host/ApduTrace.hpp"
 #include "host/pcsc/PcscTransport.hpp"
 #include "mw/Exception.hpp"
+#include "vcard/CardImage.hpp"
 #include "vcard/VirtualCard.hpp"
 
 #include <boost/make_shared.hpp>
@@ -34,7 +36,11 @@ private:
     static std::mutex mutex;
     static std::set<std::string> texts;
     const std::lock_guard<std::mutex> lock(mutex);
-    CARD_THROW(card::CardException() << card::ErrorText(texts.insert(error.what()).first->c_str()));
+    const char* text = texts.insert(error.what()).first->c_str();
+    if (dynamic_cast<const vcard::ImageBusy*>(&error)) {
+        CARD_THROW(card::CardInUseException() << card::ErrorText(text));
+    }
+    CARD_THROW(card::CardException() << card::ErrorText(text));
 }
 
 } // namespace
@@ -95,7 +101,9 @@ boost::shared_ptr<mw::ByteBuffer> VirtualCardTransport::transmit(const card::Apd
     } catch (const vcard::ImageError& error) {
         throwImageFailure(error);
     }
-    return boost::make_shared<mw::ByteBuffer>(response);
+    auto answer = boost::make_shared<mw::ByteBuffer>(response);
+    traceApdu(command, answer.get());
+    return answer;
 }
 
 unsigned long VirtualCardTransport::changeCount() const {

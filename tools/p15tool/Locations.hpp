@@ -10,7 +10,7 @@ namespace p15tool {
 using host::paths::fileExists;
 
 // The user's own virtual card: $XDG_DATA_HOME/p15kit/card.json, or
-// ~/.local/share/p15kit/card.json without XDG_DATA_HOME.
+// ~/.local/share/p15kit/card.json when XDG_DATA_HOME is unset or relative.
 std::string defaultCardImage();
 
 // The plugin library: the one built beside the tool when the tool runs from

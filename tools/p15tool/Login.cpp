@@ -7,7 +7,8 @@
 namespace p15tool {
 
 RefusedSecret refusedPin(const app::object::IPin& pin) {
-    return {pinName(pin), "unblock it with its PUK: p15tool pin unblock"};
+    return {pinName(pin), "unblock it with its PUK: p15tool pin unblock [--new-pin]",
+            "new " + pinName(pin)};
 }
 
 mw::ByteBuffer readPinOf(const Session& session, const app::object::IPin& pin, PinSource source,

@@ -15,6 +15,7 @@
 #include <initializer_list>
 #include <iostream>
 #include <memory>
+#include <optional>
 
 namespace p15tool {
 
@@ -25,8 +26,9 @@ using app::object::IPin;
 struct PinOptions {
     PinChoice choice;
     PinSource pin{"PIN", "pin", {}, {}};
-    PinSource newPin{"PIN", "new-pin", {}, {}};
+    PinSource newPin{"new PIN", "new-pin", {}, {}};
     PinSource unblockingPin{"PUK", "puk", {}, {}};
+    bool unblockWithNewPin = false; // pin unblock --new-pin
 };
 
 // The card's PINs and the one the command means.
@@ -40,19 +42,6 @@ struct ChosenPin {
 
 void printPin(const GlobalOptions& global, const Session& session, const ChosenPin& chosen) {
     printResult(std::cout, pinJson(chosen.pin, session.channel(), chosen.pins, false), global.json);
-}
-
-// A new PIN the card would refuse for its length is refused before any
-// command reaches the card.
-void checkNewPinLength(const IPin& pin, const mw::ByteBuffer& value) {
-    const std::size_t minimum = pin.getMinLength();
-    const std::size_t maximum = pin.getMaxLength().value_or(0xFFFF);
-    if (value.size() < minimum || value.size() > maximum) {
-        throw ToolError(ExitCode::usage,
-                        "the new " + pinName(pin) + " must have " + std::to_string(minimum) +
-                            (pin.getMaxLength() ? " to " + std::to_string(maximum) : " or more") +
-                            " characters; nothing was changed");
-    }
 }
 
 void status(const GlobalOptions& global, const PinChoice& choice) {
@@ -90,10 +79,14 @@ void change(const GlobalOptions& global, const PinOptions& options) {
     const ChosenPin chosen(session, options.choice);
     const mw::ByteBuffer current = readPinOf(session, chosen.pin, options.pin, false);
     const mw::ByteBuffer replacement = readPinOf(session, chosen.pin, options.newPin, true);
-    checkNewPinLength(chosen.pin, replacement);
     presentPin(session, refusedPin(chosen.pin),
                [&] { chosen.pin.change(session.channel(), current, replacement); });
     printPin(global, session, chosen);
+}
+
+bool wantsNewPin(const PinOptions& options) {
+    return options.unblockWithNewPin || !options.newPin.environmentVariable.empty() ||
+           !options.newPin.file.empty();
 }
 
 void unblock(const GlobalOptions& global, const PinOptions& options) {
@@ -105,8 +98,20 @@ void unblock(const GlobalOptions& global, const PinOptions& options) {
         source.name = pinName(*unblocking);
     }
     const mw::ByteBuffer value = session.whileCardFree([&] { return readPin(source, false); });
-    presentPin(session, {source.name, "the " + pinName(chosen.pin) + " can no longer be unblocked"},
-               [&] { chosen.pin.unblock(session.channel(), value); });
+    RefusedSecret secret = refusedPin(chosen.pin);
+    secret.name = source.name;
+    secret.whenBlocked = "the " + pinName(chosen.pin) + " can no longer be unblocked";
+    std::optional<mw::ByteBuffer> newValue;
+    if (wantsNewPin(options)) {
+        newValue = readPinOf(session, chosen.pin, options.newPin, true);
+    }
+    presentPin(session, secret, [&] {
+        if (newValue) {
+            chosen.pin.unblock(session.channel(), value, *newValue);
+        } else {
+            chosen.pin.unblock(session.channel(), value);
+        }
+    });
     printPin(global, session, chosen);
 }
 
@@ -139,9 +144,13 @@ void addPinCommands(CLI::App& program, const GlobalOptions& global) {
     addPinCommand(*group, "change", "change a PIN, given its current value", *options,
                   {&options->pin, &options->newPin})
         ->callback([&global, options] { change(global, *options); });
-    addPinCommand(*group, "unblock", "reset a blocked PIN's tries with its PUK", *options,
-                  {&options->unblockingPin})
-        ->callback([&global, options] { unblock(global, *options); });
+    CLI::App* unblockCommand = addPinCommand(
+        *group, "unblock",
+        "reset a blocked PIN's tries with its PUK, and set a new value with --new-pin*", *options,
+        {&options->unblockingPin, &options->newPin});
+    unblockCommand->add_flag("--new-pin", options->unblockWithNewPin,
+                             "also set a new PIN, asked for twice at the prompt");
+    unblockCommand->callback([&global, options] { unblock(global, *options); });
 }
 
 } // namespace p15tool

@@ -38,13 +38,16 @@ struct Failure {
 // What a refused PIN is called in messages, and what to do once it is
 // blocked.
 struct RefusedSecret {
-    std::string name = "PIN";
+    std::string name = "PIN"; // the value presented: "User PIN", "PUK"
     std::string whenBlocked = "unblock it with the PUK (p15tool pin unblock)";
+    std::string newName = "new PIN"; // the value a change or unblock sets
 };
 
 // The exit status and the one-line message for any exception a command lets
-// escape; card and application errors are worded by the host. A refused PIN
-// (wrong or blocked) is named as `secret` says, with the tries left.
+// escape, what it means first: a refused PIN (wrong or blocked) is named as
+// `secret` says, with the tries left; a PIN value the PIN cannot take says
+// what it takes (exit status usage: nothing reached the card); another card
+// error says what went wrong, then the command and status word.
 Failure describeFailure(const std::exception& error, const RefusedSecret& secret = {});
 
 } // namespace p15tool

@@ -161,11 +161,11 @@ mw::ByteBuffer fromTerminal(const PinSource& source, bool isNew) {
                             "no terminal to ask for the " + source.name + "; give --" +
                                 source.option + "-env VAR or --" + source.option + "-file FILE");
     }
-    const std::string what = (isNew ? "new " : "") + source.name;
-    std::string first = what + ": ";
+    std::string first = source.name + ": ";
     first[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(first[0])));
     mw::ByteBuffer pin = prompt(terminal.get(), first, source.name);
-    if (isNew && !same(pin, prompt(terminal.get(), "Repeat the " + what + ": ", source.name))) {
+    if (isNew &&
+        !same(pin, prompt(terminal.get(), "Repeat the " + source.name + ": ", source.name))) {
         throw PinInputError(PinInputError::Kind::usage,
                             "the two " + source.name + " entries differ; nothing was changed");
     }
@@ -185,14 +185,19 @@ void addPinOptions(CLI::App& command, PinSource& source) {
         ->type_name("FILE");
 }
 
+// Every message about a new PIN says it is the new one.
 mw::ByteBuffer read(const PinSource& source, bool isNew) {
-    if (!source.environmentVariable.empty()) {
-        return fromEnvironment(source);
+    PinSource named = source;
+    if (isNew && named.name.rfind("new ", 0) != 0) {
+        named.name = "new " + named.name;
     }
-    if (!source.file.empty()) {
-        return fromFile(source);
+    if (!named.environmentVariable.empty()) {
+        return fromEnvironment(named);
     }
-    return fromTerminal(source, isNew);
+    if (!named.file.empty()) {
+        return fromFile(named);
+    }
+    return fromTerminal(named, isNew);
 }
 
 } // namespace pininput

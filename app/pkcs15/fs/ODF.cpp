@@ -65,7 +65,12 @@ void ODF::readFromCard(const card::IChannel& channel,
     std::size_t offset = 0;
     while (offset < content.size() && !P15File::isPadding(content.get(offset))) {
         oss::PKCS15Objects entry;
-        offset += oss::decode(content.data() + offset, content.size() - offset, entry);
+        try {
+            offset += oss::decode(content.data() + offset, content.size() - offset, entry);
+        } catch (InvalidDataException& error) {
+            error << ErrorDetail("EF(ODF) " + pathText(odfFileId));
+            throw;
+        }
         const P15File::FileId kind = directoryOf(entry);
         if (entry.value.choice == oss::PathOrObjects::path) {
             fileIds_[kind] = mw::ByteBuffer(entry.value.pathValue.path);

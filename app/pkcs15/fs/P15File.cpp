@@ -77,6 +77,19 @@ std::string decodeFailure(const InvalidDataException& error, std::size_t entryOf
 
 } // namespace
 
+std::string pathText(const mw::ByteBuffer& path) {
+    std::string text;
+    static const char digits[] = "0123456789ABCDEF";
+    for (std::size_t i = 0; i < path.size(); ++i) {
+        if (i > 0 && i % 2 == 0) {
+            text += '/';
+        }
+        text += digits[path.get(i) >> 4];
+        text += digits[path.get(i) & 0x0F];
+    }
+    return text;
+}
+
 P15File::P15File(const boost::weak_ptr<ODF>& odf, FileId kind)
     : odf_(odf)
     , kind_(kind) {}
@@ -139,7 +152,8 @@ void P15File::ensureLoaded(const card::IChannel& channel) const {
     }
     dropContent();
     const boost::shared_ptr<const P15Application> app = application();
-    if (!getFileId(channel, *app->getFileAccessService()).empty()) {
+    path_ = getFileId(channel, *app->getFileAccessService());
+    if (!path_.empty()) {
         selectOnCard(channel);
         const std::size_t mostPerRead =
             std::max(readChunk, app->getFileAccessService()->maxReadLength(channel));
@@ -152,8 +166,17 @@ void P15File::ensureLoaded(const card::IChannel& channel) const {
             next = std::min(2 * next, mostPerRead);
         }
     }
-    split();
+    try {
+        split();
+    } catch (InvalidDataException& error) {
+        error << ErrorDetail(where());
+        throw;
+    }
     mustRead_ = false;
+}
+
+std::string P15File::where() const {
+    return std::string(name()) + " " + pathText(path_);
 }
 
 void P15File::readUpTo(const card::IChannel& channel, std::size_t end) const {
@@ -192,8 +215,11 @@ std::size_t P15File::entriesLength(const card::IChannel& channel) const {
 std::size_t P15File::contentLength(const card::IChannel& channel) const {
     ensureLoaded(channel);
     if (structureBroken_) {
-        APP_THROW_DATA(InvalidDataException,
-                       "directory file structure broken; the file is not changed", brokenAt_);
+        BOOST_THROW_EXCEPTION(InvalidDataException()
+                              << ErrorText("directory file structure broken; the file is not "
+                                           "changed")
+                              << ErrorData(static_cast<unsigned int>(brokenAt_))
+                              << ErrorDetail(where()));
     }
     return contentLength_;
 }

@@ -26,6 +26,9 @@ namespace fs {
 
 class ODF;
 
+// A file path as "3F00/5015/4402", for messages.
+std::string pathText(const mw::ByteBuffer& path);
+
 // A PKCS#15 directory file (AODF, PrKDF, PuKDF, CDF, DODF): read from the
 // card when first needed, split into its DER entries, and rewritten entry by
 // entry through the application when an object changes.
@@ -94,6 +97,10 @@ public:
     void replaceContent(mw::ByteBuffer content) const;
     void dropContent() const;
 
+    // "EF(PrKDF) 3F00/5015/4402": the file and its path as EF(ODF) names it,
+    // for the errors of its content.
+    std::string where() const;
+
     // The owning ODF; "failed to get shared ptr from weak ptr" when it is gone.
     boost::shared_ptr<ODF> odf() const;
     boost::shared_ptr<const P15Application> application() const;
@@ -132,6 +139,7 @@ private:
     mutable std::vector<EntryNote> notes_;
     mutable bool structureBroken_ = false;
     mutable std::size_t brokenAt_ = 0;
+    mutable mw::ByteBuffer path_; // as EF(ODF) names the file
 };
 
 } // namespace fs

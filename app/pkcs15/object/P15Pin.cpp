@@ -2,6 +2,7 @@
 
 #include "app/ApplicationException.hpp"
 #include "app/pkcs15/detail/WallClock.hpp"
+#include "app/pkcs15/fs/AODF.hpp"
 #include "card/service/IPinManagementService.hpp"
 #include "card/service/PinReference.hpp"
 #include "mw/Log.hpp"
@@ -14,6 +15,7 @@ namespace app {
 namespace pkcs15 {
 namespace object {
 
+using app::object::InvalidPinException;
 using card::service::PinReference;
 
 P15Pin::P15Pin(PinService service, boost::weak_ptr<const fs::AODF> aodf, std::int32_t waitingTime)
@@ -57,6 +59,7 @@ mw::ByteBuffer P15Pin::pad(const mw::ByteBuffer& value) const {
 
 void P15Pin::authenticate(const card::IChannel& channel, const mw::ByteBuffer& pin) const {
     mw::Log log(typeid(*this), BOOST_CURRENT_FUNCTION);
+    checkValue(pin, InvalidPinException::Current);
     const PinReference ref = paddingReference();
     lastQuery_ = 0;
     service_->authenticate(channel, ref, pad(pin));
@@ -65,17 +68,47 @@ void P15Pin::authenticate(const card::IChannel& channel, const mw::ByteBuffer& p
 void P15Pin::change(const card::IChannel& channel, const mw::ByteBuffer& oldPin,
                     const mw::ByteBuffer& newPin) const {
     mw::Log log(typeid(*this), BOOST_CURRENT_FUNCTION);
+    checkValue(oldPin, InvalidPinException::Current);
+    checkValue(newPin, InvalidPinException::New);
     const PinReference ref = paddingReference();
     lastQuery_ = 0;
     // The service takes the new value first.
     service_->change(channel, ref, pad(newPin), pad(oldPin));
 }
 
+// The unblocking PIN's own attributes rule its value when the AODF lists
+// it; the value is padded as this PIN's, the way the card compares it.
+void P15Pin::checkUnblockingValue(const card::IChannel& channel,
+                                  const mw::ByteBuffer& unblockingPin) const {
+    const boost::shared_ptr<const fs::AODF> aodf = aodf_.lock();
+    const auto& authId = getProtectingAuthId();
+    if (aodf && authId) {
+        for (const auto& pin : aodf->pins(channel)) {
+            if (pin->getAuthId() == *authId) {
+                pin->checkValue(unblockingPin, InvalidPinException::Unblocking);
+                return;
+            }
+        }
+    }
+    checkValue(unblockingPin, InvalidPinException::Unblocking);
+}
+
 void P15Pin::unblock(const card::IChannel& channel, const mw::ByteBuffer& unblockingPin) const {
     mw::Log log(typeid(*this), BOOST_CURRENT_FUNCTION);
+    checkUnblockingValue(channel, unblockingPin);
     const PinReference ref = paddingReference();
     lastQuery_ = 0;
     service_->unblock(channel, ref, pad(unblockingPin));
+}
+
+void P15Pin::unblock(const card::IChannel& channel, const mw::ByteBuffer& unblockingPin,
+                     const mw::ByteBuffer& newPin) const {
+    mw::Log log(typeid(*this), BOOST_CURRENT_FUNCTION);
+    checkUnblockingValue(channel, unblockingPin);
+    checkValue(newPin, InvalidPinException::New);
+    const PinReference ref = paddingReference();
+    lastQuery_ = 0;
+    service_->unblockAndChange(channel, ref, pad(unblockingPin), pad(newPin));
 }
 
 void P15Pin::deauthenticate(const card::IChannel& channel) const {

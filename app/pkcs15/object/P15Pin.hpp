@@ -56,6 +56,8 @@ public:
     void authenticate(const card::IChannel& channel, const mw::ByteBuffer& pin) const override;
     void deauthenticate(const card::IChannel& channel) const override;
     void unblock(const card::IChannel& channel, const mw::ByteBuffer& unblockingPin) const override;
+    void unblock(const card::IChannel& channel, const mw::ByteBuffer& unblockingPin,
+                 const mw::ByteBuffer& newPin) const override;
     void change(const card::IChannel& channel, const mw::ByteBuffer& oldPin,
                 const mw::ByteBuffer& newPin) const override;
     PinInfo getPinInfo(const card::IChannel& channel) const override;
@@ -77,6 +79,10 @@ private:
     card::service::PinReference reference(const char* missingText) const;
     // As reference(), also requiring maxLength and a pad character.
     card::service::PinReference paddingReference() const;
+    // checkValue of the PIN that unblocks this one, or of this one when the
+    // AODF does not list it.
+    void checkUnblockingValue(const card::IChannel& channel,
+                              const mw::ByteBuffer& unblockingPin) const;
     mw::ByteBuffer encodeEntry(const oss::AuthenticationType& entry) const;
     PinInfo askCard(const card::IChannel& channel,
                     const card::service::PinReference& reference) const;

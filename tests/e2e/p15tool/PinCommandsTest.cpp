@@ -5,7 +5,10 @@
 #include "app/pkcs15/oss/Codec.hpp"
 #include "vcard/CardImage.hpp"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
+#include <unistd.h>
 
 namespace p15tool::test {
 namespace {
@@ -14,6 +17,13 @@ class PinCommands : public InitialisedCard {
 protected:
     ToolResult verify(const std::string& variable) const {
         return tool({"pin", "verify", "--pin-env", variable});
+    }
+    // p15tool on this test's card with `extra` added to the environment.
+    ToolResult toolWith(std::vector<std::string> arguments, const Environment& extra) const {
+        Environment all = environment;
+        all.insert(all.end(), extra.begin(), extra.end());
+        arguments.insert(arguments.begin(), {"--card", image});
+        return runTool(arguments, all);
     }
     // The user PIN's status in a process of its own.
     nlohmann::json userStatus() const {
@@ -52,7 +62,7 @@ TEST_F(PinCommands, TheTraceHoldsNoPin) {
 // blocks it, and the PUK frees it.
 TEST_F(PinCommands, APinBlocksAfterItsTriesAndThePukFreesIt) {
     EXPECT_EQ(userStatus()["triesLeft"], 3);
-    expectRefusal(verify("WRONG"), "wrong User PIN, 2 tries left");
+    expectRefusal(verify("WRONG"), "wrong User PIN: 2 tries left");
     EXPECT_EQ(userStatus()["triesLeft"], 2);
     const ToolResult right = tool({"--json", "pin", "verify", "--pin-env", "USER_PIN"});
     ASSERT_EQ(right.exitCode, 0) << right.err;
@@ -64,10 +74,10 @@ TEST_F(PinCommands, APinBlocksAfterItsTriesAndThePukFreesIt) {
     expectRefusal(verify("WRONG"), "2 tries left");
     expectRefusal(verify("WRONG"), "1 try left");
     expectRefusal(verify("WRONG"), "now blocked: unblock it with its PUK");
-    expectRefusal(verify("USER_PIN"), "User PIN is blocked: unblock it with its PUK");
+    expectRefusal(verify("USER_PIN"), "User PIN blocked: unblock it with its PUK");
     EXPECT_EQ(userStatus()["state"], "blocked");
 
-    expectRefusal(tool({"pin", "unblock", "--puk-env", "WRONG"}), "wrong PUK, 4 tries left");
+    expectRefusal(tool({"pin", "unblock", "--puk-env", "WRONG"}), "wrong PUK: 4 tries left");
     const ToolResult unblocked = tool({"--json", "pin", "unblock", "--puk-env", "PUK"});
     ASSERT_EQ(unblocked.exitCode, 0) << unblocked.err;
     EXPECT_EQ(unblocked.json()["triesLeft"], 3);
@@ -78,7 +88,9 @@ TEST_F(PinCommands, AChangedPinRefusesItsOldValue) {
     const ToolResult tooShort =
         tool({"pin", "change", "--pin-env", "USER_PIN", "--new-pin-env", "SHORT"});
     EXPECT_EQ(tooShort.exitCode, 2);
-    EXPECT_NE(tooShort.err.find("must have 4 to 8 characters"), std::string::npos) << tooShort.err;
+    EXPECT_NE(tooShort.err.find("the new User PIN takes 4 to 8 digits; the one given has 2"),
+              std::string::npos)
+        << tooShort.err;
 
     const ToolResult changed = tool(
         {"pin", "change", "--label", "User PIN", "--pin-env", "USER_PIN", "--new-pin-env", "NEW"});
@@ -87,6 +99,86 @@ TEST_F(PinCommands, AChangedPinRefusesItsOldValue) {
     EXPECT_EQ(verify("NEW").exitCode, 0);
     EXPECT_EQ(tool({"pin", "verify", "--ref", "3", "--pin-env", "SO_PIN"}).exitCode, 0)
         << "the other PINs kept their values";
+}
+
+// A value the PIN's entry rules out never reaches the card, wherever a PIN
+// is read: no try is spent. Values of exactly the shortest and the longest
+// length work.
+TEST_F(PinCommands, AValueThePinCannotTakeCostsNoTry) {
+    const Environment values{
+        {"EMPTY", ""}, {"NINE", "123456789"}, {"LETTERS", "12ab"}, {"EIGHT", "12345678"}};
+    const std::vector<std::pair<std::vector<std::string>, std::string>> refusals{
+        {{"pin", "verify", "--pin-env", "EMPTY"},
+         "the User PIN takes 4 to 8 digits; the one given has 0; nothing was sent to the card"},
+        {{"pin", "verify", "--pin-env", "NINE"},
+         "the User PIN takes 4 to 8 digits; the one given has 9"},
+        {{"pin", "change", "--pin-env", "USER_PIN", "--new-pin-env", "LETTERS"},
+         "the new User PIN takes digits only"},
+        {{"pin", "change", "--pin-env", "LETTERS", "--new-pin-env", "NEW"},
+         "the User PIN takes digits only"},
+        {{"pin", "unblock", "--puk-env", "EMPTY"},
+         "the PUK takes 4 to 8 digits; the one given has 0"},
+        {{"pin", "unblock", "--puk-env", "PUK", "--new-pin-env", "NINE"},
+         "the new User PIN takes 4 to 8 digits"},
+        {{"keygen", "--label", "K", "--pin-env", "EMPTY"}, "the User PIN takes 4 to 8 digits"}};
+    const nlohmann::json before = tool({"--json", "pin", "status"}).json();
+    for (const auto& [arguments, says] : refusals) {
+        const ToolResult refused = toolWith(arguments, values);
+        EXPECT_EQ(refused.exitCode, 2) << arguments[1];
+        EXPECT_NE(refused.err.find(says), std::string::npos) << refused.err;
+    }
+    EXPECT_EQ(tool({"--json", "pin", "status"}).json(), before) << "no try spent";
+
+    const ToolResult longest =
+        toolWith({"pin", "change", "--pin-env", "USER_PIN", "--new-pin-env", "EIGHT"}, values);
+    ASSERT_EQ(longest.exitCode, 0) << longest.err;
+    EXPECT_EQ(toolWith({"pin", "verify", "--pin-env", "EIGHT"}, values).exitCode, 0);
+    const ToolResult shortest =
+        toolWith({"pin", "change", "--pin-env", "EIGHT", "--new-pin-env", "NEW"}, values);
+    ASSERT_EQ(shortest.exitCode, 0) << shortest.err;
+    EXPECT_EQ(verify("NEW").exitCode, 0);
+}
+
+TEST_F(PinCommands, AForgottenPinGetsANewValueWithThePuk) {
+    for (int wrong = 0; wrong < 3; ++wrong) {
+        verify("WRONG");
+    }
+    ASSERT_EQ(userStatus()["state"], "blocked");
+    const ToolResult reset =
+        tool({"--json", "pin", "unblock", "--puk-env", "PUK", "--new-pin-env", "NEW"});
+    ASSERT_EQ(reset.exitCode, 0) << reset.err;
+    EXPECT_EQ(reset.json()["triesLeft"], 3);
+    expectRefusal(verify("USER_PIN"), "wrong User PIN: 2 tries left");
+    EXPECT_EQ(verify("NEW").exitCode, 0);
+}
+
+// --verbose shows each command's header and status word, never its data.
+TEST_F(PinCommands, VerboseShowsTheCardCommandsAndNoPin) {
+    const ToolResult wrong = tool({"--verbose", "pin", "verify", "--pin-env", "WRONG"});
+    EXPECT_NE(wrong.err.find("card: VERIFY 00 20 00 01 [8 bytes hidden] -> 63C2\n"),
+              std::string::npos)
+        << wrong.err;
+    EXPECT_NE(wrong.err.find("card: SELECT 00 A4 "), std::string::npos) << wrong.err;
+    const ToolResult right = tool({"pin", "verify", "-v", "--pin-env", "USER_PIN"});
+    EXPECT_NE(right.err.find("card: VERIFY 00 20 00 01 [8 bytes hidden] -> 9000\n"),
+              std::string::npos)
+        << right.err;
+    for (const char* secret : {"30303030", "2468", "32343638"}) {
+        EXPECT_EQ((wrong.err + right.err).find(secret), std::string::npos) << secret;
+    }
+    EXPECT_EQ(tool({"pin", "status"}).err, "") << "quiet without --verbose";
+}
+
+// Another process holding the card image: the error says what to do.
+TEST_F(PinCommands, ACardHeldElsewhereSaysWhatToDo) {
+    ASSERT_EQ(tool({"pin", "status"}).exitCode, 0);
+    const int lock = ::open((image + ".lock").c_str(), O_RDONLY | O_CREAT | O_CLOEXEC, 0600);
+    ASSERT_EQ(::flock(lock, LOCK_EX), 0);
+    const ToolResult busy = toolWith({"pin", "status"}, {{"P15_TRANSACTION_TIMEOUT", "1"}});
+    ::close(lock);
+    EXPECT_EQ(busy.exitCode, 3);
+    EXPECT_NE(busy.err.find("in use by another process"), std::string::npos) << busy.err;
+    EXPECT_NE(busy.err.find("P15_TRANSACTION_TIMEOUT=SECONDS"), std::string::npos) << busy.err;
 }
 
 TEST_F(PinCommands, ChoosingAPinThatIsNotThereSaysHowToSeeThem) {

@@ -238,6 +238,7 @@ TEST_F(ModuleTest, WrongPinsShowInTheFlagsUntilThePukSetsANewOne) {
     EXPECT_EQ(tokenFlags() & counts, CKF_USER_PIN_LOCKED);
     EXPECT_EQ(login(session, CKU_USER, userPin), CKR_PIN_LOCKED);
     EXPECT_EQ(login(session, CKU_USER, "123"), CKR_PIN_LEN_RANGE);
+    EXPECT_EQ(login(session, CKU_USER, "12ab"), CKR_PIN_INVALID) << "refused before the card";
 
     std::string newPin = "24680";
     EXPECT_EQ(f->C_InitPIN(session, utf8(newPin), newPin.size()), CKR_USER_NOT_LOGGED_IN);
