@@ -336,6 +336,17 @@ TEST_F(Engines, TheFactoriesRefuseWhatTheyCannotServe) {
     const KeyPair ungenerated = card_->newKeyPair(1024, 1024, "never generated");
     EXPECT_APP_ERROR(signature->init(*card_->channel, ISignature::Verify, *ungenerated.publicKey),
                      "modulus and public exponent must not be empty");
+
+    // A private key is used only as its usage says, refused before any command.
+    const std::uint64_t commands = card_->virtualCard->instrumentation().counters().commands;
+    ungenerated.privateKey->setUsage(IKey::Decrypt | IKey::Unwrap | IKey::SignRecover);
+    EXPECT_APP_ERROR(signature->init(*card_->channel, ISignature::Sign, *ungenerated.privateKey),
+                     "the key's usage does not allow signing");
+    ungenerated.privateKey->setUsage(IKey::NonRepudiation | IKey::Unwrap);
+    EXPECT_APP_ERROR(application.getCipher(rsaEncryption)
+                         ->init(*card_->channel, ICipher::Decipher, *ungenerated.privateKey),
+                     "the key's usage does not allow deciphering");
+    EXPECT_EQ(card_->virtualCard->instrumentation().counters().commands, commands);
 }
 
 // What the generator refuses before it touches the card, and a generation

@@ -64,7 +64,8 @@ const std::string& RsaSignatureEngine::getAlgorithm() const {
 void RsaSignatureEngine::init(const card::IChannel& channel, OperationMode mode,
                               const app::object::IKey& key) {
     if (mode == Sign) {
-        cardSignature_->init(channel, privateKeyOf(key).getKeyReference(),
+        cardSignature_->init(channel,
+                             privateKeyFor(key, app::object::KeyOperation::sign).getKeyReference(),
                              card::service::ICardKeyOperation::Sign);
     } else {
         copyPublicKey(publicKeyOf(key), modulus_, publicExponent_);
