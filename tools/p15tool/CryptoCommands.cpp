@@ -64,6 +64,7 @@ void sign(const GlobalOptions& global, const CryptoOptions& options) {
     const mw::ByteBuffer data = readInput(options.in, maxMessageSize);
     const Session session(global);
     const KeyPair pair = chooseKeyPair(session, options.choice);
+    requireUsage(pair, app::object::KeyOperation::sign);
     if (options.algorithm == "raw" && data.size() + pkcs1Overhead > blockSize(*pair.privateKey)) {
         throw ToolError(ExitCode::failure,
                         "raw signing takes at most " +
@@ -113,6 +114,7 @@ void decrypt(const GlobalOptions& global, const CryptoOptions& options) {
     const mw::ByteBuffer cryptogram = readInput(options.in, maxBlockSize);
     const Session session(global);
     const KeyPair pair = chooseKeyPair(session, options.choice);
+    requireUsage(pair, app::object::KeyOperation::decrypt);
     if (cryptogram.size() != blockSize(*pair.privateKey)) {
         throw ToolError(ExitCode::failure, "a cryptogram for this key has " +
                                                std::to_string(blockSize(*pair.privateKey)) +
