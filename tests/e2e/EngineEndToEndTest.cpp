@@ -404,6 +404,26 @@ TEST(HashingCard, SignsWhatItListsOnTheCard) {
               rsaEncryption);
 }
 
+// What the card's hashing command cannot take, no message or one over 65535
+// bytes, the engine hashes and the card signs as a DigestInfo; the longest
+// message the command takes (in 255-byte parts) the card still hashes.
+TEST(HashingCard, SignsWhatItsCommandCannotTakeAfterTheEngineHashedIt) {
+    vcard::Personalisation options;
+    options.hashOnCard = true;
+    PluginCard card(options);
+    const KeyPair key = card.generate(1024, "key");
+    const auto commands = [&] { return card.virtualCard->instrumentation().counters().commands; };
+    for (const auto& [length, hashedOnCard] :
+         {std::pair{0, false}, {65535, true}, {65536, false}, {200000, false}}) {
+        SCOPED_TRACE(length);
+        const mw::ByteBuffer data(std::vector<unsigned char>(length, 0x5A));
+        const std::uint64_t before = commands();
+        const mw::ByteBuffer signature = card.sign(sha256WithRsa, key, data);
+        EXPECT_EQ(commands() - before > 255, hashedOnCard) << commands() - before << " commands";
+        EXPECT_TRUE(card.verify(sha256WithRsa, key, data, signature));
+    }
+}
+
 // A card without an algorithm list (GET DATA answers 6A88) performs
 // nothing on its own, not even raw RSA.
 TEST(CardWithoutAlgorithmList, OffersNoEngineThatNeedsTheCard) {
