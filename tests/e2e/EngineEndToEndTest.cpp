@@ -385,8 +385,11 @@ TEST_F(Engines, ARefusedGenerationIsReportedAndKeepsWhatWasWritten) {
 }
 
 // A card that hashes: the algorithms it lists are performed whole on the
-// card, the engine passes the data through.
-TEST(HashingCard, SignsWhatItListsOnTheCard) {
+// card, the engine passes the data through. What the card's command cannot
+// take, no message or one over 65535 bytes, the engine hashes and the card
+// signs as a DigestInfo; the longest the command takes (in 255-byte parts)
+// the card still hashes.
+TEST(HashingCard, SignsWhatItListsOnTheCardAndWhatItsCommandTakes) {
     vcard::Personalisation options;
     options.hashOnCard = true;
     PluginCard card(options);
@@ -402,16 +405,7 @@ TEST(HashingCard, SignsWhatItListsOnTheCard) {
     // Not listed: hashed by the engine, signed with raw RSA.
     EXPECT_EQ(card.application->getSignature("1.2.840.113549.1.1.4")->getAlgorithm(),
               rsaEncryption);
-}
 
-// What the card's hashing command cannot take, no message or one over 65535
-// bytes, the engine hashes and the card signs as a DigestInfo; the longest
-// message the command takes (in 255-byte parts) the card still hashes.
-TEST(HashingCard, SignsWhatItsCommandCannotTakeAfterTheEngineHashedIt) {
-    vcard::Personalisation options;
-    options.hashOnCard = true;
-    PluginCard card(options);
-    const KeyPair key = card.generate(1024, "key");
     const auto commands = [&] { return card.virtualCard->instrumentation().counters().commands; };
     for (const auto& [length, hashedOnCard] :
          {std::pair{0, false}, {65535, true}, {65536, false}, {200000, false}}) {
