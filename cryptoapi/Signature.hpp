@@ -43,7 +43,8 @@ public:
     // Whether the signature is valid for the data passed to update since
     // initVerify or the last verify; afterwards the object is ready for the
     // next data under the same key. A malformed signature is false, never
-    // an exception.
+    // an exception: so is one that is not exactly the modulus length in
+    // bytes (one without its leading zero bytes too).
     bool verify(const unsigned char* signature, std::size_t length);
 
 private:

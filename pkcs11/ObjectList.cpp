@@ -3,6 +3,7 @@
 #include "app/object/ICardObjectRepository.hpp"
 #include "app/object/IPrivateRSAKey.hpp"
 #include "app/object/IPublicRSAKey.hpp"
+#include "app/object/KeyUsage.hpp"
 #include "pkcs11/CertificateFields.hpp"
 
 #include <algorithm>
@@ -17,6 +18,8 @@ using app::object::IDataObject;
 using app::object::IKey;
 using app::object::IPrivateRSAKey;
 using app::object::IPublicRSAKey;
+using app::object::KeyOperation;
+using app::object::usageAllows;
 using Repository = app::object::ICardObjectRepository;
 
 // CKA_CERTIFICATE_CATEGORY values, which the header does not name.
@@ -48,7 +51,7 @@ Attributes keyAttributes(const IKey& key, CK_OBJECT_CLASS objectClass) {
     const std::uint8_t access = key.getAccessFlags().value_or(0);
     attributes.setUlong(CKA_KEY_TYPE, CKK_RSA);
     attributes.setBytes(CKA_ID, bytesOf(key.getKeyId()));
-    attributes.setBool(CKA_DERIVE, usage & IKey::Derive);
+    attributes.setBool(CKA_DERIVE, usageAllows(usage, KeyOperation::derive));
     attributes.setBool(CKA_LOCAL, access & IKey::LocalKey);
     attributes.setUlong(CKA_KEY_GEN_MECHANISM, CK_UNAVAILABLE_INFORMATION);
     return attributes;
@@ -122,10 +125,10 @@ std::unique_ptr<Object> publicKeyObject(const boost::shared_ptr<IPublicRSAKey>& 
                                         const card::IChannel& channel) {
     Attributes attributes = keyAttributes(*key, CKO_PUBLIC_KEY);
     const std::uint16_t usage = key->getUsage();
-    attributes.setBool(CKA_VERIFY, usage & (IKey::Verify | IKey::NonRepudiation));
-    attributes.setBool(CKA_VERIFY_RECOVER, usage & IKey::VerifyRecover);
-    attributes.setBool(CKA_ENCRYPT, usage & IKey::Encrypt);
-    attributes.setBool(CKA_WRAP, usage & IKey::Wrap);
+    attributes.setBool(CKA_VERIFY, usageAllows(usage, KeyOperation::verify));
+    attributes.setBool(CKA_VERIFY_RECOVER, usageAllows(usage, KeyOperation::verifyRecover));
+    attributes.setBool(CKA_ENCRYPT, usageAllows(usage, KeyOperation::encrypt));
+    attributes.setBool(CKA_WRAP, usageAllows(usage, KeyOperation::wrap));
     attributes.setBool(CKA_TRUSTED, false);
     attributes.setUlong(CKA_MODULUS_BITS, key->getModulusLength());
     putSubject(attributes, key->getSubjectName());
@@ -143,10 +146,10 @@ std::unique_ptr<Object> privateKeyObject(const boost::shared_ptr<IPrivateRSAKey>
     Attributes attributes = keyAttributes(*key, CKO_PRIVATE_KEY);
     const std::uint16_t usage = key->getUsage();
     const std::uint8_t access = key->getAccessFlags().value_or(0);
-    attributes.setBool(CKA_SIGN, usage & (IKey::Sign | IKey::NonRepudiation));
-    attributes.setBool(CKA_SIGN_RECOVER, usage & IKey::SignRecover);
-    attributes.setBool(CKA_DECRYPT, usage & IKey::Decrypt);
-    attributes.setBool(CKA_UNWRAP, usage & IKey::Unwrap);
+    attributes.setBool(CKA_SIGN, usageAllows(usage, KeyOperation::sign));
+    attributes.setBool(CKA_SIGN_RECOVER, usageAllows(usage, KeyOperation::signRecover));
+    attributes.setBool(CKA_DECRYPT, usageAllows(usage, KeyOperation::decrypt));
+    attributes.setBool(CKA_UNWRAP, usageAllows(usage, KeyOperation::unwrap));
     // The key never leaves the card, whatever its entry says.
     attributes.setBool(CKA_SENSITIVE, true);
     attributes.setBool(CKA_EXTRACTABLE, false);

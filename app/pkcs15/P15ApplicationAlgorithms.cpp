@@ -40,28 +40,33 @@ P15Application::getMessageDigest(const std::string&) const {
     APP_THROW(OperationNotSupportedException, "getMessageDigest not supported");
 }
 
-// The card performs what it lists; for the rest of the table the engine
-// hashes and the card signs the DigestInfo with raw RSA.
+// The card performs what it lists, and for the rest of the table the engine
+// hashes and the card signs the DigestInfo with raw RSA; a message that a
+// card which hashes cannot take goes the second way too.
 boost::shared_ptr<crypto::ISignature> P15Application::getSignature(const std::string& oid) const {
     mw::Log log(typeid(*this), BOOST_CURRENT_FUNCTION);
     const std::vector<std::string> algorithms = cardAlgorithms();
+    const AlgorithmRows& rows = getAlgorithmRows(signatureAlgorithms);
+    const auto row = std::find_if(rows.begin(), rows.end(),
+                                  [&](const AlgorithmRow& r) { return r.signatureOid == oid; });
+    auto rawRsa = contains(algorithms, rsaEncryption)
+                      ? cryptographyService_->getSignature(rsaEncryption)
+                      : nullptr;
     if (contains(algorithms, oid)) {
         auto cardSignature = cryptographyService_->getSignature(oid);
         if (!cardSignature) {
             APP_THROW(ApplicationException,
                       "failed to get signature algorithm implementation for oid");
         }
-        return boost::make_shared<impl::RsaSignatureEngine>(std::move(cardSignature));
+        if (row == rows.end() || row->hashOid.empty() || !rawRsa) {
+            return boost::make_shared<impl::RsaSignatureEngine>(std::move(cardSignature));
+        }
+        return boost::make_shared<impl::RsaSignatureEngine>(std::move(cardSignature), *row,
+                                                            std::move(rawRsa));
     }
-    const AlgorithmRows& rows = getAlgorithmRows(signatureAlgorithms);
-    const auto row = std::find_if(rows.begin(), rows.end(),
-                                  [&](const AlgorithmRow& r) { return r.signatureOid == oid; });
     if (row == rows.end()) {
         APP_THROW(ApplicationException, "unsupported signature algorithm");
     }
-    auto rawRsa = contains(algorithms, rsaEncryption)
-                      ? cryptographyService_->getSignature(rsaEncryption)
-                      : nullptr;
     if (!rawRsa) {
         APP_THROW(ApplicationException,
                   "failed to get signature algorithm implementation for rsaEncryption");

@@ -53,8 +53,8 @@ bool verifyPkcs1v15(const CryptoPP::RSAFunction& key, const unsigned char* signa
                     std::size_t payloadLength) {
     const CryptoPP::Integer& modulus = key.GetModulus();
     const std::size_t blockLength = modulus.ByteCount();
-    if (signatureLength == 0 || signatureLength > blockLength ||
-        payloadLength + pkcs1Overhead > blockLength) {
+    // A signature is exactly as long as the modulus (RFC 8017, 8.2.2 step 1).
+    if (signatureLength != blockLength || payloadLength + pkcs1Overhead > blockLength) {
         return false;
     }
     const CryptoPP::Integer value(signature, signatureLength);

@@ -20,9 +20,9 @@ std::vector<unsigned char> digestInfoPrefix(const std::string& digestOid, std::s
 // RSASSA-PKCS1-v1_5 verification of a signature over the encoded payload
 // (a DigestInfo, or the bytes as given for rsaEncryption). The expected
 // block 00 01 FF..FF 00 payload is built and compared whole, in constant
-// time, rather than parsed out of the recovered block. A signature longer
-// than the modulus, not below it, or empty does not verify; a shorter one
-// is taken with its leading zero bytes restored.
+// time, rather than parsed out of the recovered block. A signature that is
+// not exactly as long as the modulus in bytes, or not below it, does not
+// verify: every host takes the same signatures, whatever the path.
 bool verifyPkcs1v15(const CryptoPP::RSAFunction& key, const unsigned char* signature,
                     std::size_t signatureLength, const unsigned char* payload,
                     std::size_t payloadLength);

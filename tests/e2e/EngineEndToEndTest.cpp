@@ -336,6 +336,17 @@ TEST_F(Engines, TheFactoriesRefuseWhatTheyCannotServe) {
     const KeyPair ungenerated = card_->newKeyPair(1024, 1024, "never generated");
     EXPECT_APP_ERROR(signature->init(*card_->channel, ISignature::Verify, *ungenerated.publicKey),
                      "modulus and public exponent must not be empty");
+
+    // A private key is used only as its usage says, refused before any command.
+    const std::uint64_t commands = card_->virtualCard->instrumentation().counters().commands;
+    ungenerated.privateKey->setUsage(IKey::Decrypt | IKey::Unwrap | IKey::SignRecover);
+    EXPECT_APP_ERROR(signature->init(*card_->channel, ISignature::Sign, *ungenerated.privateKey),
+                     "the key's usage does not allow signing");
+    ungenerated.privateKey->setUsage(IKey::NonRepudiation | IKey::Unwrap);
+    EXPECT_APP_ERROR(application.getCipher(rsaEncryption)
+                         ->init(*card_->channel, ICipher::Decipher, *ungenerated.privateKey),
+                     "the key's usage does not allow deciphering");
+    EXPECT_EQ(card_->virtualCard->instrumentation().counters().commands, commands);
 }
 
 // What the generator refuses before it touches the card, and a generation
@@ -374,8 +385,11 @@ TEST_F(Engines, ARefusedGenerationIsReportedAndKeepsWhatWasWritten) {
 }
 
 // A card that hashes: the algorithms it lists are performed whole on the
-// card, the engine passes the data through.
-TEST(HashingCard, SignsWhatItListsOnTheCard) {
+// card, the engine passes the data through. What the card's command cannot
+// take, no message or one over 65535 bytes, the engine hashes and the card
+// signs as a DigestInfo; the longest the command takes (in 255-byte parts)
+// the card still hashes.
+TEST(HashingCard, SignsWhatItListsOnTheCardAndWhatItsCommandTakes) {
     vcard::Personalisation options;
     options.hashOnCard = true;
     PluginCard card(options);
@@ -391,6 +405,17 @@ TEST(HashingCard, SignsWhatItListsOnTheCard) {
     // Not listed: hashed by the engine, signed with raw RSA.
     EXPECT_EQ(card.application->getSignature("1.2.840.113549.1.1.4")->getAlgorithm(),
               rsaEncryption);
+
+    const auto commands = [&] { return card.virtualCard->instrumentation().counters().commands; };
+    for (const auto& [length, hashedOnCard] :
+         {std::pair{0, false}, {65535, true}, {65536, false}, {200000, false}}) {
+        SCOPED_TRACE(length);
+        const mw::ByteBuffer data(std::vector<unsigned char>(length, 0x5A));
+        const std::uint64_t before = commands();
+        const mw::ByteBuffer signature = card.sign(sha256WithRsa, key, data);
+        EXPECT_EQ(commands() - before > 255, hashedOnCard) << commands() - before << " commands";
+        EXPECT_TRUE(card.verify(sha256WithRsa, key, data, signature));
+    }
 }
 
 // A card without an algorithm list (GET DATA answers 6A88) performs

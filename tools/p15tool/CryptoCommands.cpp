@@ -86,6 +86,7 @@ void sign(const GlobalOptions& global, const CryptoOptions& options) {
     const SignedMessage message = signedMessage(options.in, options.algorithm);
     const Session session(global);
     const KeyPair pair = chooseKeyPair(session, options.choice);
+    requireUsage(pair, app::object::KeyOperation::sign);
     if (options.algorithm == "raw" &&
         message.bytes.size() + pkcs1Overhead > blockSize(*pair.privateKey)) {
         throw ToolError(ExitCode::failure,
@@ -135,6 +136,7 @@ void decrypt(const GlobalOptions& global, const CryptoOptions& options) {
     const mw::ByteBuffer cryptogram = readInput(options.in, maxBlockSize);
     const Session session(global);
     const KeyPair pair = chooseKeyPair(session, options.choice);
+    requireUsage(pair, app::object::KeyOperation::decrypt);
     if (cryptogram.size() != blockSize(*pair.privateKey)) {
         throw ToolError(ExitCode::failure, "a cryptogram for this key has " +
                                                std::to_string(blockSize(*pair.privateKey)) +

@@ -26,6 +26,7 @@ namespace {
 using app::object::IKey;
 using app::object::IPrivateRSAKey;
 using app::object::IPublicRSAKey;
+using app::object::KeyOperation;
 
 // Common object flags.
 constexpr std::uint8_t privateFlag = 0x02;
@@ -35,6 +36,54 @@ constexpr std::size_t maxIdSize = 255;
 
 std::string idText(const mw::ByteBuffer& id) {
     return mw::toHex(id);
+}
+
+// What a private key may do, in words; the public-key operations are the
+// public key's business.
+struct PrivateOperation {
+    KeyOperation operation;
+    const char* words;
+};
+constexpr PrivateOperation privateOperations[] = {
+    {KeyOperation::sign, "sign"},          {KeyOperation::signRecover, "sign with recovery"},
+    {KeyOperation::decrypt, "decrypt"},    {KeyOperation::unwrap, "unwrap keys"},
+    {KeyOperation::derive, "derive keys"},
+};
+
+const char* wordsFor(KeyOperation operation) {
+    for (const PrivateOperation& each : privateOperations) {
+        if (each.operation == operation) {
+            return each.words;
+        }
+    }
+    return "do that";
+}
+
+// "may only sign and decrypt", or "may not be used" for a usage that allows
+// no private-key operation.
+std::string allowedWords(std::uint16_t usage) {
+    std::vector<std::string> allowed;
+    for (const PrivateOperation& each : privateOperations) {
+        if (app::object::usageAllows(usage, each.operation)) {
+            allowed.emplace_back(each.words);
+        }
+    }
+    if (allowed.empty()) {
+        return "may not be used";
+    }
+    std::string text = "may only " + allowed.front();
+    for (std::size_t i = 1; i < allowed.size(); ++i) {
+        text += (i + 1 == allowed.size() ? " and " : ", ") + allowed[i];
+    }
+    return text;
+}
+
+std::string usageWords(std::uint16_t usage) {
+    std::string text;
+    for (const auto& name : flagNames(usage, 10, keyUsages)) {
+        text += (text.empty() ? "" : ", ") + name.get<std::string>();
+    }
+    return text.empty() ? "none" : text;
 }
 
 template <class Key, class List> std::vector<boost::shared_ptr<Key>> rsaKeys(const List& keys) {
@@ -64,6 +113,15 @@ KeyPair chooseKeyPair(const Session& session, const KeyChoice& choice) {
         }
     }
     return pair;
+}
+
+void requireUsage(const KeyPair& pair, KeyOperation operation) {
+    const std::uint16_t usage = pair.privateKey->getUsage();
+    if (!app::object::usageAllows(usage, operation)) {
+        throw ToolError(ExitCode::card, keyName(*pair.privateKey) + " " + allowedWords(usage) +
+                                            " (usage: " + usageWords(usage) + "); it cannot " +
+                                            wordsFor(operation));
+    }
 }
 
 app::object::ICardObjectFactory& factoryOf(const Session& session) {

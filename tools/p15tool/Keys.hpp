@@ -4,6 +4,7 @@
 #include "app/object/ICardObjectFactory.hpp"
 #include "app/object/IPrivateRSAKey.hpp"
 #include "app/object/IPublicRSAKey.hpp"
+#include "app/object/KeyUsage.hpp"
 #include "tools/p15tool/Choice.hpp"
 #include "tools/p15tool/Enrolment.hpp"
 #include "tools/p15tool/Output.hpp"
@@ -35,6 +36,11 @@ struct KeyPair {
     boost::shared_ptr<app::object::IPublicRSAKey> publicKey;
 };
 KeyPair chooseKeyPair(const Session& session, const KeyChoice& choice);
+
+// A ToolError (card) unless the usage of `pair`'s private key allows
+// `operation`, naming the key, what its usage allows and the usage bits;
+// it reads nothing from the card, so it runs before any PIN is asked for.
+void requireUsage(const KeyPair& pair, app::object::KeyOperation operation);
 
 // The factory of the card's application, for new objects.
 app::object::ICardObjectFactory& factoryOf(const Session& session);

@@ -1,6 +1,7 @@
 #ifndef APP_PKCS15_IMPL_ENGINEKEYS_HPP
 #define APP_PKCS15_IMPL_ENGINEKEYS_HPP
 
+#include "app/object/KeyUsage.hpp"
 #include "mw/ByteBuffer.hpp"
 
 namespace app {
@@ -20,8 +21,13 @@ extern const char* const rsaKeyFactory;
 
 // The key as the application's own RSA key; an application exception
 // "failed to cast from IKey to ..." for any other kind.
-const object::P15RsaPrivateKey& privateKeyOf(const app::object::IKey& key);
 const object::P15RsaPublicKey& publicKeyOf(const app::object::IKey& key);
+// The private key also needs a usage that allows `operation` (sign or
+// decrypt): otherwise an application exception "the key's usage does not
+// allow signing" or "… deciphering", with the usage bits as its data, before
+// anything goes to the card.
+const object::P15RsaPrivateKey& privateKeyFor(const app::object::IKey& key,
+                                              app::object::KeyOperation operation);
 
 // Replaces `modulus` and `exponent` by the key's; an InvalidDataException
 // when either is then empty.

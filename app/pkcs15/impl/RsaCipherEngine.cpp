@@ -27,7 +27,8 @@ const std::string& RsaCipherEngine::getAlgorithm() const {
 void RsaCipherEngine::init(const card::IChannel& channel, OperationMode mode,
                            const app::object::IKey& key) {
     if (mode == Decipher) {
-        cardCipher_->init(channel, privateKeyOf(key).getKeyReference(),
+        cardCipher_->init(channel,
+                          privateKeyFor(key, app::object::KeyOperation::decrypt).getKeyReference(),
                           card::service::ICardKeyOperation::Decipher);
     } else {
         copyPublicKey(publicKeyOf(key), modulus_, publicExponent_);

@@ -24,6 +24,9 @@ constexpr unsigned char sequenceTag = 0x30;
 constexpr unsigned char oidTag = 0x06;
 constexpr unsigned char nullTag = 0x05;
 constexpr unsigned char octetStringTag = 0x04;
+// A card command carries 1 to 65535 bytes of data, chained or not; a
+// hash-and-sign command without data is refused too.
+constexpr std::size_t maxCommandData = 65535;
 
 // Appends tag, DER length and content.
 void appendTlv(mw::ByteBuffer& out, unsigned char tag, const mw::ByteBuffer& content) {
@@ -52,7 +55,13 @@ RsaSignatureEngine::RsaSignatureEngine(
 
 RsaSignatureEngine::RsaSignatureEngine(
     boost::shared_ptr<card::service::ICardSignature> cardSignature, const AlgorithmRow& row)
+    : RsaSignatureEngine(cardSignature, row, cardSignature) {}
+
+RsaSignatureEngine::RsaSignatureEngine(
+    boost::shared_ptr<card::service::ICardSignature> cardSignature, const AlgorithmRow& row,
+    boost::shared_ptr<card::service::ICardSignature> rawRsa)
     : cardSignature_(std::move(cardSignature))
+    , rawRsa_(std::move(rawRsa))
     , signatureOid_(row.signatureOid)
     , hashOid_(row.hashOid)
     , hashOidHex_(row.hashOidHex) {}
@@ -64,8 +73,8 @@ const std::string& RsaSignatureEngine::getAlgorithm() const {
 void RsaSignatureEngine::init(const card::IChannel& channel, OperationMode mode,
                               const app::object::IKey& key) {
     if (mode == Sign) {
-        cardSignature_->init(channel, privateKeyOf(key).getKeyReference(),
-                             card::service::ICardKeyOperation::Sign);
+        key_ = privateKeyFor(key, app::object::KeyOperation::sign).getKeyReference();
+        cardSignature_->init(channel, key_, card::service::ICardKeyOperation::Sign);
     } else {
         copyPublicKey(publicKeyOf(key), modulus_, publicExponent_);
     }
@@ -93,10 +102,20 @@ mw::ByteBuffer RsaSignatureEngine::digestInfo(const mw::ByteBuffer& data) const 
 mw::ByteBuffer RsaSignatureEngine::sign(const card::IChannel& channel,
                                         const mw::ByteBuffer& data) const {
     mw::Log log(typeid(*this), BOOST_CURRENT_FUNCTION);
-    if (signatureOid_.empty()) {
+    if (cardTakes(data)) {
         return cardSignature_->sign(channel, data);
     }
-    return cardSignature_->sign(channel, digestInfo(data));
+    if (rawRsa_ != cardSignature_) {
+        rawRsa_->init(channel, key_, card::service::ICardKeyOperation::Sign);
+    }
+    return rawRsa_->sign(channel, digestInfo(data));
+}
+
+bool RsaSignatureEngine::cardTakes(const mw::ByteBuffer& data) const {
+    if (!rawRsa_) {
+        return true;
+    }
+    return rawRsa_ != cardSignature_ && !data.empty() && data.size() <= maxCommandData;
 }
 
 bool RsaSignatureEngine::verify(const card::IChannel&, const mw::ByteBuffer& data,

@@ -114,18 +114,26 @@ TEST(RsaEncryptionSignature, ComparesTheDataAsGiven) {
     EXPECT_TRUE(verifies(*signature, digestInfo, good));
 }
 
-// Signatures a hostile card might return are false, never an exception;
-// a signature object used before initVerify throws.
+// A signature is exactly as long as the modulus: the same value without its
+// leading zero byte or with one more does not verify, nor does a value at
+// or above the modulus. Other signatures a hostile card might return are
+// false too, never an exception; an object used before initVerify throws.
 TEST(MalformedSignature, DoesNotVerify) {
-    const Bytes message = bytesOf("abc");
-    const Bytes good = signWith<CryptoPP::SHA256>(message);
+    Bytes message, good;
+    for (int attempt = 0; good.empty() || good.front() != 0x00; ++attempt) {
+        ASSERT_LT(attempt, 10000) << "one signature in 256 starts with 00";
+        message = bytesOf("message " + std::to_string(attempt));
+        good = signWith<CryptoPP::SHA256>(message);
+    }
     Bytes modulus(good.size());
     testKey().GetModulus().Encode(modulus.data(), modulus.size());
-    Bytes zeroFirst{0x00};
-    zeroFirst.insert(zeroFirst.end(), good.begin(), good.end());
+    Bytes zeroFirst(good.size() + 1);
+    std::copy(good.begin(), good.end(), zeroFirst.begin() + 1);
+    const Bytes stripped(good.begin() + 1, good.end());
 
     const auto sha256 = verifier("1.2.840.113549.1.1.11");
-    for (const Bytes& signature : {Bytes{}, Bytes{0x01}, zeroFirst, modulus,
+    EXPECT_TRUE(verifies(*sha256, message, good));
+    for (const Bytes& signature : {Bytes{}, Bytes{0x01}, stripped, zeroFirst, modulus,
                                    Bytes(good.size(), 0xFF), Bytes(good.size(), 0x00)}) {
         EXPECT_FALSE(verifies(*sha256, message, signature)) << signature.size() << " bytes";
     }
