@@ -167,11 +167,13 @@ void writeData(const GlobalOptions& global, const ValueOptions& options) {
 void readData(const GlobalOptions& global, const ValueOptions& options) {
     const Session session(global);
     const auto object = chooseDataObject(session, options);
-    if (object->getFlags().value_or(0) & privateFlag) {
+    const bool secret = object->getFlags().value_or(0) & privateFlag;
+    if (secret) {
         verifyUserPin(session, options.pin);
     }
     session.repository().readCardObject(session.channel(), *object);
-    writeOutput(options.out, object->getValue(), true);
+    writeOutput(options.out, object->getValue(), true,
+                secret ? Exposure::secret : Exposure::shared);
 }
 
 void deleteData(const GlobalOptions& global, const ValueOptions& options) {

@@ -80,15 +80,23 @@ TEST_F(InputOutput, WhatIsNoFileOrTooLargeIsRefusedUnread) {
 }
 
 // A new file is created for its owner alone; an existing one that others
-// could read is closed to them before the secret is written into it.
+// could read is closed to them before the secret is written into it. A
+// private data object read out is as secret.
 TEST_F(InputOutput, DecipheredSecretsGoToFilesOnlyTheirOwnerReads) {
     writeFile(file("secret"), "a key to wrap");
     openssl("pkeyutl -encrypt -pubin -inkey public.pem -in secret -out cryptogram");
     writeFile(file("existing"), std::string(200, 'x'));
     ASSERT_EQ(::chmod(file("existing").c_str(), 0644), 0);
-    for (const char* out : {"new", "existing"}) {
-        const ToolResult decrypted = tool(
-            {"decrypt", "--in", file("cryptogram"), "--out", file(out), "--pin-env", "USER_PIN"});
+    ASSERT_EQ(tool({"data", "write", file("secret"), "--label", "S", "--private", "--pin-env",
+                    "USER_PIN"})
+                  .exitCode,
+              0);
+    for (const char* out : {"new", "existing", "private data"}) {
+        const ToolResult decrypted = out == std::string("private data")
+                                         ? tool({"data", "read", "--label", "S", "--out", file(out),
+                                                 "--pin-env", "USER_PIN"})
+                                         : tool({"decrypt", "--in", file("cryptogram"), "--out",
+                                                 file(out), "--pin-env", "USER_PIN"});
         ASSERT_EQ(decrypted.exitCode, 0) << decrypted.err;
         EXPECT_EQ(readFile(file(out)), "a key to wrap") << out;
         EXPECT_EQ(std::filesystem::status(file(out)).permissions(),
