@@ -10,13 +10,13 @@
 
 #include "app/crypto/ICipher.hpp"
 #include "app/object/IPin.hpp"
+#include "mw/Hex.hpp"
 #include "tools/p15tool/KeyFile.hpp"
 #include "tools/p15tool/Streams.hpp"
 #include "vcard/CardImage.hpp"
 #include "vcard/Personalise.hpp"
 #include "vcard/VirtualCard.hpp"
 
-#include <cryptopp/hex.h>
 #include <cryptopp/osrng.h>
 #include <cryptopp/rsa.h>
 #include <filesystem>
@@ -26,6 +26,10 @@
 namespace {
 
 const char* const newPin = "975318";
+
+std::string temporaryFile(const std::string& name) {
+    return (std::filesystem::temp_directory_path() / (name + std::to_string(getpid()))).string();
+}
 
 class Secrets : public ::testing::TestWithParam<const char*> {
 protected:
@@ -45,17 +49,14 @@ protected:
         reloaded.open();
     }
 
-    const std::string image_ = (std::filesystem::temp_directory_path() /
-                                ("p15-secrets-" + std::to_string(getpid()) + ".json"))
-                                   .string();
+    const std::string image_ = temporaryFile("p15-secrets-");
 };
 
 TEST_P(Secrets, NoReleasedBlockHoldsTheNewPin) {
     freehook::lookFor(GetParam());
     changeVerifyAndReload();
-    const std::size_t holding = freehook::blocksFreedHoldingSecret();
+    EXPECT_EQ(freehook::blocksFreedHoldingSecret(), 0u) << "blocks released holding " << GetParam();
     freehook::lookFor("");
-    EXPECT_EQ(holding, 0u) << "blocks released holding " << GetParam();
 }
 
 // As typed, as the card stores it (padded with FF), and as the image's text.
@@ -66,12 +67,8 @@ INSTANTIATE_TEST_SUITE_P(Forms, Secrets,
 // first 32 bytes of it: the hook looks for at most 64 bytes).
 TEST(KeySecrets, NoReleasedBlockHoldsAPrimeOfAnImportedKey) {
     const mw::ByteBuffer prime = support::importedKeyPrime();
-    std::string text;
-    CryptoPP::StringSource(prime.data(), 32, true,
-                           new CryptoPP::HexEncoder(new CryptoPP::StringSink(text)));
-    const std::string image = (std::filesystem::temp_directory_path() /
-                               ("p15-key-secrets-" + std::to_string(getpid()) + ".json"))
-                                  .string();
+    const std::string text = mw::toHex(mw::ByteBuffer(prime.data(), 32));
+    const std::string image = temporaryFile("p15-key-secrets-");
     for (const std::string& form :
          {std::string(reinterpret_cast<const char*>(prime.data()), 64), text}) {
         vcard::VirtualCard(vcard::personalise()).save(image);
@@ -87,10 +84,6 @@ TEST(KeySecrets, NoReleasedBlockHoldsAPrimeOfAnImportedKey) {
         freehook::lookFor("");
     }
     std::filesystem::remove(image);
-}
-
-std::string temporaryFile(const std::string& name) {
-    return (std::filesystem::temp_directory_path() / (name + std::to_string(getpid()))).string();
 }
 
 // 64 bytes from the middle of a key file: parts of the key's components.

@@ -35,10 +35,7 @@ Bytes text(const std::string& value) {
 
 TEST(CertificateText, NamesReadAsRfc4514Text) {
     const std::string cn = "2.5.4.3";
-    const struct {
-        mw::ByteBuffer name;
-        std::string text;
-    } rows[] = {
+    const std::pair<mw::ByteBuffer, std::string> rows[] = {
         {buffer(der::name("C=DE,O=Example,CN=a\\,b")), "CN=a\\,b,O=Example,C=DE"},
         {rdnName(
              der::join({attribute(cn, 0x0C, text("a")), attribute("2.5.4.10", 0x13, text("b"))})),
@@ -51,8 +48,8 @@ TEST(CertificateText, NamesReadAsRfc4514Text) {
         {rdnName(attribute(cn, 0x04, {0x01})), "CN=#040101"},
         {buffer(der::sequence({})), ""},
     };
-    for (const auto& row : rows) {
-        EXPECT_EQ(certificates::nameText(row.name), row.text);
+    for (const auto& [name, expected] : rows) {
+        EXPECT_EQ(certificates::nameText(name), expected);
     }
 }
 
@@ -91,10 +88,7 @@ Bytes certificate(const Bytes& notBefore, const Bytes& notAfter) {
 
 TEST(CertificateText, ValidityOnBothSidesOf2050AndTheFingerprintOfTheDerAlone) {
     const Bytes der = certificate(der::time(2524607999), der::time(2524608000));
-    mw::ByteBuffer padded = buffer(der);
-    const unsigned char filePadding[] = {0xFF, 0xFF};
-    padded.append(filePadding, sizeof filePadding);
-    const Json described = certificates::describe(padded, true);
+    const Json described = certificates::describe(buffer(der::join({der, {0xFF, 0xFF}})), true);
     EXPECT_EQ(described["notBefore"], "2049-12-31T23:59:59Z");
     EXPECT_EQ(described["notAfter"], "2050-01-01T00:00:00Z");
     EXPECT_EQ(described["subject"], "CN=Alice");
@@ -110,19 +104,15 @@ TEST(CertificateText, ValidityOnBothSidesOf2050AndTheFingerprintOfTheDerAlone) {
 
 TEST(CertificateText, TimesOutsideTheX509FormAreRefused) {
     const Bytes good = der::time(0);
+    const auto describe = [](const Bytes& notBefore, const Bytes& notAfter) {
+        return certificates::describe(buffer(certificate(notBefore, notAfter)), false);
+    };
+    const auto utcTime = [](const char* time) { return der::tlv(0x17, text(time)); };
     for (const char* time : {"500101000000", "5001010000Z", "500101000000+0100", "5O0101000000Z"}) {
-        EXPECT_THROW(
-            certificates::describe(buffer(certificate(der::tlv(0x17, text(time)), good)), false),
-            std::runtime_error)
-            << time;
+        EXPECT_THROW(describe(utcTime(time), good), std::runtime_error) << time;
     }
-    EXPECT_THROW(certificates::describe(
-                     buffer(certificate(good, der::tlv(0x18, text("20500101000000.5Z")))), false),
-                 std::runtime_error);
-    EXPECT_EQ(
-        certificates::describe(buffer(certificate(der::tlv(0x17, text("500101000000Z")), good)),
-                               false)["notBefore"],
-        "1950-01-01T00:00:00Z");
+    EXPECT_THROW(describe(good, der::tlv(0x18, text("20500101000000.5Z"))), std::runtime_error);
+    EXPECT_EQ(describe(utcTime("500101000000Z"), good)["notBefore"], "1950-01-01T00:00:00Z");
 }
 
 } // namespace

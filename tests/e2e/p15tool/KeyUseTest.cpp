@@ -1,7 +1,6 @@
 // What sign, decrypt and verify accept: a private key only as its usage
 // says, a signature only of the modulus length.
 #include "ToolProcess.hpp"
-#include "app/pkcs15/oss/Codec.hpp"
 #include "vcard/CardImage.hpp"
 
 #include <cryptopp/filters.h>
@@ -15,23 +14,8 @@ namespace {
 
 namespace oss = app::pkcs15::oss;
 
-// Rewrites the usage (PKCS#15 bits, bit 0 the top one) of the first private
-// key listed in `image`; ten bits keep the entry's length.
-void setUsage(const std::string& image, std::uint8_t first, std::uint8_t second) {
-    vcard::CardState state = vcard::CardImage::load(image);
-    vcard::Bytes& prkdf =
-        state.files.selectByPath({0x3F, 0x00, 0x50, 0x15, 0x44, 0x00}, true).content;
-    oss::PrivateKeyType key;
-    oss::decode(prkdf.data(), prkdf.size(), key);
-    key.privateRSAKeyValue.classAttributes.usage = {{first, second}, 10};
-    const vcard::Bytes entry = oss::encode(key);
-    std::copy(entry.begin(), entry.end(), prkdf.begin());
-    vcard::CardImage::store(image, vcard::CardImage::serialise(state));
-}
-
 int userPinTries(const std::string& image) {
-    const vcard::CardState state = vcard::CardImage::load(image);
-    return state.pins.pins().at(0x01).triesLeft;
+    return vcard::CardImage::load(image).pins.pins().at(0x01).triesLeft;
 }
 
 class KeyUse : public InitialisedCard {};
@@ -53,23 +37,18 @@ TEST_F(KeyUse, SignDecryptAndVerifyTakeOnlyWhatTheKeyAndTheSignatureAllow) {
     }
     CryptoPP::StringSink sink(pkcs1);
     key.DEREncodePrivateKey(sink);
-    for (const auto& [name, content] : {std::pair{"key.der", pkcs1},
-                                        {"message", message},
-                                        {"good", signature},
-                                        {"stripped", signature.substr(1)}}) {
-        writeFile(file(name), content);
-    }
-    ASSERT_EQ(
-        tool({"key", "import", file("key.der"), "--label", "Signing key", "--pin-env", "USER_PIN"})
-            .exitCode,
-        0);
-    EXPECT_EQ(tool({"verify", "--in", file("message"), "--signature", file("good")}).exitCode, 0);
-    const ToolResult stripped =
-        tool({"verify", "--in", file("message"), "--signature", file("stripped")});
-    EXPECT_EQ(stripped.exitCode, 1);
-    EXPECT_NE(stripped.err.find("does not verify"), std::string::npos) << stripped.err;
+    writeFile(file("key.der"), pkcs1);
+    writeFile(file("message"), message);
+    writeFile(file("good"), signature);
+    writeFile(file("stripped"), signature.substr(1));
+    ASSERT_TRUE(exited(
+        tool({"key", "import", file("key.der"), "--label", "Signing key", "--pin-env", "USER_PIN"}),
+        0));
+    EXPECT_TRUE(exited(tool({"verify", "--in", file("message"), "--signature", file("good")}), 0));
+    EXPECT_TRUE(exited(tool({"verify", "--in", file("message"), "--signature", file("stripped")}),
+                       1, "does not verify"));
 
-    ASSERT_EQ(tool({"encrypt", "--in", file("message"), "--out", file("cryptogram")}).exitCode, 0);
+    ASSERT_TRUE(exited(tool({"encrypt", "--in", file("message"), "--out", file("cryptogram")}), 0));
     const auto run = [&](const std::string& command, const char* pin) {
         return tool({command, "--in", file(command == "sign" ? "message" : "cryptogram"),
                      "--pin-env", pin});
@@ -83,12 +62,13 @@ TEST_F(KeyUse, SignDecryptAndVerifyTakeOnlyWhatTheKeyAndTheSignatureAllow) {
                "\"Signing key\" may only sign (usage: sign, nonRepudiation); it cannot decrypt"},
           Case{0x44, 0x00, "sign", "decrypt",
                "may only decrypt and unwrap keys (usage: decrypt, unwrap); it cannot sign"}}) {
-        setUsage(image, each.first, each.second);
-        const ToolResult refused = run(each.refused, "WRONG");
-        EXPECT_EQ(refused.exitCode, 3);
-        EXPECT_NE(refused.err.find(each.says), std::string::npos) << refused.err;
+        // Ten bits of usage (bit 0 the top one) keep the entry's length.
+        editFirstEntry<oss::PrivateKeyType>(image, 0x4400, [&](oss::PrivateKeyType& entry) {
+            entry.privateRSAKeyValue.classAttributes.usage = {{each.first, each.second}, 10};
+        });
+        EXPECT_TRUE(exited(run(each.refused, "WRONG"), 3, each.says));
         EXPECT_EQ(userPinTries(image), 3) << "no PIN was tried";
-        EXPECT_EQ(run(each.allowed, "USER_PIN").exitCode, 0);
+        EXPECT_TRUE(exited(run(each.allowed, "USER_PIN"), 0));
     }
 }
 

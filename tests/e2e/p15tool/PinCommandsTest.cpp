@@ -2,11 +2,10 @@
 // restored, blocking and unblocking, changing, and the listing's JSON.
 #include "OddCard.hpp"
 #include "ToolProcess.hpp"
-#include "app/pkcs15/oss/Codec.hpp"
-#include "vcard/CardImage.hpp"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <regex>
 #include <sys/file.h>
 #include <unistd.h>
 
@@ -32,8 +31,7 @@ protected:
         return result.json()["pins"].at(0);
     }
     static void expectRefusal(const ToolResult& result, const std::string& says) {
-        EXPECT_EQ(result.exitCode, 4);
-        EXPECT_NE(result.err.find(says), std::string::npos) << result.err;
+        EXPECT_TRUE(exited(result, 4, says));
         EXPECT_EQ(result.err.find('\n'), result.err.size() - 1) << "one line: " << result.err;
     }
 };
@@ -41,31 +39,27 @@ protected:
 // Traced, a wrong and a right verification show their operations, and
 // neither PIN in text or in hex.
 TEST_F(PinCommands, TheTraceHoldsNoPin) {
-    Environment traced = environment;
-    traced.emplace_back("P15_TRACE", directory.file("trace.log"));
-    EXPECT_EQ(runTool({"--card", image, "pin", "verify", "--pin-env", "NEW"}, traced).exitCode, 4);
-    EXPECT_EQ(runTool({"--card", image, "pin", "verify", "--pin-env", "USER_PIN"}, traced).exitCode,
-              0);
+    const Environment traced{{"P15_TRACE", directory.file("trace.log")}};
+    EXPECT_EQ(toolWith({"pin", "verify", "--pin-env", "NEW"}, traced).exitCode, 4);
+    EXPECT_EQ(toolWith({"pin", "verify", "--pin-env", "USER_PIN"}, traced).exitCode, 0);
     const std::string trace = readFile(directory.file("trace.log"));
-    std::size_t lines = 0;
-    for (std::size_t at = trace.find("::authenticate("); at != std::string::npos;
-         at = trace.find("::authenticate(", at + 1)) {
-        ++lines;
-    }
-    EXPECT_EQ(lines, 4u) << "entry and exit of both verifications\n" << trace;
+    const std::regex call("::authenticate\\(");
+    EXPECT_EQ(std::distance(std::sregex_iterator(trace.begin(), trace.end(), call), {}), 4)
+        << "entry and exit of both verifications\n"
+        << trace;
     for (const char* secret : {"8642", "38363432", "2468", "32343638"}) {
         EXPECT_EQ(trace.find(secret), std::string::npos) << secret;
     }
 }
 
 // The right PIN restores the tries a wrong one cost; the last wrong one
-// blocks it, and the PUK frees it.
+// blocks it, and the PUK frees it, keeping its value or giving it a new one.
 TEST_F(PinCommands, APinBlocksAfterItsTriesAndThePukFreesIt) {
     EXPECT_EQ(userStatus()["triesLeft"], 3);
     expectRefusal(verify("WRONG"), "wrong User PIN: 2 tries left");
     EXPECT_EQ(userStatus()["triesLeft"], 2);
     const ToolResult right = tool({"--json", "pin", "verify", "--pin-env", "USER_PIN"});
-    ASSERT_EQ(right.exitCode, 0) << right.err;
+    ASSERT_TRUE(exited(right, 0));
     EXPECT_EQ(right.json()["label"], "User PIN") << "the user PIN is the default";
     EXPECT_EQ(right.json()["state"], "verified");
     EXPECT_EQ(userStatus()["triesLeft"], 3);
@@ -79,22 +73,28 @@ TEST_F(PinCommands, APinBlocksAfterItsTriesAndThePukFreesIt) {
 
     expectRefusal(tool({"pin", "unblock", "--puk-env", "WRONG"}), "wrong PUK: 4 tries left");
     const ToolResult unblocked = tool({"--json", "pin", "unblock", "--puk-env", "PUK"});
-    ASSERT_EQ(unblocked.exitCode, 0) << unblocked.err;
+    ASSERT_TRUE(exited(unblocked, 0));
     EXPECT_EQ(unblocked.json()["triesLeft"], 3);
     EXPECT_EQ(verify("USER_PIN").exitCode, 0);
+
+    for (int wrong = 0; wrong < 3; ++wrong) {
+        verify("WRONG");
+    }
+    ASSERT_EQ(userStatus()["state"], "blocked");
+    const ToolResult reset =
+        tool({"--json", "pin", "unblock", "--puk-env", "PUK", "--new-pin-env", "NEW"});
+    ASSERT_TRUE(exited(reset, 0));
+    EXPECT_EQ(reset.json()["triesLeft"], 3);
+    expectRefusal(verify("USER_PIN"), "wrong User PIN: 2 tries left");
+    EXPECT_EQ(verify("NEW").exitCode, 0);
 }
 
 TEST_F(PinCommands, AChangedPinRefusesItsOldValue) {
-    const ToolResult tooShort =
-        tool({"pin", "change", "--pin-env", "USER_PIN", "--new-pin-env", "SHORT"});
-    EXPECT_EQ(tooShort.exitCode, 2);
-    EXPECT_NE(tooShort.err.find("the new User PIN takes 4 to 8 digits; the one given has 2"),
-              std::string::npos)
-        << tooShort.err;
-
-    const ToolResult changed = tool(
-        {"pin", "change", "--label", "User PIN", "--pin-env", "USER_PIN", "--new-pin-env", "NEW"});
-    ASSERT_EQ(changed.exitCode, 0) << changed.err;
+    EXPECT_TRUE(exited(tool({"pin", "change", "--pin-env", "USER_PIN", "--new-pin-env", "SHORT"}),
+                       2, "the new User PIN takes 4 to 8 digits; the one given has 2"));
+    ASSERT_TRUE(exited(tool({"pin", "change", "--label", "User PIN", "--pin-env", "USER_PIN",
+                             "--new-pin-env", "NEW"}),
+                       0));
     expectRefusal(verify("USER_PIN"), "2 tries left");
     EXPECT_EQ(verify("NEW").exitCode, 0);
     EXPECT_EQ(tool({"pin", "verify", "--ref", "3", "--pin-env", "SO_PIN"}).exitCode, 0)
@@ -123,46 +123,26 @@ TEST_F(PinCommands, AValueThePinCannotTakeCostsNoTry) {
         {{"keygen", "--label", "K", "--pin-env", "EMPTY"}, "the User PIN takes 4 to 8 digits"}};
     const nlohmann::json before = tool({"--json", "pin", "status"}).json();
     for (const auto& [arguments, says] : refusals) {
-        const ToolResult refused = toolWith(arguments, values);
-        EXPECT_EQ(refused.exitCode, 2) << arguments[1];
-        EXPECT_NE(refused.err.find(says), std::string::npos) << refused.err;
+        EXPECT_TRUE(exited(toolWith(arguments, values), 2, says)) << arguments[1];
     }
     EXPECT_EQ(tool({"--json", "pin", "status"}).json(), before) << "no try spent";
 
-    const ToolResult longest =
-        toolWith({"pin", "change", "--pin-env", "USER_PIN", "--new-pin-env", "EIGHT"}, values);
-    ASSERT_EQ(longest.exitCode, 0) << longest.err;
+    const auto change = [&](const char* from, const char* to) {
+        return toolWith({"pin", "change", "--pin-env", from, "--new-pin-env", to}, values);
+    };
+    ASSERT_TRUE(exited(change("USER_PIN", "EIGHT"), 0));
     EXPECT_EQ(toolWith({"pin", "verify", "--pin-env", "EIGHT"}, values).exitCode, 0);
-    const ToolResult shortest =
-        toolWith({"pin", "change", "--pin-env", "EIGHT", "--new-pin-env", "NEW"}, values);
-    ASSERT_EQ(shortest.exitCode, 0) << shortest.err;
-    EXPECT_EQ(verify("NEW").exitCode, 0);
-}
-
-TEST_F(PinCommands, AForgottenPinGetsANewValueWithThePuk) {
-    for (int wrong = 0; wrong < 3; ++wrong) {
-        verify("WRONG");
-    }
-    ASSERT_EQ(userStatus()["state"], "blocked");
-    const ToolResult reset =
-        tool({"--json", "pin", "unblock", "--puk-env", "PUK", "--new-pin-env", "NEW"});
-    ASSERT_EQ(reset.exitCode, 0) << reset.err;
-    EXPECT_EQ(reset.json()["triesLeft"], 3);
-    expectRefusal(verify("USER_PIN"), "wrong User PIN: 2 tries left");
+    ASSERT_TRUE(exited(change("EIGHT", "NEW"), 0));
     EXPECT_EQ(verify("NEW").exitCode, 0);
 }
 
 // --verbose shows each command's header and status word, never its data.
 TEST_F(PinCommands, VerboseShowsTheCardCommandsAndNoPin) {
     const ToolResult wrong = tool({"--verbose", "pin", "verify", "--pin-env", "WRONG"});
-    EXPECT_NE(wrong.err.find("card: VERIFY 00 20 00 01 [8 bytes hidden] -> 63C2\n"),
-              std::string::npos)
-        << wrong.err;
-    EXPECT_NE(wrong.err.find("card: SELECT 00 A4 "), std::string::npos) << wrong.err;
+    EXPECT_TRUE(contains(wrong.err, "card: VERIFY 00 20 00 01 [8 bytes hidden] -> 63C2\n"));
+    EXPECT_TRUE(contains(wrong.err, "card: SELECT 00 A4 "));
     const ToolResult right = tool({"pin", "verify", "-v", "--pin-env", "USER_PIN"});
-    EXPECT_NE(right.err.find("card: VERIFY 00 20 00 01 [8 bytes hidden] -> 9000\n"),
-              std::string::npos)
-        << right.err;
+    EXPECT_TRUE(contains(right.err, "card: VERIFY 00 20 00 01 [8 bytes hidden] -> 9000\n"));
     for (const char* secret : {"30303030", "2468", "32343638"}) {
         EXPECT_EQ((wrong.err + right.err).find(secret), std::string::npos) << secret;
     }
@@ -171,46 +151,27 @@ TEST_F(PinCommands, VerboseShowsTheCardCommandsAndNoPin) {
 
 // Another process holding the card image: the error says what to do.
 TEST_F(PinCommands, ACardHeldElsewhereSaysWhatToDo) {
-    ASSERT_EQ(tool({"pin", "status"}).exitCode, 0);
+    ASSERT_TRUE(exited(tool({"pin", "status"}), 0));
     const int lock = ::open((image + ".lock").c_str(), O_RDONLY | O_CREAT | O_CLOEXEC, 0600);
     ASSERT_EQ(::flock(lock, LOCK_EX), 0);
     const ToolResult busy = toolWith({"pin", "status"}, {{"P15_TRANSACTION_TIMEOUT", "1"}});
     ::close(lock);
-    EXPECT_EQ(busy.exitCode, 3);
-    EXPECT_NE(busy.err.find("in use by another process"), std::string::npos) << busy.err;
-    EXPECT_NE(busy.err.find("P15_TRANSACTION_TIMEOUT=SECONDS"), std::string::npos) << busy.err;
+    EXPECT_TRUE(exited(busy, 3, "in use by another process"));
+    EXPECT_TRUE(contains(busy.err, "P15_TRANSACTION_TIMEOUT=SECONDS"));
 }
 
 TEST_F(PinCommands, ChoosingAPinThatIsNotThereSaysHowToSeeThem) {
-    const ToolResult unknown = tool({"pin", "status", "--label", "Nobody"});
-    EXPECT_EQ(unknown.exitCode, 5);
-    EXPECT_NE(unknown.err.find("no PIN labelled \"Nobody\""), std::string::npos) << unknown.err;
+    EXPECT_TRUE(
+        exited(tool({"pin", "status", "--label", "Nobody"}), 5, "no PIN labelled \"Nobody\""));
     EXPECT_EQ(tool({"pin", "verify", "--ref", "9", "--pin-env", "USER_PIN"}).exitCode, 5);
     EXPECT_EQ(tool({"pin", "status", "--label", "PUK", "--ref", "2"}).exitCode, 2);
     const ToolResult so = tool({"--json", "pin", "status", "--ref", "0x03"});
-    ASSERT_EQ(so.exitCode, 0) << so.err;
+    ASSERT_TRUE(exited(so, 0));
     EXPECT_EQ(so.json()["pins"].size(), 1u);
     EXPECT_EQ(so.json()["pins"][0]["label"], "SO PIN");
 }
 
 namespace oss = app::pkcs15::oss;
-
-// Rewrites the first entry of the application's directory file 44`fid` in
-// the card image as `edit` changes it; the file keeps its size.
-template <class Entry, class Edit>
-void editFirstEntry(const std::string& image, std::uint8_t fid, Edit edit) {
-    vcard::CardState state = vcard::CardImage::load(image);
-    vcard::Bytes& content =
-        state.files.selectByPath({0x3F, 0x00, 0x50, 0x15, 0x44, fid}, true).content;
-    Entry entry;
-    const std::size_t used = oss::decode(content.data(), content.size(), entry);
-    edit(entry);
-    vcard::Bytes changed = oss::encode(entry);
-    changed.insert(changed.end(), content.begin() + used, content.end());
-    changed.resize(content.size());
-    content = changed;
-    vcard::CardImage::store(image, vcard::CardImage::serialise(state));
-}
 
 // The user PIN's rules: update needs the PUK or the SO PIN; read and delete
 // (a mode beyond PKCS#15's) need the user PIN and a condition of the card's
@@ -232,7 +193,7 @@ void addUserPinRules(oss::AuthenticationType& entry) {
 
 TEST_F(PinCommands, ListShowsThePinsWithTheirRulesAndTheKeysBesideThem) {
     const ToolResult empty = tool({"--json", "list"});
-    ASSERT_EQ(empty.exitCode, 0) << empty.err;
+    ASSERT_TRUE(exited(empty, 0));
     const nlohmann::json listed = empty.json();
     ASSERT_EQ(listed["pins"].size(), 3u);
     const nlohmann::json& user = listed["pins"][0];
@@ -248,23 +209,19 @@ TEST_F(PinCommands, ListShowsThePinsWithTheirRulesAndTheKeysBesideThem) {
     EXPECT_FALSE(listed.contains("notes"));
 
     openssl("genpkey -algorithm RSA -pkeyopt rsa_keygen_bits:1024 -out rsa.pem");
-    const ToolResult imported = tool(
-        {"key", "import", file("rsa.pem"), "--label", "Authentication", "--pin-env", "USER_PIN"});
-    ASSERT_EQ(imported.exitCode, 0) << imported.err;
-    editFirstEntry<oss::AuthenticationType>(image, 0x08, addUserPinRules);
-    editFirstEntry<oss::PrivateKeyType>(image, 0x00, [](oss::PrivateKeyType& key) {
+    ASSERT_TRUE(exited(tool({"key", "import", file("rsa.pem"), "--label", "Authentication",
+                             "--pin-env", "USER_PIN"}),
+                       0));
+    editFirstEntry<oss::AuthenticationType>(image, 0x4408, addUserPinRules);
+    editFirstEntry<oss::PrivateKeyType>(image, 0x4400, [](oss::PrivateKeyType& key) {
         key.privateRSAKeyValue.classAttributes.keyReference = 0;
     });
     const ToolResult withKeys = tool({"list"});
-    ASSERT_EQ(withKeys.exitCode, 0) << withKeys.err;
-    EXPECT_NE(withKeys.out.find("privateKeys:\n  -\n    label          Authentication\n"),
-              std::string::npos)
-        << withKeys.out;
+    ASSERT_TRUE(exited(withKeys, 0));
+    EXPECT_TRUE(contains(withKeys.out, "privateKeys:\n  -\n    label          Authentication\n"));
     EXPECT_EQ(withKeys.out.find("notes"), std::string::npos) << withKeys.out;
     EXPECT_EQ(withKeys.out.rfind("pins:\n", 0), 0u) << "the PINs are still listed first";
-    EXPECT_NE(withKeys.out.find("condition   (authId 02 (PUK) or authId 03 (SO PIN))"),
-              std::string::npos)
-        << withKeys.out;
+    EXPECT_TRUE(contains(withKeys.out, "condition   (authId 02 (PUK) or authId 03 (SO PIN))"));
     const nlohmann::json relisted = tool({"--json", "list"}).json();
     EXPECT_EQ(relisted["privateKeys"][0]["label"], "Authentication");
     EXPECT_EQ(relisted["privateKeys"][0]["keyReference"], 0);
@@ -281,13 +238,12 @@ TEST_F(PinCommands, ListShowsThePinsWithTheirRulesAndTheKeysBesideThem) {
 using OddEntries = InitialisedCard;
 
 TEST_F(OddEntries, ListShowsTheSoundKeyAndNamesEachEntryLeftOut) {
-    ASSERT_EQ(
-        tool({"keygen", "--bits", "1024", "--label", "Sound", "--pin-env", "USER_PIN"}).exitCode,
-        0);
+    ASSERT_TRUE(
+        exited(tool({"keygen", "--bits", "1024", "--label", "Sound", "--pin-env", "USER_PIN"}), 0));
     const p15test::OddEntries odd = p15test::addOddEntries(image, false);
 
     const ToolResult listed = tool({"--json", "list"});
-    ASSERT_EQ(listed.exitCode, 0) << listed.err;
+    ASSERT_TRUE(exited(listed, 0));
     const nlohmann::json objects = listed.json();
     EXPECT_EQ(objects["pins"].size(), 3u);
     ASSERT_EQ(objects["privateKeys"].size(), 1u);
@@ -299,12 +255,12 @@ TEST_F(OddEntries, ListShowsTheSoundKeyAndNamesEachEntryLeftOut) {
                                   std::to_string(odd.undecodable + 2),
                               "EF(PrKDF) entry at byte " + std::to_string(odd.ecKey) +
                                   ": kept, not listed: EC private key"}));
-    EXPECT_NE(tool({"list"}).out.find("kept, not listed: EC private key"), std::string::npos);
+    EXPECT_TRUE(contains(tool({"list"}).out, "kept, not listed: EC private key"));
 
-    const ToolResult signature = tool(
-        {"selfsign", "--subject", "CN=odd", "--out", file("cert.pem"), "--pin-env", "USER_PIN"});
-    ASSERT_EQ(signature.exitCode, 0) << signature.err;
-    EXPECT_NE(openssl("verify -CAfile cert.pem cert.pem").find("cert.pem: OK"), std::string::npos);
+    ASSERT_TRUE(exited(tool({"selfsign", "--subject", "CN=odd", "--out", file("cert.pem"),
+                             "--pin-env", "USER_PIN"}),
+                       0));
+    EXPECT_TRUE(contains(openssl("verify -CAfile cert.pem cert.pem"), "cert.pem: OK"));
 }
 
 } // namespace

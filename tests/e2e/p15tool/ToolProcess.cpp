@@ -1,4 +1,5 @@
 #include "ToolProcess.hpp"
+#include "vcard/CardImage.hpp"
 
 #include <cstdlib>
 #include <fcntl.h>
@@ -76,6 +77,29 @@ std::string readFile(const std::string& path) {
 
 void writeFile(const std::string& path, const std::string& content) {
     std::ofstream(path, std::ios::binary) << content;
+}
+
+::testing::AssertionResult exited(const ToolResult& result, int code, const std::string& says) {
+    if (result.exitCode == code && result.err.find(says) != std::string::npos) {
+        return ::testing::AssertionSuccess();
+    }
+    return ::testing::AssertionFailure() << "exit status " << result.exitCode << ", stderr:\n"
+                                         << result.err;
+}
+
+::testing::AssertionResult contains(const std::string& text, const std::string& part) {
+    if (text.find(part) != std::string::npos) {
+        return ::testing::AssertionSuccess();
+    }
+    return ::testing::AssertionFailure() << "not in:\n" << text;
+}
+
+void editCardFile(const std::string& image, std::uint16_t fid,
+                  const std::function<void(vcard::Bytes&)>& edit) {
+    vcard::CardState state = vcard::CardImage::load(image);
+    const std::uint8_t high = fid >> 8, low = fid & 0xFF;
+    edit(state.files.selectByPath({0x3F, 0x00, 0x50, 0x15, high, low}, true).content);
+    vcard::CardImage::store(image, vcard::CardImage::serialise(state));
 }
 
 void InitialisedCard::SetUp() {

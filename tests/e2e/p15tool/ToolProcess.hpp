@@ -1,9 +1,14 @@
 #ifndef TESTS_E2E_P15TOOL_TOOLPROCESS_HPP
 #define TESTS_E2E_P15TOOL_TOOLPROCESS_HPP
 
+#include "app/pkcs15/oss/Codec.hpp"
+#include "vcard/Bytes.hpp"
+
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <cstdint>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -36,6 +41,32 @@ public:
 private:
     std::string path_;
 };
+
+/// Whether `result` exited with `code` and its stderr holds `says`; a
+/// failure shows the status and stderr.
+::testing::AssertionResult exited(const ToolResult& result, int code, const std::string& says = "");
+/// Whether `text` holds `part`; a failure shows the text.
+::testing::AssertionResult contains(const std::string& text, const std::string& part);
+
+/// Lets `edit` change the content of the application's file 3F00 5015 `fid`
+/// in the card image `image`.
+void editCardFile(const std::string& image, std::uint16_t fid,
+                  const std::function<void(vcard::Bytes&)>& edit);
+
+/// Rewrites the first entry of the directory file `fid` in the card image as
+/// `edit` changes it; the file keeps its size.
+template <class Entry, class Edit>
+void editFirstEntry(const std::string& image, std::uint16_t fid, Edit edit) {
+    editCardFile(image, fid, [&](vcard::Bytes& content) {
+        Entry entry;
+        const std::size_t used = app::pkcs15::oss::decode(content.data(), content.size(), entry);
+        edit(entry);
+        vcard::Bytes changed = app::pkcs15::oss::encode(entry);
+        changed.insert(changed.end(), content.begin() + used, content.end());
+        changed.resize(content.size());
+        content = changed;
+    });
+}
 
 std::string readFile(const std::string& path);
 void writeFile(const std::string& path, const std::string& content);
