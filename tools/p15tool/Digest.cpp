@@ -1,5 +1,6 @@
 #include "tools/p15tool/Digest.hpp"
 
+#include "tools/p15tool/Der.hpp"
 #include "tools/p15tool/Progress.hpp"
 #include "tools/p15tool/Streams.hpp"
 #include "tools/p15tool/ToolError.hpp"
@@ -13,7 +14,6 @@
 #include <chrono>
 #include <memory>
 #include <optional>
-#include <vector>
 
 namespace p15tool {
 
@@ -25,36 +25,28 @@ template <class Hash> std::unique_ptr<CryptoPP::HashTransformation> make() {
     return std::make_unique<Hash>();
 }
 
-// A hash by its --alg name, with the DER content of its OID.
+// A hash by its --alg name, with its OID.
 struct HashKind {
     const char* name;
-    std::vector<unsigned char> oid;
+    const char* oid;
     HashFactory make;
 };
 
 const HashKind hashKinds[] = {
-    {"sha1", {0x2B, 0x0E, 0x03, 0x02, 0x1A}, make<CryptoPP::SHA1>},
-    {"sha224", {0x60, 0x86, 0x48, 0x01, 0x65, 0x03, 0x04, 0x02, 0x04}, make<CryptoPP::SHA224>},
-    {"sha256", {0x60, 0x86, 0x48, 0x01, 0x65, 0x03, 0x04, 0x02, 0x01}, make<CryptoPP::SHA256>},
-    {"sha384", {0x60, 0x86, 0x48, 0x01, 0x65, 0x03, 0x04, 0x02, 0x02}, make<CryptoPP::SHA384>},
-    {"sha512", {0x60, 0x86, 0x48, 0x01, 0x65, 0x03, 0x04, 0x02, 0x03}, make<CryptoPP::SHA512>},
-    {"md5", {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x02, 0x05}, make<CryptoPP::Weak::MD5>},
-    {"ripemd160", {0x2B, 0x24, 0x03, 0x02, 0x01}, make<CryptoPP::RIPEMD160>},
+    {"sha1", "1.3.14.3.2.26", make<CryptoPP::SHA1>},
+    {"sha224", "2.16.840.1.101.3.4.2.4", make<CryptoPP::SHA224>},
+    {"sha256", "2.16.840.1.101.3.4.2.1", make<CryptoPP::SHA256>},
+    {"sha384", "2.16.840.1.101.3.4.2.2", make<CryptoPP::SHA384>},
+    {"sha512", "2.16.840.1.101.3.4.2.3", make<CryptoPP::SHA512>},
+    {"md5", "1.2.840.113549.2.5", make<CryptoPP::Weak::MD5>},
+    {"ripemd160", "1.3.36.3.2.1", make<CryptoPP::RIPEMD160>},
 };
 
-// SEQUENCE { SEQUENCE { OID, NULL }, OCTET STRING hash }; every length here
-// is below 128, so each takes one byte.
-mw::ByteBuffer encodeDigestInfo(const std::vector<unsigned char>& oid, const mw::ByteBuffer& hash) {
-    const auto algorithmLength = static_cast<unsigned char>(oid.size() + 4);
-    const auto hashLength = static_cast<unsigned char>(hash.size());
-    mw::ByteBuffer info{0x30, static_cast<unsigned char>(algorithmLength + hashLength + 4),
-                        0x30, algorithmLength,
-                        0x06, static_cast<unsigned char>(oid.size())};
-    info.append(oid.data(), oid.size());
-    const unsigned char null[] = {0x05, 0x00, 0x04, hashLength};
-    info.append(null, sizeof null);
-    info.append(hash);
-    return info;
+// SEQUENCE { SEQUENCE { OID, NULL }, OCTET STRING hash }
+mw::ByteBuffer encodeDigestInfo(const char* oid, const mw::ByteBuffer& hash) {
+    const der::Bytes info = der::sequence({der::sequence({der::objectIdentifier(oid), der::null()}),
+                                           der::octetString(der::Bytes(hash.begin(), hash.end()))});
+    return mw::ByteBuffer(info.data(), info.size());
 }
 
 // Small enough to stay in the cache from the read to the hash (1 MiB cost a

@@ -6,6 +6,7 @@
 #include "app/pkcs15/fs/ODF.hpp"
 #include "app/pkcs15/oss/DerReader.hpp"
 #include "card/service/IFileAccessService.hpp"
+#include "mw/Hex.hpp"
 
 #include <algorithm>
 #include <boost/exception/get_error_info.hpp>
@@ -78,14 +79,10 @@ std::string decodeFailure(const InvalidDataException& error, std::size_t entryOf
 } // namespace
 
 std::string pathText(const mw::ByteBuffer& path) {
+    const std::string hex = mw::toHex(path);
     std::string text;
-    static const char digits[] = "0123456789ABCDEF";
-    for (std::size_t i = 0; i < path.size(); ++i) {
-        if (i > 0 && i % 2 == 0) {
-            text += '/';
-        }
-        text += digits[path.get(i) >> 4];
-        text += digits[path.get(i) & 0x0F];
+    for (std::size_t at = 0; at < hex.size(); at += 4) {
+        text += (at > 0 ? "/" : "") + hex.substr(at, 4);
     }
     return text;
 }
