@@ -5,30 +5,82 @@
 #include "card/CardException.hpp"
 #include "host/ErrorMessage.hpp"
 #include "mw/Log.hpp"
+#include "pkcs11/CardFaults.hpp"
 
 #include <boost/exception/get_error_info.hpp>
 #include <cstring>
+#include <new>
 
 namespace pkcs11 {
 
 namespace {
 
-CK_RV returnValueOfStatus(unsigned short sw) {
-    if ((sw & 0xFFF0) == 0x63C0) {
+CK_RV returnValueOfFault(CardFault fault) {
+    switch (fault) {
+    case CardFault::WrongPin:
         return CKR_PIN_INCORRECT;
-    }
-    switch (sw) {
-    case 0x6983:
-    case 0x6984:
+    case CardFault::PinBlocked:
         return CKR_PIN_LOCKED;
-    case 0x6982:
+    case CardFault::NotAuthenticated:
         return CKR_USER_NOT_LOGGED_IN;
-    case 0x6A84:
+    case CardFault::NoMemory:
         return CKR_DEVICE_MEMORY;
-    default:
-        return CKR_DEVICE_ERROR;
+    case CardFault::BadCryptogram:
+        return CKR_ENCRYPTED_DATA_INVALID;
+    case CardFault::DataTooLong:
+        return CKR_DATA_LEN_RANGE;
+    case CardFault::Other:
+        break;
     }
+    return CKR_DEVICE_ERROR;
 }
+
+// Each rule gives the return value for the exceptions it knows, CKR_OK
+// for the others.
+using ExceptionRule = CK_RV (*)(const std::exception&);
+
+CK_RV cardGone(const std::exception& error) {
+    return isCardGone(error) ? CKR_DEVICE_REMOVED : CKR_OK;
+}
+
+CK_RV cardStatus(const std::exception& error) {
+    const auto* info = dynamic_cast<const boost::exception*>(&error);
+    const unsigned short* sw = info ? boost::get_error_info<card::StatusCode>(*info) : nullptr;
+    if (!sw) {
+        return CKR_OK;
+    }
+    const char* const* command = boost::get_error_info<card::Command>(*info);
+    return returnValueOfFault(cardFaultOf(command ? *command : nullptr, *sw));
+}
+
+CK_RV refusedPin(const std::exception& error) {
+    const auto* pin = dynamic_cast<const app::object::InvalidPinException*>(&error);
+    if (!pin) {
+        return CKR_OK;
+    }
+    return pin->fault() == pin->NotDigits ? CKR_PIN_INVALID : CKR_PIN_LEN_RANGE;
+}
+
+template <class Type, CK_RV rv> CK_RV ofType(const std::exception& error) {
+    return dynamic_cast<const Type*>(&error) ? rv : CKR_OK;
+}
+
+// In order: the first rule that knows the exception gives its return value.
+constexpr ExceptionRule exceptionRules[] = {
+    cardGone,
+    cardStatus,
+    refusedPin,
+    ofType<std::bad_alloc, CKR_HOST_MEMORY>,
+    ofType<app::OutOfMemoryException, CKR_DEVICE_MEMORY>,
+    ofType<app::OperationNotSupportedException, CKR_FUNCTION_NOT_SUPPORTED>,
+    // Another program held the card for longer than the module waits: the
+    // card is sound, the call may be repeated.
+    ofType<card::CardInUseException, CKR_FUNCTION_FAILED>,
+    // Malformed card data, an answer that does not end, a card image
+    // that cannot be read: the device is at fault.
+    ofType<card::CardException, CKR_DEVICE_ERROR>,
+    ofType<app::ApplicationException, CKR_DEVICE_ERROR>,
+};
 
 } // namespace
 
@@ -52,26 +104,10 @@ bool isCardGone(const std::exception& error) {
 }
 
 CK_RV returnValueOf(const std::exception& error) {
-    if (isCardGone(error)) {
-        return CKR_DEVICE_REMOVED;
-    }
-    if (const auto* info = dynamic_cast<const boost::exception*>(&error)) {
-        if (const unsigned short* sw = boost::get_error_info<card::StatusCode>(*info)) {
-            return returnValueOfStatus(*sw);
+    for (const ExceptionRule rule : exceptionRules) {
+        if (const CK_RV rv = rule(error)) {
+            return rv;
         }
-    }
-    if (const auto* pin = dynamic_cast<const app::object::InvalidPinException*>(&error)) {
-        return pin->fault() == pin->NotDigits ? CKR_PIN_INVALID : CKR_PIN_LEN_RANGE;
-    }
-    if (dynamic_cast<const app::OutOfMemoryException*>(&error)) {
-        return CKR_DEVICE_MEMORY;
-    }
-    if (dynamic_cast<const app::OperationNotSupportedException*>(&error)) {
-        return CKR_FUNCTION_NOT_SUPPORTED;
-    }
-    if (dynamic_cast<const card::CardException*>(&error) ||
-        dynamic_cast<const app::ApplicationException*>(&error)) {
-        return CKR_DEVICE_ERROR;
     }
     return CKR_GENERAL_ERROR;
 }

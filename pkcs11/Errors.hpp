@@ -23,10 +23,12 @@ private:
     std::string reason_;
 };
 
-// The return value for an exception from the plugin, the card layer or the
-// standard library: a wrong PIN is CKR_PIN_INCORRECT, a blocked one
-// CKR_PIN_LOCKED, one the PIN cannot take CKR_PIN_LEN_RANGE (its length) or
-// CKR_PIN_INVALID (not digits), a removed card CKR_DEVICE_REMOVED, and so on.
+/// The return value for an exception from the plugin, the card layer or the
+/// standard library, by one table (Errors.cpp): a card's status word by
+/// what it means for the command that got it (CardFaults.hpp), a PIN value
+/// the PIN cannot take CKR_PIN_LEN_RANGE or CKR_PIN_INVALID, a full
+/// directory file CKR_DEVICE_MEMORY, a removed card CKR_DEVICE_REMOVED,
+/// malformed card data CKR_DEVICE_ERROR, anything unknown CKR_GENERAL_ERROR.
 CK_RV returnValueOf(const std::exception& error);
 
 // True when the exception says the card or its reader is gone.

@@ -1,0 +1,48 @@
+// Return values, mechanism flags, interfaces and the SO as PKCS#11 states
+// them, through the real stack (ModuleFixture.hpp).
+#include "ModuleFixture.hpp"
+
+namespace {
+
+using namespace p15test;
+
+// A cryptogram of the card's key whose block has signature padding (type 1)
+// instead of encryption padding.
+TEST_F(ModuleTest, ACryptogramWithWrongPaddingIsInvalidEncryptedData) {
+    const CK_SESSION_HANDLE session = open(CKF_SERIAL_SESSION);
+    ASSERT_EQ(login(session, CKU_USER, userPin), CKR_OK);
+    Bytes block(256, 0xFF), cryptogram(256), plain(256);
+    block[0] = 0x00, block[1] = 0x01, block[200] = 0x00;
+    const CryptoPP::RSA::PublicKey key(softwareKey());
+    key.ApplyFunction(CryptoPP::Integer(block.data(), block.size()))
+        .Encode(cryptogram.data(), cryptogram.size());
+    CK_MECHANISM rsa{CKM_RSA_PKCS, nullptr, 0};
+    ASSERT_EQ(f->C_DecryptInit(session, &rsa, privateKey(session)), CKR_OK);
+    CK_ULONG length = plain.size();
+    EXPECT_EQ(f->C_Decrypt(session, cryptogram.data(), cryptogram.size(), plain.data(), &length),
+              CKR_ENCRYPTED_DATA_INVALID);
+}
+
+// Data objects until EF(DODF) is full: the one that does not fit is
+// CKR_DEVICE_MEMORY and leaves the others as they were.
+TEST_F(ModuleTest, AFullDirectoryFileIsDeviceMemory) {
+    const CK_SESSION_HANDLE session = open();
+    ASSERT_EQ(login(session, CKU_USER, userPin), CKR_OK);
+    CK_OBJECT_CLASS dataClass = CKO_DATA;
+    std::string text(200, 'x'), value = "v";
+    std::vector<CK_ATTRIBUTE> data{{CKA_CLASS, &dataClass, sizeof dataClass},
+                                   {CKA_LABEL, text.data(), text.size()},
+                                   {CKA_APPLICATION, text.data(), text.size()},
+                                   {CKA_VALUE, value.data(), value.size()}};
+    CK_OBJECT_HANDLE object;
+    CK_RV rv = CKR_OK;
+    std::size_t stored = 0;
+    for (; stored < 40 &&
+           (rv = f->C_CreateObject(session, data.data(), data.size(), &object)) == CKR_OK;
+         ++stored) {
+    }
+    EXPECT_EQ(rv, CKR_DEVICE_MEMORY);
+    EXPECT_EQ(find(open(), {{CKA_CLASS, &dataClass, sizeof dataClass}}).size(), stored);
+}
+
+} // namespace
