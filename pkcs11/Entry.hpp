@@ -7,6 +7,8 @@
 #include "pkcs11/Errors.hpp"
 #include "pkcs11/Module.hpp"
 
+#include <algorithm>
+
 namespace pkcs11 {
 
 // Runs `body(module)` under the module's lock.
@@ -30,10 +32,30 @@ CK_RV callSession(const char* function, CK_SESSION_HANDLE handle, Body&& body) n
 // length is CKR_ARGUMENTS_BAD.
 mw::ByteBuffer bufferOf(const unsigned char* data, CK_ULONG length);
 
-// Answers a caller's output buffer by the PKCS#11 convention: a null
-// buffer asks for the length; a short one is CKR_BUFFER_TOO_SMALL.
-CK_RV putOutput(const unsigned char* value, std::size_t size, CK_BYTE_PTR out,
-                CK_ULONG_PTR outLength);
+/// Answers a caller's output array by the PKCS#11 convention: a null array
+/// asks for the count; a short one is CKR_BUFFER_TOO_SMALL.
+template <class Item>
+CK_RV putList(const Item* items, std::size_t size, Item* out, CK_ULONG_PTR outCount) {
+    if (!outCount) {
+        return CKR_ARGUMENTS_BAD;
+    }
+    const CK_ULONG room = *outCount;
+    *outCount = size;
+    if (!out) {
+        return CKR_OK;
+    }
+    if (room < size) {
+        return CKR_BUFFER_TOO_SMALL;
+    }
+    std::copy_n(items, size, out);
+    return CKR_OK;
+}
+
+// A caller's output buffer: a byte list.
+inline CK_RV putOutput(const unsigned char* value, std::size_t size, CK_BYTE_PTR out,
+                       CK_ULONG_PTR outLength) {
+    return putList(value, size, out, outLength);
+}
 
 } // namespace pkcs11
 

@@ -71,20 +71,8 @@ CK_RV p15_GetInfo(CK_INFO_PTR info) {
 
 CK_RV p15_GetSlotList(CK_BBOOL tokenPresent, CK_SLOT_ID_PTR list, CK_ULONG_PTR count) {
     return call("C_GetSlotList", [&](Module& module) -> CK_RV {
-        if (!count) {
-            return CKR_ARGUMENTS_BAD;
-        }
         const std::vector<CK_SLOT_ID> ids = module.slotIds(tokenPresent != CK_FALSE);
-        const CK_ULONG room = *count;
-        *count = ids.size();
-        if (!list) {
-            return CKR_OK;
-        }
-        if (room < ids.size()) {
-            return CKR_BUFFER_TOO_SMALL;
-        }
-        std::copy(ids.begin(), ids.end(), list);
-        return CKR_OK;
+        return putList(ids.data(), ids.size(), list, count);
     });
 }
 

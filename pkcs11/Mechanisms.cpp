@@ -40,22 +40,12 @@ const Mechanism& mechanismFor(CK_MECHANISM_TYPE type, CK_FLAGS use) {
 
 CK_RV p15_GetMechanismList(CK_SLOT_ID id, CK_MECHANISM_TYPE_PTR list, CK_ULONG_PTR count) {
     return pkcs11::call("C_GetMechanismList", [&](pkcs11::Module& module) -> CK_RV {
-        if (!count) {
-            return CKR_ARGUMENTS_BAD;
-        }
         module.slot(id);
         const auto& table = pkcs11::mechanisms();
-        const CK_ULONG room = *count;
-        *count = table.size();
-        if (!list) {
-            return CKR_OK;
-        }
-        if (room < table.size()) {
-            return CKR_BUFFER_TOO_SMALL;
-        }
-        std::transform(table.begin(), table.end(), list,
+        std::vector<CK_MECHANISM_TYPE> types(table.size());
+        std::transform(table.begin(), table.end(), types.begin(),
                        [](const pkcs11::Mechanism& m) { return m.type; });
-        return CKR_OK;
+        return pkcs11::putList(types.data(), types.size(), list, count);
     });
 }
 

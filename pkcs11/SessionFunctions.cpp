@@ -1,8 +1,6 @@
 // Sessions, login and PINs: C_OpenSession to C_SetPIN.
 #include "pkcs11/Entry.hpp"
 
-#include <cstring>
-
 using namespace pkcs11;
 
 namespace pkcs11 {
@@ -12,23 +10,6 @@ mw::ByteBuffer bufferOf(const unsigned char* data, CK_ULONG length) {
         throw Failure(CKR_ARGUMENTS_BAD);
     }
     return length ? mw::ByteBuffer(data, length) : mw::ByteBuffer();
-}
-
-CK_RV putOutput(const unsigned char* value, std::size_t size, CK_BYTE_PTR out,
-                CK_ULONG_PTR outLength) {
-    if (!outLength) {
-        return CKR_ARGUMENTS_BAD;
-    }
-    const CK_ULONG room = *outLength;
-    *outLength = size;
-    if (!out) {
-        return CKR_OK;
-    }
-    if (room < size) {
-        return CKR_BUFFER_TOO_SMALL;
-    }
-    std::memcpy(out, value, size);
-    return CKR_OK;
 }
 
 } // namespace pkcs11
