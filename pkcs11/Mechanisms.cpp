@@ -8,7 +8,10 @@ namespace pkcs11 {
 
 namespace {
 
-constexpr CK_FLAGS signing = CKF_SIGN | CKF_VERIFY;
+// The card signs, deciphers and generates keys; the module verifies and
+// enciphers in software with the public key. A mechanism whose private-key
+// half the card performs is a hardware one (CKF_HW).
+constexpr CK_FLAGS signing = CKF_HW | CKF_SIGN | CKF_VERIFY;
 
 } // namespace
 

@@ -17,6 +17,8 @@ struct Mechanism {
     const char* digestOid;    // empty when the caller hashes
 };
 
+// The modulus sizes the application keeps on a card (1024, 1536 and 2048
+// bits); the plugin's interface does not tell them, so they are stated here.
 constexpr CK_ULONG smallestKeyBits = 1024;
 constexpr CK_ULONG largestKeyBits = 2048;
 

@@ -45,4 +45,22 @@ TEST_F(ModuleTest, AFullDirectoryFileIsDeviceMemory) {
     EXPECT_EQ(find(open(), {{CKA_CLASS, &dataClass, sizeof dataClass}}).size(), stored);
 }
 
+TEST_F(ModuleTest, MechanismsTheCardPerformsAreHardware) {
+    for (const CK_MECHANISM_TYPE type :
+         {CKM_RSA_PKCS, CKM_SHA256_RSA_PKCS, CKM_SHA512_RSA_PKCS, CKM_RSA_PKCS_KEY_PAIR_GEN}) {
+        CK_MECHANISM_INFO info{};
+        ASSERT_EQ(f->C_GetMechanismInfo(0, type, &info), CKR_OK);
+        EXPECT_TRUE(info.flags & CKF_HW) << type;
+        EXPECT_EQ(info.ulMinKeySize, 1024u);
+        EXPECT_EQ(info.ulMaxKeySize, 2048u);
+    }
+    CK_MECHANISM_INFO info;
+    EXPECT_EQ(f->C_GetMechanismInfo(0, CKM_SHA256, &info), CKR_MECHANISM_INVALID);
+    EXPECT_EQ(f->C_GetMechanismInfo(99, CKM_RSA_PKCS, &info), CKR_SLOT_ID_INVALID);
+    CK_MECHANISM_TYPE types[7];
+    CK_ULONG count = 6;
+    EXPECT_EQ(f->C_GetMechanismList(0, types, &count), CKR_BUFFER_TOO_SMALL);
+    EXPECT_EQ(count, 7u);
+}
+
 } // namespace
