@@ -2,6 +2,8 @@
 // them, through the real stack (ModuleFixture.hpp).
 #include "ModuleFixture.hpp"
 
+#include "pkcs11/Interfaces.hpp"
+
 namespace {
 
 using namespace p15test;
@@ -61,6 +63,35 @@ TEST_F(ModuleTest, MechanismsTheCardPerformsAreHardware) {
     CK_ULONG count = 6;
     EXPECT_EQ(f->C_GetMechanismList(0, types, &count), CKR_BUFFER_TOO_SMALL);
     EXPECT_EQ(count, 7u);
+}
+
+// A 3.0 application finds the v2.40 function list as the interface
+// "PKCS 11", by name or as the default.
+TEST_F(ModuleTest, TheStandardInterfaceIsTheFunctionList) {
+    const auto list =
+        reinterpret_cast<CK_C_GetInterfaceList>(::dlsym(library_, "C_GetInterfaceList"));
+    const auto get = reinterpret_cast<CK_C_GetInterface>(::dlsym(library_, "C_GetInterface"));
+    ASSERT_TRUE(list && get);
+    CK_ULONG count = 0;
+    ASSERT_EQ(list(nullptr, &count), CKR_OK);
+    ASSERT_EQ(count, 1u);
+    CK_INTERFACE interfaces[1];
+    count = 0;
+    EXPECT_EQ(list(interfaces, &count), CKR_BUFFER_TOO_SMALL);
+    ASSERT_EQ(list(interfaces, &count), CKR_OK);
+    EXPECT_STREQ(reinterpret_cast<char*>(interfaces[0].pInterfaceName), "PKCS 11");
+    EXPECT_EQ(interfaces[0].pFunctionList, f);
+
+    unsigned char name[] = "PKCS 11", other[] = "Vendor";
+    CK_VERSION v240{2, 40}, v300{3, 0};
+    CK_INTERFACE_PTR found = nullptr;
+    ASSERT_EQ(get(nullptr, nullptr, &found, 0), CKR_OK);
+    EXPECT_EQ(found->pFunctionList, f);
+    EXPECT_EQ(get(name, &v240, &found, 0), CKR_OK);
+    EXPECT_EQ(get(name, &v300, &found, 0), CKR_ARGUMENTS_BAD);
+    EXPECT_EQ(get(other, nullptr, &found, 0), CKR_ARGUMENTS_BAD);
+    EXPECT_EQ(get(name, nullptr, &found, 1 /* fork-safe */), CKR_ARGUMENTS_BAD);
+    EXPECT_EQ(list(interfaces, nullptr), CKR_ARGUMENTS_BAD);
 }
 
 } // namespace
