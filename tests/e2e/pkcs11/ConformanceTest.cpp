@@ -3,10 +3,22 @@
 #include "ModuleFixture.hpp"
 
 #include "pkcs11/Interfaces.hpp"
+#include <map>
+#include <nlohmann/json.hpp>
 
 namespace {
 
 using namespace p15test;
+
+// The tries left of each PIN of the card image, by reference.
+std::map<int, int> triesLeft(const fs::path& image) {
+    std::map<int, int> tries;
+    const auto card = nlohmann::json::parse(std::ifstream(image));
+    for (const auto& pin : card.at("pins")) {
+        tries[pin["reference"].get<int>()] = pin["triesLeft"].get<int>();
+    }
+    return tries;
+}
 
 // A cryptogram of the card's key whose block has signature padding (type 1)
 // instead of encryption padding.
@@ -92,6 +104,19 @@ TEST_F(ModuleTest, TheStandardInterfaceIsTheFunctionList) {
     EXPECT_EQ(get(other, nullptr, &found, 0), CKR_ARGUMENTS_BAD);
     EXPECT_EQ(get(name, nullptr, &found, 1 /* fork-safe */), CKR_ARGUMENTS_BAD);
     EXPECT_EQ(list(interfaces, nullptr), CKR_ARGUMENTS_BAD);
+}
+
+// The SO is the user PIN's unblocking PIN: the card's SO PIN given at an SO
+// login costs a try of the PUK, not of the SO PIN or the user PIN.
+TEST_F(ModuleTest, TheSoIsThePinThatUnblocksTheUserPin) {
+    const CK_SESSION_HANDLE session = open();
+    const CK_FLAGS so = CKF_SO_PIN_COUNT_LOW | CKF_SO_PIN_FINAL_TRY | CKF_SO_PIN_LOCKED;
+    EXPECT_EQ(tokenFlags() & so, 0u);
+    EXPECT_EQ(login(session, CKU_SO, "87654321"), CKR_PIN_INCORRECT);
+    EXPECT_EQ(tokenFlags() & (so | CKF_USER_PIN_COUNT_LOW), CKF_SO_PIN_COUNT_LOW);
+    EXPECT_EQ(triesLeft(image_), (std::map<int, int>{{1, 3}, {2, 4}, {3, 3}}));
+    ASSERT_EQ(login(session, CKU_SO, puk), CKR_OK);
+    EXPECT_EQ(tokenFlags() & so, 0u) << "the right PUK gave its try back";
 }
 
 } // namespace

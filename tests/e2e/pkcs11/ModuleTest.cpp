@@ -21,6 +21,8 @@ TEST_F(ModuleTest, EveryFunctionIsThereAndTheUnsupportedOnesSaySo) {
     EXPECT_EQ(f->version.major, 2);
     EXPECT_EQ(f->version.minor, 40);
     EXPECT_EQ(f->C_DigestInit(1, nullptr), CKR_FUNCTION_NOT_SUPPORTED);
+    EXPECT_EQ(f->C_InitToken(0, nullptr, 0, nullptr), CKR_FUNCTION_NOT_SUPPORTED);
+    EXPECT_EQ(f->C_GetFunctionStatus(1), CKR_FUNCTION_NOT_PARALLEL);
 }
 
 TEST_F(ModuleTest, InitialisationFollowsTheLockingRules) {
