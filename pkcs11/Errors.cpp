@@ -76,8 +76,8 @@ constexpr ExceptionRule exceptionRules[] = {
     // Another program held the card for longer than the module waits: the
     // card is sound, the call may be repeated.
     ofType<card::CardInUseException, CKR_FUNCTION_FAILED>,
-    // Malformed card data, an answer that does not end, a card image
-    // that cannot be read: the device is at fault.
+    // Malformed card data, an answer that does not end, any other refusal:
+    // the device is at fault.
     ofType<card::CardException, CKR_DEVICE_ERROR>,
     ofType<app::ApplicationException, CKR_DEVICE_ERROR>,
 };
