@@ -1,0 +1,147 @@
+// The module as a PKCS#11 application loads it: dlopen, C_GetFunctionList,
+// the real plugin, card layer and virtual card underneath. The card is made
+// once by p15-pkcs11-testcard and copied fresh for every test.
+#ifndef TESTS_E2E_PKCS11_MODULEFIXTURE_HPP
+#define TESTS_E2E_PKCS11_MODULEFIXTURE_HPP
+
+#include "pkcs11/Cryptoki.hpp"
+
+#include <algorithm>
+#include <cryptopp/files.h>
+#include <cryptopp/osrng.h>
+#include <cryptopp/pkcspad.h>
+#include <cryptopp/rsa.h>
+#include <cryptopp/sha.h>
+#include <cstdio>
+#include <cstdlib>
+#include <dlfcn.h>
+#include <filesystem>
+#include <fstream>
+
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+namespace p15test {
+
+namespace fs = std::filesystem;
+
+inline const std::string userPin = "123456";
+inline const std::string puk = "12345678";
+using Bytes = std::vector<unsigned char>;
+
+inline CK_OBJECT_CLASS privateKeyClass = CKO_PRIVATE_KEY;
+inline CK_OBJECT_CLASS publicKeyClass = CKO_PUBLIC_KEY;
+inline unsigned char keyId[] = {0x45, 0x01};
+
+// The private half of the card's key, as the card maker left it beside the card.
+inline std::string softwareKeyPath;
+inline CryptoPP::RSA::PrivateKey softwareKey() {
+    CryptoPP::RSA::PrivateKey key;
+    CryptoPP::FileSource in(softwareKeyPath.c_str(), true);
+    key.BERDecode(in);
+    return key;
+}
+
+inline CK_UTF8CHAR_PTR utf8(std::string& text) {
+    return reinterpret_cast<CK_UTF8CHAR_PTR>(text.data());
+}
+
+class ModuleTest : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        directory_ = fs::temp_directory_path() / ("p15kit-pkcs11-" + std::to_string(getpid()));
+        fs::create_directories(directory_);
+        const std::string command = std::string(TESTCARD_PATH) + " " +
+                                    (directory_ / "template.json").string() + " " +
+                                    directory_.string();
+        // A failed set-up would only mark every test skipped: it ends the run.
+        if (std::system(command.c_str()) != 0) {
+            std::exit(EXIT_FAILURE);
+        }
+        softwareKeyPath = (directory_ / "private.der").string();
+        library_ = ::dlopen(MODULE_PATH, RTLD_NOW | RTLD_LOCAL);
+        if (library_ == nullptr) {
+            std::fprintf(stderr, "%s\n", ::dlerror());
+            std::exit(EXIT_FAILURE);
+        }
+    }
+    static void TearDownTestSuite() { fs::remove_all(directory_); }
+
+    void SetUp() override {
+        image_ = directory_ / "card.json";
+        fs::copy_file(directory_ / "template.json", image_, fs::copy_options::overwrite_existing);
+        ::setenv("P15KIT_PKCS11_CARD", image_.c_str(), 1);
+        ::setenv("P15KIT_PKCS11_PCSC", "off", 1);
+        auto getList =
+            reinterpret_cast<CK_C_GetFunctionList>(::dlsym(library_, "C_GetFunctionList"));
+        ASSERT_NE(getList, nullptr);
+        ASSERT_EQ(getList(&f), CKR_OK);
+        ASSERT_EQ(f->C_Initialize(nullptr), CKR_OK);
+    }
+    void TearDown() override { f->C_Finalize(nullptr); }
+
+    CK_SESSION_HANDLE open(CK_FLAGS flags = CKF_SERIAL_SESSION | CKF_RW_SESSION) {
+        CK_SESSION_HANDLE session = 0;
+        EXPECT_EQ(f->C_OpenSession(0, flags, nullptr, nullptr, &session), CKR_OK);
+        return session;
+    }
+    CK_RV login(CK_SESSION_HANDLE session, CK_USER_TYPE user, std::string pin) {
+        return f->C_Login(session, user, utf8(pin), pin.size());
+    }
+    CK_FLAGS tokenFlags() {
+        CK_TOKEN_INFO info;
+        EXPECT_EQ(f->C_GetTokenInfo(0, &info), CKR_OK);
+        return info.flags;
+    }
+    std::vector<CK_OBJECT_HANDLE> find(CK_SESSION_HANDLE session, std::vector<CK_ATTRIBUTE> tmpl) {
+        EXPECT_EQ(f->C_FindObjectsInit(session, tmpl.data(), tmpl.size()), CKR_OK);
+        std::vector<CK_OBJECT_HANDLE> found;
+        CK_OBJECT_HANDLE handle;
+        CK_ULONG count = 0;
+        // One at a time, so that the search's hand-out is tested too.
+        while (f->C_FindObjects(session, &handle, 1, &count) == CKR_OK && count == 1) {
+            found.push_back(handle);
+        }
+        EXPECT_EQ(f->C_FindObjectsFinal(session), CKR_OK);
+        return found;
+    }
+
+    CK_OBJECT_HANDLE onlyOf(CK_SESSION_HANDLE session, CK_OBJECT_CLASS& objectClass) {
+        const auto found = find(session, {{CKA_CLASS, &objectClass, sizeof objectClass}});
+        EXPECT_EQ(found.size(), 1u);
+        return found.empty() ? 0 : found[0];
+    }
+    CK_OBJECT_HANDLE publicKey(CK_SESSION_HANDLE session) {
+        return onlyOf(session, publicKeyClass);
+    }
+    CK_OBJECT_HANDLE privateKey(CK_SESSION_HANDLE session) {
+        return onlyOf(session, privateKeyClass);
+    }
+    // The signature of `message` by `key`.
+    Bytes sign(CK_SESSION_HANDLE session, CK_MECHANISM_TYPE type, CK_OBJECT_HANDLE key,
+               Bytes message) {
+        CK_MECHANISM mechanism{type, nullptr, 0};
+        Bytes signature(256);
+        CK_ULONG length = signature.size();
+        EXPECT_EQ(f->C_SignInit(session, &mechanism, key), CKR_OK);
+        EXPECT_EQ(f->C_Sign(session, message.data(), message.size(), signature.data(), &length),
+                  CKR_OK);
+        signature.resize(length);
+        return signature;
+    }
+    // The card's certificate, as the card maker left it beside the card.
+    static Bytes certificateDer() {
+        std::ifstream file(directory_ / "certificate.der", std::ios::binary);
+        return Bytes(std::istreambuf_iterator<char>(file), {});
+    }
+
+    static inline fs::path directory_;
+    static inline void* library_ = nullptr;
+    fs::path image_;
+    CK_FUNCTION_LIST_PTR f = nullptr;
+};
+
+} // namespace p15test
+
+#endif
