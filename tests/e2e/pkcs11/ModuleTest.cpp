@@ -40,7 +40,8 @@ TEST_F(ModuleTest, PrivateObjectsShowOnlyToTheLoggedInUser) {
     std::vector<CK_ATTRIBUTE> publicKeyById{{CKA_CLASS, &publicKeyClass, sizeof publicKeyClass},
                                             {CKA_ID, keyId, sizeof keyId}};
     EXPECT_TRUE(find(session, privateKeys).empty());
-    EXPECT_EQ(find(session, publicKeyById).size(), 1u);
+    const auto publicHandles = find(session, publicKeyById);
+    EXPECT_EQ(publicHandles.size(), 1u);
     EXPECT_EQ(find(session, {}).size(), 2u) << "the public key and the certificate";
 
     ASSERT_EQ(login(session, CKU_USER, userPin), CKR_OK);
@@ -57,6 +58,10 @@ TEST_F(ModuleTest, PrivateObjectsShowOnlyToTheLoggedInUser) {
     CK_ULONG bits;
     CK_ATTRIBUTE query{CKA_MODULUS_BITS, &bits, sizeof bits};
     EXPECT_EQ(f->C_GetAttributeValue(session, found[0], &query, 1), CKR_OBJECT_HANDLE_INVALID);
+    ASSERT_EQ(login(session, CKU_USER, userPin), CKR_OK);
+    EXPECT_EQ(f->C_GetAttributeValue(session, found[0], &query, 1), CKR_OBJECT_HANDLE_INVALID)
+        << "a private object's handle ends with the login it was found in";
+    EXPECT_EQ(find(session, publicKeyById), publicHandles) << "public objects keep theirs";
 }
 
 // One call answers every entry: a length, a value, a sensitive one, an
