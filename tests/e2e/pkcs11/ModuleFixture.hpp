@@ -29,6 +29,7 @@ namespace fs = std::filesystem;
 inline const std::string userPin = "123456";
 inline const std::string puk = "12345678";
 using Bytes = std::vector<unsigned char>;
+inline const Bytes missing{'?'};
 
 inline CK_OBJECT_CLASS privateKeyClass = CKO_PRIVATE_KEY;
 inline CK_OBJECT_CLASS publicKeyClass = CKO_PUBLIC_KEY;
@@ -107,6 +108,21 @@ protected:
         return found;
     }
 
+    // The values of `types` for `object`; `missing` ("?") for one it lacks.
+    std::vector<Bytes> values(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object,
+                              std::vector<CK_ATTRIBUTE_TYPE> types) {
+        std::vector<Bytes> out(types.size(), Bytes(4096));
+        std::vector<CK_ATTRIBUTE> query;
+        for (std::size_t i = 0; i < types.size(); ++i) {
+            query.push_back({types[i], out[i].data(), out[i].size()});
+        }
+        f->C_GetAttributeValue(session, object, query.data(), query.size());
+        for (std::size_t i = 0; i < types.size(); ++i) {
+            const bool lacks = query[i].ulValueLen == CK_UNAVAILABLE_INFORMATION;
+            out[i] = lacks ? missing : Bytes(out[i].begin(), out[i].begin() + query[i].ulValueLen);
+        }
+        return out;
+    }
     CK_OBJECT_HANDLE onlyOf(CK_SESSION_HANDLE session, CK_OBJECT_CLASS& objectClass) {
         const auto found = find(session, {{CKA_CLASS, &objectClass, sizeof objectClass}});
         EXPECT_EQ(found.size(), 1u);
