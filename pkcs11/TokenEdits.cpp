@@ -102,8 +102,8 @@ void Token::setAttributes(CK_OBJECT_HANDLE handle, const CK_ATTRIBUTE* entries, 
     if (!(source.getFlags().value_or(0) & modifiableFlag)) {
         throw Failure(CKR_ACTION_PROHIBITED, "the card's entry marks the object unmodifiable");
     }
-    // One id per key class: the private and the public key of a pair share
-    // theirs, and a client gives it to each of them in turn.
+    // One id per class: the private and the public key of a pair (and its
+    // certificate) share theirs, and a client gives it to each in turn.
     if (change.id && idTaken(*change.id, target.objectClass(), &target)) {
         throw Failure(CKR_ATTRIBUTE_VALUE_INVALID, "another object of its class has that CKA_ID");
     }
