@@ -23,6 +23,8 @@ public:
     void setSensitive(CK_ATTRIBUTE_TYPE type);
 
     bool has(CK_ATTRIBUTE_TYPE type) const { return values_.count(type) != 0; }
+    /// True for an attribute the object has, with a value or sensitive.
+    bool knows(CK_ATTRIBUTE_TYPE type) const { return has(type) || sensitive_.count(type) != 0; }
     const Bytes* find(CK_ATTRIBUTE_TYPE type) const;
 
     // Fills the caller's template by the rules of C_GetAttributeValue:

@@ -66,6 +66,17 @@ void readRsaKey(const Bytes& spki, CertificateFields& fields) {
     }
 }
 
+// DER writes a length in as few octets as it takes.
+bool hasShortestLength(const Element& element) {
+    const std::size_t length = element.end - element.content;
+    const std::size_t longFormOctets = element.content - element.begin - 2;
+    std::size_t needed = 0;
+    for (std::size_t rest = length; length >= 0x80 && rest != 0; rest >>= 8) {
+        ++needed;
+    }
+    return longFormOctets == needed;
+}
+
 } // namespace
 
 std::optional<CertificateFields> parseCertificate(const Bytes& der) {
@@ -98,6 +109,12 @@ std::optional<CertificateFields> parseCertificate(const Bytes& der) {
         bytesOf(der, fields[4]), bytesOf(der, fields[2]), bytesOf(der, fields[0]), {}, {}};
     readRsaKey(bytesOf(der, fields[5]), result);
     return result;
+}
+
+bool isDerCertificate(const Bytes& der) {
+    const auto certificate = elementAt(der, 0, der.size());
+    return certificate && certificate->end == der.size() && hasShortestLength(*certificate) &&
+           parseCertificate(der).has_value();
 }
 
 } // namespace pkcs11

@@ -23,6 +23,11 @@ struct CertificateFields {
 // not to be trusted.
 std::optional<CertificateFields> parseCertificate(const Bytes& der);
 
+/// True for bytes that are one certificate in DER, as a client must give
+/// one: a single SEQUENCE whose length takes the fewest octets and ends
+/// where the bytes end, holding the fields parseCertificate reads.
+bool isDerCertificate(const Bytes& der);
+
 } // namespace pkcs11
 
 #endif

@@ -85,6 +85,9 @@ CK_RV p15_SetPIN(CK_SESSION_HANDLE handle, CK_UTF8CHAR_PTR oldPin, CK_ULONG oldL
 
 CK_RV p15_GetAttributeValue(CK_SESSION_HANDLE handle, CK_OBJECT_HANDLE object,
                             CK_ATTRIBUTE_PTR entries, CK_ULONG count);
+CK_RV p15_SetAttributeValue(CK_SESSION_HANDLE handle, CK_OBJECT_HANDLE object,
+                            CK_ATTRIBUTE_PTR entries, CK_ULONG count);
+CK_RV p15_GetObjectSize(CK_SESSION_HANDLE handle, CK_OBJECT_HANDLE object, CK_ULONG_PTR size);
 CK_RV p15_FindObjectsInit(CK_SESSION_HANDLE handle, CK_ATTRIBUTE_PTR entries, CK_ULONG count);
 CK_RV p15_FindObjects(CK_SESSION_HANDLE handle, CK_OBJECT_HANDLE_PTR found, CK_ULONG most,
                       CK_ULONG_PTR count);

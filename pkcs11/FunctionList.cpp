@@ -36,9 +36,9 @@ CK_FUNCTION_LIST makeFunctionList() {
     f.C_CreateObject = p15_CreateObject;
     f.C_CopyObject = notSupported;
     f.C_DestroyObject = p15_DestroyObject;
-    f.C_GetObjectSize = notSupported;
+    f.C_GetObjectSize = p15_GetObjectSize;
     f.C_GetAttributeValue = p15_GetAttributeValue;
-    f.C_SetAttributeValue = notSupported;
+    f.C_SetAttributeValue = p15_SetAttributeValue;
     f.C_FindObjectsInit = p15_FindObjectsInit;
     f.C_FindObjects = p15_FindObjects;
     f.C_FindObjectsFinal = p15_FindObjectsFinal;

@@ -25,32 +25,34 @@ bool Object::isPrivate() const {
 }
 
 void Object::defer(std::vector<CK_ATTRIBUTE_TYPE> deferred, Completion completion) {
-    deferred_ = std::move(deferred);
-    completion_ = std::move(completion);
+    deferred_.push_back({std::move(deferred), std::move(completion)});
 }
 
 const Attributes& Object::attributesFor(const CK_ATTRIBUTE* entries, CK_ULONG count) {
-    const auto isDeferred = [this](const CK_ATTRIBUTE& entry) {
-        return std::find(deferred_.begin(), deferred_.end(), entry.type) != deferred_.end();
-    };
-    if (completion_ && std::any_of(entries, entries + count, isDeferred)) {
-        complete();
-    }
+    complete([entries, count](const Deferred& deferred) {
+        return std::any_of(entries, entries + count, [&](const CK_ATTRIBUTE& entry) {
+            return std::find(deferred.types.begin(), deferred.types.end(), entry.type) !=
+                   deferred.types.end();
+        });
+    });
     return attributes_;
 }
 
 const Attributes& Object::allAttributes() {
-    if (completion_) {
-        complete();
-    }
+    complete([](const Deferred&) { return true; });
     return attributes_;
 }
 
-void Object::complete() {
-    // Kept when it fails (a removed card), so that the next call tries again.
-    completion_(attributes_);
-    completion_ = nullptr;
-    deferred_.clear();
+template <class Wanted> void Object::complete(Wanted wanted) {
+    for (auto it = deferred_.begin(); it != deferred_.end();) {
+        if (!wanted(*it)) {
+            ++it;
+            continue;
+        }
+        // Kept when it fails (a removed card), so that the next call tries again.
+        it->completion(attributes_);
+        it = deferred_.erase(it);
+    }
 }
 
 } // namespace pkcs11

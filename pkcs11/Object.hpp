@@ -27,8 +27,15 @@ public:
     bool isPrivate() const;
     const boost::shared_ptr<app::object::ICardObject>& source() const { return source_; }
 
-    // Attributes of `deferred` types are filled in by `completion` on first use.
+    /// Attributes of `deferred` types are filled in by `completion` the first
+    /// time one of them is asked for; an object may have several such.
     void defer(std::vector<CK_ATTRIBUTE_TYPE> deferred, Completion completion);
+    /// Gives the object another handle: the old one names nothing from now on.
+    void renumber(CK_OBJECT_HANDLE handle) { handle_ = handle; }
+    /// Replaces an attribute's value after its card object changed.
+    void update(CK_ATTRIBUTE_TYPE type, Bytes value) {
+        attributes_.setBytes(type, std::move(value));
+    }
 
     // The attributes, complete for the types of the template.
     const Attributes& attributesFor(const CK_ATTRIBUTE* entries, CK_ULONG count);
@@ -36,13 +43,18 @@ public:
     const Attributes& allAttributes();
 
 private:
-    void complete();
+    struct Deferred {
+        std::vector<CK_ATTRIBUTE_TYPE> types;
+        Completion completion;
+    };
+
+    // Runs the completions `wanted` picks; each runs once.
+    template <class Wanted> void complete(Wanted wanted);
 
     CK_OBJECT_HANDLE handle_;
     boost::shared_ptr<app::object::ICardObject> source_;
     Attributes attributes_;
-    std::vector<CK_ATTRIBUTE_TYPE> deferred_;
-    Completion completion_;
+    std::vector<Deferred> deferred_;
 };
 
 } // namespace pkcs11

@@ -1,9 +1,34 @@
-// Objects: C_GetAttributeValue and the search functions.
+// Objects: their attributes and sizes, the search functions, and objects
+// made, changed and destroyed.
 #include "pkcs11/Entry.hpp"
 
 #include <algorithm>
 
 using namespace pkcs11;
+
+namespace {
+
+// What C_GetObjectSize tells: the size of the value the card stores, a
+// certificate's or data object's CKA_VALUE, a public key's modulus and
+// exponent. A private key's would tell of its secret parts.
+CK_ULONG valueSize(Object& object) {
+    if (object.objectClass() == CKO_PRIVATE_KEY) {
+        throw Failure(CKR_INFORMATION_SENSITIVE, "a private key's size is not told");
+    }
+    std::vector<CK_ATTRIBUTE> value{{CKA_VALUE, nullptr, 0}};
+    if (object.objectClass() == CKO_PUBLIC_KEY) {
+        value = {{CKA_MODULUS, nullptr, 0}, {CKA_PUBLIC_EXPONENT, nullptr, 0}};
+    }
+    const Attributes& attributes = object.attributesFor(value.data(), value.size());
+    CK_ULONG size = 0;
+    for (const CK_ATTRIBUTE& entry : value) {
+        const Bytes* bytes = attributes.find(entry.type);
+        size += bytes ? bytes->size() : 0;
+    }
+    return size;
+}
+
+} // namespace
 
 CK_RV p15_GetAttributeValue(CK_SESSION_HANDLE handle, CK_OBJECT_HANDLE object,
                             CK_ATTRIBUTE_PTR entries, CK_ULONG count) {
@@ -12,6 +37,30 @@ CK_RV p15_GetAttributeValue(CK_SESSION_HANDLE handle, CK_OBJECT_HANDLE object,
             return CKR_ARGUMENTS_BAD;
         }
         return token.object(object).attributesFor(entries, count).copyTo(entries, count);
+    });
+}
+
+CK_RV p15_SetAttributeValue(CK_SESSION_HANDLE handle, CK_OBJECT_HANDLE object,
+                            CK_ATTRIBUTE_PTR entries, CK_ULONG count) {
+    return callSession("C_SetAttributeValue", handle, [&](Module&, Session& session, Token& token) {
+        if (!entries && count != 0) {
+            return CKR_ARGUMENTS_BAD;
+        }
+        if (!session.readWrite()) {
+            return CKR_SESSION_READ_ONLY;
+        }
+        token.setAttributes(object, entries, count);
+        return CKR_OK;
+    });
+}
+
+CK_RV p15_GetObjectSize(CK_SESSION_HANDLE handle, CK_OBJECT_HANDLE object, CK_ULONG_PTR size) {
+    return callSession("C_GetObjectSize", handle, [&](Module&, Session&, Token& token) {
+        if (!size) {
+            return CKR_ARGUMENTS_BAD;
+        }
+        *size = valueSize(token.object(object));
+        return CKR_OK;
     });
 }
 

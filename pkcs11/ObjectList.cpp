@@ -32,6 +32,13 @@ Bytes bytesOf(const mw::ByteBuffer& buffer) {
     return Bytes(buffer.begin(), buffer.end());
 }
 
+// Clients ask keys and certificates for their validity dates; the entries'
+// dates are not shown, so both are empty, as PKCS#11 allows.
+void putNoDates(Attributes& attributes) {
+    attributes.setBytes(CKA_START_DATE, {});
+    attributes.setBytes(CKA_END_DATE, {});
+}
+
 Attributes commonAttributes(const ICardObject& object, CK_OBJECT_CLASS objectClass) {
     Attributes attributes;
     const std::uint8_t flags = object.getFlags().value_or(0);
@@ -45,16 +52,30 @@ Attributes commonAttributes(const ICardObject& object, CK_OBJECT_CLASS objectCla
     return attributes;
 }
 
+// The key attributes every RSA key object has. A key the card generated
+// (its entry says local) was made by the one mechanism the module offers.
+void putKeyBasics(Attributes& attributes, const mw::ByteBuffer& id, std::uint8_t access) {
+    const bool local = access & IKey::LocalKey;
+    attributes.setUlong(CKA_KEY_TYPE, CKK_RSA);
+    attributes.setBytes(CKA_ID, bytesOf(id));
+    attributes.setBool(CKA_LOCAL, local);
+    attributes.setUlong(CKA_KEY_GEN_MECHANISM,
+                        local ? CKM_RSA_PKCS_KEY_PAIR_GEN : CK_UNAVAILABLE_INFORMATION);
+    putNoDates(attributes);
+}
+
 Attributes keyAttributes(const IKey& key, CK_OBJECT_CLASS objectClass) {
     Attributes attributes = commonAttributes(key, objectClass);
-    const std::uint16_t usage = key.getUsage();
-    const std::uint8_t access = key.getAccessFlags().value_or(0);
-    attributes.setUlong(CKA_KEY_TYPE, CKK_RSA);
-    attributes.setBytes(CKA_ID, bytesOf(key.getKeyId()));
-    attributes.setBool(CKA_DERIVE, usageAllows(usage, KeyOperation::derive));
-    attributes.setBool(CKA_LOCAL, access & IKey::LocalKey);
-    attributes.setUlong(CKA_KEY_GEN_MECHANISM, CK_UNAVAILABLE_INFORMATION);
+    putKeyBasics(attributes, key.getKeyId(), key.getAccessFlags().value_or(0));
+    attributes.setBool(CKA_DERIVE, usageAllows(key.getUsage(), KeyOperation::derive));
     return attributes;
+}
+
+void putPublicUsage(Attributes& attributes, std::uint16_t usage) {
+    attributes.setBool(CKA_VERIFY, usageAllows(usage, KeyOperation::verify));
+    attributes.setBool(CKA_VERIFY_RECOVER, usageAllows(usage, KeyOperation::verifyRecover));
+    attributes.setBool(CKA_ENCRYPT, usageAllows(usage, KeyOperation::encrypt));
+    attributes.setBool(CKA_WRAP, usageAllows(usage, KeyOperation::wrap));
 }
 
 void putSubject(Attributes& attributes, const boost::optional<mw::ByteBuffer>& subject) {
@@ -81,41 +102,27 @@ Bytes certificateValue(const Repository& repository, const card::IChannel& chann
     return bytesOf(certificate.getValue());
 }
 
-// The RSA public key a certificate holds, as key attributes.
-void putCertifiedKey(const CertificateFields& fields, Attributes& attributes) {
-    if (!fields.modulus.empty()) {
-        attributes.setBytes(CKA_MODULUS, fields.modulus);
-        attributes.setBytes(CKA_PUBLIC_EXPONENT, fields.exponent);
-        attributes.setUlong(CKA_MODULUS_BITS, fields.modulus.size() * 8);
-    }
-    attributes.setBytes(CKA_SUBJECT, fields.subject);
-}
-
-// Fills in the public key a certificate holds, read on first use.
+// Fills in the RSA public key a certificate holds, read on first use.
 Object::Completion certifiedKey(const Repository& repository, const card::IChannel& channel,
                                 const boost::shared_ptr<ICertificate>& certificate) {
     return [&repository, &channel, certificate](Attributes& a) {
         const auto fields = parseCertificate(certificateValue(repository, channel, *certificate));
-        if (fields) {
-            putCertifiedKey(*fields, a);
+        if (fields && !fields->modulus.empty()) {
+            a.setBytes(CKA_MODULUS, fields->modulus);
+            a.setBytes(CKA_PUBLIC_EXPONENT, fields->exponent);
+            a.setUlong(CKA_MODULUS_BITS, fields->modulus.size() * 8);
         }
     };
 }
 
-// The public key of a certificate whose key has no public key entry.
-std::unique_ptr<Object> certifiedKeyObject(const boost::shared_ptr<ICertificate>& certificate,
-                                           CK_OBJECT_HANDLE handle, const Repository& repository,
-                                           const card::IChannel& channel) {
-    Attributes attributes = commonAttributes(*certificate, CKO_PUBLIC_KEY);
-    attributes.setUlong(CKA_KEY_TYPE, CKK_RSA);
-    attributes.setBytes(CKA_ID, bytesOf(certificate->getCertificateId()));
-    attributes.setBool(CKA_VERIFY, true);
-    attributes.setBool(CKA_ENCRYPT, true);
-    attributes.setBool(CKA_LOCAL, false);
-    auto object = std::make_unique<Object>(handle, certificate, std::move(attributes));
-    object->defer({CKA_MODULUS, CKA_PUBLIC_EXPONENT, CKA_MODULUS_BITS, CKA_SUBJECT},
-                  certifiedKey(repository, channel, certificate));
-    return object;
+// Fills in the subject Name of a certificate, read on first use; empty for
+// a value that is no certificate.
+Object::Completion certifiedSubject(const Repository& repository, const card::IChannel& channel,
+                                    const boost::shared_ptr<ICertificate>& certificate) {
+    return [&repository, &channel, certificate](Attributes& a) {
+        const auto fields = parseCertificate(certificateValue(repository, channel, *certificate));
+        a.setBytes(CKA_SUBJECT, fields ? fields->subject : Bytes());
+    };
 }
 
 } // namespace
@@ -124,11 +131,7 @@ std::unique_ptr<Object> publicKeyObject(const boost::shared_ptr<IPublicRSAKey>& 
                                         CK_OBJECT_HANDLE handle, const Repository& repository,
                                         const card::IChannel& channel) {
     Attributes attributes = keyAttributes(*key, CKO_PUBLIC_KEY);
-    const std::uint16_t usage = key->getUsage();
-    attributes.setBool(CKA_VERIFY, usageAllows(usage, KeyOperation::verify));
-    attributes.setBool(CKA_VERIFY_RECOVER, usageAllows(usage, KeyOperation::verifyRecover));
-    attributes.setBool(CKA_ENCRYPT, usageAllows(usage, KeyOperation::encrypt));
-    attributes.setBool(CKA_WRAP, usageAllows(usage, KeyOperation::wrap));
+    putPublicUsage(attributes, key->getUsage());
     attributes.setBool(CKA_TRUSTED, false);
     attributes.setUlong(CKA_MODULUS_BITS, key->getModulusLength());
     putSubject(attributes, key->getSubjectName());
@@ -155,6 +158,8 @@ std::unique_ptr<Object> privateKeyObject(const boost::shared_ptr<IPrivateRSAKey>
     attributes.setBool(CKA_EXTRACTABLE, false);
     attributes.setBool(CKA_ALWAYS_SENSITIVE, access & IKey::AlwaysSensitive);
     attributes.setBool(CKA_NEVER_EXTRACTABLE, access & IKey::NeverExtractable);
+    // The object model does not show an entry's user consent: no key asks
+    // for a login per use.
     attributes.setBool(CKA_ALWAYS_AUTHENTICATE, false);
     attributes.setBool(CKA_WRAP_WITH_TRUSTED, false);
     attributes.setUlong(CKA_MODULUS_BITS, key->getModulusLength());
@@ -176,6 +181,21 @@ std::unique_ptr<Object> privateKeyObject(const boost::shared_ptr<IPrivateRSAKey>
     return object;
 }
 
+std::unique_ptr<Object> certifiedKeyObject(const boost::shared_ptr<ICertificate>& certificate,
+                                           CK_OBJECT_HANDLE handle, const Repository& repository,
+                                           const card::IChannel& channel) {
+    Attributes attributes = commonAttributes(*certificate, CKO_PUBLIC_KEY);
+    putKeyBasics(attributes, certificate->getCertificateId(), 0);
+    putPublicUsage(attributes, IKey::Verify | IKey::Encrypt);
+    attributes.setBool(CKA_DERIVE, false);
+    attributes.setBool(CKA_TRUSTED, false);
+    auto object = std::make_unique<Object>(handle, certificate, std::move(attributes));
+    object->defer({CKA_MODULUS, CKA_PUBLIC_EXPONENT, CKA_MODULUS_BITS},
+                  certifiedKey(repository, channel, certificate));
+    object->defer({CKA_SUBJECT}, certifiedSubject(repository, channel, certificate));
+    return object;
+}
+
 std::unique_ptr<Object> certificateObject(const boost::shared_ptr<ICertificate>& certificate,
                                           CK_OBJECT_HANDLE handle, const Repository& repository,
                                           const card::IChannel& channel) {
@@ -185,6 +205,7 @@ std::unique_ptr<Object> certificateObject(const boost::shared_ptr<ICertificate>&
     attributes.setBool(CKA_TRUSTED, false);
     attributes.setUlong(CKA_CERTIFICATE_CATEGORY,
                         certificate->getAuthority() ? categoryAuthority : categoryTokenUser);
+    putNoDates(attributes);
     auto object = std::make_unique<Object>(handle, certificate, std::move(attributes));
     object->defer({CKA_VALUE, CKA_SUBJECT, CKA_ISSUER, CKA_SERIAL_NUMBER},
                   [&repository, &channel, certificate](Attributes& a) {
@@ -218,21 +239,14 @@ std::unique_ptr<Object> dataObject(const boost::shared_ptr<IDataObject>& data,
     return object;
 }
 
+bool isCertifiedKey(const Object& object) {
+    return object.objectClass() == CKO_PUBLIC_KEY &&
+           dynamic_cast<const ICertificate*>(object.source().get());
+}
+
 Objects listObjects(const Repository& repository, const card::IChannel& channel,
                     CK_OBJECT_HANDLE& nextHandle) {
     Objects objects;
-    std::vector<boost::shared_ptr<IPublicRSAKey>> publicKeys;
-    for (const auto& key : repository.getPublicKeys(channel)) {
-        if (auto rsa = boost::dynamic_pointer_cast<IPublicRSAKey>(key)) {
-            publicKeys.push_back(rsa);
-            objects.push_back(publicKeyObject(rsa, nextHandle++, repository, channel));
-        }
-    }
-    const auto publicKeyWithId = [&](const mw::ByteBuffer& id) {
-        const auto found = std::find_if(publicKeys.begin(), publicKeys.end(),
-                                        [&](const auto& key) { return key->getKeyId() == id; });
-        return found == publicKeys.end() ? nullptr : *found;
-    };
     const auto certificates = repository.getCertificates(channel);
     const auto certificateWithId = [&](const mw::ByteBuffer& id) {
         const auto found =
@@ -240,6 +254,26 @@ Objects listObjects(const Repository& repository, const card::IChannel& channel,
                 return certificate->getCertificateId() == id;
             });
         return found == certificates.end() ? nullptr : *found;
+    };
+    // A key whose entry names no subject shows its certificate's.
+    const auto subjectFromCertificate = [&](Object& object, const auto& key) {
+        const auto certificate = certificateWithId(key.getKeyId());
+        if (!key.getSubjectName() && certificate) {
+            object.defer({CKA_SUBJECT}, certifiedSubject(repository, channel, certificate));
+        }
+    };
+    std::vector<boost::shared_ptr<IPublicRSAKey>> publicKeys;
+    for (const auto& key : repository.getPublicKeys(channel)) {
+        if (auto rsa = boost::dynamic_pointer_cast<IPublicRSAKey>(key)) {
+            publicKeys.push_back(rsa);
+            objects.push_back(publicKeyObject(rsa, nextHandle++, repository, channel));
+            subjectFromCertificate(*objects.back(), *rsa);
+        }
+    }
+    const auto publicKeyWithId = [&](const mw::ByteBuffer& id) {
+        const auto found = std::find_if(publicKeys.begin(), publicKeys.end(),
+                                        [&](const auto& key) { return key->getKeyId() == id; });
+        return found == publicKeys.end() ? nullptr : *found;
     };
     for (const auto& certificate : certificates) {
         objects.push_back(certificateObject(certificate, nextHandle++, repository, channel));
@@ -258,6 +292,7 @@ Objects listObjects(const Repository& repository, const card::IChannel& channel,
             objects.back()->defer({CKA_MODULUS, CKA_PUBLIC_EXPONENT},
                                   certifiedKey(repository, channel, certificate));
         }
+        subjectFromCertificate(*objects.back(), *rsa);
     }
     for (const auto& data : repository.getDataObjects(channel)) {
         objects.push_back(dataObject(data, nextHandle++, repository, channel));

@@ -45,6 +45,16 @@ std::unique_ptr<Object>
 certificateObject(const boost::shared_ptr<app::object::ICertificate>& certificate,
                   CK_OBJECT_HANDLE handle, const app::object::ICardObjectRepository& repository,
                   const card::IChannel& channel);
+/// The public key a certificate holds, for a certificate whose key has no
+/// public key entry.
+std::unique_ptr<Object>
+certifiedKeyObject(const boost::shared_ptr<app::object::ICertificate>& certificate,
+                   CK_OBJECT_HANDLE handle, const app::object::ICardObjectRepository& repository,
+                   const card::IChannel& channel);
+/// True for the public key object listObjects makes of a certificate: it
+/// has no entry of its own to change or remove.
+bool isCertifiedKey(const Object& object);
+
 std::unique_ptr<Object> dataObject(const boost::shared_ptr<app::object::IDataObject>& data,
                                    CK_OBJECT_HANDLE handle,
                                    const app::object::ICardObjectRepository& repository,

@@ -77,6 +77,7 @@ CK_RV p15_Login(CK_SESSION_HANDLE handle, CK_USER_TYPE user, CK_UTF8CHAR_PTR pin
 CK_RV p15_Logout(CK_SESSION_HANDLE handle) {
     return callSession("C_Logout", handle, [&](Module&, Session&, Token& token) {
         token.logout();
+        token.retirePrivateHandles();
         return CKR_OK;
     });
 }

@@ -85,11 +85,17 @@ public:
     std::vector<CK_OBJECT_HANDLE> find(const CK_ATTRIBUTE* entries, CK_ULONG count);
     // A visible object; any other handle is `unknown`.
     Object& object(CK_OBJECT_HANDLE handle, CK_RV unknown = CKR_OBJECT_HANDLE_INVALID);
+    /// Gives every private object a new handle, as C_Logout must: a handle
+    /// the user had stays invalid after the next login too.
+    void retirePrivateHandles();
 
     // Stores a new certificate or data object on the card and returns its
     // handle; removes an object from the card (TokenKeys.cpp).
     CK_OBJECT_HANDLE createObject(const CK_ATTRIBUTE* entries, CK_ULONG count);
     void destroyObject(CK_OBJECT_HANDLE handle);
+    /// Gives an object the CKA_LABEL and CKA_ID of the template by rewriting
+    /// its card entry; every other attribute is read-only (TokenEdits.cpp).
+    void setAttributes(CK_OBJECT_HANDLE handle, const CK_ATTRIBUTE* entries, CK_ULONG count);
 
     // Generates a key pair on the card and returns the handles of its
     // public and private key objects (TokenKeys.cpp).
@@ -124,6 +130,10 @@ private:
     mw::ByteBuffer padded(const app::object::IPin& pin, const mw::ByteBuffer& value) const;
 
     std::vector<std::unique_ptr<Object>>& objects();
+    // Whether an object other than `except`, of `objectClass` or of any
+    // class, has the CKA_ID `id`.
+    bool idTaken(const Bytes& id, std::optional<CK_OBJECT_CLASS> objectClass = std::nullopt,
+                 const Object* except = nullptr);
     mw::ByteBuffer unusedKeyId();
     // One rule: `modes` (AccessControlRule bits) only after the user PIN.
     app::AccessControlRules userPinRules(std::uint16_t modes);

@@ -12,6 +12,7 @@
 #include "app/object/IDataObject.hpp"
 #include "app/object/IPrivateRSAKey.hpp"
 #include "app/object/IPublicRSAKey.hpp"
+#include "pkcs11/CertificateFields.hpp"
 #include "pkcs11/Errors.hpp"
 
 #include <boost/make_shared.hpp>
@@ -33,11 +34,7 @@ constexpr unsigned char chosenIdPrefix = 0x45;
 mw::ByteBuffer Token::unusedKeyId() {
     for (unsigned number = 1; number <= 0xFF; ++number) {
         const Bytes id{chosenIdPrefix, static_cast<unsigned char>(number)};
-        const CK_ATTRIBUTE byId{CKA_ID, const_cast<unsigned char*>(id.data()), id.size()};
-        const bool used = std::any_of(objects().begin(), objects().end(), [&](const auto& object) {
-            return object->attributesFor(&byId, 1).matches(&byId, 1);
-        });
-        if (!used) {
+        if (!idTaken(id)) {
             return mw::ByteBuffer(id);
         }
     }
@@ -61,6 +58,12 @@ app::AccessControlRules Token::userPinRules(std::uint16_t modes) {
 
 std::pair<CK_OBJECT_HANDLE, CK_OBJECT_HANDLE>
 Token::generateKeyPair(const KeyPairRequest& request) {
+    // Listed before the card makes the pair, which is then added once.
+    Objects& list = objects();
+    if (!request.id.empty() && idTaken(Bytes(request.id.begin(), request.id.end()))) {
+        // Another key's or certificate's id would pair the new key with it.
+        throw Failure(CKR_ATTRIBUTE_VALUE_INVALID, "CKA_ID names an object on the card already");
+    }
     const mw::ByteBuffer id = request.id.empty() ? unusedKeyId() : request.id;
     auto privateKey = boost::dynamic_pointer_cast<IPrivateRSAKey>(factory().createPrivateKey(
         IPrivateKey::RsaPrivateKey,
@@ -76,6 +79,10 @@ Token::generateKeyPair(const KeyPairRequest& request) {
     privateKey->setKeyId(id);
     privateKey->setUsage(request.privateUsage);
     privateKey->setModulusLength(request.bits);
+    // Made on the card, the private key never was anywhere else.
+    privateKey->setAccessFlags(IKey::Sensitive | IKey::AlwaysSensitive | IKey::NeverExtractable |
+                               IKey::LocalKey);
+    publicKey->setAccessFlags(IKey::LocalKey);
     publicKey->setLabel(request.label);
     publicKey->setFlags(modifiableFlag);
     publicKey->setKeyId(id);
@@ -83,7 +90,6 @@ Token::generateKeyPair(const KeyPairRequest& request) {
     publicKey->setModulusLength(request.bits);
     application_->getKeyPairGenerator(rsaEncryption)->generate(channel(), privateKey, publicKey);
 
-    Objects& list = objects();
     list.push_back(publicKeyObject(publicKey, nextHandle_++, *repository_, channel()));
     list.push_back(privateKeyObject(privateKey, publicKey, nextHandle_++, *repository_, channel()));
     return {list[list.size() - 2]->handle(), list.back()->handle()};
@@ -132,6 +138,15 @@ private:
     std::vector<CK_ATTRIBUTE> entries_;
 };
 
+// A certificate's value goes to the card as given and every client parses
+// it: it must be one certificate in DER.
+void checkCertificateValue(const mw::ByteBuffer& value) {
+    if (!isDerCertificate(Bytes(value.begin(), value.end()))) {
+        throw Failure(CKR_ATTRIBUTE_VALUE_INVALID,
+                      "CKA_VALUE is no X.509 certificate in DER, or has bytes after it");
+    }
+}
+
 // The content octets of a DER OBJECT IDENTIFIER (06 len content).
 mw::ByteBuffer oidContent(const Bytes& der) {
     if (der.size() < 3 || der[0] != 0x06 || der[1] != der.size() - 2) {
@@ -158,14 +173,22 @@ CK_OBJECT_HANDLE Token::createObject(const CK_ATTRIBUTE* entries, CK_ULONG count
         if (given.number(CKA_CERTIFICATE_TYPE, CKC_X_509) != CKC_X_509) {
             throw Failure(CKR_ATTRIBUTE_VALUE_INVALID, "only X.509 certificates");
         }
+        const mw::ByteBuffer value = given.required(CKA_VALUE);
+        checkCertificateValue(value);
         auto certificate = factory().createCertificate(ICertificate::X509Certificate, rules);
-        certificate->setValue(given.required(CKA_VALUE));
+        certificate->setValue(value);
         certificate->setCertificateId(mw::ByteBuffer(given.bytes(CKA_ID)));
         certificate->setLabel(given.text(CKA_LABEL));
         certificate->setFlags(flags);
         repository_->writeCardObject(channel(), *certificate);
+        // Listed as a fresh listing would: with its public key when no entry has it.
+        const bool hasPublicKey = idTaken(given.bytes(CKA_ID), CKO_PUBLIC_KEY);
         list.push_back(certificateObject(certificate, nextHandle_++, *repository_, channel()));
-        break;
+        const CK_OBJECT_HANDLE stored = list.back()->handle();
+        if (!hasPublicKey) {
+            list.push_back(certifiedKeyObject(certificate, nextHandle_++, *repository_, channel()));
+        }
+        return stored;
     }
     case CKO_DATA: {
         const bool hasOid = given.find(CKA_OBJECT_ID) != nullptr;
@@ -192,15 +215,16 @@ CK_OBJECT_HANDLE Token::createObject(const CK_ATTRIBUTE* entries, CK_ULONG count
 
 void Token::destroyObject(CK_OBJECT_HANDLE handle) {
     Object& doomed = object(handle);
-    const bool derived = doomed.objectClass() == CKO_PUBLIC_KEY &&
-                         dynamic_cast<const ICertificate*>(doomed.source().get());
-    if (derived) {
+    if (isCertifiedKey(doomed)) {
         throw Failure(CKR_ACTION_PROHIBITED, "the key is part of its certificate");
     }
-    repository_->deleteCardObject(channel(), *doomed.source());
+    const boost::shared_ptr<ICardObject> source = doomed.source();
+    repository_->deleteCardObject(channel(), *source);
+    // A certificate takes the public key shown from it along.
     Objects& list = objects();
-    list.erase(std::find_if(list.begin(), list.end(),
-                            [&](const auto& object) { return object.get() == &doomed; }));
+    list.erase(std::remove_if(list.begin(), list.end(),
+                              [&](const auto& object) { return object->source() == source; }),
+               list.end());
 }
 
 } // namespace pkcs11

@@ -4,9 +4,9 @@
 
 #include "pkcs11/Errors.hpp"
 
-namespace pkcs11 {
+#include <algorithm>
 
-namespace {} // namespace
+namespace pkcs11 {
 
 Objects& Token::objects() {
     if (!objects_) {
@@ -27,6 +27,26 @@ std::vector<CK_OBJECT_HANDLE> Token::find(const CK_ATTRIBUTE* entries, CK_ULONG 
         }
     }
     return found;
+}
+
+bool Token::idTaken(const Bytes& id, std::optional<CK_OBJECT_CLASS> objectClass,
+                    const Object* except) {
+    const CK_ATTRIBUTE byId{CKA_ID, const_cast<unsigned char*>(id.data()), id.size()};
+    return std::any_of(objects().begin(), objects().end(), [&](const auto& object) {
+        return object.get() != except && (!objectClass || object->objectClass() == *objectClass) &&
+               object->attributesFor(&byId, 1).matches(&byId, 1);
+    });
+}
+
+void Token::retirePrivateHandles() {
+    if (!objects_) {
+        return;
+    }
+    for (const auto& object : *objects_) {
+        if (object->isPrivate()) {
+            object->renumber(nextHandle_++);
+        }
+    }
 }
 
 Object& Token::object(CK_OBJECT_HANDLE handle, CK_RV unknown) {

@@ -1,18 +1,23 @@
-#ifndef TESTS_E2E_PKCS11_MODULEFIXTURE_HPP
-#define TESTS_E2E_PKCS11_MODULEFIXTURE_HPP
-
 // The module as a PKCS#11 application loads it: dlopen, C_GetFunctionList,
 // the real plugin, card layer and virtual card underneath. The card is made
 // once by p15-pkcs11-testcard and copied fresh for every test.
+#ifndef TESTS_E2E_PKCS11_MODULEFIXTURE_HPP
+#define TESTS_E2E_PKCS11_MODULEFIXTURE_HPP
+
 #include "pkcs11/Cryptoki.hpp"
 
+#include <algorithm>
 #include <cryptopp/files.h>
+#include <cryptopp/osrng.h>
+#include <cryptopp/pkcspad.h>
 #include <cryptopp/rsa.h>
+#include <cryptopp/sha.h>
 #include <cstdio>
 #include <cstdlib>
 #include <dlfcn.h>
 #include <filesystem>
 #include <fstream>
+
 #include <gtest/gtest.h>
 #include <string>
 #include <unistd.h>
@@ -25,6 +30,7 @@ namespace fs = std::filesystem;
 inline const std::string userPin = "123456";
 inline const std::string puk = "12345678";
 using Bytes = std::vector<unsigned char>;
+inline const Bytes missing{'?'};
 
 inline CK_OBJECT_CLASS privateKeyClass = CKO_PRIVATE_KEY;
 inline CK_OBJECT_CLASS publicKeyClass = CKO_PUBLIC_KEY;
@@ -103,6 +109,21 @@ protected:
         return found;
     }
 
+    // The values of `types` for `object`; `missing` ("?") for one it lacks.
+    std::vector<Bytes> values(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object,
+                              std::vector<CK_ATTRIBUTE_TYPE> types) {
+        std::vector<Bytes> out(types.size(), Bytes(4096));
+        std::vector<CK_ATTRIBUTE> query;
+        for (std::size_t i = 0; i < types.size(); ++i) {
+            query.push_back({types[i], out[i].data(), out[i].size()});
+        }
+        f->C_GetAttributeValue(session, object, query.data(), query.size());
+        for (std::size_t i = 0; i < types.size(); ++i) {
+            const bool lacks = query[i].ulValueLen == CK_UNAVAILABLE_INFORMATION;
+            out[i] = lacks ? missing : Bytes(out[i].begin(), out[i].begin() + query[i].ulValueLen);
+        }
+        return out;
+    }
     CK_OBJECT_HANDLE onlyOf(CK_SESSION_HANDLE session, CK_OBJECT_CLASS& objectClass) {
         const auto found = find(session, {{CKA_CLASS, &objectClass, sizeof objectClass}});
         EXPECT_EQ(found.size(), 1u);

@@ -1,11 +1,8 @@
-// The module's functions through the real stack (ModuleFixture.hpp).
+// The module as a PKCS#11 application loads it: its functions, sessions,
+// PINs, searches and cryptographic operations.
 #include "ModuleFixture.hpp"
 
 #include "OddCard.hpp"
-#include <algorithm>
-#include <cryptopp/osrng.h>
-#include <cryptopp/pkcspad.h>
-#include <cryptopp/sha.h>
 #include <thread>
 
 namespace {
@@ -45,7 +42,8 @@ TEST_F(ModuleTest, PrivateObjectsShowOnlyToTheLoggedInUser) {
     std::vector<CK_ATTRIBUTE> publicKeyById{{CKA_CLASS, &publicKeyClass, sizeof publicKeyClass},
                                             {CKA_ID, keyId, sizeof keyId}};
     EXPECT_TRUE(find(session, privateKeys).empty());
-    EXPECT_EQ(find(session, publicKeyById).size(), 1u);
+    const auto publicHandles = find(session, publicKeyById);
+    EXPECT_EQ(publicHandles.size(), 1u);
     EXPECT_EQ(find(session, {}).size(), 2u) << "the public key and the certificate";
 
     ASSERT_EQ(login(session, CKU_USER, userPin), CKR_OK);
@@ -62,6 +60,10 @@ TEST_F(ModuleTest, PrivateObjectsShowOnlyToTheLoggedInUser) {
     CK_ULONG bits;
     CK_ATTRIBUTE query{CKA_MODULUS_BITS, &bits, sizeof bits};
     EXPECT_EQ(f->C_GetAttributeValue(session, found[0], &query, 1), CKR_OBJECT_HANDLE_INVALID);
+    ASSERT_EQ(login(session, CKU_USER, userPin), CKR_OK);
+    EXPECT_EQ(f->C_GetAttributeValue(session, found[0], &query, 1), CKR_OBJECT_HANDLE_INVALID)
+        << "a private object's handle ends with the login it was found in";
+    EXPECT_EQ(find(session, publicKeyById), publicHandles) << "public objects keep theirs";
 }
 
 // One call answers every entry: a length, a value, a sensitive one, an
@@ -363,10 +365,8 @@ TEST_F(ModuleTest, GeneratedKeyPairsSignAndStay) {
     EXPECT_EQ(generatePair(open(CKF_SERIAL_SESSION)), CKR_SESSION_READ_ONLY);
     ASSERT_EQ(generatePair(session), CKR_OK);
 
-    unsigned char id[2] = {};
-    CK_ATTRIBUTE query{CKA_ID, id, sizeof id};
-    ASSERT_EQ(f->C_GetAttributeValue(session, privateHandle, &query, 1), CKR_OK);
-    EXPECT_EQ(Bytes(id, id + 2), (Bytes{0x45, 0x02})) << "the first id after the card's key";
+    EXPECT_EQ(values(session, privateHandle, {CKA_ID})[0], (Bytes{0x45, 0x02}))
+        << "the first id after the card's key";
     Bytes message{'h', 'i'}, signature = sign(session, CKM_SHA1_RSA_PKCS, privateHandle, message);
     CK_MECHANISM sha1{CKM_SHA1_RSA_PKCS, nullptr, 0};
     ASSERT_EQ(f->C_VerifyInit(session, &sha1, publicHandle), CKR_OK);
@@ -386,24 +386,15 @@ TEST_F(ModuleTest, CertificatesShowTheirValueAndItsFields) {
     const CK_SESSION_HANDLE session = open(CKF_SERIAL_SESSION);
     CK_OBJECT_CLASS certificateClass = CKO_CERTIFICATE;
     const CK_OBJECT_HANDLE certificate = onlyOf(session, certificateClass);
-    Bytes value(4096), subject(256), issuer(256), serial(16), id(8);
-    std::vector<CK_ATTRIBUTE> query{{CKA_VALUE, value.data(), value.size()},
-                                    {CKA_SUBJECT, subject.data(), subject.size()},
-                                    {CKA_ISSUER, issuer.data(), issuer.size()},
-                                    {CKA_SERIAL_NUMBER, serial.data(), serial.size()},
-                                    {CKA_ID, id.data(), id.size()}};
-    ASSERT_EQ(f->C_GetAttributeValue(session, certificate, query.data(), query.size()), CKR_OK);
-    const auto answer = [&](std::size_t i) {
-        const auto* bytes = static_cast<unsigned char*>(query[i].pValue);
-        return Bytes(bytes, bytes + query[i].ulValueLen);
-    };
-    const Bytes der = answer(0), name = answer(1);
+    const auto answer = values(session, certificate,
+                               {CKA_VALUE, CKA_SUBJECT, CKA_ISSUER, CKA_SERIAL_NUMBER, CKA_ID});
+    const Bytes der = answer[0], name = answer[1];
     EXPECT_EQ(der, certificateDer());
     ASSERT_FALSE(name.empty());
     EXPECT_NE(std::search(der.begin(), der.end(), name.begin(), name.end()), der.end());
-    EXPECT_EQ(name, answer(2));
-    EXPECT_EQ(answer(3), (Bytes{0x02, 0x02, 0x12, 0x34}));
-    EXPECT_EQ(answer(4), (Bytes{0x45, 0x01}));
+    EXPECT_EQ(name, answer[2]);
+    EXPECT_EQ(answer[3], (Bytes{0x02, 0x02, 0x12, 0x34}));
+    EXPECT_EQ(answer[4], (Bytes{0x45, 0x01}));
 }
 
 // A private data object and a certificate stored through the module are on
@@ -444,18 +435,11 @@ TEST_F(ModuleTest, DataObjectsAndCertificatesAreStoredAndDestroyed) {
     const std::vector<CK_ATTRIBUTE> copyById(certificate.begin(), certificate.begin() + 3);
     const auto copies = find(later, copyById);
     ASSERT_EQ(copies.size(), 1u) << "a certificate is public";
-    Bytes readDer(4096);
-    CK_ATTRIBUTE derValue{CKA_VALUE, readDer.data(), readDer.size()};
-    ASSERT_EQ(f->C_GetAttributeValue(later, copies[0], &derValue, 1), CKR_OK);
-    readDer.resize(derValue.ulValueLen);
-    EXPECT_EQ(readDer, der);
+    EXPECT_EQ(values(later, copies[0], {CKA_VALUE})[0], der);
     ASSERT_EQ(login(later, CKU_USER, userPin), CKR_OK);
     const auto found = find(later, byLabel);
     ASSERT_EQ(found.size(), 1u);
-    char readBack[16] = {};
-    CK_ATTRIBUTE query{CKA_VALUE, readBack, sizeof readBack};
-    ASSERT_EQ(f->C_GetAttributeValue(later, found[0], &query, 1), CKR_OK);
-    EXPECT_EQ(std::string(readBack, query.ulValueLen), "hello");
+    EXPECT_EQ(values(later, found[0], {CKA_VALUE})[0], (Bytes{'h', 'e', 'l', 'l', 'o'}));
 
     ASSERT_EQ(f->C_DestroyObject(later, found[0]), CKR_OK);
     EXPECT_TRUE(find(later, byLabel).empty());

@@ -55,6 +55,26 @@ certutil -L -h all -d "sql:$work/nss" >"$work/nss-certificates"
 grep -q 'p15kit virtual card:Signing key' "$work/nss-certificates" ||
     fail "certutil lists no certificate: $(cat "$work/nss-certificates")"
 
+# NSS makes a key pair for a certificate request on a copy of the card and
+# names it by CKA_ID afterwards: one new pair, a request that verifies.
+# p11tool renames a key there.
+keygen() { P15KIT_PKCS11_CARD="$work/keygen.json" GNUTLS_PIN=123456 "$@"; }
+privateKeys() { keygen p11tool --provider "$module" --login --list-privkeys "pkcs11:"; }
+cp "$work/card.json" "$work/keygen.json"
+echo 123456 >"$work/pin"
+head -c 64 /dev/urandom >"$work/noise"
+before=$(privateKeys | grep -c 'type=private')
+keygen certutil -R -k rsa -g 2048 -s "CN=p15kit request" -d "sql:$work/nss" \
+    -h "p15kit virtual card" -f "$work/pin" -z "$work/noise" -o "$work/request.der" \
+    >"$work/certutil-R" 2>&1 || fail "certutil -R: $(cat "$work/certutil-R")"
+after=$(privateKeys | grep -c 'type=private')
+[ "$after" -eq $((before + 1)) ] || fail "certutil -R left $after private keys, not $((before + 1))"
+openssl req -verify -noout -inform DER -in "$work/request.der" >/dev/null 2>&1 ||
+    fail "openssl does not verify the request certutil made on the card"
+keygen p11tool --provider "$module" --login --set-label Renamed \
+    "pkcs11:object=Signing%20key;type=private" >/dev/null 2>&1 || fail "p11tool cannot rename a key"
+privateKeys | grep -q 'object=Renamed;type=private' || fail "p11tool lists no renamed key"
+
 # A card whose key has no public key entry: ssh finds the key in the certificate.
 mkdir "$work/bare"
 "$maker" "$work/bare/card.json" "$work/bare" --no-public-key
