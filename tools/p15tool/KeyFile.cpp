@@ -159,7 +159,11 @@ mw::ByteBuffer bytesOf(const CryptoPP::Integer& value, std::size_t size) {
 } // namespace
 
 RsaKeyMaterial readPrivateKeyFile(const std::string& path) {
-    const auto [der, form] = privateKeyDer(readKeyFile(path), path);
+    return privateKeyMaterial(readKeyFile(path), path);
+}
+
+RsaKeyMaterial privateKeyMaterial(mw::ByteBuffer content, const std::string& path) {
+    const auto [der, form] = privateKeyDer(std::move(content), path);
     const CryptoPP::RSA::PrivateKey key = decodePrivateKey(der, form, path);
     RsaKeyMaterial material;
     material.bits = key.GetModulus().BitCount();

@@ -20,6 +20,9 @@ struct RsaKeyMaterial {
 // holds anything else (an encrypted key, another algorithm, a broken
 // encoding, inconsistent components) is a ToolError that says so.
 RsaKeyMaterial readPrivateKeyFile(const std::string& path);
+// The same for a key file's `content` already read; `path` names it in
+// errors.
+RsaKeyMaterial privateKeyMaterial(mw::ByteBuffer content, const std::string& path);
 
 // The DER of the PEM block labelled `label` in `content`, or `content` as it
 // is when it is not PEM. A PEM file without such a block is a ToolError that
