@@ -5,6 +5,7 @@
 #include "app/object/IPublicRSAKey.hpp"
 #include "app/object/KeyUsage.hpp"
 #include "pkcs11/CertificateFields.hpp"
+#include "pkcs11/ObjectIdentifier.hpp"
 
 #include <algorithm>
 
@@ -224,11 +225,8 @@ std::unique_ptr<Object> dataObject(const boost::shared_ptr<IDataObject>& data,
                                    const card::IChannel& channel) {
     Attributes attributes = commonAttributes(*data, CKO_DATA);
     attributes.setText(CKA_APPLICATION, data->getApplicationName().value_or(""));
-    if (const auto& oid = data->getApplicationOid(); oid && oid->size() < 0x80) {
-        Bytes der{0x06, static_cast<unsigned char>(oid->size())};
-        der.insert(der.end(), oid->begin(), oid->end());
-        attributes.setBytes(CKA_OBJECT_ID, der);
-    }
+    const auto& oid = data->getApplicationOid();
+    attributes.setBytes(CKA_OBJECT_ID, oid ? objectIdentifierDer(*oid) : Bytes());
     auto object = std::make_unique<Object>(handle, data, std::move(attributes));
     object->defer({CKA_VALUE}, [&repository, &channel, data](Attributes& a) {
         if (data->getValue().empty()) {

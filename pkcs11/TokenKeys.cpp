@@ -1,5 +1,6 @@
 // Objects the token makes and removes: key pairs generated on the card,
 // certificates and data objects stored there, and their removal.
+#include "pkcs11/ObjectIdentifier.hpp"
 #include "pkcs11/ObjectList.hpp"
 #include "pkcs11/Token.hpp"
 
@@ -147,14 +148,6 @@ void checkCertificateValue(const mw::ByteBuffer& value) {
     }
 }
 
-// The content octets of a DER OBJECT IDENTIFIER (06 len content).
-mw::ByteBuffer oidContent(const Bytes& der) {
-    if (der.size() < 3 || der[0] != 0x06 || der[1] != der.size() - 2) {
-        throw Failure(CKR_ATTRIBUTE_VALUE_INVALID, "CKA_OBJECT_ID is a DER OBJECT IDENTIFIER");
-    }
-    return mw::ByteBuffer(der.data() + 2, der.size() - 2);
-}
-
 } // namespace
 
 CK_OBJECT_HANDLE Token::createObject(const CK_ATTRIBUTE* entries, CK_ULONG count) {
@@ -191,17 +184,20 @@ CK_OBJECT_HANDLE Token::createObject(const CK_ATTRIBUTE* entries, CK_ULONG count
         return stored;
     }
     case CKO_DATA: {
-        const bool hasOid = given.find(CKA_OBJECT_ID) != nullptr;
-        auto data = factory().createDataObject(
-            hasOid ? IDataObject::OidDataObject : IDataObject::OpaqueDataObject, rules);
+        // An object identifier goes into the opaque object's applicationOID:
+        // the plugin makes no other kind of data object.
+        const Bytes oid = given.bytes(CKA_OBJECT_ID);
+        const mw::ByteBuffer oidContent =
+            oid.empty() ? mw::ByteBuffer() : objectIdentifierContent(oid);
+        auto data = factory().createDataObject(IDataObject::OpaqueDataObject, rules);
         data->setValue(given.required(CKA_VALUE));
         data->setLabel(given.text(CKA_LABEL));
         data->setFlags(flags);
         if (given.find(CKA_APPLICATION)) {
             data->setApplicationName(given.text(CKA_APPLICATION));
         }
-        if (hasOid) {
-            data->setApplicationOid(oidContent(given.bytes(CKA_OBJECT_ID)));
+        if (!oidContent.empty()) {
+            data->setApplicationOid(oidContent);
         }
         repository_->writeCardObject(channel(), *data);
         list.push_back(dataObject(data, nextHandle_++, *repository_, channel()));

@@ -1,9 +1,11 @@
 // cert write|read|delete and data write|read|delete: objects whose value
 // lives in a file of its own on the card.
+#include "app/ApplicationException.hpp"
 #include "app/IApplication.hpp"
 #include "app/object/ICardObjectFactory.hpp"
 #include "app/object/ICardObjectRepository.hpp"
 #include "app/object/IX509Certificate.hpp"
+#include "app/pkcs15/oss/Codec.hpp"
 #include "host/Channel.hpp"
 #include "tools/p15tool/Choice.hpp"
 #include "tools/p15tool/Commands.hpp"
@@ -49,6 +51,7 @@ struct ValueOptions {
     std::string format = "pem";
     std::string out = "-";
     std::optional<std::string> applicationName;
+    std::optional<std::string> applicationOid;
     bool privateObject = false;
 };
 
@@ -133,10 +136,26 @@ boost::shared_ptr<IDataObject> chooseDataObject(const Session& session,
                         noId, "data object");
 }
 
+// The content octets of the dotted --oid, refused before the card is opened.
+std::optional<mw::ByteBuffer> applicationOid(const ValueOptions& options) {
+    if (!options.applicationOid) {
+        return std::nullopt;
+    }
+    try {
+        const auto content = app::pkcs15::oss::oidFromText(*options.applicationOid);
+        return mw::ByteBuffer(content.data(), content.size());
+    } catch (const app::InvalidDataException&) {
+        throw ToolError(ExitCode::usage, "--oid \"" + *options.applicationOid +
+                                             "\" is not an object identifier; give its arcs "
+                                             "in dotted form, e.g. 1.3.6.1.4.1.311");
+    }
+}
+
 void writeData(const GlobalOptions& global, const ValueOptions& options) {
     if (!options.choice.label) {
         throw ToolError(ExitCode::usage, "give the data object a --label");
     }
+    const std::optional<mw::ByteBuffer> oid = applicationOid(options);
     const mw::ByteBuffer value = readInput(options.file, maxValueSize);
     const Session session(global);
     const mw::ByteBuffer authId = verifyUserPin(session, options.pin);
@@ -156,6 +175,9 @@ void writeData(const GlobalOptions& global, const ValueOptions& options) {
     object->setFlags(modifiableFlag | (options.privateObject ? privateFlag : 0));
     if (options.applicationName) {
         object->setApplicationName(*options.applicationName);
+    }
+    if (oid) {
+        object->setApplicationOid(*oid);
     }
     object->setValue(value);
     writeWithValue(session, *object, value.size());
@@ -225,6 +247,10 @@ void addValueCommands(CLI::App& program, const GlobalOptions& global) {
     dataWrite->add_option("--label", options->choice.label, "its label")->type_name("L");
     dataWrite->add_option("--app", options->applicationName, "the application it belongs to")
         ->type_name("NAME");
+    dataWrite
+        ->add_option("--oid", options->applicationOid,
+                     "the application's object identifier, dotted (1.2.3.4)")
+        ->type_name("OID");
     dataWrite->add_flag("--private", options->privateObject,
                         "readable only once the user PIN is verified");
     dataWrite->callback([&global, options] { writeData(global, *options); });

@@ -1,6 +1,8 @@
 #include "tools/p15tool/Values.hpp"
 
+#include "app/ApplicationException.hpp"
 #include "app/object/IX509Certificate.hpp"
+#include "app/pkcs15/oss/Codec.hpp"
 #include "mw/Hex.hpp"
 #include "tools/p15tool/CertificateText.hpp"
 #include "tools/p15tool/FlagNames.hpp"
@@ -26,26 +28,6 @@ void skipElement(CryptoPP::BufferedTransformation& in) {
     if (!in.Get(tag) || !CryptoPP::BERLengthDecode(in, length) || in.Skip(length) != length) {
         CryptoPP::BERDecodeError();
     }
-}
-
-// The dotted form of an OBJECT IDENTIFIER's content octets.
-std::string dottedOid(const mw::ByteBuffer& content) {
-    std::string text;
-    unsigned long arc = 0;
-    for (const unsigned char octet : content) {
-        arc = arc << 7 | (octet & 0x7F);
-        if (octet & 0x80) {
-            continue;
-        }
-        if (text.empty()) {
-            const unsigned long first = arc < 80 ? arc / 40 : 2;
-            text = std::to_string(first) + "." + std::to_string(arc - first * 40);
-        } else {
-            text += "." + std::to_string(arc);
-        }
-        arc = 0;
-    }
-    return text;
 }
 
 void putIdentifierText(Json& out, const char* key, const mw::ByteBuffer& id) {
@@ -153,8 +135,13 @@ Json dataObjectJson(const app::object::IDataObject& object, const PinList& pins)
     if (object.getApplicationName()) {
         out["applicationName"] = displayText(*object.getApplicationName());
     }
-    if (object.getApplicationOid()) {
-        out["applicationOID"] = dottedOid(*object.getApplicationOid());
+    if (const auto& oid = object.getApplicationOid()) {
+        // Dotted, or the card's octets in hex when they are no identifier.
+        try {
+            out["applicationOID"] = app::pkcs15::oss::oidToText({oid->begin(), oid->end()});
+        } catch (const app::InvalidDataException&) {
+            out["applicationOID"] = mw::toHex(*oid);
+        }
     }
     return out;
 }

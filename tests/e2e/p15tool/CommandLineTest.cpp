@@ -31,6 +31,17 @@ TEST(CommandLine, ARelativeXdgDataHomeIsIgnored) {
     EXPECT_TRUE(std::filesystem::exists(home.file(".local/share/p15kit/card.json"))) << info.err;
 }
 
+// A malformed --oid is refused before the card (here none) is opened.
+TEST(CommandLine, AMalformedObjectIdentifierIsAUsageError) {
+    for (const char* oid :
+         {"", "1", "1.2.", ".1.2", "1..2", "3.1", "1.40", "1.2.x", "1.2.-3", "1.02"}) {
+        EXPECT_TRUE(exited(runTool({"--card", "/nonexistent/card.json", "data", "write",
+                                    "/dev/null", "--label", "L", "--oid", oid}),
+                           2, "is not an object identifier"))
+            << oid;
+    }
+}
+
 using BrokenCard = InitialisedCard;
 
 // A directory file that is not valid DER is named, with the next step.
