@@ -1,13 +1,17 @@
 #include "pkcs11/ObjectList.hpp"
 
+#include "app/ApplicationException.hpp"
 #include "app/object/ICardObjectRepository.hpp"
 #include "app/object/IPrivateRSAKey.hpp"
 #include "app/object/IPublicRSAKey.hpp"
 #include "app/object/KeyUsage.hpp"
+#include "host/ErrorMessage.hpp"
+#include "mw/Log.hpp"
 #include "pkcs11/CertificateFields.hpp"
 #include "pkcs11/ObjectIdentifier.hpp"
 
 #include <algorithm>
+#include <boost/exception/get_error_info.hpp>
 
 namespace pkcs11 {
 
@@ -242,10 +246,33 @@ bool isCertifiedKey(const Object& object) {
            dynamic_cast<const ICertificate*>(object.source().get());
 }
 
+namespace {
+
+// The objects of one kind, or none when the kind's directory file does not
+// decode: one corrupt file leaves the other kinds usable, and the trace says
+// what was left out. A card error (a removed card, a refused command) ends
+// the listing as before.
+template <class List>
+List decodedOrNone(const char* kind, List (Repository::*fetch)(const card::IChannel&) const,
+                   const Repository& repository, const card::IChannel& channel) {
+    try {
+        return (repository.*fetch)(channel);
+    } catch (const app::InvalidDataException& error) {
+        const std::string* file = boost::get_error_info<app::ErrorDetail>(error);
+        mw::Log log(typeid(Object), "listObjects");
+        log.addParamOut(std::string("left out ") + kind,
+                        (file ? *file + ": " : std::string()) + host::errorMessage(error));
+        return {};
+    }
+}
+
+} // namespace
+
 Objects listObjects(const Repository& repository, const card::IChannel& channel,
                     CK_OBJECT_HANDLE& nextHandle) {
     Objects objects;
-    const auto certificates = repository.getCertificates(channel);
+    const auto certificates =
+        decodedOrNone("certificates", &Repository::getCertificates, repository, channel);
     const auto certificateWithId = [&](const mw::ByteBuffer& id) {
         const auto found =
             std::find_if(certificates.begin(), certificates.end(), [&](const auto& certificate) {
@@ -261,7 +288,8 @@ Objects listObjects(const Repository& repository, const card::IChannel& channel,
         }
     };
     std::vector<boost::shared_ptr<IPublicRSAKey>> publicKeys;
-    for (const auto& key : repository.getPublicKeys(channel)) {
+    for (const auto& key :
+         decodedOrNone("public keys", &Repository::getPublicKeys, repository, channel)) {
         if (auto rsa = boost::dynamic_pointer_cast<IPublicRSAKey>(key)) {
             publicKeys.push_back(rsa);
             objects.push_back(publicKeyObject(rsa, nextHandle++, repository, channel));
@@ -279,7 +307,8 @@ Objects listObjects(const Repository& repository, const card::IChannel& channel,
             objects.push_back(certifiedKeyObject(certificate, nextHandle++, repository, channel));
         }
     }
-    for (const auto& key : repository.getPrivateKeys(channel)) {
+    for (const auto& key :
+         decodedOrNone("private keys", &Repository::getPrivateKeys, repository, channel)) {
         auto rsa = boost::dynamic_pointer_cast<IPrivateRSAKey>(key);
         if (!rsa) {
             continue;
@@ -292,7 +321,8 @@ Objects listObjects(const Repository& repository, const card::IChannel& channel,
         }
         subjectFromCertificate(*objects.back(), *rsa);
     }
-    for (const auto& data : repository.getDataObjects(channel)) {
+    for (const auto& data :
+         decodedOrNone("data objects", &Repository::getDataObjects, repository, channel)) {
         objects.push_back(dataObject(data, nextHandle++, repository, channel));
     }
     return objects;

@@ -1,6 +1,9 @@
 // Data objects with an object identifier, written by the module and by
-// p15tool and read by the other.
+// p15tool and read by the other, and a token one of whose directory files
+// does not decode.
 #include "pkcs11/Cryptoki.hpp"
+
+#include "vcard/CardImage.hpp"
 
 #include <cstdio>
 #include <dlfcn.h>
@@ -142,6 +145,22 @@ TEST_F(CardData, AnObjectIdentifierIsTheSameForTheModuleAndP15tool) {
     const CK_SESSION_HANDLE later = userSession();
     EXPECT_EQ(objectId(later, "long"), longOid);
     EXPECT_EQ(objectId(later, "none"), Bytes());
+}
+
+// A broken directory file loses only its own entries (the plugin sees to
+// that: ModuleTest.OddEntriesLeaveTheSoundKeyUsable); with EF(ODF) broken
+// after its first entry the plugin lists no kind, and the token answers a
+// search with nothing instead of failing it.
+TEST_F(CardData, KindsThatDoNotDecodeAreLeftOutOfTheSearch) {
+    vcard::CardState state = vcard::CardImage::load(image_.string());
+    vcard::Bytes& odf =
+        state.files.selectByPath({0x3F, 0x00, 0x50, 0x15, 0x50, 0x31}, true).content;
+    odf.at(8) = 0xA1;
+    odf.at(9) = 0xFF;
+    vcard::CardImage::store(image_.string(), vcard::CardImage::serialise(state));
+    CK_SESSION_HANDLE session = 0;
+    ASSERT_EQ(f->C_OpenSession(0, CKF_SERIAL_SESSION, nullptr, nullptr, &session), CKR_OK);
+    EXPECT_TRUE(find(session, {}).empty());
 }
 
 } // namespace
