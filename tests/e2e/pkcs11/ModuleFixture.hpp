@@ -45,6 +45,18 @@ inline CryptoPP::RSA::PrivateKey softwareKey() {
     return key;
 }
 
+// What `command` prints; it must succeed.
+inline std::string run(const std::string& command) {
+    std::string output;
+    FILE* pipe = ::popen(command.c_str(), "r");
+    char chunk[4096];
+    for (std::size_t got; pipe && (got = std::fread(chunk, 1, sizeof chunk, pipe)) > 0;) {
+        output.append(chunk, got);
+    }
+    EXPECT_TRUE(pipe && ::pclose(pipe) == 0) << command << "\n" << output;
+    return output;
+}
+
 inline CK_UTF8CHAR_PTR utf8(std::string& text) {
     return reinterpret_cast<CK_UTF8CHAR_PTR>(text.data());
 }

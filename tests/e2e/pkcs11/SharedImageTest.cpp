@@ -1,5 +1,5 @@
 // One card image used by several processes at once.
-#include "pkcs11/Cryptoki.hpp"
+#include "ModuleFixture.hpp"
 
 #include <cstdio>
 #include <dlfcn.h>
@@ -12,16 +12,7 @@
 
 namespace {
 
-std::string run(const std::string& command) {
-    std::string output;
-    FILE* pipe = ::popen(command.c_str(), "r");
-    char chunk[4096];
-    for (std::size_t got; pipe && (got = std::fread(chunk, 1, sizeof chunk, pipe)) > 0;) {
-        output.append(chunk, got);
-    }
-    EXPECT_TRUE(pipe && ::pclose(pipe) == 0) << command << "\n" << output;
-    return output;
-}
+using p15test::run;
 
 // The module opens the card; p15tool makes a key and a second module, in a
 // forked child, stores a certificate; then the module logs in, which stores
