@@ -29,6 +29,7 @@ TEST_F(ModuleTest, DataObjectIdentifiersAreSharedWithP15tool) {
                            {CKA_OBJECT_ID, longOid.data(), longOid.size()}};
     CK_OBJECT_HANDLE created = 0;
     ASSERT_EQ(f->C_CreateObject(session, data, 3, &created), CKR_OK);
+    ASSERT_EQ(f->C_CreateObject(session, data, 2, &created), CKR_OK); // without one
     // Another tag, no arc, lengths short, long, indefinite and not minimal,
     // an arc cut short, one with a leading 80, one of 64 bits.
     for (Bytes bad :
@@ -48,6 +49,7 @@ TEST_F(ModuleTest, DataObjectIdentifiersAreSharedWithP15tool) {
     EXPECT_NE(run(tool + "list").find("applicationOID  " + dotted + "\n"), std::string::npos);
     ASSERT_EQ(f->C_Initialize(nullptr), CKR_OK);
     EXPECT_EQ(find(open(), {{CKA_OBJECT_ID, longOid.data(), longOid.size()}}).size(), 1u);
+    EXPECT_EQ(find(open(), {{CKA_OBJECT_ID, nullptr, 0}}).size(), 1u) << "an empty one";
 }
 
 // A broken directory file loses only its own entries (the plugin sees to
