@@ -307,8 +307,8 @@ TEST_F(ModuleTest, WhatTheModuleVerifiesAndEnciphersAgreesWithTheKeysPrivateHalf
         .ApplyFunction(CryptoPP::Integer(block.data(), block.size()))
         .Encode(cipher.data(), cipher.size());
     ASSERT_EQ(f->C_DecryptInit(session, &rsa, privateKey(session)), CKR_OK);
-    length = recovered.size();
-    EXPECT_EQ(f->C_Decrypt(session, cipher.data(), cipher.size(), recovered.data(), &length),
+    length = block.size();
+    EXPECT_EQ(f->C_Decrypt(session, cipher.data(), cipher.size(), block.data(), &length),
               CKR_ENCRYPTED_DATA_INVALID);
 }
 
@@ -340,7 +340,9 @@ template <class Hash> HashMechanism hashMechanism(CK_MECHANISM_TYPE type) {
 
 // Each hash mechanism gives one signature whole, in parts and after a length
 // query (PKCS#1 v1.5 is deterministic); CKM_RSA_PKCS over the same DigestInfo
-// gives it too, and each verifies.
+// gives it too, and each verifies. Two threads, each in its own session, sign
+// at once; the module's lock keeps their card commands apart, so every
+// signature is right.
 TEST_F(ModuleTest, SignaturesAreTheSameWholeOrInPartsForEveryMechanism) {
     const CK_SESSION_HANDLE session = open(CKF_SERIAL_SESSION);
     CK_MECHANISM sha256{CKM_SHA256_RSA_PKCS, nullptr, 0};
@@ -372,23 +374,16 @@ TEST_F(ModuleTest, SignaturesAreTheSameWholeOrInPartsForEveryMechanism) {
         EXPECT_TRUE(each.verifies(message, whole));
         EXPECT_EQ(sign(session, CKM_RSA_PKCS, key, each.digestInfo(message)), whole);
     }
-}
 
-// Two threads, each in its own session, sign at once; the module's lock
-// keeps their card commands apart, so every signature is right.
-TEST_F(ModuleTest, ThreadsSigningAtOnceGetCorrectSignatures) {
-    const CK_SESSION_HANDLE first = userSession(CKF_SERIAL_SESSION);
-    const CK_OBJECT_HANDLE key = privateKey(first);
-    auto signMany = [&](CK_SESSION_HANDLE session, unsigned char fill, int& good) {
+    auto signMany = [&](CK_SESSION_HANDLE in, unsigned char fill, int& good) {
         for (int round = 0; round < 20; ++round) {
-            const Bytes message(100 + round, fill);
-            good += verifies<CryptoPP::SHA256>(message,
-                                               sign(session, CKM_SHA256_RSA_PKCS, key, message));
+            const Bytes text(100 + round, fill);
+            good += verifies<CryptoPP::SHA256>(text, sign(in, CKM_SHA256_RSA_PKCS, key, text));
         }
     };
     int goodFirst = 0, goodSecond = 0;
     const CK_SESSION_HANDLE second = open(CKF_SERIAL_SESSION);
-    std::thread one(signMany, first, 0x01, std::ref(goodFirst));
+    std::thread one(signMany, session, 0x01, std::ref(goodFirst));
     std::thread two(signMany, second, 0x02, std::ref(goodSecond));
     one.join();
     two.join();
@@ -396,7 +391,7 @@ TEST_F(ModuleTest, ThreadsSigningAtOnceGetCorrectSignatures) {
     EXPECT_EQ(goodSecond, 20);
 
     Bytes random(300);
-    ASSERT_EQ(f->C_GenerateRandom(first, random.data(), random.size()), CKR_OK);
+    ASSERT_EQ(f->C_GenerateRandom(session, random.data(), random.size()), CKR_OK);
     EXPECT_NE(random, Bytes(300, 0x00));
 }
 
