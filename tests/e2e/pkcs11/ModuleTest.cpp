@@ -162,7 +162,8 @@ TEST_F(ModuleTest, WrongPinsShowInTheFlagsUntilThePukSetsANewOne) {
     EXPECT_EQ(login(session, CKU_SO, "87654321"), CKR_PIN_INCORRECT);
     EXPECT_EQ(tokenFlags() & (counts | so), CKF_SO_PIN_COUNT_LOW);
     std::map<int, int> triesLeft; // of each PIN of the card image, by reference
-    for (const auto& pin : nlohmann::json::parse(std::ifstream(image_)).at("pins")) {
+    const auto card = nlohmann::json::parse(std::ifstream(image_));
+    for (const auto& pin : card.at("pins")) {
         triesLeft[pin.at("reference")] = pin.at("triesLeft");
     }
     EXPECT_EQ(triesLeft, (std::map<int, int>{{1, 3}, {2, 4}, {3, 3}}));
