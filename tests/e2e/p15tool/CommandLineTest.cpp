@@ -31,15 +31,12 @@ TEST(CommandLine, ARelativeXdgDataHomeIsIgnored) {
     EXPECT_TRUE(std::filesystem::exists(home.file(".local/share/p15kit/card.json"))) << info.err;
 }
 
-// A malformed --oid is refused before the card (here none) is opened.
+// A malformed --oid (the codec's test has the forms) is refused before the
+// card (here none) is opened.
 TEST(CommandLine, AMalformedObjectIdentifierIsAUsageError) {
-    for (const char* oid :
-         {"", "1", "1.2.", ".1.2", "1..2", "3.1", "1.40", "1.2.x", "1.2.-3", "1.02"}) {
-        EXPECT_TRUE(exited(runTool({"--card", "/nonexistent/card.json", "data", "write",
-                                    "/dev/null", "--label", "L", "--oid", oid}),
-                           2, "is not an object identifier"))
-            << oid;
-    }
+    EXPECT_TRUE(exited(runTool({"--card", "/nonexistent/card.json", "data", "write", "/dev/null",
+                                "--label", "L", "--oid", "1.2.-3"}),
+                       2, "is not an object identifier"));
 }
 
 using BrokenCard = InitialisedCard;

@@ -3,9 +3,8 @@
 // self-signed certificate for it, imported through the plugin. Beside it in
 // DIR: public.der (SubjectPublicKeyInfo), private.der (PKCS#8, for tests
 // that sign and decipher in software what the module verifies and
-// enciphers) and certificate.der. With --no-public-key the card holds no
-// public key entry: the certificate alone carries the public key.
-// Usage: p15-pkcs11-testcard IMAGE DIR [--no-public-key]
+// enciphers) and certificate.der.
+// Usage: p15-pkcs11-testcard IMAGE DIR
 #include "app/IApplication.hpp"
 #include "app/SecurityConditions.hpp"
 #include "app/object/ICardObjectFactory.hpp"
@@ -82,8 +81,7 @@ void importCertificate(ICardObjectFactory& factory, const ICardObjectRepository&
 }
 
 void importKey(ICardObjectFactory& factory, const ICardObjectRepository& repository,
-               const card::IChannel& channel, const CryptoPP::InvertibleRSAFunction& key,
-               bool withPublicKey) {
+               const card::IChannel& channel, const CryptoPP::InvertibleRSAFunction& key) {
     const mw::ByteBuffer id{0x45, 0x01};
     const CryptoPP::Integer& p = key.GetPrime1();
     const CryptoPP::Integer& q = key.GetPrime2();
@@ -99,9 +97,6 @@ void importKey(ICardObjectFactory& factory, const ICardObjectRepository& reposit
                                  bytesOf(p.InverseMod(q)),
                                  bytesOf(key.GetMultiplicativeInverseOfPrime2ModPrime1()));
     repository.writeCardObject(channel, *privateKey);
-    if (!withPublicKey) {
-        return;
-    }
     auto publicKey = boost::dynamic_pointer_cast<IPublicRSAKey>(
         factory.createPublicKey(IPublicKey::RsaPublicKey, {}));
     publicKey->setLabel("Signing key");
@@ -116,9 +111,8 @@ void importKey(ICardObjectFactory& factory, const ICardObjectRepository& reposit
 } // namespace
 
 int main(int argc, char** argv) {
-    const bool withPublicKey = argc == 3;
-    if (!withPublicKey && !(argc == 4 && std::string(argv[3]) == "--no-public-key")) {
-        std::cerr << "usage: p15-pkcs11-testcard IMAGE DIR [--no-public-key]\n";
+    if (argc != 3) {
+        std::cerr << "usage: p15-pkcs11-testcard IMAGE DIR\n";
         return 2;
     }
     const std::string directory = argv[2];
@@ -143,7 +137,7 @@ int main(int argc, char** argv) {
         CryptoPP::AutoSeededRandomPool rng;
         CryptoPP::InvertibleRSAFunction key;
         key.Initialize(rng, 2048, 65537);
-        importKey(factory, repository, *channel, key, withPublicKey);
+        importKey(factory, repository, *channel, key);
         const mw::ByteBuffer certificate = selfSigned(key);
         importCertificate(factory, repository, *channel, certificate);
         CryptoPP::FileSink publicOut((directory + "/public.der").c_str());

@@ -34,6 +34,8 @@ inline const Bytes missing{'?'};
 
 inline CK_OBJECT_CLASS privateKeyClass = CKO_PRIVATE_KEY;
 inline CK_OBJECT_CLASS publicKeyClass = CKO_PUBLIC_KEY;
+inline CK_OBJECT_CLASS certificateClass = CKO_CERTIFICATE;
+inline CK_OBJECT_CLASS dataClass = CKO_DATA;
 inline unsigned char keyId[] = {0x45, 0x01};
 
 // The private half of the card's key, as the card maker left it beside the card.
@@ -103,6 +105,17 @@ protected:
     CK_RV login(CK_SESSION_HANDLE session, CK_USER_TYPE user, std::string pin) {
         return f->C_Login(session, user, utf8(pin), pin.size());
     }
+    // A session with the user logged in.
+    CK_SESSION_HANDLE userSession(CK_FLAGS flags = CKF_SERIAL_SESSION | CKF_RW_SESSION) {
+        const CK_SESSION_HANDLE session = open(flags);
+        EXPECT_EQ(login(session, CKU_USER, userPin), CKR_OK);
+        return session;
+    }
+    // The module of the next process: only what is on the card is left.
+    void restart() {
+        ASSERT_EQ(f->C_Finalize(nullptr), CKR_OK);
+        ASSERT_EQ(f->C_Initialize(nullptr), CKR_OK);
+    }
     CK_FLAGS tokenFlags() {
         CK_TOKEN_INFO info;
         EXPECT_EQ(f->C_GetTokenInfo(0, &info), CKR_OK);
@@ -136,27 +149,38 @@ protected:
         }
         return out;
     }
-    CK_OBJECT_HANDLE onlyOf(CK_SESSION_HANDLE session, CK_OBJECT_CLASS& objectClass) {
-        const auto found = find(session, {{CKA_CLASS, &objectClass, sizeof objectClass}});
+    CK_RV set(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type,
+              Bytes value) {
+        CK_ATTRIBUTE entry{type, value.data(), value.size()};
+        return f->C_SetAttributeValue(session, object, &entry, 1);
+    }
+    // The one object of `objectClass` (with `id`, unless empty).
+    CK_OBJECT_HANDLE only(CK_SESSION_HANDLE session, CK_OBJECT_CLASS objectClass, Bytes id = {}) {
+        std::vector<CK_ATTRIBUTE> tmpl{{CKA_CLASS, &objectClass, sizeof objectClass}};
+        if (!id.empty()) {
+            tmpl.push_back({CKA_ID, id.data(), id.size()});
+        }
+        const auto found = find(session, tmpl);
         EXPECT_EQ(found.size(), 1u);
         return found.empty() ? 0 : found[0];
     }
-    CK_OBJECT_HANDLE publicKey(CK_SESSION_HANDLE session) {
-        return onlyOf(session, publicKeyClass);
-    }
+    CK_OBJECT_HANDLE publicKey(CK_SESSION_HANDLE session) { return only(session, CKO_PUBLIC_KEY); }
     CK_OBJECT_HANDLE privateKey(CK_SESSION_HANDLE session) {
-        return onlyOf(session, privateKeyClass);
+        return only(session, CKO_PRIVATE_KEY);
     }
-    // The signature of `message` by `key`.
+    // The signature of `message` by `key`, of the length C_Sign tells first;
+    // the question leaves the operation open for the answer.
     Bytes sign(CK_SESSION_HANDLE session, CK_MECHANISM_TYPE type, CK_OBJECT_HANDLE key,
                Bytes message) {
         CK_MECHANISM mechanism{type, nullptr, 0};
-        Bytes signature(256);
-        CK_ULONG length = signature.size();
+        CK_ULONG length = 0;
         EXPECT_EQ(f->C_SignInit(session, &mechanism, key), CKR_OK);
+        EXPECT_EQ(f->C_Sign(session, message.data(), message.size(), nullptr, &length), CKR_OK);
+        Bytes signature(length);
+        EXPECT_EQ(f->C_SignUpdate(session, message.data(), 1), CKR_OPERATION_ACTIVE);
         EXPECT_EQ(f->C_Sign(session, message.data(), message.size(), signature.data(), &length),
                   CKR_OK);
-        signature.resize(length);
+        EXPECT_EQ(length, signature.size()) << "the length told is the signature's";
         return signature;
     }
     // The card's certificate, as the card maker left it beside the card.

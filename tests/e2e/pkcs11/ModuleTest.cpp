@@ -1,8 +1,11 @@
-// The module as a PKCS#11 application loads it: its functions, sessions,
-// PINs, searches and cryptographic operations.
+// The module as a PKCS#11 application loads it: its functions, interfaces,
+// mechanisms, sessions, PINs, searches and cryptographic operations.
 #include "ModuleFixture.hpp"
 
 #include "OddCard.hpp"
+#include "pkcs11/Interfaces.hpp"
+#include <map>
+#include <nlohmann/json.hpp>
 #include <thread>
 
 namespace {
@@ -20,6 +23,44 @@ TEST_F(ModuleTest, EveryFunctionIsThereAndTheUnsupportedOnesSaySo) {
     EXPECT_EQ(f->C_DigestInit(1, nullptr), CKR_FUNCTION_NOT_SUPPORTED);
     EXPECT_EQ(f->C_InitToken(0, nullptr, 0, nullptr), CKR_FUNCTION_NOT_SUPPORTED);
     EXPECT_EQ(f->C_GetFunctionStatus(1), CKR_FUNCTION_NOT_PARALLEL);
+
+    // A 3.0 application finds the list as the interface "PKCS 11", by name or as the default.
+    const auto list =
+        reinterpret_cast<CK_C_GetInterfaceList>(::dlsym(library_, "C_GetInterfaceList"));
+    const auto get = reinterpret_cast<CK_C_GetInterface>(::dlsym(library_, "C_GetInterface"));
+    ASSERT_TRUE(list && get);
+    CK_INTERFACE interfaces[1];
+    CK_ULONG count = 0;
+    EXPECT_EQ(list(interfaces, &count), CKR_BUFFER_TOO_SMALL);
+    ASSERT_EQ(count, 1u);
+    ASSERT_EQ(list(interfaces, &count), CKR_OK);
+    EXPECT_STREQ(reinterpret_cast<char*>(interfaces[0].pInterfaceName), "PKCS 11");
+    EXPECT_EQ(interfaces[0].pFunctionList, f);
+    unsigned char name[] = "PKCS 11", other[] = "Vendor";
+    CK_VERSION v240{2, 40}, v300{3, 0};
+    CK_INTERFACE_PTR found = nullptr;
+    ASSERT_EQ(get(nullptr, nullptr, &found, 0), CKR_OK);
+    EXPECT_EQ(found->pFunctionList, f);
+    EXPECT_EQ(get(name, &v240, &found, 0), CKR_OK);
+    EXPECT_EQ(get(name, &v300, &found, 0), CKR_ARGUMENTS_BAD);
+    EXPECT_EQ(get(other, nullptr, &found, 0), CKR_ARGUMENTS_BAD);
+    EXPECT_EQ(get(name, nullptr, &found, 1 /* fork-safe */), CKR_ARGUMENTS_BAD);
+    EXPECT_EQ(list(interfaces, nullptr), CKR_ARGUMENTS_BAD);
+}
+
+TEST_F(ModuleTest, MechanismsTheCardPerformsAreHardware) {
+    CK_MECHANISM_TYPE types[7];
+    CK_ULONG count = 6;
+    EXPECT_EQ(f->C_GetMechanismList(0, types, &count), CKR_BUFFER_TOO_SMALL);
+    ASSERT_EQ(f->C_GetMechanismList(0, types, &count), CKR_OK);
+    CK_MECHANISM_INFO info;
+    for (const CK_MECHANISM_TYPE type : types) {
+        ASSERT_EQ(f->C_GetMechanismInfo(0, type, &info), CKR_OK);
+        EXPECT_TRUE(info.flags & CKF_HW) << type;
+        EXPECT_EQ(std::make_pair(info.ulMinKeySize, info.ulMaxKeySize),
+                  std::make_pair(1024ul, 2048ul));
+    }
+    EXPECT_EQ(f->C_GetMechanismInfo(0, CKM_SHA256, &info), CKR_MECHANISM_INVALID);
 }
 
 TEST_F(ModuleTest, InitialisationFollowsTheLockingRules) {
@@ -67,12 +108,12 @@ TEST_F(ModuleTest, PrivateObjectsShowOnlyToTheLoggedInUser) {
 }
 
 // One call answers every entry: a length, a value, a sensitive one, an
-// unknown one and one too small, and names the failures.
+// unknown one and one too small, and names the failures. The certificate's
+// fields come out of its DER: a self-signed one has the same subject and
+// issuer, and serial 4660 is the INTEGER 02 02 12 34.
 TEST_F(ModuleTest, AttributeValuesFollowTheSizeAndSensitivityRules) {
-    const CK_SESSION_HANDLE session = open(CKF_SERIAL_SESSION);
-    ASSERT_EQ(login(session, CKU_USER, userPin), CKR_OK);
-    const auto keys = find(session, {{CKA_CLASS, &privateKeyClass, sizeof privateKeyClass}});
-    ASSERT_EQ(keys.size(), 1u);
+    const CK_SESSION_HANDLE session = userSession(CKF_SERIAL_SESSION);
+    const CK_OBJECT_HANDLE key = privateKey(session);
 
     unsigned char modulus[256], tooSmall[255], exponent[8];
     CK_BBOOL extractable = CK_TRUE;
@@ -82,7 +123,7 @@ TEST_F(ModuleTest, AttributeValuesFollowTheSizeAndSensitivityRules) {
                                     {CKA_EXTRACTABLE, &extractable, sizeof extractable},
                                     {CKA_VALUE, nullptr, 0},
                                     {CKA_PUBLIC_EXPONENT, exponent, sizeof exponent}};
-    const CK_RV rv = f->C_GetAttributeValue(session, keys[0], query.data(), query.size());
+    const CK_RV rv = f->C_GetAttributeValue(session, key, query.data(), query.size());
     EXPECT_TRUE(rv == CKR_ATTRIBUTE_SENSITIVE || rv == CKR_ATTRIBUTE_TYPE_INVALID) << rv;
     EXPECT_EQ(query[0].ulValueLen, std::string("Signing key").size());
     EXPECT_EQ(query[1].ulValueLen, 256u);
@@ -95,16 +136,37 @@ TEST_F(ModuleTest, AttributeValuesFollowTheSizeAndSensitivityRules) {
               (std::vector<unsigned char>{0x01, 0x00, 0x01}));
 
     CK_ATTRIBUTE shortModulus{CKA_MODULUS, tooSmall, sizeof tooSmall};
-    EXPECT_EQ(f->C_GetAttributeValue(session, keys[0], &shortModulus, 1), CKR_BUFFER_TOO_SMALL);
+    EXPECT_EQ(f->C_GetAttributeValue(session, key, &shortModulus, 1), CKR_BUFFER_TOO_SMALL);
     EXPECT_EQ(shortModulus.ulValueLen, CK_UNAVAILABLE_INFORMATION);
+
+    const auto answer = values(session, only(session, CKO_CERTIFICATE),
+                               {CKA_VALUE, CKA_SUBJECT, CKA_ISSUER, CKA_SERIAL_NUMBER, CKA_ID});
+    const Bytes der = answer[0], name = answer[1];
+    EXPECT_EQ(der, certificateDer());
+    ASSERT_FALSE(name.empty());
+    EXPECT_NE(std::search(der.begin(), der.end(), name.begin(), name.end()), der.end());
+    EXPECT_EQ(name, answer[2]);
+    EXPECT_EQ(answer[3], (Bytes{0x02, 0x02, 0x12, 0x34}));
+    EXPECT_EQ(answer[4], (Bytes{0x45, 0x01}));
 }
 
-// Three wrong PINs take the user PIN from all tries through the last one to
-// blocked; the SO (the PUK) gives it a new value and its tries back.
+// The SO is the user PIN's unblocking PIN: the card's SO PIN given at an SO
+// login costs a try of the PUK alone. Three wrong PINs take the user PIN from
+// all tries through the last one to blocked; the PUK gives it a new value and
+// its tries back.
 TEST_F(ModuleTest, WrongPinsShowInTheFlagsUntilThePukSetsANewOne) {
     const CK_SESSION_HANDLE session = open();
     const CK_FLAGS counts = CKF_USER_PIN_COUNT_LOW | CKF_USER_PIN_FINAL_TRY | CKF_USER_PIN_LOCKED;
-    EXPECT_EQ(tokenFlags() & counts, 0u);
+    const CK_FLAGS so = CKF_SO_PIN_COUNT_LOW | CKF_SO_PIN_FINAL_TRY | CKF_SO_PIN_LOCKED;
+    EXPECT_EQ(tokenFlags() & (counts | so), 0u);
+    EXPECT_EQ(login(session, CKU_SO, "87654321"), CKR_PIN_INCORRECT);
+    EXPECT_EQ(tokenFlags() & (counts | so), CKF_SO_PIN_COUNT_LOW);
+    std::map<int, int> triesLeft; // of each PIN of the card image, by reference
+    const auto card = nlohmann::json::parse(std::ifstream(image_));
+    for (const auto& pin : card.at("pins")) {
+        triesLeft[pin.at("reference")] = pin.at("triesLeft");
+    }
+    EXPECT_EQ(triesLeft, (std::map<int, int>{{1, 3}, {2, 4}, {3, 3}}));
     EXPECT_EQ(login(session, CKU_USER, "654321"), CKR_PIN_INCORRECT);
     EXPECT_EQ(tokenFlags() & counts, CKF_USER_PIN_COUNT_LOW);
     EXPECT_EQ(login(session, CKU_USER, "654321"), CKR_PIN_INCORRECT);
@@ -121,7 +183,7 @@ TEST_F(ModuleTest, WrongPinsShowInTheFlagsUntilThePukSetsANewOne) {
     EXPECT_EQ(login(session, CKU_USER, userPin), CKR_USER_ANOTHER_ALREADY_LOGGED_IN);
     ASSERT_EQ(f->C_InitPIN(session, utf8(newPin), newPin.size()), CKR_OK);
     ASSERT_EQ(f->C_Logout(session), CKR_OK);
-    EXPECT_EQ(tokenFlags() & counts, 0u);
+    EXPECT_EQ(tokenFlags() & (counts | so), 0u) << "the right PUK gave both their tries back";
     EXPECT_EQ(login(session, CKU_USER, userPin), CKR_PIN_INCORRECT);
     EXPECT_EQ(login(session, CKU_USER, newPin), CKR_OK);
 }
@@ -173,7 +235,11 @@ TEST_F(ModuleTest, ARemovedCardEndsItsSessions) {
 
 // Signed in three parts by the key's private half in software, verified by
 // the module with the key from the card; a flipped bit does not verify.
-TEST_F(ModuleTest, MultiPartVerificationChecksTheWholeMessage) {
+// The cipher text's length can be asked, and a short buffer leaves the
+// operation for the next try; the key's private half deciphers what came out,
+// in software and on the card. A block with signature padding (type 1) is
+// invalid on the card.
+TEST_F(ModuleTest, WhatTheModuleVerifiesAndEnciphersAgreesWithTheKeysPrivateHalf) {
     const CK_SESSION_HANDLE session = open(CKF_SERIAL_SESSION);
     const CK_OBJECT_HANDLE key = publicKey(session);
     Bytes message(1000, 0x5A);
@@ -200,14 +266,7 @@ TEST_F(ModuleTest, MultiPartVerificationChecksTheWholeMessage) {
                   CKR_OPERATION_NOT_INITIALIZED)
             << "a verdict ends the operation";
     }
-}
 
-// The cipher text's length can be asked, and a short buffer leaves the
-// operation for the next try; the key's private half deciphers what came out,
-// in software and on the card.
-TEST_F(ModuleTest, WhatTheModuleEnciphersTheSoftwareAndTheCardDecipher) {
-    const CK_SESSION_HANDLE session = open(CKF_SERIAL_SESSION);
-    const CK_OBJECT_HANDLE key = publicKey(session);
     CK_MECHANISM rsa{CKM_RSA_PKCS, nullptr, 0};
     Bytes tooLong(246, 0x11), plain(245, 0x22), cipher(256);
     ASSERT_EQ(f->C_EncryptInit(session, &rsa, key), CKR_OK);
@@ -224,7 +283,6 @@ TEST_F(ModuleTest, WhatTheModuleEnciphersTheSoftwareAndTheCardDecipher) {
     length = cipher.size();
     ASSERT_EQ(f->C_Encrypt(session, plain.data(), plain.size(), cipher.data(), &length), CKR_OK);
 
-    CryptoPP::AutoSeededRandomPool rng;
     CryptoPP::RSAES_PKCS1v15_Decryptor decryptor(softwareKey());
     Bytes recovered(decryptor.MaxPlaintextLength(cipher.size()));
     const auto result = decryptor.Decrypt(rng, cipher.data(), cipher.size(), recovered.data());
@@ -243,6 +301,16 @@ TEST_F(ModuleTest, WhatTheModuleEnciphersTheSoftwareAndTheCardDecipher) {
     ASSERT_EQ(f->C_Decrypt(session, cipher.data(), cipher.size(), recovered.data(), &length),
               CKR_OK);
     EXPECT_EQ(recovered, plain);
+
+    Bytes block(256, 0xFF);
+    block[0] = 0x00, block[1] = 0x01, block[200] = 0x00;
+    CryptoPP::RSA::PublicKey(softwareKey())
+        .ApplyFunction(CryptoPP::Integer(block.data(), block.size()))
+        .Encode(cipher.data(), cipher.size());
+    ASSERT_EQ(f->C_DecryptInit(session, &rsa, privateKey(session)), CKR_OK);
+    length = block.size();
+    EXPECT_EQ(f->C_Decrypt(session, cipher.data(), cipher.size(), block.data(), &length),
+              CKR_ENCRYPTED_DATA_INVALID);
 }
 
 template <class Hash> bool verifies(const Bytes& message, const Bytes& signature) {
@@ -273,7 +341,9 @@ template <class Hash> HashMechanism hashMechanism(CK_MECHANISM_TYPE type) {
 
 // Each hash mechanism gives one signature whole, in parts and after a length
 // query (PKCS#1 v1.5 is deterministic); CKM_RSA_PKCS over the same DigestInfo
-// gives it too, and each verifies.
+// gives it too, and each verifies. Two threads, each in its own session, sign
+// at once; the module's lock keeps their card commands apart, so every
+// signature is right.
 TEST_F(ModuleTest, SignaturesAreTheSameWholeOrInPartsForEveryMechanism) {
     const CK_SESSION_HANDLE session = open(CKF_SERIAL_SESSION);
     CK_MECHANISM sha256{CKM_SHA256_RSA_PKCS, nullptr, 0};
@@ -283,25 +353,14 @@ TEST_F(ModuleTest, SignaturesAreTheSameWholeOrInPartsForEveryMechanism) {
     EXPECT_EQ(f->C_SignInit(session, &sha256, publicKey(session)), CKR_KEY_TYPE_INCONSISTENT);
 
     Bytes message(64 * 3, 0x33);
-    auto signWhole = [&](CK_MECHANISM_TYPE type, Bytes input) {
-        CK_MECHANISM mechanism{type, nullptr, 0};
-        Bytes signature(256);
-        CK_ULONG length = 0;
-        EXPECT_EQ(f->C_SignInit(session, &mechanism, key), CKR_OK);
-        EXPECT_EQ(f->C_Sign(session, input.data(), input.size(), nullptr, &length), CKR_OK);
-        EXPECT_EQ(length, 256u);
-        EXPECT_EQ(f->C_SignUpdate(session, input.data(), 1), CKR_OPERATION_ACTIVE);
-        EXPECT_EQ(f->C_Sign(session, input.data(), input.size(), signature.data(), &length),
-                  CKR_OK);
-        return signature;
-    };
     for (const HashMechanism& each : {hashMechanism<CryptoPP::SHA1>(CKM_SHA1_RSA_PKCS),
                                       hashMechanism<CryptoPP::SHA224>(CKM_SHA224_RSA_PKCS),
                                       hashMechanism<CryptoPP::SHA256>(CKM_SHA256_RSA_PKCS),
                                       hashMechanism<CryptoPP::SHA384>(CKM_SHA384_RSA_PKCS),
                                       hashMechanism<CryptoPP::SHA512>(CKM_SHA512_RSA_PKCS)}) {
         SCOPED_TRACE(each.type);
-        const Bytes whole = signWhole(each.type, message);
+        const Bytes whole = sign(session, each.type, key, message);
+        EXPECT_EQ(whole.size(), 256u);
         CK_MECHANISM mechanism{each.type, nullptr, 0};
         ASSERT_EQ(f->C_SignInit(session, &mechanism, key), CKR_OK);
         for (std::size_t at = 0; at < message.size(); at += 64) {
@@ -314,26 +373,18 @@ TEST_F(ModuleTest, SignaturesAreTheSameWholeOrInPartsForEveryMechanism) {
         ASSERT_EQ(f->C_SignFinal(session, inParts.data(), &length), CKR_OK);
         EXPECT_EQ(whole, inParts);
         EXPECT_TRUE(each.verifies(message, whole));
-        EXPECT_EQ(signWhole(CKM_RSA_PKCS, each.digestInfo(message)), whole);
+        EXPECT_EQ(sign(session, CKM_RSA_PKCS, key, each.digestInfo(message)), whole);
     }
-}
 
-// Two threads, each in its own session, sign at once; the module's lock
-// keeps their card commands apart, so every signature is right.
-TEST_F(ModuleTest, ThreadsSigningAtOnceGetCorrectSignatures) {
-    const CK_SESSION_HANDLE first = open(CKF_SERIAL_SESSION);
-    ASSERT_EQ(login(first, CKU_USER, userPin), CKR_OK);
-    const CK_OBJECT_HANDLE key = privateKey(first);
-    auto signMany = [&](CK_SESSION_HANDLE session, unsigned char fill, int& good) {
+    auto signMany = [&](CK_SESSION_HANDLE in, unsigned char fill, int& good) {
         for (int round = 0; round < 20; ++round) {
-            const Bytes message(100 + round, fill);
-            good += verifies<CryptoPP::SHA256>(message,
-                                               sign(session, CKM_SHA256_RSA_PKCS, key, message));
+            const Bytes text(100 + round, fill);
+            good += verifies<CryptoPP::SHA256>(text, sign(in, CKM_SHA256_RSA_PKCS, key, text));
         }
     };
     int goodFirst = 0, goodSecond = 0;
     const CK_SESSION_HANDLE second = open(CKF_SERIAL_SESSION);
-    std::thread one(signMany, first, 0x01, std::ref(goodFirst));
+    std::thread one(signMany, session, 0x01, std::ref(goodFirst));
     std::thread two(signMany, second, 0x02, std::ref(goodSecond));
     one.join();
     two.join();
@@ -341,69 +392,15 @@ TEST_F(ModuleTest, ThreadsSigningAtOnceGetCorrectSignatures) {
     EXPECT_EQ(goodSecond, 20);
 
     Bytes random(300);
-    ASSERT_EQ(f->C_GenerateRandom(first, random.data(), random.size()), CKR_OK);
+    ASSERT_EQ(f->C_GenerateRandom(session, random.data(), random.size()), CKR_OK);
     EXPECT_NE(random, Bytes(300, 0x00));
-}
-
-// A key pair made on the card signs at once, and is still there for the
-// next process.
-TEST_F(ModuleTest, GeneratedKeyPairsSignAndStay) {
-    const CK_SESSION_HANDLE session = open();
-    ASSERT_EQ(login(session, CKU_USER, userPin), CKR_OK);
-    CK_MECHANISM generate{CKM_RSA_PKCS_KEY_PAIR_GEN, nullptr, 0};
-    CK_ULONG bits = 1000;
-    char label[] = "Fresh key";
-    std::vector<CK_ATTRIBUTE> publicTemplate{{CKA_MODULUS_BITS, &bits, sizeof bits},
-                                             {CKA_LABEL, label, sizeof label - 1}};
-    CK_OBJECT_HANDLE publicHandle = 0, privateHandle = 0;
-    auto generatePair = [&](CK_SESSION_HANDLE in) {
-        return f->C_GenerateKeyPair(in, &generate, publicTemplate.data(), publicTemplate.size(),
-                                    nullptr, 0, &publicHandle, &privateHandle);
-    };
-    EXPECT_EQ(generatePair(session), CKR_KEY_SIZE_RANGE);
-    bits = 1024;
-    EXPECT_EQ(generatePair(open(CKF_SERIAL_SESSION)), CKR_SESSION_READ_ONLY);
-    ASSERT_EQ(generatePair(session), CKR_OK);
-
-    EXPECT_EQ(values(session, privateHandle, {CKA_ID})[0], (Bytes{0x45, 0x02}))
-        << "the first id after the card's key";
-    Bytes message{'h', 'i'}, signature = sign(session, CKM_SHA1_RSA_PKCS, privateHandle, message);
-    CK_MECHANISM sha1{CKM_SHA1_RSA_PKCS, nullptr, 0};
-    ASSERT_EQ(f->C_VerifyInit(session, &sha1, publicHandle), CKR_OK);
-    EXPECT_EQ(
-        f->C_Verify(session, message.data(), message.size(), signature.data(), signature.size()),
-        CKR_OK);
-
-    ASSERT_EQ(f->C_Finalize(nullptr), CKR_OK);
-    ASSERT_EQ(f->C_Initialize(nullptr), CKR_OK);
-    const CK_SESSION_HANDLE later = open(CKF_SERIAL_SESSION);
-    EXPECT_EQ(find(later, {{CKA_LABEL, label, sizeof label - 1}}).size(), 1u);
-}
-
-// The certificate's fields come out of its DER: a self-signed one has the
-// same subject and issuer, and serial 4660 is the INTEGER 02 02 12 34.
-TEST_F(ModuleTest, CertificatesShowTheirValueAndItsFields) {
-    const CK_SESSION_HANDLE session = open(CKF_SERIAL_SESSION);
-    CK_OBJECT_CLASS certificateClass = CKO_CERTIFICATE;
-    const CK_OBJECT_HANDLE certificate = onlyOf(session, certificateClass);
-    const auto answer = values(session, certificate,
-                               {CKA_VALUE, CKA_SUBJECT, CKA_ISSUER, CKA_SERIAL_NUMBER, CKA_ID});
-    const Bytes der = answer[0], name = answer[1];
-    EXPECT_EQ(der, certificateDer());
-    ASSERT_FALSE(name.empty());
-    EXPECT_NE(std::search(der.begin(), der.end(), name.begin(), name.end()), der.end());
-    EXPECT_EQ(name, answer[2]);
-    EXPECT_EQ(answer[3], (Bytes{0x02, 0x02, 0x12, 0x34}));
-    EXPECT_EQ(answer[4], (Bytes{0x45, 0x01}));
 }
 
 // A private data object and a certificate stored through the module are on
 // the card for the next process, and gone after C_DestroyObject.
 TEST_F(ModuleTest, DataObjectsAndCertificatesAreStoredAndDestroyed) {
-    const CK_SESSION_HANDLE session = open();
-    ASSERT_EQ(login(session, CKU_USER, userPin), CKR_OK);
-    CK_OBJECT_CLASS dataClass = CKO_DATA, secretClass = CKO_SECRET_KEY,
-                    certificateClass = CKO_CERTIFICATE;
+    const CK_SESSION_HANDLE session = userSession();
+    CK_OBJECT_CLASS secretClass = CKO_SECRET_KEY;
     CK_CERTIFICATE_TYPE x509 = CKC_X_509;
     CK_BBOOL yes = CK_TRUE;
     char label[] = "note", value[] = "hello";
@@ -426,8 +423,7 @@ TEST_F(ModuleTest, DataObjectsAndCertificatesAreStoredAndDestroyed) {
     ASSERT_EQ(f->C_CreateObject(session, data.data(), data.size(), &created), CKR_OK);
     ASSERT_EQ(f->C_CreateObject(session, certificate.data(), certificate.size(), &created), CKR_OK);
 
-    ASSERT_EQ(f->C_Finalize(nullptr), CKR_OK);
-    ASSERT_EQ(f->C_Initialize(nullptr), CKR_OK);
+    restart();
     const CK_SESSION_HANDLE later = open();
     std::vector<CK_ATTRIBUTE> byLabel{{CKA_CLASS, &dataClass, sizeof dataClass},
                                       {CKA_LABEL, label, sizeof label - 1}};
@@ -448,8 +444,7 @@ TEST_F(ModuleTest, DataObjectsAndCertificatesAreStoredAndDestroyed) {
     EXPECT_TRUE(find(later, copyById).empty());
     EXPECT_EQ(find(later, {copyById[0]}).size(), 1u) << "the card's own certificate stays";
 
-    ASSERT_EQ(f->C_Finalize(nullptr), CKR_OK);
-    ASSERT_EQ(f->C_Initialize(nullptr), CKR_OK);
+    restart();
     EXPECT_TRUE(find(open(CKF_SERIAL_SESSION), copyById).empty()) << "gone from the card";
 }
 
@@ -458,9 +453,7 @@ TEST_F(ModuleTest, DataObjectsAndCertificatesAreStoredAndDestroyed) {
 // token down: the sound key is found and signs.
 TEST_F(ModuleTest, OddEntriesLeaveTheSoundKeyUsable) {
     p15test::addOddEntries(image_.string(), true);
-    const CK_SESSION_HANDLE session = open();
-    ASSERT_EQ(login(session, CKU_USER, userPin), CKR_OK);
-    CK_OBJECT_CLASS certificateClass = CKO_CERTIFICATE;
+    const CK_SESSION_HANDLE session = userSession();
     EXPECT_TRUE(find(session, {{CKA_CLASS, &certificateClass, sizeof certificateClass}}).empty());
     const Bytes message{'o', 'd', 'd'};
     EXPECT_TRUE(verifies<CryptoPP::SHA256>(

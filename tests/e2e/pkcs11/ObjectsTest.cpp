@@ -1,9 +1,12 @@
 // Objects as clients change and read them: labels and ids written into the
-// card's entries, generated key pairs, certificates and their public keys.
+// card's entries, generated key pairs, certificates and their public keys,
+// data objects with an object identifier, shared with p15tool, and a card
+// image other processes write to at the same time.
 #include "ModuleFixture.hpp"
 
 #include "OddCard.hpp"
 #include "vcard/CardImage.hpp"
+#include <sys/wait.h>
 
 namespace {
 
@@ -18,46 +21,50 @@ Bytes number(CK_ULONG value) {
                  reinterpret_cast<unsigned char*>(&value + 1));
 }
 
-class ObjectsTest : public ModuleTest {
-protected:
-    CK_RV set(CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object, CK_ATTRIBUTE_TYPE type,
-              Bytes value) {
-        CK_ATTRIBUTE entry{type, value.data(), value.size()};
-        return f->C_SetAttributeValue(session, object, &entry, 1);
-    }
-    CK_OBJECT_HANDLE withId(CK_SESSION_HANDLE session, CK_OBJECT_CLASS objectClass, Bytes id) {
-        const auto found = find(session, {{CKA_CLASS, &objectClass, sizeof objectClass},
-                                          {CKA_ID, id.data(), id.size()}});
-        EXPECT_EQ(found.size(), 1u);
-        return found.empty() ? 0 : found[0];
-    }
-};
+using ObjectsTest = ModuleTest;
+using SharedImage = ModuleTest;
 
-// A pair generated with an id is listed once and stays local on the card;
-// the ids of the card's pair are refused.
+// A generated pair signs at once and stays, local, for the next process; it
+// takes the first free id or the one given, listed once, but not an id of the
+// card's pair.
 TEST_F(ObjectsTest, GeneratedPairsAreListedOnceStayLocalAndKeepTheirIdsApart) {
-    const CK_SESSION_HANDLE session = open();
-    ASSERT_EQ(login(session, CKU_USER, userPin), CKR_OK);
+    const CK_SESSION_HANDLE session = userSession();
     CK_MECHANISM generate{CKM_RSA_PKCS_KEY_PAIR_GEN, nullptr, 0};
-    CK_ULONG bits = 1024;
+    CK_ULONG bits = 1000;
+    char label[] = "Fresh key";
     Bytes id{0x45, 0x01};
     CK_ATTRIBUTE publicTemplate[] = {{CKA_MODULUS_BITS, &bits, sizeof bits},
+                                     {CKA_LABEL, label, sizeof label - 1},
                                      {CKA_ID, id.data(), 2}};
     CK_OBJECT_HANDLE pair[2] = {};
-    const auto generatePair = [&] {
-        return f->C_GenerateKeyPair(session, &generate, publicTemplate, 2, nullptr, 0, &pair[0],
+    const auto generatePair = [&](CK_SESSION_HANDLE in, CK_ULONG entries) {
+        return f->C_GenerateKeyPair(in, &generate, publicTemplate, entries, nullptr, 0, &pair[0],
                                     &pair[1]);
     };
-    EXPECT_EQ(generatePair(), CKR_ATTRIBUTE_VALUE_INVALID);
+    EXPECT_EQ(generatePair(session, 2), CKR_KEY_SIZE_RANGE);
+    bits = 1024;
+    EXPECT_EQ(generatePair(open(CKF_SERIAL_SESSION), 2), CKR_SESSION_READ_ONLY);
+    EXPECT_EQ(generatePair(session, 3), CKR_ATTRIBUTE_VALUE_INVALID);
+    ASSERT_EQ(generatePair(session, 2), CKR_OK);
+    EXPECT_EQ(values(session, pair[1], {CKA_ID})[0], (Bytes{0x45, 0x02}))
+        << "the first id after the card's key";
+    Bytes message{'h', 'i'}, signature = sign(session, CKM_SHA1_RSA_PKCS, pair[1], message);
+    CK_MECHANISM sha1{CKM_SHA1_RSA_PKCS, nullptr, 0};
+    ASSERT_EQ(f->C_VerifyInit(session, &sha1, pair[0]), CKR_OK);
+    EXPECT_EQ(
+        f->C_Verify(session, message.data(), message.size(), signature.data(), signature.size()),
+        CKR_OK);
     id[1] = 0x05;
-    ASSERT_EQ(generatePair(), CKR_OK);
+    ASSERT_EQ(generatePair(session, 3), CKR_OK);
     EXPECT_EQ(find(session, {{CKA_ID, id.data(), 2}}).size(), 2u);
     EXPECT_EQ(set(session, pair[1], CKA_ID, {0x45, 0x01}), CKR_ATTRIBUTE_VALUE_INVALID);
 
-    ASSERT_EQ(f->C_Finalize(nullptr), CKR_OK);
-    ASSERT_EQ(f->C_Initialize(nullptr), CKR_OK);
-    const CK_SESSION_HANDLE later = open(CKF_SERIAL_SESSION);
-    ASSERT_EQ(login(later, CKU_USER, userPin), CKR_OK);
+    restart();
+    const CK_SESSION_HANDLE later = userSession(CKF_SERIAL_SESSION);
+    EXPECT_EQ(find(later, {{CKA_CLASS, &publicKeyClass, sizeof publicKeyClass},
+                           {CKA_LABEL, label, sizeof label - 1}})
+                  .size(),
+              2u);
     const auto renamed = find(later, {{CKA_ID, id.data(), 2}});
     ASSERT_EQ(renamed.size(), 2u);
     const std::vector<CK_ATTRIBUTE_TYPE> origin{CKA_LOCAL, CKA_KEY_GEN_MECHANISM,
@@ -88,7 +95,7 @@ TEST_F(ObjectsTest, LabelsAndIdsAreRewrittenInTheEntryAndTheRestIsReadOnly) {
     for (const Bytes& kept : {Bytes{0xDF, 0x20, 0x00}, text("Renamed")}) {
         EXPECT_NE(std::search(prkdf.begin(), prkdf.end(), kept.begin(), kept.end()), prkdf.end());
     }
-    EXPECT_EQ(set(session, withId(session, CKO_CERTIFICATE, {0x45, 0x01}), CKA_LABEL, text("x")),
+    EXPECT_EQ(set(session, only(session, CKO_CERTIFICATE, {0x45, 0x01}), CKA_LABEL, text("x")),
               CKR_ACTION_PROHIBITED);
 
     CK_OBJECT_CLASS objectClass = CKO_CERTIFICATE;
@@ -98,9 +105,12 @@ TEST_F(ObjectsTest, LabelsAndIdsAreRewrittenInTheEntryAndTheRestIsReadOnly) {
                              {CKA_ID, id.data(), 2}};
     CK_OBJECT_HANDLE certificate = 0, data = 0;
     ASSERT_EQ(f->C_CreateObject(session, stored, 3, &certificate), CKR_OK);
-    const CK_OBJECT_HANDLE derived = withId(session, CKO_PUBLIC_KEY, id);
+    const CK_OBJECT_HANDLE derived = only(session, CKO_PUBLIC_KEY, id);
     EXPECT_EQ(values(session, derived, {CKA_WRAP, CKA_DERIVE, CKA_VERIFY_RECOVER}),
               (std::vector<Bytes>{no, no, no}));
+    const std::vector<CK_ATTRIBUTE_TYPE> rsa{CKA_MODULUS, CKA_PUBLIC_EXPONENT};
+    EXPECT_EQ(values(session, derived, rsa),
+              values(session, only(session, CKO_PUBLIC_KEY, {0x45, 0x01}), rsa));
     EXPECT_EQ(set(session, derived, CKA_LABEL, text("x")), CKR_ACTION_PROHIBITED);
     EXPECT_EQ(set(session, certificate, CKA_ID, {0x45, 0x01}), CKR_ATTRIBUTE_VALUE_INVALID);
     ASSERT_EQ(set(session, certificate, CKA_ID, {0x45, 0x0A}), CKR_OK);
@@ -117,15 +127,13 @@ TEST_F(ObjectsTest, LabelsAndIdsAreRewrittenInTheEntryAndTheRestIsReadOnly) {
 // Only one DER certificate is stored as one; sizes, dates and a key's
 // subject taken from its certificate.
 TEST_F(ObjectsTest, CertificatesMustBeDerAndObjectsTellSizesDatesAndSubjects) {
-    const CK_SESSION_HANDLE session = open();
-    ASSERT_EQ(login(session, CKU_USER, userPin), CKR_OK);
+    const CK_SESSION_HANDLE session = userSession();
     const Bytes der = certificateDer();
     ASSERT_EQ(der[1], 0x82);
     Bytes longLength{0x30, 0x83, 0x00}, trailing = der, truncated = der;
     longLength.insert(longLength.end(), der.begin() + 2, der.end());
     trailing.push_back(0x00);
     truncated.pop_back();
-    CK_OBJECT_CLASS certificateClass = CKO_CERTIFICATE;
     for (Bytes value : {longLength, trailing, truncated, Bytes{0x30, 0x03, 0x02, 0x01, 0x05}}) {
         CK_ATTRIBUTE stored[] = {{CKA_CLASS, &certificateClass, sizeof certificateClass},
                                  {CKA_VALUE, value.data(), value.size()}};
@@ -133,7 +141,7 @@ TEST_F(ObjectsTest, CertificatesMustBeDerAndObjectsTellSizesDatesAndSubjects) {
         EXPECT_EQ(f->C_CreateObject(session, stored, 2, &handle), CKR_ATTRIBUTE_VALUE_INVALID)
             << value.size();
     }
-    const CK_OBJECT_HANDLE certificate = withId(session, CKO_CERTIFICATE, {0x45, 0x01});
+    const CK_OBJECT_HANDLE certificate = only(session, CKO_CERTIFICATE, {0x45, 0x01});
     CK_ULONG size = 0;
     EXPECT_EQ(f->C_GetObjectSize(session, privateKey(session), &size), CKR_INFORMATION_SENSITIVE);
     ASSERT_EQ(f->C_GetObjectSize(session, certificate, &size), CKR_OK);
@@ -145,6 +153,122 @@ TEST_F(ObjectsTest, CertificatesMustBeDerAndObjectsTellSizesDatesAndSubjects) {
     const Bytes subject = values(session, certificate, {CKA_SUBJECT, CKA_END_DATE})[0];
     EXPECT_EQ(values(session, privateKey(session), {CKA_SUBJECT, CKA_END_DATE}),
               (std::vector<Bytes>{subject, empty}));
+}
+
+// Data objects until EF(DODF) is full: the one that does not fit is
+// CKR_DEVICE_MEMORY and leaves the others as they were.
+TEST_F(ModuleTest, AFullDirectoryFileIsDeviceMemory) {
+    const CK_SESSION_HANDLE session = userSession();
+    std::string text(200, 'x');
+    std::vector<CK_ATTRIBUTE> data{{CKA_CLASS, &dataClass, sizeof dataClass},
+                                   {CKA_LABEL, text.data(), text.size()},
+                                   {CKA_APPLICATION, text.data(), text.size()},
+                                   {CKA_VALUE, text.data(), 1}};
+    CK_OBJECT_HANDLE object;
+    std::size_t stored = 0;
+    while (stored < 40 && f->C_CreateObject(session, data.data(), data.size(), &object) == CKR_OK) {
+        ++stored;
+    }
+    EXPECT_EQ(f->C_CreateObject(session, data.data(), data.size(), &object), CKR_DEVICE_MEMORY);
+    EXPECT_EQ(find(open(), {{CKA_CLASS, &dataClass, sizeof dataClass}}).size(), stored);
+}
+
+// The identifier is the opaque object's applicationOID; the module finds
+// p15tool's by its DER, and p15tool shows the module's dotted, one of 201
+// octets too (a DER length in the long form).
+TEST_F(ModuleTest, DataObjectIdentifiersAreSharedWithP15tool) {
+    const std::string tool = std::string(P15TOOL_PATH) + " --card " + image_.string() + " ";
+    std::ofstream(directory_ / "value") << "v";
+    ::setenv("P15_TEST_PIN", userPin.c_str(), 1);
+    run(tool + "data write " + (directory_ / "value").string() +
+        " --label tool --oid 1.3.6.1.4.1.311 --pin-env P15_TEST_PIN");
+    const CK_SESSION_HANDLE session = userSession();
+    Bytes oid{0x06, 0x07, 0x2B, 0x06, 0x01, 0x04, 0x01, 0x82, 0x37};
+    EXPECT_EQ(find(session, {{CKA_OBJECT_ID, oid.data(), oid.size()}}).size(), 1u);
+
+    Bytes longOid{0x06, 0x81, 0xC9, 0x2A};
+    longOid.resize(longOid.size() + 200, 0x01);
+    CK_ATTRIBUTE data[] = {{CKA_CLASS, &dataClass, sizeof dataClass},
+                           {CKA_VALUE, oid.data(), 1},
+                           {CKA_OBJECT_ID, longOid.data(), longOid.size()}};
+    CK_OBJECT_HANDLE created = 0;
+    ASSERT_EQ(f->C_CreateObject(session, data, 3, &created), CKR_OK);
+    ASSERT_EQ(f->C_CreateObject(session, data, 2, &created), CKR_OK); // without one
+    // Another tag, no arc, lengths short, long, indefinite and not minimal,
+    // an arc cut short, one with a leading 80, one of 64 bits.
+    for (Bytes bad :
+         {Bytes{0x04, 0x01, 0x2A}, Bytes{0x06, 0x00}, Bytes{0x06, 0x02, 0x2A},
+          Bytes{0x06, 0x01, 0x2A, 0x03}, Bytes{0x06, 0x80, 0x2A}, Bytes{0x06, 0x81, 0x01, 0x2A},
+          Bytes{0x06, 0x01, 0x82}, Bytes{0x06, 0x03, 0x2A, 0x80, 0x01},
+          Bytes{0x06, 0x0B, 0x2A, 0x81, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x00}}) {
+        data[2] = {CKA_OBJECT_ID, bad.data(), bad.size()};
+        EXPECT_EQ(f->C_CreateObject(session, data, 3, &created), CKR_ATTRIBUTE_VALUE_INVALID);
+    }
+
+    ASSERT_EQ(f->C_Finalize(nullptr), CKR_OK);
+    std::string dotted = "1.2";
+    for (int arc = 0; arc < 200; ++arc) {
+        dotted += ".1";
+    }
+    EXPECT_NE(run(tool + "list").find("applicationOID  " + dotted + "\n"), std::string::npos);
+    ASSERT_EQ(f->C_Initialize(nullptr), CKR_OK);
+    EXPECT_EQ(find(open(), {{CKA_OBJECT_ID, longOid.data(), longOid.size()}}).size(), 1u);
+    EXPECT_EQ(find(open(), {{CKA_OBJECT_ID, nullptr, 0}}).size(), 1u) << "an empty one";
+}
+
+// A broken directory file loses only its own entries (the plugin sees to
+// that: OddEntriesLeaveTheSoundKeyUsable); with EF(ODF) broken after its
+// first entry the plugin lists no kind, and the token answers a search with
+// nothing instead of failing it.
+TEST_F(ModuleTest, KindsThatDoNotDecodeAreLeftOutOfTheSearch) {
+    vcard::CardState state = vcard::CardImage::load(image_.string());
+    state.files.selectByPath({0x3F, 0x00, 0x50, 0x15, 0x50, 0x31}, true).content.at(9) = 0xFF;
+    vcard::CardImage::store(image_.string(), vcard::CardImage::serialise(state));
+    EXPECT_TRUE(find(open(), {}).empty());
+}
+
+// The module opens the card; p15tool makes a key and a second module, in a
+// forked child, stores a certificate; then the module logs in, which stores
+// the PIN's try counter, and stores a certificate of its own. Nothing the
+// others stored is lost.
+TEST_F(SharedImage, WritesOfOtherProcessesOutliveTheOpenModulesLogin) {
+    const std::string tool = std::string(P15TOOL_PATH) + " --card " + image_.string() + " ";
+    ::setenv("P15_TEST_PIN", userPin.c_str(), 1);
+    Bytes der = certificateDer();
+    const auto stored = [&](CK_SESSION_HANDLE session, std::string label) {
+        CK_ATTRIBUTE certificate[] = {{CKA_CLASS, &certificateClass, sizeof certificateClass},
+                                      {CKA_LABEL, label.data(), label.size()},
+                                      {CKA_VALUE, der.data(), der.size()}};
+        CK_OBJECT_HANDLE created = 0;
+        return f->C_CreateObject(session, certificate, 3, &created);
+    };
+
+    CK_SESSION_HANDLE session = open();
+    find(session, {}); // the card is open and its objects read
+    run(tool + "keygen --bits 1024 --label Shared --pin-env P15_TEST_PIN");
+    const pid_t child = ::fork();
+    if (child == 0) {
+        // The child starts with no module and initialises its own; the parent's goes on.
+        CK_ULONG slots = 0;
+        ::_exit(f->C_GetSlotList(CK_FALSE, nullptr, &slots) == CKR_CRYPTOKI_NOT_INITIALIZED &&
+                        f->C_Initialize(nullptr) == CKR_OK &&
+                        f->C_OpenSession(0, CKF_SERIAL_SESSION | CKF_RW_SESSION, nullptr, nullptr,
+                                         &session) == CKR_OK &&
+                        login(session, CKU_USER, userPin) == CKR_OK &&
+                        stored(session, "second module's") == CKR_OK
+                    ? 0
+                    : 1);
+    }
+    int status = -1;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(login(session, CKU_USER, userPin), CKR_OK);
+    EXPECT_EQ(stored(session, "first module's"), CKR_OK); // after the child's, read again
+    EXPECT_EQ(f->C_Finalize(nullptr), CKR_OK);
+    const std::string objects = run(tool + "list");
+    for (const char* label : {"Shared", "second module's", "first module's"}) {
+        EXPECT_NE(objects.find(label), std::string::npos) << label << "\n" << objects;
+    }
 }
 
 } // namespace
