@@ -227,8 +227,11 @@ private:
     void fillFileDescriptors();
     void fillAlgorithmTable();
     void readConfiguration();
-    // The algorithms the card (or the applet) performs on its own; for a
-    // card that lists none, rsaEncryption.
+    // The algorithms the card (or the applet) lists as its own (read once
+    // per card session by the card layer).
+    std::vector<std::string> listedAlgorithms() const;
+    // The algorithms the card performs on its own: those it lists, or
+    // rsaEncryption for a card that lists none.
     std::vector<std::string> cardAlgorithms() const;
     // Where the engines take a key's card algorithm reference from: nowhere
     // for a card that lists its algorithms (the card layer knows their

@@ -38,15 +38,17 @@ bool contains(const std::vector<std::string>& list, const std::string& oid) {
 
 } // namespace
 
+std::vector<std::string> P15Application::listedAlgorithms() const {
+    return appletMode_ ? applet_->getAlgorithms() : card_->getAlgorithms();
+}
+
 std::vector<std::string> P15Application::cardAlgorithms() const {
-    const std::vector<std::string> own =
-        appletMode_ ? applet_->getAlgorithms() : card_->getAlgorithms();
-    return own.empty() ? std::vector<std::string>{rsaEncryption} : own;
+    const std::vector<std::string> listed = listedAlgorithms();
+    return listed.empty() ? std::vector<std::string>{rsaEncryption} : listed;
 }
 
 impl::AlgorithmReferenceLookup P15Application::algorithmReferences(bool decipher) const {
-    const bool ownList = !(appletMode_ ? applet_->getAlgorithms() : card_->getAlgorithms()).empty();
-    if (ownList) {
+    if (!listedAlgorithms().empty()) {
         return {};
     }
     const auto operation = decipher ? detail::KeyOperation::decipher : detail::KeyOperation::sign;
