@@ -91,7 +91,8 @@ TEST(CodecTest, handCheckedObjects) {
                    " A10C 300A 3004 04024B01 02020800");
 
     oss::PublicKeyType publicKey;
-    publicKey.publicRSAKeyValue.classAttributes = {hex("01"), {hex("08"), 7}, {}, {}, {}, {}, {}, {}};
+    publicKey.publicRSAKeyValue.classAttributes = {hex("01"), {hex("08"), 7}, {}, {}, {}, {}, {},
+                                                   {}};
     publicKey.publicRSAKeyValue.subClassAttributes =
         oss::CommonPublicKeyAttributes{hex("3000"), {}};
     publicKey.publicRSAKeyValue.typeAttributes.value = pathValue({hex("4B02"), {}, {}});
