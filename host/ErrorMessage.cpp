@@ -2,6 +2,7 @@
 
 #include "app/ApplicationException.hpp"
 #include "card/CardException.hpp"
+#include "host/CardStatus.hpp"
 
 #include <boost/exception/get_error_info.hpp>
 #include <cstdio>
@@ -25,9 +26,11 @@ template <class Info> void appendNumber(std::string& message, const boost::excep
 
 void appendStatus(std::string& message, const boost::exception& e) {
     if (const unsigned short* sw = boost::get_error_info<card::StatusCode>(e)) {
+        const char* const* command = boost::get_error_info<card::Command>(e);
         char hex[8];
         std::snprintf(hex, sizeof hex, "%04X", *sw);
-        message += std::string(": ") + hex + " (" + card::statusText(*sw) + ")";
+        message += std::string(": ") + hex + " (" +
+                   cardStatusOf(command ? *command : nullptr, *sw).text + ")";
     }
 }
 

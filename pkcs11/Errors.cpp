@@ -3,9 +3,9 @@
 #include "app/ApplicationException.hpp"
 #include "app/object/IPin.hpp"
 #include "card/CardException.hpp"
+#include "host/CardStatus.hpp"
 #include "host/ErrorMessage.hpp"
 #include "mw/Log.hpp"
-#include "pkcs11/CardFaults.hpp"
 
 #include <boost/exception/get_error_info.hpp>
 #include <cstring>
@@ -15,7 +15,8 @@ namespace pkcs11 {
 
 namespace {
 
-CK_RV returnValueOfFault(CardFault fault) {
+CK_RV returnValueOfFault(host::CardFault fault) {
+    using host::CardFault;
     switch (fault) {
     case CardFault::WrongPin:
         return CKR_PIN_INCORRECT;
@@ -29,6 +30,7 @@ CK_RV returnValueOfFault(CardFault fault) {
         return CKR_ENCRYPTED_DATA_INVALID;
     case CardFault::DataTooLong:
         return CKR_DATA_LEN_RANGE;
+    case CardFault::NotUsable: // a key or algorithm the card cannot use: no closer value
     case CardFault::Other:
         break;
     }
@@ -50,7 +52,7 @@ CK_RV cardStatus(const std::exception& error) {
         return CKR_OK;
     }
     const char* const* command = boost::get_error_info<card::Command>(*info);
-    return returnValueOfFault(cardFaultOf(command ? *command : nullptr, *sw));
+    return returnValueOfFault(host::cardStatusOf(command ? *command : nullptr, *sw).fault);
 }
 
 CK_RV refusedPin(const std::exception& error) {

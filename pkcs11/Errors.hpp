@@ -25,7 +25,7 @@ private:
 
 /// The return value for an exception from the plugin, the card layer or the
 /// standard library, by one table (Errors.cpp): a card's status word by
-/// what it means for the command that got it (CardFaults.hpp), a PIN value
+/// what it means for the command that got it (host/CardStatus.hpp), a PIN value
 /// the PIN cannot take CKR_PIN_LEN_RANGE or CKR_PIN_INVALID, a full
 /// directory file CKR_DEVICE_MEMORY, a removed card CKR_DEVICE_REMOVED,
 /// malformed card data CKR_DEVICE_ERROR, anything unknown CKR_GENERAL_ERROR.

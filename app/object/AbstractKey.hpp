@@ -45,6 +45,12 @@ public:
     const OptionalValue<std::string>& startDateHolder() const { return startDate_; }
     OptionalValue<std::string>& endDateHolder() { return endDate_; }
     const OptionalValue<std::string>& endDateHolder() const { return endDate_; }
+    OptionalValue<std::vector<std::uint32_t>>& algorithmReferencesHolder() {
+        return algorithmReferences_;
+    }
+    const OptionalValue<std::vector<std::uint32_t>>& algorithmReferencesHolder() const {
+        return algorithmReferences_;
+    }
 
     bool isTouched() const override;
     void clearTouched() const override;

@@ -59,7 +59,7 @@ class MW_EXPORT_TYPE IPin : public virtual IAuthenticationObject {
 public:
     // The PIN's status as the card reports it.
     struct PinInfo {
-        std::uint16_t state = 0; // 0 not verified, 1 verified, 2 blocked
+        std::uint16_t state = 0; // 0 not verified, 1 verified, 2 blocked, 3 unknown
         std::uint16_t triesLeft = 0xFFFF;
     };
 

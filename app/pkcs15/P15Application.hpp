@@ -6,6 +6,7 @@
 #include "app/object/ICardObjectRepository.hpp"
 #include "app/object/IListingNotes.hpp"
 #include "app/pkcs15/fs/AppObjectType.hpp"
+#include "app/pkcs15/impl/EngineKeys.hpp"
 #include "app/pkcs15/oss/Asn1Types.hpp"
 #include "card/service/KeyRef.hpp"
 #include "mw/ByteBuffer.hpp"
@@ -226,8 +227,16 @@ private:
     void fillFileDescriptors();
     void fillAlgorithmTable();
     void readConfiguration();
-    // The algorithms the card (or the applet) performs on its own.
+    // The algorithms the card (or the applet) lists as its own (read once
+    // per card session by the card layer).
+    std::vector<std::string> listedAlgorithms() const;
+    // The algorithms the card performs on its own: those it lists, or
+    // rsaEncryption for a card that lists none.
     std::vector<std::string> cardAlgorithms() const;
+    // Where the engines take a key's card algorithm reference from: nowhere
+    // for a card that lists its algorithms (the card layer knows their
+    // references), else the application's TokenInfo and key entries.
+    impl::AlgorithmReferenceLookup algorithmReferences(bool decipher) const;
     void selectOnCard(const card::IChannel& channel) const;
     IdRange byteKeyIdRange(fs::AppObjectType type) const;
     bool keyReferenceInUse(const card::IChannel& channel, fs::AppObjectType type,

@@ -1,12 +1,20 @@
 // The application's algorithm factories: which engine serves an algorithm,
-// from the card's algorithm list and the algorithm table.
+// from the card's algorithm list and the algorithm table. A card without a
+// list of its own is taken to sign DigestInfos and decipher with
+// rsaEncryption, under the algorithm references its PKCS#15 application
+// states (see detail/AlgorithmReference.hpp).
 #include "app/pkcs15/P15Application.hpp"
 
 #include "app/ApplicationException.hpp"
+#include "app/object/IKey.hpp"
+#include "app/pkcs15/detail/AlgorithmReference.hpp"
+#include "app/pkcs15/fs/ODF.hpp"
+#include "app/pkcs15/fs/TokenInfo.hpp"
 #include "app/pkcs15/impl/RandomGenerator.hpp"
 #include "app/pkcs15/impl/RsaCipherEngine.hpp"
 #include "app/pkcs15/impl/RsaKeyPairGenerator.hpp"
 #include "app/pkcs15/impl/RsaSignatureEngine.hpp"
+#include "app/pkcs15/object/P15ApplicationInfo.hpp"
 #include "card/IApplet.hpp"
 #include "card/ICard.hpp"
 #include "card/service/ICryptographyService.hpp"
@@ -30,8 +38,29 @@ bool contains(const std::vector<std::string>& list, const std::string& oid) {
 
 } // namespace
 
-std::vector<std::string> P15Application::cardAlgorithms() const {
+std::vector<std::string> P15Application::listedAlgorithms() const {
     return appletMode_ ? applet_->getAlgorithms() : card_->getAlgorithms();
+}
+
+std::vector<std::string> P15Application::cardAlgorithms() const {
+    const std::vector<std::string> listed = listedAlgorithms();
+    return listed.empty() ? std::vector<std::string>{rsaEncryption} : listed;
+}
+
+impl::AlgorithmReferenceLookup P15Application::algorithmReferences(bool decipher) const {
+    if (!listedAlgorithms().empty()) {
+        return {};
+    }
+    const auto operation = decipher ? detail::KeyOperation::decipher : detail::KeyOperation::sign;
+    const boost::shared_ptr<const P15Application> self = shared_from_this();
+    return [self, operation](const card::IChannel& channel, const app::object::IKey& key) {
+        const auto& info = self->getODF()->getTokenInfo()->applicationInfo(channel);
+        // A card without a TokenInfo states nothing, whatever a new one would.
+        const auto stated =
+            info->getEncoding().empty() ? boost::none : info->encodeTokenInfo().supportedAlgorithms;
+        return detail::cardAlgorithmReference(stated.value_or(std::vector<oss::AlgorithmInfo>()),
+                                              key.getAlgorithmReferences(), operation);
+    };
 }
 
 boost::shared_ptr<crypto::IMessageDigest>
@@ -59,7 +88,8 @@ boost::shared_ptr<crypto::ISignature> P15Application::getSignature(const std::st
                       "failed to get signature algorithm implementation for oid");
         }
         if (row == rows.end() || row->hashOid.empty() || !rawRsa) {
-            return boost::make_shared<impl::RsaSignatureEngine>(std::move(cardSignature));
+            return boost::make_shared<impl::RsaSignatureEngine>(std::move(cardSignature),
+                                                                algorithmReferences(false));
         }
         return boost::make_shared<impl::RsaSignatureEngine>(std::move(cardSignature), *row,
                                                             std::move(rawRsa));
@@ -71,7 +101,8 @@ boost::shared_ptr<crypto::ISignature> P15Application::getSignature(const std::st
         APP_THROW(ApplicationException,
                   "failed to get signature algorithm implementation for rsaEncryption");
     }
-    return boost::make_shared<impl::RsaSignatureEngine>(std::move(rawRsa), *row);
+    return boost::make_shared<impl::RsaSignatureEngine>(std::move(rawRsa), *row,
+                                                        algorithmReferences(false));
 }
 
 // Deciphering needs the card: there is no software fallback.
@@ -82,7 +113,8 @@ boost::shared_ptr<crypto::ICipher> P15Application::getCipher(const std::string& 
     if (!cardCipher) {
         APP_THROW(ApplicationException, "failed to get cipher algorithm implementation for oid");
     }
-    return boost::make_shared<impl::RsaCipherEngine>(std::move(cardCipher));
+    return boost::make_shared<impl::RsaCipherEngine>(std::move(cardCipher),
+                                                     algorithmReferences(true));
 }
 
 boost::shared_ptr<crypto::IRandom> P15Application::getRandom() const {

@@ -3,6 +3,8 @@
 
 #include "mw/ByteBuffer.hpp"
 
+#include <optional>
+
 namespace card {
 namespace service {
 
@@ -15,6 +17,10 @@ struct KeyRef {
     // Two-byte identifier of the key's file.
     mw::ByteBuffer fileId;
     bool flag = false;
+    /// The card's own reference of the algorithm to use the key with, for
+    /// MANAGE SECURITY ENVIRONMENT (tag 80). Empty: the card layer's own
+    /// choice, which is none on a card that lists no algorithms itself.
+    std::optional<unsigned char> algorithmReference;
 };
 
 } // namespace service

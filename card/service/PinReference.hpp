@@ -16,7 +16,9 @@ struct PinReference {
 
 // Status of a PIN as the card reports it.
 struct PinInfo {
-    enum State : unsigned short { NotVerified = 0, Verified = 1, Blocked = 2 };
+    /// Unknown: the card does not answer the status query in a way the
+    /// host understands (it may not offer one at all).
+    enum State : unsigned short { NotVerified = 0, Verified = 1, Blocked = 2, Unknown = 3 };
     static constexpr unsigned short UnknownTries = 0xFFFF;
 
     unsigned short state = NotVerified;

@@ -17,8 +17,6 @@ namespace {
 const char* const getDataName = "Get Data";
 constexpr unsigned int algorithmListTag = 0xA0;
 constexpr unsigned int oidTag = 0x06;
-constexpr unsigned short referencedDataNotFound = 0x6A88;
-constexpr unsigned short insNotSupported = 0x6D00;
 
 [[noreturn]] void throwMalformedOid() {
     CARD_THROW(card::InvalidDataException()
@@ -57,10 +55,10 @@ const std::vector<std::string>& AlgorithmList::get() const {
         const Response answer = IsoCommand(getDataName, 0xCA, 0x01, 0xA0).expecting(256).send(held);
         if (answer.sw == 0x9000) {
             algorithms_ = parseAnswerOf(getDataName, [&] { return parseAlgorithms(answer.data); });
-        } else if (answer.sw == referencedDataNotFound || answer.sw == insNotSupported) {
-            algorithms_.emplace(); // a card without the list performs nothing on its own
         } else {
-            throwStatus(getDataName, answer.sw);
+            // Cards of other makes refuse the object in their own ways (6A81,
+            // 6A86, 6A88, 6D00...): none lists what it performs on its own.
+            algorithms_.emplace();
         }
     }
     return *algorithms_;

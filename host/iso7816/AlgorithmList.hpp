@@ -13,8 +13,9 @@ class IChannel;
 namespace host {
 namespace iso7816 {
 
-// The dotted identifiers of the algorithms the card performs on its own,
-// read with GET DATA over the given channel the first time someone asks.
+/// The dotted identifiers of the algorithms the card performs on its own,
+/// read with GET DATA over the given channel the first time someone asks.
+/// A card that refuses the GET DATA, with whatever status word, lists none.
 class AlgorithmList {
 public:
     explicit AlgorithmList(boost::shared_ptr<const card::IChannel> channel);

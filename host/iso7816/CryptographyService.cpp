@@ -20,7 +20,7 @@ CryptographyService::getSignature(const std::string& oid) const {
     if (algorithm == nullptr || (oid != rsaEncryptionOid && !algorithms_->contains(oid))) {
         return nullptr;
     }
-    return boost::make_shared<RsaCardOperation>(selection_, *algorithm);
+    return boost::make_shared<RsaCardOperation>(selection_, *algorithm, listsAlgorithms());
 }
 
 boost::shared_ptr<card::service::ICardCipher>
@@ -28,7 +28,11 @@ CryptographyService::getCipher(const std::string& oid) const {
     if (oid != rsaEncryptionOid) {
         return nullptr;
     }
-    return boost::make_shared<RsaCardOperation>(selection_, rsaEncryption());
+    return boost::make_shared<RsaCardOperation>(selection_, rsaEncryption(), listsAlgorithms());
+}
+
+bool CryptographyService::listsAlgorithms() const {
+    return !algorithms_->get().empty();
 }
 
 boost::shared_ptr<card::service::ICardRandom> CryptographyService::getRandom() const {

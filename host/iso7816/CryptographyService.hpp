@@ -8,10 +8,12 @@
 namespace host {
 namespace iso7816 {
 
-// Hands out the card's private-key operations (signatures: rsaEncryption,
-// and the hash-and-sign algorithms of the profile that the card lists;
-// deciphering: rsaEncryption; every caller gets its own, bound by its own
-// init) and its random source.
+/// Hands out the card's private-key operations (signatures: rsaEncryption,
+/// and the hash-and-sign algorithms of the profile that the card lists;
+/// deciphering: rsaEncryption; every caller gets its own, bound by its own
+/// init) and its random source. The profile's algorithm references go to a
+/// card that lists its algorithms; to any other, only the references the
+/// caller's KeyRef carries.
 class CryptographyService : public card::service::ICryptographyService {
 public:
     CryptographyService(boost::shared_ptr<FileSelection> selection,
@@ -23,6 +25,8 @@ public:
     boost::shared_ptr<card::service::ICardRandom> getRandom() const override;
 
 private:
+    bool listsAlgorithms() const;
+
     boost::shared_ptr<FileSelection> selection_;
     boost::shared_ptr<const AlgorithmList> algorithms_;
 };

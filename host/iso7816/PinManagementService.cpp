@@ -21,6 +21,7 @@ constexpr unsigned char resetWithNewValue = 0x00;
 constexpr unsigned char resetTriesOnly = 0x01;
 constexpr unsigned char logOut = 0xFF;
 constexpr unsigned short blocked = 0x6983;
+constexpr unsigned short referenceNotFound = 0x6A88;
 
 mw::ByteBuffer joined(const mw::ByteBuffer& first, const mw::ByteBuffer& second) {
     mw::ByteBuffer both = first;
@@ -75,13 +76,20 @@ void PinManagementService::deauthenticate(const card::IChannel& channel,
     run(channel, pin, verifyName, verifyIns, logOut, {});
 }
 
+// VERIFY without data asks for the state, and costs no try on a card that
+// offers the query. Other answers (6300, 6A86, 6D00...) leave the state
+// unknown, and the card is not asked again: some count it as a try. 6A88
+// names a PIN the card does not have, which is the caller's error.
 PinInfo PinManagementService::getPinInfo(const card::IChannel& channel,
                                          const PinReference& pin) const {
+    PinInfo info;
+    if (noStatusQuery_) {
+        info.state = PinInfo::Unknown;
+        return info;
+    }
     const auto held = card::Transaction::join(channel);
     enterPinDf(held, pin);
-    // VERIFY without data asks for the state and costs no try.
     const unsigned short sw = IsoCommand(verifyName, verifyIns, 0x00, pin.reference).send(held).sw;
-    PinInfo info;
     if (sw == 0x9000) {
         info.state = PinInfo::Verified;
     } else if (sw == blocked) {
@@ -90,8 +98,11 @@ PinInfo PinManagementService::getPinInfo(const card::IChannel& channel,
     } else if ((sw & 0xFFF0) == 0x63C0) {
         info.state = PinInfo::NotVerified;
         info.triesLeft = sw & 0x0F;
-    } else {
+    } else if (sw == referenceNotFound) {
         throwStatus(verifyName, sw);
+    } else {
+        noStatusQuery_ = true;
+        info.state = PinInfo::Unknown;
     }
     return info;
 }

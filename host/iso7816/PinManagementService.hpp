@@ -4,13 +4,17 @@
 #include "card/service/IPinManagementService.hpp"
 #include "host/iso7816/FileSelection.hpp"
 
+#include <atomic>
 #include <boost/shared_ptr.hpp>
 
 namespace host {
 namespace iso7816 {
 
-// VERIFY, CHANGE REFERENCE DATA and RESET RETRY COUNTER. PIN values travel
-// only in wiping buffers and are never logged.
+/// VERIFY, CHANGE REFERENCE DATA and RESET RETRY COUNTER. PIN values travel
+/// only in wiping buffers and are never logged. The PIN state comes from
+/// VERIFY without data while the card answers it with 9000, 63Cx or 6983;
+/// 6A88 (no such PIN) is a card::CardException; after any other answer,
+/// every PIN's state is Unknown for the session.
 class PinManagementService : public card::service::IPinManagementService {
 public:
     explicit PinManagementService(boost::shared_ptr<FileSelection> selection);
@@ -37,6 +41,9 @@ private:
                        mw::ByteBuffer data) const;
 
     boost::shared_ptr<FileSelection> selection_;
+    // The card answered the status query with a status word it does not
+    // define for it: it is not asked again.
+    mutable std::atomic<bool> noStatusQuery_{false};
 };
 
 } // namespace iso7816

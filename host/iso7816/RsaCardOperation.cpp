@@ -20,21 +20,29 @@ constexpr std::size_t fullAnswer = 256;
 } // namespace
 
 RsaCardOperation::RsaCardOperation(boost::shared_ptr<FileSelection> selection,
-                                   RsaAlgorithm algorithm)
+                                   RsaAlgorithm algorithm, bool profileReferences)
     : selection_(std::move(selection))
-    , algorithm_(std::move(algorithm)) {}
+    , algorithm_(std::move(algorithm))
+    , profileReferences_(profileReferences) {}
 
 void RsaCardOperation::init(const card::IChannel& channel, const card::service::KeyRef& key,
                             int mode) {
     if (mode != Sign && mode != Decipher) {
         MW_THROW(mw::IllegalArgumentException, "mode is neither sign nor decipher");
     }
+    mw::ByteBuffer environment{keyReferenceTag, 0x01, key.keyReference};
+    std::optional<unsigned char> reference = key.algorithmReference;
+    if (!reference && profileReferences_) {
+        reference = mode == Sign ? algorithm_.reference : rsaEncryption().reference;
+    }
+    if (reference) {
+        environment.append({algorithmTag, 0x01, *reference});
+    }
     const auto held = card::Transaction::join(channel);
     selection_->enterApplication(held);
     IsoCommand("Manage Security Environment", 0x22, 0x41,
                mode == Sign ? signatureTemplate : decipherTemplate)
-        .withData({keyReferenceTag, 0x01, key.keyReference, algorithmTag, 0x01,
-                   mode == Sign ? algorithm_.reference : rsaEncryption().reference})
+        .withData(std::move(environment))
         .execute(held);
 }
 

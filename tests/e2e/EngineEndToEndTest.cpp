@@ -418,15 +418,17 @@ TEST(HashingCard, SignsWhatItListsOnTheCardAndWhatItsCommandTakes) {
     }
 }
 
-// A card without an algorithm list (GET DATA answers 6A88) performs
-// nothing on its own, not even raw RSA.
-TEST(CardWithoutAlgorithmList, OffersNoEngineThatNeedsTheCard) {
+// A card that refuses the GET DATA of an algorithm list and states no
+// algorithms in its application is taken to do what every RSA card does:
+// PKCS#1 v1.5 signing of a DigestInfo the engine hashes, and deciphering.
+TEST(CardWithoutAlgorithmList, IsAssumedToSignDigestInfosAndDecipher) {
     PluginCard card;
-    card.virtualCard->instrumentation().injectStatusWord(0xCA, 0x6A88);
-    EXPECT_APP_ERROR(card.application->getSignature(sha256WithRsa),
-                     "failed to get signature algorithm implementation for rsaEncryption");
-    EXPECT_APP_ERROR(card.application->getCipher(rsaEncryption),
-                     "failed to get cipher algorithm implementation for oid");
+    const KeyPair key = card.generate(1024, "key");
+    card.virtualCard->instrumentation().injectStatusWord(0xCA, 0x6A81);
+    EXPECT_EQ(card.application->getSignature(sha256WithRsa)->getAlgorithm(), rsaEncryption);
+    const mw::ByteBuffer data = bytesOf("hashed by the engine");
+    EXPECT_TRUE(card.verify(sha256WithRsa, key, data, card.sign(sha256WithRsa, key, data)));
+    EXPECT_EQ(card.application->getCipher(rsaEncryption)->getAlgorithm(), rsaEncryption);
 }
 
 // The hash identifiers of the table have even lengths; an odd one is read

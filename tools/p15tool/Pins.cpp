@@ -162,7 +162,7 @@ void putStatus(Json& out, const IPin::PinInfo& info) {
     if (info.triesLeft != unknownTries) {
         out["triesLeft"] = info.triesLeft;
     }
-    static const char* const states[] = {"not verified", "verified", "blocked"};
+    static const char* const states[] = {"not verified", "verified", "blocked", "unknown"};
     out["state"] = info.state < std::size(states) ? Json(states[info.state]) : Json(info.state);
 }
 

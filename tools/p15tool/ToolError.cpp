@@ -3,6 +3,7 @@
 #include "app/ApplicationException.hpp"
 #include "app/object/IPin.hpp"
 #include "card/CardException.hpp"
+#include "host/CardStatus.hpp"
 #include "host/ErrorMessage.hpp"
 
 #include <algorithm>
@@ -19,23 +20,20 @@ using app::object::InvalidPinException;
 const char* const traceHint = "; --verbose shows the card's commands, P15_TRACE=stderr the "
                               "plugin's operations";
 
-// Status words of a refused verification: 63Cx (x tries left), 6983
-// (authentication method blocked) and 6984 (reference data not usable).
-bool isPinRefusal(unsigned short sw) {
-    return (sw & 0xFFF0) == 0x63C0 || sw == 0x6983 || sw == 0x6984;
-}
-
-// What the user needs first; the status word is in the --verbose trace.
-std::string pinRefusal(unsigned short sw, const RefusedSecret& secret) {
-    if ((sw & 0xFFF0) == 0x63C0) {
-        const unsigned triesLeft = sw & 0x0F;
-        if (triesLeft > 0) {
-            return "wrong " + secret.name + ": " + std::to_string(triesLeft) +
-                   (triesLeft == 1 ? " try left" : " tries left");
-        }
-        return "wrong " + secret.name + ", now blocked: " + secret.whenBlocked;
+// What the user needs first of a PIN command's refusal; the status word is
+// in the --verbose trace.
+std::string pinRefusal(const host::CardStatus& status, const RefusedSecret& secret) {
+    if (status.fault == host::CardFault::PinBlocked) {
+        return secret.name + " blocked: " + secret.whenBlocked;
     }
-    return secret.name + " blocked: " + secret.whenBlocked;
+    if (status.triesLeft < 0) {
+        return "wrong " + secret.name + " (the card does not say how many tries are left)";
+    }
+    if (status.triesLeft > 0) {
+        return "wrong " + secret.name + ": " + std::to_string(status.triesLeft) +
+               (status.triesLeft == 1 ? " try left" : " tries left");
+    }
+    return "wrong " + secret.name + ", now blocked: " + secret.whenBlocked;
 }
 
 std::string hexWord(unsigned short sw) {
@@ -53,7 +51,7 @@ std::string cardMeaning(const std::exception& error, const boost::exception& inf
     if (!text && !sw) {
         return host::errorMessage(error);
     }
-    std::string meaning = text ? *text : card::statusText(*sw);
+    std::string meaning = text ? *text : host::cardStatusOf(command ? *command : nullptr, *sw).text;
     std::string source = command ? *command : "";
     if (sw) {
         source += (source.empty() ? "" : ": ") + hexWord(*sw);
@@ -64,8 +62,11 @@ std::string cardMeaning(const std::exception& error, const boost::exception& inf
 Failure describeCardError(const std::exception& error, const boost::exception& info,
                           const RefusedSecret& secret) {
     if (const unsigned short* sw = boost::get_error_info<card::StatusCode>(info)) {
-        if (isPinRefusal(*sw)) {
-            return {ExitCode::pin, pinRefusal(*sw, secret)};
+        const char* const* command = boost::get_error_info<card::Command>(info);
+        const host::CardStatus status = host::cardStatusOf(command ? *command : nullptr, *sw);
+        if (status.fault == host::CardFault::WrongPin ||
+            status.fault == host::CardFault::PinBlocked) {
+            return {ExitCode::pin, pinRefusal(status, secret)};
         }
     }
     if (dynamic_cast<const card::CardInUseException*>(&error)) {

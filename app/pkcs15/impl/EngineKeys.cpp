@@ -34,6 +34,15 @@ const object::P15RsaPrivateKey& privateKeyFor(const app::object::IKey& key,
     return *privateKey;
 }
 
+card::service::KeyRef boundKeyRef(const card::IChannel& channel, const app::object::IKey& key,
+                                  const AlgorithmReferenceLookup& lookup) {
+    card::service::KeyRef ref = key.getKeyReference();
+    if (lookup) {
+        ref.algorithmReference = lookup(channel, key);
+    }
+    return ref;
+}
+
 void copyPublicKey(const object::P15RsaPublicKey& key, mw::ByteBuffer& modulus,
                    mw::ByteBuffer& exponent) {
     modulus = key.getModulus();

@@ -2,7 +2,15 @@
 #define APP_PKCS15_IMPL_ENGINEKEYS_HPP
 
 #include "app/object/KeyUsage.hpp"
+#include "card/service/KeyRef.hpp"
 #include "mw/ByteBuffer.hpp"
+
+#include <functional>
+#include <optional>
+
+namespace card {
+class IChannel;
+}
 
 namespace app {
 namespace object {
@@ -28,6 +36,15 @@ const object::P15RsaPublicKey& publicKeyOf(const app::object::IKey& key);
 // anything goes to the card.
 const object::P15RsaPrivateKey& privateKeyFor(const app::object::IKey& key,
                                               app::object::KeyOperation operation);
+
+/// The card's algorithm reference to bind a private key with, looked up
+/// when an engine binds the key; no function: the card layer chooses.
+using AlgorithmReferenceLookup = std::function<std::optional<unsigned char>(
+    const card::IChannel& channel, const app::object::IKey& key)>;
+
+/// The key's KeyRef, with the algorithm reference `lookup` gives for it.
+card::service::KeyRef boundKeyRef(const card::IChannel& channel, const app::object::IKey& key,
+                                  const AlgorithmReferenceLookup& lookup);
 
 // Replaces `modulus` and `exponent` by the key's; an InvalidDataException
 // when either is then empty.

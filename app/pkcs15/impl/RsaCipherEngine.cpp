@@ -16,8 +16,10 @@ namespace app {
 namespace pkcs15 {
 namespace impl {
 
-RsaCipherEngine::RsaCipherEngine(boost::shared_ptr<card::service::ICardCipher> cardCipher)
-    : cardCipher_(std::move(cardCipher)) {}
+RsaCipherEngine::RsaCipherEngine(boost::shared_ptr<card::service::ICardCipher> cardCipher,
+                                 AlgorithmReferenceLookup lookup)
+    : cardCipher_(std::move(cardCipher))
+    , lookup_(std::move(lookup)) {}
 
 const std::string& RsaCipherEngine::getAlgorithm() const {
     mw::Log log(typeid(*this), BOOST_CURRENT_FUNCTION);
@@ -27,9 +29,10 @@ const std::string& RsaCipherEngine::getAlgorithm() const {
 void RsaCipherEngine::init(const card::IChannel& channel, OperationMode mode,
                            const app::object::IKey& key) {
     if (mode == Decipher) {
-        cardCipher_->init(channel,
-                          privateKeyFor(key, app::object::KeyOperation::decrypt).getKeyReference(),
-                          card::service::ICardKeyOperation::Decipher);
+        cardCipher_->init(
+            channel,
+            boundKeyRef(channel, privateKeyFor(key, app::object::KeyOperation::decrypt), lookup_),
+            card::service::ICardKeyOperation::Decipher);
     } else {
         copyPublicKey(publicKeyOf(key), modulus_, publicExponent_);
     }

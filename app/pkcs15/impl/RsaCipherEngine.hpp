@@ -2,6 +2,7 @@
 #define APP_PKCS15_IMPL_RSACIPHERENGINE_HPP
 
 #include "app/crypto/ICipher.hpp"
+#include "app/pkcs15/impl/EngineKeys.hpp"
 #include "mw/ByteBuffer.hpp"
 
 #include <boost/shared_ptr.hpp>
@@ -22,7 +23,8 @@ namespace impl {
 // padding the card operation's algorithm names.
 class RsaCipherEngine : public app::crypto::ICipher {
 public:
-    explicit RsaCipherEngine(boost::shared_ptr<card::service::ICardCipher> cardCipher);
+    explicit RsaCipherEngine(boost::shared_ptr<card::service::ICardCipher> cardCipher,
+                             AlgorithmReferenceLookup lookup = {});
 
     const std::string& getAlgorithm() const override;
     // The card's answer as it is: the card removes the padding.
@@ -36,6 +38,9 @@ public:
 
 private:
     boost::shared_ptr<card::service::ICardCipher> cardCipher_;
+    // The card algorithm reference of the key, when the card layer does
+    // not choose it.
+    AlgorithmReferenceLookup lookup_;
     mw::ByteBuffer publicExponent_;
     mw::ByteBuffer modulus_;
 };

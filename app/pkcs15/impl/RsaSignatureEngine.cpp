@@ -50,12 +50,16 @@ void appendTlv(mw::ByteBuffer& out, unsigned char tag, const mw::ByteBuffer& con
 } // namespace
 
 RsaSignatureEngine::RsaSignatureEngine(
-    boost::shared_ptr<card::service::ICardSignature> cardSignature)
-    : cardSignature_(std::move(cardSignature)) {}
+    boost::shared_ptr<card::service::ICardSignature> cardSignature, AlgorithmReferenceLookup lookup)
+    : cardSignature_(std::move(cardSignature))
+    , lookup_(std::move(lookup)) {}
 
 RsaSignatureEngine::RsaSignatureEngine(
-    boost::shared_ptr<card::service::ICardSignature> cardSignature, const AlgorithmRow& row)
-    : RsaSignatureEngine(cardSignature, row, cardSignature) {}
+    boost::shared_ptr<card::service::ICardSignature> cardSignature, const AlgorithmRow& row,
+    AlgorithmReferenceLookup lookup)
+    : RsaSignatureEngine(cardSignature, row, cardSignature) {
+    lookup_ = std::move(lookup);
+}
 
 RsaSignatureEngine::RsaSignatureEngine(
     boost::shared_ptr<card::service::ICardSignature> cardSignature, const AlgorithmRow& row,
@@ -73,7 +77,7 @@ const std::string& RsaSignatureEngine::getAlgorithm() const {
 void RsaSignatureEngine::init(const card::IChannel& channel, OperationMode mode,
                               const app::object::IKey& key) {
     if (mode == Sign) {
-        key_ = privateKeyFor(key, app::object::KeyOperation::sign).getKeyReference();
+        key_ = boundKeyRef(channel, privateKeyFor(key, app::object::KeyOperation::sign), lookup_);
         cardSignature_->init(channel, key_, card::service::ICardKeyOperation::Sign);
     } else {
         copyPublicKey(publicKeyOf(key), modulus_, publicExponent_);

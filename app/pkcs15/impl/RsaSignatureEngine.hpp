@@ -3,6 +3,7 @@
 
 #include "app/IApplication.hpp"
 #include "app/crypto/ISignature.hpp"
+#include "app/pkcs15/impl/EngineKeys.hpp"
 #include "card/service/KeyRef.hpp"
 #include "mw/ByteBuffer.hpp"
 
@@ -27,11 +28,12 @@ class RsaSignatureEngine : public app::crypto::ISignature {
 public:
     // The card signs what it is given (raw RSA, or an algorithm the card
     // performs whole).
-    explicit RsaSignatureEngine(boost::shared_ptr<card::service::ICardSignature> cardSignature);
+    explicit RsaSignatureEngine(boost::shared_ptr<card::service::ICardSignature> cardSignature,
+                                AlgorithmReferenceLookup lookup = {});
     // The engine hashes with the row's hash algorithm; the card applies raw
     // RSA to the DigestInfo.
     RsaSignatureEngine(boost::shared_ptr<card::service::ICardSignature> cardSignature,
-                       const AlgorithmRow& row);
+                       const AlgorithmRow& row, AlgorithmReferenceLookup lookup = {});
     // The card hashes and signs what its command takes (1 to 65535 bytes);
     // other messages the engine hashes with the row's hash algorithm, and
     // `rawRsa`, bound to the key in place of `cardSignature`, signs the
@@ -59,6 +61,9 @@ private:
     boost::shared_ptr<card::service::ICardSignature> cardSignature_;
     // Raw RSA for the DigestInfos the engine builds; null when it builds none.
     boost::shared_ptr<card::service::ICardSignature> rawRsa_;
+    // The card algorithm reference of the key, when the card layer does
+    // not choose it.
+    AlgorithmReferenceLookup lookup_;
     card::service::KeyRef key_;
     std::string signatureOid_;
     std::string hashOid_;

@@ -180,6 +180,11 @@ void loadCommonKeyAttributes(const oss::CommonKeyAttributes& value, app::object:
     key.accessFlagsHolder().load(accessFlags);
     key.startDateHolder().load(value.startDate);
     key.endDateHolder().load(value.endDate);
+    boost::optional<std::vector<std::uint32_t>> references;
+    if (value.algReference) {
+        references.emplace(value.algReference->begin(), value.algReference->end());
+    }
+    key.algorithmReferencesHolder().load(references);
 }
 
 void storeCommonKeyAttributes(const app::object::AbstractKey& key, Store which,
@@ -202,6 +207,10 @@ void storeCommonKeyAttributes(const app::object::AbstractKey& key, Store which,
     }
     if (isStored(key.endDateHolder(), which)) {
         value.endDate = *key.getEndDate();
+    }
+    if (isStored(key.algorithmReferencesHolder(), which)) {
+        const std::vector<std::uint32_t>& references = *key.getAlgorithmReferences();
+        value.algReference.emplace(references.begin(), references.end());
     }
 }
 

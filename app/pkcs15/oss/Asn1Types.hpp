@@ -144,12 +144,13 @@ struct CommonKeyAttributes {
     boost::optional<BitString> accessFlags;
     boost::optional<Integer> keyReference; // 0..255: one octet 81 reads as 0x81
     boost::optional<std::string> startDate;
-    boost::optional<std::string> endDate;      // [0]
-    UnknownComponents unknownComponents{};     // after the last known component, as read
-    MisplacedComponents misplacedComponents{}; // before a known component, as read
+    boost::optional<std::string> endDate;               // [0]
+    boost::optional<std::vector<Integer>> algReference; // [1] AlgorithmInfo references
+    UnknownComponents unknownComponents{};              // after the last known component, as read
+    MisplacedComponents misplacedComponents{};          // before a known component, as read
     auto tie() const {
         return std::tie(iD, usage, native, accessFlags, keyReference, startDate, endDate,
-                        unknownComponents, misplacedComponents);
+                        algReference, unknownComponents, misplacedComponents);
     }
 };
 

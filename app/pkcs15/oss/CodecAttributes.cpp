@@ -293,6 +293,13 @@ void readFields(DerReader& reader, CommonKeyAttributes& value) {
     if (reader.nextIs(tag::context(0))) {
         value.endDate = readTime(reader, tag::context(0));
     }
+    if (reader.nextIs(tag::contextConstructed(1))) {
+        DerReader references = reader.enter(reader.expect(tag::contextConstructed(1)));
+        value.algReference.emplace();
+        while (!references.atEnd()) {
+            value.algReference->push_back(readReference(references));
+        }
+    }
 }
 
 void writeFields(Sink& sink, const CommonKeyAttributes& value) {
@@ -312,6 +319,13 @@ void writeFields(Sink& sink, const CommonKeyAttributes& value) {
     }
     if (value.endDate) {
         writeText(sink, *value.endDate, tag::context(0));
+    }
+    if (value.algReference) {
+        writeConstructed(sink, tag::contextConstructed(1), [&](Sink& references) {
+            for (const Integer reference : *value.algReference) {
+                writeInteger(references, reference);
+            }
+        });
     }
 }
 

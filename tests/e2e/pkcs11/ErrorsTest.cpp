@@ -35,7 +35,9 @@ TEST(ReturnValueTable, EachFailureHasItsPreciseCode) {
         {refusal("Change Reference Data", 0x63C0), CKR_PIN_INCORRECT},
         {refusal("Reset Retry Counter", 0x6983), CKR_PIN_LOCKED},
         {refusal("Verify", 0x6984), CKR_PIN_LOCKED},
-        {refusal("Compute Digital Signature", 0x63C1), CKR_DEVICE_ERROR}, // not a PIN command
+        {refusal("Verify", 0x6300), CKR_PIN_INCORRECT},                     // tries left untold
+        {refusal("Manage Security Environment", 0x6984), CKR_DEVICE_ERROR}, // no PIN involved
+        {refusal("Compute Digital Signature", 0x63C1), CKR_DEVICE_ERROR},   // not a PIN command
         {refusal("Decipher", 0x6983), CKR_DEVICE_ERROR},
         {thrown(card::CardException() << card::StatusCode(0x63C1)), CKR_DEVICE_ERROR},
         {refusal("Decipher", 0x6A80), CKR_ENCRYPTED_DATA_INVALID},

@@ -2,6 +2,7 @@
 
 #include "app/ApplicationException.hpp"
 #include "card/CardException.hpp"
+#include "host/CardStatus.hpp"
 
 #include <gtest/gtest.h>
 #include <stdexcept>
@@ -25,8 +26,9 @@ TEST(ErrorMessage, NamesCommandStatusWordTextAndNumber) {
     };
     EXPECT_EQ(messageOf(cardError("Select", 0x6A82)),
               "card exception: Select: 6A82 (File or application not found)");
-    EXPECT_EQ(messageOf(cardError("Verify", 0x63C2)),
-              "card exception: Verify: 63C2 (unknown error)");
+    EXPECT_EQ(messageOf(cardError("Verify", 0x63C2)), "card exception: Verify: 63C2 (wrong PIN)");
+    EXPECT_EQ(messageOf(cardError("Put Data", 0x6F42)),
+              "card exception: Put Data: 6F42 (unknown error)");
     EXPECT_EQ(
         messageOf([] { CARD_THROW(card::CardException() << card::ErrorText("card removed")); }),
         "card exception: card removed");

@@ -213,22 +213,45 @@ TEST_F(HostileCardTest, ReadAnswerOfAnotherLengthIsInvalidData) {
     }
 }
 
-// Only the exact status words a command defines mean what they mean.
-TEST_F(HostileCardTest, StatusWordsNextToTheExpectedOnesAreErrors) {
+ByteBuffer statusWord(unsigned short sw) {
+    return {static_cast<unsigned char>(sw >> 8), static_cast<unsigned char>(sw)};
+}
+
+// Only 9000, 63Cx and 6983 are a PIN state. Any other answer leaves every PIN
+// of the session unknown without asking again: some cards count the query.
+TEST_F(HostileCardTest, PinStatusOnlyFromTheAnswersThatDefineIt) {
+    using card::service::PinInfo;
     const auto pins = service<card::service::IPinManagementService>("PinManagementService");
     play({{0x63, 0xC2}});
     EXPECT_EQ(pins->getPinInfo(*channel_, pinReference(0x01)).triesLeft, 2);
-    for (unsigned short sw : {0x6300, 0x63D2, 0x6984, 0x9001}) {
-        play({{static_cast<unsigned char>(sw >> 8), static_cast<unsigned char>(sw)}});
-        EXPECT_CARD_ERROR(pins->getPinInfo(*channel_, pinReference(0x01)), "Verify", sw);
+    for (unsigned short sw : {0x6300, 0x6A86, 0x63D2, 0x6984, 0x9001}) {
+        const host::iso7816::Card card(channel_);
+        const auto ownPins = boost::dynamic_pointer_cast<card::service::IPinManagementService>(
+            card.getInterface("PinManagementService"));
+        answer({statusWord(sw), {0x90, 0x00}});
+        EXPECT_EQ(ownPins->getPinInfo(*channel_, pinReference(0x01)).state, PinInfo::Unknown);
+        EXPECT_EQ(ownPins->getPinInfo(*channel_, pinReference(0x02)).state, PinInfo::Unknown);
+        EXPECT_EQ(sent_.size(), 1u) << std::hex << sw;
     }
-    // A card without an algorithm list says 6A88 or 6D00; nothing else is "none".
-    play({{0x6A, 0x88}});
-    EXPECT_TRUE(card_->getAlgorithms().empty());
-    for (unsigned short sw : {0x6A89, 0x6D01, 0x9001}) {
-        play({{static_cast<unsigned char>(sw >> 8), static_cast<unsigned char>(sw)}});
-        EXPECT_CARD_ERROR(host::iso7816::Card(channel_).getAlgorithms(), "Get Data", sw);
+    // Whatever the status word, a card that refuses the GET DATA lists nothing.
+    for (unsigned short sw : {0x6A81, 0x6A86, 0x6A88, 0x6D00, 0x6982}) {
+        answer({statusWord(sw)});
+        EXPECT_TRUE(host::iso7816::Card(channel_).getAlgorithms().empty()) << std::hex << sw;
     }
+}
+
+// Cards answer GET CHALLENGE with their own length: every non-empty answer counts.
+TEST_F(HostileCardTest, ChallengeAnswersOfAnyLengthAreCollected) {
+    const auto random =
+        service<card::service::ICryptographyService>("CryptographyService")->getRandom();
+    answer({{1, 2, 3, 4, 5, 6, 7, 8, 0x90, 0x00}});
+    EXPECT_EQ(random->generate(*channel_, 20),
+              (ByteBuffer{1, 2, 3, 4, 5, 6, 7, 8, 1, 2, 3, 4, 5, 6, 7, 8, 1, 2, 3, 4}));
+    EXPECT_EQ(sent_, (std::vector<ByteBuffer>{{0x00, 0x84, 0x00, 0x00, 0x14},
+                                              {0x00, 0x84, 0x00, 0x00, 0x0C},
+                                              {0x00, 0x84, 0x00, 0x00, 0x04}}));
+    answer({{0x90, 0x00}});
+    expectInvalidData([&] { random->generate(*channel_, 8); }, "Get Challenge");
 }
 
 TEST_F(HostileCardTest, WrongLeAndGetResponseAreFollowed) {

@@ -43,7 +43,8 @@ oss::CommonKeyAttributes fullKeyAttributes() {
             oss::BitString{hex("B8"), 5},
             oss::Integer{0x81},
             std::string("20240101000000Z"),
-            std::string("20300101000000Z")};
+            std::string("20300101000000Z"),
+            std::vector<oss::Integer>{1, 0x81}};
 }
 
 TEST(CodecTest, handCheckedPrimitiveLayouts) {
@@ -51,13 +52,14 @@ TEST(CodecTest, handCheckedPrimitiveLayouts) {
     expectDer(oss::Path{hex("5031"), {}, {}}, "3004 04025031");
     expectDer(pathValue(oss::Path{hex("4401"), {}, {}}), "3004 04024401");
     // A 10-bit usage with only bit 0 set keeps all ten bits.
-    oss::CommonKeyAttributes key{hex("01"), {hex("8000"), 10}, {}, {}, {}, {}, {}};
+    oss::CommonKeyAttributes key{hex("01"), {hex("8000"), 10}, {}, {}, {}, {}, {}, {}};
     expectDer(key, "3008 040101 0303068000");
     key.usage.octets = hex("80");
     EXPECT_EQ(oss::encode(key), hex("3008 040101 0303068000"));
     expectDer(fullKeyAttributes(),
-              "3035 040145 0303062000 010100 030203B8 02020081"
-              " 180F32303234303130313030303030305A 800F32303330303130313030303030305A");
+              "303E 040145 0303062000 010100 030203B8 02020081"
+              " 180F32303234303130313030303030305A 800F32303330303130313030303030305A"
+              " A107 020101 02020081");
     expectDer(oss::CommonAuthenticationObjectAttributes{hex("AD11")}, "3004 0402AD11");
     expectDer(oss::CommonDataObjectAttributes{std::string("CSP"), hex("2A03")},
               "3009 0C03435350 06022A03");
@@ -81,7 +83,7 @@ TEST(CodecTest, handCheckedConditionsAndRules) {
 TEST(CodecTest, handCheckedObjects) {
     oss::PrivateKeyType key;
     key.privateRSAKeyValue.commonObjectAttributes.label = "K";
-    key.privateRSAKeyValue.classAttributes = {hex("01"), {hex("20"), 3}, true, {}, {}, {}, {}};
+    key.privateRSAKeyValue.classAttributes = {hex("01"), {hex("20"), 3}, true, {}, {}, {}, {}, {}};
     key.privateRSAKeyValue.subClassAttributes.emplace();
     key.privateRSAKeyValue.typeAttributes.value = pathValue({hex("4B01"), {}, {}});
     key.privateRSAKeyValue.typeAttributes.modulusLength = 2048;
@@ -89,7 +91,8 @@ TEST(CodecTest, handCheckedObjects) {
                    " A10C 300A 3004 04024B01 02020800");
 
     oss::PublicKeyType publicKey;
-    publicKey.publicRSAKeyValue.classAttributes = {hex("01"), {hex("08"), 7}, {}, {}, {}, {}, {}};
+    publicKey.publicRSAKeyValue.classAttributes = {hex("01"), {hex("08"), 7}, {}, {}, {}, {}, {},
+                                                   {}};
     publicKey.publicRSAKeyValue.subClassAttributes =
         oss::CommonPublicKeyAttributes{hex("3000"), {}};
     publicKey.publicRSAKeyValue.typeAttributes.value = pathValue({hex("4B02"), {}, {}});
