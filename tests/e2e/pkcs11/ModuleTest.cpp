@@ -36,7 +36,8 @@ TEST_F(ModuleTest, InitialisationFollowsTheLockingRules) {
     EXPECT_EQ(f->C_Initialize(&args), CKR_OK);
 }
 
-TEST_F(ModuleTest, PrivateObjectsShowOnlyToTheLoggedInUser) {
+TEST_P(ProfiledModuleTest, PrivateObjectsShowOnlyToTheLoggedInUser) {
+    SKIP_ON_ISO_UNTIL_THE_HOST(p15test::unknownPinStatus);
     const CK_SESSION_HANDLE session = open(CKF_SERIAL_SESSION);
     std::vector<CK_ATTRIBUTE> privateKeys{{CKA_CLASS, &privateKeyClass, sizeof privateKeyClass}};
     std::vector<CK_ATTRIBUTE> publicKeyById{{CKA_CLASS, &publicKeyClass, sizeof publicKeyClass},
@@ -101,7 +102,8 @@ TEST_F(ModuleTest, AttributeValuesFollowTheSizeAndSensitivityRules) {
 
 // Three wrong PINs take the user PIN from all tries through the last one to
 // blocked; the SO (the PUK) gives it a new value and its tries back.
-TEST_F(ModuleTest, WrongPinsShowInTheFlagsUntilThePukSetsANewOne) {
+TEST_P(ProfiledModuleTest, WrongPinsShowInTheFlagsUntilThePukSetsANewOne) {
+    SKIP_ON_ISO_UNTIL_THE_HOST(p15test::wrongPin6300);
     const CK_SESSION_HANDLE session = open();
     const CK_FLAGS counts = CKF_USER_PIN_COUNT_LOW | CKF_USER_PIN_FINAL_TRY | CKF_USER_PIN_LOCKED;
     EXPECT_EQ(tokenFlags() & counts, 0u);
@@ -205,7 +207,8 @@ TEST_F(ModuleTest, MultiPartVerificationChecksTheWholeMessage) {
 // The cipher text's length can be asked, and a short buffer leaves the
 // operation for the next try; the key's private half deciphers what came out,
 // in software and on the card.
-TEST_F(ModuleTest, WhatTheModuleEnciphersTheSoftwareAndTheCardDecipher) {
+TEST_P(ProfiledModuleTest, WhatTheModuleEnciphersTheSoftwareAndTheCardDecipher) {
+    SKIP_ON_ISO_UNTIL_THE_HOST(p15test::tokenInfoAlgorithms);
     const CK_SESSION_HANDLE session = open(CKF_SERIAL_SESSION);
     const CK_OBJECT_HANDLE key = publicKey(session);
     CK_MECHANISM rsa{CKM_RSA_PKCS, nullptr, 0};
@@ -274,7 +277,8 @@ template <class Hash> HashMechanism hashMechanism(CK_MECHANISM_TYPE type) {
 // Each hash mechanism gives one signature whole, in parts and after a length
 // query (PKCS#1 v1.5 is deterministic); CKM_RSA_PKCS over the same DigestInfo
 // gives it too, and each verifies.
-TEST_F(ModuleTest, SignaturesAreTheSameWholeOrInPartsForEveryMechanism) {
+TEST_P(ProfiledModuleTest, SignaturesAreTheSameWholeOrInPartsForEveryMechanism) {
+    SKIP_ON_ISO_UNTIL_THE_HOST(p15test::tokenInfoAlgorithms);
     const CK_SESSION_HANDLE session = open(CKF_SERIAL_SESSION);
     CK_MECHANISM sha256{CKM_SHA256_RSA_PKCS, nullptr, 0};
     EXPECT_EQ(f->C_SignInit(session, &sha256, publicKey(session)), CKR_USER_NOT_LOGGED_IN);
@@ -466,5 +470,7 @@ TEST_F(ModuleTest, OddEntriesLeaveTheSoundKeyUsable) {
     EXPECT_TRUE(verifies<CryptoPP::SHA256>(
         message, sign(session, CKM_SHA256_RSA_PKCS, privateKey(session), message)));
 }
+
+INSTANTIATE_TEST_SUITE_P(Profiles, ProfiledModuleTest, bothProfiles, profileParamName);
 
 } // namespace
