@@ -20,7 +20,7 @@ const std::string wrongPin = "08 3030303030303030";
 // On a card that went through its image, with the user PIN verified and key pair 81 generated.
 TEST(Profiles, EachAnswersTheSameCommandsAsItsMakeDoes) {
     const std::vector<Step> steps = {
-        {"00A40800 04 5015 5032 00", 0x9000, 31, 0x9000, 45}, // 85 and A5 added
+        {"00A40800 04 5015 5032 00", 0x9000, 35, 0x9000, 49}, // 85 and A5 added
         {"00CA01A0 00", 0x9000, 13, 0x6A81, 0},
         {"00840000 04", 0x9000, 4, 0x6C08, 0},
         {"00840000 10", 0x9000, 16, 0x9000, 8},
