@@ -2,6 +2,7 @@
 
 #include "vcard/AccessCondition.hpp"
 #include "vcard/Bytes.hpp"
+#include "vcard/CardProfile.hpp"
 #include "vcard/RsaKey.hpp"
 
 #include <cstdint>
@@ -41,8 +42,9 @@ struct CardFile {
 
     CardFile* child(std::uint16_t childFid) const;
     CardFile& addChild(std::unique_ptr<CardFile> file);
-    /// The FCP template 62 { 80, 82, 83, 84, 8A, A1 }.
-    Bytes fcp() const;
+    /// The FCP template: 62 { 80, 82, 83, 84, 8A, A1 } (Native), or 62 { 82, 83, 84, 80, 85,
+    /// 8A, A1, A5 } with proprietary 85 and A5 (Iso).
+    Bytes fcp(CardProfile profile = CardProfile::Native) const;
 
     ~CardFile();
 };

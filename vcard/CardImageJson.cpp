@@ -321,6 +321,19 @@ void pinsFromJson(const json& list, PinStore& pins) {
             throw Corrupt("PIN " + toHex({reference}) + ": field \"unblockingPin\" names no PIN");
 }
 
+/// An image without "profile" is of the native profile, as every image made before there were two.
+void readProfile(const json& image, CardState& state) {
+    if (!image.contains("profile"))
+        return;
+    try {
+        state.profile = profileFromName(plain(textField(image, "profile")));
+    } catch (const std::invalid_argument& error) {
+        throw Corrupt("field \"profile\": " + std::string(error.what()));
+    }
+    if (state.profile == CardProfile::Iso && state.hashOnCard)
+        throw Corrupt("a card of the iso profile does not hash: hashOnCard is refused");
+}
+
 /// Refuses an object that names a field twice, which the parser would otherwise let the last
 /// one win silently.
 class DuplicateKeyCheck {
@@ -349,6 +362,8 @@ std::string CardImage::serialise(const CardState& state) {
                   {"pins", pinsToJson(state.pins)}};
     if (state.hashOnCard)
         image["hashOnCard"] = true;
+    if (state.profile != CardProfile::Native)
+        image["profile"] = profileName(state.profile);
     // One allocation of the exact size: growing the text would leave copies of it behind.
     const SecretText text = image.dump(1);
     return std::string(text.data(), text.size());
@@ -375,6 +390,7 @@ CardState CardImage::parse(const std::string& text, const std::string& source) {
                 throw Corrupt("hashOnCard is not true or false");
             state.hashOnCard = image["hashOnCard"].get<bool>();
         }
+        readProfile(image, state);
         return state;
     } catch (const json::parse_error& error) {
         // Not the parser's message: it quotes the token read last, which may be a PIN or a key.

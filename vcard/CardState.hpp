@@ -1,5 +1,6 @@
 #pragma once
 
+#include "vcard/CardProfile.hpp"
 #include "vcard/FileSystem.hpp"
 #include "vcard/PinStore.hpp"
 
@@ -11,6 +12,7 @@ struct CardState {
     PinStore pins;
     /// The card hashes too: it offers SHA-1 to SHA-512 with RSA besides raw rsaEncryption.
     bool hashOnCard = false;
+    CardProfile profile = CardProfile::Native;
 };
 
 } // namespace vcard

@@ -28,6 +28,9 @@ constexpr std::uint8_t getChallenge = 0x84;
 constexpr std::uint8_t getData = 0xCA;
 } // namespace ins
 
+/// The iso profile answers GET CHALLENGE with this many bytes, whatever Le asks.
+constexpr std::uint8_t isoChallengeLength = 8;
+
 void requireP1P2(const CommandApdu& apdu, std::uint8_t p1, std::uint8_t p2) {
     if (apdu.p1 != p1 || apdu.p2 != p2)
         throw CardError(sw::wrongP1P2);
@@ -152,11 +155,11 @@ Response CommandProcessor::dispatch(const CommandApdu& apdu) {
     case ins::deleteFile:
         return deleteFile(apdu);
     case ins::verify:
-        return verify(apdu);
+        return comparingPin(&CommandProcessor::verify, apdu);
     case ins::changeReferenceData:
-        return changeReferenceData(apdu);
+        return comparingPin(&CommandProcessor::changeReferenceData, apdu);
     case ins::resetRetryCounter:
-        return resetRetryCounter(apdu);
+        return comparingPin(&CommandProcessor::resetRetryCounter, apdu);
     case ins::generateKeyPair:
         return generateOrReadKeyPair(apdu);
     case ins::putData:
@@ -202,7 +205,7 @@ Response CommandProcessor::select(const CommandApdu& apdu) {
     }
     if (apdu.p2 == 0x0C)
         return {};
-    return {selected->fcp(), sw::ok};
+    return {selected->fcp(state_.profile), sw::ok};
 }
 
 Response CommandProcessor::readBinary(const CommandApdu& apdu) {
@@ -272,6 +275,19 @@ Response CommandProcessor::deleteFile(const CommandApdu& apdu) {
     return {};
 }
 
+Response CommandProcessor::comparingPin(PinCommand command, const CommandApdu& apdu) {
+    try {
+        return (this->*command)(apdu);
+    } catch (const CardError& error) {
+        const bool triesTold = (error.statusWord() & 0xFFF0) == sw::triesLeft(0);
+        if (state_.profile != CardProfile::Iso || !triesTold)
+            throw;
+        // The try is counted all the same; only the answer keeps the count to itself.
+        throw CardError(error.statusWord() == sw::triesLeft(0) ? sw::blocked
+                                                               : sw::verificationFailed);
+    }
+}
+
 Response CommandProcessor::verify(const CommandApdu& apdu) {
     if (apdu.p1 == 0xFF) {
         if (!apdu.data.empty())
@@ -280,6 +296,8 @@ Response CommandProcessor::verify(const CommandApdu& apdu) {
         return {};
     }
     requireP1P2(apdu, 0x00, apdu.p2);
+    if (apdu.data.empty() && state_.profile == CardProfile::Iso)
+        throw CardError(sw::wrongP1P2); // no status query: it tells nothing and costs no try
     if (apdu.data.empty())
         state_.pins.checkStatus(apdu.p2, status_);
     else
@@ -389,17 +407,17 @@ Response CommandProcessor::manageSecurityEnvironment(const CommandApdu& apdu) {
     std::vector<Tlv> tlvs = parseTlvs(apdu.data);
     const Bytes& reference = requiredTlv(tlvs, 0x84);
     const Bytes* algorithm = findTlv(tlvs, 0x80);
-    const std::uint8_t algorithmReference =
-        algorithm && algorithm->size() == 1 ? (*algorithm)[0] : algorithm::rsaPkcs1;
-    const bool offered = apdu.p2 == 0xB6
-                             ? offersSignatureAlgorithm(algorithmReference, state_.hashOnCard)
-                             : algorithmReference == algorithm::rsaPkcs1;
-    if (reference.size() != 1 || (algorithm && algorithm->size() != 1) || !offered)
+    if (reference.size() != 1 || (algorithm && algorithm->size() != 1))
+        throw CardError(sw::wrongData);
+    const std::optional<std::uint8_t> algorithmReference =
+        chosenAlgorithm(state_, apdu.p2 == 0xB6,
+                        algorithm ? std::optional<std::uint8_t>((*algorithm)[0]) : std::nullopt);
+    if (!algorithmReference)
         throw CardError(sw::wrongData);
     keyFile(reference[0], true);
     if (apdu.p2 == 0xB6) {
         signingKey_ = reference[0];
-        signingAlgorithm_ = algorithmReference;
+        signingAlgorithm_ = *algorithmReference;
     } else {
         decipheringKey_ = reference[0];
     }
@@ -436,12 +454,16 @@ Response CommandProcessor::getChallenge(const CommandApdu& apdu) {
     requireP1P2(apdu, 0x00, 0x00);
     if (!apdu.hasLe)
         throw CardError(sw::wrongLength);
-    Bytes challenge(apdu.ne);
+    if (state_.profile == CardProfile::Iso && apdu.ne < isoChallengeLength)
+        throw CardError(sw::exactLength(isoChallengeLength));
+    Bytes challenge(state_.profile == CardProfile::Iso ? isoChallengeLength : apdu.ne);
     rng_.GenerateBlock(challenge.data(), challenge.size());
     return {std::move(challenge), sw::ok};
 }
 
 Response CommandProcessor::getData(const CommandApdu& apdu) {
+    if (state_.profile == CardProfile::Iso)
+        throw CardError(sw::functionNotSupported);
     if (apdu.p1 != 0x01 || apdu.p2 != 0xA0)
         throw CardError(sw::referenceNotFound);
     return {algorithmList(state_.hashOnCard), sw::ok};

@@ -57,6 +57,9 @@ private:
     Response updateCurrentEf(std::size_t offset, const Bytes& data);
     Response createFile(const CommandApdu& apdu);
     Response deleteFile(const CommandApdu& apdu);
+    using PinCommand = Response (CommandProcessor::*)(const CommandApdu&);
+    /// Runs a command that compares a PIN value, answering a wrong one as the profile does.
+    Response comparingPin(PinCommand command, const CommandApdu& apdu);
     Response verify(const CommandApdu& apdu);
     Response changeReferenceData(const CommandApdu& apdu);
     Response resetRetryCounter(const CommandApdu& apdu);

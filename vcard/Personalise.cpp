@@ -1,6 +1,7 @@
 #include "vcard/Personalise.hpp"
 
 #include "app/pkcs15/oss/Codec.hpp"
+#include "vcard/SignatureAlgorithms.hpp"
 
 #include <cryptopp/osrng.h>
 
@@ -113,7 +114,30 @@ Bytes odfContent() {
     return content;
 }
 
-Bytes tokenInfoContent(const std::string& label) {
+oss::AlgorithmInfo rsaAlgorithm(oss::Integer reference, oss::Integer cardReference,
+                                std::initializer_list<unsigned> operations) {
+    oss::AlgorithmInfo rsa;
+    rsa.reference = reference;
+    rsa.algorithm = mechanismRsaPkcs;
+    rsa.parameters = {0x05, 0x00};
+    rsa.supportedOperations = bits(8, operations);
+    rsa.algId = oss::oidFromText("1.2.840.113549.1.1.1");
+    rsa.algRef = cardReference;
+    return rsa;
+}
+
+/// A native card offers everything under reference 01; an iso card has a reference of its own
+/// for each operation, which MANAGE SECURITY ENVIRONMENT must name.
+std::vector<oss::AlgorithmInfo> supportedAlgorithms(CardProfile profile) {
+    if (profile == CardProfile::Native)
+        return {rsaAlgorithm(1, algorithm::rsaPkcs1,
+                             {operationComputeSignature, operationDecipher, operationGenerateKey})};
+    return {
+        rsaAlgorithm(1, algorithm::isoRsaSign, {operationComputeSignature, operationGenerateKey}),
+        rsaAlgorithm(2, algorithm::isoRsaDecipher, {operationDecipher})};
+}
+
+Bytes tokenInfoContent(const std::string& label, CardProfile profile) {
     oss::TokenInfo info;
     info.version = 0;
     Bytes serial(serialLength);
@@ -123,15 +147,7 @@ Bytes tokenInfoContent(const std::string& label) {
     info.manufacturerID = "p15kit";
     info.label = label;
     info.tokenflags = bits(tokenFlagPrnGeneration + 1, {tokenFlagPrnGeneration});
-    oss::AlgorithmInfo rsa;
-    rsa.reference = 1;
-    rsa.algorithm = mechanismRsaPkcs;
-    rsa.parameters = {0x05, 0x00};
-    rsa.supportedOperations =
-        bits(8, {operationComputeSignature, operationDecipher, operationGenerateKey});
-    rsa.algId = oss::oidFromText("1.2.840.113549.1.1.1");
-    rsa.algRef = 1;
-    info.supportedAlgorithms = std::vector<oss::AlgorithmInfo>{rsa};
+    info.supportedAlgorithms = supportedAlgorithms(profile);
     return oss::encode(info);
 }
 
@@ -195,11 +211,12 @@ Pin makePin(const std::string& digits, std::uint8_t tries,
     return pin;
 }
 
-std::unique_ptr<CardFile> applicationDf(const std::string& label) {
+std::unique_ptr<CardFile> applicationDf(const Personalisation& options) {
     auto app = df(layout::applicationDf, userPin(), pkcs15ApplicationId());
     const AccessCondition userOrSo = AccessCondition::anyOf({userPin(), soPin()});
     app->addChild(ef(odfFid, 256, odfContent(), soPin()));
-    app->addChild(ef(tokenInfoFid, 512, tokenInfoContent(label), userPin()));
+    app->addChild(
+        ef(tokenInfoFid, 512, tokenInfoContent(options.label, options.profile), userPin()));
     app->addChild(ef(aodfFid, 1024, aodfContent(), userOrSo));
     app->addChild(ef(prkdfFid, 4096, {}, userPin()));
     app->addChild(ef(pukdfFid, 4096, {}, userPin()));
@@ -223,14 +240,19 @@ CardState personalise(const Personalisation& options) {
     CardFile& mf = state.files.mf();
     mf.security = SecurityAttributes(AccessCondition::never(), soPin(), AccessCondition::never());
     mf.addChild(ef(dirFid, 128, dirContent(), soPin()));
-    // Card capabilities: selection by name, path and FID; 1-byte units; chaining, extended Lc/Le.
-    mf.addChild(ef(atrInfoFid, 5, {0x47, 0x03, 0xB0, 0x01, 0xC0}, AccessCondition::never()));
-    mf.addChild(applicationDf(options.label));
+    if (options.profile == CardProfile::Iso && options.hashOnCard)
+        throw std::invalid_argument("a card of the iso profile does not hash");
+    // Card capabilities: selection by name, path and FID; 1-byte units; chaining, and extended
+    // Lc/Le on a native card.
+    const std::uint8_t chaining = options.profile == CardProfile::Native ? 0xC0 : 0x80;
+    mf.addChild(ef(atrInfoFid, 5, {0x47, 0x03, 0xB0, 0x01, chaining}, AccessCondition::never()));
+    mf.addChild(applicationDf(options));
     state.pins.add(layout::userPinReference,
                    makePin(options.userPin, 3, layout::unblockingPinReference));
     state.pins.add(layout::unblockingPinReference, makePin(options.unblockingPin, 5, std::nullopt));
     state.pins.add(layout::soPinReference, makePin(options.soPin, 3, std::nullopt));
     state.hashOnCard = options.hashOnCard;
+    state.profile = options.profile;
     return state;
 }
 

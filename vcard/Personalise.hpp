@@ -14,6 +14,8 @@ struct Personalisation {
     std::string soPin = "87654321";
     /// A card that also hashes (SHA-1 to SHA-512 with RSA) instead of offering raw RSA only.
     bool hashOnCard = false;
+    /// How the card speaks; an iso card does not hash.
+    CardProfile profile = CardProfile::Native;
 };
 
 /// PIN references and DF identifiers of the personalised card.
@@ -30,7 +32,8 @@ constexpr std::uint8_t pinPadding = 0xFF;
 const Bytes& pkcs15ApplicationId();
 
 /// A card with MF, EF(DIR), the PKCS#15 DF and its directory files, the card-status EF, DF02
-/// and the three PINs. Throws std::invalid_argument for a PIN that does not fit 4..8 digits.
+/// and the three PINs. Throws std::invalid_argument for a PIN that does not fit 4..8 digits,
+/// and for an iso card that would hash.
 CardState personalise(const Personalisation& options = {});
 
 } // namespace vcard

@@ -35,9 +35,19 @@ template <class Hash> Bytes digestInfo(const Bytes& data) {
 
 } // namespace
 
-bool offersSignatureAlgorithm(std::uint8_t reference, bool hashOnCard) {
-    return reference == algorithm::rsaPkcs1 || (hashOnCard && reference >= algorithm::sha1WithRsa &&
-                                                reference <= algorithm::sha512WithRsa);
+std::optional<std::uint8_t> chosenAlgorithm(const CardState& state, bool signing,
+                                            std::optional<std::uint8_t> named) {
+    if (state.profile == CardProfile::Iso) {
+        // No default: the reference TokenInfo gives for the operation, and no other.
+        const std::uint8_t own = signing ? algorithm::isoRsaSign : algorithm::isoRsaDecipher;
+        return named == own ? named : std::nullopt;
+    }
+    const std::uint8_t reference = named.value_or(algorithm::rsaPkcs1);
+    const bool hashAndSign = signing && state.hashOnCard && reference >= algorithm::sha1WithRsa &&
+                             reference <= algorithm::sha512WithRsa;
+    if (reference == algorithm::rsaPkcs1 || hashAndSign)
+        return reference;
+    return std::nullopt;
 }
 
 Bytes algorithmList(bool hashOnCard) {

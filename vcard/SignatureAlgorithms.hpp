@@ -1,8 +1,10 @@
 #pragma once
 
 #include "vcard/Bytes.hpp"
+#include "vcard/CardState.hpp"
 
 #include <cstdint>
+#include <optional>
 
 namespace vcard {
 
@@ -13,10 +15,16 @@ namespace algorithm {
 constexpr std::uint8_t rsaPkcs1 = 0x01;
 constexpr std::uint8_t sha1WithRsa = 0x11;
 constexpr std::uint8_t sha512WithRsa = 0x15;
+/// The iso profile's own references, which MANAGE SECURITY ENVIRONMENT must name: RSA PKCS#1
+/// v1.5 signing of the data as given, and RSA PKCS#1 v1.5 deciphering.
+constexpr std::uint8_t isoRsaSign = 0x02;
+constexpr std::uint8_t isoRsaDecipher = 0x0A;
 } // namespace algorithm
 
-/// Whether the card offers the algorithm reference for signing.
-bool offersSignatureAlgorithm(std::uint8_t reference, bool hashOnCard);
+/// The algorithm reference a MANAGE SECURITY ENVIRONMENT for signing (or else deciphering) sets
+/// when it names `named` (tag 80) or nothing; nullopt when the card refuses it.
+std::optional<std::uint8_t> chosenAlgorithm(const CardState& state, bool signing,
+                                            std::optional<std::uint8_t> named);
 
 /// The answer to GET DATA for the algorithm list: rsaEncryption, and the hash-and-sign
 /// algorithms of a card that hashes.

@@ -93,7 +93,7 @@ Bytes VirtualCard::atr() const {
     // 80 (compact-TLV), card capabilities 73 (selection by name, path and FID; data units of one
     // byte; command chaining, extended Lc/Le), card issuer's data 56 "p15kit"; TCK closes.
     Bytes atr = {0x3B, 0x8C, 0x01, 0x80,
-                 0x73, 0xB0, 0x01, extendedLength_ ? std::uint8_t{0xC0} : std::uint8_t{0x80},
+                 0x73, 0xB0, 0x01, takesExtendedLength() ? std::uint8_t{0xC0} : std::uint8_t{0x80},
                  0x56, 0x70, 0x31, 0x35,
                  0x6B, 0x69, 0x74};
     std::uint8_t check = 0;
@@ -163,7 +163,7 @@ Bytes VirtualCard::process(const Bytes& command) {
     CommandApdu apdu;
     try {
         apdu = CommandApdu::parse(command);
-        if (apdu.extended && !extendedLength_)
+        if (apdu.extended && !takesExtendedLength())
             throw CardError(sw::wrongLength);
     } catch (const CardError& error) {
         dropTransientData();

@@ -62,10 +62,10 @@ public:
     unsigned long changesTakenUp() const { return changesTakenUp_; }
 
     /// T=1, with the card capabilities in the historical bytes: command chaining, and extended
-    /// Lc/Le unless turned off.
+    /// Lc/Le unless turned off or the card is of the iso profile.
     Bytes atr() const;
     /// A card that takes short APDUs only (extended ones → 6700) and says so in its ATR. For
-    /// testing the host's short-APDU path; on by default.
+    /// testing the host's short-APDU path; on by default, and never on for the iso profile.
     void setExtendedLength(bool enabled) { extendedLength_ = enabled; }
     /// Warm reset (powers the card on if it was off): nothing verified, MF selected.
     void reset();
@@ -81,6 +81,10 @@ public:
     const CardState& state() const { return state_; }
 
 private:
+    /// The profile may change when another process personalises the image anew.
+    bool takesExtendedLength() const {
+        return extendedLength_ && state_.profile == CardProfile::Native;
+    }
     Bytes process(const Bytes& command);
     Bytes processAssembled(CommandApdu apdu);
     Bytes continueChain(const CommandApdu& part);

@@ -73,6 +73,7 @@ void putAlgorithmName(Json& out, const char* key, const std::string& oid) {
 struct InitOptions {
     std::string label = vcard::Personalisation().label;
     bool force = false;
+    std::string profile = vcard::profileName(vcard::CardProfile::Native);
     PinSource userPin{"user PIN", "pin", {}, {}};
     PinSource unblockingPin{"PUK", "puk", {}, {}};
     PinSource soPin{"SO PIN", "so-pin", {}, {}};
@@ -114,6 +115,7 @@ void init(const GlobalOptions& global, const InitOptions& options) {
     }
     PersonalisationSecrets secrets;
     secrets.values.label = options.label;
+    secrets.values.profile = vcard::profileFromName(options.profile);
     takePin(options.userPin, secrets.values.userPin);
     takePin(options.unblockingPin, secrets.values.unblockingPin);
     takePin(options.soPin, secrets.values.soPin);
@@ -224,6 +226,10 @@ void addCardCommands(CLI::App& program, const GlobalOptions& options) {
         "init", "personalise a new virtual card image with your PINs and label");
     initCommand->add_option("--label", initOptions->label, "the token label")->type_name("LABEL");
     initCommand->add_flag("--force", initOptions->force, "replace an existing image");
+    initCommand
+        ->add_option("--profile", initOptions->profile,
+                     "how the card speaks: native, or iso as cards of other makes")
+        ->check(CLI::IsMember({"native", "iso"}));
     for (PinSource* pin :
          {&initOptions->userPin, &initOptions->unblockingPin, &initOptions->soPin}) {
         addPinOptions(*initCommand, *pin);

@@ -40,8 +40,11 @@ struct ChosenPin {
     const IPin& pin;
 };
 
-void printPin(const GlobalOptions& global, const Session& session, const ChosenPin& chosen) {
-    printResult(std::cout, pinJson(chosen.pin, session.channel(), chosen.pins, false), global.json);
+// `stateIfUntold`: what the command made of the PIN, shown when the card does not tell.
+void printPin(const GlobalOptions& global, const Session& session, const ChosenPin& chosen,
+              std::optional<std::uint16_t> stateIfUntold = std::nullopt) {
+    const Json pin = pinJson(chosen.pin, session.channel(), chosen.pins, false, stateIfUntold);
+    printResult(std::cout, pin, global.json);
 }
 
 void status(const GlobalOptions& global, const PinChoice& choice) {
@@ -64,14 +67,14 @@ void verify(const GlobalOptions& global, const PinOptions& options) {
     const mw::ByteBuffer value = readPinOf(session, chosen.pin, options.pin, false);
     presentPin(session, refusedPin(chosen.pin),
                [&] { chosen.pin.authenticate(session.channel(), value); });
-    printPin(global, session, chosen);
+    printPin(global, session, chosen, verified);
 }
 
 void logout(const GlobalOptions& global, const PinOptions& options) {
     const Session session(global);
     const ChosenPin chosen(session, options.choice);
     chosen.pin.deauthenticate(session.channel());
-    printPin(global, session, chosen);
+    printPin(global, session, chosen, notVerified);
 }
 
 void change(const GlobalOptions& global, const PinOptions& options) {

@@ -158,7 +158,10 @@ void putDetails(Json& out, const IPin& pin, const PinList& pins) {
     putAccessRules(out, pin, pins);
 }
 
-void putStatus(Json& out, const IPin::PinInfo& info) {
+void putStatus(Json& out, IPin::PinInfo info, std::optional<std::uint16_t> stateIfUntold) {
+    if (info.state == untold && stateIfUntold) {
+        info.state = *stateIfUntold;
+    }
     if (info.triesLeft != unknownTries) {
         out["triesLeft"] = info.triesLeft;
     }
@@ -221,7 +224,8 @@ std::string pinName(const IPin& pin) {
     return "PIN " + authIdText(pin.getAuthId());
 }
 
-Json pinJson(const IPin& pin, const card::IChannel& channel, const PinList& pins, bool detailed) {
+Json pinJson(const IPin& pin, const card::IChannel& channel, const PinList& pins, bool detailed,
+             std::optional<std::uint16_t> stateIfUntold) {
     Json out;
     if (pin.getLabel()) {
         out["label"] = displayText(*pin.getLabel());
@@ -235,7 +239,7 @@ Json pinJson(const IPin& pin, const card::IChannel& channel, const PinList& pins
     if (detailed) {
         putDetails(out, pin, pins);
     }
-    putStatus(out, pin.getPinInfo(channel));
+    putStatus(out, pin.getPinInfo(channel), stateIfUntold);
     return out;
 }
 

@@ -45,12 +45,16 @@ const app::object::IPin* unblockingPinOf(const app::object::IPin& pin, const Pin
 // "User PIN", or "PIN 01" for a PIN without a label.
 std::string pinName(const app::object::IPin& pin);
 
+// IPin::PinInfo::state as the card reports it; untold: the card does not tell.
+enum PinState : std::uint16_t { notVerified, verified, blocked, untold };
+
 // A PIN as `pin status` shows it (label, authId, reference, type, flags,
 // tries left, state); `detailed` adds what `list` shows besides: the object
 // flags, lengths, padding, path, last change, the PIN that unblocks it and
-// the access rules.
+// the access rules. `stateIfUntold` stands for the state of a card that
+// does not tell it, when the command just set it.
 Json pinJson(const app::object::IPin& pin, const card::IChannel& channel, const PinList& pins,
-             bool detailed);
+             bool detailed, std::optional<std::uint16_t> stateIfUntold = std::nullopt);
 
 // An object of another kind by what every card object has: label, flags,
 // access rules in words (authIds named by the PINs in `pins`).

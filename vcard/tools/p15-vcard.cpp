@@ -41,6 +41,7 @@ void printTree(const vcard::CardFile& file, const std::string& indent) {
 
 void inspect(const std::string& path) {
     vcard::CardState state = vcard::CardImage::load(path);
+    std::cout << "profile " << vcard::profileName(state.profile) << "\n";
     printTree(state.files.mf(), "");
     for (const auto& [reference, pin] : state.pins.pins()) {
         std::cout << "PIN " << fidText(reference).substr(2) << "  tries " << int(pin.triesLeft)
@@ -84,6 +85,7 @@ void personalise(const std::string& path, vcard::Personalisation& options, const
     card.save(path);
     std::cout << "personalised " << path << "\n"
               << "label:    " << options.label << "\n"
+              << "profile:  " << vcard::profileName(options.profile) << "\n"
               << "user PIN: reference 01, 3 tries\n"
               << "PUK:      reference 02, 5 tries\n"
               << "SO PIN:   reference 03, 3 tries\n";
@@ -109,6 +111,12 @@ int main(int argc, char** argv) {
     personaliseCommand->add_flag("--default-pins", pins.defaults,
                                  "the well-known test PINs 123456, PUK 12345678, SO PIN 87654321");
     personaliseCommand->add_flag("--force", force, "replace an existing image");
+    std::string profile = "native";
+    personaliseCommand
+        ->add_option("--profile", profile,
+                     "how the card speaks: native (docs/card-profile.md) or iso (as cards of other "
+                     "makes)")
+        ->check(CLI::IsMember({"native", "iso"}));
 
     std::string inspectPath;
     CLI::App* inspectCommand = app.add_subcommand("inspect", "list the files and PINs of an image");
@@ -116,9 +124,10 @@ int main(int argc, char** argv) {
 
     CLI11_PARSE(app, argc, argv);
     try {
-        if (*personaliseCommand)
+        if (*personaliseCommand) {
+            options.profile = vcard::profileFromName(profile);
             personalise(personalisePath, options, pins, force);
-        else
+        } else
             inspect(inspectPath);
     } catch (const std::exception& error) {
         std::cerr << "p15-vcard: " << error.what() << "\n";

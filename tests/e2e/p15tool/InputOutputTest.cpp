@@ -10,10 +10,10 @@
 namespace p15tool::test {
 namespace {
 
-class InputOutput : public InitialisedCard {
+class InputOutput : public ProfiledCard {
 protected:
     void SetUp() override {
-        InitialisedCard::SetUp();
+        ProfiledCard::SetUp();
         openssl("genpkey -algorithm RSA -pkeyopt rsa_keygen_bits:1024 -out key.pem");
         openssl("pkey -in key.pem -pubout -out public.pem");
         ASSERT_TRUE(exited(tool({"key", "import", file("key.pem"), "--pin-env", "USER_PIN"}), 0));
@@ -23,7 +23,7 @@ protected:
 // Up to 64 KiB the message goes to the plugin whole; past that the tool
 // hashes it as it reads and the card signs the DigestInfo: the signatures
 // are the same scheme either way.
-TEST_F(InputOutput, MessagesOfEverySizeSignAndVerifyTheSameWay) {
+TEST_P(InputOutput, MessagesOfEverySizeSignAndVerifyTheSameWay) {
     const auto verify = [&](const char* alg) {
         return tool(
             {"verify", "--alg", alg, "--signature", file("signature"), "--in", file("message")});
@@ -54,7 +54,7 @@ TEST_F(InputOutput, MessagesOfEverySizeSignAndVerifyTheSameWay) {
 // A folder or a device is no input: refused by name with the usage status
 // before the card is asked for anything. A file larger than the command
 // takes is refused before a byte of it is read.
-TEST_F(InputOutput, WhatIsNoFileOrTooLargeIsRefusedUnread) {
+TEST_P(InputOutput, WhatIsNoFileOrTooLargeIsRefusedUnread) {
     writeFile(file("signature"), std::string(128, 'S'));
     for (const std::string& bad : {directory.path(), std::string("/dev/zero")}) {
         for (const std::vector<std::string>& command : std::vector<std::vector<std::string>>{
@@ -77,7 +77,7 @@ TEST_F(InputOutput, WhatIsNoFileOrTooLargeIsRefusedUnread) {
 // A new file is created for its owner alone; an existing one that others
 // could read is closed to them before the secret is written into it. A
 // private data object read out is as secret.
-TEST_F(InputOutput, DecipheredSecretsGoToFilesOnlyTheirOwnerReads) {
+TEST_P(InputOutput, DecipheredSecretsGoToFilesOnlyTheirOwnerReads) {
     writeFile(file("secret"), "a key to wrap");
     openssl("pkeyutl -encrypt -pubin -inkey public.pem -in secret -out cryptogram");
     writeFile(file("existing"), std::string(200, 'x'));
@@ -97,6 +97,8 @@ TEST_F(InputOutput, DecipheredSecretsGoToFilesOnlyTheirOwnerReads) {
                   std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
     }
 }
+
+INSTANTIATE_TEST_SUITE_P(Profiles, InputOutput, p15test::bothProfiles, p15test::profileParamName);
 
 } // namespace
 } // namespace p15tool::test

@@ -18,12 +18,12 @@ int userPinTries(const std::string& image) {
     return vcard::CardImage::load(image).pins.pins().at(0x01).triesLeft;
 }
 
-class KeyUse : public InitialisedCard {};
+class KeyUse : public ProfiledCard {};
 
 // The key signs a message into a valid signature whose first byte is 00:
 // without that byte it does not verify. A key is refused what its usage
 // forbids before the PIN is verified, so a wrong PIN costs no try.
-TEST_F(KeyUse, SignDecryptAndVerifyTakeOnlyWhatTheKeyAndTheSignatureAllow) {
+TEST_P(KeyUse, SignDecryptAndVerifyTakeOnlyWhatTheKeyAndTheSignatureAllow) {
     CryptoPP::AutoSeededRandomPool random;
     CryptoPP::InvertibleRSAFunction key;
     key.GenerateRandomWithKeySize(random, 1024);
@@ -71,6 +71,8 @@ TEST_F(KeyUse, SignDecryptAndVerifyTakeOnlyWhatTheKeyAndTheSignatureAllow) {
         EXPECT_TRUE(exited(run(each.allowed, "USER_PIN"), 0));
     }
 }
+
+INSTANTIATE_TEST_SUITE_P(Profiles, KeyUse, p15test::bothProfiles, p15test::profileParamName);
 
 } // namespace
 } // namespace p15tool::test

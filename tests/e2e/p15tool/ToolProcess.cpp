@@ -104,7 +104,8 @@ void editCardFile(const std::string& image, std::uint16_t fid,
 
 void InitialisedCard::SetUp() {
     const ToolResult init =
-        tool({"init", "--pin-env", "USER_PIN", "--puk-env", "PUK", "--so-pin-env", "SO_PIN"});
+        tool({"init", "--pin-env", "USER_PIN", "--puk-env", "PUK", "--so-pin-env", "SO_PIN",
+              "--profile", vcard::profileName(profile())});
     ASSERT_EQ(init.exitCode, 0) << init.err;
 }
 

@@ -1,6 +1,7 @@
 #ifndef TESTS_E2E_P15TOOL_TOOLPROCESS_HPP
 #define TESTS_E2E_P15TOOL_TOOLPROCESS_HPP
 
+#include "Profiles.hpp"
 #include "app/pkcs15/oss/Codec.hpp"
 #include "vcard/Bytes.hpp"
 
@@ -79,6 +80,8 @@ std::string openssl(const TemporaryDirectory& directory, const std::string& argu
 class InitialisedCard : public ::testing::Test {
 protected:
     void SetUp() override;
+    // The profile init gives the card.
+    virtual vcard::CardProfile profile() const { return vcard::CardProfile::Native; }
     // p15tool on this test's card image, stdin from the file `input`.
     ToolResult tool(std::vector<std::string> arguments,
                     const std::string& input = "/dev/null") const;
@@ -91,6 +94,14 @@ protected:
     const std::string image = directory.file("card.json");
     const Environment environment{{"USER_PIN", "2468"}, {"PUK", "13572468"}, {"SO_PIN", "97531"},
                                   {"WRONG", "0000"},    {"NEW", "8642"},     {"SHORT", "12"}};
+};
+
+// An InitialisedCard of the profile the suite is instantiated with
+// (p15test::bothProfiles).
+class ProfiledCard : public InitialisedCard,
+                     public ::testing::WithParamInterface<vcard::CardProfile> {
+protected:
+    vcard::CardProfile profile() const override { return GetParam(); }
 };
 
 } // namespace p15tool::test

@@ -28,6 +28,7 @@
 #include <cryptopp/osrng.h>
 #include <cryptopp/rsa.h>
 #include <cryptopp/sha.h>
+#include <cstdlib>
 #include <iostream>
 
 namespace {
@@ -117,7 +118,11 @@ int main(int argc, char** argv) {
     }
     const std::string directory = argv[2];
     try {
-        vcard::VirtualCard(vcard::personalise()).save(argv[1]);
+        vcard::Personalisation card; // of the profile P15_TESTCARD_PROFILE names, else native
+        if (const char* profile = std::getenv("P15_TESTCARD_PROFILE")) {
+            card.profile = vcard::profileFromName(profile);
+        }
+        vcard::VirtualCard(vcard::personalise(card)).save(argv[1]);
         auto channel = boost::make_shared<host::Channel>(
             std::make_unique<host::VirtualCardTransport>(vcard::VirtualCard::open(argv[1])));
         const card::Transaction held(*channel);

@@ -4,6 +4,7 @@
 #ifndef TESTS_E2E_PKCS11_MODULEFIXTURE_HPP
 #define TESTS_E2E_PKCS11_MODULEFIXTURE_HPP
 
+#include "Profiles.hpp"
 #include "pkcs11/Cryptoki.hpp"
 
 #include <algorithm>
@@ -68,14 +69,10 @@ protected:
     static void SetUpTestSuite() {
         directory_ = fs::temp_directory_path() / ("p15kit-pkcs11-" + std::to_string(getpid()));
         fs::create_directories(directory_);
-        const std::string command = std::string(TESTCARD_PATH) + " " +
-                                    (directory_ / "template.json").string() + " " +
-                                    directory_.string();
         // A failed set-up would only mark every test skipped: it ends the run.
-        if (std::system(command.c_str()) != 0) {
+        if (!madeCard(vcard::CardProfile::Native)) {
             std::exit(EXIT_FAILURE);
         }
-        softwareKeyPath = (directory_ / "private.der").string();
         library_ = ::dlopen(MODULE_PATH, RTLD_NOW | RTLD_LOCAL);
         if (library_ == nullptr) {
             std::fprintf(stderr, "%s\n", ::dlerror());
@@ -84,9 +81,31 @@ protected:
     }
     static void TearDownTestSuite() { fs::remove_all(directory_); }
 
+    // The profile of the card the test runs on.
+    virtual vcard::CardProfile profile() const { return vcard::CardProfile::Native; }
+
+    // Where p15-pkcs11-testcard leaves the card of `profile` (template.json), its key and its
+    // certificate: made on first use.
+    static fs::path cardFolder(vcard::CardProfile profile) {
+        const bool native = profile == vcard::CardProfile::Native;
+        return native ? directory_ : directory_ / vcard::profileName(profile);
+    }
+    static bool madeCard(vcard::CardProfile profile) {
+        const fs::path folder = cardFolder(profile);
+        fs::create_directories(folder);
+        return fs::exists(folder / "template.json") ||
+               std::system(("P15_TESTCARD_PROFILE=" + std::string(vcard::profileName(profile)) +
+                            " " + TESTCARD_PATH + " " + (folder / "template.json").string() + " " +
+                            folder.string())
+                               .c_str()) == 0;
+    }
+
     void SetUp() override {
+        ASSERT_TRUE(madeCard(profile())) << "p15-pkcs11-testcard made no card";
+        folder_ = cardFolder(profile());
+        softwareKeyPath = (folder_ / "private.der").string();
         image_ = directory_ / "card.json";
-        fs::copy_file(directory_ / "template.json", image_, fs::copy_options::overwrite_existing);
+        fs::copy_file(folder_ / "template.json", image_, fs::copy_options::overwrite_existing);
         ::setenv("P15KIT_PKCS11_CARD", image_.c_str(), 1);
         ::setenv("P15KIT_PKCS11_PCSC", "off", 1);
         auto getList =
@@ -185,14 +204,22 @@ protected:
     }
     // The card's certificate, as the card maker left it beside the card.
     static Bytes certificateDer() {
-        std::ifstream file(directory_ / "certificate.der", std::ios::binary);
+        std::ifstream file(folder_ / "certificate.der", std::ios::binary);
         return Bytes(std::istreambuf_iterator<char>(file), {});
     }
 
     static inline fs::path directory_;
+    static inline fs::path folder_;
     static inline void* library_ = nullptr;
     fs::path image_;
     CK_FUNCTION_LIST_PTR f = nullptr;
+};
+
+// A ModuleTest on a card of the profile the suite is instantiated with (bothProfiles).
+class ProfiledModuleTest : public ModuleTest,
+                           public ::testing::WithParamInterface<vcard::CardProfile> {
+protected:
+    vcard::CardProfile profile() const override { return GetParam(); }
 };
 
 } // namespace p15test

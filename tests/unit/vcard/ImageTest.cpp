@@ -173,6 +173,10 @@ TEST_F(Image, CorruptTruncatedOrMissingImagesAreRefusedAndLeftAlone) {
              {replaced(good, "\"children\": [",
                        "\"children\": [" + namedDf("D001", "A000000063504B43532D3135") + ","),
               "DF name A000000063504B43532D3135 appears twice"},
+             {replaced(good, "\"version\": 1", "\"version\": 1, \"profile\": \"ISO\""),
+              "field \"profile\": unknown card profile \"ISO\" (native or iso)"},
+             {replaced(good, "\"pins\"", "\"profile\": \"iso\", \"hashOnCard\": true, \"pins\""),
+              "a card of the iso profile does not hash"},
              // Beyond the card's limits.
              {deep, "nested more than 16 levels"},
          }) {

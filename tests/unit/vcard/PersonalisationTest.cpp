@@ -58,6 +58,20 @@ TEST_F(Personalised, TokenInfoHasARandomSerialAndTheCardAlgorithm) {
     EXPECT_NE(*otherInfo.serialNumber, *info.serialNumber);
 }
 
+// Each operation has its own card reference (algRef), which MSE must name; an iso card hashes not.
+TEST_F(Personalised, AnIsoCardListsAnAlgorithmReferenceForEachOperation) {
+    Personalisation options;
+    options.profile = CardProfile::Iso;
+    card = std::make_unique<VirtualCard>(personalise(options));
+    const auto algorithms =
+        decodeAll<oss::TokenInfo>(readFile("5015 5032")).at(0).supportedAlgorithms;
+    ASSERT_TRUE(algorithms && algorithms->size() == 2);
+    EXPECT_EQ(algorithms->at(0).algRef.value_or(-1), 0x02);
+    EXPECT_EQ(algorithms->at(1).algRef.value_or(-1), 0x0A);
+    options.hashOnCard = true;
+    EXPECT_THROW(personalise(options), std::invalid_argument);
+}
+
 TEST_F(Personalised, DirNamesTheApplication) {
     auto records = decodeAll<oss::DIRRecord>(readFile("2F00"));
     ASSERT_EQ(records.size(), 1u);
