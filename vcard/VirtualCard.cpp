@@ -1,6 +1,5 @@
 #include "vcard/VirtualCard.hpp"
 
-#include "vcard/Personalise.hpp"
 #include "vcard/StatusWord.hpp"
 
 #include <algorithm>
@@ -46,10 +45,6 @@ struct Unlock {
 };
 
 } // namespace
-
-std::unique_ptr<VirtualCard> VirtualCard::personalised() {
-    return std::make_unique<VirtualCard>(personalise());
-}
 
 std::unique_ptr<VirtualCard> VirtualCard::open(const std::string& imagePath, ImageAccess access) {
     auto image = std::make_unique<ImageFile>(imagePath, access);

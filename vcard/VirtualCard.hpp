@@ -32,7 +32,8 @@ public:
     /// How long a command sent outside lock() waits for another holder of the image.
     static constexpr std::chrono::seconds commandLockLimit{10};
 
-    /// A freshly personalised card held in memory only.
+    /// A freshly personalised card held in memory only (defined in the library vcard, beside the
+    /// personalisation, which vcard_core does not link).
     static std::unique_ptr<VirtualCard> personalised();
     /// The card stored in the image; every change is saved back to it atomically. Throws
     /// ImageError when the image is missing, corrupt or truncated (the file stays untouched), or

@@ -1,11 +1,10 @@
 #include "host/iso7816/AlgorithmList.hpp"
 
-#include "app/ApplicationException.hpp"
-#include "app/pkcs15/oss/Codec.hpp"
 #include "card/CardException.hpp"
 #include "card/IChannel.hpp"
 #include "host/iso7816/IsoCommand.hpp"
 #include "host/iso7816/Tlv.hpp"
+#include "mw/ObjectIdentifier.hpp"
 
 #include <algorithm>
 
@@ -26,8 +25,8 @@ constexpr unsigned int oidTag = 0x06;
 // The dotted form of an object identifier the card sent (content octets).
 std::string dottedOid(const mw::ByteBuffer& der) {
     try {
-        return app::pkcs15::oss::oidToText(app::pkcs15::oss::Bytes(der.begin(), der.end()));
-    } catch (const app::InvalidDataException&) {
+        return mw::objectIdentifierText(der.data(), der.size());
+    } catch (const mw::IllegalArgumentException&) {
         throwMalformedOid();
     }
 }

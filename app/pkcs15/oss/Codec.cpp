@@ -2,11 +2,9 @@
 
 #include "app/ApplicationException.hpp"
 #include "app/pkcs15/oss/CodecDetail.hpp"
+#include "mw/ObjectIdentifier.hpp"
 
 #include <cryptopp/queue.h>
-
-#include <cctype>
-#include <sstream>
 
 namespace app::pkcs15::oss {
 
@@ -36,35 +34,13 @@ template <class T> Bytes encodeValue(const T& value) {
     return encoded;
 }
 
-[[noreturn]] void invalidOid() {
-    APP_THROW(app::InvalidDataException, kTextInvalid);
-}
-
-std::uint64_t parseArc(std::istringstream& text) {
-    std::string arc;
-    std::getline(text, arc, '.');
-    if (arc.empty() || arc.size() > 18 || (arc.size() > 1 && arc[0] == '0')) {
-        invalidOid();
+// The text conversion is the foundation's; its failures are the codec's.
+template <class Convert> auto convertOid(Convert convert) {
+    try {
+        return convert();
+    } catch (const mw::IllegalArgumentException&) {
+        APP_THROW(app::InvalidDataException, kTextInvalid);
     }
-    for (char digit : arc) {
-        if (std::isdigit(static_cast<unsigned char>(digit)) == 0) {
-            invalidOid();
-        }
-    }
-    return std::stoull(arc);
-}
-
-void appendBase128(Bytes& out, std::uint64_t arc) {
-    std::uint8_t groups[10];
-    std::size_t count = 0;
-    do {
-        groups[count++] = static_cast<std::uint8_t>(arc & 0x7F);
-        arc >>= 7;
-    } while (arc != 0);
-    while (count > 1) {
-        out.push_back(static_cast<std::uint8_t>(groups[--count] | 0x80));
-    }
-    out.push_back(groups[0]);
 }
 
 } // namespace
@@ -81,48 +57,12 @@ P15_OSS_CODEC_TYPES(P15_OSS_CODEC)
 
 #undef P15_OSS_CODEC
 
-// The first two arcs share one subidentifier (40 * first + second).
 std::string oidToText(const Bytes& oid) {
-    if (oid.empty() || (oid.back() & 0x80) != 0) {
-        invalidOid();
-    }
-    std::string text;
-    std::uint64_t arc = 0;
-    for (std::uint8_t octet : oid) {
-        if (arc > (UINT64_MAX >> 7)) {
-            invalidOid();
-        }
-        arc = (arc << 7) | (octet & 0x7F);
-        if ((octet & 0x80) != 0) {
-            continue;
-        }
-        if (text.empty()) {
-            const std::uint64_t first = arc < 80 ? arc / 40 : 2;
-            text = std::to_string(first) + '.' + std::to_string(arc - 40 * first);
-        } else {
-            text += '.' + std::to_string(arc);
-        }
-        arc = 0;
-    }
-    return text;
+    return convertOid([&] { return mw::objectIdentifierText(oid.data(), oid.size()); });
 }
 
 Bytes oidFromText(const std::string& text) {
-    std::istringstream arcs(text);
-    const std::uint64_t first = parseArc(arcs);
-    if (arcs.eof()) {
-        invalidOid();
-    }
-    const std::uint64_t second = parseArc(arcs);
-    if (first > 2 || (first < 2 && second >= 40)) {
-        invalidOid();
-    }
-    Bytes oid;
-    appendBase128(oid, first * 40 + second);
-    while (!arcs.eof()) {
-        appendBase128(oid, parseArc(arcs));
-    }
-    return oid;
+    return convertOid([&] { return mw::objectIdentifierFromText(text); });
 }
 
 } // namespace app::pkcs15::oss

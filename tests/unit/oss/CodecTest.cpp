@@ -404,6 +404,8 @@ TEST(CodecTest, objectIdentifierText) {
         EXPECT_THROW(oss::oidFromText(bad), app::InvalidDataException) << bad;
     }
     EXPECT_THROW(oss::oidToText(hex("2A86")), app::InvalidDataException);
+    EXPECT_THROW(oss::oidToText(hex("FFFFFFFFFFFFFFFFFF7F")),
+                 app::InvalidDataException); // > 64 bits
     EXPECT_THROW(oss::oidToText({}), app::InvalidDataException);
 }
 
