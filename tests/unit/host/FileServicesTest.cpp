@@ -33,31 +33,6 @@ protected:
     }
 };
 
-TEST_P(FileServicesTest, ReadsTheWholeFileFromItsFcpAndAnySlice) {
-    files()->select(*channel_, {0x50, 0x32});
-    EXPECT_EQ(files()->size(*channel_), 512u);
-    const mw::ByteBuffer whole = files()->read(*channel_, 0, 0);
-    ASSERT_EQ(whole.size(), 512u);
-    EXPECT_EQ(whole.get(0), 0x30); // TokenInfo is a DER SEQUENCE
-    EXPECT_EQ(files()->read(*channel_, 300, 100), whole.get(300, 100));
-    EXPECT_EQ(files()->read(*channel_, 500, 0), whole.get(500, 12));
-}
-
-TEST_P(FileServicesTest, EveryPathFormReachesTheSameFile) {
-    files()->select(*channel_, {0x3F, 0x00, 0x50, 0x15, 0x50, 0x31});
-    const mw::ByteBuffer absolute = files()->read(*channel_, 0, 0);
-    files()->select(*channel_, {0x3F, 0xFF, 0x50, 0x31});
-    EXPECT_EQ(files()->read(*channel_, 0, 0), absolute);
-    files()->select(*channel_, {0x50, 0x31});
-    EXPECT_EQ(files()->read(*channel_, 0, 0), absolute);
-
-    files()->select(*channel_, {0x3F, 0x00, 0x2F, 0x00});
-    EXPECT_EQ(files()->size(*channel_), 128u);
-    // Back in the application after a visit to the MF.
-    files()->select(*channel_, {0x99, 0x99});
-    EXPECT_EQ(files()->size(*channel_), 8u);
-}
-
 // The file a failed operation names, "" when none.
 template <class Operation> std::string fileOfFailure(const Operation& operation) {
     try {
@@ -69,8 +44,23 @@ template <class Operation> std::string fileOfFailure(const Operation& operation)
     return "";
 }
 
-TEST_P(FileServicesTest, ReadingBeyondTheEndAndMissingFilesGiveTheCardsStatus) {
-    files()->select(*channel_, {0x99, 0x99});
+// Every path form reaches the same file; a whole read takes the FCP's size, a slice past the end
+// the card's status, and a failure names the file it was about.
+TEST_P(FileServicesTest, PathFormsSlicesAndFailuresOfReadingAFile) {
+    files()->select(*channel_, {0x3F, 0x00, 0x50, 0x15, 0x50, 0x32});
+    EXPECT_EQ(files()->size(*channel_), 512u);
+    const mw::ByteBuffer whole = files()->read(*channel_, 0, 0);
+    ASSERT_EQ(whole.size(), 512u);
+    EXPECT_EQ(files()->read(*channel_, 300, 100), whole.get(300, 100));
+    EXPECT_EQ(files()->read(*channel_, 500, 0), whole.get(500, 12));
+    files()->select(*channel_, {0x3F, 0x00, 0x2F, 0x00}); // a visit to the MF
+    EXPECT_EQ(files()->size(*channel_), 128u);
+    for (const mw::ByteBuffer& path : {mw::ByteBuffer{0x50, 0x32}, {0x3F, 0xFF, 0x50, 0x32}}) {
+        files()->select(*channel_, path);
+        EXPECT_EQ(files()->read(*channel_, 0, 0), whole);
+    }
+
+    files()->select(*channel_, {0x99, 0x99}); // 8 bytes
     EXPECT_CARD_ERROR(files()->read(*channel_, 4, 8), "Read Binary", 0x6282);
     EXPECT_CARD_ERROR(files()->read(*channel_, 8, 1), "Read Binary", 0x6B00);
     EXPECT_EQ(fileOfFailure([&] { files()->read(*channel_, 8, 1); }), "3F00/5015/9999");
@@ -81,28 +71,6 @@ TEST_P(FileServicesTest, ReadingBeyondTheEndAndMissingFilesGiveTheCardsStatus) {
               }),
               "3F00/1234");
     EXPECT_THROW(files()->select(*channel_, {0x50}), mw::IllegalArgumentException);
-}
-
-TEST_P(FileServicesTest, LargeFileRoundTripAndRefusedOverflow) {
-    const mw::ByteBuffer path =
-        createFile(0x90, 1500, {{AccessRead, always()}, {AccessUpdate, pinVerified(0x01)}});
-    const mw::ByteBuffer content = pattern(1500, 3);
-    files()->update(*channel_, 0, content); // the new file is the current one
-    files()->select(*channel_, path);
-    EXPECT_EQ(files()->read(*channel_, 0, 0), content);
-
-    // Lengths at the edges of a command's 255 bytes out and 256 bytes back.
-    for (std::size_t length : {255u, 256u, 510u, 512u, 513u}) {
-        const mw::ByteBuffer part = pattern(length, static_cast<unsigned char>(length));
-        files()->update(*channel_, 1, part);
-        EXPECT_EQ(files()->read(*channel_, 1, length), part) << length;
-    }
-
-    EXPECT_CARD_ERROR(files()->update(*channel_, 1400, pattern(200, 9)), "Update Binary", 0x6A84);
-    EXPECT_EQ(files()->read(*channel_, 1400, 100), content.get(1400, 100));
-
-    fileSystem()->deleteFile(*channel_, path);
-    EXPECT_CARD_ERROR(files()->select(*channel_, path), "Select", 0x6A82);
 }
 
 // The largest EF, across the 7FFF/8000 line between offsets in P1-P2 and
@@ -119,11 +87,12 @@ TEST_P(FileServicesTest, AnFfffByteFileIsReadAndUpdatedToItsLastByte) {
     const struct {
         std::size_t offset;
         std::size_t length;
-    } ranges[] = {{0x7FFF, 1},     {0x8000, 1}, {0x7F80, 0x100},
-                  {0x8000, 0x200}, {0xFFFE, 1}, {0xFE00, 0x1FF}};
+    } ranges[] = {{1, 255},    {1, 256},        {1, 510},        {1, 513},    {0x7FFF, 1},
+                  {0x8000, 1}, {0x7F80, 0x100}, {0x8000, 0x200}, {0xFFFE, 1}, {0xFE00, 0x1FF}};
     mw::ByteBuffer expected = content;
     for (const auto& range : ranges) {
-        const mw::ByteBuffer part = pattern(range.length, static_cast<unsigned char>(range.offset));
+        const mw::ByteBuffer part =
+            pattern(range.length, static_cast<unsigned char>(range.offset + range.length));
         files()->update(*channel_, range.offset, part);
         std::copy(part.begin(), part.end(), expected.begin() + range.offset);
         EXPECT_EQ(files()->read(*channel_, range.offset, range.length), part) << range.offset;
@@ -131,6 +100,7 @@ TEST_P(FileServicesTest, AnFfffByteFileIsReadAndUpdatedToItsLastByte) {
     EXPECT_EQ(files()->read(*channel_, 0, 0), expected) << "nothing around the ranges changes";
     EXPECT_EQ(files()->read(*channel_, 0xFFFE, 0), expected.get(0xFFFE, 1));
     fileSystem()->deleteFile(*channel_, path);
+    EXPECT_CARD_ERROR(files()->select(*channel_, path), "Select", 0x6A82);
 }
 
 TEST_P(FileServicesTest, CreatedConditionsAreEnforcedByTheCard) {
@@ -142,6 +112,8 @@ TEST_P(FileServicesTest, CreatedConditionsAreEnforcedByTheCard) {
     EXPECT_CARD_ERROR(files()->update(*channel_, 0, data), "Update Binary", 0x6982);
     pins()->authenticate(*channel_, pinReference(0x03), paddedPin(soPin));
     files()->update(*channel_, 0, data);
+    // Past the end the card refuses the whole update (6A84), leaving the file as it was.
+    EXPECT_CARD_ERROR(files()->update(*channel_, 8, pattern(9, 9)), "Update Binary", 0x6A84);
     pins()->deauthenticate(*channel_, pinReference(0x03));
     EXPECT_CARD_ERROR(files()->update(*channel_, 0, data), "Update Binary", 0x6982);
     EXPECT_EQ(files()->read(*channel_, 0, 0), data);

@@ -17,6 +17,7 @@
 #include <boost/exception/get_error_info.hpp>
 #include <boost/make_shared.hpp>
 #include <deque>
+#include <functional>
 #include <gtest/gtest.h>
 
 namespace hosttest {
@@ -107,44 +108,100 @@ protected:
     boost::shared_ptr<host::iso7816::Card> card_;
 };
 
-TEST_F(HostileCardTest, TruncatedOrMissingAnswersAreInvalidData) {
-    play({{0x90}});
-    expectInvalidData([&] { selectFile(); }, "Select");
-    play({});
-    expectInvalidData([&] { selectFile(); }, "Select");
-}
-
-// Each FCP fails the SELECT at once, naming the file and the field.
-TEST_F(HostileCardTest, MalformedFcpFailsTheSelectNamingFileAndField) {
+// Every parser of card answers (FCP, wrapped READ BINARY, 7F49 key template, algorithm list) and
+// the framing itself: answers too short, too long, or with nested lengths overrunning their
+// template fail their command as invalid data, never read past the answer.
+TEST_F(HostileCardTest, MalformedAnswersFailTheirCommandAsInvalidData) {
+    const auto files = service<card::service::IFileAccessService>("FileAccessService");
+    const auto keys =
+        service<card::service::IAsymmetricKeyManagementService>("AsymmetricKeyManagementService");
+    const ByteBuffer threeBytes{0x62, 0x07, 0x80, 0x02, 0x00, 0x03, 0x82, 0x01, 0x01, 0x90, 0x00};
+    const ByteBuffer largest{0x62, 0x07, 0x80, 0x02, 0xFF, 0xFF, 0x82, 0x01, 0x01, 0x90, 0x00};
+    const std::function<void()> select = [&] { selectFile(); };
+    const std::function<void()> readAll = [&] { selectFile(), files->read(*channel_, 0, 0); };
+    const std::function<void()> read8000 = [&] { selectFile(), files->read(*channel_, 0x8000, 1); };
+    const std::function<void()> algorithms = [&] { host::iso7816::Card(channel_).getAlgorithms(); };
+    const ByteBuffer efFcp{0x62, 0x03, 0x82, 0x01, 0x01, 0x90, 0x00};
+    const std::function<void()> selectMf = [&] { files->select(*channel_, {0x3F, 0x00}); };
+    const std::function<void()> selectApplication = [&] {
+        card_->selectApplication(*channel_, host::iso7816::pkcs15Aid());
+    };
+    const std::function<void()> publicKey = [&] {
+        keys->readPublicKey(*channel_, keyRef(1, 1024, 0x0F));
+    };
+    const char* const tlv = "malformed TLV data from the card";
+    const char* const key = "Generate Asymmetric Key Pair";
     const struct {
-        ByteBuffer answer;
-        const char* text;
+        std::vector<ByteBuffer> answers;
+        const std::function<void()>& operation;
+        const char* command;
+        const char* text; // checked with the file it names when given
     } cases[] = {
-        {{0x62, 0x05, 0x82, 0x90, 0x00}, "malformed TLV data from the card"},
-        {{0x62, 0x03, 0x82, 0x03, 0x01, 0x00, 0x00, 0x90, 0x00},
-         "malformed TLV data from the card"},
-        {{0x6F, 0x03, 0x82, 0x01, 0x01, 0x90, 0x00}, "malformed TLV data from the card"},
-        {{0x62, 0x04, 0x83, 0x02, 0x50, 0x31, 0x90, 0x00}, "FCP without a file descriptor"},
-        {{0x62, 0x08, 0x80, 0x03, 0x00, 0x00, 0x20, 0x82, 0x01, 0x01, 0x90, 0x00},
+        {{{0x90}}, select, "Select", nullptr},                   // a one-byte answer
+        {{}, select, "Select", nullptr},                         // no answer at all
+        {{{0x01, 0x61, 0x00}}, select, "Get Response", nullptr}, // an answer that never ends
+        {{{0x62, 0x05, 0x82, 0x90, 0x00}}, select, "Select", tlv},
+        {{{0x62, 0x03, 0x82, 0x03, 0x01, 0x00, 0x00, 0x90, 0x00}}, select, "Select", tlv},
+        {{{0x6F, 0x03, 0x82, 0x01, 0x01, 0x90, 0x00}}, select, "Select", tlv},
+        {{{0x62, 0x04, 0x83, 0x02, 0x50, 0x31, 0x90, 0x00}},
+         select,
+         "Select",
+         "FCP without a file descriptor"},
+        {{{0x62, 0x08, 0x80, 0x03, 0x00, 0x00, 0x20, 0x82, 0x01, 0x01, 0x90, 0x00}},
+         select,
+         "Select",
          "FCP with a malformed file size"},
-        {{0x62, 0x06, 0x82, 0x01, 0x01, 0x83, 0x01, 0x50, 0x90, 0x00},
+        {{{0x62, 0x06, 0x82, 0x01, 0x01, 0x83, 0x01, 0x50, 0x90, 0x00}},
+         select,
+         "Select",
          "FCP with a malformed file identifier"},
-        {{0x62, 0x07, 0x82, 0x01, 0x01, 0x83, 0x02, 0x50, 0x32, 0x90, 0x00},
+        {{{0x62, 0x07, 0x82, 0x01, 0x01, 0x83, 0x02, 0x50, 0x32, 0x90, 0x00}},
+         select,
+         "Select",
          "FCP with another file identifier than selected"},
-        {{0x62, 0x03, 0x82, 0x01, 0x01, 0x00, 0x90, 0x00}, "FCP followed by other data"},
+        {{{0x62, 0x03, 0x82, 0x01, 0x01, 0x00, 0x90, 0x00}},
+         select,
+         "Select",
+         "FCP followed by other data"},
+        {{efFcp}, selectMf, "Select", nullptr},          // the MF as an EF
+        {{efFcp}, selectApplication, "Select", nullptr}, // an EF as the application
+        // READ BINARY of a 3-byte EF answered with 2 or 4 bytes.
+        {{threeBytes, {0x01, 0x02, 0x90, 0x00}}, readAll, "Read Binary", nullptr},
+        {{threeBytes, {0x01, 0x02, 0x03, 0x04, 0x90, 0x00}}, readAll, "Read Binary", nullptr},
+        // Beyond 7FFF: another object, a longer or shorter one, or one overrunning the answer.
+        {{largest, {0x73, 0x01, 0xAB, 0x90, 0x00}}, read8000, "Read Binary", nullptr},
+        {{largest, {0x53, 0x02, 0xAB, 0xCD, 0x90, 0x00}}, read8000, "Read Binary", nullptr},
+        {{largest, {0x53, 0x00, 0x90, 0x00}}, read8000, "Read Binary", nullptr},
+        {{largest, {0x53, 0x00, 0xAB, 0x90, 0x00}}, read8000, "Read Binary", nullptr},
+        {{largest, {0x53, 0x02, 0xAB, 0x90, 0x00}}, read8000, "Read Binary", nullptr},
+        {{largest, {0xAB, 0x90, 0x00}}, read8000, "Read Binary", nullptr},
+        // Algorithm lists: an empty or cut OID, an OID overrunning the list, a list overrunning
+        // the answer.
+        {{{0xA0, 0x02, 0x06, 0x00, 0x90, 0x00}}, algorithms, "Get Data", nullptr},
+        {{{0xA0, 0x03, 0x06, 0x01, 0x81, 0x90, 0x00}}, algorithms, "Get Data", nullptr},
+        {{{0xA0, 0x03, 0x06, 0x05, 0x2B, 0x90, 0x00}}, algorithms, "Get Data", tlv},
+        {{{0xA0, 0x05, 0x06, 0x01, 0x2B, 0x90, 0x00}}, algorithms, "Get Data", tlv},
+        // 7F49 without an exponent, with a 4-byte length, overrun by its exponent, overrunning
+        // the answer.
+        {{{0x7F, 0x49, 0x03, 0x81, 0x01, 0xC5, 0x90, 0x00}}, publicKey, key, nullptr},
+        {{{0x7F, 0x49, 0x84, 0x00, 0x00, 0x00, 0x01, 0x90, 0x00}}, publicKey, key, nullptr},
+        {{{0x7F, 0x49, 0x06, 0x81, 0x01, 0xC5, 0x82, 0x03, 0x01, 0x90, 0x00}}, publicKey, key, tlv},
+        {{{0x7F, 0x49, 0x09, 0x81, 0x01, 0xC5, 0x82, 0x01, 0x03, 0x90, 0x00}}, publicKey, key, tlv},
     };
     for (const auto& c : cases) {
-        play({c.answer});
-        EXPECT_EQ(expectInvalidData([&] { selectFile(); }, "Select"),
-                  std::make_pair(std::string(c.text), std::string("3F00/5015/5031")));
-        EXPECT_EQ(sent_.size(), 1u) << c.text;
+        SCOPED_TRACE(testing::PrintToString(c.answers));
+        play({});
+        script_.assign(c.answers.begin(), c.answers.end());
+        const auto [text, file] = expectInvalidData(c.operation, c.command);
+        if (c.text != nullptr && &c.operation == &select) {
+            EXPECT_EQ(std::make_pair(text, file),
+                      std::make_pair(std::string(c.text), std::string("3F00/5015/5031")));
+            EXPECT_EQ(sent_.size(), 1u) << "the SELECT fails at once";
+        } else if (c.text != nullptr) {
+            EXPECT_EQ(text, c.text);
+        }
+        EXPECT_LE(sent_.size(), 300u) << "GET RESPONSE is not asked for ever";
     }
-    const auto files = service<card::service::IFileAccessService>("FileAccessService");
-    play({{0x62, 0x03, 0x82, 0x01, 0x01, 0x90, 0x00}}); // the MF as an EF
-    expectInvalidData([&] { files->select(*channel_, {0x3F, 0x00}); }, "Select");
-    play({{0x62, 0x03, 0x82, 0x01, 0x01, 0x90, 0x00}}); // an EF as the application
-    expectInvalidData([&] { card_->selectApplication(*channel_, host::iso7816::pkcs15Aid()); },
-                      "Select");
 }
 
 // Offsets up to 7FFF travel in P1-P2, beyond in an offset object 54 with the
@@ -183,34 +240,6 @@ TEST_F(HostileCardTest, OffsetsBeyond7FFFUseTheOddInsAndCheckTheWrappedAnswer) {
     EXPECT_THROW(files->read(*channel_, 0x7F00, 0x8100), mw::IllegalArgumentException);
     EXPECT_THROW(files->update(*channel_, 0xFFFE, {0x01, 0x02}), mw::IllegalArgumentException);
     EXPECT_TRUE(sent_.empty());
-
-    // Another object, a longer or shorter one, or one overrunning the answer.
-    const ByteBuffer hostileAnswers[] = {
-        {0x73, 0x01, 0xAB, 0x90, 0x00}, {0x53, 0x02, 0xAB, 0xCD, 0x90, 0x00},
-        {0x53, 0x00, 0x90, 0x00},       {0x53, 0x00, 0xAB, 0x90, 0x00},
-        {0x53, 0x02, 0xAB, 0x90, 0x00}, {0xAB, 0x90, 0x00},
-    };
-    for (const ByteBuffer& hostile : hostileAnswers) {
-        answer({hostile});
-        expectInvalidData([&] { files->read(*channel_, 0x8000, 1); }, "Read Binary");
-    }
-}
-
-TEST_F(HostileCardTest, AnswerThatNeverEndsIsCutOff) {
-    play({{0x01, 0x61, 0x00}});
-    expectInvalidData([&] { selectFile(); }, "Get Response");
-    EXPECT_LE(sent_.size(), 300u);
-}
-
-TEST_F(HostileCardTest, ReadAnswerOfAnotherLengthIsInvalidData) {
-    const ByteBuffer fcp{0x62, 0x07, 0x80, 0x02, 0x00, 0x03, 0x82, 0x01, 0x01, 0x90, 0x00};
-    const auto files = service<card::service::IFileAccessService>("FileAccessService");
-    for (const ByteBuffer& answer :
-         {ByteBuffer{0x01, 0x02, 0x90, 0x00}, ByteBuffer{0x01, 0x02, 0x03, 0x04, 0x90, 0x00}}) {
-        play({fcp, answer});
-        selectFile();
-        expectInvalidData([&] { files->read(*channel_, 0, 0); }, "Read Binary");
-    }
 }
 
 ByteBuffer statusWord(unsigned short sw) {
@@ -265,6 +294,10 @@ TEST_F(HostileCardTest, WrongLeAndGetResponseAreFollowed) {
                                               {0x00, 0xCA, 0x01, 0xA0, 0x0D},
                                               {0x00, 0xC0, 0x00, 0x00, 0x00}}));
 
+    // A refused GET RESPONSE fails as itself, with the card's status word.
+    play({{0x01, 0x61, 0x10}, {0x6A, 0x86}});
+    EXPECT_CARD_ERROR(selectFile(), "Get Response", 0x6A86);
+
     // A card that keeps asking gets one more try only.
     play({{0x62, 0x07, 0x80, 0x02, 0x00, 0x20, 0x82, 0x01, 0x01, 0x90, 0x00}, {0x6C, 0x05}});
     selectFile();
@@ -274,21 +307,37 @@ TEST_F(HostileCardTest, WrongLeAndGetResponseAreFollowed) {
     EXPECT_EQ(sent_[2], (ByteBuffer{0x00, 0xB0, 0x00, 0x00, 0x05}));
 }
 
-TEST_F(HostileCardTest, MalformedAlgorithmListsAndKeyTemplatesAreInvalidData) {
-    for (const ByteBuffer& answer : {ByteBuffer{0xA0, 0x02, 0x06, 0x00, 0x90, 0x00},
-                                     ByteBuffer{0xA0, 0x03, 0x06, 0x01, 0x81, 0x90, 0x00}}) {
-        play({answer});
-        expectInvalidData([&] { card_->getAlgorithms(); }, "Get Data");
-    }
+// The last key reference, FF, reaches MSE, GENERATE and the key file (0E7F) whole; 7F, the one
+// just below the first reference with the top bit, names no key file and sends nothing.
+TEST_F(HostileCardTest, KeyReferencesReachTheCardWholeToTheLastOne) {
+    using card::service::ICardKeyOperation;
     const auto keys =
         service<card::service::IAsymmetricKeyManagementService>("AsymmetricKeyManagementService");
-    for (const ByteBuffer& answer :
-         {ByteBuffer{0x7F, 0x49, 0x03, 0x81, 0x01, 0xC5, 0x90, 0x00},          // no exponent
-          ByteBuffer{0x7F, 0x49, 0x84, 0x00, 0x00, 0x00, 0x01, 0x90, 0x00}}) { // 4-byte length
-        play({answer});
-        expectInvalidData([&] { keys->readPublicKey(*channel_, keyRef(1, 1024, 0x0F)); },
-                          "Generate Asymmetric Key Pair");
-    }
+    card::service::KeyRef last;
+    last.keyReference = 0xFF;
+    last.modulusBits = 1024;
+    play({{0x6A, 0x88}, {0x90, 0x00}}); // the card lists no algorithms
+    service<card::service::ICryptographyService>("CryptographyService")
+        ->getSignature("1.2.840.113549.1.1.1")
+        ->init(*channel_, last, ICardKeyOperation::Sign);
+    EXPECT_EQ(sent_.back().get(0, 8), (ByteBuffer{0x00, 0x22, 0x41, 0xB6, 0x03, 0x84, 0x01, 0xFF}));
+    answer({{0x7F, 0x49, 0x06, 0x81, 0x01, 0xC5, 0x82, 0x01, 0x03, 0x90, 0x00}});
+    keys->generateKeyPair(*channel_, last, last);
+    keys->readPublicKey(*channel_, last);
+    ASSERT_EQ(sent_.size(), 2u);
+    EXPECT_EQ(sent_[0].get(0, 4), (ByteBuffer{0x00, 0x46, 0x00, 0xFF}));
+    EXPECT_EQ(sent_[1].get(0, 4), (ByteBuffer{0x00, 0x46, 0x01, 0xFF}));
+    answer({{0x90, 0x00}});
+    keys->removePrivateKey(*channel_, last);
+    EXPECT_EQ(sent_.back(), (ByteBuffer{0x00, 0xE4, 0x00, 0x00, 0x02, 0x0E, 0x7F}));
+
+    last.keyReference = 0x7F;
+    sent_.clear();
+    EXPECT_THROW(keys->removePublicKey(*channel_, last), mw::IllegalArgumentException);
+    last.keyReference = 0x81; // nor does a longer path for its file
+    last.fileId = ByteBuffer{0x3F, 0x00, 0x50, 0x15, 0x4B, 0x01};
+    EXPECT_THROW(keys->removePublicKey(*channel_, last), mw::IllegalArgumentException);
+    EXPECT_TRUE(sent_.empty());
 }
 
 TEST_F(HostileCardTest, ChainedCommandStopsAtTheFirstRefusedPart) {

@@ -1,20 +1,16 @@
-// Key services on the card, in-process and over PC/SC, checked with Crypto++.
+// Key services on the card, in-process and over PC/SC.
 #include "CardFixture.hpp"
 #include "TestKeys.hpp"
 
 #include "card/CardException.hpp"
-#include "card/crypto/spec/RsaPrivateCrtKeySpec.hpp"
 #include "mw/Exception.hpp"
 
 #include <boost/exception/get_error_info.hpp>
-#include <cryptopp/osrng.h>
-#include <cryptopp/rsa.h>
 
 namespace hosttest {
 namespace {
 
 using namespace card::service;
-using card::crypto::spec::RsaPublicKeySpec;
 
 const std::string rsaEncryption = "1.2.840.113549.1.1.1";
 
@@ -37,82 +33,10 @@ protected:
         EXPECT_CARD_ERROR(keys()->readPublicKey(*channel_, publicKey),
                           "Generate Asymmetric Key Pair", 0x6A88);
     }
-
-    // Signs and deciphers with the private key; checks both in software.
-    void expectKeyPairWorks(const KeyRef& privateKey, const RsaPublicKeySpec& publicKey) const {
-        mw::ByteBuffer digestInfo{0x30, 0x21, 0x30, 0x09, 0x06, 0x05, 0x2B, 0x0E,
-                                  0x03, 0x02, 0x1A, 0x05, 0x00, 0x04, 0x14};
-        digestInfo.append(mw::ByteBuffer(20)); // a SHA-1 value
-        const auto signer = crypto()->getSignature(rsaEncryption);
-        ASSERT_TRUE(signer);
-        signer->init(*channel_, privateKey, ICardKeyOperation::Sign);
-        EXPECT_TRUE(isPkcs1Signature(publicKey, digestInfo, signer->sign(*channel_, digestInfo)));
-
-        const mw::ByteBuffer secret{'s', 'e', 's', 's', 'i', 'o', 'n', ' ', 'k', 'e', 'y'};
-        const auto decipherer = crypto()->getCipher(rsaEncryption);
-        ASSERT_TRUE(decipherer);
-        decipherer->init(*channel_, privateKey, ICardKeyOperation::Decipher);
-        EXPECT_EQ(decipherer->decipher(*channel_, encipher(publicKey, secret)), secret);
-    }
 };
 
-TEST_P(KeyServicesTest, GeneratedKeyPairsSignDecipherAndAreRemoved) {
-    for (unsigned short bits : {1024, 2048}) {
-        SCOPED_TRACE(bits);
-        const unsigned char kid = bits == 1024 ? 0x01 : 0x0D;
-        const KeyRef privateKey = keyRef(kid, bits, 0x0E);
-        const KeyRef publicKey = keyRef(kid, bits, 0x0F);
-        createKeyFiles(privateKey, publicKey);
-
-        const RsaPublicKeySpec generated =
-            keys()->generateKeyPair(*channel_, privateKey, publicKey);
-        EXPECT_EQ(generated.getModulus().size(), bits / 8u);
-        EXPECT_EQ(generated.getPublicExponent(), (mw::ByteBuffer{0x01, 0x00, 0x01}));
-        const RsaPublicKeySpec read = keys()->readPublicKey(*channel_, publicKey);
-        EXPECT_EQ(read.getModulus(), generated.getModulus());
-
-        expectKeyPairWorks(privateKey, generated);
-        removeKeys(privateKey, publicKey);
-    }
-}
-
-// A reference without its top bit (a card's own key) or a key named by a
-// longer path has no key file of the profile's: 01 must not reach 0E01.
-TEST_P(KeyServicesTest, KeysOutsideTheProfileReachNoKeyFile) {
-    const KeyRef privateKey = keyRef(0x01, 1024, 0x0E);
-    createKeyFiles(privateKey, keyRef(0x01, 1024, 0x0F));
-    KeyRef cardsOwn;
-    cardsOwn.keyReference = 0x01;
-    EXPECT_THROW(keys()->removePrivateKey(*channel_, cardsOwn), mw::IllegalArgumentException);
-    cardsOwn.fileId = mw::ByteBuffer{0x3F, 0x00, 0x50, 0x15, 0x4B, 0x01};
-    EXPECT_THROW(keys()->removePublicKey(*channel_, cardsOwn), mw::IllegalArgumentException);
-    removeKeys(privateKey, keyRef(0x01, 1024, 0x0F));
-}
-
-TEST_P(KeyServicesTest, ImportedCrtKeyMatchesItsSoftwareTwin) {
-    CryptoPP::AutoSeededRandomPool rng;
-    CryptoPP::InvertibleRSAFunction software;
-    software.Initialize(rng, 1536, CryptoPP::Integer(65537));
-    const CryptoPP::Integer& p = software.GetPrime1();
-    const CryptoPP::Integer& q = software.GetPrime2();
-    const std::size_t half = 96;
-    const card::crypto::spec::RsaPrivateCrtKeySpec spec(
-        1536, toBytes(software.GetPublicExponent(), 3), toBytes(p, half), toBytes(q, half),
-        toBytes(software.GetModPrime1PrivateExponent(), half),
-        toBytes(software.GetModPrime2PrivateExponent(), half), toBytes(p.InverseMod(q), half),
-        toBytes(software.GetMultiplicativeInverseOfPrime2ModPrime1(), half));
-
-    const KeyRef privateKey = keyRef(0x07, 1536, 0x0E);
-    const KeyRef publicKey = keyRef(0x07, 1536, 0x0F);
-    createKeyFiles(privateKey, publicKey);
-    keys()->importPrivateKey(*channel_, privateKey, spec);
-
-    const RsaPublicKeySpec onCard = keys()->readPublicKey(*channel_, publicKey);
-    EXPECT_EQ(toInteger(onCard.getModulus()), software.GetModulus());
-    expectKeyPairWorks(privateKey, onCard);
-    removeKeys(privateKey, publicKey);
-}
-
+// Generation, import, signing and deciphering against software twins run through the whole
+// stack in the e2e engine and PKCS#11 tests; here, what they do not reach.
 TEST_P(KeyServicesTest, KeyUseNeedsItsConditionAndAnExistingKey) {
     const KeyRef privateKey = keyRef(0x02, 1024, 0x0E);
     const KeyRef publicKey = keyRef(0x02, 1024, 0x0F);
@@ -130,32 +54,30 @@ TEST_P(KeyServicesTest, KeyUseNeedsItsConditionAndAnExistingKey) {
                       "Manage Security Environment", 0x6A88);
 }
 
-TEST_P(KeyServicesTest, CardReportsItsAlgorithmsAndRandomBytes) {
+// The card and the applet selected by AID offer the same services and the one algorithm the
+// card lists, nothing else; random bytes beyond one GET CHALLENGE are fresh.
+TEST_P(KeyServicesTest, CardAndAppletOfferTheListedAlgorithmsAndServicesOnly) {
+    const host::iso7816::Applet applet(session_, host::iso7816::pkcs15Aid());
+    applet.select(*channel_);
+    for (const char* name : {"PinManagementService", "FileAccessService", "FileSystemService",
+                             "CryptographyService", "AsymmetricKeyManagementService"}) {
+        EXPECT_TRUE(applet.hasInterface(name) && applet.getInterface(name)) << name;
+    }
+    EXPECT_FALSE(applet.hasInterface("SecretKeyService") ||
+                 applet.getInterface("SecretKeyService"));
+    EXPECT_EQ(applet.getAlgorithms(), std::vector<std::string>{rsaEncryption});
     EXPECT_EQ(card_->getAlgorithms(), std::vector<std::string>{rsaEncryption});
     EXPECT_FALSE(crypto()->getSignature("1.2.840.113549.1.1.11"));
     EXPECT_FALSE(crypto()->getCipher("1.2.840.113549.1.1.7"));
+    EXPECT_CARD_ERROR(
+        host::iso7816::Applet(session_, {0xA0, 0x00, 0x00, 0x00, 0x01}).select(*channel_), "Select",
+        0x6A82);
 
     const auto random = crypto()->getRandom();
     const mw::ByteBuffer first = random->generate(*channel_, 300);
     EXPECT_EQ(first.size(), 300u);
     EXPECT_NE(random->generate(*channel_, 300), first);
     EXPECT_TRUE(random->generate(*channel_, 0).empty());
-}
-
-TEST_P(KeyServicesTest, AppletSelectsItselfAndOffersTheSameServices) {
-    const host::iso7816::Applet applet(session_, host::iso7816::pkcs15Aid());
-    applet.select(*channel_);
-    for (const char* name : {"PinManagementService", "FileAccessService", "FileSystemService",
-                             "CryptographyService", "AsymmetricKeyManagementService"}) {
-        EXPECT_TRUE(applet.hasInterface(name)) << name;
-        EXPECT_TRUE(applet.getInterface(name)) << name;
-    }
-    EXPECT_FALSE(applet.hasInterface("SecretKeyService"));
-    EXPECT_FALSE(applet.getInterface("SecretKeyService"));
-    EXPECT_EQ(applet.getAlgorithms(), std::vector<std::string>{rsaEncryption});
-
-    const host::iso7816::Applet stranger(session_, {0xA0, 0x00, 0x00, 0x00, 0x01});
-    EXPECT_CARD_ERROR(stranger.select(*channel_), "Select", 0x6A82);
 }
 
 INSTANTIATE_TEST_SUITE_P(Transports, KeyServicesTest,

@@ -16,12 +16,6 @@ card::service::AccessConditions grant(unsigned short modes,
 card::service::KeyRef keyRef(unsigned char kid, unsigned short bits, unsigned char filePrefix);
 
 CryptoPP::Integer toInteger(const mw::ByteBuffer& bytes);
-mw::ByteBuffer toBytes(const CryptoPP::Integer& value, std::size_t length);
-
-// True when `signature` is the PKCS#1 v1.5 block-type-1 signature of `data`
-// under the public key.
-bool isPkcs1Signature(const card::crypto::spec::RsaPublicKeySpec& key, const mw::ByteBuffer& data,
-                      const mw::ByteBuffer& signature);
 // `message` enciphered with PKCS#1 v1.5 (block type 2) under the public key.
 mw::ByteBuffer encipher(const card::crypto::spec::RsaPublicKeySpec& key,
                         const mw::ByteBuffer& message);
