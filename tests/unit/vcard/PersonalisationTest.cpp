@@ -44,15 +44,17 @@ protected:
     }
 };
 
-TEST_F(Personalised, TokenInfoHasARandomSerialAndTheCardAlgorithm) {
+// EF(DIR) names the application; TokenInfo lists the card's algorithm and a serial of its own.
+TEST_F(Personalised, DirAndTokenInfo) {
+    auto records = decodeAll<oss::DIRRecord>(readFile("2F00"));
+    ASSERT_EQ(records.size(), 1u);
+    EXPECT_EQ(records[0].aid, pkcs15ApplicationId());
+    EXPECT_EQ(records[0].path, hex("3F005015"));
     auto info = decodeAll<oss::TokenInfo>(readFile("5015 5032")).at(0);
-    ASSERT_TRUE(info.serialNumber);
+    ASSERT_TRUE(info.serialNumber && info.supportedAlgorithms);
     EXPECT_EQ(info.serialNumber->size(), 8u);
-    ASSERT_TRUE(info.supportedAlgorithms);
     EXPECT_EQ(oss::oidToText(*info.supportedAlgorithms->at(0).algId), "1.2.840.113549.1.1.1");
-
-    auto other = VirtualCard::personalised();
-    card = std::move(other);
+    card = VirtualCard::personalised();
     auto otherInfo = decodeAll<oss::TokenInfo>(readFile("5015 5032")).at(0);
     ASSERT_TRUE(otherInfo.serialNumber);
     EXPECT_NE(*otherInfo.serialNumber, *info.serialNumber);
@@ -70,13 +72,6 @@ TEST_F(Personalised, AnIsoCardListsAnAlgorithmReferenceForEachOperation) {
     EXPECT_EQ(algorithms->at(1).algRef.value_or(-1), 0x0A);
     options.hashOnCard = true;
     EXPECT_THROW(personalise(options), std::invalid_argument);
-}
-
-TEST_F(Personalised, DirNamesTheApplication) {
-    auto records = decodeAll<oss::DIRRecord>(readFile("2F00"));
-    ASSERT_EQ(records.size(), 1u);
-    EXPECT_EQ(records[0].aid, pkcs15ApplicationId());
-    EXPECT_EQ(records[0].path, hex("3F005015"));
 }
 
 TEST(Personalisation, RefusesPinsThatDoNotFit) {
