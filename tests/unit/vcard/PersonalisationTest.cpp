@@ -60,25 +60,17 @@ TEST_F(Personalised, DirAndTokenInfo) {
     EXPECT_NE(*otherInfo.serialNumber, *info.serialNumber);
 }
 
-// Each operation has its own card reference (algRef), which MSE must name; an iso card hashes not.
-TEST_F(Personalised, AnIsoCardListsAnAlgorithmReferenceForEachOperation) {
-    Personalisation options;
-    options.profile = CardProfile::Iso;
-    card = std::make_unique<VirtualCard>(personalise(options));
-    const auto algorithms =
-        decodeAll<oss::TokenInfo>(readFile("5015 5032")).at(0).supportedAlgorithms;
-    ASSERT_TRUE(algorithms && algorithms->size() == 2);
-    EXPECT_EQ(algorithms->at(0).algRef.value_or(-1), 0x02);
-    EXPECT_EQ(algorithms->at(1).algRef.value_or(-1), 0x0A);
-    options.hashOnCard = true;
-    EXPECT_THROW(personalise(options), std::invalid_argument);
-}
-
-TEST(Personalisation, RefusesPinsThatDoNotFit) {
+// PINs of fewer than four digits or not of digits, and a hashing card of the iso profile.
+// The iso card's algorithm references are used by the plugin's iso profile suites.
+TEST(Personalisation, RefusesOptionsThatDoNotFit) {
     Personalisation options;
     options.userPin = "123";
     EXPECT_THROW(personalise(options), std::invalid_argument);
     options.userPin = "12a456";
+    EXPECT_THROW(personalise(options), std::invalid_argument);
+    options = Personalisation();
+    options.profile = CardProfile::Iso;
+    options.hashOnCard = true;
     EXPECT_THROW(personalise(options), std::invalid_argument);
 }
 

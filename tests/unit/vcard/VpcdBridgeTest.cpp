@@ -41,7 +41,7 @@ public:
         port_ = ntohs(address.sin_port);
     }
     ~FakeDriver() {
-        closeConnection();
+        ::close(connection_);
         ::close(listener_);
     }
     std::uint16_t port() const { return port_; }
@@ -49,11 +49,6 @@ public:
         connection_ = ::accept(listener_, nullptr, nullptr);
         ASSERT_GE(connection_, 0) << "the bridge did not connect";
         setReceiveTimeout(connection_);
-    }
-    void closeConnection() {
-        if (connection_ >= 0)
-            ::close(connection_);
-        connection_ = -1;
     }
 
     void send(const Bytes& payload) {
