@@ -57,6 +57,21 @@ inline Bytes paddedPin(const std::string& digits) {
     return pin;
 }
 
+inline std::uint16_t sw(VirtualCard& card, const Bytes& command) {
+    return statusWord(card.transmit(command));
+}
+inline std::uint16_t sw(VirtualCard& card, const std::string& command) {
+    return sw(card, hex(command));
+}
+
+/// From the application DF after the user PIN: key files 0E01/0F01 and key pair 81 of 1024 bits.
+inline std::vector<Bytes> keyPairCommands() {
+    return {createFile("80020400 820111 83020E01", "A0029700 A103880101 A203880101 A303880101"),
+            hex("00A4000C 02 5015"),
+            createFile("80020400 820112 83020F01", "A0029000 A103880101 A203880101 A3029700"),
+            hex("00A4000C 02 5015"), hex("00460081 04 80020400 00")};
+}
+
 /// A personalised in-memory card and shorthand for the commands most tests need.
 class CardTest : public ::testing::Test {
 protected:
@@ -64,8 +79,8 @@ protected:
 
     Bytes send(const Bytes& command) { return card->transmit(command); }
     Bytes send(const std::string& command) { return card->transmit(hex(command)); }
-    std::uint16_t sw(const std::string& command) { return statusWord(send(command)); }
-    std::uint16_t sw(const Bytes& command) { return statusWord(send(command)); }
+    std::uint16_t sw(const std::string& command) { return test::sw(*card, command); }
+    std::uint16_t sw(const Bytes& command) { return test::sw(*card, command); }
 
     void selectApplication() { ASSERT_EQ(sw("00A4040C0C A000000063504B43532D3135"), 0x9000); }
     void verifyUserPin() { ASSERT_EQ(sw(apdu(0, 0x20, 0, 1, paddedPin("123456"))), 0x9000); }

@@ -1,4 +1,4 @@
-// SELECT, READ/UPDATE BINARY, CREATE/DELETE FILE and access conditions.
+// SELECT, READ/UPDATE BINARY, CREATE/DELETE FILE, access conditions and the card's limits.
 
 #include "CardTestSupport.hpp"
 
@@ -10,66 +10,67 @@
 namespace vcard::test {
 namespace {
 
+struct Row {
+    std::string apdu;
+    std::uint16_t sw;
+};
+
 class FileCommands : public CardTest {
 protected:
-    /// The FCP tags of the answer to a SELECT with FCP.
-    std::vector<Tlv> fcpOf(const std::string& select) {
-        Bytes response = send(select);
-        EXPECT_EQ(statusWord(response), 0x9000);
-        std::vector<Tlv> outer = parseTlvs(dataOf(response));
-        if (outer.size() != 1 || outer[0].tag != 0x62) {
-            ADD_FAILURE() << "not an FCP: " << toHex(response);
-            return {};
-        }
-        return parseTlvs(outer[0].value);
+    void expectAnswers(const std::vector<Row>& rows) {
+        for (const Row& row : rows)
+            EXPECT_EQ(sw(row.apdu), row.sw) << row.apdu;
     }
-
     /// CREATE FILE of a transparent EF with the given security attributes.
     std::uint16_t createEf(const std::string& fid, const std::string& size,
                            const std::string& security) {
         return sw(createFile("8002" + size + "820101 8302" + fid, security));
     }
+    /// The card as its image would load it again.
+    void reloadThroughImage() {
+        card = std::make_unique<VirtualCard>(
+            CardImage::parse(CardImage::serialise(card->state()), "memory"));
+    }
 };
 
+// Every SELECT method reaches its file and answers an FCP naming it (tag 83).
 TEST_F(FileCommands, SelectByEveryMethodAnswersTheFcp) {
-    auto app = fcpOf("00A40404 0C A000000063504B43532D3135 00");
-    EXPECT_EQ(*findTlv(app, 0x82), hex("38"));
-    EXPECT_EQ(*findTlv(app, 0x83), hex("5015"));
-    EXPECT_EQ(*findTlv(app, 0x84), pkcs15ApplicationId());
-    EXPECT_EQ(*findTlv(app, 0x8A), hex("05"));
-
-    auto odf = fcpOf("00A40204 02 5031 00");
-    EXPECT_EQ(*findTlv(odf, 0x80), hex("0100"));
-    EXPECT_EQ(*findTlv(odf, 0x82), hex("01"));
-    EXPECT_EQ(*findTlv(odf, 0x83), hex("5031"));
-    // read always, update SO PIN, delete never, use never
-    EXPECT_EQ(*findTlv(odf, 0xA1), hex("A0029000 A103880103 A2029700 A3029700"));
-
-    EXPECT_EQ(*findTlv(fcpOf("00A40800 04 5015 4408 00"), 0x83), hex("4408"));
-    EXPECT_EQ(*findTlv(fcpOf("00A40800 06 3F00 5015 4400 00"), 0x83), hex("4400"));
-    EXPECT_EQ(*findTlv(fcpOf("00A40000 02 3F00 00"), 0x83), hex("3F00"));
-    EXPECT_EQ(*findTlv(fcpOf("00A40100 02 5015 00"), 0x83), hex("5015"));
-    EXPECT_EQ(*findTlv(fcpOf("00A40900 02 DF02 00"), 0x83), hex("DF02"));
-    EXPECT_EQ(*findTlv(fcpOf("00A40000 02 5015 00"), 0x83), hex("5015")); // parent by FID
-    EXPECT_EQ(*findTlv(fcpOf("00A40000 00"), 0x83), hex("3F00"));         // P1 00 without data: MF
+    const std::pair<const char*, const char*> selections[] = {
+        {"00A40404 0C A000000063504B43532D3135 00", "5015"},
+        {"00A40800 04 5015 4408 00", "4408"},
+        {"00A40800 06 3F00 5015 4400 00", "4400"},
+        {"00A40000 02 3F00 00", "3F00"},
+        {"00A40100 02 5015 00", "5015"},
+        {"00A40900 02 DF02 00", "DF02"},
+        {"00A40000 02 5015 00", "5015"}, // parent by FID
+        {"00A40000 00", "3F00"},         // P1 00 without data: the MF
+    };
+    for (const auto& [select, fid] : selections) {
+        const Bytes answer = send(select);
+        ASSERT_EQ(statusWord(answer), 0x9000) << select;
+        const std::vector<Tlv> outer = parseTlvs(dataOf(answer));
+        ASSERT_EQ(outer.at(0).tag, 0x62) << select;
+        EXPECT_EQ(*findTlv(parseTlvs(outer[0].value), 0x83), hex(fid)) << select;
+    }
 }
 
-TEST_F(FileCommands, SelectRefusals) {
-    EXPECT_EQ(sw("00A40000 02 5031"), 0x6A82);       // not a child of the MF
-    EXPECT_EQ(sw("00A40100 02 2F00"), 0x6A82);       // P1 01 wants a DF
-    EXPECT_EQ(sw("00A40200 02 5015"), 0x6A82);       // P1 02 wants an EF
-    EXPECT_EQ(sw("00A40400 05 A000000063"), 0x6A82); // names match exactly
-    EXPECT_EQ(sw("00A40800 04 2F00 5031"), 0x6A82);  // EF in the middle of a path
-    EXPECT_EQ(sw("00A40800 03 5015 44"), 0x6A80);    // odd path
-    EXPECT_EQ(sw("00A4080000"), 0x6700);             // no path
-    EXPECT_EQ(sw("00A40300 02 5015"), 0x6A86);
-    EXPECT_EQ(sw("00A40002 02 5015"), 0x6A86);
-    EXPECT_EQ(sw("00A40000 03 501500"), 0x6A80);
-    // A failed SELECT keeps the current file.
+TEST_F(FileCommands, SelectRefusalsKeepTheCurrentFile) {
+    expectAnswers({
+        {"00A40000 02 5031", 0x6A82},       // not a child of the MF
+        {"00A40100 02 2F00", 0x6A82},       // P1 01 wants a DF
+        {"00A40200 02 5015", 0x6A82},       // P1 02 wants an EF
+        {"00A40400 05 A000000063", 0x6A82}, // names match exactly
+        {"00A40800 04 2F00 5031", 0x6A82},  // EF in the middle of a path
+        {"00A40800 03 5015 44", 0x6A80},    // odd path
+        {"00A4080000", 0x6700},             // no path
+        {"00A40300 02 5015", 0x6A86},
+        {"00A40002 02 5015", 0x6A86},
+        {"00A40000 03 501500", 0x6A80},
+    });
     selectApplication();
     ASSERT_EQ(sw("00A4020C 02 5031"), 0x9000);
     EXPECT_EQ(sw("00A4020C 02 7777"), 0x6A82);
-    EXPECT_EQ(statusWord(send("00B0000001")), 0x9000);
+    EXPECT_EQ(sw("00B0000001"), 0x9000); // the ODF is still current
 }
 
 TEST_F(FileCommands, ReadBinaryEdgesOfTheFile) {
@@ -77,13 +78,14 @@ TEST_F(FileCommands, ReadBinaryEdgesOfTheFile) {
     ASSERT_EQ(sw("00A4020C 02 9999"), 0x9000); // 8 bytes
     EXPECT_EQ(send("00B0000008"), hex("0000000000000000 9000"));
     EXPECT_EQ(send("00B0000703"), hex("00 6282")); // runs past the end
-    EXPECT_EQ(sw("00B07FFF01"), 0x6B00);           // past it
-    EXPECT_EQ(sw("00B0800001"), 0x6A86);           // P1 bit 8: no short EF identifiers
-    EXPECT_EQ(sw("00B00000"), 0x6700);             // no Le
+    expectAnswers({{"00B07FFF01", 0x6B00},         // past it
+                   {"00B0800001", 0x6A86},         // P1 bit 8: no short EF identifiers
+                   {"00B00000", 0x6700}});         // no Le
     ASSERT_EQ(sw("00A4000C 02 DF02"), 0x9000);
     EXPECT_EQ(sw("00B0000001"), 0x6986); // a DF is current
 }
 
+// Writes up to the last byte of the file and not one past; the AODF's condition is an OR.
 TEST_F(FileCommands, UpdateBinaryNeedsTheConditionAndRoom) {
     selectApplication();
     ASSERT_EQ(sw("00A4020C 02 4401"), 0x9000); // PuKDF: update after the user PIN
@@ -92,24 +94,21 @@ TEST_F(FileCommands, UpdateBinaryNeedsTheConditionAndRoom) {
     EXPECT_EQ(sw("00D60FFE 02 3001"), 0x9000); // last two bytes of 4096
     EXPECT_EQ(sw("00D60FFF 02 3001"), 0x6A84); // one past: nothing written
     EXPECT_EQ(send("00B00FFE02"), hex("3001 9000"));
-    EXPECT_EQ(sw("00D6800002 3001"), 0x6A86);
-    EXPECT_EQ(sw("00D60000"), 0x6700);
+    expectAnswers({{"00D6800002 3001", 0x6A86}, {"00D60000", 0x6700}});
     ASSERT_EQ(sw("00A4020C 02 9999"), 0x9000); // never updatable
     EXPECT_EQ(sw("00D60000 01 01"), 0x6982);
+    ASSERT_EQ(sw("00A4020C 02 4408"), 0x9000); // user PIN or SO PIN
+    EXPECT_EQ(sw("00D603FF 01 00"), 0x9000);
 }
 
-// B1 and D7 carry the offset in object 54; B1's answer is object 53, which
-// Ne counts whole.
+// B1 and D7 carry the offset in object 54; B1's answer is object 53, which Ne counts whole.
 TEST_F(FileCommands, OddInsReadAndUpdateBinary) {
     selectApplication();
     ASSERT_EQ(sw("00A4020C 02 9999"), 0x9000); // 8 bytes of 00
     EXPECT_EQ(send("00B10000 04 54020000 05"), hex("5303 000000 9000"));
     EXPECT_EQ(send("00B10000 03 540106 05"), hex("5302 0000 6282"));
     EXPECT_EQ(send("00B10000 05 5403000007 00"), hex("5301 00 6282")); // any offset length
-    const struct {
-        const char* apdu;
-        std::uint16_t sw;
-    } refusals[] = {
+    expectAnswers({
         {"00B10000 03 540108 05", 0x6B00},
         {"00B10000 05 5403010000 05", 0x6B00},
         {"00B10000 02 5400 05", 0x6A80},
@@ -124,16 +123,21 @@ TEST_F(FileCommands, OddInsReadAndUpdateBinary) {
         {"00D70000 07 54020000 7301AB", 0x6A80},
         {"00D70000 06 54020000 5300", 0x6700},
         {"00D70100 07 54020000 5301AB", 0x6A86},
-    };
-    for (const auto& refusal : refusals)
-        EXPECT_EQ(sw(refusal.apdu), refusal.sw) << refusal.apdu;
+    });
+}
 
-    // The largest EF, up to its last byte; Ne at the edges of 53's length forms.
+// The largest EF (FFFF bytes; FFFF+1 needs a three-byte size, refused) is written up to its
+// last byte, survives the image and answers Ne at the edges of 53's length forms.
+TEST_F(FileCommands, TheLargestFileThroughTheImage) {
+    selectApplication();
     verifyUserPin();
     ASSERT_EQ(sw("00A4000C 02 DF02"), 0x9000);
+    EXPECT_EQ(sw("00E00000 0E 620C 8003010000 820101 8302C0FE"), 0x6A80);
     ASSERT_EQ(createEf("C0FF", "FFFF", "A0029000 A1029000"), 0x9000);
     EXPECT_EQ(sw("00D70000 08 5402FFFE 5302 ABCD"), 0x6A84);
     EXPECT_EQ(sw("00D70000 07 5402FFFE 5301 AB"), 0x9000);
+    reloadThroughImage();
+    ASSERT_EQ(sw("00A40800 06 5015 DF02 C0FF"), 0x9000);
     EXPECT_EQ(send("00B10000 04 5402FFFE 03"), hex("5301 AB 9000"));
     EXPECT_EQ(sw("00B10000 04 5402FFFF 00"), 0x6B00);
     const struct {
@@ -155,14 +159,8 @@ TEST_F(FileCommands, OddInsReadAndUpdateBinary) {
     }
 }
 
-TEST_F(FileCommands, OrConditionOfTheAodf) {
-    selectApplication();
-    ASSERT_EQ(sw("00A4020C 02 4408"), 0x9000);
-    EXPECT_EQ(sw("00D603FF 01 00"), 0x6982);
-    verifySoPin();
-    EXPECT_EQ(sw("00D603FF 01 00"), 0x9000);
-}
-
+// A created EF answers with its size and obeys its AND/NOT condition; delete follows its own,
+// and directory files, the MF and DFs that are not empty are never deleted.
 TEST_F(FileCommands, CreateAndDeleteAFile) {
     selectApplication();
     ASSERT_EQ(sw("00A4000C 02 DF02"), 0x9000);
@@ -182,28 +180,39 @@ TEST_F(FileCommands, CreateAndDeleteAFile) {
     EXPECT_EQ(sw("00E40000 02 C002"), 0x6A82);
     EXPECT_EQ(sw("00E40000 02 C001"), 0x9000);
     EXPECT_EQ(sw("00A4020C 02 C001"), 0x6A82);
+    ASSERT_EQ(sw("00A4000C 02 5015"), 0x9000);
+    expectAnswers({{"00E40000 02 5031", 0x6982}, {"00E40100", 0x6A86}});
+    ASSERT_EQ(sw("00A4000C 00"), 0x9000);
+    expectAnswers({{"00E40000", 0x6985}, {"00E40000 02 5015", 0x6985}});
 }
 
-TEST_F(FileCommands, CreateFileRefusesBadTemplates) {
+// Every refused template leaves the card as it was, a nested length that runs one byte past
+// its template included.
+TEST_F(FileCommands, CreateFileRefusesBadTemplatesWithoutChangingTheCard) {
     selectApplication();
     verifyUserPin();
-    EXPECT_EQ(sw("00E00000 08 6206 820101 830244"), 0x6A80);              // truncated TLV
-    EXPECT_EQ(sw("00E00000 09 6207 820101 83025555"), 0x6A80);            // no size
-    EXPECT_EQ(sw("00E00000 0D 620B 80020010 820107 83025555"), 0x6A80);   // unknown descriptor
-    EXPECT_EQ(sw("00E00000 0D 620B 80020010 820101 83023FFF"), 0x6A80);   // reserved FID
-    EXPECT_EQ(sw("00E00000 0E 620C 8003010000 820101 83025555"), 0x6A80); // over FFFF bytes
-    EXPECT_EQ(sw("00E00000 0D 620B 80020200 820111 83020E01"), 0x6A80);   // 512-bit key file
-    EXPECT_EQ(sw("00E00000 0D 620B 80020010 820101 83024400"), 0x6A89);   // exists
-    EXPECT_EQ(sw("00E00000 10 620E 820138 830255AA 8405A000000063"), 0x9000);
-    ASSERT_EQ(sw("00A40000 02 5015"), 0x9000);
-    EXPECT_EQ(sw("00E00000 10 620E 820138 830255AB 8405A000000063"), 0x6A8A);
-    // A nested condition deeper than the card accepts.
-    Bytes deep = hex("880101");
+    Bytes deep = hex("880101"); // a nested condition deeper than the card accepts
     for (int i = 0; i < 9; ++i)
         deep = concat({0xA7, static_cast<std::uint8_t>(deep.size())}, deep);
-    const Bytes read = concat({0xA0, static_cast<std::uint8_t>(deep.size())}, deep);
-    EXPECT_EQ(sw(createFile("80020010 820101 83025556", toHex(read))), 0x6A80);
-    EXPECT_EQ(sw("00E0010000"), 0x6A86);
+    const std::string before = CardImage::serialise(card->state());
+    expectAnswers({
+        {"00E00000 08 6206 820101 830244", 0x6A80},                  // truncated TLV
+        {"00E00000 10 620E 820138 830255AC 8406A000000063", 0x6A80}, // name overruns the FCP
+        {"00E00000 10 620F 820138 830255AC 8405A000000063", 0x6A80}, // FCP overruns the data
+        {"00E00000 09 6207 820101 83025555", 0x6A80},                // no size
+        {"00E00000 0D 620B 80020010 820107 83025555", 0x6A80},       // unknown descriptor
+        {"00E00000 0D 620B 80020010 820101 83023FFF", 0x6A80},       // reserved FID
+        {"00E00000 0D 620B 80020200 820111 83020E01", 0x6A80},       // 512-bit key file
+        {"00E00000 0D 620B 80020010 820101 83024400", 0x6A89},       // exists
+        {"00E0010000", 0x6A86},
+        {toHex(createFile("80020010 820101 83025556",
+                          "A0" + toHex({std::uint8_t(deep.size())}) + toHex(deep))),
+         0x6A80},
+    });
+    EXPECT_EQ(CardImage::serialise(card->state()), before);
+    EXPECT_EQ(sw("00E00000 10 620E 820138 830255AA 8405A000000063"), 0x9000);
+    ASSERT_EQ(sw("00A40000 02 5015"), 0x9000);
+    EXPECT_EQ(sw("00E00000 10 620E 820138 830255AB 8405A000000063"), 0x6A8A); // name in use
 }
 
 std::string fidOf(unsigned fid) {
@@ -253,31 +262,22 @@ TEST_F(CardLimitsTest, NestingStopsAtTheLoadersDepth) {
     EXPECT_EQ(sw(createFile("80020001 820101 8302E001", "A0029000")), 0x6A84);
 }
 
-TEST_F(CardLimitsTest, EveryFileCountsEvenWithoutContent) {
+// 4096 files of any size, the MF included; 256 key files; memory runs out before either.
+TEST_F(CardLimitsTest, FilesKeyFilesAndMemoryAreCounted) {
     const std::size_t before = filesIn(card->state().files.mf());
-    const int created =
-        createUntilFull([](const std::string& fid) { return "80020000 820101 8302" + fid; });
-    EXPECT_EQ(before + static_cast<std::size_t>(created), 4096u);
-}
-
-TEST_F(CardLimitsTest, CardMemoryIsBounded) {
+    const auto efs = [](const std::string& fid) { return "80020000 820101 8302" + fid; };
+    EXPECT_EQ(before + static_cast<std::size_t>(createUntilFull(efs)), 4096u);
+    const auto freshCard = [this] {
+        TearDown();
+        card = VirtualCard::personalised();
+        SetUp();
+    };
+    freshCard();
+    EXPECT_EQ(createUntilFull([](const std::string& fid) { return "80020400 820111 8302" + fid; }),
+              256);
+    freshCard();
     EXPECT_LT(createUntilFull([](const std::string& fid) { return "80027FFF 820101 8302" + fid; }),
               100);
-}
-
-TEST_F(CardLimitsTest, KeyFilesAreCounted) {
-    const int created =
-        createUntilFull([](const std::string& fid) { return "80020400 820111 8302" + fid; });
-    EXPECT_EQ(created, 256);
-}
-
-TEST_F(FileCommands, DeleteFileRules) {
-    selectApplication();
-    EXPECT_EQ(sw("00E40000 02 5031"), 0x6982); // directory files are never deleted
-    ASSERT_EQ(sw("00A4000C 00"), 0x9000);
-    EXPECT_EQ(sw("00E40000"), 0x6985);         // the MF
-    EXPECT_EQ(sw("00E40000 02 5015"), 0x6985); // not empty
-    EXPECT_EQ(sw("00E40100"), 0x6A86);
 }
 
 } // namespace

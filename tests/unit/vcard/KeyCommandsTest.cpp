@@ -81,19 +81,27 @@ Bytes type1Block(const Bytes& data, std::size_t k) {
     return block;
 }
 
-// Signatures that open to the type 1 block, and the public key read again:
-// KeyServicesTest.GeneratedKeyPairsSignDecipherAndAreRemoved.
-TEST_F(KeyCommands, AKeySignsAtMostElevenBytesLessThanItsModulus) {
+// A key signs at most eleven bytes less than its modulus, after the user PIN and with an
+// environment that a reset clears. Signatures that open to the type 1 block, and the public key
+// read again: KeyServicesTest.GeneratedKeyPairsSignDecipherAndAreRemoved.
+TEST_F(KeyCommands, SigningNeedsAnEnvironmentAndRoomForThePadding) {
     createKeyFiles(0x01, 1024);
     generate(0x81, 1024);
+    EXPECT_EQ(sw(apdu(0, 0x2A, 0x9E, 0x9A, Bytes(20, 1), 0)), 0x6985); // no environment
     ASSERT_EQ(setEnvironment(0xB6, 0x81), 0x9000);
     EXPECT_EQ(sw(apdu(0, 0x2A, 0x9E, 0x9A, Bytes(117, 1), 0)), 0x9000);
     EXPECT_EQ(sw(apdu(0, 0x2A, 0x9E, 0x9A, Bytes(118, 1), 0)), 0x6A80);
+    EXPECT_EQ(sw(apdu(0, 0x2A, 0x9E, 0x9B, Bytes(20, 1), 0)), 0x6A86);
+    card->reset();
+    selectApplication();
+    verifyUserPin();
+    EXPECT_EQ(sw(apdu(0, 0x2A, 0x9E, 0x9A, Bytes(20, 1), 0)), 0x6985);
 }
 
+// Deciphering takes off type 2 padding and nothing else.
 TEST_F(KeyCommands, DecipherRemovesType2Padding) {
     createKeyFiles(0x02, 1024);
-    auto [n, e] = generate(0x82, 1024);
+    const auto [n, e] = generate(0x82, 1024);
     CryptoPP::RSA::PublicKey publicKey;
     publicKey.Initialize(n, e);
     CryptoPP::RSAES_PKCS1v15_Encryptor encryptor(publicKey);
@@ -116,19 +124,6 @@ TEST_F(KeyCommands, DecipherRemovesType2Padding) {
     EXPECT_EQ(sw(apdu(0, 0x2A, 0x80, 0x86, concat({0x00}, bytesOf(n, 128)), 0)), 0x6A80);
 }
 
-TEST_F(KeyCommands, KeyUseNeedsTheUserPinAndAnEnvironment) {
-    createKeyFiles(0x03, 1024);
-    generate(0x83, 1024);
-    EXPECT_EQ(sw(apdu(0, 0x2A, 0x9E, 0x9A, Bytes(20, 1), 0)), 0x6985); // no environment
-    ASSERT_EQ(setEnvironment(0xB6, 0x83), 0x9000);
-    EXPECT_EQ(sw(apdu(0, 0x2A, 0x9E, 0x9A, Bytes(20, 1), 0)), 0x9000);
-    card->reset(); // clears the environment
-    selectApplication();
-    verifyUserPin();
-    EXPECT_EQ(sw(apdu(0, 0x2A, 0x9E, 0x9A, Bytes(20, 1), 0)), 0x6985);
-    EXPECT_EQ(sw(apdu(0, 0x2A, 0x9E, 0x9B, Bytes(20, 1), 0)), 0x6A86);
-}
-
 TEST_F(KeyCommands, GenerationAndEnvironmentRefusals) {
     createKeyFiles(0x04, 1024);
     EXPECT_EQ(sw("00460085 04 80020400 00"), 0x6A88); // key files of kid 05 missing
@@ -144,6 +139,23 @@ TEST_F(KeyCommands, GenerationAndEnvironmentRefusals) {
     EXPECT_EQ(sw("002241A4 03 840184"), 0x6A86);
     ASSERT_EQ(sw("0020FF01"), 0x9000);
     EXPECT_EQ(sw("00460084 04 80020400 00"), 0x6982); // generation needs the update condition
+    verifyUserPin();
+    createKeyFiles(0x05, 1024, false);
+    EXPECT_EQ(sw("00460085 04 80020400 00"), 0x6A88); // generation wants both files
+    ASSERT_EQ(sw("00E40000 02 0E05"), 0x9000);
+    EXPECT_EQ(setEnvironment(0xB6, 0x85), 0x6A88); // a deleted key file takes its key along
+}
+
+// Reference FF, the last, names key files 0E7F/0F7F: never the files of FID 0EFF/0FFF that a
+// reference of eight bits for the key number would reach.
+TEST_F(KeyCommands, TheLastKeyReferenceNamesTheLastKeyFiles) {
+    createKeyFiles(0xFF, 1024);
+    EXPECT_EQ(sw("004601FF 00"), 0x6A88);
+    EXPECT_EQ(setEnvironment(0xB6, 0xFF), 0x6A88);
+    createKeyFiles(0x7F, 1024);
+    EXPECT_EQ(sw("004601FF 00"), 0x6985); // found, no key yet
+    EXPECT_EQ(sw("0046017F 00"), 0x6A88); // bit 8 clear: no key reference
+    EXPECT_EQ(setEnvironment(0xB6, 0xFF), 0x9000);
 }
 
 /// The CRT components e, p, q, q⁻¹, dp, dq of a key, in the order of tags 91 to 96.
@@ -156,10 +168,12 @@ std::vector<Bytes> crtComponents(const CryptoPP::InvertibleRSAFunction& key) {
             bytesOf(key.GetModPrime2PrivateExponent())};
 }
 
-Bytes importTemplate(const std::vector<Bytes>& components) {
+/// The 7F48 template of the components, with extra after them.
+Bytes importTemplate(const std::vector<Bytes>& components, const Bytes& extra = {}) {
     Bytes inner;
     for (std::size_t i = 0; i < components.size(); ++i)
         appendTlv(inner, static_cast<std::uint16_t>(0x91 + i), components[i]);
+    inner = concat(inner, extra);
     Bytes keyTemplate;
     appendTlv(keyTemplate, 0x7F48, inner);
     return keyTemplate;
@@ -195,6 +209,11 @@ TEST_F(KeyCommands, ImportChecksComponentSizesByValue) {
     const std::vector<Bytes> evenModulus = {good[0], {0x02}, bytesOf(q),
                                             {0x01},  {0x00}, bytesOf(d)};
     EXPECT_EQ(statusWord(sendChained(0xDB, 0x00, 0x8C, importTemplate(evenModulus))), 0x6A80);
+    // A good key, but an object after it whose length runs one byte past the template.
+    EXPECT_EQ(statusWord(sendChained(0xDB, 0x00, 0x8C, importTemplate(good, hex("970200")))),
+              0x6A80);
+    EXPECT_EQ(sw("00DB008C 04 7F480100"), 0x6A80);
+    EXPECT_EQ(sw("0046018C00"), 0x6985); // every refusal left the key files empty
 
     // Leading zero bytes do not make a component larger: the padded key is accepted.
     std::vector<Bytes> padded = good;
@@ -202,14 +221,6 @@ TEST_F(KeyCommands, ImportChecksComponentSizesByValue) {
         component = concat(Bytes(64, 0x00), component);
     EXPECT_EQ(statusWord(sendChained(0xDB, 0x00, 0x8C, importTemplate(padded))), 0x9000);
     EXPECT_EQ(publicKeyOf(dataOf(send("0046018C00"))).first, key.GetModulus());
-    EXPECT_EQ(sw("00DB008C 04 7F480100"), 0x6A80);
-}
-
-TEST_F(KeyCommands, DeletedKeyFileTakesItsKeyAlong) {
-    createKeyFiles(0x05, 1024, false);
-    EXPECT_EQ(sw("00460085 04 80020400 00"), 0x6A88); // generation wants both files
-    ASSERT_EQ(sw("00E40000 02 0E05"), 0x9000);
-    EXPECT_EQ(setEnvironment(0xB6, 0x85), 0x6A88);
 }
 
 // Random bytes that differ: KeyServicesTest.CardReportsItsAlgorithmsAndRandomBytes.

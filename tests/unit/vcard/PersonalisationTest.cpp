@@ -44,46 +44,33 @@ protected:
     }
 };
 
-TEST_F(Personalised, TokenInfoHasARandomSerialAndTheCardAlgorithm) {
+// EF(DIR) names the application; TokenInfo lists the card's algorithm and a serial of its own.
+TEST_F(Personalised, DirAndTokenInfo) {
+    auto records = decodeAll<oss::DIRRecord>(readFile("2F00"));
+    ASSERT_EQ(records.size(), 1u);
+    EXPECT_EQ(records[0].aid, pkcs15ApplicationId());
+    EXPECT_EQ(records[0].path, hex("3F005015"));
     auto info = decodeAll<oss::TokenInfo>(readFile("5015 5032")).at(0);
-    ASSERT_TRUE(info.serialNumber);
+    ASSERT_TRUE(info.serialNumber && info.supportedAlgorithms);
     EXPECT_EQ(info.serialNumber->size(), 8u);
-    ASSERT_TRUE(info.supportedAlgorithms);
     EXPECT_EQ(oss::oidToText(*info.supportedAlgorithms->at(0).algId), "1.2.840.113549.1.1.1");
-
-    auto other = VirtualCard::personalised();
-    card = std::move(other);
+    card = VirtualCard::personalised();
     auto otherInfo = decodeAll<oss::TokenInfo>(readFile("5015 5032")).at(0);
     ASSERT_TRUE(otherInfo.serialNumber);
     EXPECT_NE(*otherInfo.serialNumber, *info.serialNumber);
 }
 
-// Each operation has its own card reference (algRef), which MSE must name; an iso card hashes not.
-TEST_F(Personalised, AnIsoCardListsAnAlgorithmReferenceForEachOperation) {
-    Personalisation options;
-    options.profile = CardProfile::Iso;
-    card = std::make_unique<VirtualCard>(personalise(options));
-    const auto algorithms =
-        decodeAll<oss::TokenInfo>(readFile("5015 5032")).at(0).supportedAlgorithms;
-    ASSERT_TRUE(algorithms && algorithms->size() == 2);
-    EXPECT_EQ(algorithms->at(0).algRef.value_or(-1), 0x02);
-    EXPECT_EQ(algorithms->at(1).algRef.value_or(-1), 0x0A);
-    options.hashOnCard = true;
-    EXPECT_THROW(personalise(options), std::invalid_argument);
-}
-
-TEST_F(Personalised, DirNamesTheApplication) {
-    auto records = decodeAll<oss::DIRRecord>(readFile("2F00"));
-    ASSERT_EQ(records.size(), 1u);
-    EXPECT_EQ(records[0].aid, pkcs15ApplicationId());
-    EXPECT_EQ(records[0].path, hex("3F005015"));
-}
-
-TEST(Personalisation, RefusesPinsThatDoNotFit) {
+// PINs of fewer than four digits or not of digits, and a hashing card of the iso profile.
+// The iso card's algorithm references are used by the plugin's iso profile suites.
+TEST(Personalisation, RefusesOptionsThatDoNotFit) {
     Personalisation options;
     options.userPin = "123";
     EXPECT_THROW(personalise(options), std::invalid_argument);
     options.userPin = "12a456";
+    EXPECT_THROW(personalise(options), std::invalid_argument);
+    options = Personalisation();
+    options.profile = CardProfile::Iso;
+    options.hashOnCard = true;
     EXPECT_THROW(personalise(options), std::invalid_argument);
 }
 

@@ -45,13 +45,10 @@ TEST(Profiles, EachAnswersTheSameCommandsAsItsMakeDoes) {
         Personalisation options;
         options.profile = profile;
         VirtualCard card(CardImage::parse(CardImage::serialise(personalise(options)), "memory"));
-        for (const Bytes& command :
-             {hex("00A4040C 0C A000000063504B43532D3135"), apdu(0, 0x20, 0, 1, paddedPin("123456")),
-              createFile("80020400 820111 83020E01", "A0029700 A103880101 A203880101 A303880101"),
-              hex("00A4000C 02 5015"),
-              createFile("80020400 820112 83020F01", "A0029000 A103880101 A203880101 A3029700"),
-              hex("00A4000C 02 5015"), hex("00460081 04 80020400 00")})
-            ASSERT_EQ(statusWord(card.transmit(command)), 0x9000) << toHex(command);
+        ASSERT_EQ(sw(card, "00A4040C 0C A000000063504B43532D3135"), 0x9000);
+        ASSERT_EQ(sw(card, apdu(0, 0x20, 0, 1, paddedPin("123456"))), 0x9000);
+        for (const Bytes& command : keyPairCommands())
+            ASSERT_EQ(sw(card, command), 0x9000) << toHex(command);
         EXPECT_EQ(card.atr()[7], iso ? 0x80 : 0xC0) << "extended Lc/Le in the capabilities";
         for (const Step& step : steps) {
             const Bytes answer = card.transmit(hex(step.command));

@@ -41,7 +41,7 @@ public:
         port_ = ntohs(address.sin_port);
     }
     ~FakeDriver() {
-        closeConnection();
+        ::close(connection_);
         ::close(listener_);
     }
     std::uint16_t port() const { return port_; }
@@ -49,11 +49,6 @@ public:
         connection_ = ::accept(listener_, nullptr, nullptr);
         ASSERT_GE(connection_, 0) << "the bridge did not connect";
         setReceiveTimeout(connection_);
-    }
-    void closeConnection() {
-        if (connection_ >= 0)
-            ::close(connection_);
-        connection_ = -1;
     }
 
     void send(const Bytes& payload) {
@@ -127,75 +122,6 @@ private:
     std::uint16_t port_ = 0;
 };
 
-/// A bridge serving a fresh card to the fake driver on its own thread.
-class VpcdBridgeTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        serving = std::thread([this] {
-            bridge.connect("127.0.0.1", driver.port(), std::chrono::seconds(5));
-            bridge.serve(stop);
-        });
-        driver.accept();
-    }
-    void TearDown() override {
-        stop = true;
-        driver.closeConnection();
-        if (serving.joinable())
-            serving.join();
-    }
-
-    FakeDriver driver;
-    std::unique_ptr<VirtualCard> card = VirtualCard::personalised();
-    VpcdBridge bridge{*card};
-    std::atomic<bool> stop{false};
-    std::thread serving;
-};
-
-TEST_F(VpcdBridgeTest, AnswersControlCodesAndApdusUntilTheDriverCloses) {
-    driver.send({0x00}); // power off
-    driver.send({0x01}); // power on
-    driver.send({0x04}); // ATR please
-    EXPECT_EQ(driver.receive(), card->atr());
-    driver.send(hex("00A4040C0CA000000063504B43532D3135"));
-    EXPECT_EQ(driver.receive(), hex("9000"));
-    driver.send(hex("00A4020C025031"));
-    EXPECT_EQ(driver.receive(), hex("9000"));
-    driver.send(hex("00B0000002"));
-    Bytes odfStart = driver.receive();
-    EXPECT_EQ(odfStart, hex("A006 9000")); // [0] privateKeys, the first ODF entry
-    driver.send({0x02});                   // reset: the MF is current again
-    driver.send(hex("00B0000002"));
-    EXPECT_EQ(driver.receive(), hex("6986"));
-    driver.closeConnection();
-    serving.join(); // serve() returns when the socket closes
-}
-
-// An answer longer than a 16-bit frame (64 KiB of an EF and the status word)
-// is refused with 6700 instead of ending the bridge.
-TEST_F(VpcdBridgeTest, AnswerBeyondAFrameIsWrongLengthAndServingGoesOn) {
-    driver.send(hex("00A4040C0CA000000063504B43532D3135"));
-    EXPECT_EQ(driver.receive(), hex("9000"));
-    driver.send(apdu(0, 0x20, 0, 1, paddedPin("123456")));
-    EXPECT_EQ(driver.receive(), hex("9000"));
-    driver.send(hex("00A4000C02DF02"));
-    EXPECT_EQ(driver.receive(), hex("9000"));
-    driver.send(createFile("8002FFFF 820101 8302C0FF", "A0029000"));
-    EXPECT_EQ(driver.receive(), hex("9000"));
-    driver.send(hex("00B00000 000000"));
-    EXPECT_EQ(driver.receive(), hex("6700"));
-    driver.send(hex("00B00000 00FFFD"));
-    EXPECT_EQ(driver.receive().size(), 0xFFFFu);
-}
-
-TEST_F(VpcdBridgeTest, StopsOnRequestAndReportsAnUnreachableDriver) {
-    stop = true;
-    serving.join();
-
-    VpcdBridge unconnected(*card);
-    EXPECT_THROW(unconnected.connect("127.0.0.1", 1, std::chrono::milliseconds(0)), BridgeError);
-    EXPECT_THROW(unconnected.connect("no-address", 1, std::chrono::milliseconds(0)), BridgeError);
-}
-
 /// p15-vcard-serve as its own process, serving an in-memory card to the fake driver.
 class ServeProcess {
 public:
@@ -239,6 +165,32 @@ constexpr std::chrono::seconds promptly{2};
 /// Exit status 0 within the bound.
 bool endedCleanly(const std::optional<int>& status) {
     return status && WIFEXITED(*status) && WEXITSTATUS(*status) == 0;
+}
+
+// Control codes and APDUs in general go through the bridge in every pcscd test. An answer
+// longer than a 16-bit frame (64 KiB of an EF and the status word) is refused with 6700 instead
+// of ending the bridge.
+TEST(VpcdBridgeProcess, AnswerBeyondAFrameIsWrongLengthAndServingGoesOn) {
+    FakeDriver driver;
+    ServeProcess bridge(driver.port());
+    driver.accept();
+    for (const Bytes& command :
+         {hex("00A4040C0CA000000063504B43532D3135"), apdu(0, 0x20, 0, 1, paddedPin("123456")),
+          hex("00A4000C02DF02"), createFile("8002FFFF 820101 8302C0FF", "A0029000")}) {
+        driver.send(command);
+        ASSERT_EQ(driver.receive(), hex("9000")) << toHex(command);
+    }
+    driver.send(hex("00B00000 000000"));
+    EXPECT_EQ(driver.receive(), hex("6700"));
+    driver.send(hex("00B00000 00FFFD"));
+    EXPECT_EQ(driver.receive().size(), 0xFFFFu);
+}
+
+TEST(VpcdBridge, ReportsAnUnreachableDriver) {
+    auto card = VirtualCard::personalised();
+    VpcdBridge unconnected(*card);
+    EXPECT_THROW(unconnected.connect("127.0.0.1", 1, std::chrono::milliseconds(0)), BridgeError);
+    EXPECT_THROW(unconnected.connect("no-address", 1, std::chrono::milliseconds(0)), BridgeError);
 }
 
 TEST(VpcdBridgeProcess, StopsOnSigtermHalfwayThroughACommand) {
