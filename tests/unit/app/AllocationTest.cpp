@@ -1,6 +1,7 @@
 #include "AppCard.hpp"
 
 #include "app/ApplicationException.hpp"
+#include "app/SecurityConditions.hpp"
 #include "app/object/IDataObject.hpp"
 #include "app/object/IPrivateRSAKey.hpp"
 #include "app/pkcs15/detail/util.hpp"
@@ -192,8 +193,12 @@ TEST_F(Allocation, AnImportedPrimeLongerThanHalfTheModulusIsRefusedBeforeTheCard
     mw::ByteBuffer p(65), q(64);
     std::fill(p.begin(), p.end(), 0x01);
     std::fill(q.begin(), q.end(), 0xC1);
-    const auto key = boost::dynamic_pointer_cast<app::object::IPrivateRSAKey>(
-        application_->createPrivateKey(app::object::IPrivateKey::RsaPrivateKey, {}));
+    const auto key =
+        boost::dynamic_pointer_cast<app::object::IPrivateRSAKey>(application_->createPrivateKey(
+            app::object::IPrivateKey::RsaPrivateKey,
+            {app::AccessControlRule(app::AccessControlRule::Execute,
+                                    boost::make_shared<app::AuthIdSecurityCondition>(
+                                        std::vector<std::uint8_t>{0x01}))}));
     key->setPublicExponent(bytes({0x01, 0x00, 0x01}));
     key->setCrtComponents(p, q, bytes({1}), bytes({2}), bytes({3}), bytes({4}));
     ASSERT_EQ(key->getModulusLength(), 1024);

@@ -302,6 +302,7 @@ oss::TokenInfo tokenInfo() {
     oss::AlgorithmInfo rsa;
     rsa.reference = 7;
     rsa.algorithm = 1;
+    rsa.parameters = {0x05, 0x00};
     rsa.supportedOperations = bits(8, {0x45});
     rsa.algId = oss::oidFromText("1.2.840.113549.1.1.1");
     value.supportedAlgorithms = std::vector<oss::AlgorithmInfo>{rsa};
