@@ -1,7 +1,9 @@
 #include "AppCard.hpp"
 
 #include "app/ApplicationException.hpp"
+#include "app/SecurityConditions.hpp"
 #include "app/object/IDataObject.hpp"
+#include "app/object/IPrivateRSAKey.hpp"
 #include "app/pkcs15/detail/util.hpp"
 #include "app/pkcs15/fs/CDF.hpp"
 #include "app/pkcs15/fs/DODF.hpp"
@@ -39,24 +41,6 @@ protected:
     boost::shared_ptr<P15Application> application_ = card_.application();
     const P15Application::ChannelScope bound_{*application_, *card_.channel};
 };
-
-TEST_F(Allocation, RangesDifferBetweenCardAndAppletMode) {
-    using Range = P15Application::IdRange;
-    EXPECT_EQ(application_->getFileIdRange(fs::DataObjectFile), Range(0xDF020D81, 0xDF020DFF));
-    EXPECT_EQ(application_->getFileIdRange(fs::ProtectedValueFile), Range(0x0D01, 0x0D80));
-    EXPECT_EQ(application_->getFreeFileId(fs::ProtectedValueFile), bytes({0x0D, 0x01}));
-    EXPECT_EQ(application_->getFileIdRange(fs::RsaPublicKey2048), Range(0x0F0D, 0x0F12));
-    EXPECT_EQ(application_->getKeyIdRange(fs::RsaPrivateKey1536), Range(7, 12));
-    EXPECT_APP_ERROR(application_->getKeyIdRange(fs::CertificateFile), app::ApplicationException,
-                     "Key id range for requested object type not found");
-
-    const auto applet = card_.appletApplication();
-    EXPECT_EQ(applet->getFileIdRange(fs::DataObjectFile), Range(0x0D81, 0x0DFF));
-    EXPECT_EQ(applet->getFileIdRange(fs::ProtectedValueFile), Range(0x0D01, 0x0D80));
-    EXPECT_EQ(applet->getKeyIdRange(fs::RsaPublicKey1024), Range(0, 31));
-    EXPECT_APP_ERROR(applet->getFileIdRange(fs::RsaPrivateKey1024), app::ApplicationException,
-                     "File id range for requested object type not found");
-}
 
 // Certificates and data objects share one identifier space. Paths from the
 // MF, from the current DF or with index and length, in entries of every kind
@@ -136,11 +120,17 @@ mw::ByteBuffer keyEntries(bool privateKeys, unsigned char first, unsigned char l
     return keys;
 }
 
+// The last of six 1024-bit key ids is handed out, alone and as a pair; a
+// seventh is refused in each directory's words, while 1536 bits still has room.
+// A pair needs its id free in both directories.
 TEST_F(Allocation, TheLastKeyIdIsHandedOutThenExhaustionIsReportedPerDirectory) {
     store(prkdfFile, keyEntries(true, 1, 5));
+    store(pukdfFile, keyEntries(false, 1, 5));
     const card::service::KeyRef last = application_->getFreeKeyReference(fs::RsaPrivateKey1024);
     EXPECT_EQ(last.keyReference, 0x86);
     EXPECT_EQ(last.fileId, bytes({0x0E, 0x06}));
+    EXPECT_EQ(application_->getFreeKeyPairReference(*card_.channel, 1024).second.fileId,
+              bytes({0x0F, 0x06}));
 
     store(prkdfFile, keyEntries(true, 1, 6));
     EXPECT_APP_ERROR(application_->getFreeKeyReference(fs::RsaPrivateKey1024),
@@ -150,18 +140,11 @@ TEST_F(Allocation, TheLastKeyIdIsHandedOutThenExhaustionIsReportedPerDirectory) 
                      app::ApplicationException, "maximum number of private keys reached");
     EXPECT_EQ(application_->getFreeKeyReference(fs::RsaPrivateKey1536).keyReference, 0x87);
 
+    store(prkdfFile, mw::ByteBuffer());
     store(pukdfFile, keyEntries(false, 1, 6));
     EXPECT_APP_ERROR(application_->getODF()->getPuKDF()->getFreeKeyReference(*card_.channel,
                                                                              *card_.files(), 1024),
                      app::ApplicationException, "maximum number of public keys reached");
-}
-
-TEST_F(Allocation, KeyPairsNeedTheirIdFreeInBothKeyDirectories) {
-    store(pukdfFile, keyEntries(false, 1, 5));
-    EXPECT_EQ(application_->getFreeKeyPairReference(*card_.channel, 1024).first.keyReference, 0x86);
-
-    store(pukdfFile, keyEntries(false, 1, 6));
-    ASSERT_TRUE(application_->getODF()->getPrKDF()->values(*card_.channel).empty());
     EXPECT_APP_ERROR(application_->getFreeKeyPairReference(*card_.channel, 1024),
                      app::ApplicationException, "maximum number of key pairs reached");
 }
@@ -204,14 +187,26 @@ TEST_F(Allocation, KeyPairsAvoidKeyFilesLeftOnTheCard) {
                      app::ApplicationException, "invalid modulus size");
 }
 
-TEST(IdEncoding, KeyIdsGetTheTopBitAndIdentifiersTheirShortestForm) {
-    EXPECT_EQ(app::pkcs15::util::encodeKID(0x05, true), 0x85);
-    EXPECT_EQ(app::pkcs15::util::encodeKID(0x1F, false), 0x9F);
-    EXPECT_APP_ERROR(app::pkcs15::util::encodeKID(0x20, true), app::ApplicationException,
-                     "invalid key reference");
-    EXPECT_EQ(app::pkcs15::util::idToBytes(0x10000), bytes({0x00, 0x01, 0x00, 0x00}));
-    EXPECT_EQ(app::pkcs15::util::idToBytes(0x81), bytes({0x81}));
-    EXPECT_TRUE(app::pkcs15::util::idToBytes(0).empty());
+// A prime one byte longer than half the modulus still gives a 1024-bit
+// product; the import refuses it before any key container is made.
+TEST_F(Allocation, AnImportedPrimeLongerThanHalfTheModulusIsRefusedBeforeTheCard) {
+    mw::ByteBuffer p(65), q(64);
+    std::fill(p.begin(), p.end(), 0x01);
+    std::fill(q.begin(), q.end(), 0xC1);
+    const auto key =
+        boost::dynamic_pointer_cast<app::object::IPrivateRSAKey>(application_->createPrivateKey(
+            app::object::IPrivateKey::RsaPrivateKey,
+            {app::AccessControlRule(app::AccessControlRule::Execute,
+                                    boost::make_shared<app::AuthIdSecurityCondition>(
+                                        std::vector<std::uint8_t>{0x01}))}));
+    key->setPublicExponent(bytes({0x01, 0x00, 0x01}));
+    key->setCrtComponents(p, q, bytes({1}), bytes({2}), bytes({3}), bytes({4}));
+    ASSERT_EQ(key->getModulusLength(), 1024);
+    card_.recorder->clear();
+    EXPECT_APP_ERROR(application_->writeCardObject(*card_.channel, *key), app::InvalidDataException,
+                     "invalid crt component size: p");
+    EXPECT_TRUE(card_.recorder->sent(0xE0).empty()) << "no key container was created";
+    EXPECT_TRUE(card_.recorder->sent(0xD6).empty()) << "no entry was written";
 }
 
 } // namespace

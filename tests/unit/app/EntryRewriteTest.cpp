@@ -99,24 +99,23 @@ TEST_F(EntryRewrite, BytesAfterTheEntriesStayUnlessTheEntriesNeedThem) {
     EXPECT_EQ(prkdf().values(*card_.channel).size(), 3u);
 }
 
-TEST_F(EntryRewrite, RefusalsLeaveTheFileAsItWas) {
+// An entry not in the file, one too big for it, and the card refusing the
+// write (no PIN): the file and the cache stay as they were.
+TEST_F(EntryRewrite, RefusalsLeaveTheFileAndTheCacheAsTheyWere) {
     const mw::ByteBuffer before = card_.readFile(prkdfFile);
+    const char* const refused = "unable to update encoded attributes for requested file id";
     EXPECT_APP_ERROR(
         prkdf().updateEncodedAttributes(rsaPrivateKeyEntry(0x99, bytes({0x0E, 0x09})), first_),
-        app::ApplicationException, "unable to update encoded attributes for requested file id");
+        app::ApplicationException, refused);
     mw::ByteBuffer huge(before.size());
     std::copy(first_.begin(), first_.end(), huge.begin());
     EXPECT_APP_ERROR(prkdf().updateEncodedAttributes(mw::ByteBuffer(), huge),
-                     app::ApplicationException,
-                     "unable to update encoded attributes for requested file id");
+                     app::ApplicationException, refused);
     EXPECT_EQ(card_.readFile(prkdfFile), before);
-}
 
-TEST_F(EntryRewrite, ACardRefusalReachesTheCallerAndKeepsTheCacheTrue) {
     card_.service<card::service::IPinManagementService>("PinManagementService")
         ->deauthenticate(*card_.channel, hosttest::pinReference(0x01));
-    const mw::ByteBuffer added = rsaPrivateKeyEntry(0x83, bytes({0x0E, 0x03}));
-    EXPECT_THROW(prkdf().updateEncodedAttributes(mw::ByteBuffer(), added), card::CardException);
+    EXPECT_THROW(prkdf().updateEncodedAttributes(mw::ByteBuffer(), last_), card::CardException);
     EXPECT_EQ(prkdf().values(*card_.channel).size(), 3u);
 }
 

@@ -48,9 +48,9 @@ struct WipeCard : AppCard {
         return {{AccessRead | AccessUpdate | AccessExecute,
                  boost::make_shared<AlwaysSecurityCondition>()}};
     }
-    void createValueFile(const mw::ByteBuffer& path) const {
+    void createValueFile(const mw::ByteBuffer& path, std::size_t size = 16) const {
         fileSystem()->createFile(*channel,
-                                 card::service::DataObjectCreateParams(path, 16, openToAll()));
+                                 card::service::DataObjectCreateParams(path, size, openToAll()));
     }
     void createKeyPair(unsigned char reference) const {
         card::service::KeyRef privateKey, publicKey;
@@ -125,36 +125,29 @@ void expectLeft(app::pkcs15::P15Application& application, const card::IChannel& 
     }
 }
 
-TEST(Wipe, RemovesWhatTheDirectoriesListAndKeepsThePins) {
-    WipeCard card;
-    const std::vector<Listing> listings = card.listOneOfEach();
-    card.createValueFile(bytes({0x0D, 0x02}));
-    const auto application = card.application(ordinary);
-    const vcard::Bytes pins = card.onCard(bytes({0x44, 0x08}))->content;
+// Both wipes remove what the directories list and keep the PINs; only the
+// forced one clears the ranges, up to their last identifier.
+TEST(Wipe, RemovesWhatIsListedAndWhenForcedTheRangesToTheirLastIdentifier) {
+    for (bool force : {false, true}) {
+        SCOPED_TRACE(force);
+        WipeCard card;
+        const std::vector<Listing> listings = card.listOneOfEach();
+        card.createValueFile(bytes({0x0D, 0x80}));
+        card.createValueFile(bytes({0xDF, 0x02, 0xC0, 0x3F}));
+        card.createKeyPair(0x92); // the last 2048-bit key id, never listed
+        const vcard::Bytes pins = card.onCard(bytes({0x44, 0x08}))->content;
+        const auto application = card.application(force ? forced : ordinary);
 
-    application->wipe(*card.channel);
+        application->wipe(*card.channel);
 
-    card.expectGone(listings);
-    EXPECT_TRUE(card.exists(bytes({0x0D, 0x02}))) << "an ordinary wipe only removes listed objects";
-    EXPECT_EQ(card.onCard(bytes({0x44, 0x08}))->content, pins);
-    EXPECT_TRUE(application->getODF()->getDODF()->values(*card.channel).empty());
-}
-
-TEST(Wipe, ForcedWipeClearsTheRangesToTheirLastIdentifier) {
-    WipeCard card;
-    const std::vector<Listing> listings = card.listOneOfEach();
-    card.createValueFile(bytes({0x0D, 0x80}));
-    card.createValueFile(bytes({0xDF, 0x02, 0xC0, 0x3F}));
-    card.createKeyPair(0x92); // the last 2048-bit key id, never listed
-
-    card.application(forced)->wipe(*card.channel);
-
-    card.expectGone(listings);
-    for (const mw::ByteBuffer& gone : {bytes({0x0D, 0x80}), bytes({0xDF, 0x02, 0xC0, 0x3F}),
-                                       bytes({0x0E, 0x12}), bytes({0x0F, 0x12})}) {
-        EXPECT_FALSE(card.exists(gone)) << mw::toHex(gone);
+        card.expectGone(listings);
+        for (const mw::ByteBuffer& unlisted : {bytes({0x0D, 0x80}), bytes({0xDF, 0x02, 0xC0, 0x3F}),
+                                               bytes({0x0E, 0x12}), bytes({0x0F, 0x12})}) {
+            EXPECT_NE(card.exists(unlisted), force) << mw::toHex(unlisted);
+        }
+        EXPECT_EQ(card.onCard(bytes({0x44, 0x08}))->content, pins);
+        EXPECT_TRUE(application->getODF()->getDODF()->values(*card.channel).empty());
     }
-    EXPECT_FALSE(card.empty(bytes({0x44, 0x08})));
 }
 
 TEST(Wipe, ForcedWipeInAppletModeRemovesEveryKeyByItsReference) {
@@ -223,6 +216,23 @@ TEST(Wipe, NeverDeletesStructuralForeignOrUnknownObjects) {
     EXPECT_FALSE(card.listed(ours));
     EXPECT_FALSE(card.exists(ours.object));
     EXPECT_EQ(card.recorder->sent(0xE4).size(), 1u);
+}
+
+// Directory files EF(ODF) places inside a value range stay: the one an entry
+// names and the one only a forced wipe's sweep of the range meets.
+TEST(Wipe, KeepsDirectoryFilesPlacedInsideAValueRange) {
+    WipeCard card;
+    const mw::ByteBuffer cdfInRange{0x0D, 0x05}, dodfInRange{0x0D, 0x06};
+    card.createValueFile(cdfInRange, 64);
+    card.createValueFile(dodfInRange);
+    card.writeFile(cdfInRange, certificateEntry("itself", cdfInRange));
+    card.verifyPin(0x03, soPin);
+    card.writeFile(bytes({0x50, 0x31}), mw::fromHex("A406 3004 04020D05 A706 3004 04020D06"));
+
+    expectLeft(*card.application(forced), *card.channel, 2);
+
+    EXPECT_TRUE(card.exists(cdfInRange));
+    EXPECT_TRUE(card.exists(dodfInRange));
 }
 
 // Deleting one key through the repository never takes the files another
