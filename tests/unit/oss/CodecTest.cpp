@@ -362,26 +362,6 @@ TEST(CodecTest, aChangeThatWouldAlterKeptComponentsIsRefused) {
               oss::UnknownComponents{hex("9F2000")});
 }
 
-template <class... T> void roundTripEmpty() {
-    (decodeAll<T>(oss::encode(T{})), ...);
-}
-
-TEST(CodecTest, roundTripsWithOptionalsAbsent) {
-    roundTripEmpty<oss::PinAttributes, oss::CommonKeyAttributes, oss::CommonCertificateAttributes,
-                   oss::X509CertificateAttributes, oss::CommonPrivateKeyAttributes,
-                   oss::CommonPublicKeyAttributes, oss::CommonDataObjectAttributes>();
-    oss::CommonCertificateAttributes full{
-        hex("01"),       true, hex("3003020101"), hex("A0020500"), hex("A1023000"),
-        hex("A2023000"), false};
-    EXPECT_TRUE(decodeAll<oss::CommonCertificateAttributes>(oss::encode(full)) == full);
-    oss::CommonPrivateKeyAttributes keyIds{hex("3000"), hex("A0023000")};
-    EXPECT_TRUE(decodeAll<oss::CommonPrivateKeyAttributes>(oss::encode(keyIds)) == keyIds);
-    oss::RecordInfo records{1, 2, 3, 4, 5, 6, 7};
-    oss::TokenInfo info;
-    info.recordInfo = records;
-    EXPECT_TRUE(decodeAll<oss::TokenInfo>(oss::encode(info)).recordInfo == records);
-}
-
 TEST(CodecTest, malformedInputReportsWhatAndWhere) {
     struct Case {
         const char* input;
