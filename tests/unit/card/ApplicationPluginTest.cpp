@@ -2,19 +2,11 @@
 #include "app/pkcs15/P15ApplicationPlugin.hpp"
 
 #include <gtest/gtest.h>
-#include <memory>
 
 using app::pkcs15::P15ApplicationPlugin;
 
-TEST(P15ApplicationPlugin, StartsWithItsNamePatternAndNoConfiguration) {
-    std::unique_ptr<plugin::IPlugin> created(P15ApplicationPlugin::create());
-    auto* plugin = dynamic_cast<P15ApplicationPlugin*>(created.get());
-    ASSERT_NE(plugin, nullptr);
-    EXPECT_EQ(plugin->namePattern().str(), "PKCS15");
-    EXPECT_TRUE(boost::regex_search("PKCS15 application", plugin->namePattern()));
-    EXPECT_EQ(plugin->configuration(), "");
-}
-
+// A host may configure again at any time; a store without the file keeps
+// what was read before, an empty file clears it.
 TEST(P15ApplicationPlugin, LastSuppliedConfigurationWins) {
     P15ApplicationPlugin plugin;
     plugin.configure(FakeConfigurationSource(boost::none));

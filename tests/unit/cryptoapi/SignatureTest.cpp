@@ -90,6 +90,10 @@ TEST_P(SignatureAlgorithm, AcceptsGoodSignaturesOnlyUnderTheirOwnHash) {
     EXPECT_FALSE(verifies(*signature, message, flipped(good, good.size() - 1)));
     EXPECT_TRUE(verifies(*signature, message, good));
     EXPECT_FALSE(verifies(*signature, flipped(message, 0), good));
+    // Data fed before initVerify is dropped by it.
+    signature->update(message.data(), message.size());
+    signature->initVerify(*publicTestKey());
+    EXPECT_TRUE(verifies(*signature, message, good));
 
     const Algorithm& other = algorithms[(GetParam() + 1) % std::size(algorithms)];
     EXPECT_FALSE(verifies(*verifier(other.oid), message, good));
@@ -109,6 +113,9 @@ TEST(RsaEncryptionSignature, ComparesTheDataAsGiven) {
     const auto signature = verifier("1.2.840.113549.1.1.1");
     EXPECT_TRUE(verifies(*signature, digestInfo, good));
     EXPECT_FALSE(verifies(*signature, hash, good));
+    signature->update(hash.data(), hash.size()); // dropped by initVerify
+    signature->initVerify(*publicTestKey());
+    EXPECT_TRUE(verifies(*signature, digestInfo, good));
     // Data longer than any block of the key: false, and nothing kept of it.
     EXPECT_FALSE(verifies(*signature, Bytes(1000, 0xFF), good));
     EXPECT_TRUE(verifies(*signature, digestInfo, good));
@@ -116,25 +123,34 @@ TEST(RsaEncryptionSignature, ComparesTheDataAsGiven) {
 
 // A signature is exactly as long as the modulus: the same value without its
 // leading zero byte or with one more does not verify, nor does a value at
-// or above the modulus. Other signatures a hostile card might return are
-// false too, never an exception; an object used before initVerify throws.
+// or above the modulus, the good one plus the modulus included. Other signatures a hostile card
+// might return are false too, never an exception; an object used before initVerify throws.
 TEST(MalformedSignature, DoesNotVerify) {
+    const CryptoPP::Integer& n = testKey().GetModulus();
+    const auto plusModulus = [&n](const Bytes& signature) {
+        Bytes sum(signature.size());
+        (CryptoPP::Integer(signature.data(), signature.size()) + n).Encode(sum.data(), sum.size());
+        return sum;
+    };
+    const Bytes modulus = plusModulus(Bytes(testKey().GetModulus().ByteCount()));
     Bytes message, good;
-    for (int attempt = 0; good.empty() || good.front() != 0x00; ++attempt) {
+    // A sum that overflows the block wraps below the modulus: try another.
+    for (int attempt = 0; good.empty() || good.front() != 0x00 || plusModulus(good) < modulus;
+         ++attempt) {
         ASSERT_LT(attempt, 10000) << "one signature in 256 starts with 00";
         message = bytesOf("message " + std::to_string(attempt));
         good = signWith<CryptoPP::SHA256>(message);
     }
-    Bytes modulus(good.size());
-    testKey().GetModulus().Encode(modulus.data(), modulus.size());
     Bytes zeroFirst(good.size() + 1);
     std::copy(good.begin(), good.end(), zeroFirst.begin() + 1);
     const Bytes stripped(good.begin() + 1, good.end());
 
     const auto sha256 = verifier("1.2.840.113549.1.1.11");
     EXPECT_TRUE(verifies(*sha256, message, good));
-    for (const Bytes& signature : {Bytes{}, Bytes{0x01}, stripped, zeroFirst, modulus,
-                                   Bytes(good.size(), 0xFF), Bytes(good.size(), 0x00)}) {
+    // good + n is good to the public operation: only the range check refuses it.
+    for (const Bytes& signature :
+         {Bytes{}, Bytes{0x01}, stripped, zeroFirst, modulus, plusModulus(good),
+          Bytes(good.size(), 0xFF), Bytes(good.size(), 0x00)}) {
         EXPECT_FALSE(verifies(*sha256, message, signature)) << signature.size() << " bytes";
     }
     const mw::AutoPtr<Signature> uninitialised(Signature::getInstance("1.2.840.113549.1.1.5"));
