@@ -283,12 +283,12 @@ void relabelDataObject(const support::AppOnCard& card, Application& application,
 }
 
 const Operation operations[] = {
-    {"change PIN", std::nullopt, "", nullptr,
+    {"change PIN", std::nullopt, ".. .. .. .. ..", nullptr,
      [](const support::AppOnCard& card, Application& application) {
          userPinOf(card, application)
              ->change(*card.channel, support::ascii(support::userPin), support::ascii("654321"));
      }},
-    {"unblock PIN", std::nullopt, "",
+    {"unblock PIN", std::nullopt, "..",
      [](const support::AppOnCard& card, const Application& application) {
          try {
              userPinOf(card, application)->authenticate(*card.channel, support::ascii("000000"));
@@ -298,13 +298,14 @@ const Operation operations[] = {
      [](const support::AppOnCard& card, Application& application) {
          userPinOf(card, application)->unblock(*card.channel, support::ascii(support::puk));
      }},
-    {"relabel key", Damage{"3F00/5015/4400", "private keys", {}}, "", verify,
+    {"relabel key", Damage{"3F00/5015/4400", "private keys", {}}, ".. .. .D", verify,
      [](const support::AppOnCard& card, Application& application) {
          const auto key = application.getPrivateKeys(*card.channel).at(0);
          key->setLabel("A label longer than the one before");
          application.writeCardObject(*card.channel, *key);
      }},
-    {"import key pair", std::nullopt, "", verify,
+    {"import key pair", std::nullopt, ".. .. .. .. .. .. .. .. .. .. .. .. FF FF .. .. .. .. .. ..",
+     verify,
      [](const support::AppOnCard& card, Application& application) {
          support::importKeyPair(application, *card.channel, "Second key");
      }},
@@ -312,17 +313,17 @@ const Operation operations[] = {
      Damage{nullptr,
             "private keys, public keys",
             {"card error: Select 6A82", "card error: Generate Asymmetric Key Pair"}},
-     "", verify,
+     ".. .. .. .. .. .. .. .. .. .. .. .. .. AA AA AA AA BB BB", verify,
      [](const support::AppOnCard& card, Application& application) {
          generateKeyPair(application, *card.channel);
      }},
-    {"delete key", std::nullopt, "", verify,
+    {"delete key", std::nullopt, ".. .. .. .. .. ..", verify,
      [](const support::AppOnCard& card, Application& application) {
          application.deleteCardObject(*card.channel,
                                       *application.getPrivateKeys(*card.channel).at(0));
      }},
     // Each kind listed: no cut leaves an entry whose object is gone.
-    {"wipe", std::nullopt, "",
+    {"wipe", std::nullopt, ".. .. .. .. .. .. .. .. .. .. .. .. .. ..",
      [](const support::AppOnCard& card, const Application& application) {
          withCertificate(card, application);
          writeDataObject(card, application);
@@ -330,24 +331,24 @@ const Operation operations[] = {
      [](const support::AppOnCard& card, Application& application) {
          application.wipe(*card.channel);
      }},
-    {"write certificate", Damage{nullptr, "certificates", valueMissing}, "", verify,
-     writeCertificate},
-    {"replace certificate", Damage{"3F00/5015/4404", "certificates", valueMissingOrOld}, "",
-     withCertificate,
+    {"write certificate", Damage{nullptr, "certificates", valueMissing},
+     ".. .. .. .. .. .. .. .. .. .. .. AA AA FF", verify, writeCertificate},
+    {"replace certificate", Damage{"3F00/5015/4404", "certificates", valueMissingOrOld},
+     ".. .. .. .. AA AA AA BB FF", withCertificate,
      [](const support::AppOnCard& card, Application& application) {
          const auto listed = application.getCertificates(*card.channel).at(0);
          listed->setValue(certificateBytes("large.der"));
          application.writeCardObject(*card.channel, *listed);
      }},
-    {"delete certificate", std::nullopt, "", withCertificate,
+    {"delete certificate", std::nullopt, ".. .. .. ..", withCertificate,
      [](const support::AppOnCard& card, Application& application) {
          application.deleteCardObject(*card.channel,
                                       *application.getCertificates(*card.channel).at(0));
      }},
-    {"write data object", Damage{nullptr, "data objects", valueMissing}, "", verify,
-     writeDataObject},
-    {"replace data object", Damage{"3F00/5015/4407", "data objects", valueMissingOrOld}, "",
-     withDataObject,
+    {"write data object", Damage{nullptr, "data objects", valueMissing},
+     ".. .. .. .. .. .. .. .. .. .. .. AA AA FF", verify, writeDataObject},
+    {"replace data object", Damage{"3F00/5015/4407", "data objects", valueMissingOrOld},
+     ".. .D AA AA BB FF", withDataObject,
      [](const support::AppOnCard& card, Application& application) {
          const auto listed = application.getDataObjects(*card.channel).at(0);
          listed->setLabel("Replaced data");
@@ -355,22 +356,23 @@ const Operation operations[] = {
          application.writeCardObject(*card.channel, *listed);
      }},
     // Entries with others after them, on a card that takes short APDUs only.
-    {"delete the first of three data objects", std::nullopt, "", withThreeDataObjects,
+    {"delete the first of three data objects", std::nullopt, ".. .. .. ..", withThreeDataObjects,
      [](const support::AppOnCard& card, Application& application) {
          application.deleteCardObject(*card.channel,
                                       *application.getDataObjects(*card.channel).at(0));
      },
      true},
-    {"relabel the middle of three data objects", std::nullopt, "", withThreeDataObjects,
+    {"relabel the middle of three data objects", std::nullopt, ".. .. .. ..", withThreeDataObjects,
      [](const support::AppOnCard& card, Application& application) {
          relabelDataObject(card, application, 1, "A label longer than the one before");
      },
      true},
-    {"relabel the first of three data objects, shorter", std::nullopt, "", withThreeDataObjects,
+    {"relabel the first of three data objects, shorter", std::nullopt, ".. .. .. ..",
+     withThreeDataObjects,
      [](const support::AppOnCard& card, Application& application) {
          relabelDataObject(card, application, 0, "1");
      }},
-    {"token label", Damage{"3F00/5015/5032", "token info", {}}, "", verify,
+    {"token label", Damage{"3F00/5015/5032", "token info", {}}, ".. .. .D", verify,
      [](const support::AppOnCard& card, Application& application) {
          const auto info = application.getApplicationInfo(*card.channel);
          info->setLabel("A token label longer than the one before");
