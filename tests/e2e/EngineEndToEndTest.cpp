@@ -1,11 +1,10 @@
 // The crypto engines as a host gets them from the plugin, on the virtual
 // card in-process: key pairs generated on the card, every signature
-// algorithm of the table signed by the card and verified in software and by
-// openssl, software enciphering for the card to decipher, random bytes, and
+// algorithm of the table signed by the card and verified in software,
+// software enciphering for the card to decipher, random bytes, and
 // what the factories and the generator refuse.
 #include "AppError.hpp"
 #include "CardFixture.hpp"
-#include "OpensslFolder.hpp"
 #include "UnconnectedChannel.hpp"
 
 #include "app/IApplication.hpp"
@@ -32,8 +31,6 @@
 #include "vcard/VirtualCard.hpp"
 
 #include <boost/make_shared.hpp>
-#include <cryptopp/queue.h>
-#include <cryptopp/rsa.h>
 #include <gtest/gtest.h>
 #include <memory>
 
@@ -238,49 +235,6 @@ INSTANTIATE_TEST_SUITE_P(Table, EveryAlgorithm,
                                          "1.3.36.3.3.1.3", "1.3.36.3.3.1.2", "1.2.840.113549.1.1.2",
                                          "1.2.840.113549.1.1.4"));
 
-// The modulus and exponent as a DER SubjectPublicKeyInfo, encoded by Crypto++.
-std::vector<unsigned char> subjectPublicKeyInfo(const IPublicRSAKey& key) {
-    const mw::ByteBuffer& n = key.getModulus();
-    const mw::ByteBuffer& e = key.getPublicExponent();
-    CryptoPP::RSA::PublicKey publicKey;
-    publicKey.Initialize(CryptoPP::Integer(n.data(), n.size()),
-                         CryptoPP::Integer(e.data(), e.size()));
-    CryptoPP::ByteQueue queue;
-    publicKey.DEREncode(queue);
-    std::vector<unsigned char> der(queue.MaxRetrievable());
-    queue.Get(der.data(), der.size());
-    return der;
-}
-
-TEST_F(Engines, OpensslVerifiesTheCardsSignaturesAndEnciphersForIt) {
-    if (!hosttest::OpensslFolder::available()) {
-        GTEST_SKIP() << "the openssl command line tool is not installed";
-    }
-    hosttest::OpensslFolder folder;
-    folder.write("spki.der", subjectPublicKeyInfo(*key2048_.publicKey));
-    const mw::ByteBuffer message = bytesOf("signed by the card, checked by openssl");
-    folder.write("message", message);
-    for (const auto& [digest, oid] : {std::pair{"sha1", "1.2.840.113549.1.1.5"},
-                                      {"sha256", "1.2.840.113549.1.1.11"},
-                                      {"sha384", "1.2.840.113549.1.1.12"},
-                                      {"sha512", "1.2.840.113549.1.1.13"}}) {
-        SCOPED_TRACE(digest);
-        folder.write("sig", card_->sign(oid, key2048_, message));
-        EXPECT_TRUE(folder.run(std::string("dgst -") + digest +
-                               " -verify spki.der -keyform DER -signature sig message >/dev/null"));
-    }
-
-    // 245 bytes: the most one 2048-bit PKCS#1 v1.5 block carries.
-    const mw::ByteBuffer secret(std::vector<unsigned char>(245, 0xA5));
-    folder.write("secret", secret);
-    ASSERT_TRUE(folder.run("pkeyutl -encrypt -pubin -inkey spki.der -keyform DER -in secret "
-                           "-out cryptogram"));
-    const auto cipher = card_->application->getCipher(rsaEncryption);
-    cipher->init(*card_->channel, ICipher::Decipher, *key2048_.privateKey);
-    const std::vector<unsigned char> cryptogram = folder.read("cryptogram");
-    EXPECT_EQ(cipher->decipher(*card_->channel, mw::ByteBuffer(cryptogram)), secret);
-}
-
 // Enciphering and verifying need no card: they work on a channel to none.
 TEST_F(Engines, TheSoftwareEnciphersAndTheCardDeciphers) {
     const UnconnectedChannel noCard;
@@ -416,19 +370,6 @@ TEST(HashingCard, SignsWhatItListsOnTheCardAndWhatItsCommandTakes) {
         EXPECT_EQ(commands() - before > 255, hashedOnCard) << commands() - before << " commands";
         EXPECT_TRUE(card.verify(sha256WithRsa, key, data, signature));
     }
-}
-
-// A card that refuses the GET DATA of an algorithm list and states no
-// algorithms in its application is taken to do what every RSA card does:
-// PKCS#1 v1.5 signing of a DigestInfo the engine hashes, and deciphering.
-TEST(CardWithoutAlgorithmList, IsAssumedToSignDigestInfosAndDecipher) {
-    PluginCard card;
-    const KeyPair key = card.generate(1024, "key");
-    card.virtualCard->instrumentation().injectStatusWord(0xCA, 0x6A81);
-    EXPECT_EQ(card.application->getSignature(sha256WithRsa)->getAlgorithm(), rsaEncryption);
-    const mw::ByteBuffer data = bytesOf("hashed by the engine");
-    EXPECT_TRUE(card.verify(sha256WithRsa, key, data, card.sign(sha256WithRsa, key, data)));
-    EXPECT_EQ(card.application->getCipher(rsaEncryption)->getAlgorithm(), rsaEncryption);
 }
 
 // The hash identifiers of the table have even lengths; an odd one is read

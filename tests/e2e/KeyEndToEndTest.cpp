@@ -1,6 +1,6 @@
 // RSA keys through the plugin, the host card layer and the virtual
 // card: import, listing, public key, removal, and what a refusal leaves
-// behind. Relabelling: KeySamples.ARelabelledKeyKeepsEverythingElseByteForByte.
+// behind. Relabelling: Samples.ARelabelledObjectKeepsEverythingElseByteForByte.
 #include "AppError.hpp"
 #include "PluginOnCard.hpp"
 
@@ -171,15 +171,11 @@ TEST_P(KeysOnTheCard, ARefusedWriteLeavesTheCardAsItWas) {
 
     // A directory file with room for less than one more entry: an EC key
     // (kept as the card has it) fills it up to its last 40 bytes.
-    files()->select(*channel_, prkdfId);
-    const std::size_t size = files()->size(*channel_);
-    mw::ByteBuffer full(size);
-    const std::size_t ecLength = size - 40 - 4;
-    const unsigned char ecHeader[] = {0xA0, 0x82, static_cast<unsigned char>(ecLength >> 8),
-                                      static_cast<unsigned char>(ecLength)};
-    std::copy(std::begin(ecHeader), std::end(ecHeader), full.begin());
-    std::fill(full.begin() + 4, full.begin() + 4 + ecLength, 0x5A);
-    files()->update(*channel_, 0, full);
+    const std::size_t size = fileContent(prkdfId).size(), ecLength = size - 40 - 4;
+    mw::ByteBuffer full{0xA0, 0x82, static_cast<unsigned char>(ecLength >> 8),
+                        static_cast<unsigned char>(ecLength)};
+    full.append(mw::ByteBuffer(std::vector<unsigned char>(ecLength, 0x5A)));
+    put(prkdfId, full);
     reopen();
     EXPECT_TRUE(application_->getPrivateKeys(*channel_).empty()) << "EC keys are not listed";
     auto before = snapshot();
@@ -188,8 +184,7 @@ TEST_P(KeysOnTheCard, ARefusedWriteLeavesTheCardAsItWas) {
     EXPECT_TRUE(snapshot() == before);
 
     // The card refuses the key itself: its CRT values do not belong together.
-    files()->select(*channel_, prkdfId);
-    files()->update(*channel_, 0, mw::ByteBuffer(size));
+    put(prkdfId, mw::ByteBuffer(size));
     reopen();
     before = snapshot();
     KeyMaterial broken = material;
@@ -209,6 +204,22 @@ TEST_P(KeysOnTheCard, ARefusedWriteLeavesTheCardAsItWas) {
     }
     verifyUserPin();
     EXPECT_TRUE(snapshot() == before);
+}
+
+// A key file that a second entry still names stays when the first entry
+// goes, and goes with the last.
+TEST_P(KeysOnTheCard, AKeyFileAnotherEntryNamesStaysUntilTheLastEntryGoes) {
+    application_->writeCardObject(*channel_, *newPrivateKey(generate(1024), "shared"));
+    const mw::ByteBuffer prkdf = fileContent(prkdfId);
+    const mw::ByteBuffer entry = prkdf.get(0, entrySize(prkdf));
+    mw::ByteBuffer twice(entry);
+    twice.append(entry);
+    put(prkdfId, twice);
+    for (const bool last : {false, true}) {
+        reopen();
+        application_->deleteCardObject(*channel_, *privateKey(0));
+        EXPECT_EQ(exists(mw::ByteBuffer{0x0E, 0x01}), !last);
+    }
 }
 
 TEST_P(KeysOnTheCard, APublicKeyWithoutModulusLengthIsRefusedFirst) {

@@ -62,6 +62,22 @@ protected:
         }
     }
 
+    // The size of the DER value (a directory entry) at the start of `bytes`.
+    static std::size_t entrySize(const mw::ByteBuffer& bytes) {
+        const unsigned char first = bytes.get(1);
+        const std::size_t lengthOctets = (first & 0x80) ? first & 0x7F : 0;
+        std::size_t length = lengthOctets ? 0 : first;
+        for (std::size_t i = 0; i < lengthOctets; ++i) {
+            length = (length << 8) | bytes.get(2 + i);
+        }
+        return 2 + lengthOctets + length;
+    }
+    // Puts `content` at the start of the file, as another program would.
+    void put(const mw::ByteBuffer& id, const mw::ByteBuffer& content) const {
+        files()->select(*channel_, id);
+        files()->update(*channel_, 0, content);
+    }
+
     std::unique_ptr<host::PluginLoader> loader_;
     boost::shared_ptr<app::object::ICardObjectRepository> application_;
     boost::shared_ptr<app::object::ICardObjectFactory> factory_;

@@ -9,14 +9,17 @@
 #include "app/object/IApplicationInfo.hpp"
 #include "app/object/IX509Certificate.hpp"
 #include "app/pkcs15/oss/Codec.hpp"
+#include "mw/Hex.hpp"
 #include "vcard/VirtualCard.hpp"
 
 #include <algorithm>
 #include <boost/exception/diagnostic_information.hpp>
+#include <boost/exception/get_error_info.hpp>
 #include <boost/make_shared.hpp>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <iterator>
+#include <vector>
 
 namespace {
 
@@ -34,22 +37,12 @@ bool contains(const mw::ByteBuffer& bytes, const std::string& text) {
     return std::search(bytes.begin(), bytes.end(), text.begin(), text.end()) != bytes.end();
 }
 
-// The size of the DER value at the start of `bytes`.
-std::size_t derSize(const mw::ByteBuffer& bytes) {
-    const unsigned char first = bytes.get(1);
-    const std::size_t lengthOctets = (first & 0x80) ? first & 0x7F : 0;
-    std::size_t length = lengthOctets ? 0 : first;
-    for (std::size_t i = 0; i < lengthOctets; ++i) {
-        length = (length << 8) | bytes.get(2 + i);
-    }
-    return 2 + lengthOctets + length;
-}
-
 class ValueObjectsOnTheCard : public hosttest::PluginOnCard {
 protected:
     const mw::ByteBuffer cdfId{0x44, 0x04};
     const mw::ByteBuffer dodfId{0x44, 0x07};
     const mw::ByteBuffer tokenInfoId{0x50, 0x32};
+    const mw::ByteBuffer dataFile{0xDF, 0x02, 0x0D, 0x81}; // the first data object's file
 
     static app::AccessControlRules userPinRules() {
         return {app::AccessControlRule(
@@ -66,8 +59,9 @@ protected:
     }
 };
 
-TEST_P(ValueObjectsOnTheCard, ACertificateIsWrittenReadBackReplacedAndRemoved) {
-    const mw::ByteBuffer small = certificate("small.der"), large = certificate("large.der");
+// Replacing a value is pinned by the torn-write suite's "replace certificate".
+TEST_P(ValueObjectsOnTheCard, ACertificateIsWrittenReadBackAndRemoved) {
+    const mw::ByteBuffer small = certificate("small.der");
     const mw::ByteBuffer emptyCdf = fileContent(cdfId);
     const mw::ByteBuffer valueFile{0x0D, 0x01}; // the first file of objects with rules
     auto made = boost::dynamic_pointer_cast<IX509Certificate>(
@@ -95,14 +89,6 @@ TEST_P(ValueObjectsOnTheCard, ACertificateIsWrittenReadBackReplacedAndRemoved) {
     EXPECT_EQ(commandsOf([&] { application_->writeCardObject(*channel_, *listed); }), 0u)
         << "a label set to what it was changes nothing";
 
-    listed->setValue(large);
-    application_->writeCardObject(*channel_, *listed);
-    reopen();
-    listed = certificateAt(0);
-    application_->readCardObject(*channel_, *listed);
-    EXPECT_EQ(listed->getValue(), large);
-    EXPECT_EQ(fileContent(valueFile), large) << "the file is made anew for the larger value";
-
     application_->deleteCardObject(*channel_, *listed);
     reopen();
     EXPECT_TRUE(application_->getCertificates(*channel_).empty());
@@ -110,10 +96,14 @@ TEST_P(ValueObjectsOnTheCard, ACertificateIsWrittenReadBackReplacedAndRemoved) {
     EXPECT_EQ(fileContent(cdfId), emptyCdf);
 }
 
-// Values up to 65535 bytes are taken, whole; a larger one is refused before
-// the card hears of it.
+// Values up to 65535 bytes are taken, whole, with the entry's names; a
+// larger one is refused before the card hears of it.
 TEST_P(ValueObjectsOnTheCard, ValuesUpTo65535BytesRoundTripAndLargerOnesAreRefusedFirst) {
+    const mw::ByteBuffer oid{0x2B, 0x06, 0x01, 0x04, 0x01, 0x82, 0x37}; // 1.3.6.1.4.1.311
     auto data = factory_->createDataObject(IDataObject::OpaqueDataObject, {});
+    data->setLabel("Container");
+    data->setApplicationName("p15kit test");
+    data->setApplicationOid(oid);
     data->setValue(mw::ByteBuffer(65536));
     EXPECT_EQ(commandsOf([&] {
                   EXPECT_APP_ERROR(application_->writeCardObject(*channel_, *data),
@@ -129,28 +119,12 @@ TEST_P(ValueObjectsOnTheCard, ValuesUpTo65535BytesRoundTripAndLargerOnesAreRefus
     application_->writeCardObject(*channel_, *data);
     reopen();
     const auto stored = dataObjectAt(0);
-    application_->readCardObject(*channel_, *stored);
-    EXPECT_EQ(stored->getValue(), largest);
-}
-
-TEST_P(ValueObjectsOnTheCard, ADataObjectWithApplicationNameAndOidRoundTrips) {
-    const mw::ByteBuffer oid{0x2B, 0x06, 0x01, 0x04, 0x01, 0x82, 0x37}; // 1.3.6.1.4.1.311
-    auto made = factory_->createDataObject(IDataObject::OpaqueDataObject, {});
-    made->setLabel("Container");
-    made->setApplicationName("p15kit test");
-    made->setApplicationOid(oid);
-    made->setValue(mw::ByteBuffer{0x01, 0x02, 0x03});
-    application_->writeCardObject(*channel_, *made);
-
-    reopen();
-    const auto stored = dataObjectAt(0);
     EXPECT_EQ(stored->getLabel().value_or(""), "Container");
     EXPECT_EQ(stored->getApplicationName().value_or(""), "p15kit test");
     EXPECT_EQ(stored->getApplicationOid().value_or(mw::ByteBuffer()), oid);
     application_->readCardObject(*channel_, *stored);
-    EXPECT_EQ(stored->getValue(), (mw::ByteBuffer{0x01, 0x02, 0x03}));
-    EXPECT_TRUE(exists(mw::ByteBuffer{0xDF, 0x02, 0x0D, 0x81}))
-        << "a data object without rules takes the first file of its own range";
+    EXPECT_EQ(stored->getValue(), largest);
+    EXPECT_TRUE(exists(dataFile)) << "a data object without rules takes the first of its range";
 }
 
 TEST_P(ValueObjectsOnTheCard, ATokenLabelWrittenIsInEfTokenInfoAfterReopening) {
@@ -220,7 +194,7 @@ TEST_P(ValueObjectsOnTheCard, AValueTheCardRefusesLeavesNeitherEntryNorFile) {
     virtualCard_->instrumentation().injectStatusWord(0xD6, 0x6581, 3);
     EXPECT_CARD_ERROR(application_->writeCardObject(*channel_, *data), "Update Binary", 0x6581);
     EXPECT_EQ(fileContent(dodfId), emptyDodf);
-    EXPECT_FALSE(exists(mw::ByteBuffer{0xDF, 0x02, 0x0D, 0x81}));
+    EXPECT_FALSE(exists(dataFile));
     reopen();
     EXPECT_TRUE(application_->getDataObjects(*channel_).empty());
 }
@@ -246,34 +220,126 @@ TEST_P(ValueObjectsOnTheCard, AFileARemovalLeftUnlistedIsTakenOverByTheNextWrite
     EXPECT_EQ(fileContent({0x0D, 0x01}), small);
 }
 
-// A certificate whose entry does not fit is refused before anything is
-// written: the entries, the value files and the free file stay as they were.
-TEST_P(ValueObjectsOnTheCard, ACertificateIntoAFullCdfLeavesTheCardAsItWas) {
-    auto first = factory_->createCertificate(ICertificate::X509Certificate, userPinRules());
-    first->setValue(certificate("small.der"));
-    application_->writeCardObject(*channel_, *first);
-    const std::size_t used = derSize(fileContent(cdfId));
-    // An attribute certificate, kept but not listed, takes the room up to 8 bytes.
-    const std::size_t filler = fileContent(cdfId).size() - used - 8;
-    mw::ByteBuffer attributeCertificate(filler);
-    attributeCertificate.data()[0] = 0xA0;
-    attributeCertificate.data()[1] = 0x82;
-    attributeCertificate.data()[2] = static_cast<unsigned char>((filler - 4) >> 8);
-    attributeCertificate.data()[3] = static_cast<unsigned char>(filler - 4);
-    files()->select(*channel_, cdfId);
-    files()->update(*channel_, used, attributeCertificate);
-    reopen();
-    const mw::ByteBuffer cdf = fileContent(cdfId), firstValue = fileContent({0x0D, 0x01});
+// An entry that exactly fills EF(CDF) is written; with one byte less room
+// it is refused before anything is written: no entry, no value file.
+TEST_P(ValueObjectsOnTheCard, AnEntryExactlyFillingEfCdfIsWrittenAndOneByteMoreIsRefused) {
+    auto made = factory_->createCertificate(ICertificate::X509Certificate, userPinRules());
+    made->setValue(certificate("small.der"));
+    application_->writeCardObject(*channel_, *made);
+    const std::size_t entry = entrySize(fileContent(cdfId)), size = fileContent(cdfId).size();
+    application_->deleteCardObject(*channel_, *made);
+    for (const std::size_t room : {entry - 1, entry}) {
+        SCOPED_TRACE(room);
+        // An attribute certificate, kept but not listed, takes all but `room` bytes.
+        const std::size_t filler = size - room - 4;
+        mw::ByteBuffer cdf{0xA0, 0x82, static_cast<unsigned char>(filler >> 8),
+                           static_cast<unsigned char>(filler)};
+        cdf.append(mw::ByteBuffer(filler + room));
+        put(cdfId, cdf);
+        reopen();
+        made = factory_->createCertificate(ICertificate::X509Certificate, userPinRules());
+        made->setValue(certificate("small.der"));
+        if (room < entry) {
+            EXPECT_APP_ERROR(application_->writeCardObject(*channel_, *made),
+                             "EF(CDF) out of memory");
+            EXPECT_EQ(fileContent(cdfId), cdf);
+            EXPECT_FALSE(exists({0x0D, 0x01}));
+        } else {
+            application_->writeCardObject(*channel_, *made);
+            reopen();
+            EXPECT_EQ(application_->getCertificates(*channel_).size(), 1u);
+            EXPECT_NE(fileContent(cdfId).get(size - 1), 0x00) << "the entry ends the file";
+        }
+    }
+}
 
-    auto second = factory_->createCertificate(ICertificate::X509Certificate, userPinRules());
-    second->setLabel("no room");
-    second->setValue(certificate("large.der"));
-    EXPECT_APP_ERROR(application_->writeCardObject(*channel_, *second), "EF(CDF) out of memory");
-    EXPECT_EQ(fileContent(cdfId), cdf);
-    EXPECT_EQ(fileContent({0x0D, 0x01}), firstValue);
-    EXPECT_FALSE(exists({0x0D, 0x02}));
+// One value file named by two entries: its value cannot be replaced, and
+// removing one entry keeps the file for the other; the last takes it along.
+TEST_P(ValueObjectsOnTheCard, AValueFileTwoEntriesNameGoesWithTheLastOfThem) {
+    auto data = factory_->createDataObject(IDataObject::OpaqueDataObject, {});
+    data->setValue(mw::ByteBuffer{0x01, 0x02});
+    application_->writeCardObject(*channel_, *data);
+    const mw::ByteBuffer dodf = fileContent(dodfId), entry = dodf.get(0, entrySize(dodf));
+    mw::ByteBuffer twice(entry);
+    twice.append(entry);
+    put(dodfId, twice);
     reopen();
-    EXPECT_EQ(application_->getCertificates(*channel_).size(), 1u);
+    auto listed = dataObjectAt(0);
+    listed->setValue(mw::ByteBuffer{0x03});
+    EXPECT_APP_ERROR(application_->writeCardObject(*channel_, *listed),
+                     "the value's file holds other objects too; it cannot be replaced");
+    for (const bool last : {false, true}) {
+        reopen();
+        application_->deleteCardObject(*channel_, *dataObjectAt(0));
+        EXPECT_EQ(exists(dataFile), !last);
+    }
+}
+
+// A wipe removes only what it allocated. Entries naming EF(ODF),
+// EF(TokenInfo), EF(DIR), a directory file, or a file under a path the
+// application never gives stay with their files, each reported with why.
+TEST_P(ValueObjectsOnTheCard, AWipeKeepsStructuralAndForeignFilesWithTheirEntries) {
+    auto certificateObject =
+        factory_->createCertificate(ICertificate::X509Certificate, userPinRules());
+    certificateObject->setValue(certificate("small.der"));
+    application_->writeCardObject(*channel_, *certificateObject);
+    put(cdfId, mw::ByteBuffer(fileContent(cdfId).size())); // its file 0D01 left unlisted
+    auto data = factory_->createDataObject(IDataObject::OpaqueDataObject, {});
+    data->setValue(mw::ByteBuffer{0x01});
+    application_->writeCardObject(*channel_, *data);
+    const mw::ByteBuffer entry = fileContent(dodfId).get(0, entrySize(fileContent(dodfId)));
+
+    const char* const structural = "a structural file of the application";
+    const struct {
+        mw::ByteBuffer path;     // as the entry names it
+        std::uint16_t directory; // where it lies: the MF or the application
+        std::uint16_t file;
+        const char* reason;
+    } kept[] = {
+        {{0x3F, 0x00, 0x50, 0x31}, 0x5015, 0x5031, structural},
+        {{0x50, 0x15, 0x50, 0x32}, 0x5015, 0x5032, structural},
+        {{0x3F, 0x00, 0x2F, 0x00}, 0x3F00, 0x2F00, structural},
+        {{0x50, 0x15, 0x44, 0x04}, 0x5015, 0x4404, structural},
+        {{0x50, 0x15, 0x0D, 0x01}, 0x5015, 0x0D01, "outside the application's file identifiers"}};
+    // The file's content straight from the card, no command sent; empty when gone.
+    const auto onCard = [this](std::uint16_t directory, std::uint16_t fid) {
+        const vcard::CardFile* in = &virtualCard_->state().files.mf();
+        in = directory == 0x3F00 ? in : in->child(directory);
+        const vcard::CardFile* file = in->child(fid);
+        return file ? file->content : vcard::Bytes();
+    };
+    mw::ByteBuffer entries = entry;
+    std::vector<vcard::Bytes> contents;
+    for (const auto& each : kept) {
+        mw::ByteBuffer named(entry);
+        const auto at = std::search(named.begin(), named.end(), dataFile.begin(), dataFile.end());
+        std::copy(each.path.begin(), each.path.end(), at);
+        entries.append(named);
+        contents.push_back(onCard(each.directory, each.file));
+        ASSERT_FALSE(contents.back().empty()) << mw::toHex(each.path);
+    }
+    put(dodfId, entries);
+    reopen();
+
+    const auto application = boost::dynamic_pointer_cast<app::IApplication>(application_);
+    try {
+        application->wipe(*channel_);
+        ADD_FAILURE() << "the wipe reported nothing left";
+    } catch (const app::ApplicationException& e) {
+        EXPECT_EQ(*boost::get_error_info<app::ErrorData>(e), std::size(kept));
+        const std::string detail = *boost::get_error_info<app::ErrorDetail>(e);
+        for (std::size_t i = 0; i < std::size(kept); ++i) {
+            const std::string line = "EF(DODF) entry " + std::to_string(i + 2) + " (file " +
+                                     mw::toHex(kept[i].path) + "): " + kept[i].reason;
+            EXPECT_NE(detail.find(line), std::string::npos) << line << " in " << detail;
+        }
+    }
+    for (std::size_t i = 0; i < std::size(kept); ++i) {
+        EXPECT_EQ(onCard(kept[i].directory, kept[i].file), contents[i]) << mw::toHex(kept[i].path);
+    }
+    EXPECT_FALSE(exists(dataFile));
+    reopen();
+    EXPECT_EQ(application_->getDataObjects(*channel_).size(), std::size(kept));
 }
 
 INSTANTIATE_TEST_SUITE_P(Transports, ValueObjectsOnTheCard,

@@ -188,6 +188,11 @@ const std::vector<std::string> valueMissingOrOld{
 struct Operation {
     const char* name;
     std::optional<Damage> mayDamage;
+    // What a cut at each command leaves, a pair of letters per command (cut
+    // before it takes effect, cut halfway through its data): '.' old or new,
+    // 'F' a file of the write damaged, 'A' an entry ahead of its files, 'B'
+    // both, 'D' a torn directory entry. Pins the order of the card writes.
+    const char* cuts;
     // Runs before the fault is armed: logins and the like.
     std::function<void(const support::AppOnCard&, const Application&)> prepare;
     std::function<void(const support::AppOnCard&, Application&)> write;
@@ -278,12 +283,12 @@ void relabelDataObject(const support::AppOnCard& card, Application& application,
 }
 
 const Operation operations[] = {
-    {"change PIN", std::nullopt, nullptr,
+    {"change PIN", std::nullopt, ".. .. .. .. ..", nullptr,
      [](const support::AppOnCard& card, Application& application) {
          userPinOf(card, application)
              ->change(*card.channel, support::ascii(support::userPin), support::ascii("654321"));
      }},
-    {"unblock PIN", std::nullopt,
+    {"unblock PIN", std::nullopt, "..",
      [](const support::AppOnCard& card, const Application& application) {
          try {
              userPinOf(card, application)->authenticate(*card.channel, support::ascii("000000"));
@@ -293,13 +298,14 @@ const Operation operations[] = {
      [](const support::AppOnCard& card, Application& application) {
          userPinOf(card, application)->unblock(*card.channel, support::ascii(support::puk));
      }},
-    {"relabel key", Damage{"3F00/5015/4400", "private keys", {}}, verify,
+    {"relabel key", Damage{"3F00/5015/4400", "private keys", {}}, ".. .. .D", verify,
      [](const support::AppOnCard& card, Application& application) {
          const auto key = application.getPrivateKeys(*card.channel).at(0);
          key->setLabel("A label longer than the one before");
          application.writeCardObject(*card.channel, *key);
      }},
-    {"import key pair", std::nullopt, verify,
+    {"import key pair", std::nullopt, ".. .. .. .. .. .. .. .. .. .. .. .. FF FF .. .. .. .. .. ..",
+     verify,
      [](const support::AppOnCard& card, Application& application) {
          support::importKeyPair(application, *card.channel, "Second key");
      }},
@@ -307,17 +313,17 @@ const Operation operations[] = {
      Damage{nullptr,
             "private keys, public keys",
             {"card error: Select 6A82", "card error: Generate Asymmetric Key Pair"}},
-     verify,
+     ".. .. .. .. .. .. .. .. .. .. .. .. .. AA AA AA AA BB BB", verify,
      [](const support::AppOnCard& card, Application& application) {
          generateKeyPair(application, *card.channel);
      }},
-    {"delete key", std::nullopt, verify,
+    {"delete key", std::nullopt, ".. .. .. .. .. ..", verify,
      [](const support::AppOnCard& card, Application& application) {
          application.deleteCardObject(*card.channel,
                                       *application.getPrivateKeys(*card.channel).at(0));
      }},
     // Each kind listed: no cut leaves an entry whose object is gone.
-    {"wipe", std::nullopt,
+    {"wipe", std::nullopt, ".. .. .. .. .. .. .. .. .. .. .. .. .. ..",
      [](const support::AppOnCard& card, const Application& application) {
          withCertificate(card, application);
          writeDataObject(card, application);
@@ -325,22 +331,24 @@ const Operation operations[] = {
      [](const support::AppOnCard& card, Application& application) {
          application.wipe(*card.channel);
      }},
-    {"write certificate", Damage{nullptr, "certificates", valueMissing}, verify, writeCertificate},
+    {"write certificate", Damage{nullptr, "certificates", valueMissing},
+     ".. .. .. .. .. .. .. .. .. .. .. AA AA FF", verify, writeCertificate},
     {"replace certificate", Damage{"3F00/5015/4404", "certificates", valueMissingOrOld},
-     withCertificate,
+     ".. .. .. .. AA AA AA BB FF", withCertificate,
      [](const support::AppOnCard& card, Application& application) {
          const auto listed = application.getCertificates(*card.channel).at(0);
          listed->setValue(certificateBytes("large.der"));
          application.writeCardObject(*card.channel, *listed);
      }},
-    {"delete certificate", std::nullopt, withCertificate,
+    {"delete certificate", std::nullopt, ".. .. .. ..", withCertificate,
      [](const support::AppOnCard& card, Application& application) {
          application.deleteCardObject(*card.channel,
                                       *application.getCertificates(*card.channel).at(0));
      }},
-    {"write data object", Damage{nullptr, "data objects", valueMissing}, verify, writeDataObject},
+    {"write data object", Damage{nullptr, "data objects", valueMissing},
+     ".. .. .. .. .. .. .. .. .. .. .. AA AA FF", verify, writeDataObject},
     {"replace data object", Damage{"3F00/5015/4407", "data objects", valueMissingOrOld},
-     withDataObject,
+     ".. .D AA AA BB FF", withDataObject,
      [](const support::AppOnCard& card, Application& application) {
          const auto listed = application.getDataObjects(*card.channel).at(0);
          listed->setLabel("Replaced data");
@@ -348,22 +356,23 @@ const Operation operations[] = {
          application.writeCardObject(*card.channel, *listed);
      }},
     // Entries with others after them, on a card that takes short APDUs only.
-    {"delete the first of three data objects", std::nullopt, withThreeDataObjects,
+    {"delete the first of three data objects", std::nullopt, ".. .. .. ..", withThreeDataObjects,
      [](const support::AppOnCard& card, Application& application) {
          application.deleteCardObject(*card.channel,
                                       *application.getDataObjects(*card.channel).at(0));
      },
      true},
-    {"relabel the middle of three data objects", std::nullopt, withThreeDataObjects,
+    {"relabel the middle of three data objects", std::nullopt, ".. .. .. ..", withThreeDataObjects,
      [](const support::AppOnCard& card, Application& application) {
          relabelDataObject(card, application, 1, "A label longer than the one before");
      },
      true},
-    {"relabel the first of three data objects, shorter", std::nullopt, withThreeDataObjects,
+    {"relabel the first of three data objects, shorter", std::nullopt, ".. .. .. ..",
+     withThreeDataObjects,
      [](const support::AppOnCard& card, Application& application) {
          relabelDataObject(card, application, 0, "1");
      }},
-    {"token label", Damage{"3F00/5015/5032", "token info", {}}, verify,
+    {"token label", Damage{"3F00/5015/5032", "token info", {}}, ".. .. .D", verify,
      [](const support::AppOnCard& card, Application& application) {
          const auto info = application.getApplicationInfo(*card.channel);
          info->setLabel("A token label longer than the one before");
@@ -478,8 +487,9 @@ TEST(TornWrite, EveryOperationCutAtEveryCommandLeavesOldOrNew) {
         const auto errors = enumerate(clean.card);
         ASSERT_TRUE(errors.empty()) << errors.begin()->first << ": " << errors.begin()->second;
 
-        unsigned points = 0, valueFiles = 0, directoryFiles = 0, entriesAhead = 0;
+        std::string cuts;
         for (std::uint64_t n = 1; n <= count; ++n) {
+            cuts += n > 1 ? " " : "";
             for (const Fault fault : {Fault::CardRemoved, Fault::TornWrite}) {
                 Start cut(operation);
                 cut.card.virtualCard->instrumentation().injectFault(n, fault);
@@ -489,16 +499,16 @@ TEST(TornWrite, EveryOperationCutAtEveryCommandLeavesOldOrNew) {
                                           (fault == Fault::TornWrite ? " torn" : " not applied");
                 const Damaged damaged = expectOldOrNew(
                     before, after, snapshot(*cut.card.virtualCard), operation, where);
-                entriesAhead += expectListing(cut.card, operation, damaged.directoryFile, where);
-                valueFiles += damaged.valueFiles;
-                directoryFiles += damaged.directoryFile ? 1 : 0;
-                ++points;
+                const bool ahead = expectListing(cut.card, operation, damaged.directoryFile, where);
+                const bool file = damaged.valueFiles > 0;
+                cuts += damaged.directoryFile ? 'D'
+                        : ahead && file       ? 'B'
+                        : ahead               ? 'A'
+                        : file                ? 'F'
+                                              : '.';
             }
         }
-        std::cout << operation.name << ": " << count << " commands, " << points
-                  << " injection points, " << valueFiles << " value files left damaged, "
-                  << directoryFiles << " directory files left damaged, " << entriesAhead
-                  << " entries left ahead of their files\n";
+        EXPECT_EQ(cuts, operation.cuts);
     }
 }
 
