@@ -1,5 +1,6 @@
 // The module's table from failures to return values, row by row, with each
-// exception thrown as the card layer or the application throws it.
+// exception thrown as the card layer or the application throws it: every row
+// of the status word rules and of the exception rules, and their order.
 #include "pkcs11/Errors.hpp"
 
 #include "app/ApplicationException.hpp"
@@ -47,6 +48,16 @@ TEST(ReturnValueTable, EachFailureHasItsPreciseCode) {
         {refusal("Create File", 0x6A84), CKR_DEVICE_MEMORY},
         {refusal("Select", 0x6A82), CKR_DEVICE_ERROR},
         {thrown(card::CardException() << card::ErrorText("card removed")), CKR_DEVICE_REMOVED},
+        {thrown(card::CardException() << card::ErrorText("reader unavailable: Virtual PCD")),
+         CKR_DEVICE_REMOVED},
+        {thrown(card::CardException() << card::ErrorText("PC/SC service stopped or restarted")),
+         CKR_DEVICE_REMOVED},
+        // A card gone in the middle of a command: its status word tells nothing.
+        {thrown(card::CardException() << card::ErrorText("card removed") << card::Command("Verify")
+                                      << card::StatusCode(0x63C1)),
+         CKR_DEVICE_REMOVED},
+        {thrown(card::CardException() << card::ErrorText("card reset by another application")),
+         CKR_DEVICE_ERROR},
         {thrown(card::InvalidDataException() << card::ErrorText("no end")), CKR_DEVICE_ERROR},
         {thrown(card::CardInUseException()), CKR_FUNCTION_FAILED},
         {thrown(app::OutOfMemoryException() << app::ErrorText("EF(DODF) out of memory")),

@@ -4,6 +4,7 @@
 
 #include "OddCard.hpp"
 #include "pkcs11/Interfaces.hpp"
+#include <cstring>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <thread>
@@ -46,21 +47,6 @@ TEST_F(ModuleTest, EveryFunctionIsThereAndTheUnsupportedOnesSaySo) {
     EXPECT_EQ(get(other, nullptr, &found, 0), CKR_ARGUMENTS_BAD);
     EXPECT_EQ(get(name, nullptr, &found, 1 /* fork-safe */), CKR_ARGUMENTS_BAD);
     EXPECT_EQ(list(interfaces, nullptr), CKR_ARGUMENTS_BAD);
-}
-
-TEST_F(ModuleTest, MechanismsTheCardPerformsAreHardware) {
-    CK_MECHANISM_TYPE types[7];
-    CK_ULONG count = 6;
-    EXPECT_EQ(f->C_GetMechanismList(0, types, &count), CKR_BUFFER_TOO_SMALL);
-    ASSERT_EQ(f->C_GetMechanismList(0, types, &count), CKR_OK);
-    CK_MECHANISM_INFO info;
-    for (const CK_MECHANISM_TYPE type : types) {
-        ASSERT_EQ(f->C_GetMechanismInfo(0, type, &info), CKR_OK);
-        EXPECT_TRUE(info.flags & CKF_HW) << type;
-        EXPECT_EQ(std::make_pair(info.ulMinKeySize, info.ulMaxKeySize),
-                  std::make_pair(1024ul, 2048ul));
-    }
-    EXPECT_EQ(f->C_GetMechanismInfo(0, CKM_SHA256, &info), CKR_MECHANISM_INVALID);
 }
 
 TEST_F(ModuleTest, InitialisationFollowsTheLockingRules) {
@@ -237,35 +223,56 @@ TEST_F(ModuleTest, ARemovedCardEndsItsSessions) {
 }
 
 // Signed in three parts by the key's private half in software, verified by
-// the module with the key from the card; a flipped bit does not verify.
-// The cipher text's length can be asked, and a short buffer leaves the
-// operation for the next try; the key's private half deciphers what came out,
-// in software and on the card. A block with signature padding (type 1) is
-// invalid on the card.
+// the module with the key from the card: a flipped bit or a value not below
+// the modulus is invalid, one byte short or long is out of range. CKM_RSA_PKCS
+// enciphers k-11 bytes, not k-10; the cipher text's length can be asked, and
+// a short buffer leaves the operation for the next try. The key's private
+// half deciphers what came out, in software and on the card; a block with
+// signature padding (type 1) is invalid on the card.
 TEST_P(ProfiledModuleTest, WhatTheModuleVerifiesAndEnciphersAgreesWithTheKeysPrivateHalf) {
     const CK_SESSION_HANDLE session = open(CKF_SERIAL_SESSION);
     const CK_OBJECT_HANDLE key = publicKey(session);
-    Bytes message(1000, 0x5A);
+    Bytes message(1000, 0x5A), signature(256), beyond(256), modulus(256);
     CryptoPP::AutoSeededRandomPool rng;
     CryptoPP::RSASS<CryptoPP::PKCS1v15, CryptoPP::SHA256>::Signer signer(softwareKey());
-    Bytes signature(signer.MaxSignatureLength());
-    signer.SignMessage(rng, message.data(), message.size(), signature.data());
+    const CryptoPP::Integer n = softwareKey().GetModulus();
+    n.Encode(modulus.data(), modulus.size());
+    // A message whose signature s leaves room for s + n in k bytes: a value
+    // not below the modulus that the public key maps to a good block.
+    for (std::uint16_t counter = 1; beyond == Bytes(256); ++counter) {
+        ASSERT_NE(counter, 0) << "no signature leaves room for itself plus the modulus";
+        std::memcpy(message.data(), &counter, sizeof counter);
+        signer.SignMessage(rng, message.data(), message.size(), signature.data());
+        const CryptoPP::Integer sum = CryptoPP::Integer(signature.data(), 256) + n;
+        if (sum.ByteCount() <= 256) {
+            sum.Encode(beyond.data(), beyond.size());
+        }
+    }
+    Bytes flipped = signature, longer = signature;
+    flipped[100] ^= 0x01;
+    longer.insert(longer.begin(), 0x00);
 
     CK_MECHANISM sha256{CKM_SHA256_RSA_PKCS, nullptr, 0};
-    for (bool tampered : {false, true}) {
-        Bytes presented = signature;
-        presented[100] ^= tampered ? 0x01 : 0x00;
+    const std::pair<Bytes, CK_RV> presented[] = {
+        {signature, CKR_OK},
+        {flipped, CKR_SIGNATURE_INVALID},
+        {modulus, CKR_SIGNATURE_INVALID},
+        {beyond, CKR_SIGNATURE_INVALID},
+        {Bytes(signature.begin() + 1, signature.end()), CKR_SIGNATURE_LEN_RANGE},
+        {longer, CKR_SIGNATURE_LEN_RANGE},
+    };
+    for (const auto& [value, verdict] : presented) {
+        SCOPED_TRACE(testing::Message() << value.size() << " bytes, expecting " << verdict);
         ASSERT_EQ(f->C_VerifyInit(session, &sha256, key), CKR_OK);
         for (std::size_t at = 0; at < message.size(); at += 400) {
             const CK_ULONG part = std::min<std::size_t>(400, message.size() - at);
             ASSERT_EQ(f->C_VerifyUpdate(session, message.data() + at, part), CKR_OK);
         }
-        EXPECT_EQ(f->C_Verify(session, message.data(), 1, presented.data(), presented.size()),
+        EXPECT_EQ(f->C_Verify(session, message.data(), 1, signature.data(), signature.size()),
                   CKR_OPERATION_ACTIVE)
             << "parts given: only C_VerifyFinal ends it";
-        EXPECT_EQ(f->C_VerifyFinal(session, presented.data(), presented.size()),
-                  tampered ? CKR_SIGNATURE_INVALID : CKR_OK);
-        EXPECT_EQ(f->C_VerifyFinal(session, presented.data(), presented.size()),
+        EXPECT_EQ(f->C_VerifyFinal(session, Bytes(value).data(), value.size()), verdict);
+        EXPECT_EQ(f->C_VerifyFinal(session, signature.data(), signature.size()),
                   CKR_OPERATION_NOT_INITIALIZED)
             << "a verdict ends the operation";
     }
@@ -379,24 +386,96 @@ TEST_P(ProfiledModuleTest, SignaturesAreTheSameWholeOrInPartsForEveryMechanism) 
         EXPECT_EQ(sign(session, CKM_RSA_PKCS, key, each.digestInfo(message)), whole);
     }
 
-    auto signMany = [&](CK_SESSION_HANDLE in, unsigned char fill, int& good) {
-        for (int round = 0; round < 20; ++round) {
-            const Bytes text(100 + round, fill);
-            good += verifies<CryptoPP::SHA256>(text, sign(in, CKM_SHA256_RSA_PKCS, key, text));
+    // CKM_RSA_PKCS signs k-11 bytes (they end the block the public key
+    // recovers), not k-10, whole or in parts.
+    const Bytes longest(245, 0x44), tooLong(246, 0x44);
+    const Bytes signature = sign(session, CKM_RSA_PKCS, key, longest);
+    Bytes block(256);
+    CryptoPP::RSA::PublicKey(softwareKey())
+        .ApplyFunction(CryptoPP::Integer(signature.data(), signature.size()))
+        .Encode(block.data(), block.size());
+    EXPECT_EQ(Bytes(block.end() - 245, block.end()), longest);
+    CK_MECHANISM rsa{CKM_RSA_PKCS, nullptr, 0};
+    CK_ULONG length = block.size();
+    ASSERT_EQ(f->C_SignInit(session, &rsa, key), CKR_OK);
+    EXPECT_EQ(f->C_Sign(session, Bytes(tooLong).data(), tooLong.size(), block.data(), &length),
+              CKR_DATA_LEN_RANGE);
+    ASSERT_EQ(f->C_SignInit(session, &rsa, key), CKR_OK);
+    ASSERT_EQ(f->C_SignUpdate(session, Bytes(longest).data(), longest.size()), CKR_OK);
+    EXPECT_EQ(f->C_SignUpdate(session, Bytes(tooLong).data(), 1), CKR_DATA_LEN_RANGE);
+}
+
+class ThreadedModuleTest : public ModuleTest {
+protected:
+    // One round of every family of entry points on the token in `slot`.
+    void useEveryFamily(CK_SLOT_ID slot, Bytes message) {
+        CK_ULONG count = 0;
+        CK_SLOT_INFO slotInfo;
+        CK_TOKEN_INFO tokenInfo;
+        CK_MECHANISM_INFO mechanismInfo;
+        EXPECT_EQ(f->C_GetSlotList(CK_TRUE, nullptr, &count), CKR_OK);
+        EXPECT_EQ(count, 2u);
+        EXPECT_EQ(f->C_GetSlotInfo(slot, &slotInfo), CKR_OK);
+        EXPECT_EQ(f->C_GetTokenInfo(slot, &tokenInfo), CKR_OK);
+        EXPECT_EQ(f->C_GetMechanismInfo(slot, CKM_RSA_PKCS, &mechanismInfo), CKR_OK);
+        CK_SESSION_HANDLE session = 0;
+        ASSERT_EQ(
+            f->C_OpenSession(slot, CKF_SERIAL_SESSION | CKF_RW_SESSION, nullptr, nullptr, &session),
+            CKR_OK);
+        ASSERT_EQ(login(session, CKU_USER, userPin), CKR_OK);
+        CK_SESSION_INFO info;
+        EXPECT_EQ(f->C_GetSessionInfo(session, &info), CKR_OK);
+        EXPECT_EQ(info.slotID, slot);
+        const CK_OBJECT_HANDLE key = privateKey(session), publicHalf = publicKey(session);
+        EXPECT_EQ(values(session, publicHalf, {CKA_MODULUS})[0].size(), 256u);
+        const Bytes signature = sign(session, CKM_SHA256_RSA_PKCS, key, message);
+        EXPECT_TRUE(verifies<CryptoPP::SHA256>(message, signature));
+        CK_MECHANISM sha256{CKM_SHA256_RSA_PKCS, nullptr, 0}, rsa{CKM_RSA_PKCS, nullptr, 0};
+        ASSERT_EQ(f->C_VerifyInit(session, &sha256, publicHalf), CKR_OK);
+        EXPECT_EQ(f->C_Verify(session, message.data(), message.size(), Bytes(signature).data(),
+                              signature.size()),
+                  CKR_OK);
+        Bytes cipher(256), plain(256);
+        CK_ULONG length = cipher.size();
+        ASSERT_EQ(f->C_EncryptInit(session, &rsa, publicHalf), CKR_OK);
+        ASSERT_EQ(f->C_Encrypt(session, message.data(), message.size(), cipher.data(), &length),
+                  CKR_OK);
+        ASSERT_EQ(f->C_DecryptInit(session, &rsa, key), CKR_OK);
+        length = plain.size();
+        ASSERT_EQ(f->C_Decrypt(session, cipher.data(), cipher.size(), plain.data(), &length),
+                  CKR_OK);
+        EXPECT_EQ(Bytes(plain.begin(), plain.begin() + length), message);
+        EXPECT_EQ(f->C_DigestInit(session, &sha256), CKR_FUNCTION_NOT_SUPPORTED);
+        EXPECT_EQ(f->C_GenerateRandom(session, cipher.data(), 16), CKR_OK);
+        CK_ATTRIBUTE data[] = {{CKA_CLASS, &dataClass, sizeof dataClass},
+                               {CKA_VALUE, message.data(), 1}};
+        CK_OBJECT_HANDLE created = 0;
+        ASSERT_EQ(f->C_CreateObject(session, data, 2, &created), CKR_OK);
+        EXPECT_EQ(set(session, created, CKA_LABEL, {'n', 'o'}), CKR_OK);
+        EXPECT_EQ(f->C_DestroyObject(session, created), CKR_OK);
+        EXPECT_EQ(f->C_Logout(session), CKR_OK);
+        EXPECT_EQ(f->C_CloseSession(session), CKR_OK);
+    }
+};
+
+// Two threads, each on a token of its own, go through every family of entry
+// points at once, each result checked. Under ThreadSanitizer (make
+// pkcs11-tsan) an entry point that does not take the module's lock races with
+// the other thread's sessions, slots and objects.
+TEST_F(ThreadedModuleTest, TwoThreadsUseEveryEntryPointAtOnce) {
+    const fs::path second = directory_ / "second.json";
+    fs::copy_file(image_, second, fs::copy_options::overwrite_existing);
+    ::setenv("P15KIT_PKCS11_CARD", (image_.string() + ":" + second.string()).c_str(), 1);
+    restart();
+    const auto rounds = [this](CK_SLOT_ID slot) {
+        for (int round = 0; round < 6; ++round) {
+            useEveryFamily(slot, Bytes(100 + round, static_cast<unsigned char>(slot)));
         }
     };
-    int goodFirst = 0, goodSecond = 0;
-    const CK_SESSION_HANDLE second = open(CKF_SERIAL_SESSION);
-    std::thread one(signMany, session, 0x01, std::ref(goodFirst));
-    std::thread two(signMany, second, 0x02, std::ref(goodSecond));
+    std::thread one(rounds, 0), two(rounds, 1);
     one.join();
     two.join();
-    EXPECT_EQ(goodFirst, 20);
-    EXPECT_EQ(goodSecond, 20);
-
-    Bytes random(300);
-    ASSERT_EQ(f->C_GenerateRandom(session, random.data(), random.size()), CKR_OK);
-    EXPECT_NE(random, Bytes(300, 0x00));
+    fs::remove(second);
 }
 
 // A private data object and a certificate stored through the module are on

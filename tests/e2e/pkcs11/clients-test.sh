@@ -1,20 +1,16 @@
 #!/bin/sh
 # The module under the PKCS#11 clients of Debian's packages, on a fresh
-# virtual card with one key pair: p11tool (GnuTLS), ssh-keygen (OpenSSH),
-# modutil (NSS) and a python3-pykcs11 script that signs; openssl checks the
-# signature.
+# virtual card with one key pair: p11tool (GnuTLS), ssh-keygen (OpenSSH) and
+# modutil (NSS); openssl checks what they made. Signatures are checked in
+# software by test_pkcs11.
 # Usage: clients-test.sh MODULE TESTCARD_MAKER
 # Exit 77 (skipped) when a client is not installed.
 set -eu
 module=$1
 maker=$2
-here=$(dirname "$0")
-# Debian's python, the one python3-pykcs11 installs into.
-python=/usr/bin/python3
-for tool in p11tool ssh-keygen modutil certutil openssl $python; do
+for tool in p11tool ssh-keygen modutil certutil openssl; do
     command -v $tool >/dev/null || { echo "skipped: $tool not installed (scripts/install-deps)"; exit 77; }
 done
-$python -c 'import PyKCS11' 2>/dev/null || { echo "skipped: python3-pykcs11 not installed"; exit 77; }
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -65,7 +61,4 @@ keygen p11tool --provider "$module" --login --set-label Renamed \
     "pkcs11:object=Signing%20key;type=private" >/dev/null 2>&1 || fail "p11tool cannot rename a key"
 privateKeys | grep -q 'object=Renamed;type=private' || fail "p11tool lists no renamed key"
 
-$python "$here/pykcs11-test.py" "$module" "$work"
-openssl dgst -sha256 -verify "$work/public.pem" -signature "$work/signature" "$work/message" \
-    >/dev/null || fail "openssl does not verify the signature made through pykcs11"
 echo "all clients work with the module"
