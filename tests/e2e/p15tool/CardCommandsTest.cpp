@@ -7,8 +7,10 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <filesystem>
 #include <poll.h>
 #include <pty.h>
+#include <regex>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -36,6 +38,7 @@ protected:
     Environment home() const { return {{"XDG_DATA_HOME", directory.path()}}; }
 
     TemporaryDirectory directory;
+    const std::string image = directory.file("card.json");
 };
 
 std::string storedPin(const std::string& image, std::uint8_t reference) {
@@ -44,25 +47,30 @@ std::string storedPin(const std::string& image, std::uint8_t reference) {
     return std::string(value.begin(), std::find(value.begin(), value.end(), 0xFF));
 }
 
+// init stores the PINs it is given (from a file: its first line), prints
+// none, and replaces a card only with --force.
 TEST_F(CardCommands, InitPersonalisesTheImageWithTheChosenPins) {
-    const std::string image = directory.file("card.json");
-    const ToolResult result = init(image, {"--label", "Caf\xC3\xA9"});
-    ASSERT_EQ(result.exitCode, 0) << result.err;
-    EXPECT_EQ(result.out.find("2468"), std::string::npos);
-    EXPECT_EQ(storedPin(image, vcard::layout::userPinReference), "2468");
+    writeFile(directory.file("pin"), "8642\r\nsecond line\n");
+    const ToolResult result =
+        runTool({"--card", image, "init", "--label", "Caf\xC3\xA9", "--pin-file",
+                 directory.file("pin"), "--puk-env", "PUK", "--so-pin-env", "SO_PIN"},
+                pins);
+    ASSERT_TRUE(exited(result, 0));
+    EXPECT_EQ(result.out.find("8642"), std::string::npos);
+    EXPECT_EQ(storedPin(image, vcard::layout::userPinReference), "8642");
     EXPECT_EQ(storedPin(image, vcard::layout::unblockingPinReference), "13572468");
     EXPECT_EQ(storedPin(image, vcard::layout::soPinReference), "97531");
 
     const std::string before = readFile(image);
-    const ToolResult again = init(image);
-    EXPECT_EQ(again.exitCode, 1);
-    EXPECT_NE(again.err.find("--force"), std::string::npos) << again.err;
+    EXPECT_TRUE(exited(init(image), 1, "--force"));
     EXPECT_EQ(readFile(image), before);
-    EXPECT_EQ(init(image, {"--force"}).exitCode, 0);
+    EXPECT_TRUE(exited(init(image, {"--force"}), 0));
+    EXPECT_EQ(storedPin(image, vcard::layout::userPinReference), "2468");
 }
 
+// A PIN init cannot use, or none without a terminal to ask on, is a usage
+// error that writes no image.
 TEST_F(CardCommands, InitRefusesPinsItCannotUseAndWritesNothing) {
-    const std::string image = directory.file("card.json");
     const struct {
         Environment environment;
         const char* says;
@@ -73,44 +81,33 @@ TEST_F(CardCommands, InitRefusesPinsItCannotUseAndWritesNothing) {
     };
     for (const auto& each : cases) {
         const ToolResult result = init(image, {}, each.environment);
-        EXPECT_EQ(result.exitCode, 2);
-        EXPECT_NE(result.err.find(each.says), std::string::npos) << result.err;
+        EXPECT_TRUE(exited(result, 2, each.says));
         EXPECT_TRUE(result.out.empty());
     }
-    // Without a terminal a PIN has to come from an option.
-    const ToolResult noTerminal = runTool({"--card", image, "init"});
-    EXPECT_EQ(noTerminal.exitCode, 2);
-    EXPECT_NE(noTerminal.err.find("--pin-env VAR or --pin-file FILE"), std::string::npos)
-        << noTerminal.err;
+    EXPECT_TRUE(exited(runTool({"--card", image, "init"}), 2, "--pin-env VAR or --pin-file FILE"));
     EXPECT_FALSE(std::filesystem::exists(image));
 }
 
-TEST_F(CardCommands, PinFromAFileIsItsFirstLine) {
-    const std::string image = directory.file("card.json");
-    writeFile(directory.file("pin"), "8642\r\nsecond line\n");
-    const ToolResult result = runTool({"--card", image, "init", "--pin-file", directory.file("pin"),
-                                       "--puk-env", "PUK", "--so-pin-env", "SO_PIN"},
-                                      pins);
-    ASSERT_EQ(result.exitCode, 0) << result.err;
-    EXPECT_EQ(storedPin(image, vcard::layout::userPinReference), "8642");
-}
-
+// The user's own card is made on first use and named once; a relative
+// XDG_DATA_HOME is ignored, as the XDG rules say.
 TEST_F(CardCommands, TheDefaultCardIsCreatedOnFirstUseAndNamed) {
     const ToolResult first = runTool({"--json", "info"}, home());
-    ASSERT_EQ(first.exitCode, 0) << first.err;
-    const std::string image = directory.file("p15kit/card.json");
-    EXPECT_NE(first.err.find("created a new virtual card " + image), std::string::npos)
-        << first.err;
+    const std::string own = directory.file("p15kit/card.json");
+    ASSERT_TRUE(exited(first, 0, "created a new virtual card " + own));
     const nlohmann::json info = first.json();
-    EXPECT_EQ(info["card"]["image"], image);
+    EXPECT_EQ(info["card"]["image"], own);
     EXPECT_EQ(info["application"]["aid"], "A000000063504B43532D3135");
     EXPECT_FALSE(info["card"]["atr"].get<std::string>().empty());
     EXPECT_EQ(info["signatureAlgorithms"].at(0)["name"], "rsaEncryption");
-
     const ToolResult second = runTool({"info"}, home());
-    ASSERT_EQ(second.exitCode, 0) << second.err;
+    ASSERT_TRUE(exited(second, 0));
     EXPECT_TRUE(second.err.empty()) << second.err;
-    EXPECT_NE(second.out.find("image  " + image), std::string::npos) << second.out;
+    EXPECT_TRUE(contains(second.out, "image  " + own));
+
+    const TemporaryDirectory other;
+    EXPECT_TRUE(
+        exited(runTool({"info"}, {{"HOME", other.path()}, {"XDG_DATA_HOME", "relative/data"}}), 0));
+    EXPECT_TRUE(std::filesystem::exists(other.file(".local/share/p15kit/card.json")));
 }
 
 // Makes the EF(ODF) of `image` unreadable: the card refuses to read it.
@@ -129,6 +126,10 @@ void makeOdfUnreadable(const std::string& image) {
     writeFile(image, card.dump());
 }
 
+// Every failure is one line with its exit code, naming what failed and the
+// next step: a card that refuses a read, pcscd away, a missing or corrupt
+// image, options that exclude each other, a mistyped command (with the
+// nearest one), a malformed --oid refused before the card is opened.
 TEST_F(CardCommands, FailuresHaveTheirExitCodesAndOneLine) {
     const std::string corrupt = directory.file("corrupt.json");
     writeFile(corrupt, "{\"version\": 1, \"files\": [");
@@ -138,29 +139,40 @@ TEST_F(CardCommands, FailuresHaveTheirExitCodesAndOneLine) {
     const struct {
         std::vector<std::string> arguments;
         int exitCode;
-        const char* says;
+        std::string says;
     } cases[] = {
         {{"--card", refusing, "list"}, 3, "Read Binary: 6982"},
         {{"readers"}, 3, "pcscd"},
         {{"--card", directory.file("none.json"), "info"}, 5, "p15tool --card"},
-        {{"--card", corrupt, "info"}, 1, corrupt.c_str()},
+        {{"--card", corrupt, "info"}, 1, corrupt},
         {{"--conf", directory.file("none.conf"), "info"}, 5, "check --conf"},
         {{"--card", corrupt, "--reader", "x", "info"}, 2, "excludes"},
         {{"--reader", "x", "init"}, 2, "leave out --reader"},
         {{"info", "--bogus"}, 2, "bogus; see p15tool info --help"},
         {{}, 2, "subcommand"},
+        {{"lst"}, 2, "unknown command \"lst\": did you mean \"list\"?"},
+        {{"pin", "stauts"}, 2, "did you mean \"status\"?; see p15tool pin --help"},
+        {{"--card", "/nonexistent/card.json", "data", "write", "/dev/null", "--label", "L", "--oid",
+          "1.2.-3"},
+         2,
+         "is not an object identifier"},
     };
     Environment environment = home();
     environment.emplace_back("PCSCLITE_CSOCK_NAME", directory.file("no-pcscd")); // pcscd is away
     for (const auto& each : cases) {
         SCOPED_TRACE(each.says);
         const ToolResult result = runTool(each.arguments, environment);
-        EXPECT_EQ(result.exitCode, each.exitCode);
-        EXPECT_NE(result.err.find(each.says), std::string::npos) << result.err;
+        EXPECT_TRUE(exited(result, each.exitCode, each.says));
         EXPECT_EQ(result.err.rfind("p15tool: ", 0), 0u) << result.err;
         EXPECT_EQ(result.err.find('\n'), result.err.size() - 1) << "one line: " << result.err;
     }
     EXPECT_EQ(readFile(corrupt), "{\"version\": 1, \"files\": [");
+    EXPECT_EQ(runTool({"frobnicate"}).err.find("did you mean"), std::string::npos)
+        << "nothing near it";
+    const ToolResult version = runTool({"--version"});
+    EXPECT_TRUE(exited(version, 0));
+    EXPECT_TRUE(std::regex_match(version.out, std::regex("p15tool [0-9]+\\.[0-9]+\\.[0-9]+\n")))
+        << version.out;
 }
 
 // The terminal side of a pseudo-terminal: what the tool wrote, until `text`.
@@ -212,19 +224,40 @@ Typed typeUserPin(const std::string& image, const std::string& first, const std:
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, screen};
 }
 
+// A PIN typed at the terminal is asked twice and never echoed; entries that
+// differ write no image.
 TEST_F(CardCommands, PinTypedAtTheTerminalIsNotEchoed) {
-    const std::string image = directory.file("card.json");
     const Typed typed = typeUserPin(image, "97531", "97531");
     ASSERT_EQ(typed.exitCode, 0) << typed.screen;
-    EXPECT_NE(typed.screen.find("Repeat the new user PIN: "), std::string::npos) << typed.screen;
+    EXPECT_TRUE(contains(typed.screen, "Repeat the new user PIN: "));
     EXPECT_EQ(typed.screen.find("97531"), std::string::npos) << typed.screen;
     EXPECT_EQ(storedPin(image, vcard::layout::userPinReference), "97531");
 
     const std::string other = directory.file("other.json");
     const Typed mismatch = typeUserPin(other, "97531", "97532");
     EXPECT_EQ(mismatch.exitCode, 2);
-    EXPECT_NE(mismatch.screen.find("entries differ"), std::string::npos) << mismatch.screen;
+    EXPECT_TRUE(contains(mismatch.screen, "entries differ"));
     EXPECT_FALSE(std::filesystem::exists(other));
+}
+
+using BrokenCard = InitialisedCard;
+
+// A directory file that is not valid DER is named, with the next step.
+TEST_F(BrokenCard, ACorruptDirectoryFileIsNamed) {
+    const auto overwrite = [&](std::uint16_t fid, const vcard::Bytes& bytes) {
+        editCardFile(image, fid, [&](vcard::Bytes& content) {
+            std::copy(bytes.begin(), bytes.end(), content.begin());
+        });
+    };
+    overwrite(0x4400, {0x30, 0x82, 0xFF, 0xFF});
+    const ToolResult keygen = tool({"keygen", "--label", "K", "--pin-env", "USER_PIN"});
+    EXPECT_TRUE(exited(keygen, 1,
+                       "EF(PrKDF) 4400 on the card is not valid DER: directory file structure "
+                       "broken"));
+    EXPECT_TRUE(contains(keygen.err, "p15tool decode --kind prkdf FILE"));
+    overwrite(0x5031, {0xA0, 0xFF});
+    EXPECT_TRUE(exited(tool({"pin", "status"}), 1,
+                       "EF(ODF) 5031 on the card is not valid DER: ASN.1: length beyond data (1)"));
 }
 
 } // namespace

@@ -9,6 +9,8 @@
 #include <cryptopp/sha.h>
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 namespace p15tool::test {
 namespace {
 
@@ -20,17 +22,24 @@ int userPinTries(const std::string& image) {
 
 class KeyUse : public ProfiledCard {};
 
-// The key signs a message into a valid signature whose first byte is 00:
-// without that byte it does not verify. A key is refused what its usage
-// forbids before the PIN is verified, so a wrong PIN costs no try.
+// A signature verifies only at exactly the modulus's length and below the
+// modulus: the valid one less its leading 00 byte, with a second one, or
+// with the modulus added (the same value modulo n, so it would verify
+// unchecked) is refused. A key is refused what its usage forbids before the
+// PIN is verified, so a wrong PIN costs no try.
 TEST_P(KeyUse, SignDecryptAndVerifyTakeOnlyWhatTheKeyAndTheSignatureAllow) {
     CryptoPP::AutoSeededRandomPool random;
     CryptoPP::InvertibleRSAFunction key;
-    key.GenerateRandomWithKeySize(random, 1024);
-    const CryptoPP::RSASS<CryptoPP::PKCS1v15, CryptoPP::SHA256>::Signer signer(key);
-    std::string message, signature(signer.MaxSignatureLength(), '\0'), pkcs1;
-    for (int attempt = 0; message.empty() || signature.front() != '\0'; ++attempt) {
+    std::string message, signature, pkcs1;
+    for (int attempt = 0;
+         message.empty() || signature.front() != '\0' || key.GetModulus().GetByte(127) == 0xFF;
+         ++attempt) {
         ASSERT_LT(attempt, 10000) << "one signature in 256 starts with 00";
+        if (attempt % 64 == 0) {
+            key.GenerateRandomWithKeySize(random, 1024);
+        }
+        const CryptoPP::RSASS<CryptoPP::PKCS1v15, CryptoPP::SHA256>::Signer signer(key);
+        signature.assign(signer.MaxSignatureLength(), '\0');
         message = "message " + std::to_string(attempt);
         signer.SignMessage(random, reinterpret_cast<const CryptoPP::byte*>(message.data()),
                            message.size(), reinterpret_cast<CryptoPP::byte*>(signature.data()));
@@ -39,14 +48,28 @@ TEST_P(KeyUse, SignDecryptAndVerifyTakeOnlyWhatTheKeyAndTheSignatureAllow) {
     key.DEREncodePrivateKey(sink);
     writeFile(file("key.der"), pkcs1);
     writeFile(file("message"), message);
-    writeFile(file("good"), signature);
-    writeFile(file("stripped"), signature.substr(1));
+    const CryptoPP::Integer beyond =
+        CryptoPP::Integer(reinterpret_cast<const CryptoPP::byte*>(signature.data()),
+                          signature.size()) +
+        key.GetModulus();
+    std::string beyondBytes(signature.size(), '\0');
+    beyond.Encode(reinterpret_cast<CryptoPP::byte*>(beyondBytes.data()), beyondBytes.size());
     ASSERT_TRUE(exited(
         tool({"key", "import", file("key.der"), "--label", "Signing key", "--pin-env", "USER_PIN"}),
         0));
-    EXPECT_TRUE(exited(tool({"verify", "--in", file("message"), "--signature", file("good")}), 0));
-    EXPECT_TRUE(exited(tool({"verify", "--in", file("message"), "--signature", file("stripped")}),
-                       1, "does not verify"));
+    for (const auto& [name, value, code] : {std::tuple{"good", signature, 0},
+                                            {"stripped", signature.substr(1), 1},
+                                            {"padded", '\0' + signature, 1},
+                                            {"beyond", beyondBytes, 1}}) {
+        SCOPED_TRACE(name);
+        writeFile(file(name), value);
+        const ToolResult verified =
+            tool({"verify", "--in", file("message"), "--signature", file(name)});
+        EXPECT_TRUE(
+            exited(verified, code,
+                   code ? "the signature in " + file(name) + " does not verify with \"Signing key\""
+                        : ""));
+    }
 
     ASSERT_TRUE(exited(tool({"encrypt", "--in", file("message"), "--out", file("cryptogram")}), 0));
     const auto run = [&](const std::string& command, const char* pin) {

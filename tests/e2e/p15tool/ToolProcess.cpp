@@ -109,10 +109,12 @@ void InitialisedCard::SetUp() {
     ASSERT_EQ(init.exitCode, 0) << init.err;
 }
 
-ToolResult InitialisedCard::tool(std::vector<std::string> arguments,
+ToolResult InitialisedCard::tool(std::vector<std::string> arguments, const Environment& extra,
                                  const std::string& input) const {
     arguments.insert(arguments.begin(), {"--card", image});
-    return runTool(arguments, environment, input);
+    Environment all = environment;
+    all.insert(all.end(), extra.begin(), extra.end());
+    return runTool(arguments, all, input);
 }
 
 std::string openssl(const TemporaryDirectory& directory, const std::string& arguments) {

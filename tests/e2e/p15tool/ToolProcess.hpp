@@ -82,8 +82,9 @@ protected:
     void SetUp() override;
     // The profile init gives the card.
     virtual vcard::CardProfile profile() const { return vcard::CardProfile::Native; }
-    // p15tool on this test's card image, stdin from the file `input`.
-    ToolResult tool(std::vector<std::string> arguments,
+    // p15tool on this test's card image, `extra` added to the environment,
+    // stdin from the file `input`.
+    ToolResult tool(std::vector<std::string> arguments, const Environment& extra = {},
                     const std::string& input = "/dev/null") const;
     std::string openssl(const std::string& arguments) const {
         return test::openssl(directory, arguments);
