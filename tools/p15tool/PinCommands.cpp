@@ -67,14 +67,14 @@ void verify(const GlobalOptions& global, const PinOptions& options) {
     const mw::ByteBuffer value = readPinOf(session, chosen.pin, options.pin, false);
     presentPin(session, refusedPin(chosen.pin),
                [&] { chosen.pin.authenticate(session.channel(), value); });
-    printPin(global, session, chosen, verified);
+    printPin(global, session, chosen, card::service::PinInfo::Verified);
 }
 
 void logout(const GlobalOptions& global, const PinOptions& options) {
     const Session session(global);
     const ChosenPin chosen(session, options.choice);
     chosen.pin.deauthenticate(session.channel());
-    printPin(global, session, chosen, notVerified);
+    printPin(global, session, chosen, card::service::PinInfo::NotVerified);
 }
 
 void change(const GlobalOptions& global, const PinOptions& options) {

@@ -159,7 +159,7 @@ void putDetails(Json& out, const IPin& pin, const PinList& pins) {
 }
 
 void putStatus(Json& out, IPin::PinInfo info, std::optional<std::uint16_t> stateIfUntold) {
-    if (info.state == untold && stateIfUntold) {
+    if (info.state == card::service::PinInfo::Unknown && stateIfUntold) {
         info.state = *stateIfUntold;
     }
     if (info.triesLeft != unknownTries) {

@@ -2,6 +2,7 @@
 #define TOOLS_P15TOOL_PINS_HPP
 
 #include "app/object/IPin.hpp"
+#include "card/service/PinReference.hpp"
 #include "tools/p15tool/Output.hpp"
 
 #include <boost/shared_ptr.hpp>
@@ -44,9 +45,6 @@ const app::object::IPin* unblockingPinOf(const app::object::IPin& pin, const Pin
 
 // "User PIN", or "PIN 01" for a PIN without a label.
 std::string pinName(const app::object::IPin& pin);
-
-// IPin::PinInfo::state as the card reports it; untold: the card does not tell.
-enum PinState : std::uint16_t { notVerified, verified, blocked, untold };
 
 // A PIN as `pin status` shows it (label, authId, reference, type, flags,
 // tries left, state); `detailed` adds what `list` shows besides: the object
