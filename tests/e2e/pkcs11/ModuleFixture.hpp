@@ -1,6 +1,6 @@
 // The module as a PKCS#11 application loads it: dlopen, C_GetFunctionList,
 // the real plugin, card layer and virtual card underneath. The card is made
-// once by p15-pkcs11-testcard and copied fresh for every test.
+// once by make-test-card.sh and copied fresh for every test.
 #ifndef TESTS_E2E_PKCS11_MODULEFIXTURE_HPP
 #define TESTS_E2E_PKCS11_MODULEFIXTURE_HPP
 
@@ -84,7 +84,7 @@ protected:
     // The profile of the card the test runs on.
     virtual vcard::CardProfile profile() const { return vcard::CardProfile::Native; }
 
-    // Where p15-pkcs11-testcard leaves the card of `profile` (template.json), its key and its
+    // Where make-test-card.sh leaves the card of `profile` (template.json), its key and its
     // certificate: made on first use.
     static fs::path cardFolder(vcard::CardProfile profile) {
         const bool native = profile == vcard::CardProfile::Native;
@@ -95,13 +95,13 @@ protected:
         fs::create_directories(folder);
         return fs::exists(folder / "template.json") ||
                std::system(("P15_TESTCARD_PROFILE=" + std::string(vcard::profileName(profile)) +
-                            " " + TESTCARD_PATH + " " + (folder / "template.json").string() + " " +
-                            folder.string())
+                            " sh " + TESTCARD_PATH + " " + P15TOOL_PATH + " " +
+                            (folder / "template.json").string() + " " + folder.string())
                                .c_str()) == 0;
     }
 
     void SetUp() override {
-        ASSERT_TRUE(madeCard(profile())) << "p15-pkcs11-testcard made no card";
+        ASSERT_TRUE(madeCard(profile())) << "make-test-card.sh made no card";
         folder_ = cardFolder(profile());
         softwareKeyPath = (folder_ / "private.der").string();
         image_ = directory_ / "card.json";

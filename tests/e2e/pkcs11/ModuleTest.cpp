@@ -96,7 +96,7 @@ TEST_P(ProfiledModuleTest, PrivateObjectsShowOnlyToTheLoggedInUser) {
 // One call answers every entry: a length, a value, a sensitive one, an
 // unknown one and one too small, and names the failures. The certificate's
 // fields come out of its DER: a self-signed one has the same subject and
-// issuer, and serial 4660 is the INTEGER 02 02 12 34.
+// issuer, and the serial is the INTEGER after the version v3 (A0 03 02 01 02).
 TEST_F(ModuleTest, AttributeValuesFollowTheSizeAndSensitivityRules) {
     const CK_SESSION_HANDLE session = userSession(CKF_SERIAL_SESSION);
     const CK_OBJECT_HANDLE key = privateKey(session);
@@ -132,7 +132,10 @@ TEST_F(ModuleTest, AttributeValuesFollowTheSizeAndSensitivityRules) {
     ASSERT_FALSE(name.empty());
     EXPECT_NE(std::search(der.begin(), der.end(), name.begin(), name.end()), der.end());
     EXPECT_EQ(name, answer[2]);
-    EXPECT_EQ(answer[3], (Bytes{0x02, 0x02, 0x12, 0x34}));
+    Bytes serial{0xA0, 0x03, 0x02, 0x01, 0x02};
+    serial.insert(serial.end(), answer[3].begin(), answer[3].end());
+    EXPECT_EQ(answer[3].at(0), 0x02);
+    EXPECT_NE(std::search(der.begin(), der.end(), serial.begin(), serial.end()), der.end());
     EXPECT_EQ(answer[4], (Bytes{0x45, 0x01}));
 }
 

@@ -5,6 +5,7 @@
 #include "ModuleFixture.hpp"
 
 #include "OddCard.hpp"
+#include "app/pkcs15/oss/Codec.hpp"
 #include "vcard/CardImage.hpp"
 #include <sys/wait.h>
 
@@ -23,6 +24,21 @@ Bytes number(CK_ULONG value) {
 
 using ObjectsTest = ModuleTest;
 using SharedImage = ModuleTest;
+
+// The card's certificate entry (EF(CDF)'s only one) without its flags: not modifiable.
+void makeCertificateUnmodifiable(const std::string& image) {
+    namespace oss = app::pkcs15::oss;
+    vcard::CardState state = vcard::CardImage::load(image);
+    vcard::Bytes& cdf =
+        state.files.selectByPath({0x3F, 0x00, 0x50, 0x15, 0x44, 0x04}, true).content;
+    oss::CertificateType entry;
+    oss::decode(cdf.data(), cdf.size(), entry);
+    entry.x509CertificateValue.commonObjectAttributes.flags.reset();
+    vcard::Bytes unflagged = oss::encode(entry);
+    unflagged.resize(cdf.size());
+    cdf = unflagged;
+    vcard::CardImage::store(image, vcard::CardImage::serialise(state));
+}
 
 // A generated pair signs at once and stays, local, for the next process; it
 // takes the first free id or the one given, listed once, but not an id of the
@@ -81,6 +97,7 @@ TEST_F(ObjectsTest, GeneratedPairsAreListedOnceStayLocalAndKeepTheirIdsApart) {
 // its certificate and goes with it.
 TEST_F(ObjectsTest, LabelsAndIdsAreRewrittenInTheEntryAndTheRestIsReadOnly) {
     addOddEntries(image_.string(), false);
+    makeCertificateUnmodifiable(image_.string());
     const CK_SESSION_HANDLE session = open();
     EXPECT_EQ(set(open(CKF_SERIAL_SESSION), publicKey(session), CKA_LABEL, text("x")),
               CKR_SESSION_READ_ONLY);

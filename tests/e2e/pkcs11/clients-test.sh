@@ -3,18 +3,18 @@
 # virtual card with one key pair: p11tool (GnuTLS), ssh-keygen (OpenSSH) and
 # modutil (NSS); openssl checks what they made. Signatures are checked in
 # software by test_pkcs11.
-# Usage: clients-test.sh MODULE TESTCARD_MAKER
+# Usage: clients-test.sh MODULE P15TOOL
 # Exit 77 (skipped) when a client is not installed.
 set -eu
 module=$1
-maker=$2
+p15tool=$2
 for tool in p11tool ssh-keygen modutil certutil openssl; do
     command -v $tool >/dev/null || { echo "skipped: $tool not installed (scripts/install-deps)"; exit 77; }
 done
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-"$maker" "$work/card.json" "$work"
+sh "$(dirname "$0")/make-test-card.sh" "$p15tool" "$work/card.json" "$work"
 openssl pkey -pubin -inform DER -in "$work/public.der" -out "$work/public.pem"
 export P15KIT_PKCS11_CARD="$work/card.json" P15KIT_PKCS11_PCSC=off
 fail() { echo "FAILED: $*"; exit 1; }

@@ -2,10 +2,10 @@
 # Stages the installation in a DESTDIR and checks the module's part of it:
 # the p11-kit module file names the installed module, and the installed
 # module loads the installed plugin (not the build tree's).
-# Usage: install-test.sh BUILD_DIR TESTCARD_MAKER
+# Usage: install-test.sh BUILD_DIR P15TOOL
 set -eu
 build=$1
-maker=$2
+p15tool=$2
 command -v p11tool >/dev/null || { echo "skipped: p11tool not installed"; exit 77; }
 stage=$(mktemp -d)
 trap 'rm -rf "$stage"' EXIT
@@ -21,7 +21,7 @@ case $module in
 esac
 test -f "$stage$module" || { echo "the module file names $module, which is not installed"; exit 1; }
 
-"$maker" "$stage/card.json" "$stage"
+sh "$(dirname "$0")/make-test-card.sh" "$p15tool" "$stage/card.json" "$stage"
 plugin=$(find "$stage$prefix" -path '*/p15kit/libp15app.so')
 P15KIT_PKCS11_CARD=$stage/card.json P15KIT_PKCS11_PCSC=off \
     p11tool --provider "$stage$module" --list-tokens | grep -q 'p15kit virtual card' ||
