@@ -107,7 +107,8 @@ TEST_P(FileServicesTest, AnFfffByteFileIsReadAndUpdatedToItsLastByte) {
     EXPECT_CARD_ERROR(files()->select(*channel_, path), "Select", 0x6A82);
 }
 
-// A verified PIN's status answer has no count; an unknown PIN is the card's 6A88.
+// The card enforces the AND and NOT conditions files are created with, deletion as update; a
+// verified PIN's status answer has no count, an unknown PIN's is 6A88.
 TEST_P(FileServicesTest, CreatedConditionsAreEnforcedByTheCard) {
     const SecurityConditionPtr userAndSo = boost::make_shared<AndSecurityCondition>(
         SecurityConditionList{pinVerified(0x01), pinVerified(0x03)});
