@@ -83,7 +83,7 @@ Bytes type1Block(const Bytes& data, std::size_t k) {
 
 // A key signs at most eleven bytes less than its modulus, after the user PIN and with an
 // environment that a reset clears; deciphering takes off type 2 padding and nothing else.
-// Signatures that open to the type 1 block: Engines.EveryAlgorithm (e2e).
+// Signatures that open to the type 1 block: EveryAlgorithm.TheCardSignsAndTheSoftwareVerifies.
 TEST_F(KeyCommands, SigningAndDecipheringNeedAnEnvironmentAndTheirPadding) {
     createKeyFiles(0x01, 1024);
     const auto [n, e] = generate(0x81, 1024);

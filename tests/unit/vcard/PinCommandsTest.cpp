@@ -9,7 +9,7 @@ namespace {
 using PinCommands = CardTest;
 
 // VERIFY without data tells the status and costs no try; refusals of form cost none either.
-// Blocking after the last try: PinsThroughThePlugin.APinBlocksAfterItsTries...
+// Blocking after the last try: PinCommands.APinBlocksAfterItsTriesAndThePukFreesIt (p15tool).
 TEST_F(PinCommands, VerifyStatusAndRefusals) {
     EXPECT_EQ(pinStatus(*card, 1), 0x63C3);
     EXPECT_EQ(sw(apdu(0, 0x20, 0, 1, hex("313233343536"))), 0x6700); // not padded
