@@ -129,22 +129,16 @@ TEST_F(FileCommands, TheLargestFileThroughTheImage) {
     ASSERT_EQ(sw("00A40800 06 5015 DF02 C0FF"), 0x9000);
     EXPECT_EQ(send("00B10000 04 5402FFFE 03"), hex("5301 AB 9000"));
     EXPECT_EQ(sw("00B10000 04 5402FFFF 00"), 0x6B00);
-    const struct {
-        unsigned ne;
-        const char* header;
-        std::size_t bytes;
-    } answers[] = {{0x82, "537F", 127},
-                   {0x83, "538180", 128},
-                   {0x103, "5381FF", 255},
-                   {0x104, "53820100", 256}};
-    for (const auto& expected : answers) {
-        const Bytes answer = send(
-            concat(hex("00B10000 000004 54028000"), {static_cast<std::uint8_t>(expected.ne >> 8),
-                                                     static_cast<std::uint8_t>(expected.ne)}));
-        const Bytes header = hex(expected.header);
-        EXPECT_EQ(statusWord(answer), 0x9000) << expected.ne;
-        EXPECT_EQ(Bytes(answer.begin(), answer.begin() + header.size()), header) << expected.ne;
-        EXPECT_EQ(answer.size(), header.size() + expected.bytes + 2) << expected.ne;
+    const std::tuple<const char*, const char*, std::size_t> answers[] = {{"0082", "537F", 127},
+                                                                         {"0083", "538180", 128},
+                                                                         {"0103", "5381FF", 255},
+                                                                         {"0104", "53820100", 256}};
+    for (const auto& [ne, header, bytes] : answers) {
+        SCOPED_TRACE(ne);
+        const Bytes answer = send(std::string("00B10000 000004 54028000") + ne);
+        EXPECT_EQ(statusWord(answer), 0x9000);
+        EXPECT_EQ(Bytes(answer.begin(), answer.begin() + hex(header).size()), hex(header));
+        EXPECT_EQ(answer.size(), hex(header).size() + bytes + 2);
     }
 }
 
