@@ -1,4 +1,4 @@
-// File access and file system services against the card, in-process and over PC/SC.
+// File access, file system and PIN services against the card, in-process and over PC/SC.
 #include "CardFixture.hpp"
 #include "TestKeys.hpp"
 
@@ -99,10 +99,16 @@ TEST_P(FileServicesTest, AnFfffByteFileIsReadAndUpdatedToItsLastByte) {
     }
     EXPECT_EQ(files()->read(*channel_, 0, 0), expected) << "nothing around the ranges changes";
     EXPECT_EQ(files()->read(*channel_, 0xFFFE, 0), expected.get(0xFFFE, 1));
+    // Nothing past the last byte is sent: the card would answer with a card exception.
+    EXPECT_THROW(files()->read(*channel_, 0xFFFF, 1), mw::IllegalArgumentException);
+    EXPECT_THROW(files()->read(*channel_, 0x7F00, 0x8100), mw::IllegalArgumentException);
+    EXPECT_THROW(files()->update(*channel_, 0xFFFE, {0x01, 0x02}), mw::IllegalArgumentException);
     fileSystem()->deleteFile(*channel_, path);
     EXPECT_CARD_ERROR(files()->select(*channel_, path), "Select", 0x6A82);
 }
 
+// The card enforces the AND and NOT conditions files are created with, deletion as update; a
+// verified PIN's status answer has no count, an unknown PIN's is 6A88.
 TEST_P(FileServicesTest, CreatedConditionsAreEnforcedByTheCard) {
     const SecurityConditionPtr userAndSo = boost::make_shared<AndSecurityCondition>(
         SecurityConditionList{pinVerified(0x01), pinVerified(0x03)});
@@ -111,6 +117,10 @@ TEST_P(FileServicesTest, CreatedConditionsAreEnforcedByTheCard) {
     const mw::ByteBuffer data = pattern(16, 1);
     EXPECT_CARD_ERROR(files()->update(*channel_, 0, data), "Update Binary", 0x6982);
     pins()->authenticate(*channel_, pinReference(0x03), paddedPin(soPin));
+    const PinInfo so = pins()->getPinInfo(*channel_, pinReference(0x03));
+    EXPECT_EQ(so.state, PinInfo::Verified);
+    EXPECT_EQ(so.triesLeft, PinInfo::UnknownTries);
+    EXPECT_CARD_ERROR(pins()->getPinInfo(*channel_, pinReference(0x0A)), "Verify", 0x6A88);
     files()->update(*channel_, 0, data);
     // Past the end the card refuses the whole update (6A84), leaving the file as it was.
     EXPECT_CARD_ERROR(files()->update(*channel_, 8, pattern(9, 9)), "Update Binary", 0x6A84);

@@ -1,34 +1,29 @@
 // A hostile card, scripted: bad answers end in clear exceptions, never a hang or crash.
 #include "CardFixture.hpp"
 #include "TestKeys.hpp"
+
 #include "card/Apdu.hpp"
-#include "card/CardException.hpp"
-#include "card/service/IAsymmetricKeyManagementService.hpp"
-#include "card/service/ICryptographyService.hpp"
-#include "card/service/IFileAccessService.hpp"
-#include "card/service/IPinManagementService.hpp"
-#include "host/Channel.hpp"
-#include "host/iso7816/Applet.hpp"
-#include "host/iso7816/Card.hpp"
 #include "host/iso7816/Fcp.hpp"
 #include "host/iso7816/SecurityAttributes.hpp"
-#include "mw/Exception.hpp"
+#include "mw/Hex.hpp"
 
-#include <boost/exception/get_error_info.hpp>
+#include <algorithm>
 #include <boost/make_shared.hpp>
 #include <deque>
 #include <functional>
-#include <gtest/gtest.h>
+#include <iterator>
 
 namespace hosttest {
 namespace {
 
 using mw::ByteBuffer;
+using mw::fromHex;
+using Sent = std::vector<ByteBuffer>;
 
 // Answers with the next scripted response (the last repeats); records the commands.
 class ScriptedTransport : public card::ICardTransport {
 public:
-    ScriptedTransport(std::deque<ByteBuffer>& script, std::vector<ByteBuffer>& sent)
+    ScriptedTransport(std::deque<ByteBuffer>& script, Sent& sent)
         : script_(script)
         , sent_(sent) {}
 
@@ -49,32 +44,21 @@ public:
 
 private:
     std::deque<ByteBuffer>& script_;
-    std::vector<ByteBuffer>& sent_;
+    Sent& sent_;
 };
-
-const ByteBuffer applicationFcp{0x62, 0x07, 0x82, 0x01, 0x38, 0x83, 0x02, 0x50, 0x15, 0x90, 0x00};
 
 class HostileCardTest : public ::testing::Test {
 protected:
-    HostileCardTest()
-        : channel_(boost::make_shared<host::Channel>(
-              std::make_unique<ScriptedTransport>(script_, sent_)))
-        , card_(boost::make_shared<host::iso7816::Card>(channel_)) {}
-
-    // Selects the application, then lets the card answer `answers`.
-    void play(std::initializer_list<ByteBuffer> answers) {
-        script_ = {applicationFcp};
+    // Selects the application, then lets the card answer `answers` (hexadecimal).
+    void play(const std::vector<std::string>& answers) {
+        script_ = {fromHex("6207 820138 83025015 9000")};
         card_->selectApplication(*channel_, host::iso7816::pkcs15Aid());
         answer(answers);
     }
-
-    template <class Service> boost::shared_ptr<Service> service(const char* name) const {
-        return boost::dynamic_pointer_cast<Service>(card_->getInterface(name));
-    }
-
     // Lets the card answer `answers` without selecting anything first.
-    void answer(std::initializer_list<ByteBuffer> answers) {
-        script_.assign(answers.begin(), answers.end());
+    void answer(const std::vector<std::string>& answers) {
+        script_.clear();
+        std::transform(answers.begin(), answers.end(), std::back_inserter(script_), fromHex);
         sent_.clear();
     }
 
@@ -97,101 +81,94 @@ protected:
         return {};
     }
 
-    void selectFile() {
-        service<card::service::IFileAccessService>("FileAccessService")
-            ->select(*channel_, {0x50, 0x31});
+    void selectFile() { files_->select(*channel_, {0x50, 0x31}); }
+    template <class Service> boost::shared_ptr<Service> service(const char* name) const {
+        return boost::dynamic_pointer_cast<Service>(card_->getInterface(name));
     }
 
     std::deque<ByteBuffer> script_;
-    std::vector<ByteBuffer> sent_;
-    boost::shared_ptr<host::Channel> channel_;
-    boost::shared_ptr<host::iso7816::Card> card_;
+    Sent sent_;
+    const boost::shared_ptr<host::Channel> channel_ =
+        boost::make_shared<host::Channel>(std::make_unique<ScriptedTransport>(script_, sent_));
+    const boost::shared_ptr<host::iso7816::Card> card_ =
+        boost::make_shared<host::iso7816::Card>(channel_);
+    const boost::shared_ptr<card::service::IFileAccessService> files_ =
+        service<card::service::IFileAccessService>("FileAccessService");
+    const boost::shared_ptr<card::service::IAsymmetricKeyManagementService> keys_ =
+        service<card::service::IAsymmetricKeyManagementService>("AsymmetricKeyManagementService");
 };
 
 // Every parser of card answers (FCP, wrapped READ BINARY, 7F49 key template, algorithm list) and
 // the framing itself: answers too short, too long, or with nested lengths overrunning their
 // template fail their command as invalid data, never read past the answer.
 TEST_F(HostileCardTest, MalformedAnswersFailTheirCommandAsInvalidData) {
-    const auto files = service<card::service::IFileAccessService>("FileAccessService");
-    const auto keys =
-        service<card::service::IAsymmetricKeyManagementService>("AsymmetricKeyManagementService");
-    const ByteBuffer threeBytes{0x62, 0x07, 0x80, 0x02, 0x00, 0x03, 0x82, 0x01, 0x01, 0x90, 0x00};
-    const ByteBuffer largest{0x62, 0x07, 0x80, 0x02, 0xFF, 0xFF, 0x82, 0x01, 0x01, 0x90, 0x00};
+    const std::string threeBytes = "6207 80020003 820101 9000",
+                      largest = "6207 8002FFFF 820101 9000";
     const std::function<void()> select = [&] { selectFile(); };
-    const std::function<void()> readAll = [&] { selectFile(), files->read(*channel_, 0, 0); };
-    const std::function<void()> read8000 = [&] { selectFile(), files->read(*channel_, 0x8000, 1); };
+    const std::function<void()> readAll = [&] { selectFile(), files_->read(*channel_, 0, 0); };
+    const std::function<void()> read8000 = [&] {
+        selectFile(), files_->read(*channel_, 0x8000, 1);
+    };
     const std::function<void()> algorithms = [&] { host::iso7816::Card(channel_).getAlgorithms(); };
-    const ByteBuffer efFcp{0x62, 0x03, 0x82, 0x01, 0x01, 0x90, 0x00};
-    const std::function<void()> selectMf = [&] { files->select(*channel_, {0x3F, 0x00}); };
+    const std::function<void()> selectMf = [&] { files_->select(*channel_, {0x3F, 0x00}); };
     const std::function<void()> selectApplication = [&] {
         card_->selectApplication(*channel_, host::iso7816::pkcs15Aid());
     };
     const std::function<void()> publicKey = [&] {
-        keys->readPublicKey(*channel_, keyRef(1, 1024, 0x0F));
+        keys_->readPublicKey(*channel_, keyRef(1, 1024, 0x0F));
     };
     const char* const tlv = "malformed TLV data from the card";
     const char* const key = "Generate Asymmetric Key Pair";
+    const char* const readBinary = "Read Binary";
     const struct {
-        std::vector<ByteBuffer> answers;
+        std::vector<std::string> answers;
         const std::function<void()>& operation;
         const char* command;
         const char* text; // checked with the file it names when given
     } cases[] = {
-        {{{0x90}}, select, "Select", nullptr},                   // a one-byte answer
-        {{}, select, "Select", nullptr},                         // no answer at all
-        {{{0x01, 0x61, 0x00}}, select, "Get Response", nullptr}, // an answer that never ends
-        {{{0x62, 0x05, 0x82, 0x90, 0x00}}, select, "Select", tlv},
-        {{{0x62, 0x03, 0x82, 0x03, 0x01, 0x00, 0x00, 0x90, 0x00}}, select, "Select", tlv},
-        {{{0x6F, 0x03, 0x82, 0x01, 0x01, 0x90, 0x00}}, select, "Select", tlv},
-        {{{0x62, 0x04, 0x83, 0x02, 0x50, 0x31, 0x90, 0x00}},
-         select,
-         "Select",
-         "FCP without a file descriptor"},
-        {{{0x62, 0x08, 0x80, 0x03, 0x00, 0x00, 0x20, 0x82, 0x01, 0x01, 0x90, 0x00}},
-         select,
-         "Select",
-         "FCP with a malformed file size"},
-        {{{0x62, 0x06, 0x82, 0x01, 0x01, 0x83, 0x01, 0x50, 0x90, 0x00}},
-         select,
-         "Select",
-         "FCP with a malformed file identifier"},
-        {{{0x62, 0x07, 0x82, 0x01, 0x01, 0x83, 0x02, 0x50, 0x32, 0x90, 0x00}},
+        {{"90"}, select, "Select", nullptr},            // a one-byte answer
+        {{}, select, "Select", nullptr},                // no answer at all
+        {{"01 6100"}, select, "Get Response", nullptr}, // an answer that never ends
+        {{"6205 82 9000"}, select, "Select", tlv},
+        {{"6203 8203010000 9000"}, select, "Select", tlv},
+        {{"6F03 820101 9000"}, select, "Select", tlv},
+        {{"6204 83025031 9000"}, select, "Select", "FCP without a file descriptor"},
+        {{"6208 8003000020 820101 9000"}, select, "Select", "FCP with a malformed file size"},
+        {{"6206 820101 830150 9000"}, select, "Select", "FCP with a malformed file identifier"},
+        {{"6207 820101 83025032 9000"},
          select,
          "Select",
          "FCP with another file identifier than selected"},
-        {{{0x62, 0x03, 0x82, 0x01, 0x01, 0x00, 0x90, 0x00}},
-         select,
-         "Select",
-         "FCP followed by other data"},
-        {{efFcp}, selectMf, "Select", nullptr},          // the MF as an EF
-        {{efFcp}, selectApplication, "Select", nullptr}, // an EF as the application
+        {{"6203 820101 00 9000"}, select, "Select", "FCP followed by other data"},
+        {{"6203 820101 9000"}, selectMf, "Select", nullptr},          // the MF as an EF
+        {{"6203 820101 9000"}, selectApplication, "Select", nullptr}, // an EF as the application
         // READ BINARY of a 3-byte EF answered with 2 or 4 bytes.
-        {{threeBytes, {0x01, 0x02, 0x90, 0x00}}, readAll, "Read Binary", nullptr},
-        {{threeBytes, {0x01, 0x02, 0x03, 0x04, 0x90, 0x00}}, readAll, "Read Binary", nullptr},
+        {{threeBytes, "0102 9000"}, readAll, readBinary, nullptr},
+        {{threeBytes, "01020304 9000"}, readAll, readBinary, nullptr},
         // Beyond 7FFF: another object, a longer or shorter one, or one overrunning the answer.
-        {{largest, {0x73, 0x01, 0xAB, 0x90, 0x00}}, read8000, "Read Binary", nullptr},
-        {{largest, {0x53, 0x02, 0xAB, 0xCD, 0x90, 0x00}}, read8000, "Read Binary", nullptr},
-        {{largest, {0x53, 0x00, 0x90, 0x00}}, read8000, "Read Binary", nullptr},
-        {{largest, {0x53, 0x00, 0xAB, 0x90, 0x00}}, read8000, "Read Binary", nullptr},
-        {{largest, {0x53, 0x02, 0xAB, 0x90, 0x00}}, read8000, "Read Binary", nullptr},
-        {{largest, {0xAB, 0x90, 0x00}}, read8000, "Read Binary", nullptr},
+        {{largest, "7301AB 9000"}, read8000, readBinary, nullptr},
+        {{largest, "5302ABCD 9000"}, read8000, readBinary, nullptr},
+        {{largest, "5300 9000"}, read8000, readBinary, nullptr},
+        {{largest, "5300AB 9000"}, read8000, readBinary, nullptr},
+        {{largest, "5302AB 9000"}, read8000, readBinary, nullptr},
+        {{largest, "AB 9000"}, read8000, readBinary, nullptr},
         // Algorithm lists: an empty or cut OID, an OID overrunning the list, a list overrunning
         // the answer.
-        {{{0xA0, 0x02, 0x06, 0x00, 0x90, 0x00}}, algorithms, "Get Data", nullptr},
-        {{{0xA0, 0x03, 0x06, 0x01, 0x81, 0x90, 0x00}}, algorithms, "Get Data", nullptr},
-        {{{0xA0, 0x03, 0x06, 0x05, 0x2B, 0x90, 0x00}}, algorithms, "Get Data", tlv},
-        {{{0xA0, 0x05, 0x06, 0x01, 0x2B, 0x90, 0x00}}, algorithms, "Get Data", tlv},
+        {{"A002 0600 9000"}, algorithms, "Get Data", nullptr},
+        {{"A003 060181 9000"}, algorithms, "Get Data", nullptr},
+        {{"A003 06052B 9000"}, algorithms, "Get Data", tlv},
+        {{"A005 06012B 9000"}, algorithms, "Get Data", tlv},
         // 7F49 without an exponent, with a 4-byte length, overrun by its exponent, overrunning
         // the answer.
-        {{{0x7F, 0x49, 0x03, 0x81, 0x01, 0xC5, 0x90, 0x00}}, publicKey, key, nullptr},
-        {{{0x7F, 0x49, 0x84, 0x00, 0x00, 0x00, 0x01, 0x90, 0x00}}, publicKey, key, nullptr},
-        {{{0x7F, 0x49, 0x06, 0x81, 0x01, 0xC5, 0x82, 0x03, 0x01, 0x90, 0x00}}, publicKey, key, tlv},
-        {{{0x7F, 0x49, 0x09, 0x81, 0x01, 0xC5, 0x82, 0x01, 0x03, 0x90, 0x00}}, publicKey, key, tlv},
+        {{"7F4903 8101C5 9000"}, publicKey, key, nullptr},
+        {{"7F4984000000 01 9000"}, publicKey, key, nullptr},
+        {{"7F4906 8101C5 820301 9000"}, publicKey, key, tlv},
+        {{"7F4909 8101C5 820103 9000"}, publicKey, key, tlv},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::PrintToString(c.answers));
         play({});
-        script_.assign(c.answers.begin(), c.answers.end());
+        answer(c.answers);
         const auto [text, file] = expectInvalidData(c.operation, c.command);
         if (c.text != nullptr && &c.operation == &select) {
             EXPECT_EQ(std::make_pair(text, file),
@@ -204,68 +181,29 @@ TEST_F(HostileCardTest, MalformedAnswersFailTheirCommandAsInvalidData) {
     }
 }
 
-// Offsets up to 7FFF travel in P1-P2, beyond in an offset object 54 with the
-// answer wrapped in 53; nothing past the last byte of an FFFF-byte EF is sent.
-TEST_F(HostileCardTest, OffsetsBeyond7FFFUseTheOddInsAndCheckTheWrappedAnswer) {
-    const auto files = service<card::service::IFileAccessService>("FileAccessService");
-    play({{0x62, 0x07, 0x80, 0x02, 0xFF, 0xFF, 0x82, 0x01, 0x01, 0x90, 0x00}});
-    selectFile();
-    EXPECT_EQ(files->size(*channel_), 0xFFFFu);
-    const struct {
-        std::size_t offset;
-        ByteBuffer apdu;
-        ByteBuffer answer;
-    } reads[] = {
-        {0x7FFF, {0x00, 0xB0, 0x7F, 0xFF, 0x01}, {0xAB, 0x90, 0x00}},
-        {0x8000,
-         {0x00, 0xB1, 0x00, 0x00, 0x04, 0x54, 0x02, 0x80, 0x00, 0x03},
-         {0x53, 0x01, 0xAB, 0x90, 0x00}},
-        {0xFFFE,
-         {0x00, 0xB1, 0x00, 0x00, 0x04, 0x54, 0x02, 0xFF, 0xFE, 0x03},
-         {0x53, 0x01, 0xAB, 0x90, 0x00}},
-    };
-    for (const auto& read : reads) {
-        answer({read.answer});
-        EXPECT_EQ(files->read(*channel_, read.offset, 1), ByteBuffer{0xAB});
-        EXPECT_EQ(sent_, std::vector<ByteBuffer>{read.apdu});
-    }
-
-    answer({{0x90, 0x00}});
-    files->update(*channel_, 0x8000, {0xAB});
-    EXPECT_EQ(sent_, (std::vector<ByteBuffer>{{0x00, 0xD7, 0x00, 0x00, 0x07, 0x54, 0x02, 0x80, 0x00,
-                                               0x53, 0x01, 0xAB}}));
-
-    sent_.clear();
-    EXPECT_THROW(files->read(*channel_, 0xFFFF, 1), mw::IllegalArgumentException);
-    EXPECT_THROW(files->read(*channel_, 0x7F00, 0x8100), mw::IllegalArgumentException);
-    EXPECT_THROW(files->update(*channel_, 0xFFFE, {0x01, 0x02}), mw::IllegalArgumentException);
-    EXPECT_TRUE(sent_.empty());
-}
-
-ByteBuffer statusWord(unsigned short sw) {
-    return {static_cast<unsigned char>(sw >> 8), static_cast<unsigned char>(sw)};
-}
-
 // Only 9000, 63Cx and 6983 are a PIN state. Any other answer leaves every PIN
 // of the session unknown without asking again: some cards count the query.
 TEST_F(HostileCardTest, PinStatusOnlyFromTheAnswersThatDefineIt) {
+    using card::service::IPinManagementService;
     using card::service::PinInfo;
-    const auto pins = service<card::service::IPinManagementService>("PinManagementService");
-    play({{0x63, 0xC2}});
-    EXPECT_EQ(pins->getPinInfo(*channel_, pinReference(0x01)).triesLeft, 2);
-    for (unsigned short sw : {0x6300, 0x6A86, 0x63D2, 0x6984, 0x9001}) {
+    play({"63C2"});
+    EXPECT_EQ(service<IPinManagementService>("PinManagementService")
+                  ->getPinInfo(*channel_, pinReference(0x01))
+                  .triesLeft,
+              2);
+    for (const char* sw : {"6300", "6A86", "63D2", "6984", "9001"}) {
         const host::iso7816::Card card(channel_);
-        const auto ownPins = boost::dynamic_pointer_cast<card::service::IPinManagementService>(
+        const auto pins = boost::dynamic_pointer_cast<IPinManagementService>(
             card.getInterface("PinManagementService"));
-        answer({statusWord(sw), {0x90, 0x00}});
-        EXPECT_EQ(ownPins->getPinInfo(*channel_, pinReference(0x01)).state, PinInfo::Unknown);
-        EXPECT_EQ(ownPins->getPinInfo(*channel_, pinReference(0x02)).state, PinInfo::Unknown);
-        EXPECT_EQ(sent_.size(), 1u) << std::hex << sw;
+        answer({sw, "9000"});
+        EXPECT_EQ(pins->getPinInfo(*channel_, pinReference(0x01)).state, PinInfo::Unknown);
+        EXPECT_EQ(pins->getPinInfo(*channel_, pinReference(0x02)).state, PinInfo::Unknown);
+        EXPECT_EQ(sent_.size(), 1u) << sw;
     }
     // Whatever the status word, a card that refuses the GET DATA lists nothing.
-    for (unsigned short sw : {0x6A81, 0x6A86, 0x6A88, 0x6D00, 0x6982}) {
-        answer({statusWord(sw)});
-        EXPECT_TRUE(host::iso7816::Card(channel_).getAlgorithms().empty()) << std::hex << sw;
+    for (const char* sw : {"6A81", "6A86", "6A88", "6D00", "6982"}) {
+        answer({sw});
+        EXPECT_TRUE(host::iso7816::Card(channel_).getAlgorithms().empty()) << sw;
     }
 }
 
@@ -273,84 +211,72 @@ TEST_F(HostileCardTest, PinStatusOnlyFromTheAnswersThatDefineIt) {
 TEST_F(HostileCardTest, ChallengeAnswersOfAnyLengthAreCollected) {
     const auto random =
         service<card::service::ICryptographyService>("CryptographyService")->getRandom();
-    answer({{1, 2, 3, 4, 5, 6, 7, 8, 0x90, 0x00}});
+    answer({"0102030405060708 9000"});
     EXPECT_EQ(random->generate(*channel_, 20),
-              (ByteBuffer{1, 2, 3, 4, 5, 6, 7, 8, 1, 2, 3, 4, 5, 6, 7, 8, 1, 2, 3, 4}));
-    EXPECT_EQ(sent_, (std::vector<ByteBuffer>{{0x00, 0x84, 0x00, 0x00, 0x14},
-                                              {0x00, 0x84, 0x00, 0x00, 0x0C},
-                                              {0x00, 0x84, 0x00, 0x00, 0x04}}));
-    answer({{0x90, 0x00}});
+              fromHex("0102030405060708 0102030405060708 01020304"));
+    EXPECT_EQ(sent_, (Sent{fromHex("0084000014"), fromHex("008400000C"), fromHex("0084000004")}));
+    answer({"9000"});
     expectInvalidData([&] { random->generate(*channel_, 8); }, "Get Challenge");
 }
 
 TEST_F(HostileCardTest, WrongLeAndGetResponseAreFollowed) {
-    play(
-        {{0x6C, 0x0D},
-         {0xA0, 0x10, 0x06, 0x09, 0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x01, 0x01, 0x61, 0x00},
-         {0x06, 0x03, 0x2B, 0x0E, 0x03, 0x90, 0x00}});
+    play({"6C0D", "A010 06092A864886F70D010101 6100", "06032B0E03 9000"});
     EXPECT_EQ(card_->getAlgorithms(),
               (std::vector<std::string>{"1.2.840.113549.1.1.1", "1.3.14.3"}));
-    EXPECT_EQ(sent_, (std::vector<ByteBuffer>{{0x00, 0xCA, 0x01, 0xA0, 0x00},
-                                              {0x00, 0xCA, 0x01, 0xA0, 0x0D},
-                                              {0x00, 0xC0, 0x00, 0x00, 0x00}}));
+    EXPECT_EQ(sent_, (Sent{fromHex("00CA01A000"), fromHex("00CA01A00D"), fromHex("00C0000000")}));
 
     // A refused GET RESPONSE fails as itself, with the card's status word.
-    play({{0x01, 0x61, 0x10}, {0x6A, 0x86}});
+    play({"01 6110", "6A86"});
     EXPECT_CARD_ERROR(selectFile(), "Get Response", 0x6A86);
 
     // A card that keeps asking gets one more try only.
-    play({{0x62, 0x07, 0x80, 0x02, 0x00, 0x20, 0x82, 0x01, 0x01, 0x90, 0x00}, {0x6C, 0x05}});
+    play({"6207 80020020 820101 9000", "6C05"});
     selectFile();
-    const auto files = service<card::service::IFileAccessService>("FileAccessService");
-    EXPECT_CARD_ERROR(files->read(*channel_, 0, 8), "Read Binary", 0x6C05);
+    EXPECT_CARD_ERROR(files_->read(*channel_, 0, 8), "Read Binary", 0x6C05);
     ASSERT_EQ(sent_.size(), 3u);
-    EXPECT_EQ(sent_[2], (ByteBuffer{0x00, 0xB0, 0x00, 0x00, 0x05}));
+    EXPECT_EQ(sent_[2], fromHex("00B0000005"));
 }
 
 // The last key reference, FF, reaches MSE, GENERATE and the key file (0E7F) whole; 7F, the one
 // just below the first reference with the top bit, names no key file and sends nothing.
 TEST_F(HostileCardTest, KeyReferencesReachTheCardWholeToTheLastOne) {
-    using card::service::ICardKeyOperation;
-    const auto keys =
-        service<card::service::IAsymmetricKeyManagementService>("AsymmetricKeyManagementService");
     card::service::KeyRef last;
     last.keyReference = 0xFF;
     last.modulusBits = 1024;
-    play({{0x6A, 0x88}, {0x90, 0x00}}); // the card lists no algorithms
+    play({"6A88", "9000"}); // the card lists no algorithms
     service<card::service::ICryptographyService>("CryptographyService")
         ->getSignature("1.2.840.113549.1.1.1")
-        ->init(*channel_, last, ICardKeyOperation::Sign);
-    EXPECT_EQ(sent_.back().get(0, 8), (ByteBuffer{0x00, 0x22, 0x41, 0xB6, 0x03, 0x84, 0x01, 0xFF}));
-    answer({{0x7F, 0x49, 0x06, 0x81, 0x01, 0xC5, 0x82, 0x01, 0x03, 0x90, 0x00}});
-    keys->generateKeyPair(*channel_, last, last);
-    keys->readPublicKey(*channel_, last);
+        ->init(*channel_, last, card::service::ICardKeyOperation::Sign);
+    EXPECT_EQ(sent_.back().get(0, 8), fromHex("002241B6 03 8401FF"));
+    answer({"7F4906 8101C5 820103 9000"});
+    keys_->generateKeyPair(*channel_, last, last);
+    keys_->readPublicKey(*channel_, last);
     ASSERT_EQ(sent_.size(), 2u);
-    EXPECT_EQ(sent_[0].get(0, 4), (ByteBuffer{0x00, 0x46, 0x00, 0xFF}));
-    EXPECT_EQ(sent_[1].get(0, 4), (ByteBuffer{0x00, 0x46, 0x01, 0xFF}));
-    answer({{0x90, 0x00}});
-    keys->removePrivateKey(*channel_, last);
-    EXPECT_EQ(sent_.back(), (ByteBuffer{0x00, 0xE4, 0x00, 0x00, 0x02, 0x0E, 0x7F}));
+    EXPECT_EQ(sent_[0].get(0, 4), fromHex("004600FF"));
+    EXPECT_EQ(sent_[1].get(0, 4), fromHex("004601FF"));
+    answer({"9000"});
+    keys_->removePrivateKey(*channel_, last);
+    EXPECT_EQ(sent_.back(), fromHex("00E40000 02 0E7F"));
 
     last.keyReference = 0x7F;
     sent_.clear();
-    EXPECT_THROW(keys->removePublicKey(*channel_, last), mw::IllegalArgumentException);
+    EXPECT_THROW(keys_->removePublicKey(*channel_, last), mw::IllegalArgumentException);
     last.keyReference = 0x81; // nor does a longer path for its file
-    last.fileId = ByteBuffer{0x3F, 0x00, 0x50, 0x15, 0x4B, 0x01};
-    EXPECT_THROW(keys->removePublicKey(*channel_, last), mw::IllegalArgumentException);
+    last.fileId = fromHex("3F00 5015 4B01");
+    EXPECT_THROW(keys_->removePublicKey(*channel_, last), mw::IllegalArgumentException);
     EXPECT_TRUE(sent_.empty());
 }
 
 TEST_F(HostileCardTest, ChainedCommandStopsAtTheFirstRefusedPart) {
-    play({{0x68, 0x84}});
-    const auto files = service<card::service::IFileAccessService>("FileAccessService");
-    EXPECT_CARD_ERROR(files->update(*channel_, 0, ByteBuffer(600)), "Update Binary", 0x6884);
+    play({"6884"});
+    EXPECT_CARD_ERROR(files_->update(*channel_, 0, ByteBuffer(600)), "Update Binary", 0x6884);
     ASSERT_EQ(sent_.size(), 1u);
     EXPECT_EQ(sent_[0].get(0), 0x10);
     EXPECT_EQ(sent_[0].get(4), 0xFF);
 
     // Repeating the last part alone would write it at the chain's offset.
-    play({{0x90, 0x00}, {0x6C, 0x10}});
-    EXPECT_CARD_ERROR(files->update(*channel_, 0, ByteBuffer(300)), "Update Binary", 0x6C10);
+    play({"9000", "6C10"});
+    EXPECT_CARD_ERROR(files_->update(*channel_, 0, ByteBuffer(300)), "Update Binary", 0x6C10);
     EXPECT_EQ(sent_.size(), 2u);
 }
 
@@ -360,15 +286,12 @@ TEST(SecurityAttributesTest, ModesBecomeTheProfilesExpressions) {
         SecurityConditionList{pinVerified(0x01), pinVerified(0x03)});
     const ByteBuffer encoded =
         host::iso7816::encodeSecurityAttributes({{AccessRead, always()}, {AccessUpdate, userOrSo}});
-    EXPECT_EQ(encoded,
-              (ByteBuffer{0xA1, 0x18, 0xA0, 0x02, 0x90, 0x00,                            // read
-                          0xA1, 0x08, 0xAE, 0x06, 0x88, 0x01, 0x01, 0x88, 0x01, 0x03,    // update
-                          0xA2, 0x08, 0xAE, 0x06, 0x88, 0x01, 0x01, 0x88, 0x01, 0x03})); // delete
+    // Read always; update and delete (which follows update) after PIN 01 or PIN 03.
+    EXPECT_EQ(encoded, fromHex("A118 A0029000 A108 AE06 880101 880103 A208 AE06 880101 880103"));
     // Two grants of one mode are alternatives; no grant at all is "never".
     const ByteBuffer use = host::iso7816::encodeSecurityAttributes(
         {{AccessExecute, pinVerified(0x01)}, {AccessExecute | AccessRead, pinVerified(0x02)}});
-    EXPECT_EQ(use, (ByteBuffer{0xA1, 0x0F, 0xA0, 0x03, 0x88, 0x01, 0x02, 0xA3, 0x08, 0xAE, 0x06,
-                               0x88, 0x01, 0x01, 0x88, 0x01, 0x02}));
+    EXPECT_EQ(use, fromHex("A10F A003 880102 A308 AE06 880101 880102"));
 }
 
 } // namespace

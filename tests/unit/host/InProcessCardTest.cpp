@@ -19,25 +19,28 @@ using Fault = vcard::Instrumentation::Fault;
 
 class InProcessCardTest : public CardTest {
 protected:
-    std::uint64_t commandsSince(std::uint64_t before) const {
+    // The commands the card received while `work` ran.
+    template <class Work> std::uint64_t commandsOf(const Work& work) const {
+        const std::uint64_t before = virtualCard_->instrumentation().counters().commands;
+        work();
         return virtualCard_->instrumentation().counters().commands - before;
     }
-    std::uint64_t commands() const { return commandsSince(0); }
 };
 
 // A whole read after its SELECT costs only the reads; the file selected already is not selected
 // again, unless a deletion in its DF may have moved the card's current file.
 TEST_P(InProcessCardTest, SelectionIsSentOnlyWhenTheCurrentFileChanges) {
-    std::uint64_t before = commands();
-    files()->select(*channel_, {0x44, 0x04}); // CDF, 8192 bytes
-    EXPECT_EQ(files()->read(*channel_, 0, 0).size(), 8192u);
-    EXPECT_EQ(commandsSince(before), 1u + apdus(8192 / 256, 1));
-
+    EXPECT_EQ(commandsOf([&] {
+                  files()->select(*channel_, {0x44, 0x04}); // CDF, 8192 bytes
+                  EXPECT_EQ(files()->read(*channel_, 0, 0).size(), 8192u);
+              }),
+              1u + apdus(8192 / 256, 1));
     files()->select(*channel_, {0x50, 0x32});
-    before = commands();
-    files()->select(*channel_, {0x50, 0x32});
-    files()->select(*channel_, {0x3F, 0x00, 0x50, 0x15, 0x50, 0x32}); // the same file
-    EXPECT_EQ(commandsSince(before), 0u);
+    EXPECT_EQ(commandsOf([&] {
+                  files()->select(*channel_, {0x50, 0x32});
+                  files()->select(*channel_, {0x3F, 0x00, 0x50, 0x15, 0x50, 0x32}); // the same
+              }),
+              0u);
     EXPECT_EQ(files()->read(*channel_, 0, 1).size(), 1u);
 
     verifyUserPin();
@@ -46,9 +49,7 @@ TEST_P(InProcessCardTest, SelectionIsSentOnlyWhenTheCurrentFileChanges) {
         *channel_, DataObjectCreateParams(scratch, 16, grant(AccessRead | AccessUpdate, always())));
     files()->select(*channel_, {0x50, 0x32});
     fileSystem()->deleteFile(*channel_, scratch);
-    before = commands();
-    files()->select(*channel_, {0x50, 0x32});
-    EXPECT_EQ(commandsSince(before), 1u);
+    EXPECT_EQ(commandsOf([&] { files()->select(*channel_, {0x50, 0x32}); }), 1u);
     EXPECT_EQ(files()->read(*channel_, 0, 1).size(), 1u);
 }
 
@@ -57,16 +58,12 @@ TEST_P(InProcessCardTest, LongUpdateIsOneChainedCommand) {
     fileSystem()->createFile(*channel_,
                              DataObjectCreateParams({0xDF, 0x02, 0x0D, 0x81}, 1000,
                                                     grant(AccessRead | AccessUpdate, always())));
-    std::uint64_t before = commands();
-    files()->update(*channel_, 0, mw::ByteBuffer(1000));
-    EXPECT_EQ(commandsSince(before), apdus(4, 1)); // short: 255 + 255 + 255 + 235 bytes
-    // Exact multiples of the chunk sizes end without an empty last part.
-    before = commands();
-    files()->update(*channel_, 0, mw::ByteBuffer(510));
-    EXPECT_EQ(commandsSince(before), apdus(2, 1));
-    before = commands();
-    EXPECT_EQ(files()->read(*channel_, 0, 512).size(), 512u);
-    EXPECT_EQ(commandsSince(before), apdus(2, 1));
+    // Short: 255 + 255 + 255 + 235 bytes; exact multiples of the chunk sizes end without an
+    // empty last part.
+    EXPECT_EQ(commandsOf([&] { files()->update(*channel_, 0, mw::ByteBuffer(1000)); }),
+              apdus(4, 1));
+    EXPECT_EQ(commandsOf([&] { files()->update(*channel_, 0, mw::ByteBuffer(510)); }), apdus(2, 1));
+    EXPECT_EQ(commandsOf([&] { files()->read(*channel_, 0, 512); }), apdus(2, 1));
     // Data short fields carry goes in short APDUs on either card.
     const std::uint64_t bytesIn = virtualCard_->instrumentation().counters().bytesIn;
     files()->update(*channel_, 0, mw::ByteBuffer(255));
@@ -83,32 +80,30 @@ TEST_P(InProcessCardTest, LongAnswersAndChainedCryptogramsOf2048BitKeys) {
     fileSystem()->createFile(
         *channel_, PublicKeyCreateParams(publicKey, grant(AccessRead | AccessUpdate, always())));
 
-    std::uint64_t before = commands();
-    const auto generated = keys()->generateKeyPair(*channel_, privateKey, publicKey);
-    EXPECT_EQ(commandsSince(before), apdus(2, 1)); // short: GENERATE, GET RESPONSE
+    boost::optional<card::crypto::spec::RsaPublicKeySpec> generated;
+    EXPECT_EQ(
+        commandsOf([&] { generated = keys()->generateKeyPair(*channel_, privateKey, publicKey); }),
+        apdus(2, 1)); // short: GENERATE, GET RESPONSE
+    ASSERT_TRUE(generated);
 
     const auto cipher = crypto()->getCipher("1.2.840.113549.1.1.1");
     cipher->init(*channel_, privateKey, ICardKeyOperation::Decipher);
     const mw::ByteBuffer message{1, 2, 3, 4, 5};
-    const mw::ByteBuffer cryptogram = encipher(generated, message);
-    before = commands();
-    EXPECT_EQ(cipher->decipher(*channel_, cryptogram), message);
-    EXPECT_EQ(commandsSince(before), apdus(2, 1)); // short: 00 || 256 bytes in two parts
+    const mw::ByteBuffer cryptogram = encipher(*generated, message);
+    EXPECT_EQ(commandsOf([&] { EXPECT_EQ(cipher->decipher(*channel_, cryptogram), message); }),
+              apdus(2, 1)); // short: 00 || 256 bytes in two parts
 }
 
 TEST_P(InProcessCardTest, KeyCommandsSelectTheApplicationOnlyWhenOutsideIt) {
     const KeyRef key = keyRef(0x01, 1024, 0x0E);
     const auto signer = crypto()->getSignature("1.2.840.113549.1.1.1");
-    std::uint64_t before = commands();
-    EXPECT_CARD_ERROR(signer->init(*channel_, key, ICardKeyOperation::Sign),
-                      "Manage Security Environment", 0x6A88);
-    EXPECT_EQ(commandsSince(before), 1u);
-
+    const auto init = [&] {
+        EXPECT_CARD_ERROR(signer->init(*channel_, key, ICardKeyOperation::Sign),
+                          "Manage Security Environment", 0x6A88);
+    };
+    EXPECT_EQ(commandsOf(init), 1u);
     files()->select(*channel_, {0x3F, 0x00, 0x2F, 0x00});
-    before = commands();
-    EXPECT_CARD_ERROR(signer->init(*channel_, key, ICardKeyOperation::Sign),
-                      "Manage Security Environment", 0x6A88);
-    EXPECT_EQ(commandsSince(before), 2u);
+    EXPECT_EQ(commandsOf(init), 2u);
 }
 
 // 6Cxx to a command without Le must not get the command (and its PIN) sent again.
@@ -123,9 +118,8 @@ TEST_P(InProcessCardTest, WrongLengthIsNeverRepeatedForPinCommands) {
     };
     for (const auto& [ins, commandName, command] : commands) {
         virtualCard_->instrumentation().injectStatusWord(ins, 0x6C08);
-        const std::uint64_t before = this->commands();
-        EXPECT_CARD_ERROR(command(), commandName, 0x6C08);
-        EXPECT_EQ(commandsSince(before), 1u) << commandName;
+        EXPECT_EQ(commandsOf([&] { EXPECT_CARD_ERROR(command(), commandName, 0x6C08); }), 1u)
+            << commandName;
     }
     EXPECT_EQ(pins()->getPinInfo(*channel_, user).state, PinInfo::NotVerified);
 }

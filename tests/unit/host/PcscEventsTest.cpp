@@ -1,5 +1,5 @@
 // What only a PC/SC reader shows: a reset from outside, another application holding the card,
-// and the card or pcscd going away mid-work.
+// and pcscd restarting mid-work. A card taken out of the reader: PcscSlotTest (pkcs11.pcsc).
 #include "CardFixture.hpp"
 
 #include "host/pcsc/PcscContext.hpp"
@@ -12,8 +12,6 @@
 #include <cstdlib>
 #include <fstream>
 #include <functional>
-#include <poll.h>
-#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -76,96 +74,27 @@ TEST_P(PcscEventsTest, CardResetByAnotherApplicationIsReconnectedAndReselected) 
     EXPECT_EQ(pins()->getPinInfo(*channel_, pinReference(0x01)).state, PinInfo::NotVerified);
 }
 
-// Another process connects with `onRelease`, verifies the user PIN and ends.
-void verifyInAnotherProcess(const std::string& reader, host::OnRelease onRelease) {
-    const pid_t child = fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
-        int status = 1;
-        try {
-            const auto channel = boost::make_shared<host::Channel>(
-                host::connectReader(reader, std::chrono::seconds(10), onRelease));
-            host::iso7816::Card card(channel);
-            card.selectApplication(*channel, host::iso7816::pkcs15Aid());
-            boost::dynamic_pointer_cast<card::service::IPinManagementService>(
-                card.getInterface("PinManagementService"))
-                ->authenticate(*channel, pinReference(0x01), paddedPin(userPin));
-            status = 0;
-        } catch (...) {
-        }
-        _exit(status);
-    }
-    int status = 0;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "the other process failed";
+// Another client of the reader verifies the user PIN and lets go of its handle with `onRelease`.
+void verifyThroughAnotherHandle(const std::string& reader, host::OnRelease onRelease) {
+    const auto channel =
+        boost::make_shared<host::Channel>(host::connectReader(reader, seconds(10), onRelease));
+    host::iso7816::Card card(channel);
+    card.selectApplication(*channel, host::iso7816::pkcs15Aid());
+    boost::dynamic_pointer_cast<card::service::IPinManagementService>(
+        card.getInterface("PinManagementService"))
+        ->authenticate(*channel, pinReference(0x01), paddedPin(userPin));
 }
 
-TEST_P(PcscEventsTest, PinVerifiedByAnEndedProcessIsLoggedOut) {
+TEST_P(PcscEventsTest, PinVerifiedThroughAReleasedHandleIsLoggedOut) {
     files()->select(*channel_, {0x50, 0x32}); // TokenInfo, updated with the user PIN
     const mw::ByteBuffer first = files()->read(*channel_, 0, 1);
-    verifyInAnotherProcess(reader_, host::OnRelease::LogOut);
+    verifyThroughAnotherHandle(reader_, host::OnRelease::LogOut);
     EXPECT_CARD_ERROR(files()->update(*channel_, 0, first), "Update Binary", 0x6982);
 
-    verifyInAnotherProcess(reader_, host::OnRelease::KeepLogin);
+    verifyThroughAnotherHandle(reader_, host::OnRelease::KeepLogin);
     EXPECT_EQ(pins()->getPinInfo(*channel_, pinReference(0x01)).state, PinInfo::Verified);
     pins()->deauthenticate(*channel_, pinReference(0x01));
 }
-
-// Another process that holds the card in a transaction until released, or for 20 s: a host
-// that waited for it without a bound would come back only then.
-class OtherApplication {
-public:
-    explicit OtherApplication(const std::string& reader) {
-        int held[2];
-        int release[2];
-        if (pipe(held) != 0 || pipe(release) != 0 || (child_ = fork()) < 0) {
-            return;
-        }
-        if (child_ == 0) {
-            close(held[0]);
-            close(release[1]);
-            SCARDCONTEXT context = 0;
-            SCARDHANDLE card = 0;
-            DWORD protocol = 0;
-            const char answer =
-                SCardEstablishContext(SCARD_SCOPE_SYSTEM, nullptr, nullptr, &context) == 0 &&
-                        SCardConnect(context, reader.c_str(), SCARD_SHARE_SHARED,
-                                     SCARD_PROTOCOL_T0 | SCARD_PROTOCOL_T1, &card,
-                                     &protocol) == 0 &&
-                        SCardBeginTransaction(card) == 0
-                    ? 'y'
-                    : 'n';
-            (void)!write(held[1], &answer, 1);
-            pollfd released{release[0], POLLIN, 0};
-            poll(&released, 1, 20000);
-            SCardEndTransaction(card, SCARD_LEAVE_CARD);
-            _exit(0);
-        }
-        close(held[1]);
-        close(release[0]);
-        release_ = release[1];
-        char answer = 'n';
-        holding_ = read(held[0], &answer, 1) == 1 && answer == 'y';
-        close(held[0]);
-    }
-    ~OtherApplication() { release(); }
-    OtherApplication(const OtherApplication&) = delete;
-    OtherApplication& operator=(const OtherApplication&) = delete;
-
-    bool holding() const { return holding_; }
-    void release() {
-        if (release_ >= 0) {
-            close(release_);
-            release_ = -1;
-            waitpid(child_, nullptr, 0);
-        }
-    }
-
-private:
-    pid_t child_ = -1;
-    int release_ = -1;
-    bool holding_ = false;
-};
 
 // Waits one second for another application's transaction, not ten.
 class PcscContentionTest : public PcscEventsTest {
@@ -183,17 +112,17 @@ TEST_P(PcscContentionTest, CardHeldByAnotherApplicationIsAClearErrorUntilRelease
     files()->select(*channel_, {0x50, 0x32});
     const mw::ByteBuffer tokenInfo = files()->read(*channel_, 0, 0);
     auto loggingOut = host::connectReader(reader_, seconds(10), host::OnRelease::LogOut);
-    OtherApplication other(reader_);
-    ASSERT_TRUE(other.holding());
+    const auto other = host::connectReader(reader_, seconds(10), host::OnRelease::KeepLogin);
+    other->beginTransaction(); // another application's handle holds the card
     // The first wait is for a transaction, the second for a new connection.
     EXPECT_EQ(cardErrorText([&] { files()->read(*channel_, 0, 0); }), inUse);
     EXPECT_EQ(cardErrorText([&] { files()->read(*channel_, 0, 0); }), inUse);
-    // Its log-out waits for the card too (the other application holds it for 20 s).
+    // Its log-out waits for the card too, a bounded time.
     const auto start = std::chrono::steady_clock::now();
     loggingOut.reset();
     EXPECT_LT(std::chrono::duration_cast<seconds>(std::chrono::steady_clock::now() - start).count(),
               10);
-    other.release();
+    other->endTransaction();
     EXPECT_EQ(files()->read(*channel_, 0, 0), tokenInfo);
 }
 
@@ -276,22 +205,6 @@ TEST_P(PcscRemovalTest, RestartedPcscdIsAClearErrorThenConnectsAgain) {
     // Not a removal: nothing is known about the card.
     EXPECT_THROW(context_->waitForRemoval(reader_, seconds(1)), card::CardException);
     EXPECT_FALSE(host::connectReader(reader_, seconds(10))->getAtr().empty());
-}
-
-TEST_P(PcscRemovalTest, RemovedCardIsAClearErrorNotAHang) {
-    files()->select(*channel_, {0x44, 0x04});
-    stop("bridge");
-    // pcscd polls its readers: wait until it has seen the card go.
-    ASSERT_TRUE(context_->waitForRemoval(reader_, std::chrono::seconds(30)));
-    try {
-        files()->read(*channel_, 0, 0);
-        FAIL() << "the card answered after its bridge stopped";
-    } catch (const card::CardException& e) {
-        const char* const* text = boost::get_error_info<card::ErrorText>(e);
-        ASSERT_TRUE(text);
-        const unsigned int* code = boost::get_error_info<card::ErrorData>(e);
-        EXPECT_STREQ(*text, "card removed") << std::hex << (code ? *code : 0);
-    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Reader, PcscEventsTest, ::testing::Values(TransportKind::Pcsc),

@@ -1,9 +1,10 @@
+// The loader's failures and where it finds plugin.conf. Loading, configuring and releasing a
+// plugin: PluginEndToEnd (e2e), with the real one.
 #include "host/loader/PluginLoader.hpp"
 #include "host/loader/ConfigurationSource.hpp"
 
 #include <boost/optional/optional_io.hpp>
 #include <cstdlib>
-#include <dlfcn.h>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -59,27 +60,6 @@ TEST_F(PluginLoaderTest, MissingLibraryOrSymbolNamesLibrarySymbolAndCause) {
     EXPECT_THAT(noSymbol, HasSubstr(NO_QUERY_PLUGIN_PATH));
     EXPECT_THAT(noSymbol, HasSubstr("QueryPlugin"));
     EXPECT_THAT(noSymbol, HasSubstr("undefined symbol"));
-}
-
-TEST_F(PluginLoaderTest, CreatesConfiguresAndDestroysThroughTheDescriptor) {
-    const std::string conf = write("option.conf", "[Objects]\nwipeForce=true\n");
-    {
-        host::PluginLoader loader(FAKE_PLUGIN_PATH, host::ConfigurationSource(conf));
-        EXPECT_EQ(loader.descriptor().version, 0u);
-        EXPECT_EQ(loader.descriptor().flags, 0u);
-        void* library = dlopen(FAKE_PLUGIN_PATH, RTLD_NOW | RTLD_NOLOAD);
-        ASSERT_NE(library, nullptr);
-        auto configuration =
-            reinterpret_cast<const char* (*)()>(dlsym(library, "fakePluginConfiguration"));
-        auto liveCount = reinterpret_cast<int (*)()>(dlsym(library, "fakePluginLiveCount"));
-        ASSERT_TRUE(configuration && liveCount);
-        EXPECT_STREQ(configuration(), "[Objects]\nwipeForce=true\n");
-        EXPECT_EQ(liveCount(), 1);
-    }
-    void* library = dlopen(FAKE_PLUGIN_PATH, RTLD_NOW | RTLD_NOLOAD);
-    ASSERT_NE(library, nullptr) << "the plugin library must stay mapped";
-    EXPECT_EQ(reinterpret_cast<int (*)()>(dlsym(library, "fakePluginLiveCount"))(), 0);
-    dlclose(library);
 }
 
 TEST_F(PluginLoaderTest, PluginConfIsLookedUpOptionThenEnvironmentThenHome) {

@@ -64,6 +64,14 @@ inline std::uint16_t sw(VirtualCard& card, const std::string& command) {
     return sw(card, hex(command));
 }
 
+/// VERIFY of the PIN with this reference; without a value, its status.
+inline std::uint16_t verify(VirtualCard& card, std::uint8_t reference, const std::string& pin) {
+    return sw(card, apdu(0, 0x20, 0, reference, paddedPin(pin)));
+}
+inline std::uint16_t pinStatus(VirtualCard& card, std::uint8_t reference) {
+    return sw(card, apdu(0, 0x20, 0, reference, {}));
+}
+
 /// From the application DF after the user PIN: key files 0E01/0F01 and key pair 81 of 1024 bits.
 inline std::vector<Bytes> keyPairCommands() {
     return {createFile("80020400 820111 83020E01", "A0029700 A103880101 A203880101 A303880101"),
@@ -84,7 +92,6 @@ protected:
 
     void selectApplication() { ASSERT_EQ(sw("00A4040C0C A000000063504B43532D3135"), 0x9000); }
     void verifyUserPin() { ASSERT_EQ(sw(apdu(0, 0x20, 0, 1, paddedPin("123456"))), 0x9000); }
-    void verifySoPin() { ASSERT_EQ(sw(apdu(0, 0x20, 0, 3, paddedPin("87654321"))), 0x9000); }
 
     /// Sends data with command chaining in parts of at most 255 bytes; the last answer.
     Bytes sendChained(std::uint8_t ins, std::uint8_t p1, std::uint8_t p2, const Bytes& data,

@@ -54,7 +54,10 @@ TEST_F(FileCommands, SelectByEveryMethodAnswersTheFcp) {
     }
 }
 
-TEST_F(FileCommands, SelectRefusalsKeepTheCurrentFile) {
+// Refusals of SELECT, READ and UPDATE BINARY that the card layer never provokes; a refused
+// SELECT keeps the current file. Reading and writing up to the last byte and one past:
+// FileServicesTest (host), through the whole stack.
+TEST_F(FileCommands, RefusalsOfSelectReadAndUpdateBinary) {
     expectAnswers({
         {"00A40000 02 5031", 0x6A82},       // not a child of the MF
         {"00A40100 02 2F00", 0x6A82},       // P1 01 wants a DF
@@ -66,38 +69,24 @@ TEST_F(FileCommands, SelectRefusalsKeepTheCurrentFile) {
         {"00A40300 02 5015", 0x6A86},
         {"00A40002 02 5015", 0x6A86},
         {"00A40000 03 501500", 0x6A80},
+        {"00A4040C 0C A000000063504B43532D3135", 0x9000},
+        {"00A4020C 02 5031", 0x9000},
+        {"00A4020C 02 7777", 0x6A82},
+        {"00B0000001", 0x9000}, // the ODF is still current
+        {"00B0800001", 0x6A86}, // P1 bit 8: no short EF identifiers
+        {"00B00000", 0x6700},   // no Le
+        {"00D6800002 3001", 0x6A86},
+        {"00D60000", 0x6700},
+        {"00A4020C 02 9999", 0x9000}, // 8 bytes, never updatable
+        {"00D60000 01 01", 0x6982},
+        {"00A4000C 02 DF02", 0x9000},
+        {"00B0000001", 0x6986}, // a DF is current
     });
-    selectApplication();
-    ASSERT_EQ(sw("00A4020C 02 5031"), 0x9000);
-    EXPECT_EQ(sw("00A4020C 02 7777"), 0x6A82);
-    EXPECT_EQ(sw("00B0000001"), 0x9000); // the ODF is still current
-}
-
-TEST_F(FileCommands, ReadBinaryEdgesOfTheFile) {
-    selectApplication();
-    ASSERT_EQ(sw("00A4020C 02 9999"), 0x9000); // 8 bytes
-    EXPECT_EQ(send("00B0000008"), hex("0000000000000000 9000"));
-    EXPECT_EQ(send("00B0000703"), hex("00 6282")); // runs past the end
-    expectAnswers({{"00B07FFF01", 0x6B00},         // past it
-                   {"00B0800001", 0x6A86},         // P1 bit 8: no short EF identifiers
-                   {"00B00000", 0x6700}});         // no Le
-    ASSERT_EQ(sw("00A4000C 02 DF02"), 0x9000);
-    EXPECT_EQ(sw("00B0000001"), 0x6986); // a DF is current
-}
-
-// Writes up to the last byte of the file and not one past; the AODF's condition is an OR.
-TEST_F(FileCommands, UpdateBinaryNeedsTheConditionAndRoom) {
-    selectApplication();
-    ASSERT_EQ(sw("00A4020C 02 4401"), 0x9000); // PuKDF: update after the user PIN
-    EXPECT_EQ(sw("00D60000 02 3001"), 0x6982);
+    ASSERT_EQ(sw("00A4000C 02 5015"), 0x9000);
+    ASSERT_EQ(sw("00A4020C 02 9999"), 0x9000);
+    EXPECT_EQ(send("00B0000703"), hex("00 6282")); // what there is, and the warning
     verifyUserPin();
-    EXPECT_EQ(sw("00D60FFE 02 3001"), 0x9000); // last two bytes of 4096
-    EXPECT_EQ(sw("00D60FFF 02 3001"), 0x6A84); // one past: nothing written
-    EXPECT_EQ(send("00B00FFE02"), hex("3001 9000"));
-    expectAnswers({{"00D6800002 3001", 0x6A86}, {"00D60000", 0x6700}});
-    ASSERT_EQ(sw("00A4020C 02 9999"), 0x9000); // never updatable
-    EXPECT_EQ(sw("00D60000 01 01"), 0x6982);
-    ASSERT_EQ(sw("00A4020C 02 4408"), 0x9000); // user PIN or SO PIN
+    ASSERT_EQ(sw("00A4020C 02 4408"), 0x9000); // AODF: the user PIN or the SO PIN
     EXPECT_EQ(sw("00D603FF 01 00"), 0x9000);
 }
 
@@ -140,62 +129,35 @@ TEST_F(FileCommands, TheLargestFileThroughTheImage) {
     ASSERT_EQ(sw("00A40800 06 5015 DF02 C0FF"), 0x9000);
     EXPECT_EQ(send("00B10000 04 5402FFFE 03"), hex("5301 AB 9000"));
     EXPECT_EQ(sw("00B10000 04 5402FFFF 00"), 0x6B00);
-    const struct {
-        unsigned ne;
-        const char* header;
-        std::size_t bytes;
-    } answers[] = {{0x82, "537F", 127},
-                   {0x83, "538180", 128},
-                   {0x103, "5381FF", 255},
-                   {0x104, "53820100", 256}};
-    for (const auto& expected : answers) {
-        const Bytes answer = send(
-            concat(hex("00B10000 000004 54028000"), {static_cast<std::uint8_t>(expected.ne >> 8),
-                                                     static_cast<std::uint8_t>(expected.ne)}));
-        const Bytes header = hex(expected.header);
-        EXPECT_EQ(statusWord(answer), 0x9000) << expected.ne;
-        EXPECT_EQ(Bytes(answer.begin(), answer.begin() + header.size()), header) << expected.ne;
-        EXPECT_EQ(answer.size(), header.size() + expected.bytes + 2) << expected.ne;
+    const std::tuple<const char*, const char*, std::size_t> answers[] = {{"0082", "537F", 127},
+                                                                         {"0083", "538180", 128},
+                                                                         {"0103", "5381FF", 255},
+                                                                         {"0104", "53820100", 256}};
+    for (const auto& [ne, header, bytes] : answers) {
+        SCOPED_TRACE(ne);
+        const Bytes answer = send(std::string("00B10000 000004 54028000") + ne);
+        EXPECT_EQ(statusWord(answer), 0x9000);
+        EXPECT_EQ(Bytes(answer.begin(), answer.begin() + hex(header).size()), hex(header));
+        EXPECT_EQ(answer.size(), hex(header).size() + bytes + 2);
     }
 }
 
-// A created EF answers with its size and obeys its AND/NOT condition; delete follows its own,
-// and directory files, the MF and DFs that are not empty are never deleted.
-TEST_F(FileCommands, CreateAndDeleteAFile) {
+// Every refused CREATE or DELETE FILE leaves the card as it was, a nested length that runs one
+// byte past its template included. Created files' conditions at work: FileServicesTest (host).
+TEST_F(FileCommands, RefusedCreateAndDeleteLeaveTheCardAsItWas) {
     selectApplication();
     ASSERT_EQ(sw("00A4000C 02 DF02"), 0x9000);
-    // read always, update AND(PIN 01, NOT PIN 03), delete PIN 01
     EXPECT_EQ(createEf("C001", "0020", "A0029000"), 0x6982); // DF02 needs the user PIN
     verifyUserPin();
-    EXPECT_EQ(createEf("C001", "0020", "A0029000 A10AAF08880101A703880103 A203880101"), 0x9000);
-    EXPECT_EQ(createEf("C001", "0020", "A0029000"), 0x6A89); // the new EF is current: same DF
-    auto fcp = parseTlvs(parseTlvs(dataOf(send("00A40904 02 C001 00")))[0].value);
-    EXPECT_EQ(*findTlv(fcp, 0x80), hex("0020"));
-
-    EXPECT_EQ(sw("00D60000 02 AAAA"), 0x9000); // user PIN and not SO PIN
-    verifySoPin();
-    EXPECT_EQ(sw("00D60000 02 AAAA"), 0x6982); // NOT fails once the SO PIN is verified
-
-    ASSERT_EQ(sw("00A4000C 02 DF02"), 0x9000);
-    EXPECT_EQ(sw("00E40000 02 C002"), 0x6A82);
-    EXPECT_EQ(sw("00E40000 02 C001"), 0x9000);
-    EXPECT_EQ(sw("00A4020C 02 C001"), 0x6A82);
-    ASSERT_EQ(sw("00A4000C 02 5015"), 0x9000);
-    expectAnswers({{"00E40000 02 5031", 0x6982}, {"00E40100", 0x6A86}});
-    ASSERT_EQ(sw("00A4000C 00"), 0x9000);
-    expectAnswers({{"00E40000", 0x6985}, {"00E40000 02 5015", 0x6985}});
-}
-
-// Every refused template leaves the card as it was, a nested length that runs one byte past
-// its template included.
-TEST_F(FileCommands, CreateFileRefusesBadTemplatesWithoutChangingTheCard) {
-    selectApplication();
-    verifyUserPin();
+    ASSERT_EQ(createEf("C001", "0020", "A0029000"), 0x9000);
     Bytes deep = hex("880101"); // a nested condition deeper than the card accepts
     for (int i = 0; i < 9; ++i)
         deep = concat({0xA7, static_cast<std::uint8_t>(deep.size())}, deep);
     const std::string before = CardImage::serialise(card->state());
+    EXPECT_EQ(createEf("C001", "0020", "A0029000"), 0x6A89); // the new EF is current: same DF
     expectAnswers({
+        {"00E40000 02 C002", 0x6A82},
+        {"00A4000C 02 5015", 0x9000},
         {"00E00000 08 6206 820101 830244", 0x6A80},                  // truncated TLV
         {"00E00000 10 620E 820138 830255AC 8406A000000063", 0x6A80}, // name overruns the FCP
         {"00E00000 10 620F 820138 830255AC 8405A000000063", 0x6A80}, // FCP overruns the data
@@ -208,8 +170,14 @@ TEST_F(FileCommands, CreateFileRefusesBadTemplatesWithoutChangingTheCard) {
         {toHex(createFile("80020010 820101 83025556",
                           "A0" + toHex({std::uint8_t(deep.size())}) + toHex(deep))),
          0x6A80},
+        {"00E40000 02 5031", 0x6982}, // the ODF's delete condition is never
+        {"00E40100", 0x6A86},
+        {"00A4000C 00", 0x9000},
+        {"00E40000", 0x6985},         // the MF
+        {"00E40000 02 5015", 0x6985}, // a DF that is not empty
     });
     EXPECT_EQ(CardImage::serialise(card->state()), before);
+    EXPECT_EQ(sw("00A4000C 02 5015"), 0x9000);
     EXPECT_EQ(sw("00E00000 10 620E 820138 830255AA 8405A000000063"), 0x9000);
     ASSERT_EQ(sw("00A40000 02 5015"), 0x9000);
     EXPECT_EQ(sw("00E00000 10 620E 820138 830255AB 8405A000000063"), 0x6A8A); // name in use

@@ -82,26 +82,17 @@ Bytes type1Block(const Bytes& data, std::size_t k) {
 }
 
 // A key signs at most eleven bytes less than its modulus, after the user PIN and with an
-// environment that a reset clears. Signatures that open to the type 1 block, and the public key
-// read again: KeyServicesTest.GeneratedKeyPairsSignDecipherAndAreRemoved.
-TEST_F(KeyCommands, SigningNeedsAnEnvironmentAndRoomForThePadding) {
+// environment that a reset clears; deciphering takes off type 2 padding and nothing else.
+// Signatures that open to the type 1 block: EveryAlgorithm.TheCardSignsAndTheSoftwareVerifies.
+TEST_F(KeyCommands, SigningAndDecipheringNeedAnEnvironmentAndTheirPadding) {
     createKeyFiles(0x01, 1024);
-    generate(0x81, 1024);
+    const auto [n, e] = generate(0x81, 1024);
     EXPECT_EQ(sw(apdu(0, 0x2A, 0x9E, 0x9A, Bytes(20, 1), 0)), 0x6985); // no environment
     ASSERT_EQ(setEnvironment(0xB6, 0x81), 0x9000);
     EXPECT_EQ(sw(apdu(0, 0x2A, 0x9E, 0x9A, Bytes(117, 1), 0)), 0x9000);
     EXPECT_EQ(sw(apdu(0, 0x2A, 0x9E, 0x9A, Bytes(118, 1), 0)), 0x6A80);
     EXPECT_EQ(sw(apdu(0, 0x2A, 0x9E, 0x9B, Bytes(20, 1), 0)), 0x6A86);
-    card->reset();
-    selectApplication();
-    verifyUserPin();
-    EXPECT_EQ(sw(apdu(0, 0x2A, 0x9E, 0x9A, Bytes(20, 1), 0)), 0x6985);
-}
 
-// Deciphering takes off type 2 padding and nothing else.
-TEST_F(KeyCommands, DecipherRemovesType2Padding) {
-    createKeyFiles(0x02, 1024);
-    const auto [n, e] = generate(0x82, 1024);
     CryptoPP::RSA::PublicKey publicKey;
     publicKey.Initialize(n, e);
     CryptoPP::RSAES_PKCS1v15_Encryptor encryptor(publicKey);
@@ -109,22 +100,27 @@ TEST_F(KeyCommands, DecipherRemovesType2Padding) {
     const Bytes secret = hex("000102030405060708090A0B0C0D0E0F1011121314151617");
     Bytes cryptogram(encryptor.CiphertextLength(secret.size()));
     encryptor.Encrypt(rng, secret.data(), secret.size(), cryptogram.data());
-
-    ASSERT_EQ(setEnvironment(0xB8, 0x82), 0x9000);
+    ASSERT_EQ(setEnvironment(0xB8, 0x81), 0x9000);
     EXPECT_EQ(send(apdu(0, 0x2A, 0x80, 0x86, concat({0x00}, cryptogram), 0)),
               concat(secret, hex("9000")));
-
     // A type 1 block (what a signature opens to) is not type 2 padding.
     const Bytes notType2 = bytesOf(a_exp_b_mod_c(integerOf(type1Block(secret, 128)), e, n), 128);
-    EXPECT_EQ(sw(apdu(0, 0x2A, 0x80, 0x86, concat({0x00}, notType2), 0)), 0x6A80);
-    EXPECT_EQ(sw(apdu(0, 0x2A, 0x80, 0x86, concat({0x01}, cryptogram), 0)), 0x6A80);
-    EXPECT_EQ(sw(apdu(0, 0x2A, 0x80, 0x86,
-                      concat({0x00}, Bytes(cryptogram.begin() + 1, cryptogram.end())), 0)),
-              0x6A80);
-    EXPECT_EQ(sw(apdu(0, 0x2A, 0x80, 0x86, concat({0x00}, bytesOf(n, 128)), 0)), 0x6A80);
+    for (const Bytes& refused : {concat({0x00}, notType2), concat({0x01}, cryptogram),
+                                 concat({0x00}, Bytes(cryptogram.begin() + 1, cryptogram.end())),
+                                 concat({0x00}, bytesOf(n, 128))})
+        EXPECT_EQ(sw(apdu(0, 0x2A, 0x80, 0x86, refused, 0)), 0x6A80);
+
+    card->reset();
+    selectApplication();
+    verifyUserPin();
+    EXPECT_EQ(sw(apdu(0, 0x2A, 0x9E, 0x9A, Bytes(20, 1), 0)), 0x6985);
 }
 
-TEST_F(KeyCommands, GenerationAndEnvironmentRefusals) {
+// Answers the card layer reads (the algorithm list, random bytes of any length): ProfileTest.
+TEST_F(KeyCommands, RefusalsOfGenerationEnvironmentChallengeAndData) {
+    EXPECT_EQ(sw("00840000"), 0x6700);
+    EXPECT_EQ(sw("0084010008"), 0x6A86);
+    EXPECT_EQ(sw("00CA01A100"), 0x6A88);
     createKeyFiles(0x04, 1024);
     EXPECT_EQ(sw("00460085 04 80020400 00"), 0x6A88); // key files of kid 05 missing
     EXPECT_EQ(sw("00460084 04 80020800 00"), 0x6A80); // 2048 bits into 1024-bit files
@@ -221,14 +217,6 @@ TEST_F(KeyCommands, ImportChecksComponentSizesByValue) {
         component = concat(Bytes(64, 0x00), component);
     EXPECT_EQ(statusWord(sendChained(0xDB, 0x00, 0x8C, importTemplate(padded))), 0x9000);
     EXPECT_EQ(publicKeyOf(dataOf(send("0046018C00"))).first, key.GetModulus());
-}
-
-// Random bytes that differ: KeyServicesTest.CardReportsItsAlgorithmsAndRandomBytes.
-TEST_F(KeyCommands, ChallengeAndAlgorithmList) {
-    EXPECT_EQ(sw("00840000"), 0x6700);
-    EXPECT_EQ(sw("0084010008"), 0x6A86);
-    EXPECT_EQ(send("00CA01A000"), hex("A00B 06092A864886F70D010101 9000"));
-    EXPECT_EQ(sw("00CA01A100"), 0x6A88);
 }
 
 } // namespace

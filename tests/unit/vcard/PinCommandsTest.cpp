@@ -6,73 +6,64 @@
 namespace vcard::test {
 namespace {
 
-class PinCommands : public CardTest {
-protected:
-    std::uint16_t verify(std::uint8_t reference, const std::string& pin) {
-        return sw(apdu(0, 0x20, 0, reference, paddedPin(pin)));
-    }
-    std::uint16_t status(std::uint8_t reference) { return sw(apdu(0, 0x20, 0, reference, {})); }
-};
+using PinCommands = CardTest;
 
 // VERIFY without data tells the status and costs no try; refusals of form cost none either.
-// Blocking after the last try: PinsThroughThePlugin.APinBlocksAfterItsTries...
+// Blocking after the last try: PinCommands.APinBlocksAfterItsTriesAndThePukFreesIt (p15tool).
 TEST_F(PinCommands, VerifyStatusAndRefusals) {
-    EXPECT_EQ(status(1), 0x63C3);
+    EXPECT_EQ(pinStatus(*card, 1), 0x63C3);
     EXPECT_EQ(sw(apdu(0, 0x20, 0, 1, hex("313233343536"))), 0x6700); // not padded
     EXPECT_EQ(sw(apdu(0, 0x20, 1, 1, paddedPin("123456"))), 0x6A86);
     EXPECT_EQ(sw(apdu(0, 0x20, 0xFF, 1, paddedPin("123456"))), 0x6700);
-    EXPECT_EQ(status(1), 0x63C3);
-    EXPECT_EQ(verify(1, "123456"), 0x9000);
-    EXPECT_EQ(status(1), 0x9000);
-    EXPECT_EQ(verify(1, "000000"), 0x63C2);
-    EXPECT_EQ(status(1), 0x63C2); // a wrong value also unverifies
+    EXPECT_EQ(pinStatus(*card, 1), 0x63C3);
+    EXPECT_EQ(verify(*card, 1, "123456"), 0x9000);
+    EXPECT_EQ(pinStatus(*card, 1), 0x9000);
+    EXPECT_EQ(verify(*card, 1, "000000"), 0x63C2);
+    EXPECT_EQ(pinStatus(*card, 1), 0x63C2); // a wrong value also unverifies
     for (const char* unknown : {"00200009 08 3132333435363738", "00200009", "0020FF09"})
         EXPECT_EQ(sw(unknown), 0x6A88) << unknown;
 }
 
 // Log-out clears one PIN; reset and power-off clear all.
 TEST_F(PinCommands, SecurityStatusIsClearedByLogoutAndReset) {
-    EXPECT_EQ(verify(1, "123456"), 0x9000);
-    EXPECT_EQ(verify(3, "87654321"), 0x9000);
+    EXPECT_EQ(verify(*card, 1, "123456"), 0x9000);
+    EXPECT_EQ(verify(*card, 3, "87654321"), 0x9000);
     EXPECT_EQ(sw("0020FF01"), 0x9000);
-    EXPECT_EQ(status(1), 0x63C3);
-    EXPECT_EQ(status(3), 0x9000);
+    EXPECT_EQ(pinStatus(*card, 1), 0x63C3);
+    EXPECT_EQ(pinStatus(*card, 3), 0x9000);
     card->reset();
-    EXPECT_EQ(status(3), 0x63C3);
-    EXPECT_EQ(verify(1, "123456"), 0x9000);
+    EXPECT_EQ(pinStatus(*card, 3), 0x63C3);
+    EXPECT_EQ(verify(*card, 1, "123456"), 0x9000);
     card->powerOff();
     card->reset();
-    EXPECT_EQ(status(1), 0x63C3);
+    EXPECT_EQ(pinStatus(*card, 1), 0x63C3);
 }
 
-// CHANGE REFERENCE DATA checks the old value (and verifies the PIN); the new one then counts.
-// Old and new values at work: PinsThroughThePlugin.AChangedPinRefusesItsOldValue.
-TEST_F(PinCommands, ChangeReferenceDataVerifiesThePin) {
+// CHANGE REFERENCE DATA checks the old value (and verifies the PIN: the right old value gives
+// the try back); a blocked PIN comes back with the PUK, a blocked PUK blocks the reset, the SO
+// PIN has none. New values at work: ModuleTest.WrongPinsShowInTheFlagsUntilThePukSetsANewOne
+// and SetPinNeedsAReadWriteSessionAndTheOldValue (pkcs11).
+TEST_F(PinCommands, ChangeAndResetRetryCounter) {
     EXPECT_EQ(sw(apdu(0, 0x24, 0, 1, paddedPin("123456"))), 0x6700);
     EXPECT_EQ(sw(apdu(0, 0x24, 1, 1, paddedPin("123456"))), 0x6A86);
     EXPECT_EQ(sw(apdu(0, 0x24, 0, 1, concat(paddedPin("000000"), paddedPin("4321")))), 0x63C2);
     EXPECT_EQ(sw(apdu(0, 0x24, 0, 1, concat(paddedPin("123456"), paddedPin("4321")))), 0x9000);
-    EXPECT_EQ(status(1), 0x9000);
+    EXPECT_EQ(pinStatus(*card, 1), 0x9000);
     EXPECT_EQ(sw("0020FF01"), 0x9000);
-    EXPECT_EQ(status(1), 0x63C3); // the right old value gave the try back
-    EXPECT_EQ(verify(1, "4321"), 0x9000);
-}
+    EXPECT_EQ(pinStatus(*card, 1), 0x63C3);
 
-// A blocked PIN comes back with the PUK; a blocked PUK blocks the reset; the SO PIN has none.
-// P1 00 with a new value: PinServicesTest.UnblockWithANewValueReplacesThePin.
-TEST_F(PinCommands, ResetRetryCounterWithTheUnblockingPin) {
     for (int i = 0; i < 3; ++i)
-        verify(1, "000000");
-    ASSERT_EQ(status(1), 0x6983);
+        verify(*card, 1, "000000");
+    ASSERT_EQ(pinStatus(*card, 1), 0x6983);
     EXPECT_EQ(sw(apdu(0, 0x2C, 1, 1, paddedPin("12345678"))), 0x9000);
-    EXPECT_EQ(status(1), 0x63C3);
-    EXPECT_EQ(status(2), 0x9000);
+    EXPECT_EQ(pinStatus(*card, 1), 0x63C3);
+    EXPECT_EQ(pinStatus(*card, 2), 0x9000);
     EXPECT_EQ(sw(apdu(0, 0x2C, 0, 1, paddedPin("12345678"))), 0x6700); // new value missing
     EXPECT_EQ(sw(apdu(0, 0x2C, 1, 3, paddedPin("12345678"))), 0x6985); // SO PIN: no PUK
     EXPECT_EQ(sw(apdu(0, 0x2C, 2, 1, paddedPin("12345678"))), 0x6A86);
     for (int i = 0; i < 5; ++i)
         sw(apdu(0, 0x2C, 1, 1, paddedPin("00000000")));
-    EXPECT_EQ(status(2), 0x6983);
+    EXPECT_EQ(pinStatus(*card, 2), 0x6983);
     EXPECT_EQ(sw(apdu(0, 0x2C, 1, 1, paddedPin("12345678"))), 0x6983);
 }
 

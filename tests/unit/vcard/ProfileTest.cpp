@@ -46,7 +46,7 @@ TEST(Profiles, EachAnswersTheSameCommandsAsItsMakeDoes) {
         options.profile = profile;
         VirtualCard card(CardImage::parse(CardImage::serialise(personalise(options)), "memory"));
         ASSERT_EQ(sw(card, "00A4040C 0C A000000063504B43532D3135"), 0x9000);
-        ASSERT_EQ(sw(card, apdu(0, 0x20, 0, 1, paddedPin("123456"))), 0x9000);
+        ASSERT_EQ(verify(card, 1, "123456"), 0x9000);
         for (const Bytes& command : keyPairCommands())
             ASSERT_EQ(sw(card, command), 0x9000) << toHex(command);
         EXPECT_EQ(card.atr()[7], iso ? 0x80 : 0xC0) << "extended Lc/Le in the capabilities";

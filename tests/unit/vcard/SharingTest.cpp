@@ -42,7 +42,7 @@ TEST_F(Sharing, CardsOnOneImageSeeEachOthersWritesAndNoStaleCopyOverwrites) {
     const host::VirtualCardTransport tb(b, host::OnRelease::KeepLogin);
     for (VirtualCard* card : {a.get(), b.get()}) {
         ASSERT_EQ(sw(*card, "00A40800 04 5015 4404"), 0x9000);
-        ASSERT_EQ(sw(*card, apdu(0, 0x20, 0, 1, paddedPin("123456"))), 0x9000);
+        ASSERT_EQ(verify(*card, 1, "123456"), 0x9000);
     }
     // In turns, each with the selection and login it had before the other's write.
     for (std::uint8_t offset = 0; offset < 6; ++offset) {
@@ -58,7 +58,7 @@ TEST_F(Sharing, CardsOnOneImageSeeEachOthersWritesAndNoStaleCopyOverwrites) {
         EXPECT_EQ(card->transmit(hex("00B0000006")), hex("A0A1A2A3A4A5 9000"));
     // A wrong try on the other card unverifies the PIN here too, as on one card.
     // The counter it lowered is the one the first card tells: a stale copy never raises it.
-    EXPECT_EQ(sw(*b, apdu(0, 0x20, 0, 1, paddedPin("000000"))), 0x63C2);
+    EXPECT_EQ(verify(*b, 1, "000000"), 0x63C2);
     EXPECT_EQ(sw(*a, "00D60000 01 FF"), 0x6982);
     EXPECT_EQ(sw(*a, "00200001"), 0x63C2);
     EXPECT_EQ(triesLeft(path, 1), 2);
@@ -83,7 +83,7 @@ TEST_F(Sharing, ASwappedFolderNeverTakesTheSave) {
     VirtualCard::personalised()->save(other);
     fs::rename(directory / "a", directory / "kept");
     fs::create_directory_symlink(directory / "b", directory / "a");
-    EXPECT_EQ(sw(*card, apdu(0, 0x20, 0, 3, paddedPin("00000000"))), 0x63C2);
+    EXPECT_EQ(verify(*card, 3, "00000000"), 0x63C2);
     EXPECT_EQ(triesLeft(other, 3), 3);
     EXPECT_EQ(triesLeft((directory / "kept" / "card.json").string(), 3), 2);
     // A folder given as a link is refused at once.
@@ -102,7 +102,7 @@ TEST_F(Sharing, ImagesOthersMayWriteAreRefusedUnlessAllowedAndSavesKeepOwnerAndM
     }
     const bool root = ::geteuid() == 0; // only root can give a file away
     ASSERT_TRUE(!root || ::chown(path.c_str(), 4321, 4322) == 0);
-    EXPECT_EQ(sw(*VirtualCard::open(path), apdu(0, 0x20, 0, 3, paddedPin("00000000"))), 0x63C2);
+    EXPECT_EQ(verify(*VirtualCard::open(path), 3, "00000000"), 0x63C2);
     struct stat status {};
     ASSERT_EQ(::stat(path.c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 07777, 0640u);
