@@ -80,20 +80,15 @@ void expectNestedTrace(const std::string& trace) {
 
 } // namespace
 
-TEST(Log, SilentWhenP15TraceIsUnsetOrEmpty) {
+// Unset or empty: silent; a file or stderr gets the same nested trace.
+TEST(Log, WritesNestedEntriesWithTimesToAFileOrStderr) {
     EXPECT_EQ(runTraced(nullptr), "");
     EXPECT_EQ(runTraced(""), "");
-}
-
-TEST(Log, WritesNestedEntriesWithTimesToAFile) {
     const std::string path = temporaryPath("p15-trace-");
     std::remove(path.c_str());
     EXPECT_EQ(runTraced(path.c_str()), "");
     expectNestedTrace(readFile(path));
     std::remove(path.c_str());
-}
-
-TEST(Log, WritesToStderrWhenAsked) {
     expectNestedTrace(runTraced("stderr"));
 }
 
