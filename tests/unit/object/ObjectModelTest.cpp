@@ -16,6 +16,7 @@
 #include <algorithm>
 #include <boost/exception/get_error_info.hpp>
 #include <boost/make_shared.hpp>
+#include <functional>
 #include <gtest/gtest.h>
 
 namespace {
@@ -150,30 +151,30 @@ TEST(NewPin, EncodesTheAttributesItHasAndNoRules) {
                     "access control rules of a pin cannot be written");
 }
 
+// Checked before anything is sent: the channel reaches no card.
 TEST(NewPin, OperationsNeedTheirAttributesAndSendNothingWithout) {
     const auto pin = newPin();
     const UnconnectedChannel noCard;
     const mw::ByteBuffer value{'1', '2', '3', '4'};
-    const char* const needsPadding =
-        "Pin reference, max length and pad char required but not found";
     pin->setPinReference(1);
-    pin->setMaxLength(8);
-    EXPECT_APP_TEXT(pin->authenticate(noCard, value), needsPadding); // no pad char
-    EXPECT_APP_TEXT(pin->change(noCard, value, value), needsPadding);
-    EXPECT_APP_TEXT(pin->unblock(noCard, value), needsPadding);
-    const auto unreferenced = newPin();
-    EXPECT_APP_TEXT(unreferenced->deauthenticate(noCard), "Pin reference required but not found");
-    EXPECT_APP_TEXT(unreferenced->getPinInfo(noCard), "pinReference path required but not found");
+    pin->setMaxLength(8); // but no pad char
+    for (const auto& operation : std::vector<std::function<void()>>{
+             [&] { pin->authenticate(noCard, value); }, [&] { pin->change(noCard, value, value); },
+             [&] { pin->unblock(noCard, value); }}) {
+        EXPECT_EQ(failureOf(operation).first,
+                  "Pin reference, max length and pad char required but not found");
+    }
+    EXPECT_APP_TEXT(newPin()->deauthenticate(noCard), "Pin reference required but not found");
+    EXPECT_APP_TEXT(newPin()->getPinInfo(noCard), "pinReference path required but not found");
 }
 
 TEST(NewPin, PadsToMaxLengthAndCutsLongerValues) {
     const auto pin = newPin();
-    pin->setMaxLength(8);
+    pin->setMaxLength(4);
     pin->setPadChar(mw::ByteBuffer{0xFF});
-    EXPECT_EQ(pin->pad(mw::ByteBuffer{'1', '2', '3', '4'}),
-              (mw::ByteBuffer{'1', '2', '3', '4', 0xFF, 0xFF, 0xFF, 0xFF}));
-    EXPECT_EQ(pin->pad(mw::ByteBuffer{'0', '1', '2', '3', '4', '5', '6', '7', '8', '9'}),
-              (mw::ByteBuffer{'0', '1', '2', '3', '4', '5', '6', '7'}));
+    EXPECT_EQ(pin->pad(mw::ByteBuffer{'1', '2'}), (mw::ByteBuffer{'1', '2', 0xFF, 0xFF}));
+    EXPECT_EQ(pin->pad(mw::ByteBuffer{'1', '2', '3', '4', '5'}),
+              (mw::ByteBuffer{'1', '2', '3', '4'}));
     pin->setMaxLength(0);
     EXPECT_TRUE(pin->pad(mw::ByteBuffer{'1'}).empty());
 }
@@ -266,10 +267,11 @@ TEST(ValueObjectCodec, CertificateKeyUsageHasNineBitsAndKeepsTheExtendedUsage) {
     EXPECT_APP_TEXT(certificate.encode(), "Certificate key usage flags not PKCS#15 conform.");
 }
 
-// Common object flags a certificate or data object cannot hold are invalid
-// data, so that a host skipping malformed entries skips them; a key's are
-// the application's runtime error.
-TEST(ValueObjectCodec, CommonFlagsOfValueObjectsFailAsInvalidData) {
+// Common object flags a certificate or data object cannot hold, and a data
+// object without its value in a file, are invalid data, so that a host
+// skipping malformed entries skips them; a key's flags are the application's
+// runtime error.
+TEST(ValueObjectCodec, EntriesTheModelCannotHoldAreInvalidData) {
     oss::CertificateType certificate = certificateEntry({0xA1, 0x05, 0x03, 0x03, 0x07, 0xFF, 0x80});
     certificate.x509CertificateValue.commonObjectAttributes.flags = bits(3, {0x20});
     EXPECT_THROW(certificateOf(certificate), app::InvalidDataException);
@@ -278,20 +280,18 @@ TEST(ValueObjectCodec, CommonFlagsOfValueObjectsFailAsInvalidData) {
     data.opaqueDOValue.typeAttributes.indirectValue.pathValue.path = {0x0D, 0x02};
     EXPECT_THROW(P15DataObject(none<fs::DODF>(), data, mw::ByteBuffer(oss::encode(data))),
                  app::InvalidDataException);
+    oss::DataType direct;
+    direct.opaqueDOValue.typeAttributes.choice = oss::ObjectValue::direct;
+    direct.opaqueDOValue.typeAttributes.raw = {0xA0, 0x01, 0x00};
+    EXPECT_THROW(P15DataObject(none<fs::DODF>(), direct, {0x30}), app::InvalidDataException);
+    EXPECT_APP_TEXT(P15DataObject(none<fs::DODF>(), direct, {0x30}),
+                    "PKCS#15 DataObject of unknown type found");
     try {
         decodeFlags(commonObjectFlags, bits(3, {0}));
         ADD_FAILURE() << "no failure";
     } catch (const app::ApplicationException& e) {
         EXPECT_EQ(p15test::familyOf(e), "ApplicationException");
     }
-}
-
-TEST(ValueObjectCodec, OnlyOpaqueDataObjectsWithTheirValueInAFileAreTaken) {
-    oss::DataType direct;
-    direct.opaqueDOValue.typeAttributes.choice = oss::ObjectValue::direct;
-    direct.opaqueDOValue.typeAttributes.raw = {0xA0, 0x01, 0x00};
-    EXPECT_APP_TEXT(P15DataObject(none<fs::DODF>(), direct, mw::ByteBuffer{0x30}),
-                    "PKCS#15 DataObject of unknown type found");
 }
 
 // Four token flags and one RSA algorithm, reference 7.
@@ -336,7 +336,7 @@ TEST(ValueObjectCodec, TokenInfoRefusesWhatItCannotHoldAndKeepsTheAlgorithmsItLi
     EXPECT_APP_TEXT(info.encode(), "TokenInfo TokenFlags not PKCS#15 conform.");
 }
 
-// Components of a later version in every sequence an entry of any kind has.
+// Components of a later version in every sequence of an entry.
 template <class Object> Object& laterVersion(Object& object) {
     object.commonObjectAttributes.unknownComponents = {{0x9F, 0x30, 0x01, 0x11}};
     object.classAttributes.unknownComponents = {{0x9F, 0x31, 0x01, 0x22}};
@@ -344,78 +344,59 @@ template <class Object> Object& laterVersion(Object& object) {
     return object;
 }
 
-// Reads `entry` into its model object, relabels it and encodes it again: the
-// result is the entry relabelled, all else byte for byte as it was.
-template <class Entry, class Value, class Read, class Encode>
-void expectOnlyTheLabelChanges(Entry entry, Value value, Read read, Encode encode) {
-    const auto model = read(entry, mw::ByteBuffer(oss::encode(entry)));
-    model->setLabel("renamed");
-    const oss::Bytes rewritten = oss::encode(encode(*model));
-    value(entry).commonObjectAttributes.label = "renamed";
-    EXPECT_EQ(mw::toHex(mw::ByteBuffer(rewritten)), mw::toHex(mw::ByteBuffer(oss::encode(entry))));
-}
-
-template <class Key> Key& rsaKey(Key& key) {
+template <class Key> void rsaKey(Key& key) {
     key.classAttributes.iD = {0x45};
     key.classAttributes.usage = bits(10, {0x20, 0x00});
     key.classAttributes.keyReference = 0x81;
     key.typeAttributes.value.indirectValue.pathValue.path = {0x0E, 0x01};
     key.typeAttributes.modulusLength = 1024;
-    key.typeAttributes.unknownComponents = {{0x9F, 0x32, 0x01, 0x44}};
-    return laterVersion(key);
+    laterVersion(key).typeAttributes.unknownComponents = {{0x9F, 0x32, 0x01, 0x44}};
 }
 
+// Each kind's model, read from an entry with them and relabelled, encodes
+// the entry relabelled, all else byte for byte.
 TEST(UnmodelledComponents, EveryEntryKindKeepsThemByteForByteWhenRelabelled) {
+    const auto encoding = [](const auto& entry) { return mw::ByteBuffer(oss::encode(entry)); };
     oss::AuthenticationType pin;
     pin.pinValue.classAttributes.authId = {0x01};
     pin.pinValue.typeAttributes.pinFlags = bits(12, {0x0C, 0x00});
     pin.pinValue.typeAttributes.lastPinChange = "20240101000000Z";
     pin.pinValue.typeAttributes.unknownComponents = {{0x85, 0x01, 0x07}};
     laterVersion(pin.pinValue).commonObjectAttributes.userConsent = 3;
-    expectOnlyTheLabelChanges(
-        pin, [](auto& e) -> auto& { return e.pinValue; },
-        [](const auto& e, const auto& b) {
-            return boost::make_shared<P15Pin>(nullptr, none<fs::AODF>(), 0, e, b);
-        },
-        [](const P15Pin& m) { return m.encodeAuthenticationType(); });
+    P15Pin pinModel(nullptr, none<fs::AODF>(), 0, pin, encoding(pin));
+    pinModel.setLabel("renamed");
+    pin.pinValue.commonObjectAttributes.label = "renamed";
+    EXPECT_EQ(oss::encode(pinModel.encodeAuthenticationType()), oss::encode(pin));
 
     oss::CertificateType certificate = certificateEntry({0xA1, 0x05, 0x03, 0x03, 0x07, 0xFF, 0x80});
     laterVersion(certificate.x509CertificateValue).typeAttributes.unknownComponents = {
         {0x9F, 0x32, 0x01, 0x44}};
-    expectOnlyTheLabelChanges(
-        certificate, [](auto& e) -> auto& { return e.x509CertificateValue; },
-        [](const auto& e, const auto& b) {
-            return boost::make_shared<P15X509Certificate>(none<fs::CDF>(), e, b);
-        },
-        [](const P15X509Certificate& m) { return m.encodeCertificateType(m.getValueLocation()); });
+    P15X509Certificate certificateModel = certificateOf(certificate);
+    certificateModel.setLabel("renamed");
+    certificate.x509CertificateValue.commonObjectAttributes.label = "renamed";
+    EXPECT_EQ(certificateModel.encode(), encoding(certificate));
 
     oss::DataType data;
     data.opaqueDOValue.typeAttributes.indirectValue.pathValue.path = {0x0D, 0x02};
     laterVersion(data.opaqueDOValue);
-    expectOnlyTheLabelChanges(
-        data, [](auto& e) -> auto& { return e.opaqueDOValue; },
-        [](const auto& e, const auto& b) {
-            return boost::make_shared<P15DataObject>(none<fs::DODF>(), e, b);
-        },
-        [](const P15DataObject& m) { return m.encodeDataType(m.getValueLocation()); });
+    P15DataObject dataModel(none<fs::DODF>(), data, encoding(data));
+    dataModel.setLabel("renamed");
+    data.opaqueDOValue.commonObjectAttributes.label = "renamed";
+    EXPECT_EQ(dataModel.encode(), encoding(data));
 
     oss::PrivateKeyType privateKey;
     rsaKey(privateKey.privateRSAKeyValue);
-    expectOnlyTheLabelChanges(
-        privateKey, [](auto& e) -> auto& { return e.privateRSAKeyValue; },
-        [](const auto& e, const auto& b) {
-            return boost::make_shared<P15RsaPrivateKey>(none<fs::PrKDF>(), e, b);
-        },
-        [](const P15RsaPrivateKey& m) { return m.encodePrivateKeyType(); });
+    P15RsaPrivateKey privateModel(none<fs::PrKDF>(), privateKey, encoding(privateKey));
+    privateModel.setLabel("renamed");
+    privateKey.privateRSAKeyValue.commonObjectAttributes.label = "renamed";
+    EXPECT_EQ(oss::encode(privateModel.encodePrivateKeyType()), oss::encode(privateKey));
 
     oss::PublicKeyType publicKey;
     rsaKey(publicKey.publicRSAKeyValue);
-    expectOnlyTheLabelChanges(
-        publicKey, [](auto& e) -> auto& { return e.publicRSAKeyValue; },
-        [](const auto& e, const auto& b) {
-            return boost::make_shared<P15RsaPublicKey>(none<fs::PuKDF>(), e, b);
-        },
-        [](const P15RsaPublicKey& m) { return m.encodePublicKeyType(); });
+    P15RsaPublicKey publicModel(none<fs::PuKDF>(), publicKey, encoding(publicKey));
+    publicModel.setLabel("renamed");
+    publicKey.publicRSAKeyValue.commonObjectAttributes.label = "renamed";
+    EXPECT_EQ(oss::encode(publicModel.encodePublicKeyType()), oss::encode(publicKey));
 }
 
 } // namespace
