@@ -357,6 +357,7 @@ template <class Key> void rsaKey(Key& key) {
 // the entry relabelled, all else byte for byte.
 TEST(UnmodelledComponents, EveryEntryKindKeepsThemByteForByteWhenRelabelled) {
     const auto encoding = [](const auto& entry) { return mw::ByteBuffer(oss::encode(entry)); };
+    const auto hex = [&](const auto& entry) { return mw::toHex(encoding(entry)); };
     oss::AuthenticationType pin;
     pin.pinValue.classAttributes.authId = {0x01};
     pin.pinValue.typeAttributes.pinFlags = bits(12, {0x0C, 0x00});
@@ -366,7 +367,7 @@ TEST(UnmodelledComponents, EveryEntryKindKeepsThemByteForByteWhenRelabelled) {
     P15Pin pinModel(nullptr, none<fs::AODF>(), 0, pin, encoding(pin));
     pinModel.setLabel("renamed");
     pin.pinValue.commonObjectAttributes.label = "renamed";
-    EXPECT_EQ(oss::encode(pinModel.encodeAuthenticationType()), oss::encode(pin));
+    EXPECT_EQ(hex(pinModel.encodeAuthenticationType()), hex(pin));
 
     oss::CertificateType certificate = certificateEntry({0xA1, 0x05, 0x03, 0x03, 0x07, 0xFF, 0x80});
     laterVersion(certificate.x509CertificateValue).typeAttributes.unknownComponents = {
@@ -374,7 +375,7 @@ TEST(UnmodelledComponents, EveryEntryKindKeepsThemByteForByteWhenRelabelled) {
     P15X509Certificate certificateModel = certificateOf(certificate);
     certificateModel.setLabel("renamed");
     certificate.x509CertificateValue.commonObjectAttributes.label = "renamed";
-    EXPECT_EQ(certificateModel.encode(), encoding(certificate));
+    EXPECT_EQ(mw::toHex(certificateModel.encode()), hex(certificate));
 
     oss::DataType data;
     data.opaqueDOValue.typeAttributes.indirectValue.pathValue.path = {0x0D, 0x02};
@@ -382,21 +383,21 @@ TEST(UnmodelledComponents, EveryEntryKindKeepsThemByteForByteWhenRelabelled) {
     P15DataObject dataModel(none<fs::DODF>(), data, encoding(data));
     dataModel.setLabel("renamed");
     data.opaqueDOValue.commonObjectAttributes.label = "renamed";
-    EXPECT_EQ(dataModel.encode(), encoding(data));
+    EXPECT_EQ(mw::toHex(dataModel.encode()), hex(data));
 
     oss::PrivateKeyType privateKey;
     rsaKey(privateKey.privateRSAKeyValue);
     P15RsaPrivateKey privateModel(none<fs::PrKDF>(), privateKey, encoding(privateKey));
     privateModel.setLabel("renamed");
     privateKey.privateRSAKeyValue.commonObjectAttributes.label = "renamed";
-    EXPECT_EQ(oss::encode(privateModel.encodePrivateKeyType()), oss::encode(privateKey));
+    EXPECT_EQ(hex(privateModel.encodePrivateKeyType()), hex(privateKey));
 
     oss::PublicKeyType publicKey;
     rsaKey(publicKey.publicRSAKeyValue);
     P15RsaPublicKey publicModel(none<fs::PuKDF>(), publicKey, encoding(publicKey));
     publicModel.setLabel("renamed");
     publicKey.publicRSAKeyValue.commonObjectAttributes.label = "renamed";
-    EXPECT_EQ(oss::encode(publicModel.encodePublicKeyType()), oss::encode(publicKey));
+    EXPECT_EQ(hex(publicModel.encodePublicKeyType()), hex(publicKey));
 }
 
 } // namespace
