@@ -21,6 +21,7 @@ std::string diagnosticOf(unsigned short sw) {
 TEST(Exceptions, DiagnosticTextShowsSiteCommandAndStatusText) {
     const std::string text = diagnosticOf(0x6A82);
     EXPECT_NE(text.find("CardExceptionTest.cpp"), std::string::npos) << text;
+    EXPECT_NE(text.find("diagnosticOf"), std::string::npos) << text;
     EXPECT_NE(text.find("[card::tag_command*] = Select\n"), std::string::npos) << text;
     EXPECT_NE(text.find("[card::tag_status_code*] = File or application not found\n"),
               std::string::npos)
