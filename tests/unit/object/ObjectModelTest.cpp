@@ -41,13 +41,6 @@ using Failure = std::pair<std::string, unsigned int>;
 
 #define EXPECT_APP_TEXT(statement, text) EXPECT_EQ(failureOf([&] { statement; }).first, text)
 
-oss::BitString bits(std::size_t count, oss::Bytes octets) {
-    oss::BitString string;
-    string.bitCount = count;
-    string.octets = std::move(octets);
-    return string;
-}
-
 namespace fs = app::pkcs15::fs;
 // No directory file: these objects are never written.
 template <class File> boost::weak_ptr<const File> none() {
@@ -68,17 +61,17 @@ TEST(FlagWords, RoundTripAtTheirDeclaredLengthAndRefuseOneBitMore) {
         std::uint32_t all;
         oss::BitString full, tooLong;
         const char *encodeError, *decodeError;
-    } rows[] = {{commonObjectFlags, 0x03, bits(2, {0xC0}), bits(3, {0}),
-                 "Common Object flags not PKCS#15 conform",
-                 "CommonObject Flags not PKCS#15 conform"},
-                {pinFlags, 0xFFF, bits(12, {0xFF, 0xF0}), bits(13, {0, 0}),
-                 "Pin flags not PKCS#15 conform", "Pin Flags not PKCS#15 conform"},
-                {keyUsageFlags, 0x3FF, bits(10, {0xFF, 0xC0}), bits(11, {0xFF, 0xE0}),
-                 "Private RSA key usage flags not PKCS#15 conform.",
-                 "PrivateKey::UsageFlags not PKCS#15 conform"},
-                {keyAccessFlags, 0x1F, bits(5, {0xF8}), bits(6, {0x80}),
-                 "Private RSA key access flags not PKCS#15 conform.",
-                 "PrivateKey::AccessFlags not PKCS#15 conform"}};
+    } rows[] = {
+        {commonObjectFlags, 0x03, oss::BitString{{0xC0}, 2}, oss::BitString{{0}, 3},
+         "Common Object flags not PKCS#15 conform", "CommonObject Flags not PKCS#15 conform"},
+        {pinFlags, 0xFFF, oss::BitString{{0xFF, 0xF0}, 12}, oss::BitString{{0, 0}, 13},
+         "Pin flags not PKCS#15 conform", "Pin Flags not PKCS#15 conform"},
+        {keyUsageFlags, 0x3FF, oss::BitString{{0xFF, 0xC0}, 10}, oss::BitString{{0xFF, 0xE0}, 11},
+         "Private RSA key usage flags not PKCS#15 conform.",
+         "PrivateKey::UsageFlags not PKCS#15 conform"},
+        {keyAccessFlags, 0x1F, oss::BitString{{0xF8}, 5}, oss::BitString{{0x80}, 6},
+         "Private RSA key access flags not PKCS#15 conform.",
+         "PrivateKey::AccessFlags not PKCS#15 conform"}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.encodeError);
         EXPECT_EQ(encodeFlags(row.word, row.all), row.full);
@@ -86,8 +79,9 @@ TEST(FlagWords, RoundTripAtTheirDeclaredLengthAndRefuseOneBitMore) {
         EXPECT_APP_TEXT(encodeFlags(row.word, row.all + 1), row.encodeError);
         EXPECT_APP_TEXT(decodeFlags(row.word, row.tooLong), row.decodeError);
     }
-    EXPECT_EQ(encodeFlags(keyUsageFlags, 0), bits(10, {0x00, 0x00})) << "zero keeps its length";
-    EXPECT_EQ(decodeFlags(keyUsageFlags, bits(8, {0xFF})), 0x3FC);
+    EXPECT_EQ(encodeFlags(keyUsageFlags, 0), (oss::BitString{{0x00, 0x00}, 10}))
+        << "zero keeps its length";
+    EXPECT_EQ(decodeFlags(keyUsageFlags, (oss::BitString{{0xFF}, 8})), 0x3FC);
 }
 
 // Renders a card condition as text, to compare trees.
@@ -141,7 +135,7 @@ TEST(NewPin, EncodesTheAttributesItHasAndNoRules) {
     pin->setFlags(0x03);
     pin->setPinReference(0x85);
     const oss::PinObject value = pin->encodeAuthenticationType().pinValue;
-    EXPECT_TRUE(value.commonObjectAttributes.flags == bits(2, {0xC0}));
+    EXPECT_TRUE(value.commonObjectAttributes.flags == (oss::BitString{{0xC0}, 2}));
     EXPECT_FALSE(value.commonObjectAttributes.accessControlRules);
     EXPECT_EQ(value.typeAttributes.pinReference.value_or(0), 0x85);
     EXPECT_FALSE(value.typeAttributes.maxLength || value.typeAttributes.padChar ||
@@ -273,10 +267,10 @@ TEST(ValueObjectCodec, CertificateKeyUsageHasNineBitsAndKeepsTheExtendedUsage) {
 // runtime error.
 TEST(ValueObjectCodec, EntriesTheModelCannotHoldAreInvalidData) {
     oss::CertificateType certificate = certificateEntry({0xA1, 0x05, 0x03, 0x03, 0x07, 0xFF, 0x80});
-    certificate.x509CertificateValue.commonObjectAttributes.flags = bits(3, {0x20});
+    certificate.x509CertificateValue.commonObjectAttributes.flags = oss::BitString{{0x20}, 3};
     EXPECT_THROW(certificateOf(certificate), app::InvalidDataException);
     oss::DataType data;
-    data.opaqueDOValue.commonObjectAttributes.flags = bits(3, {0x20});
+    data.opaqueDOValue.commonObjectAttributes.flags = oss::BitString{{0x20}, 3};
     data.opaqueDOValue.typeAttributes.indirectValue.pathValue.path = {0x0D, 0x02};
     EXPECT_THROW(P15DataObject(none<fs::DODF>(), data, mw::ByteBuffer(oss::encode(data))),
                  app::InvalidDataException);
@@ -287,7 +281,7 @@ TEST(ValueObjectCodec, EntriesTheModelCannotHoldAreInvalidData) {
     EXPECT_APP_TEXT(P15DataObject(none<fs::DODF>(), direct, {0x30}),
                     "PKCS#15 DataObject of unknown type found");
     try {
-        decodeFlags(commonObjectFlags, bits(3, {0}));
+        decodeFlags(commonObjectFlags, oss::BitString{{0}, 3});
         ADD_FAILURE() << "no failure";
     } catch (const app::ApplicationException& e) {
         EXPECT_EQ(p15test::familyOf(e), "ApplicationException");
@@ -298,14 +292,9 @@ TEST(ValueObjectCodec, EntriesTheModelCannotHoldAreInvalidData) {
 oss::TokenInfo tokenInfo() {
     oss::TokenInfo value;
     value.serialNumber = oss::Bytes{0x01, 0x02};
-    value.tokenflags = bits(4, {0x20});
-    oss::AlgorithmInfo rsa;
-    rsa.reference = 7;
-    rsa.algorithm = 1;
-    rsa.parameters = {0x05, 0x00};
-    rsa.supportedOperations = bits(8, {0x45});
-    rsa.algId = oss::oidFromText("1.2.840.113549.1.1.1");
-    value.supportedAlgorithms = std::vector<oss::AlgorithmInfo>{rsa};
+    value.tokenflags = oss::BitString{{0x20}, 4};
+    value.supportedAlgorithms = std::vector<oss::AlgorithmInfo>{
+        {7, 1, {0x05, 0x00}, {{0x45}, 8}, oss::oidFromText("1.2.840.113549.1.1.1"), {}}};
     return value;
 }
 
@@ -346,7 +335,7 @@ template <class Object> Object& laterVersion(Object& object) {
 
 template <class Key> void rsaKey(Key& key) {
     key.classAttributes.iD = {0x45};
-    key.classAttributes.usage = bits(10, {0x20, 0x00});
+    key.classAttributes.usage = oss::BitString{{0x20, 0x00}, 10};
     key.classAttributes.keyReference = 0x81;
     key.typeAttributes.value.indirectValue.pathValue.path = {0x0E, 0x01};
     key.typeAttributes.modulusLength = 1024;
@@ -360,7 +349,7 @@ TEST(UnmodelledComponents, EveryEntryKindKeepsThemByteForByteWhenRelabelled) {
     const auto hex = [&](const auto& entry) { return mw::toHex(encoding(entry)); };
     oss::AuthenticationType pin;
     pin.pinValue.classAttributes.authId = {0x01};
-    pin.pinValue.typeAttributes.pinFlags = bits(12, {0x0C, 0x00});
+    pin.pinValue.typeAttributes.pinFlags = oss::BitString{{0x0C, 0x00}, 12};
     pin.pinValue.typeAttributes.lastPinChange = "20240101000000Z";
     pin.pinValue.typeAttributes.unknownComponents = {{0x85, 0x01, 0x07}};
     laterVersion(pin.pinValue).commonObjectAttributes.userConsent = 3;
