@@ -44,7 +44,6 @@ template <class T> std::vector<T> walk(const std::string& name) {
         const std::size_t used = oss::decode(file.data() + position, file.size() - position, entry);
         const oss::Bytes original(file.begin() + position, file.begin() + position + used);
         EXPECT_EQ(oss::encode(entry), original);
-        decodeAll<T>(original);
         entries.push_back(entry);
         position += used;
     }
