@@ -27,14 +27,8 @@ std::unique_ptr<card::ICardTransport> pcscTransport() {
 } // namespace
 
 std::string transportName(const ::testing::TestParamInfo<TransportKind>& info) {
-    switch (info.param) {
-    case TransportKind::InProcess:
-        return "InProcess";
-    case TransportKind::InProcessShort:
-        return "InProcessShortApdus";
-    default:
-        return "Pcsc";
-    }
+    const char* const names[] = {"InProcess", "InProcessShortApdus", "Pcsc"};
+    return names[static_cast<int>(info.param)];
 }
 
 void CardTest::SetUp() {

@@ -72,14 +72,6 @@ void watch(mw::ByteBuffer& buffer) {
     watch(buffer.data(), buffer.size());
 }
 
-bool watchedBlockFreed() {
-    return blockFreed;
-}
-
-bool watchedBlockWasZero() {
-    return blockWasZero;
-}
-
 void lookFor(std::string_view text) {
     secretSize = std::min(text.size(), sizeof secret);
     std::memcpy(secret, text.data(), secretSize);

@@ -18,8 +18,6 @@ void watch(unsigned char* block, std::size_t size);
 void watch(mw::ByteBuffer& buffer);
 // Whether the watched block was freed, and held only zeros then.
 ::testing::AssertionResult releasedAsZeros();
-bool watchedBlockFreed();
-bool watchedBlockWasZero();
 
 // Counts the blocks freed from now on that still hold `secret` (up to 64
 // bytes) anywhere in them; an empty secret stops the search.

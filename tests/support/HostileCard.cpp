@@ -271,10 +271,6 @@ std::uint16_t HostileTransport::statusWord() const {
                           : static_cast<std::uint16_t>(choices_.below(0x10000));
 }
 
-const std::string& baseImage() {
-    return support::cardWithKeyImage();
-}
-
 Outcome runWorkload(const support::AppOnCard& card) {
     Outcome outcome;
     const card::IChannel& channel = *card.channel;
@@ -289,11 +285,12 @@ Outcome runWorkload(const support::AppOnCard& card) {
 
 Outcome runCase(Choices& choices) {
     const HostileTransport* hostile = nullptr;
-    support::AppOnCard card(baseImage(), [&](std::unique_ptr<card::ICardTransport> honest) {
-        auto wrapped = std::make_unique<HostileTransport>(std::move(honest), choices);
-        hostile = wrapped.get();
-        return wrapped;
-    });
+    support::AppOnCard card(
+        support::cardWithKeyImage(), [&](std::unique_ptr<card::ICardTransport> honest) {
+            auto wrapped = std::make_unique<HostileTransport>(std::move(honest), choices);
+            hostile = wrapped.get();
+            return wrapped;
+        });
     Outcome outcome = runWorkload(card);
     outcome.commands = hostile->commands();
     return outcome;

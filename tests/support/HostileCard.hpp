@@ -98,10 +98,6 @@ struct Outcome {
     std::vector<std::string> errors;
 };
 
-// The image of a personalised card that also holds an imported RSA key pair
-// with its entries, made once per process.
-const std::string& baseImage();
-
 // Opens the PKCS#15 application on the card and runs what a host does: list
 // every kind of object, read the public ones and the values, read PIN
 // status, verify, sign, encipher and decipher, draw random bytes, change and
@@ -112,7 +108,8 @@ const std::string& baseImage();
 // escapes.
 Outcome runWorkload(const support::AppOnCard& card);
 
-// runWorkload on a fresh copy of the base card behind a hostile transport.
+// runWorkload, behind a hostile transport, on a fresh copy of the card that
+// support::cardWithKeyImage() holds.
 Outcome runCase(Choices& choices);
 
 } // namespace hostile

@@ -17,37 +17,29 @@
 
 namespace {
 
-// A loaded plugin library and its filled descriptor.
-class LoadedPlugin {
-public:
+// A loaded plugin library and its filled descriptor (create stays null when
+// loading failed).
+struct LoadedPlugin {
     explicit LoadedPlugin(const char* path)
-        : handle_(dlopen(path, RTLD_NOW | RTLD_LOCAL)) {
-        if (handle_ == nullptr) {
-            ADD_FAILURE() << "dlopen " << path << ": " << dlerror();
-            return;
-        }
-        auto query = reinterpret_cast<plugin::QueryPluginFunction>(
-            dlsym(handle_, plugin::queryPluginSymbol));
+        : handle(dlopen(path, RTLD_NOW | RTLD_LOCAL)) {
+        const auto query = reinterpret_cast<plugin::QueryPluginFunction>(
+            handle ? dlsym(handle, plugin::queryPluginSymbol) : nullptr);
         if (query == nullptr) {
-            ADD_FAILURE() << "no QueryPlugin in " << path;
+            ADD_FAILURE() << "no QueryPlugin from " << path << ": " << dlerror();
             return;
         }
         query(&descriptor);
     }
     ~LoadedPlugin() {
-        if (handle_ != nullptr) {
-            dlclose(handle_);
+        if (handle != nullptr) {
+            dlclose(handle);
         }
     }
     LoadedPlugin(const LoadedPlugin&) = delete;
     LoadedPlugin& operator=(const LoadedPlugin&) = delete;
 
-    bool loaded() const { return descriptor.create != nullptr; }
-
+    void* handle;
     plugin::PluginDescriptor descriptor{0xFFFFFFFF, 0xFFFFFFFF, nullptr, nullptr};
-
-private:
-    void* handle_;
 };
 
 struct DynamicSymbols {
@@ -82,27 +74,21 @@ bool isTypeInformation(const std::string& symbol) {
 
 } // namespace
 
+// The descriptor a host checks, the one file configure asks for, and a
+// destroy that takes null.
 TEST(PluginBoundary, HostRunsThePluginLifecycle) {
     LoadedPlugin library(P15APP_PATH);
-    ASSERT_TRUE(library.loaded());
+    ASSERT_NE(library.descriptor.create, nullptr);
     EXPECT_EQ(library.descriptor.version, 0u);
     EXPECT_EQ(library.descriptor.flags, 0u);
-    ASSERT_NE(library.descriptor.destroy, nullptr);
-
     plugin::IPlugin* created = library.descriptor.create();
-    ASSERT_NE(created, nullptr);
     EXPECT_NE(dynamic_cast<app::IApplicationPlugin*>(created), nullptr);
-
-    FakeConfigurationSource withConf(std::string("[WaitingTime]\nReselect=100\n"));
     FakeConfigurationSource withoutConf(boost::none);
-    created->configure(withConf);
     created->configure(withoutConf);
-    EXPECT_EQ(withConf.requested, std::vector<std::string>{"plugin.conf"});
     EXPECT_EQ(withoutConf.requested, std::vector<std::string>{"plugin.conf"});
     created->readersChanged();
     created->cardInserted();
     created->cardRemoved();
-
     library.descriptor.destroy(created);
     library.descriptor.destroy(nullptr);
 }
@@ -121,9 +107,8 @@ TEST(PluginBoundary, HostCatchesCardExceptionsThrownInsideAPlugin) {
     EXPECT_EQ(symbols.objects.count("_ZTIN4card13CardExceptionE"), 1u);
 
     LoadedPlugin library(THROWING_PLUGIN_PATH);
-    ASSERT_TRUE(library.loaded());
+    ASSERT_NE(library.descriptor.create, nullptr);
     plugin::IPlugin* throwing = library.descriptor.create();
-    ASSERT_NE(throwing, nullptr);
     try {
         throwing->configure(FakeConfigurationSource(boost::none));
         ADD_FAILURE() << "not thrown";

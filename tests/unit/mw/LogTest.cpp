@@ -17,10 +17,6 @@ namespace {
 
 struct Engine {};
 
-std::string temporaryPath(const char* name) {
-    return ::testing::TempDir() + name + std::to_string(getpid());
-}
-
 std::string readFile(const std::string& path) {
     std::ifstream in(path);
     std::stringstream text;
@@ -44,7 +40,7 @@ void tracedWork() {
 // Runs tracedWork in a child with P15_TRACE set to `setting` (unset when
 // null) and returns what the child wrote to stderr.
 std::string runTraced(const char* setting) {
-    const std::string errPath = temporaryPath("p15-log-stderr-");
+    const std::string errPath = ::testing::TempDir() + "p15-log-stderr-" + std::to_string(getpid());
     const pid_t child = fork();
     if (child == 0) {
         const int err = open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
@@ -80,20 +76,10 @@ void expectNestedTrace(const std::string& trace) {
 
 } // namespace
 
-TEST(Log, SilentWhenP15TraceIsUnsetOrEmpty) {
+// Unset or empty: silent. A trace file is used end to end (PinTrace).
+TEST(Log, WritesNestedEntriesWithTimesWhenAsked) {
     EXPECT_EQ(runTraced(nullptr), "");
     EXPECT_EQ(runTraced(""), "");
-}
-
-TEST(Log, WritesNestedEntriesWithTimesToAFile) {
-    const std::string path = temporaryPath("p15-trace-");
-    std::remove(path.c_str());
-    EXPECT_EQ(runTraced(path.c_str()), "");
-    expectNestedTrace(readFile(path));
-    std::remove(path.c_str());
-}
-
-TEST(Log, WritesToStderrWhenAsked) {
     expectNestedTrace(runTraced("stderr"));
 }
 

@@ -16,6 +16,7 @@
 #include <algorithm>
 #include <boost/exception/get_error_info.hpp>
 #include <boost/make_shared.hpp>
+#include <functional>
 #include <gtest/gtest.h>
 
 namespace {
@@ -40,13 +41,6 @@ using Failure = std::pair<std::string, unsigned int>;
 
 #define EXPECT_APP_TEXT(statement, text) EXPECT_EQ(failureOf([&] { statement; }).first, text)
 
-oss::BitString bits(std::size_t count, oss::Bytes octets) {
-    oss::BitString string;
-    string.bitCount = count;
-    string.octets = std::move(octets);
-    return string;
-}
-
 namespace fs = app::pkcs15::fs;
 // No directory file: these objects are never written.
 template <class File> boost::weak_ptr<const File> none() {
@@ -67,17 +61,17 @@ TEST(FlagWords, RoundTripAtTheirDeclaredLengthAndRefuseOneBitMore) {
         std::uint32_t all;
         oss::BitString full, tooLong;
         const char *encodeError, *decodeError;
-    } rows[] = {{commonObjectFlags, 0x03, bits(2, {0xC0}), bits(3, {0}),
-                 "Common Object flags not PKCS#15 conform",
-                 "CommonObject Flags not PKCS#15 conform"},
-                {pinFlags, 0xFFF, bits(12, {0xFF, 0xF0}), bits(13, {0, 0}),
-                 "Pin flags not PKCS#15 conform", "Pin Flags not PKCS#15 conform"},
-                {keyUsageFlags, 0x3FF, bits(10, {0xFF, 0xC0}), bits(11, {0xFF, 0xE0}),
-                 "Private RSA key usage flags not PKCS#15 conform.",
-                 "PrivateKey::UsageFlags not PKCS#15 conform"},
-                {keyAccessFlags, 0x1F, bits(5, {0xF8}), bits(6, {0x80}),
-                 "Private RSA key access flags not PKCS#15 conform.",
-                 "PrivateKey::AccessFlags not PKCS#15 conform"}};
+    } rows[] = {
+        {commonObjectFlags, 0x03, oss::BitString{{0xC0}, 2}, oss::BitString{{0}, 3},
+         "Common Object flags not PKCS#15 conform", "CommonObject Flags not PKCS#15 conform"},
+        {pinFlags, 0xFFF, oss::BitString{{0xFF, 0xF0}, 12}, oss::BitString{{0, 0}, 13},
+         "Pin flags not PKCS#15 conform", "Pin Flags not PKCS#15 conform"},
+        {keyUsageFlags, 0x3FF, oss::BitString{{0xFF, 0xC0}, 10}, oss::BitString{{0xFF, 0xE0}, 11},
+         "Private RSA key usage flags not PKCS#15 conform.",
+         "PrivateKey::UsageFlags not PKCS#15 conform"},
+        {keyAccessFlags, 0x1F, oss::BitString{{0xF8}, 5}, oss::BitString{{0x80}, 6},
+         "Private RSA key access flags not PKCS#15 conform.",
+         "PrivateKey::AccessFlags not PKCS#15 conform"}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.encodeError);
         EXPECT_EQ(encodeFlags(row.word, row.all), row.full);
@@ -85,8 +79,9 @@ TEST(FlagWords, RoundTripAtTheirDeclaredLengthAndRefuseOneBitMore) {
         EXPECT_APP_TEXT(encodeFlags(row.word, row.all + 1), row.encodeError);
         EXPECT_APP_TEXT(decodeFlags(row.word, row.tooLong), row.decodeError);
     }
-    EXPECT_EQ(encodeFlags(keyUsageFlags, 0), bits(10, {0x00, 0x00})) << "zero keeps its length";
-    EXPECT_EQ(decodeFlags(keyUsageFlags, bits(8, {0xFF})), 0x3FC);
+    EXPECT_EQ(encodeFlags(keyUsageFlags, 0), (oss::BitString{{0x00, 0x00}, 10}))
+        << "zero keeps its length";
+    EXPECT_EQ(decodeFlags(keyUsageFlags, (oss::BitString{{0xFF}, 8})), 0x3FC);
 }
 
 // Renders a card condition as text, to compare trees.
@@ -140,7 +135,7 @@ TEST(NewPin, EncodesTheAttributesItHasAndNoRules) {
     pin->setFlags(0x03);
     pin->setPinReference(0x85);
     const oss::PinObject value = pin->encodeAuthenticationType().pinValue;
-    EXPECT_TRUE(value.commonObjectAttributes.flags == bits(2, {0xC0}));
+    EXPECT_TRUE(value.commonObjectAttributes.flags == (oss::BitString{{0xC0}, 2}));
     EXPECT_FALSE(value.commonObjectAttributes.accessControlRules);
     EXPECT_EQ(value.typeAttributes.pinReference.value_or(0), 0x85);
     EXPECT_FALSE(value.typeAttributes.maxLength || value.typeAttributes.padChar ||
@@ -150,30 +145,30 @@ TEST(NewPin, EncodesTheAttributesItHasAndNoRules) {
                     "access control rules of a pin cannot be written");
 }
 
+// Checked before anything is sent: the channel reaches no card.
 TEST(NewPin, OperationsNeedTheirAttributesAndSendNothingWithout) {
     const auto pin = newPin();
     const UnconnectedChannel noCard;
     const mw::ByteBuffer value{'1', '2', '3', '4'};
-    const char* const needsPadding =
-        "Pin reference, max length and pad char required but not found";
     pin->setPinReference(1);
-    pin->setMaxLength(8);
-    EXPECT_APP_TEXT(pin->authenticate(noCard, value), needsPadding); // no pad char
-    EXPECT_APP_TEXT(pin->change(noCard, value, value), needsPadding);
-    EXPECT_APP_TEXT(pin->unblock(noCard, value), needsPadding);
-    const auto unreferenced = newPin();
-    EXPECT_APP_TEXT(unreferenced->deauthenticate(noCard), "Pin reference required but not found");
-    EXPECT_APP_TEXT(unreferenced->getPinInfo(noCard), "pinReference path required but not found");
+    pin->setMaxLength(8); // but no pad char
+    for (const auto& operation : std::vector<std::function<void()>>{
+             [&] { pin->authenticate(noCard, value); }, [&] { pin->change(noCard, value, value); },
+             [&] { pin->unblock(noCard, value); }}) {
+        EXPECT_EQ(failureOf(operation).first,
+                  "Pin reference, max length and pad char required but not found");
+    }
+    EXPECT_APP_TEXT(newPin()->deauthenticate(noCard), "Pin reference required but not found");
+    EXPECT_APP_TEXT(newPin()->getPinInfo(noCard), "pinReference path required but not found");
 }
 
 TEST(NewPin, PadsToMaxLengthAndCutsLongerValues) {
     const auto pin = newPin();
-    pin->setMaxLength(8);
+    pin->setMaxLength(4);
     pin->setPadChar(mw::ByteBuffer{0xFF});
-    EXPECT_EQ(pin->pad(mw::ByteBuffer{'1', '2', '3', '4'}),
-              (mw::ByteBuffer{'1', '2', '3', '4', 0xFF, 0xFF, 0xFF, 0xFF}));
-    EXPECT_EQ(pin->pad(mw::ByteBuffer{'0', '1', '2', '3', '4', '5', '6', '7', '8', '9'}),
-              (mw::ByteBuffer{'0', '1', '2', '3', '4', '5', '6', '7'}));
+    EXPECT_EQ(pin->pad(mw::ByteBuffer{'1', '2'}), (mw::ByteBuffer{'1', '2', 0xFF, 0xFF}));
+    EXPECT_EQ(pin->pad(mw::ByteBuffer{'1', '2', '3', '4', '5'}),
+              (mw::ByteBuffer{'1', '2', '3', '4'}));
     pin->setMaxLength(0);
     EXPECT_TRUE(pin->pad(mw::ByteBuffer{'1'}).empty());
 }
@@ -266,46 +261,40 @@ TEST(ValueObjectCodec, CertificateKeyUsageHasNineBitsAndKeepsTheExtendedUsage) {
     EXPECT_APP_TEXT(certificate.encode(), "Certificate key usage flags not PKCS#15 conform.");
 }
 
-// Common object flags a certificate or data object cannot hold are invalid
-// data, so that a host skipping malformed entries skips them; a key's are
-// the application's runtime error.
-TEST(ValueObjectCodec, CommonFlagsOfValueObjectsFailAsInvalidData) {
+// Common object flags a certificate or data object cannot hold, and a data
+// object without its value in a file, are invalid data, so that a host
+// skipping malformed entries skips them; a key's flags are the application's
+// runtime error.
+TEST(ValueObjectCodec, EntriesTheModelCannotHoldAreInvalidData) {
     oss::CertificateType certificate = certificateEntry({0xA1, 0x05, 0x03, 0x03, 0x07, 0xFF, 0x80});
-    certificate.x509CertificateValue.commonObjectAttributes.flags = bits(3, {0x20});
+    certificate.x509CertificateValue.commonObjectAttributes.flags = oss::BitString{{0x20}, 3};
     EXPECT_THROW(certificateOf(certificate), app::InvalidDataException);
     oss::DataType data;
-    data.opaqueDOValue.commonObjectAttributes.flags = bits(3, {0x20});
+    data.opaqueDOValue.commonObjectAttributes.flags = oss::BitString{{0x20}, 3};
     data.opaqueDOValue.typeAttributes.indirectValue.pathValue.path = {0x0D, 0x02};
     EXPECT_THROW(P15DataObject(none<fs::DODF>(), data, mw::ByteBuffer(oss::encode(data))),
                  app::InvalidDataException);
+    oss::DataType direct;
+    direct.opaqueDOValue.typeAttributes.choice = oss::ObjectValue::direct;
+    direct.opaqueDOValue.typeAttributes.raw = {0xA0, 0x01, 0x00};
+    EXPECT_THROW(P15DataObject(none<fs::DODF>(), direct, {0x30}), app::InvalidDataException);
+    EXPECT_APP_TEXT(P15DataObject(none<fs::DODF>(), direct, {0x30}),
+                    "PKCS#15 DataObject of unknown type found");
     try {
-        decodeFlags(commonObjectFlags, bits(3, {0}));
+        decodeFlags(commonObjectFlags, oss::BitString{{0}, 3});
         ADD_FAILURE() << "no failure";
     } catch (const app::ApplicationException& e) {
         EXPECT_EQ(p15test::familyOf(e), "ApplicationException");
     }
 }
 
-TEST(ValueObjectCodec, OnlyOpaqueDataObjectsWithTheirValueInAFileAreTaken) {
-    oss::DataType direct;
-    direct.opaqueDOValue.typeAttributes.choice = oss::ObjectValue::direct;
-    direct.opaqueDOValue.typeAttributes.raw = {0xA0, 0x01, 0x00};
-    EXPECT_APP_TEXT(P15DataObject(none<fs::DODF>(), direct, mw::ByteBuffer{0x30}),
-                    "PKCS#15 DataObject of unknown type found");
-}
-
 // Four token flags and one RSA algorithm, reference 7.
 oss::TokenInfo tokenInfo() {
     oss::TokenInfo value;
     value.serialNumber = oss::Bytes{0x01, 0x02};
-    value.tokenflags = bits(4, {0x20});
-    oss::AlgorithmInfo rsa;
-    rsa.reference = 7;
-    rsa.algorithm = 1;
-    rsa.parameters = {0x05, 0x00};
-    rsa.supportedOperations = bits(8, {0x45});
-    rsa.algId = oss::oidFromText("1.2.840.113549.1.1.1");
-    value.supportedAlgorithms = std::vector<oss::AlgorithmInfo>{rsa};
+    value.tokenflags = oss::BitString{{0x20}, 4};
+    value.supportedAlgorithms = std::vector<oss::AlgorithmInfo>{
+        {7, 1, {0x05, 0x00}, {{0x45}, 8}, oss::oidFromText("1.2.840.113549.1.1.1"), {}}};
     return value;
 }
 
@@ -336,7 +325,7 @@ TEST(ValueObjectCodec, TokenInfoRefusesWhatItCannotHoldAndKeepsTheAlgorithmsItLi
     EXPECT_APP_TEXT(info.encode(), "TokenInfo TokenFlags not PKCS#15 conform.");
 }
 
-// Components of a later version in every sequence an entry of any kind has.
+// Components of a later version in every sequence of an entry.
 template <class Object> Object& laterVersion(Object& object) {
     object.commonObjectAttributes.unknownComponents = {{0x9F, 0x30, 0x01, 0x11}};
     object.classAttributes.unknownComponents = {{0x9F, 0x31, 0x01, 0x22}};
@@ -344,78 +333,60 @@ template <class Object> Object& laterVersion(Object& object) {
     return object;
 }
 
-// Reads `entry` into its model object, relabels it and encodes it again: the
-// result is the entry relabelled, all else byte for byte as it was.
-template <class Entry, class Value, class Read, class Encode>
-void expectOnlyTheLabelChanges(Entry entry, Value value, Read read, Encode encode) {
-    const auto model = read(entry, mw::ByteBuffer(oss::encode(entry)));
-    model->setLabel("renamed");
-    const oss::Bytes rewritten = oss::encode(encode(*model));
-    value(entry).commonObjectAttributes.label = "renamed";
-    EXPECT_EQ(mw::toHex(mw::ByteBuffer(rewritten)), mw::toHex(mw::ByteBuffer(oss::encode(entry))));
-}
-
-template <class Key> Key& rsaKey(Key& key) {
+template <class Key> void rsaKey(Key& key) {
     key.classAttributes.iD = {0x45};
-    key.classAttributes.usage = bits(10, {0x20, 0x00});
+    key.classAttributes.usage = oss::BitString{{0x20, 0x00}, 10};
     key.classAttributes.keyReference = 0x81;
     key.typeAttributes.value.indirectValue.pathValue.path = {0x0E, 0x01};
     key.typeAttributes.modulusLength = 1024;
-    key.typeAttributes.unknownComponents = {{0x9F, 0x32, 0x01, 0x44}};
-    return laterVersion(key);
+    laterVersion(key).typeAttributes.unknownComponents = {{0x9F, 0x32, 0x01, 0x44}};
 }
 
+// Each kind's model, read from an entry with them and relabelled, encodes
+// the entry relabelled, all else byte for byte.
 TEST(UnmodelledComponents, EveryEntryKindKeepsThemByteForByteWhenRelabelled) {
+    const auto encoding = [](const auto& entry) { return mw::ByteBuffer(oss::encode(entry)); };
+    const auto hex = [&](const auto& entry) { return mw::toHex(encoding(entry)); };
     oss::AuthenticationType pin;
     pin.pinValue.classAttributes.authId = {0x01};
-    pin.pinValue.typeAttributes.pinFlags = bits(12, {0x0C, 0x00});
+    pin.pinValue.typeAttributes.pinFlags = oss::BitString{{0x0C, 0x00}, 12};
     pin.pinValue.typeAttributes.lastPinChange = "20240101000000Z";
     pin.pinValue.typeAttributes.unknownComponents = {{0x85, 0x01, 0x07}};
     laterVersion(pin.pinValue).commonObjectAttributes.userConsent = 3;
-    expectOnlyTheLabelChanges(
-        pin, [](auto& e) -> auto& { return e.pinValue; },
-        [](const auto& e, const auto& b) {
-            return boost::make_shared<P15Pin>(nullptr, none<fs::AODF>(), 0, e, b);
-        },
-        [](const P15Pin& m) { return m.encodeAuthenticationType(); });
+    P15Pin pinModel(nullptr, none<fs::AODF>(), 0, pin, encoding(pin));
+    pinModel.setLabel("renamed");
+    pin.pinValue.commonObjectAttributes.label = "renamed";
+    EXPECT_EQ(hex(pinModel.encodeAuthenticationType()), hex(pin));
 
     oss::CertificateType certificate = certificateEntry({0xA1, 0x05, 0x03, 0x03, 0x07, 0xFF, 0x80});
     laterVersion(certificate.x509CertificateValue).typeAttributes.unknownComponents = {
         {0x9F, 0x32, 0x01, 0x44}};
-    expectOnlyTheLabelChanges(
-        certificate, [](auto& e) -> auto& { return e.x509CertificateValue; },
-        [](const auto& e, const auto& b) {
-            return boost::make_shared<P15X509Certificate>(none<fs::CDF>(), e, b);
-        },
-        [](const P15X509Certificate& m) { return m.encodeCertificateType(m.getValueLocation()); });
+    P15X509Certificate certificateModel = certificateOf(certificate);
+    certificateModel.setLabel("renamed");
+    certificate.x509CertificateValue.commonObjectAttributes.label = "renamed";
+    EXPECT_EQ(mw::toHex(certificateModel.encode()), hex(certificate));
 
     oss::DataType data;
     data.opaqueDOValue.typeAttributes.indirectValue.pathValue.path = {0x0D, 0x02};
     laterVersion(data.opaqueDOValue);
-    expectOnlyTheLabelChanges(
-        data, [](auto& e) -> auto& { return e.opaqueDOValue; },
-        [](const auto& e, const auto& b) {
-            return boost::make_shared<P15DataObject>(none<fs::DODF>(), e, b);
-        },
-        [](const P15DataObject& m) { return m.encodeDataType(m.getValueLocation()); });
+    P15DataObject dataModel(none<fs::DODF>(), data, encoding(data));
+    dataModel.setLabel("renamed");
+    data.opaqueDOValue.commonObjectAttributes.label = "renamed";
+    EXPECT_EQ(mw::toHex(dataModel.encode()), hex(data));
 
     oss::PrivateKeyType privateKey;
     rsaKey(privateKey.privateRSAKeyValue);
-    expectOnlyTheLabelChanges(
-        privateKey, [](auto& e) -> auto& { return e.privateRSAKeyValue; },
-        [](const auto& e, const auto& b) {
-            return boost::make_shared<P15RsaPrivateKey>(none<fs::PrKDF>(), e, b);
-        },
-        [](const P15RsaPrivateKey& m) { return m.encodePrivateKeyType(); });
+    P15RsaPrivateKey privateModel(none<fs::PrKDF>(), privateKey, encoding(privateKey));
+    privateModel.setLabel("renamed");
+    privateKey.privateRSAKeyValue.commonObjectAttributes.label = "renamed";
+    EXPECT_EQ(hex(privateModel.encodePrivateKeyType()), hex(privateKey));
 
     oss::PublicKeyType publicKey;
     rsaKey(publicKey.publicRSAKeyValue);
-    expectOnlyTheLabelChanges(
-        publicKey, [](auto& e) -> auto& { return e.publicRSAKeyValue; },
-        [](const auto& e, const auto& b) {
-            return boost::make_shared<P15RsaPublicKey>(none<fs::PuKDF>(), e, b);
-        },
-        [](const P15RsaPublicKey& m) { return m.encodePublicKeyType(); });
+    P15RsaPublicKey publicModel(none<fs::PuKDF>(), publicKey, encoding(publicKey));
+    publicModel.setLabel("renamed");
+    publicKey.publicRSAKeyValue.commonObjectAttributes.label = "renamed";
+    EXPECT_EQ(hex(publicModel.encodePublicKeyType()), hex(publicKey));
 }
 
 } // namespace

@@ -3,10 +3,8 @@
 
 #include "app/pkcs15/oss/DerReader.hpp"
 
-#include <algorithm>
 #include <fstream>
 #include <functional>
-#include <sstream>
 #include <type_traits>
 
 namespace {
@@ -35,47 +33,7 @@ std::vector<oss::Bytes> components(const oss::Bytes& tlv) {
     return parts;
 }
 
-// The common attributes of an entry whose label a host may change.
-template <class T> auto commonOf(T& entry) {
-    if constexpr (std::is_same_v<T, oss::AuthenticationType>) {
-        return &entry.pinValue.commonObjectAttributes;
-    } else if constexpr (std::is_same_v<T, oss::PrivateKeyType>) {
-        return &entry.privateRSAKeyValue.commonObjectAttributes;
-    } else if constexpr (std::is_same_v<T, oss::PublicKeyType>) {
-        return &entry.publicRSAKeyValue.commonObjectAttributes;
-    } else if constexpr (std::is_same_v<T, oss::CertificateType>) {
-        return &entry.x509CertificateValue.commonObjectAttributes;
-    } else if constexpr (std::is_same_v<T, oss::DataType>) {
-        return &entry.opaqueDOValue.commonObjectAttributes;
-    } else {
-        return nullptr;
-    }
-}
-
-// With its label changed, an entry gets a UTF8String label and keeps every
-// other component byte for byte as the card wrote it.
-template <class T> void expectRelabelKeepsTheRest(T entry, const oss::Bytes& original) {
-    if constexpr (!std::is_null_pointer_v<decltype(commonOf(entry))>) {
-        if (entry.choice != 1) {
-            return;
-        }
-        commonOf(entry)->label = "Changed";
-        const std::vector<oss::Bytes> before = components(original);
-        const std::vector<oss::Bytes> after = components(oss::encode(entry));
-        ASSERT_EQ(before.size(), after.size());
-        EXPECT_TRUE(std::equal(before.begin() + 1, before.end(), after.begin() + 1));
-        std::vector<oss::Bytes> attributes = components(before[0]);
-        const oss::Bytes stringTags = hex("0C 13 14 16 1A 1E");
-        if (!attributes.empty() &&
-            std::count(stringTags.begin(), stringTags.end(), attributes[0][0])) {
-            attributes.erase(attributes.begin());
-        }
-        attributes.insert(attributes.begin(), hex("0C07 4368616E676564"));
-        EXPECT_EQ(components(after[0]), attributes);
-    }
-}
-
-// Every entry up to the 00/FF padding re-encodes as read, also relabelled; then only padding.
+// Every entry up to the 00/FF padding re-encodes as read; then only padding.
 template <class T> std::vector<T> walk(const std::string& name) {
     const oss::Bytes file = loadSample(name);
     std::vector<T> entries;
@@ -86,8 +44,6 @@ template <class T> std::vector<T> walk(const std::string& name) {
         const std::size_t used = oss::decode(file.data() + position, file.size() - position, entry);
         const oss::Bytes original(file.begin() + position, file.begin() + position + used);
         EXPECT_EQ(oss::encode(entry), original);
-        decodeAll<T>(original);
-        expectRelabelKeepsTheRest(entry, original);
         entries.push_back(entry);
         position += used;
     }
@@ -97,52 +53,38 @@ template <class T> std::vector<T> walk(const std::string& name) {
     return entries;
 }
 
-// The field values the application and the decode command show of the samples
-// are checked end to end; here every file decodes and re-encodes whole.
+// What the entries hold, and relabelling them, is checked end to end
+// (SamplesTest); here every entry of every file decodes and re-encodes whole.
 TEST(SampleTest, everyEntryOfEveryFileIsKeptByteForByte) {
+    for (const char* file : {"be-eid-virtual_prkdf.hex", "es-dnie-especimen_prkdf.hex",
+                             "es-accv-gyd-smartcafe_prkdf.hex", "es-fnmt-tui_prkdf.hex"}) {
+        walk<oss::PrivateKeyType>(file);
+    }
+    // uy-eid: an authReference of a newer card format, kept raw inside an AND.
+    for (const char* file : {"es-accv-gyd-smartcafe_cdf.hex", "es-dnie-especimen_cdf.hex",
+                             "es-fnmt-tui_cdf.hex", "uy-eid-gemalto_cdf.hex"}) {
+        walk<oss::CertificateType>(file);
+    }
+    for (const char* file : {"acos5-64_aodf.hex", "uy-eid-gemalto_aodf.hex"}) {
+        walk<oss::AuthenticationType>(file);
+    }
+    for (const char* file : {"uy-eid-gemalto_dodf.hex", "aosp-gp-seac_dodf.hex"}) {
+        walk<oss::DataType>(file);
+    }
+    walk<oss::PublicKeyType>("uy-eid-gemalto_pukdf.hex");
+    walk<oss::TokenInfo>("sc-hsm-jpm_tokeninfo.hex");
     EXPECT_EQ(walk<oss::PKCS15Objects>("be-eid-virtual_odf.hex").size(), 3u);
-    EXPECT_EQ(walk<oss::PrivateKeyType>("be-eid-virtual_prkdf.hex").size(), 2u);
-    EXPECT_EQ(walk<oss::PrivateKeyType>("es-dnie-especimen_prkdf.hex").size(), 2u);
-    EXPECT_EQ(walk<oss::PrivateKeyType>("es-accv-gyd-smartcafe_prkdf.hex").size(), 2u);
-    EXPECT_EQ(walk<oss::PrivateKeyType>("es-fnmt-tui_prkdf.hex").size(), 1u);
-    EXPECT_EQ(walk<oss::PublicKeyType>("uy-eid-gemalto_pukdf.hex").size(), 1u);
-    EXPECT_EQ(walk<oss::AuthenticationType>("acos5-64_aodf.hex").size(), 1u);
-    EXPECT_EQ(walk<oss::AuthenticationType>("uy-eid-gemalto_aodf.hex").size(), 2u);
-    EXPECT_EQ(walk<oss::CertificateType>("es-accv-gyd-smartcafe_cdf.hex").size(), 2u);
-    EXPECT_EQ(walk<oss::CertificateType>("es-dnie-especimen_cdf.hex").size(), 3u);
-    EXPECT_EQ(walk<oss::CertificateType>("es-fnmt-tui_cdf.hex").size(), 1u);
-    EXPECT_EQ(walk<oss::DataType>("uy-eid-gemalto_dodf.hex").size(), 2u);
-    EXPECT_EQ(walk<oss::DataType>("aosp-gp-seac_dodf.hex").size(), 1u);
-    EXPECT_EQ(walk<oss::TokenInfo>("sc-hsm-jpm_tokeninfo.hex").size(), 1u);
     const auto dir = walk<oss::DIRRecord>("acos5-64_dir.hex");
     ASSERT_EQ(dir.size(), 1u);
     EXPECT_EQ(dir[0].path, hex("3F004100"));
     const auto uicc = walk<oss::PKCS15Objects>("aosp-gp-seac_odf.hex");
     ASSERT_EQ(uicc.size(), 1u);
-    EXPECT_EQ(uicc[0].choice, oss::PKCS15Objects::dataObjects);
     EXPECT_EQ(uicc[0].value.pathValue.path, hex("5207"));
     const auto accv = walk<oss::PKCS15Objects>("es-accv-gyd-smartcafe_odf.hex");
     ASSERT_EQ(accv.size(), 5u);
     for (std::size_t i = 0; i < accv.size(); ++i) {
         EXPECT_EQ(accv[i].choice, static_cast<int>(i + 1));
     }
-    EXPECT_EQ(accv[3].value.pathValue.path, hex("4407"));
-}
-
-// An authReference from a newer card format, kept raw inside an AND.
-TEST(SampleTest, conditionsOfANewerFormatAreKeptRaw) {
-    const auto uruguay = walk<oss::CertificateType>("uy-eid-gemalto_cdf.hex");
-    ASSERT_EQ(uruguay.size(), 1u);
-    const oss::CommonObjectAttributes& common =
-        uruguay[0].x509CertificateValue.commonObjectAttributes;
-    EXPECT_FALSE(common.authId);
-    ASSERT_TRUE(common.accessControlRules);
-    const oss::AccessControlRule& update = (*common.accessControlRules)[1];
-    EXPECT_EQ(update.securityCondition.choice, oss::SecurityCondition::andCondition);
-    ASSERT_EQ(update.securityCondition.operands.size(), 2u);
-    EXPECT_EQ(update.securityCondition.operands[0].choice, oss::SecurityCondition::unknown);
-    EXPECT_EQ(update.securityCondition.operands[0].raw, hex("3007030207800201 05"));
-    EXPECT_TRUE((*common.accessControlRules)[2].accessMode == (oss::BitString{hex("10"), 4}));
 }
 
 // Entries of our own making with a component in every attribute SEQUENCE the
@@ -206,8 +148,16 @@ template <class T> struct OddSequence {
 template <class T> void relabel(T& entry) {
     if constexpr (std::is_same_v<T, oss::TokenInfo>) {
         entry.label = "Relabelled";
+    } else if constexpr (std::is_same_v<T, oss::AuthenticationType>) {
+        entry.pinValue.commonObjectAttributes.label = "Relabelled";
+    } else if constexpr (std::is_same_v<T, oss::PrivateKeyType>) {
+        entry.privateRSAKeyValue.commonObjectAttributes.label = "Relabelled";
+    } else if constexpr (std::is_same_v<T, oss::PublicKeyType>) {
+        entry.publicRSAKeyValue.commonObjectAttributes.label = "Relabelled";
+    } else if constexpr (std::is_same_v<T, oss::CertificateType>) {
+        entry.x509CertificateValue.commonObjectAttributes.label = "Relabelled";
     } else {
-        commonOf(entry)->label = "Relabelled";
+        entry.opaqueDOValue.commonObjectAttributes.label = "Relabelled";
     }
 }
 

@@ -35,39 +35,25 @@ inline oss::Bytes hex(const std::string& text) {
     return bytes;
 }
 
-inline oss::Bytes text(const std::string& value) {
-    return oss::Bytes(value.begin(), value.end());
-}
-
-// The text and data of the exception of type E that `call` throws.
-template <class E = app::ApplicationException>
-std::pair<std::string, unsigned> appError(const std::function<void()>& call) {
+// The text and data (~0u when none) of the exception of type E that `call` throws.
+using Failure = std::pair<std::string, unsigned>;
+template <class E = app::ApplicationException> Failure appError(const std::function<void()>& call) {
     try {
         call();
     } catch (const E& e) {
         const char* const* text = boost::get_error_info<app::ErrorText>(e);
         const unsigned* data = boost::get_error_info<app::ErrorData>(e);
-        return {text ? *text : "", data ? *data : 0};
+        return {text ? *text : "", data ? *data : ~0u};
     }
     return {"no exception", 0};
 }
 
 // What a failed decode reported: its text and offset.
-struct DecodeError {
-    std::string text;
-    unsigned offset = 0;
-};
-
-template <class T> DecodeError decodeError(const oss::Bytes& input) {
-    T value;
-    try {
+template <class T> Failure decodeError(const oss::Bytes& input) {
+    return appError<app::InvalidDataException>([&] {
+        T value;
         oss::decode(input.data(), input.size(), value);
-    } catch (const app::InvalidDataException& e) {
-        const unsigned* offset = boost::get_error_info<app::ErrorData>(e);
-        return {*boost::get_error_info<app::ErrorText>(e), offset ? *offset : ~0u};
-    }
-    ADD_FAILURE() << "decode succeeded";
-    return {};
+    });
 }
 
 // Decodes `input` whole and checks that the re-encoding decodes to the same value.
