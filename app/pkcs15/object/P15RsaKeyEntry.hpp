@@ -3,6 +3,7 @@
 
 // What RSA private and public keys share in their directory entries.
 
+#include "app/ApplicationException.hpp"
 #include "app/IAccessControlled.hpp"
 #include "app/object/AbstractKey.hpp"
 #include "app/object/TrackedValue.hpp"
@@ -87,10 +88,16 @@ using RsaKeyHolders = RsaKeyHoldersOf<false>;
 using ConstRsaKeyHolders = RsaKeyHoldersOf<true>;
 
 // Loads an RSA key entry (private or public: `RsaObject`) into `key` and
-// `holders`; sets `ref` and returns true when it names a key reference.
+// `holders`; sets `ref` and returns true when it names a key reference. A
+// reference the card's one-byte commands cannot carry makes the entry
+// invalid: cut to a byte it would name another key.
 template <class RsaObject>
 bool loadRsaKeyObject(const RsaObject& value, app::object::AbstractKey& key,
                       const RsaKeyHolders& holders, card::service::KeyRef& ref) {
+    const boost::optional<oss::Integer>& reference = value.classAttributes.keyReference;
+    if (reference && (*reference < 0 || *reference > 0xFF)) {
+        APP_THROW_DATA(InvalidDataException, "key reference beyond one byte", *reference);
+    }
     loadKeyAttributes(value.commonObjectAttributes, value.classAttributes, key);
     boost::optional<mw::ByteBuffer> subject;
     if (value.subClassAttributes && value.subClassAttributes->subjectName) {

@@ -342,6 +342,26 @@ template <class Key> void rsaKey(Key& key) {
     laterVersion(key).typeAttributes.unknownComponents = {{0x9F, 0x32, 0x01, 0x44}};
 }
 
+// A key reference is one byte on the card: FF is the last one an entry can
+// name; one beyond it (or below 0) makes the entry invalid instead of naming
+// the key the low byte names.
+TEST(RsaKeyModel, KeyReferencesBeyondOneByteMakeTheEntryInvalid) {
+    for (const oss::Integer reference : {0xFF, 0x100, 0x181, -0x81}) {
+        SCOPED_TRACE(reference);
+        oss::PrivateKeyType entry;
+        rsaKey(entry.privateRSAKeyValue);
+        entry.privateRSAKeyValue.classAttributes.keyReference = reference;
+        const mw::ByteBuffer encoding(oss::encode(entry));
+        if (reference == 0xFF) {
+            P15RsaPrivateKey key(none<fs::PrKDF>(), entry, encoding);
+            EXPECT_EQ(key.getKeyReference().keyReference, 0xFF);
+        } else {
+            EXPECT_EQ(failureOf([&] { P15RsaPrivateKey(none<fs::PrKDF>(), entry, encoding); }),
+                      Failure("key reference beyond one byte", reference));
+        }
+    }
+}
+
 // Each kind's model, read from an entry with them and relabelled, encodes
 // the entry relabelled, all else byte for byte.
 TEST(UnmodelledComponents, EveryEntryKindKeepsThemByteForByteWhenRelabelled) {
