@@ -89,7 +89,7 @@ void editCardFile(const std::string& image, std::uint16_t fid,
     vcard::CardImage::store(image, vcard::CardImage::serialise(state));
 }
 
-std::string openssl(const TemporaryDirectory& directory, const std::string& arguments) {
+std::string CardFolder::openssl(const std::string& arguments) const {
     const std::string command =
         "cd " + directory.path() + " && openssl " + arguments + " > openssl.out 2>&1";
     const int status = std::system(command.c_str());

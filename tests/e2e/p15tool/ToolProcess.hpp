@@ -70,9 +70,6 @@ void editFirstEntry(const std::string& image, std::uint16_t fid, Edit edit) {
 
 std::string readFile(const std::string& path);
 void writeFile(const std::string& path, const std::string& content);
-/// An openssl command line run in `directory`; its output, or a failure when
-/// it exits non-zero.
-std::string openssl(const TemporaryDirectory& directory, const std::string& arguments);
 
 /// A folder for a card image, the PINs in the environment.
 class CardFolder : public ::testing::Test {
@@ -86,9 +83,9 @@ protected:
                        const std::string& input = "/dev/null") const;
     /// init with the PINs of the environment, `changed` overriding them.
     ToolResult init(const Environment& changed = {}, std::vector<std::string> extra = {}) const;
-    std::string openssl(const std::string& arguments) const {
-        return test::openssl(directory, arguments);
-    }
+    /// An openssl command line run in the folder; its output, or a failure
+    /// when it exits non-zero.
+    std::string openssl(const std::string& arguments) const;
     std::string file(const std::string& name) const { return directory.file(name); }
 
     TemporaryDirectory directory;
