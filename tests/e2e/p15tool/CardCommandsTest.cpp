@@ -80,9 +80,8 @@ TEST_F(CardCommands, TheDefaultCardIsCreatedOnFirstUseAndNamed) {
 }
 
 // Every failure is one line with its exit code, naming what failed and the
-// next step: a card that refuses a read, pcscd away, a missing or corrupt
-// image, options that exclude each other, a mistyped command (with the
-// nearest one), a malformed --oid or --subject refused before the card is opened.
+// next step; a mistyped command gets the nearest one, a malformed --oid or
+// --subject is refused before the card is opened.
 TEST_F(CardCommands, FailuresHaveTheirExitCodesAndOneLine) {
     const std::string corrupt = file("corrupt.json");
     writeFile(corrupt, "{\"version\": 1, \"files\": [");

@@ -21,8 +21,7 @@ void expectOneLineFailure(const ToolResult& result, int exitCode, const std::str
 }
 
 // Every sample decodes to typed entries, in text and in JSON, but the ODFs
-// their notes call invalid (wrapped in an extra SEQUENCE, an entry outside
-// the five alternatives), which fail in one line. The fields their notes
+// their notes call invalid, which fail in one line; the fields the notes
 // describe read as they say, one for each way a field is shown.
 TEST(Decode, EverySampleDecodesOrFailsInOneLine) {
     const std::multimap<std::string, std::pair<const char*, json>> fields{
@@ -76,10 +75,9 @@ std::string aodfWithLabel(const std::string& label) {
     return "\x30\x34\x30\x0A"s + label + after;
 }
 
-// Dumps in hex (comments allowed) or binary, the kind told by the name or
-// the content: card text becomes UTF-8 (T61String and anything not UTF-8
-// read as Latin-1, NUL padding dropped), padding is counted, members no
-// sample has are shown; hostile dumps fail in one line naming the fault.
+// Dumps in hex or binary, the kind told by the name or the content: card text
+// becomes UTF-8 (T61String and non-UTF-8 read as Latin-1, NUL padding dropped),
+// members no sample has are shown; hostile dumps fail in one line.
 TEST(Decode, DumpsDecodeOrFailInOneLine) {
     const TemporaryDirectory directory;
     const std::string entry = aodfWithLabel("\x0C\x04User"s);

@@ -1,8 +1,6 @@
 // What the tool reads and writes, and what a key accepts: messages of any
-// size signed and verified as they stream by, a signature only of the modulus
-// length, a private key only as its usage says, inputs that are no file
-// refused by name, oversized files refused unread, deciphered secrets written
-// for their owner only.
+// size, inputs that are no file or too large, deciphered secrets for their
+// owner only; a signature only of the modulus length, a key only as its usage says.
 #include "ToolProcess.hpp"
 #include "vcard/CardImage.hpp"
 
@@ -123,11 +121,9 @@ TEST_P(InputOutput, DecipheredSecretsGoToFilesOnlyTheirOwnerReads) {
     }
 }
 
-// A signature verifies only at exactly the modulus's length and below the
-// modulus: the valid one less its leading 00 byte, with a second one, or
-// with the modulus added (the same value modulo n, so it would verify
-// unchecked) is refused. A key is refused what its usage forbids before the
-// PIN is verified, so a wrong PIN costs no try.
+// A signature one byte short, one byte long, or plus the modulus (the same
+// value modulo n) is refused; a key is refused what its usage forbids before
+// the PIN is verified, so a wrong PIN costs no try.
 TEST_P(KeyUse, SignDecryptAndVerifyTakeOnlyWhatTheKeyAndTheSignatureAllow) {
     const CryptoPP::RSASS<CryptoPP::PKCS1v15, CryptoPP::SHA256>::Signer signer(key);
     std::string message, signature(signer.MaxSignatureLength(), '\0');
