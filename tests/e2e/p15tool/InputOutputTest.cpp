@@ -1,51 +1,75 @@
-// What the tool reads and writes: messages of any size signed and verified
-// as they stream by, inputs that are no file refused by name, oversized files
-// refused unread, deciphered secrets written for their owner only.
+// What the tool reads and writes, and what a key accepts: messages of any
+// size, inputs that are no file or too large, deciphered secrets for their
+// owner only; a signature only of the modulus length, a key only as its usage says.
 #include "ToolProcess.hpp"
+#include "vcard/CardImage.hpp"
 
+#include <cryptopp/filters.h>
+#include <cryptopp/osrng.h>
+#include <cryptopp/rsa.h>
+#include <cryptopp/sha.h>
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <tuple>
 
 namespace p15tool::test {
 namespace {
 
+namespace oss = app::pkcs15::oss;
+
+CryptoPP::byte* bytes(std::string& text) {
+    return reinterpret_cast<CryptoPP::byte*>(text.data());
+}
+
+// A card holding "Signing key", made here, whose modulus does not start with
+// FF: a signature starting with 00 plus the modulus still fits its length.
+// public.pem holds its public half.
 class InputOutput : public ProfiledCard {
 protected:
     void SetUp() override {
         ProfiledCard::SetUp();
-        openssl("genpkey -algorithm RSA -pkeyopt rsa_keygen_bits:1024 -out key.pem");
-        openssl("pkey -in key.pem -pubout -out public.pem");
-        ASSERT_TRUE(exited(tool({"key", "import", file("key.pem"), "--pin-env", "USER_PIN"}), 0));
+        do {
+            key.GenerateRandomWithKeySize(random, 1024);
+        } while (key.GetModulus().GetByte(127) == 0xFF);
+        std::string pkcs1;
+        CryptoPP::StringSink sink(pkcs1);
+        key.DEREncodePrivateKey(sink);
+        writeFile(file("key.der"), pkcs1);
+        openssl("rsa -inform DER -in key.der -pubout -out public.pem");
+        succeed(
+            {"key", "import", file("key.der"), "--label", "Signing key", "--pin-env", "USER_PIN"});
     }
+
+    CryptoPP::AutoSeededRandomPool random;
+    CryptoPP::InvertibleRSAFunction key;
 };
+using KeyUse = InputOutput;
 
 // Up to 64 KiB the message goes to the plugin whole; past that the tool
 // hashes it as it reads and the card signs the DigestInfo: the signatures
 // are the same scheme either way.
 TEST_P(InputOutput, MessagesOfEverySizeSignAndVerifyTheSameWay) {
-    const auto verify = [&](const char* alg) {
+    const auto verify = [&](const std::string& alg) {
         return tool(
             {"verify", "--alg", alg, "--signature", file("signature"), "--in", file("message")});
     };
-    for (const std::size_t size :
-         {std::size_t{64 * 1024}, std::size_t{64 * 1024 + 1}, std::size_t{3 * 1024 * 1024 + 7}}) {
+    for (const std::size_t size : {64 * 1024, 64 * 1024 + 1, 3 * 1024 * 1024 + 7}) {
         std::string message(size, 'm');
         writeFile(file("message"), message);
-        for (const char* alg :
+        for (const std::string alg :
              {"sha224", "sha256", "sha384", "sha512", "md5", "ripemd160", "sha1"}) {
             SCOPED_TRACE(std::to_string(size) + " bytes, " + alg);
-            ASSERT_TRUE(exited(tool({"sign", "--alg", alg, "--in", file("message"), "--out",
-                                     file("signature"), "--pin-env", "USER_PIN"}),
-                               0));
-            EXPECT_TRUE(contains(openssl(std::string("dgst -") + alg +
-                                         " -verify public.pem -signature signature message"),
-                                 "Verified OK"));
+            succeed({"sign", "--alg", alg, "--in", file("message"), "--out", file("signature"),
+                     "--pin-env", "USER_PIN"});
+            EXPECT_TRUE(contains(
+                openssl("dgst -" + alg + " -verify public.pem -signature signature message"),
+                "Verified OK"));
             EXPECT_TRUE(exited(verify(alg), 0));
         }
         message.back() ^= 1;
         writeFile(file("message"), message);
-        EXPECT_EQ(verify("sha1").exitCode, 1);
+        EXPECT_TRUE(exited(verify("sha1"), 1, "does not verify"));
     }
 }
 
@@ -62,6 +86,8 @@ TEST_P(InputOutput, WhatIsNoFileOrTooLargeIsRefusedUnread) {
             const ToolResult refused = tool(command);
             EXPECT_TRUE(exited(refused, 2));
             EXPECT_EQ(refused.err.rfind("p15tool: " + bad + " is ", 0), 0u) << refused.err;
+            EXPECT_TRUE(
+                contains(refused.err, bad == "/dev/zero" ? "not a regular file" : "a folder"));
         }
     }
     // Sparse: three gigabytes that take no room and no time to make.
@@ -80,23 +106,72 @@ TEST_P(InputOutput, DecipheredSecretsGoToFilesOnlyTheirOwnerReads) {
     openssl("pkeyutl -encrypt -pubin -inkey public.pem -in secret -out cryptogram");
     writeFile(file("existing"), std::string(200, 'x'));
     ASSERT_EQ(::chmod(file("existing").c_str(), 0644), 0);
-    ASSERT_TRUE(exited(tool({"data", "write", file("secret"), "--label", "S", "--private",
-                             "--pin-env", "USER_PIN"}),
-                       0));
+    succeed(
+        {"data", "write", file("secret"), "--label", "S", "--private", "--pin-env", "USER_PIN"});
     const std::vector<std::string> decrypt{"decrypt", "--in", file("cryptogram")};
     for (const auto& [out, command] : {std::pair{"new", decrypt},
                                        {"existing", decrypt},
                                        {"private data", {"data", "read", "--label", "S"}}}) {
         std::vector<std::string> arguments = command;
         arguments.insert(arguments.end(), {"--out", file(out), "--pin-env", "USER_PIN"});
-        ASSERT_TRUE(exited(tool(arguments), 0));
+        succeed(arguments);
         EXPECT_EQ(readFile(file(out)), "a key to wrap") << out;
         EXPECT_EQ(std::filesystem::status(file(out)).permissions(),
                   std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
     }
 }
 
+// A signature one byte short, one byte long, or plus the modulus (the same
+// value modulo n) is refused; a key is refused what its usage forbids before
+// the PIN is verified, so a wrong PIN costs no try.
+TEST_P(KeyUse, SignDecryptAndVerifyTakeOnlyWhatTheKeyAndTheSignatureAllow) {
+    const CryptoPP::RSASS<CryptoPP::PKCS1v15, CryptoPP::SHA256>::Signer signer(key);
+    std::string message, signature(signer.MaxSignatureLength(), '\0');
+    for (int attempt = 0; message.empty() || signature.front() != '\0'; ++attempt) {
+        ASSERT_LT(attempt, 10000) << "one signature in 256 starts with 00";
+        message = "message " + std::to_string(attempt);
+        signer.SignMessage(random, bytes(message), message.size(), bytes(signature));
+    }
+    std::string beyond(signature.size(), '\0');
+    (CryptoPP::Integer(bytes(signature), signature.size()) + key.GetModulus())
+        .Encode(bytes(beyond), beyond.size());
+    writeFile(file("message"), message);
+    for (const auto& [name, value, code] : {std::tuple{"good", signature, 0},
+                                            {"stripped", signature.substr(1), 1},
+                                            {"padded", '\0' + signature, 1},
+                                            {"beyond", beyond, 1}}) {
+        SCOPED_TRACE(name);
+        writeFile(file(name), value);
+        EXPECT_TRUE(
+            exited(tool({"verify", "--in", file("message"), "--signature", file(name)}), code,
+                   code ? "the signature in " + file(name) + " does not verify with \"Signing key\""
+                        : ""));
+    }
+
+    succeed({"encrypt", "--in", file("message"), "--out", file("cryptogram")});
+    const auto run = [&](const std::string& command, const char* pin) {
+        return tool({command, "--in", file(command == "sign" ? "message" : "cryptogram"),
+                     "--pin-env", pin});
+    };
+    // Ten bits of usage (bit 0 the top one) keep the entry's length.
+    for (const auto& [usage, refused, allowed, says] :
+         {std::tuple{
+              oss::Bytes{0x20, 0x40}, "decrypt", "sign",
+              "\"Signing key\" may only sign (usage: sign, nonRepudiation); it cannot decrypt"},
+          {oss::Bytes{0x44, 0x00}, "sign", "decrypt",
+           "may only decrypt and unwrap keys (usage: decrypt, unwrap); it cannot sign"}}) {
+        editFirstEntry<oss::PrivateKeyType>(image, 0x4400, [&](oss::PrivateKeyType& entry) {
+            entry.privateRSAKeyValue.classAttributes.usage = {usage, 10};
+        });
+        EXPECT_TRUE(exited(run(refused, "WRONG"), 3, says));
+        EXPECT_EQ(vcard::CardImage::load(image).pins.pins().at(0x01).triesLeft, 3)
+            << "no PIN was tried";
+        EXPECT_TRUE(exited(run(allowed, "USER_PIN"), 0));
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(Profiles, InputOutput, p15test::bothProfiles, p15test::profileParamName);
+INSTANTIATE_TEST_SUITE_P(Profiles, KeyUse, p15test::bothProfiles, p15test::profileParamName);
 
 } // namespace
 } // namespace p15tool::test

@@ -12,24 +12,6 @@
 
 namespace p15tool::test {
 
-namespace {
-
-[[noreturn]] void execTool(const std::vector<std::string>& arguments,
-                           const Environment& environment) {
-    for (const auto& [name, value] : environment) {
-        ::setenv(name.c_str(), value.c_str(), 1);
-    }
-    std::vector<char*> argv{const_cast<char*>(P15TOOL_PATH)};
-    for (const std::string& argument : arguments) {
-        argv.push_back(const_cast<char*>(argument.c_str()));
-    }
-    argv.push_back(nullptr);
-    ::execv(P15TOOL_PATH, argv.data());
-    ::_exit(127);
-}
-
-} // namespace
-
 ToolResult runTool(const std::vector<std::string>& arguments, const Environment& environment,
                    const std::string& input) {
     const TemporaryDirectory capture;
@@ -40,19 +22,24 @@ ToolResult runTool(const std::vector<std::string>& arguments, const Environment&
     }
     if (child == 0) {
         ::setsid();
-        const int in = ::open(input.c_str(), O_RDONLY);
-        const int out = ::open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        const int err = ::open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        ::dup2(in, 0), ::dup2(out, 1), ::dup2(err, 2);
-        execTool(arguments, environment);
+        ::dup2(::open(input.c_str(), O_RDONLY), 0);
+        ::dup2(::open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), 1);
+        ::dup2(::open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), 2);
+        for (const auto& [name, value] : environment) {
+            ::setenv(name.c_str(), value.c_str(), 1);
+        }
+        std::vector<char*> argv{const_cast<char*>(P15TOOL_PATH)};
+        for (const std::string& argument : arguments) {
+            argv.push_back(const_cast<char*>(argument.c_str()));
+        }
+        argv.push_back(nullptr);
+        ::execv(P15TOOL_PATH, argv.data());
+        ::_exit(127);
     }
     int status = 0;
     ::waitpid(child, &status, 0);
-    ToolResult result;
-    result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    result.out = readFile(outPath);
-    result.err = readFile(errPath);
-    return result;
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), readFile(outPath),
+            readFile(errPath)};
 }
 
 TemporaryDirectory::TemporaryDirectory() {
@@ -95,35 +82,45 @@ void writeFile(const std::string& path, const std::string& content) {
 }
 
 void editCardFile(const std::string& image, std::uint16_t fid,
-                  const std::function<void(vcard::Bytes&)>& edit) {
+                  const std::function<void(vcard::CardFile&)>& edit) {
     vcard::CardState state = vcard::CardImage::load(image);
     const std::uint8_t high = fid >> 8, low = fid & 0xFF;
-    edit(state.files.selectByPath({0x3F, 0x00, 0x50, 0x15, high, low}, true).content);
+    edit(state.files.selectByPath({0x3F, 0x00, 0x50, 0x15, high, low}, true));
     vcard::CardImage::store(image, vcard::CardImage::serialise(state));
 }
 
-void InitialisedCard::SetUp() {
-    const ToolResult init =
-        tool({"init", "--pin-env", "USER_PIN", "--puk-env", "PUK", "--so-pin-env", "SO_PIN",
-              "--profile", vcard::profileName(profile())});
-    ASSERT_EQ(init.exitCode, 0) << init.err;
-}
-
-ToolResult InitialisedCard::tool(std::vector<std::string> arguments, const Environment& extra,
-                                 const std::string& input) const {
-    arguments.insert(arguments.begin(), {"--card", image});
-    Environment all = environment;
-    all.insert(all.end(), extra.begin(), extra.end());
-    return runTool(arguments, all, input);
-}
-
-std::string openssl(const TemporaryDirectory& directory, const std::string& arguments) {
+std::string CardFolder::openssl(const std::string& arguments) const {
     const std::string command =
         "cd " + directory.path() + " && openssl " + arguments + " > openssl.out 2>&1";
     const int status = std::system(command.c_str());
     const std::string out = readFile(directory.file("openssl.out"));
     EXPECT_EQ(status, 0) << command << "\n" << out;
     return out;
+}
+
+ToolResult CardFolder::tool(std::vector<std::string> arguments, const Environment& extra,
+                            const std::string& input) const {
+    arguments.insert(arguments.begin(), {"--card", image});
+    Environment all = environment;
+    all.insert(all.end(), extra.begin(), extra.end());
+    return runTool(arguments, all, input);
+}
+
+ToolResult CardFolder::succeed(const std::vector<std::string>& arguments, const Environment& extra,
+                               const std::string& input) const {
+    ToolResult result = tool(arguments, extra, input);
+    std::string command = "p15tool";
+    for (const std::string& argument : arguments) {
+        command += " " + argument;
+    }
+    EXPECT_TRUE(exited(result, 0)) << command;
+    return result;
+}
+
+ToolResult CardFolder::init(const Environment& changed, std::vector<std::string> extra) const {
+    extra.insert(extra.begin(),
+                 {"init", "--pin-env", "USER_PIN", "--puk-env", "PUK", "--so-pin-env", "SO_PIN"});
+    return tool(extra, changed);
 }
 
 } // namespace p15tool::test

@@ -3,7 +3,7 @@
 
 #include "Profiles.hpp"
 #include "app/pkcs15/oss/Codec.hpp"
-#include "vcard/Bytes.hpp"
+#include "vcard/CardFile.hpp"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -25,13 +25,12 @@ struct ToolResult {
     nlohmann::json json() const { return nlohmann::json::parse(out); }
 };
 
-// Runs the built p15tool as a user does, in a session of its own without a
-// controlling terminal, stdin from the file `input`, `environment` added to
-// ours.
+/// Runs the built p15tool as a user does, in a session of its own without a
+/// controlling terminal, stdin from the file `input`, `environment` added to ours.
 ToolResult runTool(const std::vector<std::string>& arguments, const Environment& environment = {},
                    const std::string& input = "/dev/null");
 
-// A fresh directory, removed with everything in it at the end of its scope.
+/// A fresh directory, removed with everything in it at the end of its scope.
 class TemporaryDirectory {
 public:
     TemporaryDirectory();
@@ -49,56 +48,66 @@ private:
 /// Whether `text` holds `part`; a failure shows the text.
 ::testing::AssertionResult contains(const std::string& text, const std::string& part);
 
-/// Lets `edit` change the content of the application's file 3F00 5015 `fid`
-/// in the card image `image`.
+/// Lets `edit` change the application's file 3F00 5015 `fid` in the card image `image`.
 void editCardFile(const std::string& image, std::uint16_t fid,
-                  const std::function<void(vcard::Bytes&)>& edit);
+                  const std::function<void(vcard::CardFile&)>& edit);
 
 /// Rewrites the first entry of the directory file `fid` in the card image as
 /// `edit` changes it; the file keeps its size.
 template <class Entry, class Edit>
 void editFirstEntry(const std::string& image, std::uint16_t fid, Edit edit) {
-    editCardFile(image, fid, [&](vcard::Bytes& content) {
+    editCardFile(image, fid, [&](vcard::CardFile& file) {
         Entry entry;
-        const std::size_t used = app::pkcs15::oss::decode(content.data(), content.size(), entry);
+        const std::size_t used =
+            app::pkcs15::oss::decode(file.content.data(), file.content.size(), entry);
         edit(entry);
         vcard::Bytes changed = app::pkcs15::oss::encode(entry);
-        changed.insert(changed.end(), content.begin() + used, content.end());
-        changed.resize(content.size());
-        content = changed;
+        changed.insert(changed.end(), file.content.begin() + used, file.content.end());
+        changed.resize(file.content.size());
+        file.content = changed;
     });
 }
 
 std::string readFile(const std::string& path);
 void writeFile(const std::string& path, const std::string& content);
-// An openssl command line run in `directory`; its output, or a failure when
-// it exits non-zero.
-std::string openssl(const TemporaryDirectory& directory, const std::string& arguments);
 
-// A test on a freshly initialised card image in a folder of its own, with
-// the PINs in the environment and the openssl command line at hand.
-class InitialisedCard : public ::testing::Test {
+/// A folder for a card image, the PINs in the environment.
+class CardFolder : public ::testing::Test {
 protected:
-    void SetUp() override;
-    // The profile init gives the card.
-    virtual vcard::CardProfile profile() const { return vcard::CardProfile::Native; }
-    // p15tool on this test's card image, `extra` added to the environment,
-    // stdin from the file `input`.
+    /// p15tool on this folder's card image, `extra` added to the environment,
+    /// stdin from the file `input`.
     ToolResult tool(std::vector<std::string> arguments, const Environment& extra = {},
                     const std::string& input = "/dev/null") const;
-    std::string openssl(const std::string& arguments) const {
-        return test::openssl(directory, arguments);
-    }
+    /// tool(), failing the test unless it succeeds.
+    ToolResult succeed(const std::vector<std::string>& arguments, const Environment& extra = {},
+                       const std::string& input = "/dev/null") const;
+    /// init with the PINs of the environment, `changed` overriding them.
+    ToolResult init(const Environment& changed = {}, std::vector<std::string> extra = {}) const;
+    /// An openssl command line run in the folder; its output, or a failure
+    /// when it exits non-zero.
+    std::string openssl(const std::string& arguments) const;
     std::string file(const std::string& name) const { return directory.file(name); }
 
     TemporaryDirectory directory;
     const std::string image = directory.file("card.json");
-    const Environment environment{{"USER_PIN", "2468"}, {"PUK", "13572468"}, {"SO_PIN", "97531"},
-                                  {"WRONG", "0000"},    {"NEW", "8642"},     {"SHORT", "12"}};
+    const Environment environment{{"USER_PIN", "2468"},
+                                  {"PUK", "13572468"},
+                                  {"SO_PIN", "97531"},
+                                  {"WRONG", "0000"},
+                                  {"NEW", "8642"}};
 };
 
-// An InitialisedCard of the profile the suite is instantiated with
-// (p15test::bothProfiles).
+/// A card image freshly initialised, of the profile `profile()` names.
+class InitialisedCard : public CardFolder {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(exited(init({}, {"--profile", vcard::profileName(profile())}), 0));
+    }
+    virtual vcard::CardProfile profile() const { return vcard::CardProfile::Native; }
+};
+
+/// An InitialisedCard of the profile the suite is instantiated with
+/// (p15test::bothProfiles).
 class ProfiledCard : public InitialisedCard,
                      public ::testing::WithParamInterface<vcard::CardProfile> {
 protected:
