@@ -4,6 +4,7 @@
 
 #include "OddCard.hpp"
 #include "pkcs11/Interfaces.hpp"
+#include <atomic>
 #include <cstring>
 #include <map>
 #include <nlohmann/json.hpp>
@@ -462,9 +463,10 @@ protected:
 };
 
 // Two threads, each on a token of its own, go through every family of entry
-// points at once, each result checked. Under ThreadSanitizer (make
+// points at once, each result checked, while a third opens and closes
+// sessions and lists slots without pause. Under ThreadSanitizer (make
 // pkcs11-tsan) an entry point that does not take the module's lock races with
-// the other thread's sessions, slots and objects.
+// the writes to the module's sessions and slots.
 TEST_F(ThreadedModuleTest, TwoThreadsUseEveryEntryPointAtOnce) {
     const fs::path second = directory_ / "second.json";
     fs::copy_file(image_, second, fs::copy_options::overwrite_existing);
@@ -475,9 +477,19 @@ TEST_F(ThreadedModuleTest, TwoThreadsUseEveryEntryPointAtOnce) {
             useEveryFamily(slot, Bytes(100 + round, static_cast<unsigned char>(slot)));
         }
     };
+    std::atomic<bool> done{false};
+    std::thread churn([&] {
+        for (CK_SESSION_HANDLE session = 0; !done; f->C_CloseSession(session)) {
+            CK_ULONG count = 0;
+            EXPECT_EQ(f->C_GetSlotList(CK_TRUE, nullptr, &count), CKR_OK);
+            ASSERT_EQ(f->C_OpenSession(0, CKF_SERIAL_SESSION, nullptr, nullptr, &session), CKR_OK);
+        }
+    });
     std::thread one(rounds, 0), two(rounds, 1);
     one.join();
     two.join();
+    done = true;
+    churn.join();
     fs::remove(second);
 }
 
