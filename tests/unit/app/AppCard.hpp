@@ -64,6 +64,10 @@ struct AppCard {
         return service<card::service::IFileAccessService>("FileAccessService");
     }
     void verifyPin(unsigned char reference, const std::string& value) const;
+    // A value file, and a generated 1024-bit key pair under `reference`, that
+    // anyone may read, change, delete and use.
+    void createValueFile(const mw::ByteBuffer& path, std::size_t size = 16) const;
+    void createKeyPair(unsigned char reference) const;
     // Writes the whole content of a file of the application, padded with 00
     // to the file's size (needs the file's update condition satisfied).
     void writeFile(const mw::ByteBuffer& fileId, const mw::ByteBuffer& content) const;
