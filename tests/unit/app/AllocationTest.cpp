@@ -20,10 +20,6 @@ using app::pkcs15::P15Application;
 
 namespace {
 
-const mw::ByteBuffer prkdfFile{0x44, 0x00};
-const mw::ByteBuffer pukdfFile{0x44, 0x01};
-const mw::ByteBuffer dodfFile{0x44, 0x07};
-
 class Allocation : public ::testing::Test {
 protected:
     void SetUp() override { card_.verifyPin(0x01, userPin); }
@@ -43,7 +39,7 @@ protected:
 // MF, from the current DF or with index and length, in entries of every kind
 // (a raw external data object, an EC key): each file named is in use.
 TEST_F(Allocation, AFileNamedInAnyFormByAnyEntryIsInUse) {
-    store(bytes({0x44, 0x04}),
+    store(cdfFile,
           certificateEntry("cert", bytes({0x3F, 0x00, 0x50, 0x15, 0xDF, 0x02, 0x0D, 0x81})));
     store(dodfFile, mw::fromHex("A014 3000 3000 A10E 300C 0404DF020D82 020100 800110"));
     store(prkdfFile, mw::fromHex("A018 3000 3006 040145 030100 A10C 300A 3008 04063FFFDF020D83"));
@@ -58,7 +54,7 @@ TEST_F(Allocation, AValueFileThatAnotherEntryNamesIsNotTakenOver) {
     ASSERT_EQ(application_->getFreeFileId(fs::DataObjectFile), theirs);
     card_.createValueFile(theirs, 2);
     card_.writeFile(theirs, bytes({0x7E, 0x57}));
-    card_.writeFile(bytes({0x44, 0x04}), certificateEntry("theirs", theirs));
+    card_.writeFile(cdfFile, certificateEntry("theirs", theirs));
 
     const auto mine =
         application_->createDataObject(app::object::IDataObject::OpaqueDataObject, {});

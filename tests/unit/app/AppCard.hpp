@@ -81,6 +81,13 @@ struct AppCard {
 };
 
 using hosttest::soPin;
+
+// Files of the personalised card's application.
+inline const mw::ByteBuffer odfFile{0x50, 0x31};
+inline const mw::ByteBuffer prkdfFile{0x44, 0x00};
+inline const mw::ByteBuffer pukdfFile{0x44, 0x01};
+inline const mw::ByteBuffer cdfFile{0x44, 0x04};
+inline const mw::ByteBuffer dodfFile{0x44, 0x07};
 using hosttest::userPin;
 
 mw::ByteBuffer bytes(const std::vector<std::uint8_t>& value);

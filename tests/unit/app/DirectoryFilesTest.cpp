@@ -19,9 +19,6 @@ using fs::P15File;
 
 namespace {
 
-const mw::ByteBuffer odfFile{0x50, 0x31};
-const mw::ByteBuffer prkdfFile{0x44, 0x00};
-
 // An entry: `tag`, the length of `length` in its shortest form, and `length`
 // copies of `marker`.
 mw::ByteBuffer tlv(unsigned char marker, std::size_t length, unsigned char tag = 0x30) {
@@ -56,7 +53,7 @@ protected:
 // ends the entries, an entry giving objects instead of a path is passed over;
 // EF(TokenInfo) is never listed there.
 TEST_F(Directories, EfOdfIsReadUpToItsPaddingTakingPathsOnly) {
-    EXPECT_EQ(fileIdOf(P15File::DODF), bytes({0x44, 0x07}));
+    EXPECT_EQ(fileIdOf(P15File::DODF), dodfFile);
     EXPECT_TRUE(fileIdOf(P15File::TokenInfo).empty());
     EXPECT_APP_ERROR(fileIdOf(static_cast<P15File::FileId>(6)), app::ApplicationException,
                      "unknown PKCS#15 file type parameter");
@@ -67,7 +64,7 @@ TEST_F(Directories, EfOdfIsReadUpToItsPaddingTakingPathsOnly) {
     } rows[] = {{mw::fromHex("00 A806 3004 04024408"), P15File::AODF, {}},
                 {mw::fromHex("A804 A0023000 A006 3004 04024400"), P15File::AODF, {}},
                 {mw::fromHex("A804 A0023000 A006 3004 04024400"), P15File::PrKDF, prkdfFile},
-                {mw::fromHex("A406 3004 04024404 FFFF"), P15File::CDF, bytes({0x44, 0x04})}};
+                {mw::fromHex("A406 3004 04024404 FFFF"), P15File::CDF, cdfFile}};
     for (const auto& row : rows) {
         SCOPED_TRACE(mw::toHex(row.odf));
         writeOdf(row.odf);
@@ -84,18 +81,18 @@ TEST_F(Directories, AnEntryOutsideTheFiveKindsFailsTheReadUntilTheFileIsMended) 
     EXPECT_THROW(fileIdOf(P15File::CDF), app::InvalidDataException) << "a failed read is retried";
 
     card_.writeFile(odfFile, original);
-    EXPECT_EQ(fileIdOf(P15File::CDF), bytes({0x44, 0x04}));
+    EXPECT_EQ(fileIdOf(P15File::CDF), cdfFile);
 }
 
 // EF(ODF) read again once a directory file went stale: a kind it no longer
 // lists is located nowhere, the others stay where they were.
 TEST_F(Directories, EfOdfReadAgainDropsTheKindsItNoLongerLists) {
-    ASSERT_EQ(fileIdOf(P15File::CDF), bytes({0x44, 0x04}));
+    ASSERT_EQ(fileIdOf(P15File::CDF), cdfFile);
     card_.verifyPin(0x03, soPin);
     card_.writeFile(odfFile, mw::fromHex("A006 3004 04024400 A706 3004 04024407"));
     application_->getODF()->getCDF()->clearContent();
     EXPECT_TRUE(fileIdOf(P15File::CDF).empty());
-    EXPECT_EQ(fileIdOf(P15File::DODF), bytes({0x44, 0x07}));
+    EXPECT_EQ(fileIdOf(P15File::DODF), dodfFile);
 }
 
 // Directory files are read only when their objects are needed, then answer
@@ -108,7 +105,7 @@ TEST_F(Directories, AreReadWhenNeededAndClearContentRereadsThatFileAndEfOdf) {
     application_->getODF()->getCDF()->values(*card_.channel);
 
     card_.verifyPin(0x01, userPin);
-    card_.writeFile(bytes({0x44, 0x00}), rsaPrivateKeyEntry(0x81, bytes({0x0E, 0x01})));
+    card_.writeFile(prkdfFile, rsaPrivateKeyEntry(0x81, bytes({0x0E, 0x01})));
     EXPECT_TRUE(prkdf->values(*card_.channel).empty()) << "the cache answers until cleared";
     prkdf->clearContent();
     card_.recorder->clear();
@@ -118,7 +115,7 @@ TEST_F(Directories, AreReadWhenNeededAndClearContentRereadsThatFileAndEfOdf) {
     for (const mw::ByteBuffer& select : card_.recorder->sent(0xA4)) {
         selected.push_back(select.get(5 + select.get(4) - 2, 2)); // the file of its path
     }
-    EXPECT_EQ(selected, (std::vector<mw::ByteBuffer>{odfFile, bytes({0x44, 0x00})}))
+    EXPECT_EQ(selected, (std::vector<mw::ByteBuffer>{odfFile, prkdfFile}))
         << "EF(ODF) and EF(PrKDF) are read again, EF(CDF) comes from the cache";
 }
 

@@ -14,10 +14,6 @@ namespace {
 
 const char* const ordinary = "[Objects]\nwipeForce=false\n";
 const char* const forced = "[Objects]\nwipeForce=true\n";
-const mw::ByteBuffer prkdfFile{0x44, 0x00};
-const mw::ByteBuffer pukdfFile{0x44, 0x01};
-const mw::ByteBuffer cdfFile{0x44, 0x04};
-const mw::ByteBuffer dodfFile{0x44, 0x07};
 
 // An object on the card and the entry that lists it.
 struct Listing {
@@ -163,8 +159,7 @@ INSTANTIATE_TEST_SUITE_P(EachOfFourObjects, RefusedDelete, ::testing::Values(1, 
 // data objects: ValueObjectsOnTheCard.AWipeKeepsStructuralAndForeignFilesWithTheirEntries.
 TEST(Wipe, NeverDeletesStructuralFilesOrKeysOfKindsItDoesNotUse) {
     WipeCard card;
-    const Listing odfAsKey{prkdfFile, rsaPrivateKeyEntry(0x81, bytes({0x50, 0x31})),
-                           bytes({0x50, 0x31})};
+    const Listing odfAsKey{prkdfFile, rsaPrivateKeyEntry(0x81, odfFile), odfFile};
     const Listing ecKey{prkdfFile, ecPrivateKeyEntry(), prkdfFile};
     card.createValueFile(bytes({0xDF, 0x02, 0x0D, 0x81}));
     const Listing ours{dodfFile, dataObjectEntry("ours", bytes({0xDF, 0x02, 0x0D, 0x81})),
@@ -194,7 +189,7 @@ TEST(Wipe, KeepsDirectoryFilesPlacedInsideAValueRange) {
     card.createValueFile(dodfInRange);
     card.writeFile(cdfInRange, certificateEntry("itself", cdfInRange));
     card.verifyPin(0x03, soPin);
-    card.writeFile(bytes({0x50, 0x31}), mw::fromHex("A406 3004 04020D05 A706 3004 04020D06"));
+    card.writeFile(odfFile, mw::fromHex("A406 3004 04020D05 A706 3004 04020D06"));
 
     expectLeft(*card.application(forced), *card.channel, 2);
 
