@@ -270,16 +270,6 @@ TEST_P(Samples, ARelabelledObjectKeepsEverythingElseByteForByte) {
     }
 }
 
-// The last component of the sample runs one byte past the end its
-// SEQUENCE declares.
-TEST_P(Samples, ATruncatedTokenInfoIsRefusedWithTheCodecsReason) {
-    mw::ByteBuffer truncated = loadSample("sc-hsm-jpm_tokeninfo.hex");
-    truncated.data()[1] = static_cast<unsigned char>(truncated.get(1) - 1);
-    put(0x5032, truncated);
-    EXPECT_THROW(application_->getApplicationInfo(*channel_), app::InvalidDataException);
-    EXPECT_APP_ERROR(application_->getApplicationInfo(*channel_), "ASN.1: length beyond data");
-}
-
 INSTANTIATE_TEST_SUITE_P(Transports, Samples, ::testing::Values(hosttest::TransportKind::InProcess),
                          hosttest::transportName);
 
