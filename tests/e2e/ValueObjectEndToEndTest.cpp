@@ -9,10 +9,8 @@
 #include "app/object/IApplicationInfo.hpp"
 #include "app/object/IX509Certificate.hpp"
 #include "app/pkcs15/oss/Codec.hpp"
-#include "mw/Hex.hpp"
 
 #include <algorithm>
-#include <boost/exception/diagnostic_information.hpp>
 #include <boost/make_shared.hpp>
 #include <fstream>
 #include <iterator>
@@ -263,68 +261,6 @@ TEST_P(ValueObjectsOnTheCard, AValueFileTwoEntriesNameGoesWithTheLastOfThem) {
         application_->deleteCardObject(*channel_, *dataObjectAt(0));
         EXPECT_EQ(exists(dataFile), !last);
     }
-}
-
-// A wipe removes only what it allocated. Entries naming EF(ODF),
-// EF(TokenInfo), EF(DIR), a directory file, or a file under a path the
-// application never gives stay with their files, each reported with why.
-TEST_P(ValueObjectsOnTheCard, AWipeKeepsStructuralAndForeignFilesWithTheirEntries) {
-    application_->writeCardObject(*channel_, *newCertificate());
-    put(cdfId, mw::ByteBuffer(fileContent(cdfId).size())); // its file 0D01 left unlisted
-    application_->writeCardObject(*channel_, *newDataObject({0x01}));
-    const mw::ByteBuffer entry = fileContent(dodfId).get(0, entrySize(fileContent(dodfId)));
-
-    const char* const structural = "a structural file of the application";
-    const struct {
-        mw::ByteBuffer path;     // as the entry names it
-        std::uint16_t directory; // where it lies: the MF or the application
-        std::uint16_t file;
-        const char* reason;
-    } kept[] = {
-        {{0x3F, 0x00, 0x50, 0x31}, 0x5015, 0x5031, structural},
-        {{0x50, 0x15, 0x50, 0x32}, 0x5015, 0x5032, structural},
-        {{0x3F, 0x00, 0x2F, 0x00}, 0x3F00, 0x2F00, structural},
-        {{0x50, 0x15, 0x44, 0x04}, 0x5015, 0x4404, structural},
-        {{0x50, 0x15, 0x0D, 0x01}, 0x5015, 0x0D01, "outside the application's file identifiers"}};
-    // The file's content straight from the card, no command sent; empty when gone.
-    const auto onCard = [this](std::uint16_t directory, std::uint16_t fid) {
-        const vcard::CardFile* in = &virtualCard_->state().files.mf();
-        in = directory == 0x3F00 ? in : in->child(directory);
-        const vcard::CardFile* file = in->child(fid);
-        return file ? file->content : vcard::Bytes();
-    };
-    mw::ByteBuffer entries = entry;
-    std::vector<vcard::Bytes> contents;
-    for (const auto& each : kept) {
-        mw::ByteBuffer named(entry);
-        const auto at = std::search(named.begin(), named.end(), dataFile.begin(), dataFile.end());
-        std::copy(each.path.begin(), each.path.end(), at);
-        entries.append(named);
-        contents.push_back(onCard(each.directory, each.file));
-        ASSERT_FALSE(contents.back().empty()) << mw::toHex(each.path);
-    }
-    put(dodfId, entries);
-    reopen();
-
-    const auto application = boost::dynamic_pointer_cast<app::IApplication>(application_);
-    try {
-        application->wipe(*channel_);
-        ADD_FAILURE() << "the wipe reported nothing left";
-    } catch (const app::ApplicationException& e) {
-        EXPECT_EQ(*boost::get_error_info<app::ErrorData>(e), std::size(kept));
-        const std::string detail = *boost::get_error_info<app::ErrorDetail>(e);
-        for (std::size_t i = 0; i < std::size(kept); ++i) {
-            const std::string line = "EF(DODF) entry " + std::to_string(i + 2) + " (file " +
-                                     mw::toHex(kept[i].path) + "): " + kept[i].reason;
-            EXPECT_NE(detail.find(line), std::string::npos) << line << " in " << detail;
-        }
-    }
-    for (std::size_t i = 0; i < std::size(kept); ++i) {
-        EXPECT_EQ(onCard(kept[i].directory, kept[i].file), contents[i]) << mw::toHex(kept[i].path);
-    }
-    EXPECT_FALSE(exists(dataFile));
-    reopen();
-    EXPECT_EQ(application_->getDataObjects(*channel_).size(), std::size(kept));
 }
 
 INSTANTIATE_TEST_SUITE_P(Transports, ValueObjectsOnTheCard,

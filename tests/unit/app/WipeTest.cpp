@@ -73,17 +73,20 @@ struct WipeCard : AppCard {
     }
 };
 
-// Runs the wipe and expects it to report `count` objects it had to leave.
-void expectLeft(app::pkcs15::P15Application& application, const card::IChannel& channel,
-                unsigned int count) {
+// Runs the wipe, expects it to report `count` objects it had to leave and
+// returns why it left each.
+std::string expectLeft(app::pkcs15::P15Application& application, const card::IChannel& channel,
+                       unsigned int count) {
     try {
         application.wipe(channel);
         ADD_FAILURE() << "the wipe reported nothing left";
     } catch (const app::ApplicationException& e) {
         EXPECT_EQ(errorText(e), "wipe left objects on the card");
-        EXPECT_EQ(*boost::get_error_info<app::ErrorData>(e), count)
-            << *boost::get_error_info<app::ErrorDetail>(e);
+        const std::string detail = *boost::get_error_info<app::ErrorDetail>(e);
+        EXPECT_EQ(*boost::get_error_info<app::ErrorData>(e), count) << detail;
+        return detail;
     }
+    return "";
 }
 
 // Both wipes remove what the directories list and keep the PINs; only the
@@ -154,30 +157,49 @@ TEST_P(RefusedDelete, LeavesThatObjectListedAndRemovesTheRest) {
 
 INSTANTIATE_TEST_SUITE_P(EachOfFourObjects, RefusedDelete, ::testing::Values(1, 2, 3, 4));
 
-// A key entry naming EF(ODF) and an EC key (whose file would be the PrKDF
-// itself) stay; the data object beside them goes. Structural files named by
-// data objects: ValueObjectsOnTheCard.AWipeKeepsStructuralAndForeignFilesWithTheirEntries.
-TEST(Wipe, NeverDeletesStructuralFilesOrKeysOfKindsItDoesNotUse) {
+// A wipe removes only what it allocated. Data object entries naming EF(ODF)
+// (from the MF), EF(TokenInfo), EF(DIR), a directory file or a file under a
+// path the application never gives, a key entry naming EF(ODF) and an EC key
+// (whose file would be the PrKDF itself) stay with their files, saying why.
+TEST(Wipe, KeepsStructuralFilesAndWhatItDidNotAllocateSayingWhy) {
     WipeCard card;
-    const Listing odfAsKey{prkdfFile, rsaPrivateKeyEntry(0x81, odfFile), odfFile};
-    const Listing ecKey{prkdfFile, ecPrivateKeyEntry(), prkdfFile};
-    card.createValueFile(bytes({0xDF, 0x02, 0x0D, 0x81}));
-    const Listing ours{dodfFile, dataObjectEntry("ours", bytes({0xDF, 0x02, 0x0D, 0x81})),
-                       bytes({0xDF, 0x02, 0x0D, 0x81})};
-    card.writeFile(dodfFile, ours.entry);
-    card.writeFile(prkdfFile, concat({odfAsKey.entry, ecKey.entry}));
+    const char* const structural = "a structural file of the application";
+    const mw::ByteBuffer ours{0xDF, 0x02, 0x0D, 0x81}, foreign{0x0D, 0x01};
+    card.createValueFile(ours);
+    card.createValueFile(foreign);
+    const struct {
+        mw::ByteBuffer named, file; // the path in the entry, the file it reaches
+        const char* reason;
+    } kept[] = {
+        {bytes({0x3F, 0x00, 0x50, 0x31}), odfFile, structural},
+        {bytes({0x50, 0x15, 0x50, 0x32}), bytes({0x50, 0x32}), structural},
+        {bytes({0x3F, 0x00, 0x2F, 0x00}), bytes({0x3F, 0x00, 0x2F, 0x00}), structural},
+        {bytes({0x50, 0x15, 0x44, 0x04}), cdfFile, structural},
+        {bytes({0x50, 0x15, 0x0D, 0x01}), foreign, "outside the application's file identifiers"}};
+    mw::ByteBuffer entries = dataObjectEntry("ours", ours);
+    std::vector<vcard::Bytes> contents;
+    for (const auto& each : kept) {
+        entries.append(dataObjectEntry("kept", each.named));
+        contents.push_back(card.onCard(each.file)->content);
+    }
+    card.writeFile(dodfFile, entries);
+    card.writeFile(prkdfFile, concat({rsaPrivateKeyEntry(0x81, odfFile), ecPrivateKeyEntry()}));
+    const vcard::Bytes keys = card.onCard(prkdfFile)->content;
     const auto application = card.application(ordinary);
     card.recorder->clear();
 
-    expectLeft(*application, *card.channel, 2);
+    const std::string detail = expectLeft(*application, *card.channel, std::size(kept) + 2);
 
-    for (const Listing& kept : {odfAsKey, ecKey}) {
-        EXPECT_TRUE(card.listed(kept));
-        EXPECT_TRUE(card.exists(kept.object));
+    for (std::size_t i = 0; i < std::size(kept); ++i) {
+        const std::string line = "EF(DODF) entry " + std::to_string(i + 2) + " (file " +
+                                 mw::toHex(kept[i].named) + "): " + kept[i].reason;
+        EXPECT_NE(detail.find(line), std::string::npos) << line << " in " << detail;
+        EXPECT_EQ(card.onCard(kept[i].file)->content, contents[i]) << mw::toHex(kept[i].file);
     }
-    EXPECT_FALSE(card.listed(ours));
-    EXPECT_FALSE(card.exists(ours.object));
+    EXPECT_EQ(card.onCard(prkdfFile)->content, keys);
+    EXPECT_FALSE(card.exists(ours));
     EXPECT_EQ(card.recorder->sent(0xE4).size(), 1u);
+    EXPECT_EQ(card.application()->getDataObjects(*card.channel).size(), std::size(kept));
 }
 
 // Directory files EF(ODF) places inside a value range stay: the one an entry
