@@ -88,6 +88,8 @@ inline const mw::ByteBuffer prkdfFile{0x44, 0x00};
 inline const mw::ByteBuffer pukdfFile{0x44, 0x01};
 inline const mw::ByteBuffer cdfFile{0x44, 0x04};
 inline const mw::ByteBuffer dodfFile{0x44, 0x07};
+inline const mw::ByteBuffer aodfFile{0x44, 0x08};
+inline const mw::ByteBuffer tokenInfoFile{0x50, 0x32};
 using hosttest::userPin;
 
 mw::ByteBuffer bytes(const std::vector<std::uint8_t>& value);

@@ -1,8 +1,7 @@
 // Directory files of real cards, put on the virtual card and read back
 // through the application and the host card layer: what they list, and that
 // what the application does not change stays in the file byte for byte.
-#include "AppError.hpp"
-#include "CardFixture.hpp"
+#include "AppCard.hpp"
 
 #include "app/IAccessControlled.hpp"
 #include "app/SecurityConditions.hpp"
@@ -12,15 +11,12 @@
 #include "app/object/IPrivateRSAKey.hpp"
 #include "app/object/IPublicRSAKey.hpp"
 #include "app/object/IX509Certificate.hpp"
-#include "app/pkcs15/P15Application.hpp"
 #include "app/pkcs15/fs/AODF.hpp"
 #include "app/pkcs15/fs/ODF.hpp"
 #include "app/pkcs15/object/P15Pin.hpp"
 #include "app/pkcs15/object/P15X509Certificate.hpp"
-#include "mw/ByteBuffer.hpp"
 
 #include <algorithm>
-#include <boost/make_shared.hpp>
 #include <boost/optional/optional_io.hpp>
 #include <fstream>
 #include <functional>
@@ -41,32 +37,17 @@ mw::ByteBuffer loadSample(const std::string& name) {
     return bytes;
 }
 
-// Directory files of real cards put on the card of CardTest, user PIN verified.
-class Samples : public hosttest::CardTest {
-protected:
-    static mw::ByteBuffer fileId(std::uint16_t id) {
-        return mw::ByteBuffer{static_cast<unsigned char>(id >> 8), static_cast<unsigned char>(id)};
-    }
-    // Puts the sample in the file, 00 up to its end, opens the application
-    // anew and returns what the file holds then.
-    mw::ByteBuffer put(std::uint16_t id, const mw::ByteBuffer& bytes) {
-        verifyUserPin();
-        files()->select(*channel_, fileId(id));
-        mw::ByteBuffer content(files()->size(*channel_));
-        std::copy(bytes.begin(), bytes.end(), content.begin());
-        files()->update(*channel_, 0, content);
-        application_ = boost::make_shared<app::pkcs15::P15Application>(
-            boost::shared_ptr<const card::ICard>(card_), "test", "");
-        return content;
-    }
-    mw::ByteBuffer content(std::uint16_t id) const {
-        files()->select(*channel_, fileId(id));
-        return files()->read(*channel_, 0, 0);
-    }
+// Puts a sample in its file, 00 up to the file's end, with the user PIN;
+// returns what the file then holds.
+mw::ByteBuffer put(const apptest::AppCard& card, const mw::ByteBuffer& file,
+                   const std::string& sample) {
+    card.application(); // selects the application's DF
+    card.verifyPin(0x01, apptest::userPin);
+    card.writeFile(file, loadSample(sample));
+    return card.readFile(file);
+}
 
-    boost::shared_ptr<app::pkcs15::P15Application> application_;
-};
-
+using namespace apptest;
 using app::object::IKey;
 using app::object::IPin;
 using app::object::IPrivateRSAKey;
@@ -87,10 +68,10 @@ boost::shared_ptr<IPin> pinAt(const Application& application, const card::IChann
 // long identifiers, absent or present names, keys without path or size.
 const struct {
     const char* file;
-    std::uint16_t fileId;
+    const mw::ByteBuffer& fileId;
     std::function<void(const Application&, const card::IChannel&)> expect;
 } samples[] = {
-    {"es-accv-gyd-smartcafe_cdf.hex", 0x4404,
+    {"es-accv-gyd-smartcafe_cdf.hex", cdfFile,
      [](const Application& application, const card::IChannel& channel) {
          const auto listed = application.getCertificates(channel);
          ASSERT_EQ(listed.size(), 2u);
@@ -103,7 +84,7 @@ const struct {
          EXPECT_FALSE(as<IX509Certificate>(listed[0]).getSubject());
          EXPECT_TRUE(as<IX509Certificate>(listed[0]).getIssuer());
      }},
-    {"es-dnie-especimen_cdf.hex", 0x4404,
+    {"es-dnie-especimen_cdf.hex", cdfFile,
      [](const Application& application, const card::IChannel& channel) {
          const auto listed = application.getCertificates(channel);
          ASSERT_EQ(listed.size(), 3u);
@@ -112,7 +93,7 @@ const struct {
          EXPECT_EQ(last.getCertificateId().size(), 29u);
          EXPECT_TRUE(last.getSerialNumber() && last.getSubject() && last.getIssuer());
      }},
-    {"uy-eid-gemalto_cdf.hex", 0x4404,
+    {"uy-eid-gemalto_cdf.hex", cdfFile,
      [](const Application& application, const card::IChannel& channel) {
          const auto listed = application.getCertificates(channel);
          ASSERT_EQ(listed.size(), 1u);
@@ -120,14 +101,16 @@ const struct {
          EXPECT_EQ(as<IX509Certificate>(listed[0]).getCertificateId().size(), 20u);
          // A path without index and length names no range to read.
          EXPECT_APP_ERROR(application.readCardObject(channel, *listed[0]),
+                          app::InvalidDataException,
                           "path, index and length required but not found");
          // A rule of a 4-bit access mode is not one the application can express.
          listed[0]->setValue(mw::ByteBuffer{0x30, 0x00});
          EXPECT_APP_ERROR(application.writeCardObject(channel, *listed[0]),
+                          app::OperationNotSupportedException,
                           "the value's file has access rules this application cannot express; "
                           "it cannot be replaced");
      }},
-    {"uy-eid-gemalto_dodf.hex", 0x4407,
+    {"uy-eid-gemalto_dodf.hex", dodfFile,
      [](const Application& application, const card::IChannel& channel) {
          const auto listed = application.getDataObjects(channel);
          ASSERT_EQ(listed.size(), 2u);
@@ -137,12 +120,12 @@ const struct {
              EXPECT_FALSE(data->getApplicationOid());
          }
      }},
-    {"aosp-gp-seac_dodf.hex", 0x4407,
+    {"aosp-gp-seac_dodf.hex", dodfFile,
      [](const Application& application, const card::IChannel& channel) {
          EXPECT_TRUE(application.getDataObjects(channel).empty())
              << "an OID data object is not listed";
      }},
-    {"sc-hsm-jpm_tokeninfo.hex", 0x5032,
+    {"sc-hsm-jpm_tokeninfo.hex", tokenInfoFile,
      [](const Application& application, const card::IChannel& channel) {
          const auto info = application.getApplicationInfo(channel);
          EXPECT_EQ(info->getVersion(), 0);
@@ -150,11 +133,11 @@ const struct {
          EXPECT_EQ(info->getTokenFlags(), app::object::IApplicationInfo::PrnGeneration);
          EXPECT_FALSE(info->getSerialNumber());
          info->setLabel("JPM");
-         EXPECT_APP_ERROR(application.writeCardObject(channel, *info),
+         EXPECT_APP_ERROR(application.writeCardObject(channel, *info), app::InvalidDataException,
                           "serial number required but not found");
      }},
     // keyReference 82 in two octets, the key's path the DF.
-    {"be-eid-virtual_prkdf.hex", 0x4400,
+    {"be-eid-virtual_prkdf.hex", prkdfFile,
      [](const Application& application, const card::IChannel& channel) {
          const auto keys = application.getPrivateKeys(channel);
          ASSERT_EQ(keys.size(), 2u);
@@ -167,7 +150,7 @@ const struct {
          EXPECT_EQ(keys[1]->getUsage(), IKey::NonRepudiation);
      }},
     // modulusLength 0, empty paths, usage bits with trailing zeros, a subject.
-    {"es-accv-gyd-smartcafe_prkdf.hex", 0x4400,
+    {"es-accv-gyd-smartcafe_prkdf.hex", prkdfFile,
      [](const Application& application, const card::IChannel& channel) {
          const auto keys = application.getPrivateKeys(channel);
          ASSERT_EQ(keys.size(), 2u);
@@ -178,7 +161,7 @@ const struct {
          EXPECT_TRUE(as<IPrivateRSAKey>(keys[1]).getKeyValueReference().empty());
          EXPECT_TRUE(keys[1]->getSubjectName());
      }},
-    {"uy-eid-gemalto_pukdf.hex", 0x4401,
+    {"uy-eid-gemalto_pukdf.hex", pukdfFile,
      [](const Application& application, const card::IChannel& channel) {
          const auto& key = as<app::object::IPublicRSAKey>(application.getPublicKeys(channel).at(0));
          EXPECT_FALSE(key.getNative());
@@ -187,7 +170,7 @@ const struct {
          EXPECT_TRUE(key.getKeyValueReference().empty());
      }},
     // Flags of a non-DER encoding, a path to the PIN's DF.
-    {"acos5-64_aodf.hex", 0x4408,
+    {"acos5-64_aodf.hex", aodfFile,
      [](const Application& application, const card::IChannel& channel) {
          const auto pin = pinAt(application, channel, 0);
          EXPECT_EQ(pin->getFlags().value_or(0), 0x03) << "private, modifiable";
@@ -199,7 +182,7 @@ const struct {
          EXPECT_EQ(pin->getPath()->path, (mw::ByteBuffer{0x3F, 0x00, 0x41, 0x00}));
      }},
     // Rules under "always" and one of an ISO 7816-15 mode, which is not shown.
-    {"uy-eid-gemalto_aodf.hex", 0x4408,
+    {"uy-eid-gemalto_aodf.hex", aodfFile,
      [](const Application& application, const card::IChannel& channel) {
          const auto user = pinAt(application, channel, 0), so = pinAt(application, channel, 1);
          EXPECT_EQ(user->getAuthId(), (mw::ByteBuffer{0xAD, 0x11}));
@@ -223,19 +206,21 @@ const struct {
 };
 
 // What the application does not change stays in the file byte for byte.
-TEST_P(Samples, LoadWithTheAttributesTheirCardsGaveThem) {
+TEST(Samples, LoadWithTheAttributesTheirCardsGaveThem) {
+    AppCard card;
     for (const auto& sample : samples) {
         SCOPED_TRACE(sample.file);
-        const mw::ByteBuffer before = put(sample.fileId, loadSample(sample.file));
-        sample.expect(*application_, *channel_);
-        EXPECT_EQ(content(sample.fileId), before);
+        const mw::ByteBuffer before = put(card, sample.fileId, sample.file);
+        sample.expect(*card.application(), *card.channel);
+        EXPECT_EQ(card.readFile(sample.fileId), before);
     }
 }
 
 // A label changes in its entry alone: keyReference 82 in two octets, an
 // ACOS PIN's non-DER flags, rules and lastPinChange stay as the card has them.
 // The PINs through the directory file's own list, their only owner.
-TEST_P(Samples, ARelabelledObjectKeepsEverythingElseByteForByte) {
+TEST(Samples, ARelabelledObjectKeepsEverythingElseByteForByte) {
+    AppCard card;
     using Listed = boost::shared_ptr<app::object::ICardObject>;
     const auto pin = [](std::size_t index) {
         return [index](const Application& application, const card::IChannel& channel) {
@@ -244,33 +229,31 @@ TEST_P(Samples, ARelabelledObjectKeepsEverythingElseByteForByte) {
     };
     const struct {
         const char* file;
-        std::uint16_t fileId;
+        const mw::ByteBuffer& fileId;
         std::function<Listed(const Application&, const card::IChannel&)> object;
         std::string from, to;
     } relabels[] = {
-        {"be-eid-virtual_prkdf.hex", 0x4400,
+        {"be-eid-virtual_prkdf.hex", prkdfFile,
          [](const Application& application, const card::IChannel& channel) {
              return Listed(application.getPrivateKeys(channel).at(1));
          },
          "Signature", "Signatura"},
-        {"acos5-64_aodf.hex", 0x4408, pin(0), "User", "Usr2"},
-        {"uy-eid-gemalto_aodf.hex", 0x4408, pin(1), "SO PIN", "SO-PIN"},
+        {"acos5-64_aodf.hex", aodfFile, pin(0), "User", "Usr2"},
+        {"uy-eid-gemalto_aodf.hex", aodfFile, pin(1), "SO PIN", "SO-PIN"},
     };
     for (const auto& relabel : relabels) {
         SCOPED_TRACE(relabel.file);
-        mw::ByteBuffer expected = put(relabel.fileId, loadSample(relabel.file));
+        mw::ByteBuffer expected = put(card, relabel.fileId, relabel.file);
         const auto at =
             std::search(expected.begin(), expected.end(), relabel.from.begin(), relabel.from.end());
         ASSERT_NE(at, expected.end());
         std::copy(relabel.to.begin(), relabel.to.end(), at);
-        const Listed listed = relabel.object(*application_, *channel_);
+        const auto application = card.application();
+        const Listed listed = relabel.object(*application, *card.channel);
         listed->setLabel(relabel.to);
-        application_->writeCardObject(*channel_, *listed);
-        EXPECT_EQ(content(relabel.fileId), expected);
+        application->writeCardObject(*card.channel, *listed);
+        EXPECT_EQ(card.readFile(relabel.fileId), expected);
     }
 }
-
-INSTANTIATE_TEST_SUITE_P(Transports, Samples, ::testing::Values(hosttest::TransportKind::InProcess),
-                         hosttest::transportName);
 
 } // namespace
