@@ -1,15 +1,7 @@
 #include "AppError.hpp"
 #include "PluginOnCard.hpp"
 
-#include "app/ApplicationException.hpp"
 #include "app/object/IPin.hpp"
-#include "app/pkcs15/P15Application.hpp"
-#include "app/pkcs15/detail/WallClock.hpp"
-#include "vcard/VirtualCard.hpp"
-
-#include <boost/make_shared.hpp>
-#include <gtest/gtest.h>
-#include <memory>
 
 namespace {
 
@@ -30,42 +22,34 @@ protected:
 // Listing, blocking, unblocking and changing PINs run through p15tool's
 // PinCommands suite; these pin what the plugin does with the entries.
 
-// A label the card refuses (its PIN deauthenticated), one too large for
-// EF(AODF) or for any entry: EF(AODF) stays as it was.
-TEST_P(PinsThroughThePlugin, RefusedLabelWritesLeaveEfAodfAsItWas) {
-    const mw::ByteBuffer before = aodf();
-    const auto user = pin(0);
-    user->authenticate(*channel_, text(hosttest::userPin));
-    user->deauthenticate(*channel_);
-    EXPECT_EQ(user->getPinInfo(*channel_).state, 0);
-    user->setLabel("Signing PIN");
-    EXPECT_CARD_ERROR(application_->writeCardObject(*channel_, *user), "Update Binary", 0x6982);
-    user->authenticate(*channel_, text(hosttest::userPin));
-    user->setLabel(std::string(before.size(), 'x'));
-    EXPECT_APP_ERROR(application_->writeCardObject(*channel_, *user), "EF(AODF) out of memory");
-    user->setLabel(std::string(70000, 'x'));
-    EXPECT_APP_ERROR(application_->writeCardObject(*channel_, *user),
-                     "encoded pin size exceeds 65535 bytes");
-    EXPECT_EQ(aodf(), before);
-}
-
+// A label written changes its entry only: longer, it goes behind the others,
+// which stay where they are. Refused by the card (the PIN not verified), too
+// large for EF(AODF) or for any entry, it changes nothing.
 TEST_P(PinsThroughThePlugin, ALabelWrittenChangesItsEntryOnly) {
     const mw::ByteBuffer before = aodf();
     const auto user = pin(0), puk = pin(1);
-    const std::size_t userLength = 2 + before.get(1); // short-form lengths on this card
-    const std::size_t pukLength = 2 + before.get(userLength + 1);
-    const mw::ByteBuffer so =
-        before.get(userLength + pukLength, 2 + before.get(userLength + pukLength + 1));
-
     user->authenticate(*channel_, text(hosttest::userPin));
+    user->deauthenticate(*channel_);
+    EXPECT_EQ(user->getPinInfo(*channel_).state, 0);
+    puk->setLabel("Unblocking PIN");
+    EXPECT_CARD_ERROR(application_->writeCardObject(*channel_, *puk), "Update Binary", 0x6982);
+    user->authenticate(*channel_, text(hosttest::userPin));
+    puk->setLabel(std::string(before.size(), 'x'));
+    EXPECT_APP_ERROR(application_->writeCardObject(*channel_, *puk), "EF(AODF) out of memory");
+    puk->setLabel(std::string(70000, 'x'));
+    EXPECT_APP_ERROR(application_->writeCardObject(*channel_, *puk),
+                     "encoded pin size exceeds 65535 bytes");
+    EXPECT_EQ(aodf(), before);
+
     puk->setLabel("Unblocking PIN");
     application_->writeCardObject(*channel_, *puk);
-
-    // Longer, it goes behind the others; they stay where they are.
     const mw::ByteBuffer after = aodf();
+    const std::size_t userLength = 2 + before.get(1); // short-form lengths on this card
+    const std::size_t soAt = userLength + 2 + before.get(userLength + 1);
     EXPECT_EQ(after.get(0, userLength), before.get(0, userLength));
     EXPECT_EQ(after.get(userLength, 1), mw::ByteBuffer{0xD0}) << "a hole where it was";
-    EXPECT_EQ(after.get(userLength + pukLength, so.size()), so);
+    EXPECT_EQ(after.get(soAt, 2 + before.get(soAt + 1)),
+              before.get(soAt, 2 + before.get(soAt + 1)));
     EXPECT_EQ(pin(2)->getLabel().value_or(""), "Unblocking PIN");
     EXPECT_EQ(pin(2)->getPinFlags(), puk->getPinFlags());
 }
@@ -122,44 +106,8 @@ TEST_P(PinsThroughThePlugin, TheFactoryChecksKindAndRulesFirst) {
                      "creation of secret keys not supported");
 }
 
-// The cache of PIN information, on the application itself so that the test
-// can drive its clock.
-class PinInfoCache : public hosttest::CardTest {
-protected:
-    void TearDown() override { app::pkcs15::detail::WallClock::setSource({}); }
-    std::int64_t now_ = 1'000'000;
-};
-
-TEST_P(PinInfoCache, AsksTheCardOnlyWhenTheWaitingTimeHasPassed) {
-    if (virtualCard_ == nullptr) {
-        GTEST_SKIP() << "counts the commands of the in-process card";
-    }
-    app::pkcs15::detail::WallClock::setSource([this] { return now_; });
-    const auto application = boost::make_shared<app::pkcs15::P15Application>(
-        boost::shared_ptr<const card::ICard>(card_), "test",
-        "[WaitingTime]\nPinInfo=5000\n[Objects]\nwipeForce=false\n");
-    const auto user = boost::dynamic_pointer_cast<IPin>(application->getAuthObjects(*channel_)[0]);
-    const auto asked = [&] {
-        const std::uint64_t before = virtualCard_->instrumentation().counters().commands;
-        user->getPinInfo(*channel_);
-        return virtualCard_->instrumentation().counters().commands - before;
-    };
-
-    EXPECT_EQ(asked(), 1u);
-    now_ += 5000;
-    EXPECT_EQ(asked(), 0u) << "within the waiting time";
-    now_ += 1;
-    EXPECT_EQ(asked(), 1u) << "past it";
-    user->authenticate(*channel_, text(hosttest::userPin));
-    EXPECT_EQ(asked(), 1u) << "an authentication makes the status stale";
-}
-
 INSTANTIATE_TEST_SUITE_P(Transports, PinsThroughThePlugin,
                          ::testing::Values(hosttest::TransportKind::InProcess,
                                            hosttest::TransportKind::Pcsc),
                          hosttest::transportName);
-INSTANTIATE_TEST_SUITE_P(Transports, PinInfoCache,
-                         ::testing::Values(hosttest::TransportKind::InProcess),
-                         hosttest::transportName);
-
 } // namespace

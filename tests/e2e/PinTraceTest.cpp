@@ -8,7 +8,6 @@
 #include <boost/make_shared.hpp>
 #include <cstdlib>
 #include <fstream>
-#include <gtest/gtest.h>
 #include <sstream>
 #include <unistd.h>
 

@@ -81,14 +81,6 @@ protected:
     std::unique_ptr<host::PluginLoader> loader_;
     boost::shared_ptr<app::object::ICardObjectRepository> application_;
     boost::shared_ptr<app::object::ICardObjectFactory> factory_;
-
-private:
-    class NoConfiguration : public plugin::IConfigurationSource {
-    public:
-        boost::optional<std::string> readFile(const std::string&) const override {
-            return boost::none;
-        }
-    };
 };
 
 } // namespace hosttest

@@ -41,6 +41,7 @@ namespace {
 using Application = app::pkcs15::P15Application;
 using Snapshot = std::map<std::string, std::string>;
 using Fault = vcard::Instrumentation::Fault;
+using Card = support::AppOnCard;
 
 // The directory files of the personalised card: ODF, TokenInfo, PrKDF,
 // PuKDF, CDF, DODF, AODF. Their entries are compared one by one, wherever
@@ -114,7 +115,7 @@ void readValue(const Application& application, const card::IChannel& channel,
 // Lists every kind of object, reads each public key, certificate and data
 // object, as a host opening the card does; the error of each kind that fails,
 // by kind.
-std::map<std::string, std::string> enumerate(const support::AppOnCard& card) {
+std::map<std::string, std::string> enumerate(const Card& card) {
     std::map<std::string, std::string> errors;
     boost::shared_ptr<Application> application;
     const card::IChannel& channel = *card.channel;
@@ -194,13 +195,12 @@ struct Operation {
     // both, 'D' a torn directory entry. Pins the order of the card writes.
     const char* cuts;
     // Runs before the fault is armed: logins and the like.
-    std::function<void(const support::AppOnCard&, const Application&)> prepare;
-    std::function<void(const support::AppOnCard&, Application&)> write;
+    std::function<void(const Card&, Application&)> prepare;
+    std::function<void(const Card&, Application&)> write;
     bool shortApdus = false;
 };
 
-boost::shared_ptr<app::object::IPin> userPinOf(const support::AppOnCard& card,
-                                               const Application& application) {
+boost::shared_ptr<app::object::IPin> userPinOf(const Card& card, const Application& application) {
     return boost::dynamic_pointer_cast<app::object::IPin>(
         application.getAuthObjects(*card.channel).at(0));
 }
@@ -225,18 +225,17 @@ void generateKeyPair(const Application& application, const card::IChannel& chann
         ->generate(channel, privateKey, publicKey);
 }
 
-void verify(const support::AppOnCard& card, const Application& application) {
+void verify(const Card& card, const Application& application) {
     card.verifyUserPin(application);
 }
 
 mw::ByteBuffer certificateBytes(const std::string& name) {
     std::ifstream file(std::string(P15_CERTS_DIR) + "/" + name, std::ios::binary);
-    const std::vector<unsigned char> bytes{std::istreambuf_iterator<char>(file), {}};
-    return mw::ByteBuffer(bytes);
+    return mw::ByteBuffer(std::vector<unsigned char>{std::istreambuf_iterator<char>(file), {}});
 }
 
 // A certificate anyone may read, as the host reads it on opening the card.
-void writeCertificate(const support::AppOnCard& card, const Application& application) {
+void writeCertificate(const Card& card, const Application& application) {
     const auto certificate = boost::dynamic_pointer_cast<app::object::IX509Certificate>(
         application.createCertificate(app::object::ICertificate::X509Certificate, {}));
     certificate->setLabel("Signer");
@@ -245,68 +244,65 @@ void writeCertificate(const support::AppOnCard& card, const Application& applica
     application.writeCardObject(*card.channel, *certificate);
 }
 
-// A data object without rules.
-void writeLabelledDataObject(const support::AppOnCard& card, const Application& application,
-                             const std::string& label) {
-    const auto data = application.createDataObject(app::object::IDataObject::OpaqueDataObject, {});
-    data->setLabel(label);
-    data->setApplicationName("p15kit test");
-    data->setValue(mw::ByteBuffer(std::vector<unsigned char>(300, 0xA5)));
-    application.writeCardObject(*card.channel, *data);
-}
-void writeDataObject(const support::AppOnCard& card, const Application& application) {
-    writeLabelledDataObject(card, application, "Data");
-}
-
-// The card holding one such object before the operation.
-void withCertificate(const support::AppOnCard& card, const Application& application) {
-    verify(card, application);
-    writeCertificate(card, application);
-}
-void withDataObject(const support::AppOnCard& card, const Application& application) {
-    verify(card, application);
-    writeDataObject(card, application);
-}
-void withThreeDataObjects(const support::AppOnCard& card, const Application& application) {
-    verify(card, application);
-    for (const char* label : {"First", "Second", "Third"}) {
-        writeLabelledDataObject(card, application, label);
+// Data objects of 300 bytes without rules, one per label.
+void writeDataObjects(const Card& card, const Application& application,
+                      std::initializer_list<const char*> labels = {"Data"}) {
+    for (const char* label : labels) {
+        const auto data =
+            application.createDataObject(app::object::IDataObject::OpaqueDataObject, {});
+        data->setLabel(label);
+        data->setApplicationName("p15kit test");
+        data->setValue(mw::ByteBuffer(std::vector<unsigned char>(300, 0xA5)));
+        application.writeCardObject(*card.channel, *data);
     }
 }
 
-// The data object at `index` of the listing, relabelled with `label`.
-void relabelDataObject(const support::AppOnCard& card, Application& application, std::size_t index,
-                       const char* label) {
-    const auto listed = application.getDataObjects(*card.channel).at(index);
-    listed->setLabel(label);
-    application.writeCardObject(*card.channel, *listed);
+// The card holding such objects before the operation.
+void withCertificate(const Card& card, const Application& application) {
+    verify(card, application);
+    writeCertificate(card, application);
 }
+void withDataObject(const Card& card, const Application& application) {
+    verify(card, application);
+    writeDataObjects(card, application);
+}
+void withThreeDataObjects(const Card& card, const Application& application) {
+    verify(card, application);
+    writeDataObjects(card, application, {"First", "Second", "Third"});
+}
+
+// The object at `index` of `listed`, relabelled with `label`.
+template <class Listed>
+void relabel(const Card& card, Application& application, const Listed& listed, std::size_t index,
+             const char* label) {
+    listed.at(index)->setLabel(label);
+    application.writeCardObject(*card.channel, *listed.at(index));
+}
+
+const char* const longer = "A label longer than the one before";
 
 const Operation operations[] = {
     {"change PIN", std::nullopt, ".. .. .. .. ..", nullptr,
-     [](const support::AppOnCard& card, Application& application) {
+     [](const Card& card, Application& application) {
          userPinOf(card, application)
              ->change(*card.channel, support::ascii(support::userPin), support::ascii("654321"));
      }},
     {"unblock PIN", std::nullopt, "..",
-     [](const support::AppOnCard& card, const Application& application) {
-         try {
-             userPinOf(card, application)->authenticate(*card.channel, support::ascii("000000"));
-         } catch (const card::CardException&) {
-         }
+     [](const Card& card, Application& application) {
+         EXPECT_THROW(
+             userPinOf(card, application)->authenticate(*card.channel, support::ascii("000000")),
+             card::CardException);
      },
-     [](const support::AppOnCard& card, Application& application) {
+     [](const Card& card, Application& application) {
          userPinOf(card, application)->unblock(*card.channel, support::ascii(support::puk));
      }},
     {"relabel key", Damage{"3F00/5015/4400", "private keys", {}}, ".. .. .D", verify,
-     [](const support::AppOnCard& card, Application& application) {
-         const auto key = application.getPrivateKeys(*card.channel).at(0);
-         key->setLabel("A label longer than the one before");
-         application.writeCardObject(*card.channel, *key);
+     [](const Card& card, Application& application) {
+         relabel(card, application, application.getPrivateKeys(*card.channel), 0, longer);
      }},
     {"import key pair", std::nullopt, ".. .. .. .. .. .. .. .. .. .. .. .. FF FF .. .. .. .. .. ..",
      verify,
-     [](const support::AppOnCard& card, Application& application) {
+     [](const Card& card, Application& application) {
          support::importKeyPair(application, *card.channel, "Second key");
      }},
     {"generate key pair",
@@ -314,42 +310,41 @@ const Operation operations[] = {
             "private keys, public keys",
             {"card error: Select 6A82", "card error: Generate Asymmetric Key Pair"}},
      ".. .. .. .. .. .. .. .. .. .. .. .. .. AA AA AA AA BB BB", verify,
-     [](const support::AppOnCard& card, Application& application) {
+     [](const Card& card, Application& application) {
          generateKeyPair(application, *card.channel);
      }},
     {"delete key", std::nullopt, ".. .. .. .. .. ..", verify,
-     [](const support::AppOnCard& card, Application& application) {
+     [](const Card& card, Application& application) {
          application.deleteCardObject(*card.channel,
                                       *application.getPrivateKeys(*card.channel).at(0));
      }},
     // Each kind listed: no cut leaves an entry whose object is gone.
     {"wipe", std::nullopt, ".. .. .. .. .. .. .. .. .. .. .. .. .. ..",
-     [](const support::AppOnCard& card, const Application& application) {
+     [](const Card& card, Application& application) {
          withCertificate(card, application);
-         writeDataObject(card, application);
+         writeDataObjects(card, application);
      },
-     [](const support::AppOnCard& card, Application& application) {
-         application.wipe(*card.channel);
-     }},
+     [](const Card& card, Application& application) { application.wipe(*card.channel); }},
     {"write certificate", Damage{nullptr, "certificates", valueMissing},
      ".. .. .. .. .. .. .. .. .. .. .. AA AA FF", verify, writeCertificate},
     {"replace certificate", Damage{"3F00/5015/4404", "certificates", valueMissingOrOld},
      ".. .. .. .. AA AA AA BB FF", withCertificate,
-     [](const support::AppOnCard& card, Application& application) {
+     [](const Card& card, Application& application) {
          const auto listed = application.getCertificates(*card.channel).at(0);
          listed->setValue(certificateBytes("large.der"));
          application.writeCardObject(*card.channel, *listed);
      }},
     {"delete certificate", std::nullopt, ".. .. .. ..", withCertificate,
-     [](const support::AppOnCard& card, Application& application) {
+     [](const Card& card, Application& application) {
          application.deleteCardObject(*card.channel,
                                       *application.getCertificates(*card.channel).at(0));
      }},
     {"write data object", Damage{nullptr, "data objects", valueMissing},
-     ".. .. .. .. .. .. .. .. .. .. .. AA AA FF", verify, writeDataObject},
+     ".. .. .. .. .. .. .. .. .. .. .. AA AA FF", verify,
+     [](const Card& card, Application& application) { writeDataObjects(card, application); }},
     {"replace data object", Damage{"3F00/5015/4407", "data objects", valueMissingOrOld},
      ".. .D AA AA BB FF", withDataObject,
-     [](const support::AppOnCard& card, Application& application) {
+     [](const Card& card, Application& application) {
          const auto listed = application.getDataObjects(*card.channel).at(0);
          listed->setLabel("Replaced data");
          listed->setValue(mw::ByteBuffer(std::vector<unsigned char>(200, 0x5A)));
@@ -357,23 +352,23 @@ const Operation operations[] = {
      }},
     // Entries with others after them, on a card that takes short APDUs only.
     {"delete the first of three data objects", std::nullopt, ".. .. .. ..", withThreeDataObjects,
-     [](const support::AppOnCard& card, Application& application) {
+     [](const Card& card, Application& application) {
          application.deleteCardObject(*card.channel,
                                       *application.getDataObjects(*card.channel).at(0));
      },
      true},
     {"relabel the middle of three data objects", std::nullopt, ".. .. .. ..", withThreeDataObjects,
-     [](const support::AppOnCard& card, Application& application) {
-         relabelDataObject(card, application, 1, "A label longer than the one before");
+     [](const Card& card, Application& application) {
+         relabel(card, application, application.getDataObjects(*card.channel), 1, longer);
      },
      true},
     {"relabel the first of three data objects, shorter", std::nullopt, ".. .. .. ..",
      withThreeDataObjects,
-     [](const support::AppOnCard& card, Application& application) {
-         relabelDataObject(card, application, 0, "1");
+     [](const Card& card, Application& application) {
+         relabel(card, application, application.getDataObjects(*card.channel), 0, "1");
      }},
     {"token label", Damage{"3F00/5015/5032", "token info", {}}, ".. .. .D", verify,
-     [](const support::AppOnCard& card, Application& application) {
+     [](const Card& card, Application& application) {
          const auto info = application.getApplicationInfo(*card.channel);
          info->setLabel("A token label longer than the one before");
          application.writeCardObject(*card.channel, *info);
@@ -454,8 +449,8 @@ Damaged expectOldOrNew(const Snapshot& before, const Snapshot& after, const Snap
 // The card lists and reads everything; only the kinds of the object being
 // written may fail, with an error of an entry ahead of its files, or as
 // invalid data when the token information is torn. Whether one was ahead.
-bool expectListing(const support::AppOnCard& card, const Operation& operation,
-                   bool directoryFileDamaged, const std::string& where) {
+bool expectListing(const Card& card, const Operation& operation, bool directoryFileDamaged,
+                   const std::string& where) {
     bool ahead = false;
     for (const auto& [kind, error] : enumerate(card)) {
         const auto& damage = operation.mayDamage;

@@ -10,22 +10,15 @@
 #include "app/pkcs15/fs/ODF.hpp"
 #include "app/pkcs15/fs/PrKDF.hpp"
 #include "app/pkcs15/fs/PuKDF.hpp"
-#include "card/service/IFileSystemService.hpp"
 #include "mw/Hex.hpp"
 
-#include <boost/exception/get_error_info.hpp>
 #include <boost/make_shared.hpp>
-#include <gtest/gtest.h>
 
 using namespace apptest;
 namespace fs = app::pkcs15::fs;
 using app::pkcs15::P15Application;
 
 namespace {
-
-const mw::ByteBuffer prkdfFile{0x44, 0x00};
-const mw::ByteBuffer pukdfFile{0x44, 0x01};
-const mw::ByteBuffer dodfFile{0x44, 0x07};
 
 class Allocation : public ::testing::Test {
 protected:
@@ -46,7 +39,7 @@ protected:
 // MF, from the current DF or with index and length, in entries of every kind
 // (a raw external data object, an EC key): each file named is in use.
 TEST_F(Allocation, AFileNamedInAnyFormByAnyEntryIsInUse) {
-    store(bytes({0x44, 0x04}),
+    store(cdfFile,
           certificateEntry("cert", bytes({0x3F, 0x00, 0x50, 0x15, 0xDF, 0x02, 0x0D, 0x81})));
     store(dodfFile, mw::fromHex("A014 3000 3000 A10E 300C 0404DF020D82 020100 800110"));
     store(prkdfFile, mw::fromHex("A018 3000 3006 040145 030100 A10C 300A 3008 04063FFFDF020D83"));
@@ -59,14 +52,9 @@ TEST_F(Allocation, AFileNamedInAnyFormByAnyEntryIsInUse) {
 TEST_F(Allocation, AValueFileThatAnotherEntryNamesIsNotTakenOver) {
     const mw::ByteBuffer theirs{0xDF, 0x02, 0x0D, 0x81};
     ASSERT_EQ(application_->getFreeFileId(fs::DataObjectFile), theirs);
-    card_.service<card::service::IFileSystemService>("FileSystemService")
-        ->createFile(*card_.channel,
-                     card::service::DataObjectCreateParams(
-                         theirs, 2,
-                         {{card::service::AccessRead | card::service::AccessUpdate,
-                           boost::make_shared<card::service::AlwaysSecurityCondition>()}}));
+    card_.createValueFile(theirs, 2);
     card_.writeFile(theirs, bytes({0x7E, 0x57}));
-    card_.writeFile(bytes({0x44, 0x04}), certificateEntry("theirs", theirs));
+    card_.writeFile(cdfFile, certificateEntry("theirs", theirs));
 
     const auto mine =
         application_->createDataObject(app::object::IDataObject::OpaqueDataObject, {});
@@ -97,16 +85,6 @@ TEST_F(Allocation, TheLastFileIdIsHandedOutThenExhaustionIsReportedInTheDirector
                      app::OutOfMemoryException, "maximum number of certificates reached");
     EXPECT_EQ(application_->getFreeFileId(fs::CertificateFile), bytes({0xDF, 0x02, 0xC0, 0x01}))
         << "other ranges are unaffected";
-}
-
-// Cards write references above 7F in one octet (02 01 81); read as a signed
-// INTEGER that is -127, and the allocator would hand out 81 / 0E01 again.
-TEST_F(Allocation, AKeyReferenceWrittenInOneOctetIsInUse) {
-    store(prkdfFile, mw::fromHex("301F 3003 0C014B 300A 040101 03020620 020181"
-                                 " A10C 300A 3004 04020E01 02020400"));
-    const card::service::KeyRef ref = application_->getFreeKeyReference(fs::RsaPrivateKey1024);
-    EXPECT_EQ(ref.keyReference, 0x82);
-    EXPECT_EQ(ref.fileId, bytes({0x0E, 0x02}));
 }
 
 // Entries for the 1024-bit key ids `first` to `last`.
@@ -168,11 +146,11 @@ TEST_F(Allocation, KeyReferenceRequestsThatCannotBeMetFailBeforeTheCard) {
                      app::ApplicationException, "unable to get key reference for non-key type");
 }
 
+// A private key file left alone on the card.
 TEST_F(Allocation, KeyPairsAvoidKeyFilesLeftOnTheCard) {
     card::service::KeyRef leftover;
     leftover.keyReference = 0x81;
     leftover.modulusBits = 1024;
-    leftover.fileId = bytes({0x0E, 0x01});
     card_.service<card::service::IFileSystemService>("FileSystemService")
         ->createFile(*card_.channel, card::service::PrivateKeyCreateParams(leftover, {}));
 

@@ -7,7 +7,6 @@
 #include "vcard/VirtualCard.hpp"
 
 #include <algorithm>
-#include <boost/exception/get_error_info.hpp>
 #include <boost/make_shared.hpp>
 
 namespace apptest {
@@ -63,6 +62,33 @@ AppCard::appletApplication(const std::string& configuration) const {
 void AppCard::verifyPin(unsigned char reference, const std::string& value) const {
     service<card::service::IPinManagementService>("PinManagementService")
         ->authenticate(*channel, hosttest::pinReference(reference), hosttest::paddedPin(value));
+}
+
+namespace {
+
+card::service::AccessConditions openToAll() {
+    using namespace card::service;
+    return {
+        {AccessRead | AccessUpdate | AccessExecute, boost::make_shared<AlwaysSecurityCondition>()}};
+}
+
+} // namespace
+
+void AppCard::createValueFile(const mw::ByteBuffer& path, std::size_t size) const {
+    service<card::service::IFileSystemService>("FileSystemService")
+        ->createFile(*channel, card::service::DataObjectCreateParams(path, size, openToAll()));
+}
+
+void AppCard::createKeyPair(unsigned char reference) const {
+    card::service::KeyRef privateKey, publicKey;
+    privateKey.keyReference = publicKey.keyReference = reference;
+    privateKey.modulusBits = publicKey.modulusBits = 1024;
+    const auto fileSystem = service<card::service::IFileSystemService>("FileSystemService");
+    fileSystem->createFile(*channel,
+                           card::service::PrivateKeyCreateParams(privateKey, openToAll()));
+    fileSystem->createFile(*channel, card::service::PublicKeyCreateParams(publicKey, openToAll()));
+    service<card::service::IAsymmetricKeyManagementService>("AsymmetricKeyManagementService")
+        ->generateKeyPair(*channel, privateKey, publicKey);
 }
 
 void AppCard::writeFile(const mw::ByteBuffer& fileId, const mw::ByteBuffer& content) const {

@@ -64,6 +64,10 @@ struct AppCard {
         return service<card::service::IFileAccessService>("FileAccessService");
     }
     void verifyPin(unsigned char reference, const std::string& value) const;
+    // A value file, and a generated 1024-bit key pair under `reference`, that
+    // anyone may read, change, delete and use.
+    void createValueFile(const mw::ByteBuffer& path, std::size_t size = 16) const;
+    void createKeyPair(unsigned char reference) const;
     // Writes the whole content of a file of the application, padded with 00
     // to the file's size (needs the file's update condition satisfied).
     void writeFile(const mw::ByteBuffer& fileId, const mw::ByteBuffer& content) const;
@@ -77,6 +81,15 @@ struct AppCard {
 };
 
 using hosttest::soPin;
+
+// Files of the personalised card's application.
+inline const mw::ByteBuffer odfFile{0x50, 0x31};
+inline const mw::ByteBuffer prkdfFile{0x44, 0x00};
+inline const mw::ByteBuffer pukdfFile{0x44, 0x01};
+inline const mw::ByteBuffer cdfFile{0x44, 0x04};
+inline const mw::ByteBuffer dodfFile{0x44, 0x07};
+inline const mw::ByteBuffer aodfFile{0x44, 0x08};
+inline const mw::ByteBuffer tokenInfoFile{0x50, 0x32};
 using hosttest::userPin;
 
 mw::ByteBuffer bytes(const std::vector<std::uint8_t>& value);

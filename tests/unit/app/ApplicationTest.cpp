@@ -1,19 +1,18 @@
 #include "AppCard.hpp"
 
 #include "app/ApplicationException.hpp"
+#include "app/object/IPin.hpp"
 #include "app/pkcs15/P15ApplicationPlugin.hpp"
 #include "app/pkcs15/detail/WallClock.hpp"
-#include "app/pkcs15/fs/AODF.hpp"
 #include "app/pkcs15/fs/CDF.hpp"
 #include "app/pkcs15/fs/ODF.hpp"
 #include "app/pkcs15/fs/PrKDF.hpp"
-#include "card/CardException.hpp"
+#include "mw/Hex.hpp"
+#include "vcard/VirtualCard.hpp"
 
 #include <boost/exception/diagnostic_information.hpp>
-#include <boost/exception/get_error_info.hpp>
 #include <boost/make_shared.hpp>
 #include <boost/property_tree/ini_parser.hpp>
-#include <gtest/gtest.h>
 
 using namespace apptest;
 using app::pkcs15::P15Application;
@@ -54,35 +53,33 @@ TEST(GetApplications, HandsBackOneApplicationSelectedDownToTheCardStatusFile) {
 }
 
 // Any success or more-data answer to the card status select finds the
-// application; "not found" fails with the command and its status word.
-TEST(GetApplications, TheCardStatusSelectSucceedsOnMoreDataAndFailsWithItsStatusWord) {
-    for (unsigned short sw : {0x9000, 0x6100, 0x9F10, 0x6A82}) {
-        SCOPED_TRACE(sw);
+// application; "not found" to it or to the selection of the application
+// fails with the command and its status word, and nothing is selected after.
+TEST(GetApplications, ASelectThatFindsNothingFailsWithItsStatusWord) {
+    AppCard probe;
+    probe.application();
+    const mw::ByteBuffer selectByAid = probe.recorder->sent(0xA4).front();
+    const std::pair<mw::ByteBuffer, unsigned short> answers[] = {{cardStatusSelect, 0x9000},
+                                                                 {cardStatusSelect, 0x6100},
+                                                                 {cardStatusSelect, 0x9F10},
+                                                                 {cardStatusSelect, 0x6A82},
+                                                                 {selectByAid, 0x6A82}};
+    for (const auto& [command, sw] : answers) {
+        SCOPED_TRACE(mw::toHex(command) + " answered " + std::to_string(sw));
         AppCard card;
-        card.recorder->answer(cardStatusSelect, sw);
+        card.recorder->answer(command, sw);
         try {
             EXPECT_EQ(P15ApplicationPlugin().getApplications(card.card, *card.channel).size(), 1u);
-            EXPECT_NE(sw, 0x6A82) << "a card without its status file was accepted";
+            EXPECT_NE(sw, 0x6A82) << "a card without the file was accepted";
         } catch (const card::CardException& e) {
             EXPECT_EQ(sw, 0x6A82);
             EXPECT_STREQ(*boost::get_error_info<card::Command>(e), "Select");
             EXPECT_EQ(*boost::get_error_info<card::StatusCode>(e), 0x6A82);
             EXPECT_NE(boost::diagnostic_information(e).find("File or application not found"),
                       std::string::npos);
+            EXPECT_EQ(card.recorder->sent(0xA4).back(), command);
         }
     }
-}
-
-TEST(GetApplications, CardWithoutTheApplicationFailsInsteadOfAnsweringEmpty) {
-    AppCard probe;
-    probe.application();
-    const mw::ByteBuffer selectByAid = probe.recorder->sent(0xA4).front();
-
-    AppCard card;
-    card.recorder->answer(selectByAid, 0x6A82);
-    EXPECT_THROW(P15ApplicationPlugin().getApplications(card.card, *card.channel),
-                 card::CardException);
-    EXPECT_TRUE(card.recorder->sent(0xA4).size() == 1) << "nothing is sent after a failed select";
 }
 
 // A card object that hides one of its services.
@@ -144,7 +141,7 @@ TEST(Configuration, IsReadIntoTheThreeSettingsOrRefused) {
 }
 
 // Drives the application's wall clock for one test.
-class ReselectThrottle : public ::testing::Test {
+class WaitingTime : public ::testing::Test {
 protected:
     void SetUp() override {
         app::pkcs15::detail::WallClock::setSource([this] { return now_; });
@@ -158,7 +155,7 @@ protected:
 // Selects at each offset (milliseconds after the first selection) and
 // counts the selections that reached the card; without a waiting time each
 // one does.
-TEST_F(ReselectThrottle, SparesTheCardForAWaitingTimeAfterEachSelection) {
+TEST_F(WaitingTime, SparesTheCardReselectionsForAWaitingTimeAfterEachSelection) {
     const auto unthrottled = card_.application();
     unthrottled->select(*card_.channel);
     ASSERT_EQ(applicationSelects(card_), 2u);
@@ -177,7 +174,7 @@ TEST_F(ReselectThrottle, SparesTheCardForAWaitingTimeAfterEachSelection) {
     }
 }
 
-TEST_F(ReselectThrottle, FailedSelectLeavesTheApplicationUnselected) {
+TEST_F(WaitingTime, FailedSelectLeavesTheApplicationUnselected) {
     const auto application =
         card_.application("[WaitingTime]\nReselect=5000\n[Objects]\nwipeForce=false\n");
     const mw::ByteBuffer selectByAid = card_.recorder->sent(0xA4).front();
@@ -187,6 +184,27 @@ TEST_F(ReselectThrottle, FailedSelectLeavesTheApplicationUnselected) {
     now_ += 1;
     EXPECT_THROW(application->select(*card_.channel), card::CardException)
         << "the failed selection must not count as a selection";
+}
+
+// PIN information is asked of the card again only when the waiting time has
+// passed, or after an authentication made it stale.
+TEST_F(WaitingTime, PinInformationIsAskedOfTheCardOnlyWhenItHasPassed) {
+    const auto application =
+        card_.application("[WaitingTime]\nPinInfo=5000\n[Objects]\nwipeForce=false\n");
+    const auto user = boost::dynamic_pointer_cast<app::object::IPin>(
+        application->getAuthObjects(*card_.channel)[0]);
+    const auto asked = [&] {
+        const std::uint64_t before = card_.virtualCard->instrumentation().counters().commands;
+        user->getPinInfo(*card_.channel);
+        return card_.virtualCard->instrumentation().counters().commands - before;
+    };
+    EXPECT_EQ(asked(), 1u);
+    now_ += 5000;
+    EXPECT_EQ(asked(), 0u) << "within the waiting time";
+    now_ += 1;
+    EXPECT_EQ(asked(), 1u) << "past it";
+    user->authenticate(*card_.channel, hosttest::text(userPin));
+    EXPECT_EQ(asked(), 1u) << "an authentication makes the status stale";
 }
 
 // A second channel to the same card that counts the commands it carries.

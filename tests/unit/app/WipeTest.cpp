@@ -3,15 +3,10 @@
 #include "app/ApplicationException.hpp"
 #include "app/pkcs15/fs/DODF.hpp"
 #include "app/pkcs15/fs/ODF.hpp"
-#include "card/service/IAsymmetricKeyManagementService.hpp"
-#include "card/service/IFileSystemService.hpp"
 #include "mw/Hex.hpp"
 #include "vcard/VirtualCard.hpp"
 
 #include <algorithm>
-#include <boost/exception/get_error_info.hpp>
-#include <boost/make_shared.hpp>
-#include <gtest/gtest.h>
 
 using namespace apptest;
 
@@ -19,10 +14,6 @@ namespace {
 
 const char* const ordinary = "[Objects]\nwipeForce=false\n";
 const char* const forced = "[Objects]\nwipeForce=true\n";
-const mw::ByteBuffer prkdfFile{0x44, 0x00};
-const mw::ByteBuffer pukdfFile{0x44, 0x01};
-const mw::ByteBuffer cdfFile{0x44, 0x04};
-const mw::ByteBuffer dodfFile{0x44, 0x07};
 
 // An object on the card and the entry that lists it.
 struct Listing {
@@ -39,30 +30,6 @@ struct WipeCard : AppCard {
         verifyPin(0x01, userPin);
     }
 
-    boost::shared_ptr<card::service::IFileSystemService> fileSystem() const {
-        return service<card::service::IFileSystemService>("FileSystemService");
-    }
-    // Files and keys anyone may read, change, delete and use.
-    static card::service::AccessConditions openToAll() {
-        using namespace card::service;
-        return {{AccessRead | AccessUpdate | AccessExecute,
-                 boost::make_shared<AlwaysSecurityCondition>()}};
-    }
-    void createValueFile(const mw::ByteBuffer& path, std::size_t size = 16) const {
-        fileSystem()->createFile(*channel,
-                                 card::service::DataObjectCreateParams(path, size, openToAll()));
-    }
-    void createKeyPair(unsigned char reference) const {
-        card::service::KeyRef privateKey, publicKey;
-        privateKey.keyReference = publicKey.keyReference = reference;
-        privateKey.modulusBits = publicKey.modulusBits = 1024;
-        fileSystem()->createFile(*channel,
-                                 card::service::PrivateKeyCreateParams(privateKey, openToAll()));
-        fileSystem()->createFile(*channel,
-                                 card::service::PublicKeyCreateParams(publicKey, openToAll()));
-        service<card::service::IAsymmetricKeyManagementService>("AsymmetricKeyManagementService")
-            ->generateKeyPair(*channel, privateKey, publicKey);
-    }
     // One data object, one certificate and one key pair, each listed.
     std::vector<Listing> listOneOfEach() const {
         createValueFile(bytes({0xDF, 0x02, 0x0D, 0x81}));
@@ -104,25 +71,22 @@ struct WipeCard : AppCard {
         const vcard::Bytes& content = onCard(directory)->content;
         return std::all_of(content.begin(), content.end(), [](std::uint8_t b) { return b == 0; });
     }
-    void expectGone(const std::vector<Listing>& listings) const {
-        for (const Listing& listing : listings) {
-            EXPECT_FALSE(exists(listing.object)) << mw::toHex(listing.object);
-            EXPECT_TRUE(empty(listing.directory));
-        }
-    }
 };
 
-// Runs the wipe and expects it to report `count` objects it had to leave.
-void expectLeft(app::pkcs15::P15Application& application, const card::IChannel& channel,
-                unsigned int count) {
+// Runs the wipe, expects it to report `count` objects it had to leave and
+// returns why it left each.
+std::string expectLeft(app::pkcs15::P15Application& application, const card::IChannel& channel,
+                       unsigned int count) {
     try {
         application.wipe(channel);
         ADD_FAILURE() << "the wipe reported nothing left";
     } catch (const app::ApplicationException& e) {
         EXPECT_EQ(errorText(e), "wipe left objects on the card");
-        EXPECT_EQ(*boost::get_error_info<app::ErrorData>(e), count)
-            << *boost::get_error_info<app::ErrorDetail>(e);
+        const std::string detail = *boost::get_error_info<app::ErrorDetail>(e);
+        EXPECT_EQ(*boost::get_error_info<app::ErrorData>(e), count) << detail;
+        return detail;
     }
+    return "";
 }
 
 // Both wipes remove what the directories list and keep the PINs; only the
@@ -140,7 +104,10 @@ TEST(Wipe, RemovesWhatIsListedAndWhenForcedTheRangesToTheirLastIdentifier) {
 
         application->wipe(*card.channel);
 
-        card.expectGone(listings);
+        for (const Listing& listing : listings) {
+            EXPECT_FALSE(card.exists(listing.object)) << mw::toHex(listing.object);
+            EXPECT_TRUE(card.empty(listing.directory));
+        }
         for (const mw::ByteBuffer& unlisted : {bytes({0x0D, 0x80}), bytes({0xDF, 0x02, 0xC0, 0x3F}),
                                                bytes({0x0E, 0x12}), bytes({0x0F, 0x12})}) {
             EXPECT_NE(card.exists(unlisted), force) << mw::toHex(unlisted);
@@ -190,32 +157,49 @@ TEST_P(RefusedDelete, LeavesThatObjectListedAndRemovesTheRest) {
 
 INSTANTIATE_TEST_SUITE_P(EachOfFourObjects, RefusedDelete, ::testing::Values(1, 2, 3, 4));
 
-TEST(Wipe, NeverDeletesStructuralForeignOrUnknownObjects) {
+// A wipe removes only what it allocated. Data object entries naming EF(ODF)
+// (from the MF), EF(TokenInfo), EF(DIR), a directory file or a file under a
+// path the application never gives, a key entry naming EF(ODF) and an EC key
+// (whose file would be the PrKDF itself) stay with their files, saying why.
+TEST(Wipe, KeepsStructuralFilesAndWhatItDidNotAllocateSayingWhy) {
     WipeCard card;
-    const Listing tokenInfo{dodfFile, dataObjectEntry("tokeninfo", bytes({0x50, 0x32})),
-                            bytes({0x50, 0x32})};
-    const Listing dir{dodfFile, dataObjectEntry("dir", bytes({0x3F, 0x00, 0x2F, 0x00})),
-                      bytes({0x3F, 0x00, 0x2F, 0x00})};
-    const Listing odfAsKey{prkdfFile, rsaPrivateKeyEntry(0x81, bytes({0x50, 0x31})),
-                           bytes({0x50, 0x31})};
-    const Listing ecKey{prkdfFile, ecPrivateKeyEntry(), prkdfFile};
-    card.createValueFile(bytes({0xDF, 0x02, 0x0D, 0x81}));
-    const Listing ours{dodfFile, dataObjectEntry("ours", bytes({0xDF, 0x02, 0x0D, 0x81})),
-                       bytes({0xDF, 0x02, 0x0D, 0x81})};
-    card.writeFile(dodfFile, concat({tokenInfo.entry, ours.entry, dir.entry}));
-    card.writeFile(prkdfFile, concat({odfAsKey.entry, ecKey.entry}));
+    const char* const structural = "a structural file of the application";
+    const mw::ByteBuffer ours{0xDF, 0x02, 0x0D, 0x81}, foreign{0x0D, 0x01};
+    card.createValueFile(ours);
+    card.createValueFile(foreign);
+    const struct {
+        mw::ByteBuffer named, file; // the path in the entry, the file it reaches
+        const char* reason;
+    } kept[] = {
+        {bytes({0x3F, 0x00, 0x50, 0x31}), odfFile, structural},
+        {bytes({0x50, 0x15, 0x50, 0x32}), bytes({0x50, 0x32}), structural},
+        {bytes({0x3F, 0x00, 0x2F, 0x00}), bytes({0x3F, 0x00, 0x2F, 0x00}), structural},
+        {bytes({0x50, 0x15, 0x44, 0x04}), cdfFile, structural},
+        {bytes({0x50, 0x15, 0x0D, 0x01}), foreign, "outside the application's file identifiers"}};
+    mw::ByteBuffer entries = dataObjectEntry("ours", ours);
+    std::vector<vcard::Bytes> contents;
+    for (const auto& each : kept) {
+        entries.append(dataObjectEntry("kept", each.named));
+        contents.push_back(card.onCard(each.file)->content);
+    }
+    card.writeFile(dodfFile, entries);
+    card.writeFile(prkdfFile, concat({rsaPrivateKeyEntry(0x81, odfFile), ecPrivateKeyEntry()}));
+    const vcard::Bytes keys = card.onCard(prkdfFile)->content;
     const auto application = card.application(ordinary);
     card.recorder->clear();
 
-    expectLeft(*application, *card.channel, 4);
+    const std::string detail = expectLeft(*application, *card.channel, std::size(kept) + 2);
 
-    for (const Listing& kept : {tokenInfo, dir, odfAsKey, ecKey}) {
-        EXPECT_TRUE(card.listed(kept));
-        EXPECT_TRUE(card.exists(kept.object));
+    for (std::size_t i = 0; i < std::size(kept); ++i) {
+        const std::string line = "EF(DODF) entry " + std::to_string(i + 2) + " (file " +
+                                 mw::toHex(kept[i].named) + "): " + kept[i].reason;
+        EXPECT_NE(detail.find(line), std::string::npos) << line << " in " << detail;
+        EXPECT_EQ(card.onCard(kept[i].file)->content, contents[i]) << mw::toHex(kept[i].file);
     }
-    EXPECT_FALSE(card.listed(ours));
-    EXPECT_FALSE(card.exists(ours.object));
+    EXPECT_EQ(card.onCard(prkdfFile)->content, keys);
+    EXPECT_FALSE(card.exists(ours));
     EXPECT_EQ(card.recorder->sent(0xE4).size(), 1u);
+    EXPECT_EQ(card.application()->getDataObjects(*card.channel).size(), std::size(kept));
 }
 
 // Directory files EF(ODF) places inside a value range stay: the one an entry
@@ -227,49 +211,12 @@ TEST(Wipe, KeepsDirectoryFilesPlacedInsideAValueRange) {
     card.createValueFile(dodfInRange);
     card.writeFile(cdfInRange, certificateEntry("itself", cdfInRange));
     card.verifyPin(0x03, soPin);
-    card.writeFile(bytes({0x50, 0x31}), mw::fromHex("A406 3004 04020D05 A706 3004 04020D06"));
+    card.writeFile(odfFile, mw::fromHex("A406 3004 04020D05 A706 3004 04020D06"));
 
     expectLeft(*card.application(forced), *card.channel, 2);
 
     EXPECT_TRUE(card.exists(cdfInRange));
     EXPECT_TRUE(card.exists(dodfInRange));
-}
-
-// Deleting one key through the repository never takes the files another
-// key uses: those of a key under the card's own reference (01 maps to no
-// file of the application), those a second entry of the same reference
-// still names; and a key whose files are already gone deletes whole.
-TEST(KeyRemoval, DeletesOnlyKeyFilesOfTheApplicationThatNoEntryStillNames) {
-    WipeCard card;
-    card.createKeyPair(0x81);
-    const mw::ByteBuffer own{0x3F, 0x00, 0x50, 0x15, 0x4B, 0x01};
-    card.writeFile(prkdfFile, concat({rsaPrivateKeyEntry(0x01, own),
-                                      rsaPrivateKeyEntry(0x81, bytes({0x0E, 0x01})),
-                                      rsaPrivateKeyEntry(0x81, bytes({0x3F, 0xFF, 0x0E, 0x01})),
-                                      rsaPrivateKeyEntry(0x82, bytes({0x0E, 0x02}))}));
-    card.writeFile(pukdfFile, concat({rsaPublicKeyEntry(0x01, own),
-                                      rsaPublicKeyEntry(0x82, bytes({0x0F, 0x02}))}));
-    const auto application = card.application();
-    const auto removeFirst = [&] {
-        const auto& keys = application->getPrivateKeys(*card.channel);
-        const bool withPublic = keys.front()->getKeyReference().keyReference != 0x81;
-        application->deleteCardObject(*card.channel, *keys.front());
-        if (withPublic) {
-            application->deleteCardObject(*card.channel,
-                                          *application->getPublicKeys(*card.channel).front());
-        }
-    };
-
-    removeFirst(); // the card's own key
-    removeFirst(); // one of two entries of 81
-    EXPECT_TRUE(card.exists(bytes({0x0E, 0x01})));
-    EXPECT_TRUE(card.exists(bytes({0x0F, 0x01})));
-    removeFirst(); // the last entry of 81
-    EXPECT_FALSE(card.exists(bytes({0x0E, 0x01})));
-    EXPECT_FALSE(card.exists(bytes({0x0F, 0x01})));
-    removeFirst(); // 82, whose files were never made
-    EXPECT_TRUE(card.empty(prkdfFile));
-    EXPECT_TRUE(card.empty(pukdfFile));
 }
 
 } // namespace

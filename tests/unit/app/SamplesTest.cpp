@@ -1,0 +1,259 @@
+// Directory files of real cards, put on the virtual card and read back
+// through the application and the host card layer: what they list, and that
+// what the application does not change stays in the file byte for byte.
+#include "AppCard.hpp"
+
+#include "app/IAccessControlled.hpp"
+#include "app/SecurityConditions.hpp"
+#include "app/object/IApplicationInfo.hpp"
+#include "app/object/IDataObject.hpp"
+#include "app/object/IPin.hpp"
+#include "app/object/IPrivateRSAKey.hpp"
+#include "app/object/IPublicRSAKey.hpp"
+#include "app/object/IX509Certificate.hpp"
+#include "app/pkcs15/fs/AODF.hpp"
+#include "app/pkcs15/fs/ODF.hpp"
+#include "app/pkcs15/object/P15Pin.hpp"
+#include "app/pkcs15/object/P15X509Certificate.hpp"
+
+#include <algorithm>
+#include <boost/optional/optional_io.hpp>
+#include <fstream>
+#include <functional>
+
+namespace {
+
+// The bytes of a sample file of tests/data/samples: hex lines, '#' comments.
+mw::ByteBuffer loadSample(const std::string& name) {
+    std::ifstream file(std::string(P15_SAMPLES_DIR) + "/" + name);
+    std::string line, hex;
+    while (std::getline(file, line)) {
+        hex += !line.empty() && line[0] != '#' ? line : "";
+    }
+    mw::ByteBuffer bytes(hex.size() / 2);
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+        bytes.data()[i] = static_cast<unsigned char>(std::stoi(hex.substr(2 * i, 2), nullptr, 16));
+    }
+    return bytes;
+}
+
+// Puts a sample in its file, 00 up to the file's end, with the user PIN;
+// returns what the file then holds.
+mw::ByteBuffer put(const apptest::AppCard& card, const mw::ByteBuffer& file,
+                   const std::string& sample) {
+    card.application(); // selects the application's DF
+    card.verifyPin(0x01, apptest::userPin);
+    card.writeFile(file, loadSample(sample));
+    return card.readFile(file);
+}
+
+using namespace apptest;
+using app::object::IKey;
+using app::object::IPin;
+using app::object::IPrivateRSAKey;
+using app::object::IX509Certificate;
+using Application = app::pkcs15::P15Application;
+using Location = app::pkcs15::object::P15X509Certificate;
+
+template <class Kind> const Kind& as(const boost::shared_ptr<app::object::ICardObject>& object) {
+    return dynamic_cast<const Kind&>(*object);
+}
+
+boost::shared_ptr<IPin> pinAt(const Application& application, const card::IChannel& channel,
+                              std::size_t index) {
+    return boost::dynamic_pointer_cast<IPin>(application.getAuthObjects(channel).at(index));
+}
+
+// One row per way a card writes its entries: paths with index and length,
+// long identifiers, absent or present names, keys without path or size.
+const struct {
+    const char* file;
+    const mw::ByteBuffer& fileId;
+    std::function<void(const Application&, const card::IChannel&)> expect;
+} samples[] = {
+    {"es-accv-gyd-smartcafe_cdf.hex", cdfFile,
+     [](const Application& application, const card::IChannel& channel) {
+         const auto listed = application.getCertificates(channel);
+         ASSERT_EQ(listed.size(), 2u);
+         EXPECT_EQ(listed[1]->getLabel().value_or(""), "CIFRADO");
+         EXPECT_EQ(listed[0]->getFlags().value_or(0xFF), 0x01) << "modifiable";
+         const auto& location = as<Location>(listed[1]).getValueLocation();
+         EXPECT_EQ(location.path, (mw::ByteBuffer{0x3F, 0xFF, 0x43, 0x02, 0x2C, 0x23}));
+         EXPECT_EQ(location.index, std::uint16_t{0});
+         EXPECT_EQ(location.length, std::uint16_t{0x084D});
+         EXPECT_FALSE(as<IX509Certificate>(listed[0]).getSubject());
+         EXPECT_TRUE(as<IX509Certificate>(listed[0]).getIssuer());
+     }},
+    {"es-dnie-especimen_cdf.hex", cdfFile,
+     [](const Application& application, const card::IChannel& channel) {
+         const auto listed = application.getCertificates(channel);
+         ASSERT_EQ(listed.size(), 3u);
+         const auto& last = as<IX509Certificate>(listed[2]);
+         EXPECT_EQ(last.getLabel().value_or(""), "CertCAIntermediaDGP");
+         EXPECT_EQ(last.getCertificateId().size(), 29u);
+         EXPECT_TRUE(last.getSerialNumber() && last.getSubject() && last.getIssuer());
+     }},
+    {"uy-eid-gemalto_cdf.hex", cdfFile,
+     [](const Application& application, const card::IChannel& channel) {
+         const auto listed = application.getCertificates(channel);
+         ASSERT_EQ(listed.size(), 1u);
+         EXPECT_FALSE(as<app::object::AbstractCardObject>(listed[0]).getProtectingAuthId());
+         EXPECT_EQ(as<IX509Certificate>(listed[0]).getCertificateId().size(), 20u);
+         // A path without index and length names no range to read.
+         EXPECT_APP_ERROR(application.readCardObject(channel, *listed[0]),
+                          app::InvalidDataException,
+                          "path, index and length required but not found");
+         // A rule of a 4-bit access mode is not one the application can express.
+         listed[0]->setValue(mw::ByteBuffer{0x30, 0x00});
+         EXPECT_APP_ERROR(application.writeCardObject(channel, *listed[0]),
+                          app::OperationNotSupportedException,
+                          "the value's file has access rules this application cannot express; "
+                          "it cannot be replaced");
+     }},
+    {"uy-eid-gemalto_dodf.hex", dodfFile,
+     [](const Application& application, const card::IChannel& channel) {
+         const auto listed = application.getDataObjects(channel);
+         ASSERT_EQ(listed.size(), 2u);
+         EXPECT_EQ(listed[1]->getLabel().value_or(""), "Default Key Container");
+         for (const auto& data : listed) {
+             EXPECT_EQ(data->getApplicationName().value_or(""), "CSP");
+             EXPECT_FALSE(data->getApplicationOid());
+         }
+     }},
+    {"aosp-gp-seac_dodf.hex", dodfFile,
+     [](const Application& application, const card::IChannel& channel) {
+         EXPECT_TRUE(application.getDataObjects(channel).empty())
+             << "an OID data object is not listed";
+     }},
+    {"sc-hsm-jpm_tokeninfo.hex", tokenInfoFile,
+     [](const Application& application, const card::IChannel& channel) {
+         const auto info = application.getApplicationInfo(channel);
+         EXPECT_EQ(info->getVersion(), 0);
+         EXPECT_EQ(info->getLabel().value_or(""), "JPM-HSM");
+         EXPECT_EQ(info->getTokenFlags(), app::object::IApplicationInfo::PrnGeneration);
+         EXPECT_FALSE(info->getSerialNumber());
+         info->setLabel("JPM");
+         EXPECT_APP_ERROR(application.writeCardObject(channel, *info), app::InvalidDataException,
+                          "serial number required but not found");
+     }},
+    // keyReference 82 in two octets, the key's path the DF.
+    {"be-eid-virtual_prkdf.hex", prkdfFile,
+     [](const Application& application, const card::IChannel& channel) {
+         const auto keys = application.getPrivateKeys(channel);
+         ASSERT_EQ(keys.size(), 2u);
+         const auto& key = as<IPrivateRSAKey>(keys[0]);
+         EXPECT_EQ(key.getLabel().value_or(""), "Authentication");
+         EXPECT_TRUE(key.getNative());
+         EXPECT_EQ(key.getKeyReference().keyReference, 0x82);
+         EXPECT_EQ(key.getModulusLength(), 1024);
+         EXPECT_EQ(key.getKeyValueReference(), (mw::ByteBuffer{0x3F, 0x00, 0xDF, 0x00}));
+         EXPECT_EQ(keys[1]->getUsage(), IKey::NonRepudiation);
+     }},
+    // modulusLength 0, empty paths, usage bits with trailing zeros, a subject.
+    {"es-accv-gyd-smartcafe_prkdf.hex", prkdfFile,
+     [](const Application& application, const card::IChannel& channel) {
+         const auto keys = application.getPrivateKeys(channel);
+         ASSERT_EQ(keys.size(), 2u);
+         EXPECT_EQ(as<IPrivateRSAKey>(keys[0]).getModulusLength(), 0);
+         EXPECT_EQ(keys[0]->getUsage(), 0x1D0);
+         EXPECT_EQ(keys[1]->getKeyId().size(), 24u);
+         EXPECT_EQ(keys[1]->getKeyReference().keyReference, 0x01);
+         EXPECT_TRUE(as<IPrivateRSAKey>(keys[1]).getKeyValueReference().empty());
+         EXPECT_TRUE(keys[1]->getSubjectName());
+     }},
+    {"uy-eid-gemalto_pukdf.hex", pukdfFile,
+     [](const Application& application, const card::IChannel& channel) {
+         const auto& key = as<app::object::IPublicRSAKey>(application.getPublicKeys(channel).at(0));
+         EXPECT_FALSE(key.getNative());
+         EXPECT_EQ(key.getKeyReference().keyReference, 0x01);
+         EXPECT_EQ(key.getModulusLength(), 2048);
+         EXPECT_TRUE(key.getKeyValueReference().empty());
+     }},
+    // Flags of a non-DER encoding, a path to the PIN's DF.
+    {"acos5-64_aodf.hex", aodfFile,
+     [](const Application& application, const card::IChannel& channel) {
+         const auto pin = pinAt(application, channel, 0);
+         EXPECT_EQ(pin->getFlags().value_or(0), 0x03) << "private, modifiable";
+         EXPECT_EQ(pin->getPinFlags(),
+                   IPin::CaseSensitive | IPin::Local | IPin::Initialized | IPin::NeedsPadding);
+         EXPECT_EQ(pin->getPinType(), IPin::AsciiNumeric);
+         EXPECT_EQ(pin->getMaxLength().value_or(0), 8);
+         ASSERT_TRUE(pin->getPath());
+         EXPECT_EQ(pin->getPath()->path, (mw::ByteBuffer{0x3F, 0x00, 0x41, 0x00}));
+     }},
+    // Rules under "always" and one of an ISO 7816-15 mode, which is not shown.
+    {"uy-eid-gemalto_aodf.hex", aodfFile,
+     [](const Application& application, const card::IChannel& channel) {
+         const auto user = pinAt(application, channel, 0), so = pinAt(application, channel, 1);
+         EXPECT_EQ(user->getAuthId(), (mw::ByteBuffer{0xAD, 0x11}));
+         EXPECT_EQ(user->getProtectingAuthId().value_or(mw::ByteBuffer()),
+                   (mw::ByteBuffer{0xAD, 0x81}));
+         EXPECT_EQ(user->getPinFlags(),
+                   IPin::Initialized | IPin::NeedsPadding | IPin::ExchangeRefData);
+         EXPECT_EQ(user->getMaxLength().value_or(0), 8) << "below the stored length 12, as given";
+         EXPECT_EQ(user->getStoredLength(), 12);
+         EXPECT_EQ(user->getLastPinChange().value_or(""), "20131011133817Z");
+         const auto& rules =
+             dynamic_cast<const app::IAccessControlled&>(*user).getAccessControlRules();
+         ASSERT_TRUE(rules && rules->size() == 2u);
+         EXPECT_EQ((*rules)[0].getAccessMode(), app::AccessControlRule::Execute);
+         EXPECT_TRUE(boost::dynamic_pointer_cast<app::AlwaysSecurityCondition>(
+             (*rules)[1].getSecurityCondition()));
+         EXPECT_EQ(so->getPinFlags() & (IPin::UnblockingPin | IPin::SoPin),
+                   IPin::UnblockingPin | IPin::SoPin);
+         EXPECT_EQ(so->getPinReference().value_or(0), 0x81);
+     }},
+};
+
+// What the application does not change stays in the file byte for byte.
+TEST(Samples, LoadWithTheAttributesTheirCardsGaveThem) {
+    AppCard card;
+    for (const auto& sample : samples) {
+        SCOPED_TRACE(sample.file);
+        const mw::ByteBuffer before = put(card, sample.fileId, sample.file);
+        sample.expect(*card.application(), *card.channel);
+        EXPECT_EQ(card.readFile(sample.fileId), before);
+    }
+}
+
+// A label changes in its entry alone: keyReference 82 in two octets, an
+// ACOS PIN's non-DER flags, rules and lastPinChange stay as the card has them.
+// The PINs through the directory file's own list, their only owner.
+TEST(Samples, ARelabelledObjectKeepsEverythingElseByteForByte) {
+    AppCard card;
+    using Listed = boost::shared_ptr<app::object::ICardObject>;
+    const auto pin = [](std::size_t index) {
+        return [index](const Application& application, const card::IChannel& channel) {
+            return Listed(application.getODF()->getAODF()->pins(channel).at(index));
+        };
+    };
+    const struct {
+        const char* file;
+        const mw::ByteBuffer& fileId;
+        std::function<Listed(const Application&, const card::IChannel&)> object;
+        std::string from, to;
+    } relabels[] = {
+        {"be-eid-virtual_prkdf.hex", prkdfFile,
+         [](const Application& application, const card::IChannel& channel) {
+             return Listed(application.getPrivateKeys(channel).at(1));
+         },
+         "Signature", "Signatura"},
+        {"acos5-64_aodf.hex", aodfFile, pin(0), "User", "Usr2"},
+        {"uy-eid-gemalto_aodf.hex", aodfFile, pin(1), "SO PIN", "SO-PIN"},
+    };
+    for (const auto& relabel : relabels) {
+        SCOPED_TRACE(relabel.file);
+        mw::ByteBuffer expected = put(card, relabel.fileId, relabel.file);
+        const auto at =
+            std::search(expected.begin(), expected.end(), relabel.from.begin(), relabel.from.end());
+        ASSERT_NE(at, expected.end());
+        std::copy(relabel.to.begin(), relabel.to.end(), at);
+        const auto application = card.application();
+        const Listed listed = relabel.object(*application, *card.channel);
+        listed->setLabel(relabel.to);
+        application->writeCardObject(*card.channel, *listed);
+        EXPECT_EQ(card.readFile(relabel.fileId), expected);
+    }
+}
+
+} // namespace
