@@ -14,7 +14,7 @@ namespace {
 
 using namespace p15test;
 
-TEST_F(ModuleTest, EveryFunctionIsThereAndTheUnsupportedOnesSaySo) {
+TEST_F(ModuleTest, EveryFunctionAndMechanismIsThereAndTheUnsupportedOnesSaySo) {
     const auto* first = reinterpret_cast<const void* const*>(&f->C_Initialize);
     const auto* last = reinterpret_cast<const void* const*>(&f->C_WaitForSlotEvent);
     for (const auto* entry = first; entry <= last; ++entry) {
@@ -48,6 +48,19 @@ TEST_F(ModuleTest, EveryFunctionIsThereAndTheUnsupportedOnesSaySo) {
     EXPECT_EQ(get(other, nullptr, &found, 0), CKR_ARGUMENTS_BAD);
     EXPECT_EQ(get(name, nullptr, &found, 1 /* fork-safe */), CKR_ARGUMENTS_BAD);
     EXPECT_EQ(list(interfaces, nullptr), CKR_ARGUMENTS_BAD);
+
+    // Every mechanism is the card's (CKF_HW) for the key sizes it takes.
+    CK_MECHANISM_TYPE types[7];
+    count = 6;
+    EXPECT_EQ(f->C_GetMechanismList(0, types, &count), CKR_BUFFER_TOO_SMALL);
+    ASSERT_EQ(f->C_GetMechanismList(0, types, &count), CKR_OK);
+    CK_MECHANISM_INFO info;
+    for (const CK_MECHANISM_TYPE type : types) {
+        ASSERT_EQ(f->C_GetMechanismInfo(0, type, &info), CKR_OK);
+        EXPECT_EQ(std::make_tuple(info.flags & CKF_HW, info.ulMinKeySize, info.ulMaxKeySize),
+                  std::make_tuple(CKF_HW, 1024ul, 2048ul));
+    }
+    EXPECT_EQ(f->C_GetMechanismInfo(0, CKM_SHA256, &info), CKR_MECHANISM_INVALID);
 }
 
 TEST_F(ModuleTest, InitialisationFollowsTheLockingRules) {
