@@ -2,6 +2,8 @@
 
 #include "app/ApplicationException.hpp"
 
+#include <utility>
+
 namespace card {
 namespace crypto {
 namespace spec {
@@ -38,20 +40,14 @@ RsaPrivateCrtKeySpec::RsaPrivateCrtKeySpec(unsigned short modulusBits,
     , dq_(std::move(dq))
     , pInv_(std::move(pInv))
     , qInv_(std::move(qInv)) {
-    if (!fitsHalfModulus(p_, modulusBits)) {
-        APP_THROW(app::InvalidDataException, "invalid crt component size: p");
-    }
-    if (!fitsHalfModulus(q_, modulusBits)) {
-        APP_THROW(app::InvalidDataException, "invalid crt component size: q");
-    }
-    if (!fitsHalfModulus(dp_, modulusBits) || !fitsHalfModulus(dq_, modulusBits)) {
-        APP_THROW(app::InvalidDataException, "invalid crt component size: dp");
-    }
-    if (!fitsHalfModulus(pInv_, modulusBits)) {
-        APP_THROW(app::InvalidDataException, "invalid crt component size: p_inv");
-    }
-    if (!fitsHalfModulus(qInv_, modulusBits)) {
-        APP_THROW(app::InvalidDataException, "invalid crt component size: q_inv");
+    const std::pair<const mw::ByteBuffer&, const char*> components[] = {
+        {p_, "invalid crt component size: p"},        {q_, "invalid crt component size: q"},
+        {dp_, "invalid crt component size: dp"},      {dq_, "invalid crt component size: dq"},
+        {pInv_, "invalid crt component size: p_inv"}, {qInv_, "invalid crt component size: q_inv"}};
+    for (const auto& [component, refusal] : components) {
+        if (!fitsHalfModulus(component, modulusBits)) {
+            APP_THROW(app::InvalidDataException, refusal);
+        }
     }
 }
 

@@ -27,7 +27,8 @@ TEST(RsaPrivateCrtKeySpecTest, EachComponentIsCheckedAgainstHalfTheModulus) {
         {0, signedEncoding, ""},
         {0, filled(65), "invalid crt component size: p"},
         {1, ByteBuffer(), "invalid crt component size: q"},
-        {3, filled(65), "invalid crt component size: dp"},
+        {2, filled(65), "invalid crt component size: dp"},
+        {3, filled(65), "invalid crt component size: dq"},
         {4, filled(100), "invalid crt component size: p_inv"},
         {5, ByteBuffer(64), "invalid crt component size: q_inv"},
     };
