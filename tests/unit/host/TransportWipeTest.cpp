@@ -1,19 +1,70 @@
 // Copies of a VERIFY command are zeroed before being freed: freed blocks are searched for it.
 #include "CardFixture.hpp"
-#include "FreeHook.hpp"
 
 #include "host/vcard/VirtualCardTransport.hpp"
 #include "vcard/VirtualCard.hpp"
 
+#include <algorithm>
+#include <atomic>
 #include <boost/make_shared.hpp>
+#include <cstdlib>
+#include <malloc.h>
+#include <new>
 #include <unistd.h>
+
+namespace {
+
+std::atomic<bool> watching{false};
+std::atomic<bool> secretFreed{false};
+const unsigned char secret[] = {0x00, 0x20, 0x00, 0x01, 0x08, '9', '7',
+                                '5',  '3',  '1',  '0',  0xFF, 0xFF};
+
+void inspectFreed(void* block) {
+    if (!watching || block == nullptr) {
+        return;
+    }
+    const auto* bytes = static_cast<const unsigned char*>(block);
+    const auto* end = bytes + malloc_usable_size(block);
+    if (std::search(bytes, end, std::begin(secret), std::end(secret)) != end) {
+        secretFreed = true;
+    }
+}
+
+} // namespace
+
+void* operator new(std::size_t size) {
+    if (void* block = std::malloc(size == 0 ? 1 : size)) {
+        return block;
+    }
+    throw std::bad_alloc();
+}
+void operator delete(void* block) noexcept {
+    inspectFreed(block);
+    std::free(block);
+}
+void operator delete(void* block, std::size_t) noexcept {
+    inspectFreed(block);
+    std::free(block);
+}
 
 namespace hosttest {
 namespace {
 
-using namespace std::string_view_literals;
+// Runs `action` while freed blocks are searched; true when one held the command.
+template <class Action> bool freesThePin(const Action& action) {
+    secretFreed = false;
+    watching = true;
+    try {
+        action();
+    } catch (...) {
+        watching = false;
+        throw;
+    }
+    watching = false;
+    return secretFreed;
+}
 
-TEST(TransportWipeTest, NoReleasedBlockHoldsAVerifyCommandTheCardFailedInTheMiddleOf) {
+TEST(TransportWipeTest, CommandIsWipedWhenTheCardFailsInTheMiddle) {
     char dir[] = "/tmp/p15-wipe-XXXXXX";
     ASSERT_NE(mkdtemp(dir), nullptr);
     const std::string image = std::string(dir) + "/card.json";
@@ -25,21 +76,24 @@ TEST(TransportWipeTest, NoReleasedBlockHoldsAVerifyCommandTheCardFailedInTheMidd
     card.selectApplication(*channel, host::iso7816::pkcs15Aid());
     const auto pins = boost::dynamic_pointer_cast<card::service::IPinManagementService>(
         card.getInterface("PinManagementService"));
+    const mw::ByteBuffer wrongPin = paddedPin("975310");
 
-    const std::string_view verify = "\x00\x20\x00\x01\x08"
-                                    "975310\xFF\xFF"sv;
-    freehook::lookFor(verify);
-    std::vector<char>(verify.begin(), verify.end()); // the search sees an unwiped copy
-    EXPECT_EQ(freehook::blocksFreedHoldingSecret(), 1u);
+    // The detector sees an unwiped copy.
+    EXPECT_TRUE(
+        freesThePin([] { std::vector<unsigned char>(std::begin(secret), std::end(secret)); }));
 
     // A wrong PIN costs a try, which the card saves: it "crashes" while saving.
     virtualCard->instrumentation().crashAtSavePoint(vcard::SavePoint::HalfWritten);
-    freehook::lookFor(verify);
-    EXPECT_THROW(pins->authenticate(*channel, pinReference(0x01), paddedPin("975310")),
-                 vcard::SimulatedCrash);
-    const std::size_t leaked = freehook::blocksFreedHoldingSecret();
-    freehook::lookFor("");
-    EXPECT_EQ(leaked, 0u) << "a copy of the VERIFY command was freed without being zeroed";
+    bool crashed = false;
+    const bool leaked = freesThePin([&] {
+        try {
+            pins->authenticate(*channel, pinReference(0x01), wrongPin);
+        } catch (const vcard::SimulatedCrash&) {
+            crashed = true;
+        }
+    });
+    EXPECT_TRUE(crashed);
+    EXPECT_FALSE(leaked) << "a copy of the VERIFY command was freed without being zeroed";
     std::remove(image.c_str());
     rmdir(dir);
 }
