@@ -1,6 +1,7 @@
 #include "app/pkcs15/detail/AlgorithmReference.hpp"
 
 #include "app/pkcs15/oss/Codec.hpp"
+#include "app/pkcs15/oss/DerReader.hpp"
 
 #include <algorithm>
 
@@ -35,13 +36,6 @@ bool serves(const oss::AlgorithmInfo& info, KeyOperation operation) {
            (namesNoOperation(info.supportedOperations) || hasBit(info.supportedOperations, bit));
 }
 
-std::optional<unsigned char> oneByte(oss::Integer reference) {
-    if (reference < 0 || reference > 0xFF) {
-        return std::nullopt;
-    }
-    return static_cast<unsigned char>(reference);
-}
-
 bool listed(const std::vector<std::uint32_t>& references, oss::Integer reference) {
     return std::find(references.begin(), references.end(), reference) != references.end();
 }
@@ -55,14 +49,14 @@ cardAlgorithmReference(const std::vector<oss::AlgorithmInfo>& stated,
     const bool keyLists = keyReferences && !keyReferences->empty();
     for (const oss::AlgorithmInfo& info : stated) {
         if (serves(info, operation) && (!keyLists || listed(*keyReferences, info.reference))) {
-            return oneByte(info.algRef.value_or(info.reference));
+            return oss::oneByteReference(info.algRef.value_or(info.reference));
         }
     }
     const bool described =
         keyLists && std::any_of(stated.begin(), stated.end(),
                                 [&](const auto& i) { return listed(*keyReferences, i.reference); });
     if (keyLists && !described) {
-        return oneByte(keyReferences->front());
+        return oss::oneByteReference(keyReferences->front());
     }
     return std::nullopt;
 }

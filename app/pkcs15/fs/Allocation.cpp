@@ -6,6 +6,7 @@
 #include "app/pkcs15/fs/DODF.hpp"
 #include "app/pkcs15/fs/DirectoryFile.hpp"
 #include "app/pkcs15/fs/ODF.hpp"
+#include "app/pkcs15/oss/DerReader.hpp"
 
 #include <boost/exception/get_error_info.hpp>
 #include <cstring>
@@ -65,10 +66,12 @@ card::service::KeyRef freeKeyReference(const P15File& file, const card::IChannel
 
 bool rsaKeyRef(const oss::CommonKeyAttributes& common, const oss::ObjectValue& value,
                oss::Integer modulusLength, card::service::KeyRef& ref) {
-    if (!common.keyReference || *common.keyReference < 0 || *common.keyReference > 0xFF) {
+    const std::optional<unsigned char> reference =
+        common.keyReference ? oss::oneByteReference(*common.keyReference) : std::nullopt;
+    if (!reference) {
         return false;
     }
-    ref.keyReference = static_cast<unsigned char>(*common.keyReference);
+    ref.keyReference = *reference;
     ref.modulusBits = static_cast<unsigned short>(modulusLength);
     const oss::Path* path = indirectPath(value);
     ref.fileId = path ? mw::ByteBuffer(path->path) : mw::ByteBuffer();

@@ -86,11 +86,10 @@ boost::optional<unsigned char> keyReferenceIn(const mw::ByteBuffer& keyEntry) {
         const oss::Tlv keyAttributes = components.next();
         oss::CommonKeyAttributes attributes;
         oss::decode(keyAttributes.begin, keyAttributes.totalSize, attributes);
-        const auto& reference = attributes.keyReference;
-        if (!reference || *reference < 0 || *reference > 0xFF) {
-            return boost::none;
-        }
-        return static_cast<unsigned char>(*reference);
+        const std::optional<unsigned char> reference =
+            attributes.keyReference ? oss::oneByteReference(*attributes.keyReference)
+                                    : std::nullopt;
+        return reference ? boost::make_optional(*reference) : boost::none;
     } catch (const app::InvalidDataException&) {
         return boost::none;
     }

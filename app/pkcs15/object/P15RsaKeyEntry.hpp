@@ -10,6 +10,7 @@
 #include "app/pkcs15/fs/Allocation.hpp"
 #include "app/pkcs15/object/CommonAttributes.hpp"
 #include "app/pkcs15/oss/Asn1Types.hpp"
+#include "app/pkcs15/oss/DerReader.hpp"
 #include "card/service/FileCreationParams.hpp"
 #include "card/service/KeyRef.hpp"
 #include "mw/ByteBuffer.hpp"
@@ -95,7 +96,7 @@ template <class RsaObject>
 bool loadRsaKeyObject(const RsaObject& value, app::object::AbstractKey& key,
                       const RsaKeyHolders& holders, card::service::KeyRef& ref) {
     const boost::optional<oss::Integer>& reference = value.classAttributes.keyReference;
-    if (reference && (*reference < 0 || *reference > 0xFF)) {
+    if (reference && !oss::oneByteReference(*reference)) {
         APP_THROW_DATA(InvalidDataException, "key reference beyond one byte", *reference);
     }
     loadKeyAttributes(value.commonObjectAttributes, value.classAttributes, key);

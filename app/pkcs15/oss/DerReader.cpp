@@ -188,6 +188,13 @@ Integer readReference(DerReader& reader, std::uint32_t expected) {
     return value < 0 && value >= -0x80 ? value + 0x100 : value;
 }
 
+std::optional<unsigned char> oneByteReference(Integer reference) {
+    if (reference < 0 || reference > 0xFF) {
+        return std::nullopt;
+    }
+    return static_cast<unsigned char>(reference);
+}
+
 bool readBoolean(DerReader& reader, std::uint32_t expected) {
     const Tlv tlv = reader.expect(expected);
     if (tlv.contentSize != 1) {

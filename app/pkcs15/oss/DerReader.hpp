@@ -6,6 +6,7 @@
 #include <bitset>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace app::pkcs15::oss {
@@ -111,6 +112,8 @@ Integer readInteger(DerReader& reader, std::uint32_t expected = tag::integer);
 // references above 127 in one octet (02 01 81), which as a signed INTEGER
 // would be negative: a one-octet value is taken as the unsigned octet it is.
 Integer readReference(DerReader& reader, std::uint32_t expected = tag::integer);
+// A reference as the card's commands carry it, in one byte; none outside 0..255.
+std::optional<unsigned char> oneByteReference(Integer reference);
 bool readBoolean(DerReader& reader, std::uint32_t expected = tag::boolean);
 BitString readBitString(DerReader& reader, std::uint32_t expected = tag::bitString);
 Bytes readOctetString(DerReader& reader, std::uint32_t expected = tag::octetString);
