@@ -69,9 +69,12 @@ private:
         LONG rv = call();
         for (int resets = 0;
              (rv == SCARD_W_RESET_CARD || rv == SCARD_E_PROTO_MISMATCH) && resets < 100; ++resets) {
-            check(SCardReconnect(card_, SCARD_SHARE_SHARED, anyProtocol, SCARD_LEAVE_CARD,
-                                 &protocol_),
-                  "SCardReconnect");
+            // A reset still under way fails the reconnection the same way: try again.
+            const LONG reconnected = SCardReconnect(card_, SCARD_SHARE_SHARED, anyProtocol,
+                                                    SCARD_LEAVE_CARD, &protocol_);
+            if (reconnected != SCARD_W_RESET_CARD && reconnected != SCARD_E_PROTO_MISMATCH) {
+                check(reconnected, "SCardReconnect");
+            }
             rv = call();
         }
         return rv;
