@@ -27,7 +27,7 @@ CK_RV begin(Session& session, Token& token, Kind kind, CK_MECHANISM_PTR mechanis
     if (privateKeyWork && token.loggedIn() != CKU_USER) {
         return CKR_USER_NOT_LOGGED_IN;
     }
-    session.operation.emplace(kind, *mechanism, token.object(key, CKR_KEY_HANDLE_INVALID));
+    session.operation.emplace(kind, *mechanism, token.object(key, CKR_KEY_HANDLE_INVALID), token);
     return CKR_OK;
 }
 
@@ -156,8 +156,8 @@ namespace {
 // The signature of everything given so far, made by the card.
 Outcome signature(Operation& operation, Token& token, CK_BYTE_PTR out, CK_ULONG_PTR outLength) {
     const auto sign = [&] {
-        const mw::ByteBuffer made =
-            token.sign(operationKey(token, operation), operation.signingInput());
+        const mw::ByteBuffer made = token.sign(operationKey(token, operation),
+                                               operation.signingInput(), operation.cardAlgorithm());
         return Bytes(made.begin(), made.end());
     };
     return deliver(operation, out, outLength, sign, operation.blockSize());
@@ -208,7 +208,8 @@ CK_RV p15_Decrypt(CK_SESSION_HANDLE handle, CK_BYTE_PTR data, CK_ULONG length, C
                     throw Failure(CKR_ENCRYPTED_DATA_LEN_RANGE);
                 }
                 const mw::ByteBuffer plain =
-                    token.decipher(operationKey(token, operation), bufferOf(data, length));
+                    token.decipher(operationKey(token, operation), bufferOf(data, length),
+                                   operation.cardAlgorithm());
                 return Bytes(plain.begin(), plain.end());
             });
         });

@@ -12,6 +12,7 @@
 #include "cryptoapi/detail/Pkcs1.hpp"
 #include "pkcs11/Errors.hpp"
 #include "pkcs11/Object.hpp"
+#include "pkcs11/Token.hpp"
 
 #include <cstring>
 #include <string.h>
@@ -73,14 +74,18 @@ std::unique_ptr<cryptoapi::PublicKey> softwareKey(Object& key) {
 
 } // namespace
 
-Operation::Operation(Kind kind, const CK_MECHANISM& mechanism, Object& key)
+Operation::Operation(Kind kind, const CK_MECHANISM& mechanism, Object& key, Token& token)
     : kind_(kind)
     , key_(key.handle()) {
     const Requirement required = requirementOf(kind);
-    mechanism_ = &mechanismFor(mechanism.mechanism, required.use);
-    if (mechanism.pParameter || mechanism.ulParameterLen) {
-        throw Failure(CKR_MECHANISM_PARAM_INVALID, "RSA PKCS#1 v1.5 takes no parameter");
+    mechanism_ = &mechanismFor(mechanism.mechanism);
+    const bool cardHalf = required.use & cardFlags;
+    if (!(offeredFlags(*mechanism_, cardHalf && token.performs(*mechanism_)) & required.use)) {
+        throw Failure(CKR_MECHANISM_INVALID);
     }
+    Parameters parameters = parametersOf(*mechanism_, mechanism);
+    algorithm_ = std::move(parameters.algorithm);
+    hash_ = parameters.hash;
     const CK_ATTRIBUTE wanted[] = {{CKA_CLASS, nullptr, 0}, {required.permission, nullptr, 0}};
     const Attributes& attributes = key.attributesFor(wanted, 2);
     if (key.objectClass() != required.keyClass ||
@@ -90,21 +95,35 @@ Operation::Operation(Kind kind, const CK_MECHANISM& mechanism, Object& key)
     if (!boolAttribute(attributes, required.permission)) {
         throw Failure(CKR_KEY_FUNCTION_NOT_PERMITTED);
     }
-    const CK_ULONG bits = ulongAttribute(attributes, CKA_MODULUS_BITS);
-    if (bits < smallestKeyBits || bits > largestKeyBits) {
-        throw Failure(CKR_KEY_SIZE_RANGE);
-    }
-    blockSize_ = (bits + 7) / 8;
+    takeKeySize(ulongAttribute(attributes, CKA_MODULUS_BITS));
     if (kind == Kind::Verify || kind == Kind::Encrypt) {
         publicKey_ = softwareKey(key);
     }
     if (kind == Kind::Verify) {
-        verifier_.reset(cryptoapi::Signature::getInstance(mechanism_->signatureOid));
+        verifier_.reset(cryptoapi::Signature::getInstance(algorithm_));
         verifier_->initVerify(*publicKey_);
     }
-    if (kind == Kind::Sign && multiPart()) {
+    if (multiPart() && (kind == Kind::Sign || hash_)) {
         digest_.reset(cryptoapi::MessageDigest::getInstance(mechanism_->digestOid));
     }
+}
+
+// RSA-PSS encodes the hash and a salt as long into the modulus less one bit,
+// RSAES-OAEP two hashes into the modulus: each with two bytes to spare.
+void Operation::takeKeySize(CK_ULONG bits) {
+    if (bits < smallestKeyBits || bits > largestKeyBits) {
+        throw Failure(CKR_KEY_SIZE_RANGE);
+    }
+    blockSize_ = (bits + 7) / 8;
+    const std::size_t room = mechanism_->padding == Padding::Pss ? bits / 8 : blockSize_;
+    if (hash_ && room < 2 * hash_->length + 2) {
+        throw Failure(CKR_KEY_SIZE_RANGE, "the key is too small for the hash");
+    }
+}
+
+const std::string& Operation::cardAlgorithm() const {
+    static const std::string rsaEncryption = "1.2.840.113549.1.1.1";
+    return mechanism_->padding == Padding::Pkcs1 ? rsaEncryption : algorithm_;
 }
 
 // A result waiting for the caller's buffer may be a deciphered secret.
@@ -116,13 +135,28 @@ Operation::~Operation() {
 Operation::Operation(Operation&&) noexcept = default;
 Operation& Operation::operator=(Operation&&) noexcept = default;
 
+// The most the caller's bytes can be when the module does not hash them.
+std::size_t Operation::inputLimit() const {
+    switch (mechanism_->padding) {
+    case Padding::Pkcs1:
+        return blockSize_ - 11;
+    case Padding::Pss:
+        return hash_->length;
+    case Padding::Oaep:
+        break;
+    }
+    return blockSize_ - 2 * hash_->length - 2;
+}
+
 void Operation::update(const Bytes& part) {
-    if (verifier_) {
-        verifier_->update(part.data(), part.size());
-    } else if (digest_) {
+    if (digest_) {
         digest_->update(part.data(), part.size());
-    } else if (collected_.size() + part.size() > blockSize_ - 11) {
-        throw Failure(CKR_DATA_LEN_RANGE, "PKCS#1 v1.5 signs at most the modulus length less 11");
+    } else if (verifier_ && !hash_) {
+        verifier_->update(part.data(), part.size());
+    } else if (collected_.size() + part.size() > inputLimit()) {
+        throw Failure(CKR_DATA_LEN_RANGE,
+                      hash_ ? "RSA-PSS signs a hash of the mechanism's length"
+                            : "PKCS#1 v1.5 signs at most the modulus length less 11");
     } else {
         collected_.insert(collected_.end(), part.begin(), part.end());
     }
@@ -130,12 +164,17 @@ void Operation::update(const Bytes& part) {
 
 mw::ByteBuffer Operation::signingInput() {
     if (!digest_) {
+        if (hash_ && collected_.size() != hash_->length) {
+            throw Failure(CKR_DATA_LEN_RANGE, "RSA-PSS signs a hash of the mechanism's length");
+        }
         return mw::ByteBuffer(collected_);
     }
     std::size_t length = 0;
     const std::unique_ptr<unsigned char[]> hash(digest_->digest(length));
-    std::vector<unsigned char> input =
-        cryptoapi::detail::digestInfoPrefix(mechanism_->digestOid, length);
+    std::vector<unsigned char> input;
+    if (!hash_) {
+        input = cryptoapi::detail::digestInfoPrefix(mechanism_->digestOid, length);
+    }
     input.insert(input.end(), hash.get(), hash.get() + length);
     return mw::ByteBuffer(input);
 }
@@ -144,15 +183,18 @@ bool Operation::verify(const Bytes& signature) {
     if (signature.size() != blockSize_) {
         throw Failure(CKR_SIGNATURE_LEN_RANGE);
     }
+    if (hash_) {
+        const mw::ByteBuffer hash = signingInput();
+        verifier_->update(hash.data(), hash.size());
+    }
     return verifier_->verify(signature.data(), signature.size());
 }
 
 Bytes Operation::encrypt(const Bytes& data) {
-    if (data.size() > blockSize_ - 11) {
-        throw Failure(CKR_DATA_LEN_RANGE, "PKCS#1 v1.5 takes at most the modulus length less 11");
+    if (data.size() > inputLimit()) {
+        throw Failure(CKR_DATA_LEN_RANGE, "the message is too long for the key and its padding");
     }
-    const std::unique_ptr<cryptoapi::Cipher> cipher(
-        cryptoapi::Cipher::getInstance(mechanism_->signatureOid));
+    const std::unique_ptr<cryptoapi::Cipher> cipher(cryptoapi::Cipher::getInstance(algorithm_));
     cipher->init(cryptoapi::Cipher::ENCRYPT_MODE, *publicKey_);
     std::size_t length = 0;
     const std::unique_ptr<unsigned char[]> out(cipher->doFinal(length, data.data(), data.size()));

@@ -5,6 +5,7 @@
 #include "app/object/IPin.hpp"
 #include "card/IChannel.hpp"
 #include "mw/ByteBuffer.hpp"
+#include "pkcs11/Mechanisms.hpp"
 #include "pkcs11/Object.hpp"
 
 #include <boost/shared_ptr.hpp>
@@ -103,8 +104,14 @@ public:
 
     // Private-key work on the card with the key of `object`, and the card's
     // random numbers (TokenCrypto.cpp).
-    mw::ByteBuffer sign(const Object& key, const mw::ByteBuffer& input);
-    mw::ByteBuffer decipher(const Object& key, const mw::ByteBuffer& cipherText);
+    // `algorithm` is the plugin's name of the signature or cipher algorithm.
+    mw::ByteBuffer sign(const Object& key, const mw::ByteBuffer& input,
+                        const std::string& algorithm);
+    mw::ByteBuffer decipher(const Object& key, const mw::ByteBuffer& cipherText,
+                            const std::string& algorithm);
+    // Whether the card performs the mechanism's private-key half; asked of
+    // the plugin once per card.
+    bool performs(const Mechanism& mechanism);
     mw::ByteBuffer random(std::size_t count);
 
     const card::IChannel& channel() const;
@@ -130,6 +137,11 @@ private:
     mw::ByteBuffer padded(const app::object::IPin& pin, const mw::ByteBuffer& value) const;
 
     std::vector<std::unique_ptr<Object>>& objects();
+    // Adds an object the token has just stored on the card.
+    void keep(std::unique_ptr<Object> object);
+    // Gives a key object CKA_ALLOWED_MECHANISMS: what the token does with a
+    // key of its class and usage (TokenCrypto.cpp).
+    void offerMechanisms(Object& object);
     // Whether an object other than `except`, of `objectClass` or of any
     // class, has the CKA_ID `id`.
     bool idTaken(const Bytes& id, std::optional<CK_OBJECT_CLASS> objectClass = std::nullopt,
@@ -162,6 +174,8 @@ private:
 
     std::optional<std::vector<std::unique_ptr<Object>>> objects_;
     CK_OBJECT_HANDLE nextHandle_;
+    // What the card was found to perform, by mechanism.
+    std::map<CK_MECHANISM_TYPE, bool> performed_;
 };
 
 // A text padded with blanks into a fixed-size CK_UTF8CHAR field, cut at a

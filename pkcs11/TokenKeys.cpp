@@ -91,8 +91,8 @@ Token::generateKeyPair(const KeyPairRequest& request) {
     publicKey->setModulusLength(request.bits);
     application_->getKeyPairGenerator(rsaEncryption)->generate(channel(), privateKey, publicKey);
 
-    list.push_back(publicKeyObject(publicKey, nextHandle_++, *repository_, channel()));
-    list.push_back(privateKeyObject(privateKey, publicKey, nextHandle_++, *repository_, channel()));
+    keep(publicKeyObject(publicKey, nextHandle_++, *repository_, channel()));
+    keep(privateKeyObject(privateKey, publicKey, nextHandle_++, *repository_, channel()));
     return {list[list.size() - 2]->handle(), list.back()->handle()};
 }
 
@@ -176,10 +176,10 @@ CK_OBJECT_HANDLE Token::createObject(const CK_ATTRIBUTE* entries, CK_ULONG count
         repository_->writeCardObject(channel(), *certificate);
         // Listed as a fresh listing would: with its public key when no entry has it.
         const bool hasPublicKey = idTaken(given.bytes(CKA_ID), CKO_PUBLIC_KEY);
-        list.push_back(certificateObject(certificate, nextHandle_++, *repository_, channel()));
+        keep(certificateObject(certificate, nextHandle_++, *repository_, channel()));
         const CK_OBJECT_HANDLE stored = list.back()->handle();
         if (!hasPublicKey) {
-            list.push_back(certifiedKeyObject(certificate, nextHandle_++, *repository_, channel()));
+            keep(certifiedKeyObject(certificate, nextHandle_++, *repository_, channel()));
         }
         return stored;
     }
@@ -200,7 +200,7 @@ CK_OBJECT_HANDLE Token::createObject(const CK_ATTRIBUTE* entries, CK_ULONG count
             data->setApplicationOid(oidContent);
         }
         repository_->writeCardObject(channel(), *data);
-        list.push_back(dataObject(data, nextHandle_++, *repository_, channel()));
+        keep(dataObject(data, nextHandle_++, *repository_, channel()));
         break;
     }
     default:

@@ -11,8 +11,16 @@ namespace pkcs11 {
 Objects& Token::objects() {
     if (!objects_) {
         objects_ = listObjects(*repository_, channel(), nextHandle_);
+        for (const auto& object : *objects_) {
+            offerMechanisms(*object);
+        }
     }
     return *objects_;
+}
+
+void Token::keep(std::unique_ptr<Object> object) {
+    offerMechanisms(*object);
+    objects().push_back(std::move(object));
 }
 
 bool Token::isVisible(const Object& object) const {

@@ -36,6 +36,13 @@ bool contains(const std::vector<std::string>& list, const std::string& oid) {
     return std::find(list.begin(), list.end(), oid) != list.end();
 }
 
+// An algorithm with a hash parameter, "<algorithm>/<hash>" (RSA-PSS,
+// RSAES-OAEP), is the card's when the card lists the algorithm; whether the
+// card takes that hash is the card layer's to say.
+bool cardPerforms(const std::vector<std::string>& list, const std::string& oid) {
+    return contains(list, oid) || contains(list, oid.substr(0, oid.find('/')));
+}
+
 } // namespace
 
 std::vector<std::string> P15Application::listedAlgorithms() const {
@@ -69,7 +76,8 @@ P15Application::getMessageDigest(const std::string&) const {
     APP_THROW(OperationNotSupportedException, "getMessageDigest not supported");
 }
 
-// The card performs what it lists, and for the rest of the table the engine
+// The card performs what it lists (RSA-PSS of a hash the caller made among
+// them), and for the rest of the table the engine
 // hashes and the card signs the DigestInfo with raw RSA; a message that a
 // card which hashes cannot take goes the second way too.
 boost::shared_ptr<crypto::ISignature> P15Application::getSignature(const std::string& oid) const {
@@ -81,7 +89,7 @@ boost::shared_ptr<crypto::ISignature> P15Application::getSignature(const std::st
     auto rawRsa = contains(algorithms, rsaEncryption)
                       ? cryptographyService_->getSignature(rsaEncryption)
                       : nullptr;
-    if (contains(algorithms, oid)) {
+    if (cardPerforms(algorithms, oid)) {
         auto cardSignature = cryptographyService_->getSignature(oid);
         if (!cardSignature) {
             APP_THROW(ApplicationException,
@@ -109,7 +117,7 @@ boost::shared_ptr<crypto::ISignature> P15Application::getSignature(const std::st
 boost::shared_ptr<crypto::ICipher> P15Application::getCipher(const std::string& oid) const {
     mw::Log log(typeid(*this), BOOST_CURRENT_FUNCTION);
     auto cardCipher =
-        contains(cardAlgorithms(), oid) ? cryptographyService_->getCipher(oid) : nullptr;
+        cardPerforms(cardAlgorithms(), oid) ? cryptographyService_->getCipher(oid) : nullptr;
     if (!cardCipher) {
         APP_THROW(ApplicationException, "failed to get cipher algorithm implementation for oid");
     }

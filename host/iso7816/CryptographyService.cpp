@@ -17,7 +17,7 @@ CryptographyService::CryptographyService(boost::shared_ptr<FileSelection> select
 boost::shared_ptr<card::service::ICardSignature>
 CryptographyService::getSignature(const std::string& oid) const {
     const RsaAlgorithm* algorithm = findSignatureAlgorithm(oid);
-    if (algorithm == nullptr || (oid != rsaEncryptionOid && !algorithms_->contains(oid))) {
+    if (!performs(algorithm)) {
         return nullptr;
     }
     return boost::make_shared<RsaCardOperation>(selection_, *algorithm, listsAlgorithms());
@@ -25,10 +25,18 @@ CryptographyService::getSignature(const std::string& oid) const {
 
 boost::shared_ptr<card::service::ICardCipher>
 CryptographyService::getCipher(const std::string& oid) const {
-    if (oid != rsaEncryptionOid) {
+    const RsaAlgorithm* algorithm = findCipherAlgorithm(oid);
+    if (!performs(algorithm)) {
         return nullptr;
     }
-    return boost::make_shared<RsaCardOperation>(selection_, rsaEncryption(), listsAlgorithms());
+    return boost::make_shared<RsaCardOperation>(selection_, *algorithm, listsAlgorithms());
+}
+
+// Plain RSA is taken for granted: a card without a list of its own still
+// signs DigestInfos and deciphers PKCS#1 v1.5.
+bool CryptographyService::performs(const RsaAlgorithm* algorithm) const {
+    return algorithm != nullptr && (algorithm->oid == rsaEncryptionOid ||
+                                    algorithms_->contains(listedIdentifier(algorithm->oid)));
 }
 
 bool CryptographyService::listsAlgorithms() const {

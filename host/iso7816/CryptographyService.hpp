@@ -8,11 +8,13 @@
 namespace host {
 namespace iso7816 {
 
+struct RsaAlgorithm;
+
 /// Hands out the card's private-key operations (signatures: rsaEncryption,
-/// and the hash-and-sign algorithms of the profile that the card lists;
-/// deciphering: rsaEncryption; every caller gets its own, bound by its own
-/// init) and its random source. The profile's algorithm references go to a
-/// card that lists its algorithms; to any other, only the references the
+/// and the hash-and-sign and RSA-PSS algorithms of the profile that the card
+/// lists; deciphering: rsaEncryption, and RSAES-OAEP when the card lists it;
+/// every caller gets its own, bound by its own init) and its random source. The profile's algorithm
+/// references go to a card that lists its algorithms; to any other, only the references the
 /// caller's KeyRef carries.
 class CryptographyService : public card::service::ICryptographyService {
 public:
@@ -26,6 +28,7 @@ public:
 
 private:
     bool listsAlgorithms() const;
+    bool performs(const RsaAlgorithm* algorithm) const;
 
     boost::shared_ptr<FileSelection> selection_;
     boost::shared_ptr<const AlgorithmList> algorithms_;

@@ -10,18 +10,26 @@ namespace iso7816 {
 extern const std::string rsaEncryptionOid;
 
 // An RSA algorithm of the card profile and its algorithm reference in
-// MANAGE SECURITY ENVIRONMENT.
+// MANAGE SECURITY ENVIRONMENT. An algorithm with a hash parameter (RSA-PSS,
+// RSAES-OAEP) is named "<algorithm>/<hash>"; the card lists the algorithm
+// alone and performs it with each hash of the profile.
 struct RsaAlgorithm {
     std::string oid;
     unsigned char reference;
 };
 
-// The signature algorithm of the profile with this dotted identifier: raw
-// rsaEncryption, or SHA-1 to SHA-512 with RSA hashed by the card; null for
-// any other.
+// The signature algorithm of the profile with this identifier: raw
+// rsaEncryption, SHA-1 to SHA-512 with RSA hashed by the card, or RSA-PSS
+// of a SHA-256, SHA-384 or SHA-512 hash; null for any other.
 const RsaAlgorithm* findSignatureAlgorithm(const std::string& oid);
-// rsaEncryption, the one deciphering algorithm.
-const RsaAlgorithm& rsaEncryption();
+
+// The deciphering algorithm of the profile with this identifier:
+// rsaEncryption, or RSAES-OAEP with SHA-1 or SHA-256; null for any other.
+const RsaAlgorithm* findCipherAlgorithm(const std::string& oid);
+
+// What a card lists when it performs the algorithm: the identifier without
+// its hash parameter.
+std::string listedIdentifier(const std::string& oid);
 
 } // namespace iso7816
 } // namespace host

@@ -33,7 +33,7 @@ void RsaCardOperation::init(const card::IChannel& channel, const card::service::
     mw::ByteBuffer environment{keyReferenceTag, 0x01, key.keyReference};
     std::optional<unsigned char> reference = key.algorithmReference;
     if (!reference && profileReferences_) {
-        reference = mode == Sign ? algorithm_.reference : rsaEncryption().reference;
+        reference = algorithm_.reference;
     }
     if (reference) {
         environment.append({algorithmTag, 0x01, *reference});
