@@ -1,0 +1,168 @@
+#!/bin/sh
+# Logging in with the card's key through the programs users log in with, each
+# with its default settings, against servers on loopback that trust the card's
+# self-signed certificate: openssl s_client (TLS 1.3 and 1.2), curl and
+# gnutls-cli (TLS 1.3) against openssl s_server, ssh against an sshd of its
+# own (root only), S/MIME signatures with openssl cms, and RSA-PSS signatures
+# and RSAES-OAEP decipherment through the OpenSSL PKCS#11 engine.
+# Usage: login-test.sh MODULE P15TOOL
+# Exit 77 (skipped) when a client is not installed, or after every other
+# proof when sshd cannot be started (not root).
+set -eu
+module=$(realpath "$1")
+p15tool=$2
+for tool in openssl curl gnutls-cli ssh ssh-keygen shuf setsid; do
+    command -v $tool >/dev/null || { echo "skipped: $tool not installed (scripts/install-deps)"; exit 77; }
+done
+openssl engine pkcs11 >/dev/null 2>&1 ||
+    { echo "skipped: no OpenSSL pkcs11 engine (libengine-pkcs11-openssl)"; exit 77; }
+
+work=$(mktemp -d)
+pid=
+trap '[ -z "$pid" ] || kill "$pid" 2>/dev/null || true; rm -rf "$work"' EXIT
+trap 'exit 1' INT TERM
+sh "$(dirname "$0")/make-test-card.sh" "$p15tool" "$work/card.json" "$work"
+"$p15tool" --card "$work/card.json" cert read --id 4501 --out "$work/card.pem"
+"$p15tool" --card "$work/card.json" key export --id 4501 --out "$work/card-pub.pem"
+openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -days 1 -subj /CN=localhost \
+    -addext subjectAltName=IP:127.0.0.1 -keyout "$work/server.key" -out "$work/server.pem" 2>/dev/null
+export P15KIT_PKCS11_CARD="$work/card.json" P15KIT_PKCS11_PCSC=off PKCS11_MODULE_PATH="$module"
+key='pkcs11:object=Signing%20key;type=private;pin-value=123456'
+engine() { timeout 20 openssl "$@" -engine pkcs11 -keyform engine 2>>"$work/$step.client-errors"; }
+
+# A step's logs are $work/STEP.*; a failure prints them.
+fail() {
+    echo "FAILED ($step): $*"
+    for log in "$work/$step".*; do [ ! -e "$log" ] || { echo "--- ${log##*/}"; cat "$log"; }; done
+    exit 1
+}
+
+# Starts FUNCTION ARGS in the background on a random loopback port ($port),
+# until its log shows READY; another port when it exits first (port taken).
+start() {
+    ready=$1
+    shift
+    for try in 1 2 3 4 5; do
+        port=$(shuf -i 20000-60999 -n 1)
+        : >"$work/$step.server"
+        "$@" >"$work/$step.server" 2>&1 &
+        pid=$!
+        for i in $(seq 50); do
+            ! grep -q "$ready" "$work/$step.server" && kill -0 $pid 2>/dev/null || break
+            sleep 0.1
+        done
+        grep -q "$ready" "$work/$step.server" && return 0
+        kill $pid 2>/dev/null || true
+        wait $pid || true
+    done
+    fail "no server started"
+}
+
+# openssl s_server for one connection, requiring a client certificate the
+# card's certificate verifies; its page (-www) tells the session's protocol,
+# the signature the client made and its certificate's verification.
+tlsServer() {
+    exec timeout 20 openssl s_server -accept "127.0.0.1:$port" -naccept 1 -www -Verify 1 \
+        -CAfile "$work/card.pem" -cert "$work/server.pem" -key "$work/server.key" "$@"
+}
+request() { printf 'GET / HTTP/1.0\r\n\r\n'; }
+pageShows() {
+    wait $pid || fail "s_server failed"
+    pid=
+    for line in "New, $1," "Peer signature type: RSA-PSS" "Verify return code: 0 (ok)" \
+        "Subject: CN=p15kit test"; do
+        grep -qF "$line" "$work/$step.client" || fail "the server's page lacks \"$line\""
+    done
+}
+
+for protocol in 1_3 1_2; do
+    step=s_client-tls$protocol
+    start ACCEPT tlsServer -tls$protocol
+    request | engine s_client -quiet -connect "127.0.0.1:$port" -key "$key" \
+        -cert "$work/card.pem" -CAfile "$work/server.pem" -verify_return_error \
+        >"$work/$step.client" || fail "s_client failed"
+    pageShows "TLSv$(echo $protocol | tr _ .)"
+done
+
+step=curl
+start ACCEPT tlsServer
+timeout 20 curl -sS --engine pkcs11 --key-type ENG --key "$key" --cert "$work/card.pem" \
+    --cacert "$work/server.pem" "https://127.0.0.1:$port/" >"$work/$step.client" \
+    2>"$work/$step.client-errors" || fail "curl failed"
+pageShows TLSv1.3
+
+step=gnutls-cli
+start ACCEPT tlsServer
+request | GNUTLS_PIN=123456 timeout 20 gnutls-cli --provider "$module" -p "$port" \
+    --x509certfile 'pkcs11:object=Signing%20key;type=cert' \
+    --x509keyfile 'pkcs11:object=Signing%20key;type=private' --x509cafile "$work/server.pem" \
+    127.0.0.1 >"$work/$step.client" 2>&1 || fail "gnutls-cli failed"
+pageShows TLSv1.3
+
+# S/MIME: PKCS#1 v1.5 (cms's default) and RSASSA-PSS signatures.
+step=cms
+echo "signed on the card" >"$work/message"
+for padding in pkcs1 pss; do
+    engine cms -sign -inkey "$key" -signer "$work/card.pem" -keyopt rsa_padding_mode:$padding \
+        -in "$work/message" -out "$work/$padding.p7m" || fail "cms -sign ($padding) failed"
+    openssl cms -verify -CAfile "$work/card.pem" -in "$work/$padding.p7m" -out /dev/null \
+        2>"$work/$step.verify" || fail "cms -verify ($padding) failed"
+    grep -q "Verification successful" "$work/$step.verify" || fail "cms did not verify the $padding signature"
+done
+openssl cms -cmsout -print -in "$work/pss.p7m" | grep -q rsassaPss || fail "no PSS in the S/MIME signature"
+
+# RSASSA-PSS of a hash, salt as long as the hash, verified with the public key.
+step=pss
+for digest in sha256 sha384 sha512; do
+    openssl dgst -$digest -binary -out "$work/$digest" "$work/message"
+    pss="-pkeyopt rsa_padding_mode:pss -pkeyopt rsa_pss_saltlen:digest -pkeyopt digest:$digest"
+    engine pkeyutl -sign -inkey "$key" $pss -in "$work/$digest" -out "$work/$digest.sig" ||
+        fail "PSS signing with $digest failed"
+    openssl pkeyutl -verify -pubin -inkey "$work/card-pub.pem" $pss -in "$work/$digest" \
+        -sigfile "$work/$digest.sig" >/dev/null || fail "the PSS signature with $digest does not verify"
+done
+
+# RSAES-OAEP: a cryptogram deciphers only under the hash it was made with, and
+# not at all with one byte changed.
+step=oaep
+head -c 32 /dev/urandom >"$work/secret"
+decrypt() { engine pkeyutl -decrypt -inkey "$key" -pkeyopt rsa_padding_mode:oaep -pkeyopt "rsa_oaep_md:$1" \
+    -in "$2" -out "$work/deciphered"; }
+for digest in sha1 sha256; do
+    openssl pkeyutl -encrypt -pubin -inkey "$work/card-pub.pem" -pkeyopt rsa_padding_mode:oaep \
+        -pkeyopt rsa_oaep_md:$digest -in "$work/secret" -out "$work/$digest.bin"
+    decrypt $digest "$work/$digest.bin" && cmp -s "$work/secret" "$work/deciphered" ||
+        fail "OAEP with $digest does not decipher"
+done
+! decrypt sha1 "$work/sha256.bin" || fail "an OAEP cryptogram deciphers under another hash"
+byte=$(od -An -tu1 -j100 -N1 "$work/sha256.bin")
+printf "$(printf '\\%03o' $((byte ^ 1)))" | dd of="$work/sha256.bin" bs=1 seek=100 conv=notrunc 2>/dev/null
+! decrypt sha256 "$work/sha256.bin" || fail "a changed OAEP cryptogram deciphers"
+
+# ssh: rsa-sha2-256 and rsa-sha2-512 from the card, the PIN through SSH_ASKPASS.
+step=ssh
+if [ "$(id -u)" -ne 0 ] || [ ! -x /usr/sbin/sshd ]; then
+    echo "skipped: ssh needs root and /usr/sbin/sshd to start a daemon of its own"
+    exit 77
+fi
+ssh-keygen -q -t ed25519 -N '' -f "$work/host_key"
+ssh-keygen -D "$module" >"$work/authorized_keys"
+printf '#!/bin/sh\necho 123456\n' >"$work/askpass"
+chmod +x "$work/askpass"
+mkdir -p /run/sshd
+sshd() {
+    exec timeout 30 /usr/sbin/sshd -D -e -f /dev/null -o "ListenAddress=127.0.0.1:$port" \
+        -o "HostKey=$work/host_key" -o "AuthorizedKeysFile=$work/authorized_keys" -o StrictModes=no \
+        -o UsePAM=no -o PidFile=none -o AuthenticationMethods=publickey \
+        -o PubkeyAcceptedAlgorithms=rsa-sha2-256,rsa-sha2-512
+}
+start "Server listening" sshd
+for algorithm in rsa-sha2-256 rsa-sha2-512; do
+    SSH_ASKPASS="$work/askpass" SSH_ASKPASS_REQUIRE=force DISPLAY=:0 timeout 20 setsid -w \
+        ssh -F none -I "$module" -o PubkeyAcceptedAlgorithms=$algorithm -o BatchMode=no \
+        -o IdentityAgent=none -o PreferredAuthentications=publickey -o StrictHostKeyChecking=accept-new \
+        -o "UserKnownHostsFile=$work/known_hosts" -p "$port" root@127.0.0.1 true \
+        </dev/null >"$work/$step.client" 2>&1 || fail "ssh with $algorithm failed"
+done
+[ "$(grep -c 'Accepted publickey for root' "$work/$step.server")" -eq 2 ] || fail "sshd accepted no card key"
+echo "every client logs in with the card"
