@@ -265,7 +265,7 @@ TEST_F(Engines, TheFactoriesRefuseWhatTheyCannotServe) {
     }
     EXPECT_APP_ERROR(application.getSignature("1.2.840.113549.1.1.99/2.16.840.1.101.3.4.2.1"),
                      "unsupported signature algorithm");
-    for (const std::string oid :
+    for (const std::string& oid :
          {sha256WithRsa, std::string("1.2.840.113549.1.1.7/2.16.840.1.101.3.4.2.2")}) {
         EXPECT_APP_ERROR(application.getCipher(oid),
                          "failed to get cipher algorithm implementation for oid");
