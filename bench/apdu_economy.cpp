@@ -38,6 +38,8 @@ using app::object::IPublicRSAKey;
 
 const std::string rsaEncryption = "1.2.840.113549.1.1.1";
 const std::string sha256WithRsa = "1.2.840.113549.1.1.11";
+const std::string pssSha256 = "1.2.840.113549.1.1.10/2.16.840.1.101.3.4.2.1";
+const std::string oaepSha256 = "1.2.840.113549.1.1.7/2.16.840.1.101.3.4.2.1";
 
 // The stated model: a contact card at 115,200 bit/s with 10 ms per command.
 constexpr double modelMsPerApdu = 10.0;
@@ -73,9 +75,10 @@ public:
         std::vector<Row> rows;
         for (Row (Sequence::*row)() :
              {&Sequence::open, &Sequence::listCold, &Sequence::listWarm, &Sequence::verifyPin,
-              &Sequence::pinStatus, &Sequence::generateKeyPair, &Sequence::sign,
-              &Sequence::decipher, &Sequence::changeLabel, &Sequence::writeCertificate,
-              &Sequence::readCertificate, &Sequence::deleteKey, &Sequence::wipe}) {
+              &Sequence::pinStatus, &Sequence::generateKeyPair, &Sequence::sign, &Sequence::signPss,
+              &Sequence::decipher, &Sequence::decipherOaep, &Sequence::changeLabel,
+              &Sequence::writeCertificate, &Sequence::readCertificate, &Sequence::deleteKey,
+              &Sequence::wipe}) {
             rows.push_back((this->*row)());
         }
         return rows;
@@ -145,12 +148,7 @@ private:
     }
     // MANAGE SECURITY ENVIRONMENT, then PSO: COMPUTE DIGITAL SIGNATURE.
     Row sign() {
-        const auto engine = card_.application->getSignature(sha256WithRsa);
-        const mw::ByteBuffer message(1000);
-        const auto signOnce = [&] {
-            engine->init(*card_.channel, app::crypto::ISignature::Sign, *privateKey_);
-            engine->sign(*card_.channel, message);
-        };
+        const auto signOnce = signing(sha256WithRsa, mw::ByteBuffer(1000));
         Row row{"sign (2048, SHA-256)", card_.measure(signOnce), 2};
         auto& instrumentation = card_.virtualCard->instrumentation();
         instrumentation.clearLatency();
@@ -161,13 +159,26 @@ private:
         instrumentation.setLatency(latencyPerApdu, latencyPerByte);
         return row;
     }
+    // The same with the card's RSA-PSS, of the hash the caller made.
+    Row signPss() {
+        return {"sign (2048, RSA-PSS SHA-256)",
+                card_.measure(signing(pssSha256, mw::ByteBuffer(32))), 2};
+    }
+    std::function<void()> signing(const std::string& oid, mw::ByteBuffer input) {
+        return [this, engine = card_.application->getSignature(oid), input] {
+            engine->init(*card_.channel, app::crypto::ISignature::Sign, *privateKey_);
+            engine->sign(*card_.channel, input);
+        };
+    }
     // MANAGE SECURITY ENVIRONMENT, then PSO: DECIPHER of 1 + 256 bytes in
     // one extended APDU.
-    Row decipher() {
-        const auto engine = card_.application->getCipher(rsaEncryption);
+    Row decipher() { return deciphering("decipher (2048)", rsaEncryption); }
+    Row decipherOaep() { return deciphering("decipher (2048, RSAES-OAEP SHA-256)", oaepSha256); }
+    Row deciphering(const char* name, const std::string& oid) {
+        const auto engine = card_.application->getCipher(oid);
         engine->init(*card_.channel, app::crypto::ICipher::Encipher, *publicKey_);
         const mw::ByteBuffer cryptogram = engine->encipher(*card_.channel, mw::ByteBuffer(32));
-        return {"decipher (2048)", card_.measure([&] {
+        return {name, card_.measure([&] {
                     engine->init(*card_.channel, app::crypto::ICipher::Decipher, *privateKey_);
                     engine->decipher(*card_.channel, cryptogram);
                 }),

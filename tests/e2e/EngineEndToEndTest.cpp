@@ -257,10 +257,19 @@ TEST_F(Engines, RandomBytesComeFromTheCard) {
 
 TEST_F(Engines, TheFactoriesRefuseWhatTheyCannotServe) {
     const auto& application = *card_->application;
-    EXPECT_APP_ERROR(application.getSignature("1.2.840.113549.1.1.10"),
+    // The card lists RSA-PSS and RSAES-OAEP, and performs them with a hash
+    // of its profile named: not bare, not with SHA-1 (PSS) or SHA-384 (OAEP).
+    for (const char* oid : {"1.2.840.113549.1.1.10", "1.2.840.113549.1.1.10/1.3.14.3.2.26"}) {
+        EXPECT_APP_ERROR(application.getSignature(oid),
+                         "failed to get signature algorithm implementation for oid");
+    }
+    EXPECT_APP_ERROR(application.getSignature("1.2.840.113549.1.1.99/2.16.840.1.101.3.4.2.1"),
                      "unsupported signature algorithm");
-    EXPECT_APP_ERROR(application.getCipher(sha256WithRsa),
-                     "failed to get cipher algorithm implementation for oid");
+    for (const std::string& oid :
+         {sha256WithRsa, std::string("1.2.840.113549.1.1.7/2.16.840.1.101.3.4.2.2")}) {
+        EXPECT_APP_ERROR(application.getCipher(oid),
+                         "failed to get cipher algorithm implementation for oid");
+    }
     EXPECT_APP_ERROR(application.getKeyPairGenerator("1.2.840.113549.1.1.5"),
                      "KeyPairGenerator for given oid not supported");
     EXPECT_APP_ERROR(application.getMessageDigest("2.16.840.1.101.3.4.2.1"),
