@@ -4,18 +4,51 @@
 #include "cryptoapi/RSAPublicKey.hpp"
 #include "cryptoapi/detail/Algorithms.hpp"
 
+#include <cryptopp/oaep.h>
 #include <cryptopp/osrng.h>
 #include <cryptopp/rsa.h>
+#include <cryptopp/sha.h>
 
 namespace cryptoapi {
 
-Cipher* Cipher::getInstance(const std::string& algorithm, const char* provider) {
-    const bool known = algorithm == detail::rsaEncryptionOid && detail::isOwnProvider(provider);
-    return known ? new Cipher(algorithm) : nullptr;
+namespace {
+
+template <class Scheme>
+std::unique_ptr<CryptoPP::TF_EncryptorBase> makeEncryptor(const CryptoPP::RSAFunction& key) {
+    return std::make_unique<typename Scheme::Encryptor>(key);
 }
 
-Cipher::Cipher(std::string algorithm)
-    : algorithm_(std::move(algorithm)) {}
+struct CipherAlgorithm {
+    const char* identifier;
+    std::unique_ptr<CryptoPP::TF_EncryptorBase> (*makeEncryptor)(const CryptoPP::RSAFunction&);
+};
+
+// Crypto++'s OAEP takes the label from the call's parameters: none, empty.
+const CipherAlgorithm ciphers[] = {
+    {"1.2.840.113549.1.1.1", makeEncryptor<CryptoPP::RSAES<CryptoPP::PKCS1v15>>},
+    {"1.2.840.113549.1.1.7/1.3.14.3.2.26",
+     makeEncryptor<CryptoPP::RSAES<CryptoPP::OAEP<CryptoPP::SHA1>>>},
+    {"1.2.840.113549.1.1.7/2.16.840.1.101.3.4.2.1",
+     makeEncryptor<CryptoPP::RSAES<CryptoPP::OAEP<CryptoPP::SHA256>>>},
+};
+
+} // namespace
+
+Cipher* Cipher::getInstance(const std::string& algorithm, const char* provider) {
+    if (!detail::isOwnProvider(provider)) {
+        return nullptr;
+    }
+    for (const CipherAlgorithm& cipher : ciphers) {
+        if (algorithm == cipher.identifier) {
+            return new Cipher(algorithm, cipher.makeEncryptor);
+        }
+    }
+    return nullptr;
+}
+
+Cipher::Cipher(std::string algorithm, EncryptorFactory makeEncryptor)
+    : algorithm_(std::move(algorithm))
+    , makeEncryptor_(makeEncryptor) {}
 
 Cipher::~Cipher() = default;
 
@@ -31,27 +64,35 @@ void Cipher::init(OpMode mode, const PublicKey& key) {
     if (rsaKey == nullptr) {
         MW_THROW(InvalidKeyException, "cipher " + algorithm_ + " needs an RSA public key");
     }
-    key_ = std::make_unique<CryptoPP::RSAFunction>(rsaKey->function());
+    std::unique_ptr<CryptoPP::TF_EncryptorBase> encryptor = makeEncryptor_(rsaKey->function());
+    // Crypto++ would still take an empty message from a key that carries
+    // no byte, and write its padding past the block's start.
+    if (encryptor->FixedMaxPlaintextLength() == 0) {
+        MW_THROW(InvalidKeyException,
+                 "a key of " + std::to_string(rsaKey->function().GetModulus().BitCount()) +
+                     " bits is too short for cipher " + algorithm_);
+    }
+    encryptor_ = std::move(encryptor);
 }
 
-const CryptoPP::RSAFunction& Cipher::key() const {
-    if (!key_) {
+const CryptoPP::TF_EncryptorBase& Cipher::encryptor() const {
+    if (!encryptor_) {
         MW_THROW(IllegalStateException, "cipher " + algorithm_ + " is not initialised");
     }
-    return *key_;
+    return *encryptor_;
 }
 
 std::size_t Cipher::getMaximumInputLength() const {
-    return CryptoPP::RSAES_PKCS1v15_Encryptor(key()).FixedMaxPlaintextLength();
+    return encryptor().FixedMaxPlaintextLength();
 }
 
 unsigned char* Cipher::doFinal(std::size_t& outLength, const unsigned char* data,
                                std::size_t length) {
-    const CryptoPP::RSAES_PKCS1v15_Encryptor encryptor(key());
+    const CryptoPP::TF_EncryptorBase& encryptor = this->encryptor();
     detail::requireBytes(data, length, "data");
     if (length > encryptor.FixedMaxPlaintextLength()) {
         MW_THROW(IllegalBlockSizeException,
-                 "RSA PKCS#1 v1.5 enciphers at most " +
+                 "cipher " + algorithm_ + " enciphers at most " +
                      std::to_string(encryptor.FixedMaxPlaintextLength()) +
                      " bytes with this key, not " + std::to_string(length));
     }

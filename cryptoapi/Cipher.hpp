@@ -9,15 +9,18 @@
 
 namespace CryptoPP {
 class RSAFunction;
-}
+class TF_EncryptorBase;
+} // namespace CryptoPP
 
 namespace cryptoapi {
 
 class PublicKey;
 
-// RSA PKCS#1 v1.5 enciphering (block type 2, random padding), named by
-// rsaEncryption ("1.2.840.113549.1.1.1"). Deciphering needs the private key,
-// which stays on the card: DECRYPT_MODE is refused.
+// RSA enciphering with random padding: PKCS#1 v1.5 (block type 2), named by
+// rsaEncryption ("1.2.840.113549.1.1.1"), and RSAES-OAEP with an empty label
+// and MGF1 of the same hash, named "1.2.840.113549.1.1.7/<hash OID>" for
+// SHA-1 and SHA-256. Deciphering needs the private key, which stays on the
+// card: DECRYPT_MODE is refused.
 class Cipher : public CipherSPI {
 public:
     // A new cipher (owned by the caller, suited to mw::AutoPtr), or null when
@@ -31,10 +34,12 @@ public:
     const std::string& getAlgorithm() const { return algorithm_; }
 
     // ENCRYPT_MODE with an RSA public key (InvalidKeyException for another
-    // kind); DECRYPT_MODE throws UnsupportedOperationException.
+    // kind, and for a key too short to carry one byte under the padding);
+    // DECRYPT_MODE throws UnsupportedOperationException.
     void init(OpMode mode, const PublicKey& key);
 
-    // The most bytes one doFinal can encipher: the modulus length less 11.
+    // The most bytes one doFinal can encipher: the modulus length less 11
+    // for PKCS#1 v1.5, less twice the hash length and 2 for OAEP.
     std::size_t getMaximumInputLength() const;
 
     // Enciphers data into one block of the modulus length: a new[] array of
@@ -44,13 +49,17 @@ public:
     unsigned char* doFinal(std::size_t& outLength, const unsigned char* data, std::size_t length);
 
 private:
-    // Out of line: the key's type is complete only there.
-    explicit Cipher(std::string algorithm);
+    using EncryptorFactory =
+        std::unique_ptr<CryptoPP::TF_EncryptorBase> (*)(const CryptoPP::RSAFunction&);
 
-    const CryptoPP::RSAFunction& key() const;
+    // Out of line: the encryptor's type is complete only there.
+    Cipher(std::string algorithm, EncryptorFactory makeEncryptor);
+
+    const CryptoPP::TF_EncryptorBase& encryptor() const;
 
     std::string algorithm_;
-    std::unique_ptr<CryptoPP::RSAFunction> key_;
+    EncryptorFactory makeEncryptor_;
+    std::unique_ptr<CryptoPP::TF_EncryptorBase> encryptor_; // bound to the key by init
 };
 
 } // namespace cryptoapi

@@ -6,25 +6,31 @@
 #include "cryptoapi/detail/Algorithms.hpp"
 #include "cryptoapi/detail/Pkcs1.hpp"
 
+#include <cryptopp/cryptlib.h>
 #include <cryptopp/rsa.h>
 
 namespace cryptoapi {
 
 Signature* Signature::getInstance(const std::string& algorithm, const char* provider) {
-    const char* hashOid = detail::hashOfSignature(algorithm);
-    if (hashOid == nullptr || !detail::isOwnProvider(provider)) {
+    const detail::SignatureAlgorithm* found = detail::findSignature(algorithm);
+    if (found == nullptr || !detail::isOwnProvider(provider)) {
         return nullptr;
     }
     std::unique_ptr<MessageDigest> digest;
-    if (*hashOid != '\0') {
-        digest.reset(MessageDigest::getInstance(hashOid));
+    std::unique_ptr<CryptoPP::HashTransformation> pssHash;
+    if (found->pss) {
+        pssHash = detail::createHash(found->hashOid);
+    } else if (*found->hashOid != '\0') {
+        digest.reset(MessageDigest::getInstance(found->hashOid));
     }
-    return new Signature(algorithm, std::move(digest));
+    return new Signature(algorithm, std::move(digest), std::move(pssHash));
 }
 
-Signature::Signature(std::string algorithm, std::unique_ptr<MessageDigest> digest)
+Signature::Signature(std::string algorithm, std::unique_ptr<MessageDigest> digest,
+                     std::unique_ptr<CryptoPP::HashTransformation> pssHash)
     : algorithm_(std::move(algorithm))
-    , digest_(std::move(digest)) {
+    , digest_(std::move(digest))
+    , pssHash_(std::move(pssHash)) {
     if (digest_) {
         digestInfoPrefix_ =
             detail::digestInfoPrefix(digest_->getAlgorithm(), digest_->getDigestLength());
@@ -49,12 +55,16 @@ void Signature::requireKey() const {
     }
 }
 
+std::size_t Signature::dataLimit() const {
+    return pssHash_ ? pssHash_->DigestSize() : key_->GetModulus().ByteCount();
+}
+
 void Signature::update(const unsigned char* data, std::size_t length) {
     requireKey();
     detail::requireBytes(data, length, "data");
     if (digest_) {
         digest_->update(data, length);
-    } else if (!dataTooLong_ && length <= key_->GetModulus().ByteCount() - data_.size()) {
+    } else if (!dataTooLong_ && length <= dataLimit() - data_.size()) {
         data_.insert(data_.end(), data, data + length);
     } else {
         dataTooLong_ = true;
@@ -81,8 +91,13 @@ bool Signature::verify(const unsigned char* signature, std::size_t length) {
     detail::requireBytes(signature, length, "signature");
     const bool tooLong = dataTooLong_;
     const std::vector<unsigned char> payload = takePayload();
-    return !tooLong &&
-           detail::verifyPkcs1v15(*key_, signature, length, payload.data(), payload.size());
+    if (tooLong) {
+        return false;
+    }
+    return pssHash_
+               ? detail::verifyPss(*key_, *pssHash_, signature, length, payload.data(),
+                                   payload.size())
+               : detail::verifyPkcs1v15(*key_, signature, length, payload.data(), payload.size());
 }
 
 } // namespace cryptoapi

@@ -1,7 +1,7 @@
 #include "vcard/CommandProcessor.hpp"
 
+#include "vcard/Algorithms.hpp"
 #include "vcard/CardLimits.hpp"
-#include "vcard/SignatureAlgorithms.hpp"
 #include "vcard/StatusWord.hpp"
 #include "vcard/Tlv.hpp"
 
@@ -420,6 +420,7 @@ Response CommandProcessor::manageSecurityEnvironment(const CommandApdu& apdu) {
         signingAlgorithm_ = *algorithmReference;
     } else {
         decipheringKey_ = reference[0];
+        decipheringAlgorithm_ = *algorithmReference;
     }
     return {};
 }
@@ -438,14 +439,16 @@ Response CommandProcessor::performSecurityOperation(const CommandApdu& apdu) {
     if (apdu.p1 == 0x9E && apdu.p2 == 0x9A) {
         const RsaKey& key = usablePrivateKey(signingKey_);
         requireData(apdu);
-        return {key.sign(rng_, toBeSigned(signingAlgorithm_, apdu.data)), sw::ok};
+        return {sign(key, rng_, signingAlgorithm_, apdu.data), sw::ok};
     }
     if (apdu.p1 == 0x80 && apdu.p2 == 0x86) {
         const RsaKey& key = usablePrivateKey(decipheringKey_);
         requireData(apdu);
         if (apdu.data[0] != 0x00)
             throw CardError(sw::wrongData);
-        return {key.decipher(rng_, Bytes(apdu.data.begin() + 1, apdu.data.end())), sw::ok};
+        return {decipher(key, rng_, decipheringAlgorithm_,
+                         Bytes(apdu.data.begin() + 1, apdu.data.end())),
+                sw::ok};
     }
     throw CardError(sw::wrongP1P2);
 }

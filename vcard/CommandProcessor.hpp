@@ -81,6 +81,7 @@ private:
     std::optional<std::uint8_t> signingKey_;
     std::uint8_t signingAlgorithm_ = 0x01;
     std::optional<std::uint8_t> decipheringKey_;
+    std::uint8_t decipheringAlgorithm_ = 0x01;
     CryptoPP::AutoSeededRandomPool rng_;
     bool changed_ = false;
     StoreState store_ = [] { return true; };

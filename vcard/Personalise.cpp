@@ -1,7 +1,7 @@
 #include "vcard/Personalise.hpp"
 
 #include "app/pkcs15/oss/Codec.hpp"
-#include "vcard/SignatureAlgorithms.hpp"
+#include "vcard/Algorithms.hpp"
 
 #include <cryptopp/osrng.h>
 

@@ -26,23 +26,6 @@ Integer toInteger(const Bytes& bytes) {
     return Integer(bytes.data(), bytes.size());
 }
 
-/// Branch-free on the secret content: every byte is visited whatever the padding holds.
-/// Returns the offset of the message in the block, or 0 when the padding is bad.
-std::size_t findMessageAfterType2Padding(const Bytes& block) {
-    unsigned bad = block[0] | (block[1] ^ 0x02);
-    std::size_t separator = 0;
-    unsigned seen = 0;
-    for (std::size_t i = 2; i < block.size(); ++i) {
-        unsigned isZero = static_cast<unsigned>(block[i] == 0);
-        unsigned firstZero = isZero & (seen ^ 1);
-        separator |= i & (0 - static_cast<std::size_t>(firstZero));
-        seen |= isZero;
-    }
-    // At least eight padding bytes before the separator.
-    bad |= (seen ^ 1) | static_cast<unsigned>(separator < 10);
-    return bad ? 0 : separator + 1;
-}
-
 } // namespace
 
 RsaCrtComponents::~RsaCrtComponents() {
@@ -125,33 +108,12 @@ Bytes RsaKey::publicKeyTemplate() const {
     return out;
 }
 
-Bytes RsaKey::sign(CryptoPP::RandomNumberGenerator& rng, const Bytes& data) const {
+Bytes RsaKey::privateOperation(CryptoPP::RandomNumberGenerator& rng, const Bytes& block) const {
     const std::size_t k = modulusBytes();
-    if (data.size() + 11 > k)
+    const Integer value = toInteger(block);
+    if (block.size() != k || value >= function_.GetModulus())
         throw CardError(sw::wrongData);
-    Bytes block(k, 0xFF);
-    block[0] = 0x00;
-    block[1] = 0x01;
-    block[k - data.size() - 1] = 0x00;
-    std::copy(data.begin(), data.end(), block.end() - data.size());
-    Integer signature = function_.CalculateInverse(rng, toInteger(block));
-    return toBytes(signature, k);
-}
-
-Bytes RsaKey::decipher(CryptoPP::RandomNumberGenerator& rng, const Bytes& cryptogram) const {
-    const std::size_t k = modulusBytes();
-    const Integer c = toInteger(cryptogram);
-    if (cryptogram.size() != k || c >= function_.GetModulus())
-        throw CardError(sw::wrongData);
-    Bytes block = toBytes(function_.CalculateInverse(rng, c), k);
-    std::size_t start = findMessageAfterType2Padding(block);
-    if (start == 0) {
-        wipe(block);
-        throw CardError(sw::wrongData);
-    }
-    Bytes message(block.begin() + start, block.end());
-    wipe(block);
-    return message;
+    return toBytes(function_.CalculateInverse(rng, value), k);
 }
 
 } // namespace vcard

@@ -43,13 +43,10 @@ public:
     /// The public key template 7F49 { 81 modulus, 82 exponent }.
     Bytes publicKeyTemplate() const;
 
-    /// PKCS#1 v1.5 block type 1 padding of data, then the private operation (CRT).
-    /// Data over modulusBytes() - 11 throws CardError(6A80).
-    Bytes sign(CryptoPP::RandomNumberGenerator& rng, const Bytes& data) const;
-    /// The private operation on a cryptogram of modulusBytes(), then removal of the block type 2
-    /// padding. A cryptogram of another size, out of range or with bad padding throws
-    /// CardError(6A80).
-    Bytes decipher(CryptoPP::RandomNumberGenerator& rng, const Bytes& cryptogram) const;
+    /// The private operation (CRT, blinded) on a block of modulusBytes(), answering as many
+    /// bytes. A block of another size or not below the modulus throws CardError(6A80). Padding
+    /// and its removal: RsaPadding.hpp.
+    Bytes privateOperation(CryptoPP::RandomNumberGenerator& rng, const Bytes& block) const;
 
     /// Named big-endian components for the card image: n, e and, with a private part, d, p, q,
     /// dp, dq, qinv.

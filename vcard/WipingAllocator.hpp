@@ -1,8 +1,10 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace vcard {
 
@@ -28,5 +30,7 @@ template <class T> struct WipingAllocator {
 
 /// Text that may hold a secret: zeroed whenever its storage is released.
 using SecretText = std::basic_string<char, std::char_traits<char>, WipingAllocator<char>>;
+/// Bytes that may hold a secret: zeroed whenever their storage is released, on every path out.
+using SecretBytes = std::vector<std::uint8_t, WipingAllocator<std::uint8_t>>;
 
 } // namespace vcard

@@ -47,22 +47,21 @@ const DigestAlgorithm digests[] = {
     {"2.16.840.1.101.3.4.2.3", make<CryptoPP::SHA512>},
 };
 
-struct SignatureAlgorithm {
-    const char* oid;
-    const char* hashOid;
-};
-
 const SignatureAlgorithm signatures[] = {
-    {"1.2.840.113549.1.1.1", ""},
-    {"1.2.840.113549.1.1.2", "1.2.840.113549.2.2"},
-    {"1.2.840.113549.1.1.4", "1.2.840.113549.2.5"},
-    {"1.3.36.3.3.1.3", "1.3.36.3.2.2"},
-    {"1.3.36.3.3.1.2", "1.3.36.3.2.1"},
-    {"1.2.840.113549.1.1.5", "1.3.14.3.2.26"},
-    {"1.2.840.113549.1.1.14", "2.16.840.1.101.3.4.2.4"},
-    {"1.2.840.113549.1.1.11", "2.16.840.1.101.3.4.2.1"},
-    {"1.2.840.113549.1.1.12", "2.16.840.1.101.3.4.2.2"},
-    {"1.2.840.113549.1.1.13", "2.16.840.1.101.3.4.2.3"},
+    {"1.2.840.113549.1.1.1", "", false},
+    {"1.2.840.113549.1.1.2", "1.2.840.113549.2.2", false},
+    {"1.2.840.113549.1.1.4", "1.2.840.113549.2.5", false},
+    {"1.3.36.3.3.1.3", "1.3.36.3.2.2", false},
+    {"1.3.36.3.3.1.2", "1.3.36.3.2.1", false},
+    {"1.2.840.113549.1.1.5", "1.3.14.3.2.26", false},
+    {"1.2.840.113549.1.1.14", "2.16.840.1.101.3.4.2.4", false},
+    {"1.2.840.113549.1.1.11", "2.16.840.1.101.3.4.2.1", false},
+    {"1.2.840.113549.1.1.12", "2.16.840.1.101.3.4.2.2", false},
+    {"1.2.840.113549.1.1.13", "2.16.840.1.101.3.4.2.3", false},
+    // PSS with SHA-1 or SHA-224 is not offered.
+    {"1.2.840.113549.1.1.10/2.16.840.1.101.3.4.2.1", "2.16.840.1.101.3.4.2.1", true},
+    {"1.2.840.113549.1.1.10/2.16.840.1.101.3.4.2.2", "2.16.840.1.101.3.4.2.2", true},
+    {"1.2.840.113549.1.1.10/2.16.840.1.101.3.4.2.3", "2.16.840.1.101.3.4.2.3", true},
 };
 
 } // namespace
@@ -80,10 +79,10 @@ std::unique_ptr<CryptoPP::HashTransformation> createHash(const std::string& dige
     return nullptr;
 }
 
-const char* hashOfSignature(const std::string& signatureOid) {
+const SignatureAlgorithm* findSignature(const std::string& identifier) {
     for (const SignatureAlgorithm& signature : signatures) {
-        if (signatureOid == signature.oid) {
-            return signature.hashOid;
+        if (identifier == signature.oid) {
+            return &signature;
         }
     }
     return nullptr;

@@ -21,10 +21,18 @@ bool isOwnProvider(const char* provider);
 // A fresh hash for a digest OID, or null for an unknown one.
 std::unique_ptr<CryptoPP::HashTransformation> createHash(const std::string& digestOid);
 
-// The digest OID of an RSA PKCS#1 v1.5 signature OID; empty for
-// rsaEncryption (the signed bytes are taken as given); null for an OID that
-// is no such signature.
-const char* hashOfSignature(const std::string& signatureOid);
+// An RSA signature algorithm. PKCS#1 v1.5 hashes the data with hashOid, or
+// takes it as given when hashOid is empty (rsaEncryption). PSS takes the
+// data as the message's hash and runs its encoding with hashOid.
+struct SignatureAlgorithm {
+    const char* oid;
+    const char* hashOid;
+    bool pss;
+};
+
+// The signature algorithm of an OID or "<PSS OID>/<hash OID>" identifier, or
+// null for any other name.
+const SignatureAlgorithm* findSignature(const std::string& identifier);
 
 // Refuses a null pointer that is said to hold bytes.
 void requireBytes(const unsigned char* data, std::size_t length, const char* what);

@@ -2,6 +2,7 @@
 
 #include <cryptopp/asn.h>
 #include <cryptopp/misc.h>
+#include <cryptopp/pubkey.h>
 #include <cryptopp/queue.h>
 #include <cryptopp/rsa.h>
 
@@ -23,6 +24,22 @@ CryptoPP::OID parseOid(const std::string& dotted) {
         oid += static_cast<CryptoPP::word32>(std::stoul(arc));
     }
     return oid;
+}
+
+// The public operation on a signature that is exactly as long as the modulus
+// (RFC 8017, 8.2.2 and 8.1.2 step 1) and below it; false for any other.
+bool openSignature(const CryptoPP::RSAFunction& key, const unsigned char* signature,
+                   std::size_t length, CryptoPP::Integer& representative) {
+    const CryptoPP::Integer& modulus = key.GetModulus();
+    if (length != modulus.ByteCount()) {
+        return false;
+    }
+    const CryptoPP::Integer value(signature, length);
+    if (value >= modulus) {
+        return false;
+    }
+    representative = key.ApplyFunction(value);
+    return true;
 }
 
 } // namespace
@@ -51,18 +68,14 @@ std::vector<unsigned char> digestInfoPrefix(const std::string& digestOid,
 bool verifyPkcs1v15(const CryptoPP::RSAFunction& key, const unsigned char* signature,
                     std::size_t signatureLength, const unsigned char* payload,
                     std::size_t payloadLength) {
-    const CryptoPP::Integer& modulus = key.GetModulus();
-    const std::size_t blockLength = modulus.ByteCount();
-    // A signature is exactly as long as the modulus (RFC 8017, 8.2.2 step 1).
-    if (signatureLength != blockLength || payloadLength + pkcs1Overhead > blockLength) {
-        return false;
-    }
-    const CryptoPP::Integer value(signature, signatureLength);
-    if (value >= modulus) {
+    const std::size_t blockLength = key.GetModulus().ByteCount();
+    CryptoPP::Integer representative;
+    if (payloadLength + pkcs1Overhead > blockLength ||
+        !openSignature(key, signature, signatureLength, representative)) {
         return false;
     }
     CryptoPP::SecByteBlock recovered(blockLength);
-    key.ApplyFunction(value).Encode(recovered, recovered.size());
+    representative.Encode(recovered, recovered.size());
 
     CryptoPP::SecByteBlock expected(blockLength);
     const std::size_t payloadStart = blockLength - payloadLength;
@@ -72,6 +85,49 @@ bool verifyPkcs1v15(const CryptoPP::RSAFunction& key, const unsigned char* signa
     expected[payloadStart - 1] = 0x00;
     std::copy(payload, payload + payloadLength, expected.begin() + payloadStart);
     return CryptoPP::VerifyBufsEqual(recovered, expected, blockLength);
+}
+
+bool verifyPss(const CryptoPP::RSAFunction& key, CryptoPP::HashTransformation& hash,
+               const unsigned char* signature, std::size_t signatureLength,
+               const unsigned char* messageHash, std::size_t messageHashLength) {
+    const std::size_t hashLength = hash.DigestSize();
+    const std::size_t saltLength = hashLength;
+    const unsigned int emBits = key.GetModulus().BitCount() - 1;
+    const std::size_t emLength = (emBits + 7) / 8;
+    CryptoPP::Integer representative;
+    // A representative of more than emBits bits fails I2OSP or has one of
+    // EM's leftmost bits set (RFC 8017, 8.1.2 step 2c; 9.1.2 step 6).
+    if (messageHashLength != hashLength || emLength < hashLength + saltLength + 2 ||
+        !openSignature(key, signature, signatureLength, representative) ||
+        representative.BitCount() > emBits) {
+        return false;
+    }
+    // EM = maskedDB || H || BC
+    CryptoPP::SecByteBlock em(emLength);
+    representative.Encode(em, em.size());
+    if (em[emLength - 1] != 0xBC) {
+        return false;
+    }
+    const std::size_t dbLength = emLength - hashLength - 1;
+    unsigned char* const db = em.begin();
+    const unsigned char* const h = db + dbLength;
+    CryptoPP::P1363_MGF1KDF2_Common(hash, db, dbLength, h, hashLength, nullptr, 0, true, 0);
+    db[0] &= static_cast<unsigned char>(0xFF >> (8 * emLength - emBits));
+
+    // DB = PS (zeros) || 01 || salt
+    const std::size_t psLength = dbLength - saltLength - 1;
+    if (std::any_of(db, db + psLength, [](unsigned char b) { return b != 0; }) ||
+        db[psLength] != 0x01) {
+        return false;
+    }
+    // H' = Hash(00 00 00 00 00 00 00 00 || mHash || salt)
+    const unsigned char zeros[8] = {};
+    hash.Update(zeros, sizeof zeros);
+    hash.Update(messageHash, messageHashLength);
+    hash.Update(db + psLength + 1, saltLength);
+    CryptoPP::SecByteBlock expected(hashLength);
+    hash.Final(expected);
+    return CryptoPP::VerifyBufsEqual(h, expected, hashLength);
 }
 
 } // namespace detail

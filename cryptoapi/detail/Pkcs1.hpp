@@ -6,8 +6,9 @@
 #include <vector>
 
 namespace CryptoPP {
+class HashTransformation;
 class RSAFunction;
-}
+} // namespace CryptoPP
 
 namespace cryptoapi {
 namespace detail {
@@ -26,6 +27,15 @@ std::vector<unsigned char> digestInfoPrefix(const std::string& digestOid, std::s
 bool verifyPkcs1v15(const CryptoPP::RSAFunction& key, const unsigned char* signature,
                     std::size_t signatureLength, const unsigned char* payload,
                     std::size_t payloadLength);
+
+// RSASSA-PSS verification (RFC 8017, 8.1.2 and 9.1.2) of a signature over a
+// message whose hash is given: MGF1 and the encoding use hash, the salt is as
+// long as the hash, emBits is the modulus's bits less one. False as well for
+// a message hash of another length, a signature not exactly as long as the
+// modulus or not below it, and a key too small for the encoding.
+bool verifyPss(const CryptoPP::RSAFunction& key, CryptoPP::HashTransformation& hash,
+               const unsigned char* signature, std::size_t signatureLength,
+               const unsigned char* messageHash, std::size_t messageHashLength);
 
 } // namespace detail
 } // namespace cryptoapi

@@ -198,8 +198,9 @@ TEST_P(PaddingTest, WhatTheCardCannotTakeIsRefusedAtInitAndNotOffered) {
         {CKM_RSA_PKCS_OAEP, &oaepMgf, sizeof oaepMgf},
         {CKM_RSA_PKCS, &sha384, sizeof sha384},
     };
-    for (CK_MECHANISM mechanism : refused) {
-        SCOPED_TRACE(&mechanism - refused);
+    for (std::size_t row = 0; row < std::size(refused); ++row) {
+        SCOPED_TRACE(row);
+        CK_MECHANISM mechanism = refused[row];
         const bool oaepOnly = mechanism.mechanism == CKM_RSA_PKCS_OAEP;
         const CK_OBJECT_HANDLE publicHalf = publicKey(session_), key = privateKey(session_);
         EXPECT_EQ(oaepOnly ? f->C_EncryptInit(session_, &mechanism, publicHalf)
@@ -207,7 +208,8 @@ TEST_P(PaddingTest, WhatTheCardCannotTakeIsRefusedAtInitAndNotOffered) {
                   CKR_MECHANISM_PARAM_INVALID);
         EXPECT_EQ(oaepOnly ? f->C_DecryptInit(session_, &mechanism, key)
                            : f->C_SignInit(session_, &mechanism, key),
-                  native() ? CKR_MECHANISM_PARAM_INVALID : CKR_MECHANISM_INVALID);
+                  native() || mechanism.mechanism == CKM_RSA_PKCS ? CKR_MECHANISM_PARAM_INVALID
+                                                                  : CKR_MECHANISM_INVALID);
     }
 
     CK_MECHANISM_INFO pss, oaep;

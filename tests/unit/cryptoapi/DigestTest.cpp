@@ -46,6 +46,13 @@ TEST(Lookup, UnknownNamesAndForeignProvidersYieldNull) {
     EXPECT_EQ(cryptoapi::Signature::getInstance(sha256), nullptr);
     EXPECT_EQ(cryptoapi::Cipher::getInstance("1.2.840.113549.1.1.11"), nullptr);
     EXPECT_EQ(cryptoapi::KeyFactory::getInstance("1.2.840.10045.2.1"), nullptr);
+    // The bare PSS and OAEP OIDs, and hashes they are not offered with.
+    for (const char* unknown :
+         {"1.2.840.113549.1.1.10", "1.2.840.113549.1.1.10/1.3.14.3.2.26", "1.2.840.113549.1.1.7",
+          "1.2.840.113549.1.1.7/2.16.840.1.101.3.4.2.2"}) {
+        EXPECT_EQ(cryptoapi::Signature::getInstance(unknown), nullptr) << unknown;
+        EXPECT_EQ(cryptoapi::Cipher::getInstance(unknown), nullptr) << unknown;
+    }
     for (const char* provider : {"", cryptoapi::providerName}) {
         EXPECT_NE(mw::AutoPtr<MessageDigest>(MessageDigest::getInstance(sha256, provider)).get(),
                   nullptr);

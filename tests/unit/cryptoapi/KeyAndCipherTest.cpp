@@ -1,5 +1,6 @@
 // The RSA key factory's checks on card-supplied key material, the public
-// key's encoding, and PKCS#1 v1.5 enciphering checked by Crypto++'s decryptor.
+// key's encoding, and PKCS#1 v1.5 and OAEP enciphering checked by Crypto++'s
+// decryptors.
 #include "TestKey.hpp"
 
 #include "cryptoapi/Cipher.hpp"
@@ -8,7 +9,9 @@
 #include "cryptoapi/RSAPublicKey.hpp"
 #include "cryptoapi/RSAPublicKeySpec.hpp"
 
+#include <cryptopp/oaep.h>
 #include <cryptopp/osrng.h>
+#include <cryptopp/sha.h>
 
 #include <gtest/gtest.h>
 
@@ -92,9 +95,9 @@ Bytes encipher(Cipher& cipher, const Bytes& plain) {
     return Bytes(out.get(), out.get() + length);
 }
 
-Bytes decipher(const Bytes& cipherText) {
+template <class Scheme> Bytes decipher(const Bytes& cipherText) {
     CryptoPP::AutoSeededRandomPool random;
-    const CryptoPP::RSAES_PKCS1v15_Decryptor decryptor(testKey());
+    const typename CryptoPP::RSAES<Scheme>::Decryptor decryptor(testKey());
     Bytes plain(decryptor.MaxPlaintextLength(cipherText.size()));
     const auto result =
         decryptor.Decrypt(random, cipherText.data(), cipherText.size(), plain.data());
@@ -103,26 +106,50 @@ Bytes decipher(const Bytes& cipherText) {
     return plain;
 }
 
-// From nothing up to the last byte a block carries (modulus length - 11);
-// one more byte is refused. Random padding: the same text enciphers anew.
-// Deciphering and use before init are refused.
-TEST(RsaCipher, EnciphersUpToOneBlockForThePrivateKeyToRead) {
-    const mw::AutoPtr<Cipher> cipher(Cipher::getInstance("1.2.840.113549.1.1.1"));
+const struct {
+    const char* oid;
+    std::size_t overhead; // 11, or twice the hash and 2
+    Bytes (*decipher)(const Bytes&);
+} ciphers[] = {
+    {"1.2.840.113549.1.1.1", 11, decipher<CryptoPP::PKCS1v15>},
+    {"1.2.840.113549.1.1.7/1.3.14.3.2.26", 42, decipher<CryptoPP::OAEP<CryptoPP::SHA1>>},
+    {"1.2.840.113549.1.1.7/2.16.840.1.101.3.4.2.1", 66, decipher<CryptoPP::OAEP<CryptoPP::SHA256>>},
+};
+
+class RsaCipher : public testing::TestWithParam<std::size_t> {};
+
+// From nothing up to the last byte a block carries (modulus length less the
+// overhead); one more byte is refused. Random padding: the same text
+// enciphers anew. Deciphering and use before init are refused.
+TEST_P(RsaCipher, EnciphersUpToOneBlockForThePrivateKeyToRead) {
+    const auto& algorithm = ciphers[GetParam()];
+    const mw::AutoPtr<Cipher> cipher(Cipher::getInstance(algorithm.oid));
     EXPECT_THROW(encipher(*cipher, bytesOf("abc")), cryptoapi::IllegalStateException);
     EXPECT_THROW(cipher->init(Cipher::DECRYPT_MODE, *publicTestKey()),
                  cryptoapi::UnsupportedOperationException);
     cipher->init(Cipher::ENCRYPT_MODE, *publicTestKey());
     const std::size_t blockLength = testKey().GetModulus().ByteCount();
-    EXPECT_EQ(cipher->getMaximumInputLength(), blockLength - 11);
+    const std::size_t longest = blockLength - algorithm.overhead;
+    EXPECT_EQ(cipher->getMaximumInputLength(), longest);
 
-    for (std::size_t length : {std::size_t{0}, std::size_t{1}, blockLength - 11}) {
+    for (std::size_t length : {std::size_t{0}, std::size_t{1}, longest}) {
         const Bytes plain(length, 0xA5);
         const Bytes cipherText = encipher(*cipher, plain);
         EXPECT_EQ(cipherText.size(), blockLength);
-        EXPECT_EQ(decipher(cipherText), plain) << length;
+        EXPECT_EQ(algorithm.decipher(cipherText), plain) << length;
         EXPECT_NE(encipher(*cipher, plain), cipherText);
     }
-    EXPECT_THROW(encipher(*cipher, Bytes(blockLength - 10)), cryptoapi::IllegalBlockSizeException);
+    EXPECT_THROW(encipher(*cipher, Bytes(longest + 1)), cryptoapi::IllegalBlockSizeException);
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryPadding, RsaCipher,
+                         testing::Range<std::size_t>(0, std::size(ciphers)));
+
+// OAEP-SHA256 needs 66 bytes of a 512-bit key's 64: refused, not padded past.
+TEST(OaepCipher, RefusesAKeyTooShortForThePadding) {
+    const mw::AutoPtr<Cipher> cipher(Cipher::getInstance(ciphers[2].oid));
+    EXPECT_THROW(cipher->init(Cipher::ENCRYPT_MODE, *publicTestKey(512)),
+                 cryptoapi::InvalidKeyException);
 }
 
 } // namespace

@@ -1,4 +1,5 @@
-// RSA PKCS#1 v1.5 verification of signatures made by Crypto++'s signer.
+// RSA PKCS#1 v1.5 and PSS verification of signatures made by Crypto++'s
+// signer, and of PSS encodings altered and signed with the private key.
 #include "TestKey.hpp"
 
 #include "cryptoapi/CryptoException.hpp"
@@ -9,6 +10,7 @@
 #include <cryptopp/md5.h>
 #include <cryptopp/osrng.h>
 #include <cryptopp/pkcspad.h>
+#include <cryptopp/pssr.h>
 #include <cryptopp/ripemd.h>
 #include <cryptopp/sha.h>
 
@@ -30,12 +32,17 @@ namespace {
 using namespace cryptoapi_test;
 using cryptoapi::Signature;
 
-template <class Hash> Bytes signWith(const Bytes& message) {
+template <class Standard, class Hash>
+Bytes sign(const CryptoPP::InvertibleRSAFunction& key, const Bytes& message) {
     CryptoPP::AutoSeededRandomPool random;
-    const typename CryptoPP::RSASS<CryptoPP::PKCS1v15, Hash>::Signer signer(testKey());
+    const typename CryptoPP::RSASS<Standard, Hash>::Signer signer(key);
     Bytes signature(signer.MaxSignatureLength());
     signature.resize(signer.SignMessage(random, message.data(), message.size(), signature.data()));
     return signature;
+}
+
+template <class Hash> Bytes signWith(const Bytes& message) {
+    return sign<CryptoPP::PKCS1v15, Hash>(testKey(), message);
 }
 
 struct Algorithm {
@@ -55,9 +62,9 @@ const Algorithm algorithms[] = {
     {"1.2.840.113549.1.1.13", signWith<CryptoPP::SHA512>},
 };
 
-mw::AutoPtr<Signature> verifier(const std::string& oid) {
+mw::AutoPtr<Signature> verifier(const std::string& oid, unsigned int keyBits = 1024) {
     mw::AutoPtr<Signature> signature(Signature::getInstance(oid));
-    signature->initVerify(*publicTestKey());
+    signature->initVerify(*publicTestKey(keyBits));
     return signature;
 }
 
@@ -69,8 +76,8 @@ bool verifies(Signature& object, const Bytes& message, const Bytes& signature) {
     return object.verify(signature.data(), signature.size());
 }
 
-Bytes flipped(Bytes bytes, std::size_t index) {
-    bytes.at(index) ^= 0x01;
+Bytes flipped(Bytes bytes, std::size_t index, unsigned char bits = 0x01) {
+    bytes.at(index) ^= bits;
     return bytes;
 }
 
@@ -121,21 +128,74 @@ TEST(RsaEncryptionSignature, ComparesTheDataAsGiven) {
     EXPECT_TRUE(verifies(*signature, digestInfo, good));
 }
 
+CryptoPP::Integer valueOf(const Bytes& bytes) {
+    return CryptoPP::Integer(bytes.data(), bytes.size());
+}
+
+Bytes encoded(const CryptoPP::Integer& value, std::size_t length) {
+    Bytes bytes(length);
+    value.Encode(bytes.data(), bytes.size());
+    return bytes;
+}
+
+Bytes plusModulus(const Bytes& signature, const CryptoPP::InvertibleRSAFunction& key) {
+    return encoded(valueOf(signature) + key.GetModulus(), signature.size());
+}
+
+// Crypto++'s signature of a message verifies on the message's hash only.
+// Its block (EM, after a 00 under 1041 bits) altered and signed with the
+// private key, as by a hostile signer, fails: the trailer BC, the 01 made 03,
+// the byte before the 01 (a padding zero, or with SHA-512 under 1041 bits
+// the top byte, above emBits). H and the salt stay whole: only each one's own
+// check can refuse it.
+template <class Hash> void checkPss(const std::string& hashOid, unsigned int keyBits) {
+    SCOPED_TRACE(hashOid + " under " + std::to_string(keyBits) + " bits");
+    const CryptoPP::InvertibleRSAFunction& key = testKey(keyBits);
+    const std::size_t k = key.GetModulus().ByteCount(), separator = k - 2 * Hash::DIGESTSIZE - 2;
+    const Bytes message = bytesOf("a message hashed by the caller");
+    Bytes hash(Hash::DIGESTSIZE), good, block;
+    Hash().CalculateDigest(hash.data(), message.data(), message.size());
+    const auto signature = verifier("1.2.840.113549.1.1.10/" + hashOid, keyBits);
+    // Fresh salts: about half need the unmasked DB's leftmost bit cleared.
+    // The top byte altered must stay below the modulus.
+    for (int salt = 0; salt < 8 || valueOf(flipped(block, separator - 1)) >= key.GetModulus();
+         ++salt) {
+        ASSERT_LT(salt, 2000);
+        good = sign<CryptoPP::PSS, Hash>(key, message);
+        EXPECT_TRUE(verifies(*signature, hash, good));
+        block = encoded(key.ApplyFunction(valueOf(good)), k);
+    }
+    for (const auto& [index, bits] : {std::pair<std::size_t, unsigned char>{k - 1, 0x01},
+                                      {separator, 0x02},
+                                      {separator - 1, 0x01}}) {
+        CryptoPP::AutoSeededRandomPool random;
+        const Bytes forged =
+            encoded(key.CalculateInverse(random, valueOf(flipped(block, index, bits))), k);
+        EXPECT_FALSE(verifies(*signature, hash, forged)) << index;
+    }
+    EXPECT_FALSE(verifies(*signature, flipped(hash, 0), good));
+    hash.push_back(0x00);
+    EXPECT_FALSE(verifies(*signature, hash, good));
+}
+
+// SHA-512 under 1041 bits leaves no zero padding before the 01.
+TEST(PssSignature, AcceptsTheHashItWasMadeForAndNoAlteredEncoding) {
+    checkPss<CryptoPP::SHA256>("2.16.840.1.101.3.4.2.1", 1024);
+    checkPss<CryptoPP::SHA256>("2.16.840.1.101.3.4.2.1", 1041);
+    checkPss<CryptoPP::SHA384>("2.16.840.1.101.3.4.2.2", 1024);
+    checkPss<CryptoPP::SHA512>("2.16.840.1.101.3.4.2.3", 1041);
+}
+
 // A signature is exactly as long as the modulus: the same value without its
 // leading zero byte or with one more does not verify, nor does a value at
 // or above the modulus, the good one plus the modulus included. Other signatures a hostile card
 // might return are false too, never an exception; an object used before initVerify throws.
 TEST(MalformedSignature, DoesNotVerify) {
-    const CryptoPP::Integer& n = testKey().GetModulus();
-    const auto plusModulus = [&n](const Bytes& signature) {
-        Bytes sum(signature.size());
-        (CryptoPP::Integer(signature.data(), signature.size()) + n).Encode(sum.data(), sum.size());
-        return sum;
-    };
-    const Bytes modulus = plusModulus(Bytes(testKey().GetModulus().ByteCount()));
+    const Bytes modulus = plusModulus(Bytes(testKey().GetModulus().ByteCount()), testKey());
     Bytes message, good;
     // A sum that overflows the block wraps below the modulus: try another.
-    for (int attempt = 0; good.empty() || good.front() != 0x00 || plusModulus(good) < modulus;
+    for (int attempt = 0;
+         good.empty() || good.front() != 0x00 || plusModulus(good, testKey()) < modulus;
          ++attempt) {
         ASSERT_LT(attempt, 10000) << "one signature in 256 starts with 00";
         message = bytesOf("message " + std::to_string(attempt));
@@ -149,7 +209,7 @@ TEST(MalformedSignature, DoesNotVerify) {
     EXPECT_TRUE(verifies(*sha256, message, good));
     // good + n is good to the public operation: only the range check refuses it.
     for (const Bytes& signature :
-         {Bytes{}, Bytes{0x01}, stripped, zeroFirst, modulus, plusModulus(good),
+         {Bytes{}, Bytes{0x01}, stripped, zeroFirst, modulus, plusModulus(good, testKey()),
           Bytes(good.size(), 0xFF), Bytes(good.size(), 0x00)}) {
         EXPECT_FALSE(verifies(*sha256, message, signature)) << signature.size() << " bytes";
     }

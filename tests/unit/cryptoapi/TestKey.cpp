@@ -6,16 +6,19 @@
 
 #include <cryptopp/osrng.h>
 
+#include <map>
+
 namespace cryptoapi_test {
 
-const CryptoPP::InvertibleRSAFunction& testKey() {
-    static const CryptoPP::InvertibleRSAFunction key = [] {
+const CryptoPP::InvertibleRSAFunction& testKey(unsigned int bits) {
+    static std::map<unsigned int, CryptoPP::InvertibleRSAFunction> keys;
+    auto found = keys.find(bits);
+    if (found == keys.end()) {
         CryptoPP::AutoSeededRandomPool random;
-        CryptoPP::InvertibleRSAFunction generated;
-        generated.GenerateRandomWithKeySize(random, 1024);
-        return generated;
-    }();
-    return key;
+        found = keys.emplace(bits, CryptoPP::InvertibleRSAFunction()).first;
+        found->second.GenerateRandomWithKeySize(random, bits);
+    }
+    return found->second;
 }
 
 namespace {
@@ -28,9 +31,9 @@ Bytes encoded(const CryptoPP::Integer& value) {
 
 } // namespace
 
-mw::AutoPtr<cryptoapi::PublicKey> publicTestKey() {
-    const Bytes modulus = encoded(testKey().GetModulus());
-    const Bytes exponent = encoded(testKey().GetPublicExponent());
+mw::AutoPtr<cryptoapi::PublicKey> publicTestKey(unsigned int bits) {
+    const Bytes modulus = encoded(testKey(bits).GetModulus());
+    const Bytes exponent = encoded(testKey(bits).GetPublicExponent());
     const mw::AutoPtr<cryptoapi::KeyFactory> factory(
         cryptoapi::KeyFactory::getInstance("2.5.8.1.1"));
     return mw::AutoPtr<cryptoapi::PublicKey>(factory->generatePublic(cryptoapi::RSAPublicKeySpec(

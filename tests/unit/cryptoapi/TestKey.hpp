@@ -13,10 +13,10 @@ namespace cryptoapi_test {
 
 using Bytes = std::vector<unsigned char>;
 
-// One 1024-bit key pair per test run, and its public half made through the
-// provider's RSA key factory.
-const CryptoPP::InvertibleRSAFunction& testKey();
-mw::AutoPtr<cryptoapi::PublicKey> publicTestKey();
+// One key pair per size and test run, 1024 bits unless said, and its public
+// half made through the provider's RSA key factory.
+const CryptoPP::InvertibleRSAFunction& testKey(unsigned int bits = 1024);
+mw::AutoPtr<cryptoapi::PublicKey> publicTestKey(unsigned int bits = 1024);
 
 Bytes bytesOf(const std::string& text);
 Bytes fromHex(const std::string& hex);

@@ -52,6 +52,7 @@ TEST_P(KeyServicesTest, KeyUseNeedsItsConditionAndAnExistingKey) {
 // The card and the applet selected by AID offer the same services and the one algorithm the
 // card lists, nothing else. Random bytes: Engines.RandomBytesComeFromTheCard (e2e).
 TEST_P(KeyServicesTest, CardAndAppletOfferTheListedAlgorithmsAndServicesOnly) {
+    const std::string pss = "1.2.840.113549.1.1.10", oaep = "1.2.840.113549.1.1.7";
     const host::iso7816::Applet applet(session_, host::iso7816::pkcs15Aid());
     applet.select(*channel_);
     for (const char* name : {"PinManagementService", "FileAccessService", "FileSystemService",
@@ -60,10 +61,20 @@ TEST_P(KeyServicesTest, CardAndAppletOfferTheListedAlgorithmsAndServicesOnly) {
     }
     EXPECT_FALSE(applet.hasInterface("SecretKeyService") ||
                  applet.getInterface("SecretKeyService"));
-    EXPECT_EQ(applet.getAlgorithms(), std::vector<std::string>{rsaEncryption});
-    EXPECT_EQ(card_->getAlgorithms(), std::vector<std::string>{rsaEncryption});
-    EXPECT_FALSE(crypto()->getSignature("1.2.840.113549.1.1.11"));
-    EXPECT_FALSE(crypto()->getCipher("1.2.840.113549.1.1.7"));
+    const std::vector<std::string> listed{rsaEncryption, pss, oaep};
+    EXPECT_EQ(applet.getAlgorithms(), listed);
+    EXPECT_EQ(card_->getAlgorithms(), listed);
+    // Hash-and-sign is not listed; RSA-PSS and RSAES-OAEP come with the
+    // hashes of the profile only, and never bare.
+    for (const std::string& refused : {std::string("1.2.840.113549.1.1.11"), pss,
+                                       pss + "/1.3.14.3.2.26", oaep + "/1.3.14.3.2.26"}) {
+        EXPECT_FALSE(crypto()->getSignature(refused)) << refused;
+    }
+    EXPECT_FALSE(crypto()->getCipher(oaep) ||
+                 crypto()->getCipher(oaep + "/2.16.840.1.101.3.4.2.2"));
+    EXPECT_EQ(crypto()->getSignature(pss + "/2.16.840.1.101.3.4.2.3")->getAlgorithm(),
+              pss + "/2.16.840.1.101.3.4.2.3");
+    EXPECT_TRUE(crypto()->getCipher(oaep + "/1.3.14.3.2.26"));
     EXPECT_CARD_ERROR(
         host::iso7816::Applet(session_, {0xA0, 0x00, 0x00, 0x00, 0x01}).select(*channel_), "Select",
         0x6A82);
