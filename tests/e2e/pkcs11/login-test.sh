@@ -108,9 +108,11 @@ for padding in pkcs1 "pss -keyopt rsa_pss_saltlen:digest"; do
         -in "$work/message" -out "$work/${padding%% *}.p7m" || fail "cms -sign ($padding) failed"
     openssl cms -verify -CAfile "$work/card.pem" -in "$work/${padding%% *}.p7m" -out /dev/null \
         2>"$work/$step.verify" || fail "cms -verify ($padding) failed"
-    grep -q "Verification successful" "$work/$step.verify" || fail "cms did not verify the $padding signature"
+    grep -q "Verification successful" "$work/$step.verify" ||
+        fail "cms did not verify the $padding signature"
 done
-openssl cms -cmsout -print -in "$work/pss.p7m" | grep -q rsassaPss || fail "no PSS in the S/MIME signature"
+openssl cms -cmsout -print -in "$work/pss.p7m" | grep -q rsassaPss ||
+    fail "no PSS in the S/MIME signature"
 
 # RSASSA-PSS of a hash, salt as long as the hash, verified with the public key.
 step=pss
@@ -127,8 +129,10 @@ done
 # not at all with one byte changed.
 step=oaep
 head -c 32 /dev/urandom >"$work/secret"
-decrypt() { engine pkeyutl -decrypt -inkey "$key" -pkeyopt rsa_padding_mode:oaep -pkeyopt "rsa_oaep_md:$1" \
-    -in "$2" -out "$work/deciphered"; }
+decrypt() {
+    engine pkeyutl -decrypt -inkey "$key" -pkeyopt rsa_padding_mode:oaep -pkeyopt "rsa_oaep_md:$1" \
+        -in "$2" -out "$work/deciphered"
+}
 for digest in sha1 sha256; do
     openssl pkeyutl -encrypt -pubin -inkey "$work/card-pub.pem" -pkeyopt rsa_padding_mode:oaep \
         -pkeyopt rsa_oaep_md:$digest -in "$work/secret" -out "$work/$digest.bin"
@@ -158,12 +162,14 @@ sshd() {
         -o PubkeyAcceptedAlgorithms=rsa-sha2-256,rsa-sha2-512
 }
 start "Server listening" sshd
+echo "[127.0.0.1]:$port $(cat "$work/host_key.pub")" >"$work/known_hosts"
 for algorithm in rsa-sha2-256 rsa-sha2-512; do
-    SSH_ASKPASS="$work/askpass" SSH_ASKPASS_REQUIRE=force DISPLAY=:0 timeout 20 setsid -w \
+    SSH_ASKPASS="$work/askpass" SSH_ASKPASS_REQUIRE=force timeout 20 setsid -w \
         ssh -F none -I "$module" -o PubkeyAcceptedAlgorithms=$algorithm -o BatchMode=no \
-        -o IdentityAgent=none -o PreferredAuthentications=publickey -o StrictHostKeyChecking=accept-new \
+        -o IdentityAgent=none -o PreferredAuthentications=publickey -o StrictHostKeyChecking=yes \
         -o "UserKnownHostsFile=$work/known_hosts" -p "$port" root@127.0.0.1 true \
         </dev/null >"$work/$step.client" 2>&1 || fail "ssh with $algorithm failed"
 done
-[ "$(grep -c 'Accepted publickey for root' "$work/$step.server")" -eq 2 ] || fail "sshd accepted no card key"
+[ "$(grep -c 'Accepted publickey for root' "$work/$step.server")" -eq 2 ] ||
+    fail "sshd did not accept the card's key twice"
 echo "every client logs in with the card"
