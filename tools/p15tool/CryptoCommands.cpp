@@ -204,25 +204,30 @@ boost::shared_ptr<ICipher> cipherEngine(const Session& session, const CryptoOpti
     return session.application().getCipher(algorithmOf(rsaOaep, options.algorithm));
 }
 
+// A ToolError unless one block of `key` carries `size` bytes under the
+// command's scheme: RSAES-OAEP puts two hashes and two bytes beside them.
+void requireCipherRoom(const CryptoOptions& options, const app::object::IPrivateRSAKey& key,
+                       std::size_t size) {
+    const std::size_t block = blockSize(key);
+    const std::size_t padding =
+        options.oaep ? 2 * hashLength(options.algorithm) + 2 : pkcs1Overhead;
+    const std::size_t room = block > padding ? block - padding : 0;
+    if (size > room || block < padding) {
+        const std::string scheme =
+            options.oaep ? rsaOaep.name + (" with " + options.algorithm) : "RSA PKCS#1 v1.5";
+        throw ToolError(ExitCode::failure,
+                        scheme + " enciphers at most " + std::to_string(room) +
+                            " bytes with this key; the input has " + std::to_string(size) +
+                            " (encipher a symmetric key rather than the data itself)");
+    }
+}
+
 void encrypt(const GlobalOptions& global, const CryptoOptions& options) {
     const mw::ByteBuffer data = readInput(options.in, maxBlockSize);
     const Session session(global);
     const KeyPair pair = chooseKeyPair(session, options.choice);
-    // RSAES-OAEP puts two hashes and two bytes beside the message.
-    const std::size_t block = blockSize(*pair.privateKey);
-    const std::size_t padding =
-        options.oaep ? 2 * hashLength(options.algorithm) + 2 : pkcs1Overhead;
-    const std::size_t room = block > padding ? block - padding : 0;
-    if (data.size() > room || block < padding) {
-        const std::string scheme =
-            options.oaep ? rsaOaep.name + (" with " + options.algorithm) : "RSA PKCS#1 v1.5";
-        throw ToolError(ExitCode::failure, scheme + " with this key enciphers at most " +
-                                               std::to_string(room) + " bytes; the input has " +
-                                               std::to_string(data.size()) +
-                                               " (encipher a symmetric key rather than the data "
-                                               "itself)");
-    }
     const auto cipher = cipherEngine(session, options);
+    requireCipherRoom(options, *pair.privateKey, data.size());
     cipher->init(session.channel(), ICipher::Encipher, readPublicKey(session, pair));
     writeOutput(options.out, cipher->encipher(session.channel(), data), true);
 }
