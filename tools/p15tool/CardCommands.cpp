@@ -13,6 +13,7 @@
 #include "tools/p15tool/Output.hpp"
 #include "tools/p15tool/PinInput.hpp"
 #include "tools/p15tool/Progress.hpp"
+#include "tools/p15tool/Schemes.hpp"
 #include "tools/p15tool/Session.hpp"
 #include "tools/p15tool/Text.hpp"
 #include "tools/p15tool/ToolError.hpp"
@@ -150,6 +151,27 @@ Json algorithmsJson(const app::IApplication& application, unsigned rows) {
     return list;
 }
 
+// The schemes the card performs itself, each with the hashes it takes.
+Json schemesJson(const app::IApplication& application) {
+    Json list = Json::array();
+    for (const Scheme* scheme : {&rsaPss, &rsaOaep}) {
+        Json hashes = Json::array();
+        for (const std::string& hash : scheme->hashes) {
+            if (performs(application, *scheme, hash)) {
+                hashes.push_back(hash);
+            }
+        }
+        if (!hashes.empty()) {
+            Json item;
+            putAlgorithmName(item, "name", scheme->oid);
+            item["algorithm"] = scheme->oid;
+            item["hashes"] = hashes;
+            list.push_back(item);
+        }
+    }
+    return list;
+}
+
 } // namespace
 
 Json cardInfoJson(const Session& session) {
@@ -163,6 +185,7 @@ Json cardInfoJson(const Session& session) {
     }
     document["signatureAlgorithms"] = algorithmsJson(application, signatureRows);
     document["rawRsaAlgorithms"] = algorithmsJson(application, rawRsaRows);
+    document["rsaSchemes"] = schemesJson(application);
     return document;
 }
 

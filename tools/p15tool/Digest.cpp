@@ -68,9 +68,8 @@ const HashKind& hashKind(const std::string& name) {
 
 } // namespace
 
-mw::ByteBuffer digestInfo(const std::string& hash, const mw::ByteBuffer& head, InputFile& input) {
-    const HashKind& kind = hashKind(hash);
-    const auto function = kind.make();
+mw::ByteBuffer digest(const std::string& hash, const mw::ByteBuffer& head, InputFile& input) {
+    const auto function = hashKind(hash).make();
     function->Update(head.data(), head.size());
     const auto start = std::chrono::steady_clock::now();
     std::optional<Progress> progress;
@@ -93,7 +92,19 @@ mw::ByteBuffer digestInfo(const std::string& hash, const mw::ByteBuffer& head, I
     if (progress) {
         progress->done();
     }
-    return encodeDigestInfo(kind.oid, value);
+    return value;
+}
+
+mw::ByteBuffer digestInfo(const std::string& hash, const mw::ByteBuffer& head, InputFile& input) {
+    return encodeDigestInfo(hashKind(hash).oid, digest(hash, head, input));
+}
+
+std::string hashOid(const std::string& hash) {
+    return hashKind(hash).oid;
+}
+
+std::size_t hashLength(const std::string& hash) {
+    return hashKind(hash).make()->DigestSize();
 }
 
 } // namespace p15tool

@@ -80,8 +80,8 @@ TEST_F(CardCommands, TheDefaultCardIsCreatedOnFirstUseAndNamed) {
 }
 
 // Every failure is one line with its exit code, naming what failed and the
-// next step; a mistyped command gets the nearest one, a malformed --oid or
-// --subject is refused before the card is opened.
+// next step; a mistyped command gets the nearest one, a malformed --oid,
+// --subject or --alg is refused before the card is opened.
 TEST_F(CardCommands, FailuresHaveTheirExitCodesAndOneLine) {
     const std::string corrupt = file("corrupt.json");
     writeFile(corrupt, "{\"version\": 1, \"files\": [");
@@ -107,7 +107,11 @@ TEST_F(CardCommands, FailuresHaveTheirExitCodesAndOneLine) {
         {{"--card", "/nonexistent/card.json", "data", "write", "/dev/null", "--label", "L", "--oid",
           "1.2.-3"},
          2,
-         "is not an object identifier"}};
+         "is not an object identifier"},
+        {{"--card", "/nonexistent/card.json", "sign", "--pss", "--alg", "sha1"},
+         2,
+         "--pss takes --alg sha256, sha384, sha512 or raw, not sha1"},
+        {{"encrypt", "--alg", "sha1"}, 2, "--alg requires --oaep"}};
     // Attribute=value pairs of known types, a country of two letters, an e-mail address in ASCII.
     for (const char* subject :
          {"", "CN", "XX=1", "C=Germany", "emailAddress=zo\xC3\xAB@x.org", "CN="}) {
