@@ -69,7 +69,7 @@ TEST_F(FileCommands, RefusalsOfSelectReadAndUpdateBinary) {
         {"00A40300 02 5015", 0x6A86},
         {"00A40002 02 5015", 0x6A86},
         {"00A40000 03 501500", 0x6A80},
-        {"00A4040C 0C A000000063504B43532D3135", 0x9000},
+        {selectPkcs15, 0x9000},
         {"00A4020C 02 5031", 0x9000},
         {"00A4020C 02 7777", 0x6A82},
         {"00B0000001", 0x9000}, // the ODF is still current
@@ -118,8 +118,7 @@ TEST_F(FileCommands, OddInsReadAndUpdateBinary) {
 // The largest EF (FFFF bytes; FFFF+1 needs a three-byte size, refused) is written up to its
 // last byte, survives the image and answers Ne at the edges of 53's length forms.
 TEST_F(FileCommands, TheLargestFileThroughTheImage) {
-    selectApplication();
-    verifyUserPin();
+    logIn();
     ASSERT_EQ(sw("00A4000C 02 DF02"), 0x9000);
     EXPECT_EQ(sw("00E00000 0E 620C 8003010000 820101 8302C0FE"), 0x6A80);
     ASSERT_EQ(createEf("C0FF", "FFFF", "A0029000 A1029000"), 0x9000);
@@ -198,8 +197,7 @@ std::size_t filesIn(const CardFile& root) {
 class CardLimitsTest : public FileCommands {
 protected:
     void SetUp() override {
-        selectApplication();
-        verifyUserPin();
+        logIn();
         ASSERT_EQ(sw("00A4000C 02 DF02"), 0x9000); // at depth 2, open to the user PIN
     }
     void TearDown() override {

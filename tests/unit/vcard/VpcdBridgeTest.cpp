@@ -175,8 +175,8 @@ TEST(VpcdBridgeProcess, AnswerBeyondAFrameIsWrongLengthAndServingGoesOn) {
     ServeProcess bridge(driver.port());
     driver.accept();
     for (const Bytes& command :
-         {hex("00A4040C0CA000000063504B43532D3135"), apdu(0, 0x20, 0, 1, paddedPin("123456")),
-          hex("00A4000C02DF02"), createFile("8002FFFF 820101 8302C0FF", "A0029000")}) {
+         {hex(selectPkcs15), apdu(0, 0x20, 0, 1, paddedPin("123456")), hex("00A4000C02DF02"),
+          createFile("8002FFFF 820101 8302C0FF", "A0029000")}) {
         driver.send(command);
         ASSERT_EQ(driver.receive(), hex("9000")) << toHex(command);
     }
