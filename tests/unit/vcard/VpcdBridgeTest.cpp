@@ -109,12 +109,8 @@ private:
     }
 
     void readExactly(std::uint8_t* data, std::size_t size) {
-        while (size > 0) {
-            ssize_t got = ::recv(connection_, data, size, 0);
-            ASSERT_GT(got, 0) << "no complete message from the bridge";
-            data += got;
-            size -= static_cast<std::size_t>(got);
-        }
+        ASSERT_EQ(::recv(connection_, data, size, MSG_WAITALL), static_cast<ssize_t>(size))
+            << "no complete message from the bridge";
     }
 
     int listener_ = -1;
