@@ -17,6 +17,11 @@ inline Bytes hex(const std::string& text) {
     return fromHex(digits);
 }
 
+/// Two bytes of hexadecimal, as FIDs and sizes are written.
+inline std::string hex16(unsigned value) {
+    return toHex({static_cast<std::uint8_t>(value >> 8), static_cast<std::uint8_t>(value)});
+}
+
 inline std::uint16_t statusWord(const Bytes& response) {
     return static_cast<std::uint16_t>(response[response.size() - 2] << 8 | response.back());
 }
@@ -74,7 +79,8 @@ inline std::uint16_t pinStatus(VirtualCard& card, std::uint8_t reference) {
 
 inline const std::string selectPkcs15 = "00A4040C 0C A000000063504B43532D3135";
 
-inline void accept(VirtualCard& card, const std::vector<Bytes>& commands) {
+/// Sends each command, expecting 9000.
+inline void sendAll(VirtualCard& card, const std::vector<Bytes>& commands) {
     for (const Bytes& command : commands)
         ASSERT_EQ(sw(card, command), 0x9000) << toHex(command);
 }
@@ -82,8 +88,7 @@ inline void accept(VirtualCard& card, const std::vector<Bytes>& commands) {
 /// From the application DF: key files 0E kid (private, usable after the user PIN) and 0F kid
 /// (public, readable by all), each followed by a SELECT of the DF again.
 inline std::vector<Bytes> keyFileCommands(std::uint8_t kid, unsigned bits) {
-    const std::string size = toHex({std::uint8_t(bits >> 8), std::uint8_t(bits)}),
-                      id = toHex({kid});
+    const std::string size = hex16(bits), id = toHex({kid});
     return {
         createFile("8002" + size + "820111 83020E" + id,
                    "A0029700 A103880101 A203880101 A303880101"),
@@ -93,13 +98,13 @@ inline std::vector<Bytes> keyFileCommands(std::uint8_t kid, unsigned bits) {
 }
 
 inline void logIn(VirtualCard& card) {
-    accept(card, {hex(selectPkcs15), apdu(0, 0x20, 0, 1, paddedPin("123456"))});
+    sendAll(card, {hex(selectPkcs15), apdu(0, 0x20, 0, 1, paddedPin("123456"))});
 }
 
 /// After logIn: key files 0E01/0F01 and key pair 81 of 1024 bits in them.
 inline void addKeyPair(VirtualCard& card) {
-    accept(card, keyFileCommands(0x01, 1024));
-    accept(card, {hex("00460081 04 80020400 00")});
+    sendAll(card, keyFileCommands(0x01, 1024));
+    sendAll(card, {hex("00460081 04 80020400 00")});
 }
 
 /// A personalised in-memory card and shorthand for the commands most tests need.

@@ -43,7 +43,7 @@ protected:
 
     /// Key files of kid and a key pair generated in them; its public key.
     CryptoPP::RSA::PublicKey newKey(std::uint8_t kid, unsigned bits) {
-        accept(*card, keyFileCommands(kid, bits));
+        sendAll(*card, keyFileCommands(kid, bits));
         const Bytes answer =
             send(apdu(0, 0x46, 0, static_cast<std::uint8_t>(0x80 | kid),
                       {0x80, 0x02, static_cast<std::uint8_t>(bits >> 8), std::uint8_t(bits)}, 0));
@@ -159,7 +159,7 @@ TEST_F(KeyCommands, RefusalsOfGenerationEnvironmentChallengeAndData) {
     EXPECT_EQ(sw("00840000"), 0x6700);
     EXPECT_EQ(sw("0084010008"), 0x6A86);
     EXPECT_EQ(sw("00CA01A100"), 0x6A88);
-    accept(*card, keyFileCommands(0x04, 1024));
+    sendAll(*card, keyFileCommands(0x04, 1024));
     EXPECT_EQ(sw("00460085 04 80020400 00"), 0x6A88); // key files of kid 05 missing
     EXPECT_EQ(sw("00460084 04 80020800 00"), 0x6A80); // 2048 bits into 1024-bit files
     EXPECT_EQ(sw("00460004 04 80020400 00"), 0x6A88); // not a key reference (bit 8 clear)
@@ -175,7 +175,7 @@ TEST_F(KeyCommands, RefusalsOfGenerationEnvironmentChallengeAndData) {
     EXPECT_EQ(sw("00460084 04 80020400 00"), 0x6982); // generation needs the update condition
     verifyUserPin();
     const std::vector<Bytes> files = keyFileCommands(0x05, 1024);
-    accept(*card, {files[0], files[1]});              // the private key file alone
+    sendAll(*card, {files[0], files[1]});             // the private key file alone
     EXPECT_EQ(sw("00460085 04 80020400 00"), 0x6A88); // generation wants both files
     ASSERT_EQ(sw("00E40000 02 0E05"), 0x9000);
     EXPECT_EQ(setEnvironment(0xB6, 0x85), 0x6A88); // a deleted key file takes its key along
@@ -184,10 +184,10 @@ TEST_F(KeyCommands, RefusalsOfGenerationEnvironmentChallengeAndData) {
 // Reference FF, the last, names key files 0E7F/0F7F: never the files of FID 0EFF/0FFF that a
 // reference of eight bits for the key number would reach.
 TEST_F(KeyCommands, TheLastKeyReferenceNamesTheLastKeyFiles) {
-    accept(*card, keyFileCommands(0xFF, 1024));
+    sendAll(*card, keyFileCommands(0xFF, 1024));
     EXPECT_EQ(sw("004601FF 00"), 0x6A88);
     EXPECT_EQ(setEnvironment(0xB6, 0xFF), 0x6A88);
-    accept(*card, keyFileCommands(0x7F, 1024));
+    sendAll(*card, keyFileCommands(0x7F, 1024));
     EXPECT_EQ(sw("004601FF 00"), 0x6985); // found, no key yet
     EXPECT_EQ(sw("0046017F 00"), 0x6A88); // bit 8 clear: no key reference
     EXPECT_EQ(setEnvironment(0xB6, 0xFF), 0x9000);
@@ -248,7 +248,7 @@ Bytes importTemplate(const std::vector<Bytes>& components, const Bytes& extra = 
 }
 
 TEST_F(KeyCommands, ImportChecksComponentSizesByValue) {
-    accept(*card, keyFileCommands(0x0C, 1024));
+    sendAll(*card, keyFileCommands(0x0C, 1024));
     CryptoPP::AutoSeededRandomPool rng;
     CryptoPP::InvertibleRSAFunction key;
     key.Initialize(rng, 1024, Integer(65537));
