@@ -1,12 +1,14 @@
 #ifndef TESTS_UNIT_HOST_TESTKEYS_HPP
 #define TESTS_UNIT_HOST_TESTKEYS_HPP
 
+// What the card layer's tests build and check besides CardFixture's card: access conditions, key
+// references, a cryptogram made in software, the details of card exceptions.
+
 #include "card/CardException.hpp"
 #include "card/crypto/spec/KeySpec.hpp"
 #include "card/service/FileCreationParams.hpp"
 
 #include <boost/exception/get_error_info.hpp>
-#include <cryptopp/integer.h>
 #include <string>
 
 namespace hosttest {
@@ -18,7 +20,6 @@ card::service::AccessConditions grant(unsigned short modes,
 
 card::service::KeyRef keyRef(unsigned char kid, unsigned short bits, unsigned char filePrefix);
 
-CryptoPP::Integer toInteger(const mw::ByteBuffer& bytes);
 // `message` enciphered with PKCS#1 v1.5 (block type 2) under the public key.
 mw::ByteBuffer encipher(const card::crypto::spec::RsaPublicKeySpec& key,
                         const mw::ByteBuffer& message);
