@@ -42,8 +42,8 @@ private:
     std::string path_;
 };
 
-/// Whether `result` exited with `code` and its stderr holds `says`; a
-/// failure shows the status and stderr.
+/// Whether `result` exited with `code` and its stderr holds `says`, a failure
+/// (code not 0) in one line that starts "p15tool: "; a mismatch shows the status and stderr.
 ::testing::AssertionResult exited(const ToolResult& result, int code, const std::string& says = "");
 /// Whether `text` holds `part`; a failure shows the text.
 ::testing::AssertionResult contains(const std::string& text, const std::string& part);
