@@ -1,7 +1,6 @@
 // init, info and the card a command reaches, through the plugin on virtual
 // card images; PINs typed at a terminal through a pseudo-terminal.
 #include "ToolProcess.hpp"
-#include "vcard/CardImage.hpp"
 #include "vcard/Personalise.hpp"
 
 #include <gtest/gtest.h>
@@ -21,8 +20,8 @@ namespace {
 
 class CardCommands : public CardFolder {
 protected:
-    std::string storedPin(std::uint8_t reference) const {
-        const vcard::Bytes value = vcard::CardImage::load(image).pins.pins().at(reference).value;
+    std::string pinValue(std::uint8_t reference) const {
+        const vcard::Bytes value = storedPin(reference).value;
         return std::string(value.begin(), std::find(value.begin(), value.end(), 0xFF));
     }
     // The user's own card lives in this directory.
@@ -36,15 +35,15 @@ TEST_F(CardCommands, InitPersonalisesTheImageWithTheChosenPins) {
     const ToolResult result = succeed({"init", "--label", "Caf\xC3\xA9", "--pin-file", file("pin"),
                                        "--puk-env", "PUK", "--so-pin-env", "SO_PIN"});
     EXPECT_EQ(result.out.find("8642"), std::string::npos);
-    EXPECT_EQ(storedPin(vcard::layout::userPinReference), "8642");
-    EXPECT_EQ(storedPin(vcard::layout::unblockingPinReference), "13572468");
-    EXPECT_EQ(storedPin(vcard::layout::soPinReference), "97531");
+    EXPECT_EQ(pinValue(vcard::layout::userPinReference), "8642");
+    EXPECT_EQ(pinValue(vcard::layout::unblockingPinReference), "13572468");
+    EXPECT_EQ(pinValue(vcard::layout::soPinReference), "97531");
 
     const std::string before = readFile(image);
     EXPECT_TRUE(exited(init(), 1, "--force"));
     EXPECT_EQ(readFile(image), before);
     EXPECT_TRUE(exited(init({}, {"--force"}), 0));
-    EXPECT_EQ(storedPin(vcard::layout::userPinReference), "2468");
+    EXPECT_EQ(pinValue(vcard::layout::userPinReference), "2468");
 }
 
 // A PIN init cannot use, or none without a terminal to ask on, is a usage
@@ -103,12 +102,7 @@ TEST_F(CardCommands, FailuresHaveTheirExitCodesAndOneLine) {
     overwrite(odf, 0x5031, {0xA0, 0xFF});
     const int lock = ::open((held + ".lock").c_str(), O_RDONLY | O_CREAT | O_CLOEXEC, 0600);
     ASSERT_EQ(::flock(lock, LOCK_EX), 0);
-    editCardFile(image, 0x5031, [](vcard::CardFile& odf) {
-        using vcard::AccessMode;
-        const vcard::SecurityAttributes& was = odf.security;
-        odf.security = {vcard::AccessCondition::never(), was.condition(AccessMode::Update),
-                        was.condition(AccessMode::Delete), was.condition(AccessMode::Use)};
-    });
+    editCardFile(image, 0x5031, [](vcard::CardFile& odf) { odf.security = {}; }); // never read
     std::vector<std::tuple<std::vector<std::string>, int, std::string>> cases{
         {{"--card", image, "list"}, 3, "Read Binary: 6982"},
         {{"--card", prkdf, "keygen", "--label", "K", "--pin-env", "USER_PIN"},
@@ -213,7 +207,7 @@ TEST_F(CardCommands, PinTypedAtTheTerminalIsNotEchoed) {
     ASSERT_EQ(status, 0) << screen;
     EXPECT_TRUE(contains(screen, "Repeat the new user PIN: "));
     EXPECT_EQ(screen.find("97531"), std::string::npos) << screen;
-    EXPECT_EQ(storedPin(vcard::layout::userPinReference), "97531");
+    EXPECT_EQ(pinValue(vcard::layout::userPinReference), "97531");
 
     const auto [mismatch, says] = typeUserPin(file("other.json"), "97531", "97532");
     EXPECT_EQ(mismatch, 2);

@@ -2,7 +2,6 @@
 // size, inputs that are no file or too large, deciphered secrets for their
 // owner only; a signature only of the modulus length, a key only as its usage says.
 #include "ToolProcess.hpp"
-#include "vcard/CardImage.hpp"
 
 #include <cryptopp/filters.h>
 #include <cryptopp/osrng.h>
@@ -75,9 +74,6 @@ TEST_P(InputOutput, MessagesOfEverySizeSignAndVerifyTheSameWay) {
 // one is refused before the PIN); OAEP of each hash at the longest message.
 // A card that does not perform them refuses each command before any PIN.
 TEST_P(InputOutput, PssAndOaepWorkOnlyOnTheCardThatPerformsThem) {
-    const auto triesLeft = [&] {
-        return vcard::CardImage::load(image).pins.pins().at(0x01).triesLeft;
-    };
     const auto flipBit = [&](const std::string& name) {
         std::string value = readFile(file(name));
         value[value.size() / 2] ^= 0x10;
@@ -96,7 +92,7 @@ TEST_P(InputOutput, PssAndOaepWorkOnlyOnTheCardThatPerformsThem) {
                  {{"decrypt", "--oaep", "--in", block, "--pin-env", "WRONG"}, "RSAES-OAEP"}}) {
             EXPECT_TRUE(exited(tool(arguments), 3, "the card does not perform " + scheme));
         }
-        EXPECT_EQ(triesLeft(), 3) << "no PIN was tried";
+        EXPECT_EQ(storedPin(0x01).triesLeft, 3) << "no PIN was tried";
         return;
     }
     EXPECT_EQ(schemes, nlohmann::json::parse(R"([
@@ -109,7 +105,7 @@ TEST_P(InputOutput, PssAndOaepWorkOnlyOnTheCardThatPerformsThem) {
     EXPECT_TRUE(exited(tool({"sign", "--label", "Signing key", "--pss", "--alg", "sha512", "--in",
                              file("message"), "--pin-env", "WRONG"}),
                        1, "RSA-PSS with sha512 needs a key of at least 1034 bits"));
-    EXPECT_EQ(triesLeft(), 3) << "no PIN was tried";
+    EXPECT_EQ(storedPin(0x01).triesLeft, 3) << "no PIN was tried";
     for (const auto& [alg, label, publicKey, signAlg, in] :
          {std::tuple{"sha256", "Signing key", "public.pem", "sha256", "message"},
           {"sha384", "Signing key", "public.pem", "raw", "hash"},
@@ -247,8 +243,7 @@ TEST_P(KeyUse, SignDecryptAndVerifyTakeOnlyWhatTheKeyAndTheSignatureAllow) {
             entry.privateRSAKeyValue.classAttributes.usage = {usage, 10};
         });
         EXPECT_TRUE(exited(run(refused, "WRONG"), 3, says));
-        EXPECT_EQ(vcard::CardImage::load(image).pins.pins().at(0x01).triesLeft, 3)
-            << "no PIN was tried";
+        EXPECT_EQ(storedPin(0x01).triesLeft, 3) << "no PIN was tried";
         EXPECT_TRUE(exited(run(allowed, "USER_PIN"), 0));
     }
 }

@@ -98,9 +98,7 @@ TEST_F(Scenario, AKeyMadeOnTheCardEnrolsSignsAndDeciphers) {
     const mw::ByteBuffer modulusBytes = mw::fromHex(modulus.substr(modulus.find('=') + 1));
     mw::ByteBuffer sha1(CryptoPP::SHA1::DIGESTSIZE);
     CryptoPP::SHA1().CalculateDigest(sha1.data(), modulusBytes.data(), modulusBytes.size());
-    const ToolResult written =
-        succeed({"cert", "write", file("cert.pem"), "--pin-env", "USER_PIN"});
-    EXPECT_EQ(generated.err + written.err, "") << "progress stays off a pipe";
+    succeed({"cert", "write", file("cert.pem"), "--pin-env", "USER_PIN"});
     const nlohmann::json objects = tool({"--json", "list"}).json();
     const nlohmann::json& certificate = objects["certificates"].at(0);
     EXPECT_EQ(objects["privateKeys"].at(0)["id"], mw::toHex(sha1));

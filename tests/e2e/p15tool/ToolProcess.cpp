@@ -101,6 +101,10 @@ std::string CardFolder::openssl(const std::string& arguments) const {
     return out;
 }
 
+vcard::Pin CardFolder::storedPin(std::uint8_t reference) const {
+    return vcard::CardImage::load(image).pins.pins().at(reference);
+}
+
 ToolResult CardFolder::tool(std::vector<std::string> arguments, const Environment& extra,
                             const std::string& input) const {
     arguments.insert(arguments.begin(), {"--card", image});

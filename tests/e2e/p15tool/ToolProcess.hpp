@@ -4,6 +4,7 @@
 #include "Profiles.hpp"
 #include "app/pkcs15/oss/Codec.hpp"
 #include "vcard/CardFile.hpp"
+#include "vcard/PinStore.hpp"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -87,6 +88,8 @@ protected:
     /// when it exits non-zero.
     std::string openssl(const std::string& arguments) const;
     std::string file(const std::string& name) const { return directory.file(name); }
+    /// The PIN `reference` as the card image holds it.
+    vcard::Pin storedPin(std::uint8_t reference) const;
 
     TemporaryDirectory directory;
     const std::string image = directory.file("card.json");
