@@ -89,7 +89,7 @@ protected:
         Bytes longest(encryptor.FixedMaxPlaintextLength());
         std::iota(longest.begin(), longest.end(), std::uint8_t{0x80});
         const Bytes command = encrypt(longest);
-        freehook::lookFor({reinterpret_cast<const char*>(longest.data()), 64});
+        freehook::lookFor({reinterpret_cast<const char*>(longest.data()), longest.size()});
         const Bytes answer = send(command);
         const std::size_t holding = freehook::blocksFreedHoldingSecret();
         freehook::lookFor("");
