@@ -66,7 +66,7 @@ INSTANTIATE_TEST_SUITE_P(Forms, Secrets,
 // The prime as the key import carries it, and as the image's text (the
 // first 32 bytes of it: the hook looks for at most 64 bytes).
 TEST(KeySecrets, NoReleasedBlockHoldsAPrimeOfAnImportedKey) {
-    const mw::ByteBuffer prime = support::importedKeyPrime();
+    const mw::ByteBuffer& prime = support::rsaKey().p;
     const std::string text = mw::toHex(mw::ByteBuffer(prime.data(), 32));
     const std::string image = temporaryFile("p15-key-secrets-");
     for (const std::string& form :

@@ -13,7 +13,6 @@
 #include "app/object/IDataObject.hpp"
 #include "app/object/IPin.hpp"
 #include "app/object/IPrivateRSAKey.hpp"
-#include "app/object/IPublicRSAKey.hpp"
 #include "app/object/IX509Certificate.hpp"
 #include "app/pkcs15/fs/EntryLayout.hpp"
 #include "app/pkcs15/object/P15DataObject.hpp"
@@ -207,22 +206,9 @@ boost::shared_ptr<app::object::IPin> userPinOf(const Card& card, const Applicati
 
 // A 1024-bit pair generated on the card, with both entries.
 void generateKeyPair(const Application& application, const card::IChannel& channel) {
-    const auto privateKey =
-        boost::dynamic_pointer_cast<app::object::IPrivateRSAKey>(application.createPrivateKey(
-            app::object::IPrivateKey::RsaPrivateKey, support::userPinRules()));
-    const auto publicKey = boost::dynamic_pointer_cast<app::object::IPublicRSAKey>(
-        application.createPublicKey(app::object::IPublicKey::RsaPublicKey, {}));
-    for (app::object::IKey* key : {static_cast<app::object::IKey*>(privateKey.get()),
-                                   static_cast<app::object::IKey*>(publicKey.get())}) {
-        key->setLabel("Generated");
-        key->setKeyId(support::ascii("Gene"));
-    }
-    privateKey->setUsage(app::object::IKey::Sign);
-    publicKey->setUsage(app::object::IKey::Verify);
-    privateKey->setModulusLength(1024);
-    publicKey->setModulusLength(1024);
+    const support::RsaKeyPair pair = support::newKeyPair(application, "Generated", 1024, 1024);
     application.getKeyPairGenerator("1.2.840.113549.1.1.1")
-        ->generate(channel, privateKey, publicKey);
+        ->generate(channel, pair.privateKey, pair.publicKey);
 }
 
 void verify(const Card& card, const Application& application) {

@@ -4,8 +4,12 @@
 // A virtual card made from an image, reached through the real host card
 // layer, with the PKCS#15 application opened on it as a host opens it.
 
+#include "app/object/ICardObjectFactory.hpp"
+#include "app/object/IPrivateRSAKey.hpp"
+#include "app/object/IPublicRSAKey.hpp"
 #include "app/pkcs15/P15Application.hpp"
 #include "card/IChannel.hpp"
+#include "card/service/IFileAccessService.hpp"
 #include "host/Channel.hpp"
 #include "host/iso7816/Card.hpp"
 #include "host/iso7816/CardSession.hpp"
@@ -35,10 +39,14 @@ struct AppOnCard {
                        std::optional<std::string> imagePath = std::nullopt);
 
     // A new application, selected: nothing cached from before.
-    boost::shared_ptr<app::pkcs15::P15Application> open() const;
+    boost::shared_ptr<app::pkcs15::P15Application>
+    open(const std::string& configuration = "") const;
     // Powers the card up again (after an injected removal) and opens anew.
     boost::shared_ptr<app::pkcs15::P15Application> reopen() const;
     void verifyUserPin(const app::pkcs15::P15Application& application) const;
+    boost::shared_ptr<card::service::IFileAccessService> files() const;
+    // The whole content of a file of the selected application.
+    mw::ByteBuffer readFile(const mw::ByteBuffer& fileId) const;
 
     std::shared_ptr<vcard::VirtualCard> virtualCard;
     boost::shared_ptr<host::Channel> channel;
@@ -53,12 +61,30 @@ app::AccessControlRules userPinRules();
 extern const char* const userPin;
 extern const char* const puk;
 
-// Imports this process's one 1024-bit RSA private key and its public key, both labelled
-// `label` (the user PIN must be verified).
+// An RSA key's values as the application takes them.
+struct RsaKeyMaterial {
+    mw::ByteBuffer modulus, exponent, p, q, dp, dq, pInv, qInv;
+};
+// One key of `bits` for the whole process, so that importing it again writes
+// the same bytes.
+const RsaKeyMaterial& rsaKey(unsigned int bits = 1024);
+
+struct RsaKeyPair {
+    boost::shared_ptr<app::object::IPrivateRSAKey> privateKey;
+    boost::shared_ptr<app::object::IPublicRSAKey> publicKey;
+};
+// Key objects labelled `label`, their key id too, not on the card yet; the
+// private key signs and deciphers under userPinRules(). For a generator,
+// the sizes alone (0 leaves one unset); for an import, the values of `key`.
+RsaKeyPair newKeyPair(const app::object::ICardObjectFactory& factory, const std::string& label,
+                      std::uint16_t privateBits, std::uint16_t publicBits);
+RsaKeyPair newKeyPair(const app::object::ICardObjectFactory& factory, const std::string& label,
+                      const RsaKeyMaterial& key);
+
+// Imports rsaKey(1024) as a private and a public key labelled `label` (the
+// user PIN must be verified).
 void importKeyPair(const app::pkcs15::P15Application& application, const card::IChannel& channel,
                    const std::string& label);
-// The first prime of that key, for tests that look for it in released memory.
-mw::ByteBuffer importedKeyPrime();
 
 // The image of a personalised card that also holds one imported key pair
 // labelled "Signing key", made once per process.
