@@ -3,15 +3,14 @@
 // card, what comes back, what a refusal leaves behind, and which commands
 // are sent.
 #include "AppError.hpp"
+#include "AppOnCard.hpp"
 #include "PluginOnCard.hpp"
 
-#include "app/SecurityConditions.hpp"
 #include "app/object/IApplicationInfo.hpp"
 #include "app/object/IX509Certificate.hpp"
 #include "app/pkcs15/oss/Codec.hpp"
 
 #include <algorithm>
-#include <boost/make_shared.hpp>
 #include <fstream>
 #include <iterator>
 #include <vector>
@@ -38,16 +37,10 @@ protected:
     const mw::ByteBuffer tokenInfoId{0x50, 0x32};
     const mw::ByteBuffer dataFile{0xDF, 0x02, 0x0D, 0x81}; // the first data object's file
 
-    static app::AccessControlRules userPinRules() {
-        return {app::AccessControlRule(
-            app::AccessControlRule::Read | app::AccessControlRule::Update,
-            boost::make_shared<app::AuthIdSecurityCondition>(std::vector<std::uint8_t>{0x01}))};
-    }
-
     // A certificate of `file` whose value needs the user PIN, not on the card yet.
     boost::shared_ptr<IX509Certificate> newCertificate(const char* file = "small.der") const {
         const auto made = boost::dynamic_pointer_cast<IX509Certificate>(
-            factory_->createCertificate(ICertificate::X509Certificate, userPinRules()));
+            factory_->createCertificate(ICertificate::X509Certificate, support::userPinRules()));
         made->setValue(certificate(file));
         return made;
     }

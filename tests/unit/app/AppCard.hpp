@@ -1,26 +1,13 @@
 #ifndef TESTS_UNIT_APP_APPCARD_HPP
 #define TESTS_UNIT_APP_APPCARD_HPP
 
+#include "AppErrors.hpp"
+#include "AppOnCard.hpp"
 #include "CardFixture.hpp"
-#include "app/pkcs15/P15Application.hpp"
-#include "card/IChannel.hpp"
-#include "card/service/IFileAccessService.hpp"
-#include "card/service/IFileSystemService.hpp"
-#include "card/service/IPinManagementService.hpp"
-#include "host/Channel.hpp"
-#include "host/iso7816/Applet.hpp"
-#include "host/iso7816/Card.hpp"
-#include "mw/ByteBuffer.hpp"
-#include "tests/support/AppFamily.hpp"
 
-#include <boost/shared_ptr.hpp>
 #include <memory>
 #include <string>
 #include <vector>
-
-namespace vcard {
-class VirtualCard;
-}
 
 namespace apptest {
 
@@ -48,20 +35,15 @@ private:
 };
 
 // A freshly personalised virtual card in this process, reached through the
-// host card layer exactly as a host would.
-struct AppCard {
+// host card layer exactly as a host would, every command recorded.
+struct AppCard : support::AppOnCard {
     AppCard();
 
-    boost::shared_ptr<app::pkcs15::P15Application>
-    application(const std::string& configuration = "") const;
     boost::shared_ptr<app::pkcs15::P15Application>
     appletApplication(const std::string& configuration = "") const;
 
     template <class Service> boost::shared_ptr<Service> service(const std::string& name) const {
         return boost::dynamic_pointer_cast<Service>(card->getInterface(name));
-    }
-    boost::shared_ptr<card::service::IFileAccessService> files() const {
-        return service<card::service::IFileAccessService>("FileAccessService");
     }
     void verifyPin(unsigned char reference, const std::string& value) const;
     // A value file, and a generated 1024-bit key pair under `reference`, that
@@ -71,13 +53,8 @@ struct AppCard {
     // Writes the whole content of a file of the application, padded with 00
     // to the file's size (needs the file's update condition satisfied).
     void writeFile(const mw::ByteBuffer& fileId, const mw::ByteBuffer& content) const;
-    mw::ByteBuffer readFile(const mw::ByteBuffer& fileId) const;
 
     RecordingTransport* recorder;
-    vcard::VirtualCard* virtualCard;
-    boost::shared_ptr<host::Channel> channel;
-    boost::shared_ptr<host::iso7816::CardSession> session;
-    boost::shared_ptr<host::iso7816::Card> card;
 };
 
 using hosttest::soPin;
@@ -104,8 +81,7 @@ mw::ByteBuffer certificateEntry(const std::string& label, const mw::ByteBuffer& 
 mw::ByteBuffer dataObjectEntry(const std::string& label, const mw::ByteBuffer& valueFile);
 // A private EC key entry: a kind the application lists but does not use.
 mw::ByteBuffer ecPrivateKeyEntry();
-// The text attached to an application exception, "" when none.
-std::string errorText(const std::exception& e);
+using p15test::errorText;
 
 } // namespace apptest
 

@@ -46,7 +46,7 @@ protected:
     }
 
     AppCard card_;
-    boost::shared_ptr<app::pkcs15::P15Application> application_ = card_.application();
+    boost::shared_ptr<app::pkcs15::P15Application> application_ = card_.open();
 };
 
 // What EF(ODF) lists, read in the forms cards write it: padding (00 or FF)
@@ -160,7 +160,7 @@ TEST_P(DirectoryRead, StopsAtTheEndOfTheEntries) {
     const auto& [layout, extended] = GetParam();
     AppCard card;
     card.virtualCard->setExtendedLength(extended);
-    const auto application = card.application();
+    const auto application = card.open();
     mw::ByteBuffer content;
     for (std::size_t length : layout.entries) {
         content.append(unknownEntry(length));
@@ -216,7 +216,7 @@ protected:
     const fs::PrKDF& prkdf() const { return *application_->getODF()->getPrKDF(); }
 
     AppCard card_;
-    boost::shared_ptr<app::pkcs15::P15Application> application_ = card_.application();
+    boost::shared_ptr<app::pkcs15::P15Application> application_ = card_.open();
     const app::pkcs15::P15Application::ChannelScope bound_{*application_, *card_.channel};
     const mw::ByteBuffer first_ = rsaPrivateKeyEntry(0x81, bytes({0x0E, 0x01}));
     const mw::ByteBuffer last_ = rsaPrivateKeyEntry(0x82, bytes({0x0E, 0x02}));

@@ -41,7 +41,7 @@ mw::ByteBuffer loadSample(const std::string& name) {
 // returns what the file then holds.
 mw::ByteBuffer put(const apptest::AppCard& card, const mw::ByteBuffer& file,
                    const std::string& sample) {
-    card.application(); // selects the application's DF
+    card.open(); // selects the application's DF
     card.verifyPin(0x01, apptest::userPin);
     card.writeFile(file, loadSample(sample));
     return card.readFile(file);
@@ -211,7 +211,7 @@ TEST(Samples, LoadWithTheAttributesTheirCardsGaveThem) {
     for (const auto& sample : samples) {
         SCOPED_TRACE(sample.file);
         const mw::ByteBuffer before = put(card, sample.fileId, sample.file);
-        sample.expect(*card.application(), *card.channel);
+        sample.expect(*card.open(), *card.channel);
         EXPECT_EQ(card.readFile(sample.fileId), before);
     }
 }
@@ -248,7 +248,7 @@ TEST(Samples, ARelabelledObjectKeepsEverythingElseByteForByte) {
             std::search(expected.begin(), expected.end(), relabel.from.begin(), relabel.from.end());
         ASSERT_NE(at, expected.end());
         std::copy(relabel.to.begin(), relabel.to.end(), at);
-        const auto application = card.application();
+        const auto application = card.open();
         const Listed listed = relabel.object(*application, *card.channel);
         listed->setLabel(relabel.to);
         application->writeCardObject(*card.channel, *listed);

@@ -1,9 +1,12 @@
-#ifndef TESTS_SUPPORT_APPFAMILY_HPP
-#define TESTS_SUPPORT_APPFAMILY_HPP
+#ifndef TESTS_SUPPORT_APPERRORS_HPP
+#define TESTS_SUPPORT_APPERRORS_HPP
 
 #include "app/ApplicationException.hpp"
 
+#include <boost/exception/get_error_info.hpp>
+#include <functional>
 #include <string>
+#include <utility>
 
 namespace p15test {
 
@@ -15,6 +18,25 @@ inline std::string familyOf(const app::ApplicationException& e) {
                ? "OperationNotSupportedException"
            : dynamic_cast<const app::OutOfMemoryException*>(&e) ? "OutOfMemoryException"
                                                                 : "ApplicationException";
+}
+
+// The text attached to an application exception, "" when none.
+inline std::string errorText(const app::ApplicationException& e) {
+    const char* const* text = boost::get_error_info<app::ErrorText>(e);
+    return text ? *text : "";
+}
+
+// The text and data (~0u when none) of the exception of type E that `call`
+// throws.
+using Failure = std::pair<std::string, unsigned>;
+template <class E = app::ApplicationException> Failure appError(const std::function<void()>& call) {
+    try {
+        call();
+    } catch (const E& e) {
+        const unsigned* data = boost::get_error_info<app::ErrorData>(e);
+        return {errorText(e), data ? *data : ~0u};
+    }
+    return {"no exception", 0};
 }
 
 } // namespace p15test
