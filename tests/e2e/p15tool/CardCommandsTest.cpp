@@ -1,15 +1,16 @@
 // init, info and the card a command reaches, through the plugin on virtual
 // card images; PINs typed at a terminal through a pseudo-terminal.
 #include "ToolProcess.hpp"
-#include "vcard/CardImage.hpp"
 #include "vcard/Personalise.hpp"
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <filesystem>
 #include <poll.h>
 #include <pty.h>
 #include <regex>
+#include <sys/file.h>
 #include <sys/wait.h>
 #include <tuple>
 #include <unistd.h>
@@ -19,8 +20,8 @@ namespace {
 
 class CardCommands : public CardFolder {
 protected:
-    std::string storedPin(std::uint8_t reference) const {
-        const vcard::Bytes value = vcard::CardImage::load(image).pins.pins().at(reference).value;
+    std::string pinValue(std::uint8_t reference) const {
+        const vcard::Bytes value = storedPin(reference).value;
         return std::string(value.begin(), std::find(value.begin(), value.end(), 0xFF));
     }
     // The user's own card lives in this directory.
@@ -34,15 +35,15 @@ TEST_F(CardCommands, InitPersonalisesTheImageWithTheChosenPins) {
     const ToolResult result = succeed({"init", "--label", "Caf\xC3\xA9", "--pin-file", file("pin"),
                                        "--puk-env", "PUK", "--so-pin-env", "SO_PIN"});
     EXPECT_EQ(result.out.find("8642"), std::string::npos);
-    EXPECT_EQ(storedPin(vcard::layout::userPinReference), "8642");
-    EXPECT_EQ(storedPin(vcard::layout::unblockingPinReference), "13572468");
-    EXPECT_EQ(storedPin(vcard::layout::soPinReference), "97531");
+    EXPECT_EQ(pinValue(vcard::layout::userPinReference), "8642");
+    EXPECT_EQ(pinValue(vcard::layout::unblockingPinReference), "13572468");
+    EXPECT_EQ(pinValue(vcard::layout::soPinReference), "97531");
 
     const std::string before = readFile(image);
     EXPECT_TRUE(exited(init(), 1, "--force"));
     EXPECT_EQ(readFile(image), before);
     EXPECT_TRUE(exited(init({}, {"--force"}), 0));
-    EXPECT_EQ(storedPin(vcard::layout::userPinReference), "2468");
+    EXPECT_EQ(pinValue(vcard::layout::userPinReference), "2468");
 }
 
 // A PIN init cannot use, or none without a terminal to ask on, is a usage
@@ -80,20 +81,43 @@ TEST_F(CardCommands, TheDefaultCardIsCreatedOnFirstUseAndNamed) {
 }
 
 // Every failure is one line with its exit code, naming what failed and the
-// next step; a mistyped command gets the nearest one, a malformed --oid,
-// --subject or --alg is refused before the card is opened.
+// next step (exited() checks the line): a directory file that is not valid
+// DER, a card image another process holds; a mistyped command gets the
+// nearest one, a malformed --oid, --subject or --alg is refused before the
+// card is opened.
 TEST_F(CardCommands, FailuresHaveTheirExitCodesAndOneLine) {
-    const std::string corrupt = file("corrupt.json");
+    const std::string corrupt = file("corrupt.json"), prkdf = file("prkdf.json"),
+                      odf = file("odf.json"), held = file("held.json");
     writeFile(corrupt, "{\"version\": 1, \"files\": [");
     ASSERT_TRUE(exited(init(), 0));
-    editCardFile(image, 0x5031, [](vcard::CardFile& odf) {
-        using vcard::AccessMode;
-        const vcard::SecurityAttributes& was = odf.security;
-        odf.security = {vcard::AccessCondition::never(), was.condition(AccessMode::Update),
-                        was.condition(AccessMode::Delete), was.condition(AccessMode::Use)};
-    });
+    for (const std::string& copy : {prkdf, odf, held}) {
+        std::filesystem::copy_file(image, copy);
+    }
+    const auto overwrite = [](const std::string& copy, std::uint16_t fid, vcard::Bytes bytes) {
+        editCardFile(copy, fid, [&](vcard::CardFile& ef) {
+            std::copy(bytes.begin(), bytes.end(), ef.content.begin());
+        });
+    };
+    overwrite(prkdf, 0x4400, {0x30, 0x82, 0xFF, 0xFF});
+    overwrite(odf, 0x5031, {0xA0, 0xFF});
+    const int lock = ::open((held + ".lock").c_str(), O_RDONLY | O_CREAT | O_CLOEXEC, 0600);
+    ASSERT_EQ(::flock(lock, LOCK_EX), 0);
+    editCardFile(image, 0x5031, [](vcard::CardFile& odf) { odf.security = {}; }); // never read
     std::vector<std::tuple<std::vector<std::string>, int, std::string>> cases{
         {{"--card", image, "list"}, 3, "Read Binary: 6982"},
+        {{"--card", prkdf, "keygen", "--label", "K", "--pin-env", "USER_PIN"},
+         1,
+         "EF(PrKDF) 4400 on the card is not valid DER: directory file structure broken; the file "
+         "is not changed (0); a dump of the file shows where, with: p15tool decode --kind prkdf "
+         "FILE"},
+        {{"--card", odf, "pin", "status"},
+         1,
+         "EF(ODF) 5031 on the card is not valid DER: ASN.1: length beyond data (1)"},
+        {{"--card", held, "pin", "status"},
+         3,
+         "is in use by another process: not free after 1000 ms; another program holds the card "
+         "(a browser, an ssh agent, another p15tool): end it, or wait longer with "
+         "P15_TRANSACTION_TIMEOUT=SECONDS"},
         {{"readers"}, 3, "pcscd"},
         {{"--card", file("none.json"), "info"}, 5, "p15tool --card"},
         {{"--card", corrupt, "info"}, 1, corrupt},
@@ -119,15 +143,15 @@ TEST_F(CardCommands, FailuresHaveTheirExitCodesAndOneLine) {
                          2,
                          "--subject: "});
     }
-    Environment environment = home();
-    environment.emplace_back("PCSCLITE_CSOCK_NAME", file("no-pcscd")); // pcscd is away
+    Environment around = home(); // with the PINs, pcscd away
+    around.insert(around.end(), environment.begin(), environment.end());
+    around.insert(around.end(),
+                  {{"P15_TRANSACTION_TIMEOUT", "1"}, {"PCSCLITE_CSOCK_NAME", file("no-pcscd")}});
     for (const auto& [arguments, exitCode, says] : cases) {
         SCOPED_TRACE(says + " / " + (arguments.empty() ? "" : arguments.back()));
-        const ToolResult result = runTool(arguments, environment);
-        EXPECT_TRUE(exited(result, exitCode, says));
-        EXPECT_EQ(result.err.rfind("p15tool: ", 0), 0u) << result.err;
-        EXPECT_EQ(result.err.find('\n'), result.err.size() - 1) << "one line: " << result.err;
+        EXPECT_TRUE(exited(runTool(arguments, around), exitCode, says));
     }
+    ::close(lock);
     EXPECT_EQ(readFile(corrupt), "{\"version\": 1, \"files\": [");
     EXPECT_EQ(runTool({"frobnicate"}).err.find("did you mean"), std::string::npos)
         << "nothing near it";
@@ -183,31 +207,12 @@ TEST_F(CardCommands, PinTypedAtTheTerminalIsNotEchoed) {
     ASSERT_EQ(status, 0) << screen;
     EXPECT_TRUE(contains(screen, "Repeat the new user PIN: "));
     EXPECT_EQ(screen.find("97531"), std::string::npos) << screen;
-    EXPECT_EQ(storedPin(vcard::layout::userPinReference), "97531");
+    EXPECT_EQ(pinValue(vcard::layout::userPinReference), "97531");
 
     const auto [mismatch, says] = typeUserPin(file("other.json"), "97531", "97532");
     EXPECT_EQ(mismatch, 2);
     EXPECT_TRUE(contains(says, "entries differ"));
     EXPECT_FALSE(std::filesystem::exists(file("other.json")));
-}
-
-// A directory file that is not valid DER is named, with the next step.
-TEST_F(CardCommands, ACorruptDirectoryFileIsNamed) {
-    ASSERT_TRUE(exited(init(), 0));
-    const auto overwrite = [&](std::uint16_t fid, const vcard::Bytes& bytes) {
-        editCardFile(image, fid, [&](vcard::CardFile& ef) {
-            std::copy(bytes.begin(), bytes.end(), ef.content.begin());
-        });
-    };
-    overwrite(0x4400, {0x30, 0x82, 0xFF, 0xFF});
-    const ToolResult keygen = tool({"keygen", "--label", "K", "--pin-env", "USER_PIN"});
-    EXPECT_TRUE(exited(keygen, 1,
-                       "EF(PrKDF) 4400 on the card is not valid DER: directory file structure "
-                       "broken"));
-    EXPECT_TRUE(contains(keygen.err, "p15tool decode --kind prkdf FILE"));
-    overwrite(0x5031, {0xA0, 0xFF});
-    EXPECT_TRUE(exited(tool({"pin", "status"}), 1,
-                       "EF(ODF) 5031 on the card is not valid DER: ASN.1: length beyond data (1)"));
 }
 
 } // namespace

@@ -5,10 +5,8 @@
 #include "mw/Hex.hpp"
 #include "tools/p15tool/Der.hpp"
 
-#include <cryptopp/sha.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <stdexcept>
 
 namespace p15tool::test {
@@ -37,7 +35,6 @@ Bytes attribute(std::uint8_t tag, const std::string& value, const std::string& o
 
 TEST(CertificateText, NamesReadAsRfc4514TextOrAreRefused) {
     const std::pair<mw::ByteBuffer, std::string> rows[] = {
-        {buffer(der::name("C=DE,O=Example,CN=a\\,b")), "CN=a\\,b,O=Example,C=DE"},
         {rdnName(der::join({attribute(0x0C, "a"), attribute(0x13, "b", "2.5.4.10")})), "CN=a+O=b"},
         {rdnName(attribute(0x0C, "#x+\"<>; ")), "CN=\\#x\\+\\\"\\<\\>\\;\\ "},
         {rdnName(attribute(0x0C, " \x1b[31m\x7f")), "CN=\\ \\1B[31m\\7F"},
@@ -83,19 +80,17 @@ Bytes certificate(const Bytes& notBefore, const Bytes& notAfter) {
 }
 
 // Times on both sides of 2050 (UTCTime before, GeneralizedTime from then on),
-// the fingerprint of the DER alone; times outside the X.509 form are refused.
+// the fingerprint of the DER alone, not of the padding after it (its value:
+// Scenario, against openssl's); times outside the X.509 form are refused.
 TEST(CertificateText, ValidityAroundTheYear2050AndTheFingerprint) {
     const Bytes der = certificate(der::time(2524607999), der::time(2524608000));
     const Json described = certificates::describe(buffer(der::join({der, {0xFF, 0xFF}})), true);
     EXPECT_EQ(described["notBefore"], "2049-12-31T23:59:59Z");
     EXPECT_EQ(described["notAfter"], "2050-01-01T00:00:00Z");
     EXPECT_EQ(described["issuerDer"], mw::toHex(buffer(der::name("CN=Alice"))));
-    mw::ByteBuffer digest(CryptoPP::SHA256::DIGESTSIZE);
-    CryptoPP::SHA256().CalculateDigest(digest.data(), der.data(), der.size());
-    std::string fingerprint = described["sha256Fingerprint"];
-    fingerprint.erase(std::remove(fingerprint.begin(), fingerprint.end(), ':'), fingerprint.end());
-    EXPECT_EQ(fingerprint, mw::toHex(digest));
-    EXPECT_FALSE(certificates::describe(buffer(der), false).contains("subjectDer"));
+    const Json unpadded = certificates::describe(buffer(der), false);
+    EXPECT_EQ(described["sha256Fingerprint"], unpadded["sha256Fingerprint"]);
+    EXPECT_FALSE(unpadded.contains("subjectDer"));
 
     const Bytes good = der::time(0);
     const auto describe = [](const Bytes& notBefore, const Bytes& notAfter) {

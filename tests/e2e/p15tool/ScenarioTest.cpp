@@ -98,9 +98,7 @@ TEST_F(Scenario, AKeyMadeOnTheCardEnrolsSignsAndDeciphers) {
     const mw::ByteBuffer modulusBytes = mw::fromHex(modulus.substr(modulus.find('=') + 1));
     mw::ByteBuffer sha1(CryptoPP::SHA1::DIGESTSIZE);
     CryptoPP::SHA1().CalculateDigest(sha1.data(), modulusBytes.data(), modulusBytes.size());
-    const ToolResult written =
-        succeed({"cert", "write", file("cert.pem"), "--pin-env", "USER_PIN"});
-    EXPECT_EQ(generated.err + written.err, "") << "progress stays off a pipe";
+    succeed({"cert", "write", file("cert.pem"), "--pin-env", "USER_PIN"});
     const nlohmann::json objects = tool({"--json", "list"}).json();
     const nlohmann::json& certificate = objects["certificates"].at(0);
     EXPECT_EQ(objects["privateKeys"].at(0)["id"], mw::toHex(sha1));
@@ -115,19 +113,15 @@ TEST_F(Scenario, AKeyMadeOnTheCardEnrolsSignsAndDeciphers) {
     succeed({"cert", "read", "--format", "der", "--out", file("card.der")});
     EXPECT_EQ(openssl("x509 -in card.der -inform DER"), readFile(file("cert.pem")));
 
-    // Without --in and --out: stdin in, the signature out on stdout; a
-    // changed message then fails to verify (other sizes, hashes and openssl's
-    // judgement: InputOutput).
+    // Without --in and --out: stdin in, the signature out on stdout (other
+    // sizes, hashes, changed messages and openssl's judgement: InputOutput).
     writeFile(file("message.txt"), "p15kit was here\n");
     writeFile(file("message.sig"),
               succeed({"sign", "--pin-env", "USER_PIN"}, {}, file("message.txt")).out);
-    const std::vector<std::string> verify{
-        "--json", "verify", "--signature", file("message.sig"), "--in", file("message.txt")};
-    EXPECT_EQ(succeed(verify).json()["verified"], true);
-    writeFile(file("message.txt"), "p15kit was not here\n");
-    const ToolResult forged = tool(verify);
-    EXPECT_TRUE(exited(forged, 1, "does not verify"));
-    EXPECT_EQ(forged.json()["verified"], false);
+    EXPECT_EQ(succeed({"--json", "verify", "--signature", file("message.sig"), "--in",
+                       file("message.txt")})
+                  .json()["verified"],
+              true);
 
     // 245 bytes: the most one 2048-bit PKCS#1 v1.5 block carries, one more is
     // refused (openssl's cryptograms: InputOutput).
@@ -139,14 +133,10 @@ TEST_F(Scenario, AKeyMadeOnTheCardEnrolsSignsAndDeciphers) {
     EXPECT_TRUE(
         exited(tool({"encrypt", "--in", file("longer")}), 1, "enciphers at most 245 bytes"));
 
-    for (const char* label : {"blob", "open"}) {
-        std::vector<std::string> write{"data",  "write", "-",         "--label", label,
-                                       "--app", "demo",  "--pin-env", "USER_PIN"};
-        if (label == std::string("blob")) {
-            write.push_back("--private");
-        }
-        succeed(write, {}, file("secret"));
-    }
+    succeed({"data", "write", "-", "--label", "blob", "--app", "demo", "--private", "--pin-env",
+             "USER_PIN"},
+            {}, file("secret"));
+    succeed({"data", "write", file("secret"), "--label", "open", "--pin-env", "USER_PIN"});
     const nlohmann::json withData = tool({"--json", "list"}).json();
     EXPECT_EQ(withData["dataObjects"].at(0)["applicationName"], "demo");
     EXPECT_EQ(withData["certificates"].at(0)["accessControlRules"],

@@ -4,6 +4,7 @@
 #include "Profiles.hpp"
 #include "app/pkcs15/oss/Codec.hpp"
 #include "vcard/CardFile.hpp"
+#include "vcard/PinStore.hpp"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -42,8 +43,8 @@ private:
     std::string path_;
 };
 
-/// Whether `result` exited with `code` and its stderr holds `says`; a
-/// failure shows the status and stderr.
+/// Whether `result` exited with `code` and its stderr holds `says`, a failure
+/// (code not 0) in one line that starts "p15tool: "; a mismatch shows the status and stderr.
 ::testing::AssertionResult exited(const ToolResult& result, int code, const std::string& says = "");
 /// Whether `text` holds `part`; a failure shows the text.
 ::testing::AssertionResult contains(const std::string& text, const std::string& part);
@@ -87,6 +88,8 @@ protected:
     /// when it exits non-zero.
     std::string openssl(const std::string& arguments) const;
     std::string file(const std::string& name) const { return directory.file(name); }
+    /// The PIN `reference` as the card image holds it.
+    vcard::Pin storedPin(std::uint8_t reference) const;
 
     TemporaryDirectory directory;
     const std::string image = directory.file("card.json");

@@ -1,13 +1,14 @@
-// File access, file system and PIN services against the card, in-process and over PC/SC.
+// File access, file system and PIN services against the card, in-process and over PC/SC, and
+// what a host's release leaves of its login.
 #include "CardFixture.hpp"
 #include "TestKeys.hpp"
 
-#include "card/CardException.hpp"
 #include "host/iso7816/Fcp.hpp"
+#include "host/pcsc/PcscTransport.hpp"
+#include "host/vcard/VirtualCardTransport.hpp"
 
-#include <boost/exception/diagnostic_information.hpp>
-#include <boost/exception/get_error_info.hpp>
 #include <boost/make_shared.hpp>
+#include <cstdlib>
 
 namespace hosttest {
 namespace {
@@ -31,18 +32,28 @@ protected:
         fileSystem()->createFile(*channel_, DataObjectCreateParams(path, size, conditions));
         return path;
     }
-};
 
-// The file a failed operation names, "" when none.
-template <class Operation> std::string fileOfFailure(const Operation& operation) {
-    try {
-        operation();
-    } catch (const card::CardException& e) {
-        const std::string* file = boost::get_error_info<host::iso7816::FilePath>(e);
-        return file ? *file : "";
+    // The PIN service of another host on this test's card, whose transport lets go of the card
+    // with `onRelease` when the channel goes.
+    std::pair<boost::shared_ptr<host::Channel>, boost::shared_ptr<IPinManagementService>>
+    anotherHost(host::OnRelease onRelease) const {
+        std::unique_ptr<card::ICardTransport> transport;
+        if (virtualCard_ != nullptr) { // not owned: the test's own transport keeps the card
+            transport = std::make_unique<host::VirtualCardTransport>(
+                std::shared_ptr<vcard::VirtualCard>(std::shared_ptr<void>(), virtualCard_),
+                onRelease);
+        } else {
+            const char* reader = std::getenv("P15_READER");
+            transport = host::connectReader(reader ? reader : "Virtual PCD",
+                                            std::chrono::seconds(10), onRelease);
+        }
+        const auto channel = boost::make_shared<host::Channel>(std::move(transport));
+        host::iso7816::Card card(channel);
+        card.selectApplication(*channel, host::iso7816::pkcs15Aid());
+        return {channel, boost::dynamic_pointer_cast<IPinManagementService>(
+                             card.getInterface("PinManagementService"))};
     }
-    return "";
-}
+};
 
 // Every path form reaches the same file; a whole read takes the FCP's size, a slice past the end
 // the card's status, and a failure names the file it was about.
@@ -63,10 +74,11 @@ TEST_P(FileServicesTest, PathFormsSlicesAndFailuresOfReadingAFile) {
     files()->select(*channel_, {0x99, 0x99}); // 8 bytes
     EXPECT_CARD_ERROR(files()->read(*channel_, 4, 8), "Read Binary", 0x6282);
     EXPECT_CARD_ERROR(files()->read(*channel_, 8, 1), "Read Binary", 0x6B00);
-    EXPECT_EQ(fileOfFailure([&] { files()->read(*channel_, 8, 1); }), "3F00/5015/9999");
+    using host::iso7816::FilePath;
+    EXPECT_EQ(errorInfo<FilePath>([&] { files()->read(*channel_, 8, 1); }), "3F00/5015/9999");
     EXPECT_TRUE(files()->read(*channel_, 8, 0).empty());
     EXPECT_CARD_ERROR(files()->select(*channel_, {0x12, 0x34}), "Select", 0x6A82);
-    EXPECT_EQ(fileOfFailure([&] {
+    EXPECT_EQ(errorInfo<FilePath>([&] {
                   files()->select(*channel_, {0x3F, 0x00, 0x12, 0x34});
               }),
               "3F00/1234");
@@ -141,6 +153,21 @@ TEST_P(FileServicesTest, CreatedConditionsAreEnforcedByTheCard) {
     files()->select(*channel_, inverted);
     EXPECT_EQ(files()->read(*channel_, 0, 0), mw::ByteBuffer(4));
     fileSystem()->deleteFile(*channel_, inverted);
+}
+
+// Another host verifies the user PIN and lets go of the card: the login ends with it (a reset)
+// unless that host was told to keep it.
+TEST_P(FileServicesTest, AnotherHostsLoginEndsWithItsReleaseUnlessKept) {
+    for (const auto& [onRelease, state] : {std::pair{host::OnRelease::LogOut, PinInfo::NotVerified},
+                                           {host::OnRelease::KeepLogin, PinInfo::Verified}}) {
+        {
+            const auto [channel, pins] = anotherHost(onRelease);
+            pins->authenticate(*channel, pinReference(0x01), paddedPin(userPin));
+        }
+        const auto [channel, pins] = anotherHost(host::OnRelease::KeepLogin);
+        EXPECT_EQ(pins->getPinInfo(*channel, pinReference(0x01)).state, state);
+    }
+    pins()->deauthenticate(*channel_, pinReference(0x01));
 }
 
 INSTANTIATE_TEST_SUITE_P(Transports, FileServicesTest,

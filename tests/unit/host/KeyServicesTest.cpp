@@ -9,33 +9,20 @@ using namespace card::service;
 
 const std::string rsaEncryption = "1.2.840.113549.1.1.1";
 
-class KeyServicesTest : public CardTest {
-protected:
-    // Private key used after the user PIN, public key readable by all.
-    void createKeyFiles(const KeyRef& privateKey, const KeyRef& publicKey) const {
-        verifyUserPin();
-        fileSystem()->createFile(
-            *channel_, PrivateKeyCreateParams(privateKey, {{AccessUpdate, pinVerified(0x01)},
-                                                           {AccessExecute, pinVerified(0x01)}}));
-        fileSystem()->createFile(
-            *channel_, PublicKeyCreateParams(
-                           publicKey, {{AccessRead, always()}, {AccessUpdate, pinVerified(0x01)}}));
-    }
-
-    void removeKeys(const KeyRef& privateKey, const KeyRef& publicKey) const {
-        keys()->removePrivateKey(*channel_, privateKey);
-        keys()->removePublicKey(*channel_, publicKey);
-        EXPECT_CARD_ERROR(keys()->readPublicKey(*channel_, publicKey),
-                          "Generate Asymmetric Key Pair", 0x6A88);
-    }
-};
+using KeyServicesTest = CardTest;
 
 // Generation, import, signing and deciphering against software twins run through the whole
 // stack in the e2e engine and PKCS#11 tests; here, what they do not reach.
 TEST_P(KeyServicesTest, KeyUseNeedsItsConditionAndAnExistingKey) {
     const KeyRef privateKey = keyRef(0x02, 1024, 0x0E);
     const KeyRef publicKey = keyRef(0x02, 1024, 0x0F);
-    createKeyFiles(privateKey, publicKey);
+    verifyUserPin();
+    fileSystem()->createFile(
+        *channel_, PrivateKeyCreateParams(privateKey, {{AccessUpdate, pinVerified(0x01)},
+                                                       {AccessExecute, pinVerified(0x01)}}));
+    fileSystem()->createFile(*channel_,
+                             PublicKeyCreateParams(publicKey, {{AccessRead, always()},
+                                                               {AccessUpdate, pinVerified(0x01)}}));
     const auto signer = crypto()->getSignature(rsaEncryption);
     signer->init(*channel_, privateKey, ICardKeyOperation::Sign);
     EXPECT_CARD_ERROR(signer->sign(*channel_, {1, 2, 3}), "Compute Digital Signature", 0x6985);
@@ -44,13 +31,16 @@ TEST_P(KeyServicesTest, KeyUseNeedsItsConditionAndAnExistingKey) {
     pins()->deauthenticate(*channel_, pinReference(0x01));
     EXPECT_CARD_ERROR(signer->sign(*channel_, {1, 2, 3}), "Compute Digital Signature", 0x6982);
     verifyUserPin();
-    removeKeys(privateKey, publicKey);
+    keys()->removePrivateKey(*channel_, privateKey);
+    keys()->removePublicKey(*channel_, publicKey);
+    EXPECT_CARD_ERROR(keys()->readPublicKey(*channel_, publicKey), "Generate Asymmetric Key Pair",
+                      0x6A88);
     EXPECT_CARD_ERROR(signer->init(*channel_, privateKey, ICardKeyOperation::Sign),
                       "Manage Security Environment", 0x6A88);
 }
 
-// The card and the applet selected by AID offer the same services and the one algorithm the
-// card lists, nothing else. Random bytes: Engines.RandomBytesComeFromTheCard (e2e).
+// The card and the applet selected by AID offer the same services and the algorithms the card
+// lists, nothing else. Random bytes: Engines.RandomBytesComeFromTheCard (e2e).
 TEST_P(KeyServicesTest, CardAndAppletOfferTheListedAlgorithmsAndServicesOnly) {
     const std::string pss = "1.2.840.113549.1.1.10", oaep = "1.2.840.113549.1.1.7";
     const host::iso7816::Applet applet(session_, host::iso7816::pkcs15Aid());

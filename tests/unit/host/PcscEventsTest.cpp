@@ -1,17 +1,15 @@
 // What only a PC/SC reader shows: a reset from outside, another application holding the card,
 // and pcscd restarting mid-work. A card taken out of the reader: PcscSlotTest (pkcs11.pcsc).
 #include "CardFixture.hpp"
+#include "TestKeys.hpp"
 
 #include "host/pcsc/PcscContext.hpp"
 #include "host/pcsc/PcscTransport.hpp"
 
-#include <boost/exception/get_error_info.hpp>
-#include <boost/make_shared.hpp>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
-#include <functional>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -21,17 +19,6 @@ namespace {
 
 using card::service::PinInfo;
 using std::chrono::seconds;
-
-// The error text of the card exception `work` throws; empty when it throws none.
-std::string cardErrorText(const std::function<void()>& work) {
-    try {
-        work();
-    } catch (const card::CardException& e) {
-        const char* const* text = boost::get_error_info<card::ErrorText>(e);
-        return text ? *text : "(no text)";
-    }
-    return "";
-}
 
 class PcscEventsTest : public CardTest {
 protected:
@@ -49,16 +36,6 @@ protected:
         }
     }
 
-    // Another application's warm reset, through a handle of its own.
-    void resetFromOutside() const {
-        SCARDHANDLE other = 0;
-        DWORD protocol = 0;
-        ASSERT_EQ(SCardConnect(context_->handle(), reader_.c_str(), SCARD_SHARE_SHARED,
-                               SCARD_PROTOCOL_T0 | SCARD_PROTOCOL_T1, &other, &protocol),
-                  SCARD_S_SUCCESS);
-        EXPECT_EQ(SCardDisconnect(other, SCARD_RESET_CARD), SCARD_S_SUCCESS);
-    }
-
     // Made in SetUp: without pcscd there is none, and the test skips.
     std::unique_ptr<host::PcscContext> context_;
     std::string reader_;
@@ -68,32 +45,11 @@ TEST_P(PcscEventsTest, CardResetByAnotherApplicationIsReconnectedAndReselected) 
     files()->select(*channel_, {0x50, 0x32});
     const mw::ByteBuffer tokenInfo = files()->read(*channel_, 0, 0);
     verifyUserPin();
-    resetFromOutside();
+    // Another application's handle, released with a warm reset.
+    host::connectReader(reader_, seconds(10), host::OnRelease::LogOut).reset();
     // The reset dropped the PIN and went to the MF; the host reads on from its file.
     EXPECT_EQ(files()->read(*channel_, 0, 0), tokenInfo);
     EXPECT_EQ(pins()->getPinInfo(*channel_, pinReference(0x01)).state, PinInfo::NotVerified);
-}
-
-// Another client of the reader verifies the user PIN and lets go of its handle with `onRelease`.
-void verifyThroughAnotherHandle(const std::string& reader, host::OnRelease onRelease) {
-    const auto channel =
-        boost::make_shared<host::Channel>(host::connectReader(reader, seconds(10), onRelease));
-    host::iso7816::Card card(channel);
-    card.selectApplication(*channel, host::iso7816::pkcs15Aid());
-    boost::dynamic_pointer_cast<card::service::IPinManagementService>(
-        card.getInterface("PinManagementService"))
-        ->authenticate(*channel, pinReference(0x01), paddedPin(userPin));
-}
-
-TEST_P(PcscEventsTest, PinVerifiedThroughAReleasedHandleIsLoggedOut) {
-    files()->select(*channel_, {0x50, 0x32}); // TokenInfo, updated with the user PIN
-    const mw::ByteBuffer first = files()->read(*channel_, 0, 1);
-    verifyThroughAnotherHandle(reader_, host::OnRelease::LogOut);
-    EXPECT_CARD_ERROR(files()->update(*channel_, 0, first), "Update Binary", 0x6982);
-
-    verifyThroughAnotherHandle(reader_, host::OnRelease::KeepLogin);
-    EXPECT_EQ(pins()->getPinInfo(*channel_, pinReference(0x01)).state, PinInfo::Verified);
-    pins()->deauthenticate(*channel_, pinReference(0x01));
 }
 
 // Waits one second for another application's transaction, not ten.
@@ -115,8 +71,8 @@ TEST_P(PcscContentionTest, CardHeldByAnotherApplicationIsAClearErrorUntilRelease
     const auto other = host::connectReader(reader_, seconds(10), host::OnRelease::KeepLogin);
     other->beginTransaction(); // another application's handle holds the card
     // The first wait is for a transaction, the second for a new connection.
-    EXPECT_EQ(cardErrorText([&] { files()->read(*channel_, 0, 0); }), inUse);
-    EXPECT_EQ(cardErrorText([&] { files()->read(*channel_, 0, 0); }), inUse);
+    EXPECT_EQ(errorInfo<card::ErrorText>([&] { files()->read(*channel_, 0, 0); }), inUse);
+    EXPECT_EQ(errorInfo<card::ErrorText>([&] { files()->read(*channel_, 0, 0); }), inUse);
     // Its log-out waits for the card too, a bounded time.
     const auto start = std::chrono::steady_clock::now();
     loggingOut.reset();
@@ -200,7 +156,7 @@ TEST_P(PcscRemovalTest, RestartedPcscdIsAClearErrorThenConnectsAgain) {
     stop("bridge");
     stop("pcscd");
     startStopped();
-    EXPECT_EQ(cardErrorText([&] { files()->read(*channel_, 0, 0); }),
+    EXPECT_EQ(errorInfo<card::ErrorText>([&] { files()->read(*channel_, 0, 0); }),
               "PC/SC service stopped or restarted: open the card again");
     // Not a removal: nothing is known about the card.
     EXPECT_THROW(context_->waitForRemoval(reader_, seconds(1)), card::CardException);

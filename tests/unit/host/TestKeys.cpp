@@ -1,5 +1,7 @@
 #include "TestKeys.hpp"
 
+#include "CardFixture.hpp"
+
 #include <boost/make_shared.hpp>
 #include <cryptopp/osrng.h>
 #include <cryptopp/rsa.h>
@@ -13,9 +15,7 @@ SecurityConditionPtr always() {
 }
 
 SecurityConditionPtr pinVerified(unsigned char reference) {
-    PinReference pin;
-    pin.reference = reference;
-    return boost::make_shared<PinRefSecurityCondition>(pin);
+    return boost::make_shared<PinRefSecurityCondition>(pinReference(reference));
 }
 
 AccessConditions grant(unsigned short modes, SecurityConditionPtr condition) {
@@ -30,14 +30,13 @@ KeyRef keyRef(unsigned char kid, unsigned short bits, unsigned char filePrefix) 
     return key;
 }
 
-CryptoPP::Integer toInteger(const mw::ByteBuffer& bytes) {
-    return CryptoPP::Integer(bytes.data(), bytes.size());
-}
-
 mw::ByteBuffer encipher(const card::crypto::spec::RsaPublicKeySpec& key,
                         const mw::ByteBuffer& message) {
+    const auto integer = [](const mw::ByteBuffer& bytes) {
+        return CryptoPP::Integer(bytes.data(), bytes.size());
+    };
     CryptoPP::RSA::PublicKey publicKey;
-    publicKey.Initialize(toInteger(key.getModulus()), toInteger(key.getPublicExponent()));
+    publicKey.Initialize(integer(key.getModulus()), integer(key.getPublicExponent()));
     CryptoPP::RSAES_PKCS1v15_Encryptor encryptor(publicKey);
     CryptoPP::AutoSeededRandomPool rng;
     mw::ByteBuffer cryptogram(encryptor.CiphertextLength(message.size()));

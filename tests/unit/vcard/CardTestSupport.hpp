@@ -17,6 +17,11 @@ inline Bytes hex(const std::string& text) {
     return fromHex(digits);
 }
 
+/// Two bytes of hexadecimal, as FIDs and sizes are written.
+inline std::string hex16(unsigned value) {
+    return toHex({static_cast<std::uint8_t>(value >> 8), static_cast<std::uint8_t>(value)});
+}
+
 inline std::uint16_t statusWord(const Bytes& response) {
     return static_cast<std::uint16_t>(response[response.size() - 2] << 8 | response.back());
 }
@@ -72,12 +77,34 @@ inline std::uint16_t pinStatus(VirtualCard& card, std::uint8_t reference) {
     return sw(card, apdu(0, 0x20, 0, reference, {}));
 }
 
-/// From the application DF after the user PIN: key files 0E01/0F01 and key pair 81 of 1024 bits.
-inline std::vector<Bytes> keyPairCommands() {
-    return {createFile("80020400 820111 83020E01", "A0029700 A103880101 A203880101 A303880101"),
-            hex("00A4000C 02 5015"),
-            createFile("80020400 820112 83020F01", "A0029000 A103880101 A203880101 A3029700"),
-            hex("00A4000C 02 5015"), hex("00460081 04 80020400 00")};
+inline const std::string selectPkcs15 = "00A4040C 0C A000000063504B43532D3135";
+
+/// Sends each command, expecting 9000.
+inline void sendAll(VirtualCard& card, const std::vector<Bytes>& commands) {
+    for (const Bytes& command : commands)
+        ASSERT_EQ(sw(card, command), 0x9000) << toHex(command);
+}
+
+/// From the application DF: key files 0E kid (private, usable after the user PIN) and 0F kid
+/// (public, readable by all), each followed by a SELECT of the DF again.
+inline std::vector<Bytes> keyFileCommands(std::uint8_t kid, unsigned bits) {
+    const std::string size = hex16(bits), id = toHex({kid});
+    return {
+        createFile("8002" + size + "820111 83020E" + id,
+                   "A0029700 A103880101 A203880101 A303880101"),
+        hex("00A4000C 02 5015"),
+        createFile("8002" + size + "820112 83020F" + id, "A0029000 A103880101 A203880101 A3029700"),
+        hex("00A4000C 02 5015")};
+}
+
+inline void logIn(VirtualCard& card) {
+    sendAll(card, {hex(selectPkcs15), apdu(0, 0x20, 0, 1, paddedPin("123456"))});
+}
+
+/// After logIn: key files 0E01/0F01 and key pair 81 of 1024 bits in them.
+inline void addKeyPair(VirtualCard& card) {
+    sendAll(card, keyFileCommands(0x01, 1024));
+    sendAll(card, {hex("00460081 04 80020400 00")});
 }
 
 /// A personalised in-memory card and shorthand for the commands most tests need.
@@ -90,30 +117,18 @@ protected:
     std::uint16_t sw(const std::string& command) { return test::sw(*card, command); }
     std::uint16_t sw(const Bytes& command) { return test::sw(*card, command); }
 
-    void selectApplication() { ASSERT_EQ(sw("00A4040C0C A000000063504B43532D3135"), 0x9000); }
-    void verifyUserPin() { ASSERT_EQ(sw(apdu(0, 0x20, 0, 1, paddedPin("123456"))), 0x9000); }
+    void selectApplication() { ASSERT_EQ(sw(selectPkcs15), 0x9000); }
+    void verifyUserPin() { ASSERT_EQ(test::verify(*card, 1, "123456"), 0x9000); }
+    void logIn() { test::logIn(*card); }
 
     /// Sends data with command chaining in parts of at most 255 bytes; the last answer.
-    Bytes sendChained(std::uint8_t ins, std::uint8_t p1, std::uint8_t p2, const Bytes& data,
-                      int le = -1) {
+    Bytes sendChained(std::uint8_t ins, std::uint8_t p1, std::uint8_t p2, const Bytes& data) {
         std::size_t offset = 0;
         for (; data.size() - offset > 255; offset += 255) {
             Bytes part(data.begin() + offset, data.begin() + offset + 255);
             EXPECT_EQ(statusWord(send(apdu(0x10, ins, p1, p2, part))), 0x9000);
         }
-        return send(apdu(0x00, ins, p1, p2, Bytes(data.begin() + offset, data.end()), le));
-    }
-
-    /// The whole answer of a command, following 61xx with GET RESPONSE.
-    Bytes sendAndCollect(const Bytes& command, std::uint16_t& finalStatus) {
-        Bytes response = send(command);
-        Bytes data = dataOf(response);
-        while ((statusWord(response) & 0xFF00) == 0x6100) {
-            response = send(apdu(0, 0xC0, 0, 0, {}, statusWord(response) & 0xFF));
-            data = concat(data, dataOf(response));
-        }
-        finalStatus = statusWord(response);
-        return data;
+        return send(apdu(0x00, ins, p1, p2, Bytes(data.begin() + offset, data.end())));
     }
 };
 

@@ -5,8 +5,6 @@
 #include "vcard/CardImage.hpp"
 #include "vcard/Tlv.hpp"
 
-#include <functional>
-
 namespace vcard::test {
 namespace {
 
@@ -69,7 +67,7 @@ TEST_F(FileCommands, RefusalsOfSelectReadAndUpdateBinary) {
         {"00A40300 02 5015", 0x6A86},
         {"00A40002 02 5015", 0x6A86},
         {"00A40000 03 501500", 0x6A80},
-        {"00A4040C 0C A000000063504B43532D3135", 0x9000},
+        {selectPkcs15, 0x9000},
         {"00A4020C 02 5031", 0x9000},
         {"00A4020C 02 7777", 0x6A82},
         {"00B0000001", 0x9000}, // the ODF is still current
@@ -118,8 +116,7 @@ TEST_F(FileCommands, OddInsReadAndUpdateBinary) {
 // The largest EF (FFFF bytes; FFFF+1 needs a three-byte size, refused) is written up to its
 // last byte, survives the image and answers Ne at the edges of 53's length forms.
 TEST_F(FileCommands, TheLargestFileThroughTheImage) {
-    selectApplication();
-    verifyUserPin();
+    logIn();
     ASSERT_EQ(sw("00A4000C 02 DF02"), 0x9000);
     EXPECT_EQ(sw("00E00000 0E 620C 8003010000 820101 8302C0FE"), 0x6A80);
     ASSERT_EQ(createEf("C0FF", "FFFF", "A0029000 A1029000"), 0x9000);
@@ -183,10 +180,6 @@ TEST_F(FileCommands, RefusedCreateAndDeleteLeaveTheCardAsItWas) {
     EXPECT_EQ(sw("00E00000 10 620E 820138 830255AB 8405A000000063"), 0x6A8A); // name in use
 }
 
-std::string fidOf(unsigned fid) {
-    return toHex({static_cast<std::uint8_t>(fid >> 8), static_cast<std::uint8_t>(fid)});
-}
-
 std::size_t filesIn(const CardFile& root) {
     std::size_t count = 1;
     for (const auto& child : root.children)
@@ -198,23 +191,28 @@ std::size_t filesIn(const CardFile& root) {
 class CardLimitsTest : public FileCommands {
 protected:
     void SetUp() override {
-        selectApplication();
-        verifyUserPin();
+        logIn();
         ASSERT_EQ(sw("00A4000C 02 DF02"), 0x9000); // at depth 2, open to the user PIN
     }
     void TearDown() override {
         EXPECT_NO_THROW(CardImage::parse(CardImage::serialise(card->state()), "the built card"));
     }
-    /// Creates files with the FCP tags of make(fid) in DF02 until the card refuses (6A84).
-    int createUntilFull(const std::function<std::string(const std::string&)>& make) {
-        for (int created = 0;; ++created) {
+    /// Creates files of these FCP tags in DF02 until the card refuses (6A84); how many it took.
+    std::size_t createUntilFull(const std::string& tags) {
+        for (std::size_t created = 0;; ++created) {
             EXPECT_EQ(sw("00A4000C 02 DF02"), 0x9000);
-            const std::uint16_t status = sw(createFile(make(fidOf(0xC000 + created)), "A0029000"));
+            const std::uint16_t status =
+                sw(createFile(tags + " 8302" + hex16(0xC000 + created), "A0029000"));
             if (status != 0x9000) {
                 EXPECT_EQ(status, 0x6A84);
                 return created;
             }
         }
+    }
+    void freshCard() {
+        TearDown();
+        card = VirtualCard::personalised();
+        SetUp();
     }
 };
 
@@ -222,7 +220,7 @@ TEST_F(CardLimitsTest, NestingStopsAtTheLoadersDepth) {
     int level = 3;
     for (; level < 20; ++level) {
         const std::uint16_t status =
-            sw(createFile("820138 8302" + fidOf(0xD000 + level), "A103880101"));
+            sw(createFile("820138 8302" + hex16(0xD000 + level), "A103880101"));
         if (status != 0x9000)
             break;
     }
@@ -233,19 +231,11 @@ TEST_F(CardLimitsTest, NestingStopsAtTheLoadersDepth) {
 // 4096 files of any size, the MF included; 256 key files; memory runs out before either.
 TEST_F(CardLimitsTest, FilesKeyFilesAndMemoryAreCounted) {
     const std::size_t before = filesIn(card->state().files.mf());
-    const auto efs = [](const std::string& fid) { return "80020000 820101 8302" + fid; };
-    EXPECT_EQ(before + static_cast<std::size_t>(createUntilFull(efs)), 4096u);
-    const auto freshCard = [this] {
-        TearDown();
-        card = VirtualCard::personalised();
-        SetUp();
-    };
+    EXPECT_EQ(before + createUntilFull("80020000 820101"), 4096u);
     freshCard();
-    EXPECT_EQ(createUntilFull([](const std::string& fid) { return "80020400 820111 8302" + fid; }),
-              256);
+    EXPECT_EQ(createUntilFull("80020400 820111"), 256u);
     freshCard();
-    EXPECT_LT(createUntilFull([](const std::string& fid) { return "80027FFF 820101 8302" + fid; }),
-              100);
+    EXPECT_LT(createUntilFull("80027FFF 820101"), 100u);
 }
 
 } // namespace

@@ -1,7 +1,11 @@
-// The card image: round trip, atomic saves under simulated crashes, refusal of bad images.
+// The card image: round trip, atomic saves under simulated crashes, refusal of bad images; one
+// image opened by several cards (as by several processes), each command working on the image as
+// it stands, under its lock, and only in the folder the card opened.
 
 #include "CardTestSupport.hpp"
 
+#include "card/CardException.hpp"
+#include "host/vcard/VirtualCardTransport.hpp"
 #include "vcard/CardImage.hpp"
 
 #include <csignal>
@@ -29,36 +33,35 @@ void writeText(const fs::path& path, const std::string& text) {
     std::ofstream(path, std::ios::binary) << text;
 }
 
+/// A personalised card's image, card.json in directory "a" of a fresh temporary root.
 class Image : public ::testing::Test {
 protected:
     void SetUp() override {
-        directory = fs::temp_directory_path() /
-                    ("vcard-image-" + std::to_string(::getpid()) + "-" +
-                     ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::remove_all(directory);
-        fs::create_directories(directory);
-        path = (directory / "card.json").string();
-        VirtualCard::personalised()->save(path);
+        std::string pattern = (fs::temp_directory_path() / "vcard-image-XXXXXX").string();
+        ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
+        root = pattern;
+        fs::create_directory(directory = root / "a");
+        fs::permissions(directory, fs::perms(0755));
+        VirtualCard::personalised()->save(path = (directory / "card.json").string());
     }
-    void TearDown() override { fs::remove_all(directory); }
+    void TearDown() override { fs::remove_all(root); }
 
-    static Bytes send(VirtualCard& card, const std::string& command) {
-        return card.transmit(hex(command));
+    static std::uint8_t triesLeft(const std::string& image, std::uint8_t reference) {
+        return CardImage::load(image).pins.pins().at(reference).triesLeft;
     }
 
-    fs::path directory;
+    fs::path root, directory;
     std::string path;
 };
+using Sharing = Image;
 
 // An image loads back to what it was saved from, byte for byte; a private key whose prime lost a
 // bit does not load. Files and keys used across images: TheLargestFileThroughTheImage and the
 // e2e suites that keep a card in an image between processes.
 TEST_F(Image, RoundTripIsExactAndACorruptKeyIsRefused) {
     const auto card = VirtualCard::open(path);
-    ASSERT_EQ(sw(*card, "00A4040C 0C A000000063504B43532D3135"), 0x9000);
-    ASSERT_EQ(verify(*card, 1, "123456"), 0x9000);
-    for (const Bytes& command : keyPairCommands())
-        ASSERT_EQ(sw(*card, command), 0x9000) << toHex(command);
+    logIn(*card);
+    addKeyPair(*card);
     std::string text = readText(path);
     EXPECT_EQ(CardImage::serialise(VirtualCard::open(path)->state()), text);
     const std::size_t p = text.find("\"p\": \"");
@@ -78,7 +81,7 @@ TEST_F(Image, CrashAtEverySavePointLeavesTheOldOrTheNewImage) {
         const std::string before = readText(path);
         card->instrumentation().crashAtSavePoint(point);
         for (const char* readOnly :
-             {"00A4040C 0C A000000063504B43532D3135", "00A4020C 02 5031", "00B0000010", "00200003"})
+             {selectPkcs15.c_str(), "00A4020C 02 5031", "00B0000010", "00200003"})
             EXPECT_NO_THROW(sw(*card, readOnly)) << readOnly;
         EXPECT_THROW(verify(*card, 3, "87654321"), SimulatedCrash);
         auto reloaded = VirtualCard::open(path);
@@ -208,8 +211,7 @@ TEST_F(Image, ACommandHappensOnlyOnceItsSaveReplacedTheImage) {
     // Only the image and its lock file.
     EXPECT_EQ(std::distance(fs::directory_iterator(directory), fs::directory_iterator()), 2);
 
-    ASSERT_EQ(sw(*card, "00A4040C 0C A000000063504B43532D3135"), 0x9000);
-    ASSERT_EQ(verify(*card, 1, "123456"), 0x9000);
+    logIn(*card);
     ASSERT_EQ(sw(*card, "00A4020C 02 4404"), 0x9000);
     card->instrumentation().failSaveStep(SavePoint::DirectorySynced);
     EXPECT_EQ(sw(*card, "00D60000 02 A1B2"), 0x9000);
@@ -219,7 +221,7 @@ TEST_F(Image, ACommandHappensOnlyOnceItsSaveReplacedTheImage) {
     EXPECT_EQ(sw(*card, "00D60000 02 C3D4"), 0x6581);
     auto reopened = VirtualCard::open(path);
     ASSERT_EQ(sw(*reopened, "00A4080C 04 5015 4404"), 0x9000);
-    EXPECT_EQ(send(*reopened, "00B0000002"), hex("A1B2 9000"));
+    EXPECT_EQ(reopened->transmit(hex("00B0000002")), hex("A1B2 9000"));
     EXPECT_EQ(pinStatus(*reopened, 3), 0x63C2);
 }
 
@@ -248,6 +250,80 @@ TEST_F(Image, TheImageIsNeverWrittenThroughALink) {
     EXPECT_THROW(verify(*card, 3, "00000000"), ImageError);
     EXPECT_EQ(readText(victim), "precious");
     EXPECT_TRUE(fs::is_symlink(path));
+}
+
+TEST_F(Sharing, CardsOnOneImageSeeEachOthersWritesAndNoStaleCopyOverwrites) {
+    std::shared_ptr<VirtualCard> a = VirtualCard::open(path), b = VirtualCard::open(path);
+    const host::VirtualCardTransport ta(a, host::OnRelease::KeepLogin);
+    const host::VirtualCardTransport tb(b, host::OnRelease::KeepLogin);
+    for (VirtualCard* card : {a.get(), b.get()}) {
+        ASSERT_EQ(sw(*card, "00A40800 04 5015 4404"), 0x9000);
+        ASSERT_EQ(verify(*card, 1, "123456"), 0x9000);
+    }
+    // In turns, each with the selection and login it had before the other's write.
+    for (std::uint8_t offset = 0; offset < 6; ++offset) {
+        const auto& transport = offset % 2 ? tb : ta;
+        transport.beginTransaction();
+        EXPECT_EQ(sw(offset % 2 ? *b : *a, apdu(0, 0xD6, 0, offset, {std::uint8_t(0xA0 + offset)})),
+                  0x9000);
+        transport.endTransaction();
+    }
+    auto fresh = VirtualCard::open(path);
+    ASSERT_EQ(sw(*fresh, "00A40800 04 5015 4404"), 0x9000);
+    for (VirtualCard* card : {a.get(), fresh.get()})
+        EXPECT_EQ(card->transmit(hex("00B0000006")), hex("A0A1A2A3A4A5 9000"));
+    // A wrong try on the other card unverifies the PIN here too, as on one card.
+    // The counter it lowered is the one the first card tells: a stale copy never raises it.
+    EXPECT_EQ(verify(*b, 1, "000000"), 0x63C2);
+    EXPECT_EQ(sw(*a, "00D60000 01 FF"), 0x6982);
+    EXPECT_EQ(sw(*a, "00200001"), 0x63C2);
+    EXPECT_EQ(triesLeft(path, 1), 2);
+
+    // While one transport holds the image, another waits a bounded time, then fails.
+    ::setenv("P15_TRANSACTION_TIMEOUT", "1", 1);
+    ta.beginTransaction();
+    EXPECT_THROW(tb.beginTransaction(), card::CardException);
+    ta.endTransaction();
+    ::unsetenv("P15_TRANSACTION_TIMEOUT");
+    // An image found corrupt is refused as at open, and nothing is written over it.
+    std::ofstream(path) << "{";
+    EXPECT_THROW(a->transmit(hex("00200001")), ImageError);
+    EXPECT_THROW(tb.beginTransaction(), card::CardException);
+    EXPECT_EQ(fs::file_size(path), 1u);
+}
+
+TEST_F(Sharing, ASwappedFolderNeverTakesTheSave) {
+    auto card = VirtualCard::open(path);
+    fs::create_directories(root / "b");
+    const std::string other = (root / "b" / "card.json").string();
+    VirtualCard::personalised()->save(other);
+    fs::rename(directory, root / "kept");
+    fs::create_directory_symlink(root / "b", directory);
+    EXPECT_EQ(verify(*card, 3, "00000000"), 0x63C2);
+    EXPECT_EQ(triesLeft(other, 3), 3);
+    EXPECT_EQ(triesLeft((root / "kept" / "card.json").string(), 3), 2);
+    // A folder given as a link is refused at once.
+    EXPECT_THROW(VirtualCard::open(path), ImageError);
+}
+
+TEST_F(Sharing, ImagesOthersMayWriteAreRefusedUnlessAllowedAndSavesKeepOwnerAndMode) {
+    for (const auto& [file, mode] : {std::pair{directory, 0775},
+                                     {directory, 0757},
+                                     {fs::path(path), 0620},
+                                     {fs::path(path), 0602}}) {
+        fs::permissions(file, fs::perms(mode));
+        EXPECT_THROW(VirtualCard::open(path), ImageError) << file << " " << mode;
+        EXPECT_NO_THROW(VirtualCard::open(path, ImageAccess::Shared));
+        fs::permissions(file, fs::perms(file == path ? 0640 : 01777)); // sticky, as /tmp: passes
+    }
+    const bool superuser = ::geteuid() == 0; // only root can give a file away
+    ASSERT_TRUE(!superuser || ::chown(path.c_str(), 4321, 4322) == 0);
+    EXPECT_EQ(verify(*VirtualCard::open(path), 3, "00000000"), 0x63C2);
+    struct stat status {};
+    ASSERT_EQ(::stat(path.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0640u);
+    EXPECT_EQ(triesLeft(path, 3), 2);
+    EXPECT_TRUE(!superuser || (status.st_uid == 4321u && status.st_gid == 4322u));
 }
 
 } // namespace

@@ -99,8 +99,7 @@ TEST_F(Transport, InstrumentationCountsAndHitsExactlyTheNthCommand) {
 }
 
 TEST_F(Transport, TornWriteAppliesOnlyPartOfTheUpdate) {
-    selectApplication();
-    verifyUserPin();
+    logIn();
     ASSERT_EQ(sw("00A40200 02 4407"), 0x9000);
     card->instrumentation().injectFault(1, Instrumentation::Fault::TornWrite, 3);
     EXPECT_THROW(send(apdu(0, 0xD6, 0, 0, Bytes(8, 0xAB))), CardRemoved);

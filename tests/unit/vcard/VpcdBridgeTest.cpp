@@ -109,12 +109,8 @@ private:
     }
 
     void readExactly(std::uint8_t* data, std::size_t size) {
-        while (size > 0) {
-            ssize_t got = ::recv(connection_, data, size, 0);
-            ASSERT_GT(got, 0) << "no complete message from the bridge";
-            data += got;
-            size -= static_cast<std::size_t>(got);
-        }
+        ASSERT_EQ(::recv(connection_, data, size, MSG_WAITALL), static_cast<ssize_t>(size))
+            << "no complete message from the bridge";
     }
 
     int listener_ = -1;
@@ -175,8 +171,8 @@ TEST(VpcdBridgeProcess, AnswerBeyondAFrameIsWrongLengthAndServingGoesOn) {
     ServeProcess bridge(driver.port());
     driver.accept();
     for (const Bytes& command :
-         {hex("00A4040C0CA000000063504B43532D3135"), apdu(0, 0x20, 0, 1, paddedPin("123456")),
-          hex("00A4000C02DF02"), createFile("8002FFFF 820101 8302C0FF", "A0029000")}) {
+         {hex(selectPkcs15), apdu(0, 0x20, 0, 1, paddedPin("123456")), hex("00A4000C02DF02"),
+          createFile("8002FFFF 820101 8302C0FF", "A0029000")}) {
         driver.send(command);
         ASSERT_EQ(driver.receive(), hex("9000")) << toHex(command);
     }
