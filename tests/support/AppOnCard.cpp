@@ -2,12 +2,14 @@
 
 #include "app/SecurityConditions.hpp"
 #include "app/object/IPin.hpp"
+#include "card/Apdu.hpp"
 #include "host/iso7816/Applet.hpp"
 #include "host/vcard/VirtualCardTransport.hpp"
 #include "vcard/CardImage.hpp"
 #include "vcard/Personalise.hpp"
 #include "vcard/VirtualCard.hpp"
 
+#include <algorithm>
 #include <boost/make_shared.hpp>
 #include <cryptopp/osrng.h>
 #include <cryptopp/rsa.h>
@@ -44,6 +46,27 @@ RsaKeyMaterial materialOf(unsigned int bits) {
 
 } // namespace
 
+RecordingTransport::RecordingTransport(std::unique_ptr<card::ICardTransport> inner)
+    : inner_(std::move(inner)) {}
+
+boost::shared_ptr<mw::ByteBuffer> RecordingTransport::transmit(const card::Apdu& command) const {
+    sent_.push_back(command.bytes());
+    const auto found = std::find_if(overrides_.begin(), overrides_.end(),
+                                    [&](const auto& o) { return o.first == command.bytes(); });
+    if (found == overrides_.end()) {
+        return inner_->transmit(command);
+    }
+    return boost::make_shared<mw::ByteBuffer>(mw::ByteBuffer{
+        static_cast<unsigned char>(found->second >> 8), static_cast<unsigned char>(found->second)});
+}
+
+std::vector<mw::ByteBuffer> RecordingTransport::sent(unsigned char ins) const {
+    std::vector<mw::ByteBuffer> matching;
+    std::copy_if(sent_.begin(), sent_.end(), std::back_inserter(matching),
+                 [ins](const mw::ByteBuffer& command) { return command.get(1) == ins; });
+    return matching;
+}
+
 AppOnCard::AppOnCard(const std::string& image, const TransportWrapper& wrap)
     : AppOnCard(vcard::CardImage::parse(image, "image"), wrap) {}
 
@@ -55,7 +78,9 @@ AppOnCard::AppOnCard(vcard::CardState state, const TransportWrapper& wrap,
     if (wrap) {
         transport = wrap(std::move(transport));
     }
-    channel = boost::make_shared<host::Channel>(std::move(transport));
+    auto recording = std::make_unique<RecordingTransport>(std::move(transport));
+    recorder = recording.get();
+    channel = boost::make_shared<host::Channel>(std::move(recording));
     session = boost::make_shared<host::iso7816::CardSession>(channel);
     card = boost::make_shared<host::iso7816::Card>(session);
 }

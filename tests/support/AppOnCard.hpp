@@ -2,7 +2,8 @@
 #define TESTS_SUPPORT_APPONCARD_HPP
 
 // A virtual card made from an image, reached through the real host card
-// layer, with the PKCS#15 application opened on it as a host opens it.
+// layer with every command recorded, with the PKCS#15 application opened on
+// it as a host opens it.
 
 #include "app/object/ICardObjectFactory.hpp"
 #include "app/object/IPrivateRSAKey.hpp"
@@ -19,6 +20,8 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace vcard {
 class VirtualCard;
@@ -29,6 +32,29 @@ namespace support {
 
 using TransportWrapper =
     std::function<std::unique_ptr<card::ICardTransport>(std::unique_ptr<card::ICardTransport>)>;
+
+// Records each command; answers chosen commands with a status word of the test's.
+class RecordingTransport : public card::ICardTransport {
+public:
+    explicit RecordingTransport(std::unique_ptr<card::ICardTransport> inner);
+
+    mw::ByteBuffer getAtr() const override { return inner_->getAtr(); }
+    boost::shared_ptr<mw::ByteBuffer> transmit(const card::Apdu& command) const override;
+    void beginTransaction() const override { inner_->beginTransaction(); }
+    void endTransaction() const override { inner_->endTransaction(); }
+
+    void answer(const mw::ByteBuffer& command, unsigned short sw) {
+        overrides_.emplace_back(command, sw);
+    }
+    // Commands sent with this instruction byte since the last clear().
+    std::vector<mw::ByteBuffer> sent(unsigned char ins) const;
+    void clear() { sent_.clear(); }
+
+private:
+    std::unique_ptr<card::ICardTransport> inner_;
+    std::vector<std::pair<mw::ByteBuffer, unsigned short>> overrides_;
+    mutable std::vector<mw::ByteBuffer> sent_;
+};
 
 struct AppOnCard {
     // The card holds the state of `image`; `wrap`, when given, puts a
@@ -49,6 +75,7 @@ struct AppOnCard {
     mw::ByteBuffer readFile(const mw::ByteBuffer& fileId) const;
 
     std::shared_ptr<vcard::VirtualCard> virtualCard;
+    RecordingTransport* recorder;
     boost::shared_ptr<host::Channel> channel;
     boost::shared_ptr<host::iso7816::CardSession> session;
     boost::shared_ptr<host::iso7816::Card> card;

@@ -1,41 +1,11 @@
 #include "AppCard.hpp"
 
 #include "app/pkcs15/oss/Codec.hpp"
-#include "card/Apdu.hpp"
-#include "vcard/Personalise.hpp"
 
 #include <algorithm>
 #include <boost/make_shared.hpp>
 
 namespace apptest {
-
-RecordingTransport::RecordingTransport(std::unique_ptr<card::ICardTransport> inner)
-    : inner_(std::move(inner)) {}
-
-boost::shared_ptr<mw::ByteBuffer> RecordingTransport::transmit(const card::Apdu& command) const {
-    sent_.push_back(command.bytes());
-    const auto found = std::find_if(overrides_.begin(), overrides_.end(),
-                                    [&](const auto& o) { return o.first == command.bytes(); });
-    if (found == overrides_.end()) {
-        return inner_->transmit(command);
-    }
-    return boost::make_shared<mw::ByteBuffer>(mw::ByteBuffer{
-        static_cast<unsigned char>(found->second >> 8), static_cast<unsigned char>(found->second)});
-}
-
-std::vector<mw::ByteBuffer> RecordingTransport::sent(unsigned char ins) const {
-    std::vector<mw::ByteBuffer> matching;
-    std::copy_if(sent_.begin(), sent_.end(), std::back_inserter(matching),
-                 [ins](const mw::ByteBuffer& command) { return command.get(1) == ins; });
-    return matching;
-}
-
-AppCard::AppCard()
-    : AppOnCard(vcard::personalise(),
-                [](std::unique_ptr<card::ICardTransport> inner) {
-                    return std::make_unique<RecordingTransport>(std::move(inner));
-                })
-    , recorder(&dynamic_cast<RecordingTransport&>(channel->transport(0))) {}
 
 boost::shared_ptr<app::pkcs15::P15Application>
 AppCard::appletApplication(const std::string& configuration) const {

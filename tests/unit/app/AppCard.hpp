@@ -4,6 +4,7 @@
 #include "AppErrors.hpp"
 #include "AppOnCard.hpp"
 #include "CardFixture.hpp"
+#include "vcard/Personalise.hpp"
 
 #include <memory>
 #include <string>
@@ -11,33 +12,11 @@
 
 namespace apptest {
 
-// Records each command; answers chosen commands with a status word of the test's.
-class RecordingTransport : public card::ICardTransport {
-public:
-    explicit RecordingTransport(std::unique_ptr<card::ICardTransport> inner);
-
-    mw::ByteBuffer getAtr() const override { return inner_->getAtr(); }
-    boost::shared_ptr<mw::ByteBuffer> transmit(const card::Apdu& command) const override;
-    void beginTransaction() const override { inner_->beginTransaction(); }
-    void endTransaction() const override { inner_->endTransaction(); }
-
-    void answer(const mw::ByteBuffer& command, unsigned short sw) {
-        overrides_.emplace_back(command, sw);
-    }
-    // Commands sent with this instruction byte since the last clear().
-    std::vector<mw::ByteBuffer> sent(unsigned char ins) const;
-    void clear() { sent_.clear(); }
-
-private:
-    std::unique_ptr<card::ICardTransport> inner_;
-    std::vector<std::pair<mw::ByteBuffer, unsigned short>> overrides_;
-    mutable std::vector<mw::ByteBuffer> sent_;
-};
-
 // A freshly personalised virtual card in this process, reached through the
-// host card layer exactly as a host would, every command recorded.
+// host card layer exactly as a host would.
 struct AppCard : support::AppOnCard {
-    AppCard();
+    AppCard()
+        : AppOnCard(vcard::personalise()) {}
 
     boost::shared_ptr<app::pkcs15::P15Application>
     appletApplication(const std::string& configuration = "") const;
@@ -53,8 +32,6 @@ struct AppCard : support::AppOnCard {
     // Writes the whole content of a file of the application, padded with 00
     // to the file's size (needs the file's update condition satisfied).
     void writeFile(const mw::ByteBuffer& fileId, const mw::ByteBuffer& content) const;
-
-    RecordingTransport* recorder;
 };
 
 using hosttest::soPin;
