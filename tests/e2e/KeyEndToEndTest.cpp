@@ -141,7 +141,7 @@ TEST_P(KeysOnTheCard, ARefusedWriteLeavesTheCardAsItWas) {
 TEST_P(KeysOnTheCard, AKeyFileAnotherEntryNamesStaysUntilTheLastEntryGoes) {
     application_->writeCardObject(*channel_, *newPrivateKey(support::rsaKey(), "shared"));
     const mw::ByteBuffer prkdf = fileContent(prkdfId);
-    const mw::ByteBuffer entry = prkdf.get(0, entrySize(prkdf));
+    const mw::ByteBuffer entry = firstEntry(prkdf);
     mw::ByteBuffer twice(entry);
     twice.append(entry);
     put(prkdfId, twice);

@@ -210,7 +210,8 @@ TEST_P(ValueObjectsOnTheCard, AFileARemovalLeftUnlistedIsTakenOverByTheNextWrite
 TEST_P(ValueObjectsOnTheCard, AnEntryExactlyFillingEfCdfIsWrittenAndOneByteMoreIsRefused) {
     auto made = newCertificate();
     application_->writeCardObject(*channel_, *made);
-    const std::size_t entry = entrySize(fileContent(cdfId)), size = fileContent(cdfId).size();
+    const std::size_t entry = firstEntry(fileContent(cdfId)).size(),
+                      size = fileContent(cdfId).size();
     application_->deleteCardObject(*channel_, *made);
     for (const std::size_t room : {entry - 1, entry}) {
         SCOPED_TRACE(room);
@@ -240,7 +241,7 @@ TEST_P(ValueObjectsOnTheCard, AnEntryExactlyFillingEfCdfIsWrittenAndOneByteMoreI
 // removing one entry keeps the file for the other; the last takes it along.
 TEST_P(ValueObjectsOnTheCard, AValueFileTwoEntriesNameGoesWithTheLastOfThem) {
     application_->writeCardObject(*channel_, *newDataObject({0x01, 0x02}));
-    const mw::ByteBuffer dodf = fileContent(dodfId), entry = dodf.get(0, entrySize(dodf));
+    const mw::ByteBuffer entry = firstEntry(fileContent(dodfId));
     mw::ByteBuffer twice(entry);
     twice.append(entry);
     put(dodfId, twice);

@@ -8,7 +8,6 @@
 // or for a replaced value still the old file).
 #include "AppOnCard.hpp"
 
-#include "app/ApplicationException.hpp"
 #include "app/crypto/IKeyPairGenerator.hpp"
 #include "app/object/IDataObject.hpp"
 #include "app/object/IPin.hpp"
@@ -19,12 +18,12 @@
 #include "app/pkcs15/object/P15X509Certificate.hpp"
 #include "card/CardException.hpp"
 #include "card/service/IFileAccessService.hpp"
+#include "host/ErrorMessage.hpp"
 #include "host/iso7816/Tlv.hpp"
 #include "mw/Hex.hpp"
 #include "vcard/VirtualCard.hpp"
 
 #include <algorithm>
-#include <boost/exception/get_error_info.hpp>
 #include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
@@ -121,18 +120,8 @@ std::map<std::string, std::string> enumerate(const Card& card) {
     const auto attempt = [&](const char* kind, const std::function<void()>& list) {
         try {
             list();
-        } catch (const app::InvalidDataException& e) {
-            const char* const* text = boost::get_error_info<app::ErrorText>(e);
-            errors[kind] = std::string("invalid data: ") + (text ? *text : e.what());
-        } catch (const card::CardException& e) {
-            const char* const* command = boost::get_error_info<card::Command>(e);
-            const unsigned short* sw = boost::get_error_info<card::StatusCode>(e);
-            errors[kind] =
-                std::string("card error: ") + (command ? *command : "?") + " " +
-                (sw ? hex({static_cast<std::uint8_t>(*sw >> 8), static_cast<std::uint8_t>(*sw)})
-                    : "-");
         } catch (const std::exception& e) {
-            errors[kind] = e.what();
+            errors[kind] = host::errorMessage(e);
         }
     };
     attempt("application", [&] { application = card.reopen(); });
@@ -181,9 +170,10 @@ struct Damage {
     std::vector<std::string> early; // the errors of an entry ahead of its files
 };
 
-const std::vector<std::string> valueMissing{"card error: Select 6A82"};
-const std::vector<std::string> valueMissingOrOld{
-    "card error: Select 6A82", "card error: Read Binary 6282", "value shorter than its file"};
+const std::vector<std::string> valueMissing{"card exception: Select: 6A82"};
+const std::vector<std::string> valueMissingOrOld{"card exception: Select: 6A82",
+                                                 "card exception: Read Binary: 6282",
+                                                 "value shorter than its file"};
 
 struct Operation {
     const char* name;
@@ -294,7 +284,7 @@ const Operation operations[] = {
     {"generate key pair",
      Damage{nullptr,
             "private keys, public keys",
-            {"card error: Select 6A82", "card error: Generate Asymmetric Key Pair"}},
+            {"card exception: Select: 6A82", "card exception: Generate Asymmetric Key Pair"}},
      ".. .. .. .. .. .. .. .. .. .. .. .. .. AA AA AA AA BB BB", verify,
      [](const Card& card, Application& application) {
          generateKeyPair(application, *card.channel);
@@ -449,7 +439,7 @@ bool expectListing(const Card& card, const Operation& operation, bool directoryF
         // of its own, is refused whole.
         const bool tornTokenInfo =
             ours && directoryFileDamaged && kind == std::string("token info");
-        EXPECT_TRUE(early || (tornTokenInfo && error.rfind("invalid data: ", 0) == 0))
+        EXPECT_TRUE(early || (tornTokenInfo && error.rfind("invalid data exception", 0) == 0))
             << where << ": the card no longer lists its " << kind << ": " << error;
     }
     return ahead;

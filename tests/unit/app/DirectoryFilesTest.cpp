@@ -8,6 +8,7 @@
 #include "app/pkcs15/fs/EntryLayout.hpp"
 #include "app/pkcs15/fs/ODF.hpp"
 #include "app/pkcs15/fs/PrKDF.hpp"
+#include "host/iso7816/Tlv.hpp"
 #include "mw/Hex.hpp"
 #include "vcard/VirtualCard.hpp"
 
@@ -22,14 +23,9 @@ namespace {
 // An entry: `tag`, the length of `length` in its shortest form, and `length`
 // copies of `marker`.
 mw::ByteBuffer tlv(unsigned char marker, std::size_t length, unsigned char tag = 0x30) {
-    mw::ByteBuffer encoded{tag};
-    if (length > 0xFF) {
-        encoded.append(bytes({0x82, static_cast<unsigned char>(length >> 8)}));
-    } else if (length > 0x7F) {
-        encoded.append(bytes({0x81}));
-    }
-    encoded.append(bytes({static_cast<unsigned char>(length)}));
-    encoded.append(mw::ByteBuffer(std::vector<unsigned char>(length, marker)));
+    mw::ByteBuffer encoded;
+    host::iso7816::appendTlv(encoded, tag,
+                             mw::ByteBuffer(std::vector<unsigned char>(length, marker)));
     return encoded;
 }
 
@@ -75,8 +71,7 @@ TEST_F(Directories, EfOdfIsReadUpToItsPaddingTakingPathsOnly) {
 TEST_F(Directories, AnEntryOutsideTheFiveKindsFailsTheReadUntilTheFileIsMended) {
     const mw::ByteBuffer original = card_.readFile(odfFile);
     // trustedCertificates [5] before a valid CDF entry.
-    writeOdf(bytes({0xA5, 0x06, 0x30, 0x04, 0x04, 0x02, 0x44, 0x05, 0xA4, 0x06, 0x30, 0x04, 0x04,
-                    0x02, 0x44, 0x04}));
+    writeOdf(mw::fromHex("A506 3004 04024405 A406 3004 04024404"));
     EXPECT_THROW(fileIdOf(P15File::CDF), app::InvalidDataException);
     EXPECT_THROW(fileIdOf(P15File::CDF), app::InvalidDataException) << "a failed read is retried";
 

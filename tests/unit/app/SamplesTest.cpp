@@ -15,6 +15,7 @@
 #include "app/pkcs15/fs/ODF.hpp"
 #include "app/pkcs15/object/P15Pin.hpp"
 #include "app/pkcs15/object/P15X509Certificate.hpp"
+#include "mw/Hex.hpp"
 
 #include <algorithm>
 #include <boost/optional/optional_io.hpp>
@@ -30,11 +31,7 @@ mw::ByteBuffer loadSample(const std::string& name) {
     while (std::getline(file, line)) {
         hex += !line.empty() && line[0] != '#' ? line : "";
     }
-    mw::ByteBuffer bytes(hex.size() / 2);
-    for (std::size_t i = 0; i < bytes.size(); ++i) {
-        bytes.data()[i] = static_cast<unsigned char>(std::stoi(hex.substr(2 * i, 2), nullptr, 16));
-    }
-    return bytes;
+    return mw::fromHex(hex);
 }
 
 // Puts a sample in its file, 00 up to the file's end, with the user PIN;
