@@ -22,6 +22,7 @@
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -63,14 +64,18 @@ TEST_P(Secrets, NoReleasedBlockHoldsTheNewPin) {
 INSTANTIATE_TEST_SUITE_P(Forms, Secrets,
                          ::testing::Values("975318", "975318\xFF\xFF", "393735333138FFFF"));
 
-// The prime as the key import carries it, and as the image's text (the
-// first 32 bytes of it: the hook looks for at most 64 bytes).
-TEST(KeySecrets, NoReleasedBlockHoldsAPrimeOfAnImportedKey) {
-    const mw::ByteBuffer& prime = support::rsaKey().p;
-    const std::string text = mw::toHex(mw::ByteBuffer(prime.data(), 32));
+// Each CRT component as the key import carries it, and the first prime as
+// the image's text (the first 32 bytes of it: the hook looks for at most 64
+// bytes).
+TEST(KeySecrets, NoReleasedBlockHoldsACrtComponentOfAnImportedKey) {
+    const support::RsaKeyMaterial& key = support::rsaKey();
+    std::vector<std::string> forms{mw::toHex(mw::ByteBuffer(key.p.data(), 32))};
+    for (const mw::ByteBuffer* part : {&key.p, &key.q, &key.dp, &key.dq, &key.pInv, &key.qInv}) {
+        forms.emplace_back(reinterpret_cast<const char*>(part->data()), part->size());
+    }
     const std::string image = temporaryFile("p15-key-secrets-");
-    for (const std::string& form :
-         {std::string(reinterpret_cast<const char*>(prime.data()), 64), text}) {
+    for (const std::string& form : forms) {
+        SCOPED_TRACE(&form - forms.data());
         vcard::VirtualCard(vcard::personalise()).save(image);
         freehook::lookFor(form);
         {
@@ -79,8 +84,7 @@ TEST(KeySecrets, NoReleasedBlockHoldsAPrimeOfAnImportedKey) {
             card.verifyUserPin(*application);
             support::importKeyPair(*application, *card.channel, "Secret key");
         }
-        EXPECT_EQ(freehook::blocksFreedHoldingSecret(), 0u)
-            << "form of " << form.size() << " bytes";
+        EXPECT_EQ(freehook::blocksFreedHoldingSecret(), 0u);
         freehook::lookFor("");
     }
     std::filesystem::remove(image);
