@@ -11,8 +11,6 @@
 #include "app/pkcs15/oss/Codec.hpp"
 
 #include <algorithm>
-#include <fstream>
-#include <iterator>
 #include <vector>
 
 namespace {
@@ -21,10 +19,7 @@ using app::object::ICertificate;
 using app::object::IDataObject;
 using app::object::IX509Certificate;
 
-mw::ByteBuffer certificate(const std::string& name) {
-    std::ifstream file(std::string(P15_CERTS_DIR) + "/" + name, std::ios::binary);
-    return mw::ByteBuffer(std::vector<unsigned char>{std::istreambuf_iterator<char>(file), {}});
-}
+using support::certificateFile;
 
 bool contains(const mw::ByteBuffer& bytes, const std::string& text) {
     return std::search(bytes.begin(), bytes.end(), text.begin(), text.end()) != bytes.end();
@@ -41,7 +36,7 @@ protected:
     boost::shared_ptr<IX509Certificate> newCertificate(const char* file = "small.der") const {
         const auto made = boost::dynamic_pointer_cast<IX509Certificate>(
             factory_->createCertificate(ICertificate::X509Certificate, support::userPinRules()));
-        made->setValue(certificate(file));
+        made->setValue(certificateFile(file));
         return made;
     }
     boost::shared_ptr<IDataObject> newDataObject(const mw::ByteBuffer& value) const {
@@ -60,7 +55,7 @@ protected:
 
 // Replacing a value is pinned by the torn-write suite's "replace certificate".
 TEST_P(ValueObjectsOnTheCard, ACertificateIsWrittenReadBackAndRemoved) {
-    const mw::ByteBuffer small = certificate("small.der");
+    const mw::ByteBuffer small = certificateFile("small.der");
     const mw::ByteBuffer emptyCdf = fileContent(cdfId);
     const mw::ByteBuffer valueFile{0x0D, 0x01}; // the first file of objects with rules
     const auto made = newCertificate();
@@ -201,8 +196,8 @@ TEST_P(ValueObjectsOnTheCard, AFileARemovalLeftUnlistedIsTakenOverByTheNextWrite
     reopen();
     const auto listed = certificateAt(0);
     application_->readCardObject(*channel_, *listed);
-    EXPECT_EQ(listed->getValue(), certificate("small.der"));
-    EXPECT_EQ(fileContent({0x0D, 0x01}), certificate("small.der"));
+    EXPECT_EQ(listed->getValue(), certificateFile("small.der"));
+    EXPECT_EQ(fileContent({0x0D, 0x01}), certificateFile("small.der"));
 }
 
 // An entry that exactly fills EF(CDF) is written; with one byte less room

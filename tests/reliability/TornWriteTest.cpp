@@ -24,10 +24,8 @@
 #include "vcard/VirtualCard.hpp"
 
 #include <algorithm>
-#include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <map>
 #include <optional>
 #include <set>
@@ -205,18 +203,13 @@ void verify(const Card& card, const Application& application) {
     card.verifyUserPin(application);
 }
 
-mw::ByteBuffer certificateBytes(const std::string& name) {
-    std::ifstream file(std::string(P15_CERTS_DIR) + "/" + name, std::ios::binary);
-    return mw::ByteBuffer(std::vector<unsigned char>{std::istreambuf_iterator<char>(file), {}});
-}
-
 // A certificate anyone may read, as the host reads it on opening the card.
 void writeCertificate(const Card& card, const Application& application) {
     const auto certificate = boost::dynamic_pointer_cast<app::object::IX509Certificate>(
         application.createCertificate(app::object::ICertificate::X509Certificate, {}));
     certificate->setLabel("Signer");
     certificate->setCertificateId(support::ascii("Sign"));
-    certificate->setValue(certificateBytes("small.der"));
+    certificate->setValue(support::certificateFile("small.der"));
     application.writeCardObject(*card.channel, *certificate);
 }
 
@@ -307,7 +300,7 @@ const Operation operations[] = {
      ".. .. .. .. AA AA AA BB FF", withCertificate,
      [](const Card& card, Application& application) {
          const auto listed = application.getCertificates(*card.channel).at(0);
-         listed->setValue(certificateBytes("large.der"));
+         listed->setValue(support::certificateFile("large.der"));
          application.writeCardObject(*card.channel, *listed);
      }},
     {"delete certificate", std::nullopt, ".. .. .. ..", withCertificate,

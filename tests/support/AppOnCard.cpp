@@ -13,6 +13,8 @@
 #include <boost/make_shared.hpp>
 #include <cryptopp/osrng.h>
 #include <cryptopp/rsa.h>
+#include <fstream>
+#include <iterator>
 #include <map>
 
 namespace support {
@@ -171,6 +173,11 @@ void importKeyPair(const app::pkcs15::P15Application& application, const card::I
     const RsaKeyPair pair = newKeyPair(application, label, rsaKey());
     application.writeCardObject(channel, *pair.privateKey);
     application.writeCardObject(channel, *pair.publicKey);
+}
+
+mw::ByteBuffer certificateFile(const std::string& name) {
+    std::ifstream file(std::string(P15_CERTS_DIR) + "/" + name, std::ios::binary);
+    return mw::ByteBuffer(std::vector<unsigned char>{std::istreambuf_iterator<char>(file), {}});
 }
 
 const std::string& cardWithKeyImage() {

@@ -113,6 +113,9 @@ RsaKeyPair newKeyPair(const app::object::ICardObjectFactory& factory, const std:
 void importKeyPair(const app::pkcs15::P15Application& application, const card::IChannel& channel,
                    const std::string& label);
 
+// A certificate of tests/data/certs, DER.
+mw::ByteBuffer certificateFile(const std::string& name);
+
 // The image of a personalised card that also holds one imported key pair
 // labelled "Signing key", made once per process.
 const std::string& cardWithKeyImage();

@@ -10,6 +10,7 @@
 #include "mw/Hex.hpp"
 #include "vcard/VirtualCard.hpp"
 
+#include <algorithm>
 #include <boost/exception/diagnostic_information.hpp>
 #include <boost/make_shared.hpp>
 #include <boost/property_tree/ini_parser.hpp>
@@ -25,11 +26,9 @@ const mw::ByteBuffer cardStatusSelect{0x00, 0xA4, 0x02, 0x0C, 0x02, 0x99, 0x99};
 
 // SELECTs by DF name: how the application selects itself.
 std::size_t applicationSelects(const AppCard& card) {
-    std::size_t count = 0;
-    for (const mw::ByteBuffer& command : card.recorder->sent(0xA4)) {
-        count += command.get(2) == 0x04 ? 1 : 0;
-    }
-    return count;
+    const std::vector<mw::ByteBuffer> selects = card.recorder->sent(0xA4);
+    return std::count_if(selects.begin(), selects.end(),
+                         [](const mw::ByteBuffer& select) { return select.get(2) == 0x04; });
 }
 
 // Card and applet form alike: selected by AID first, down to the card status file last.
