@@ -1,4 +1,5 @@
 #include "AppError.hpp"
+#include "AppOnCard.hpp"
 #include "PluginOnCard.hpp"
 
 #include "app/object/IPin.hpp"
@@ -14,7 +15,7 @@ class PinsThroughThePlugin : public hosttest::PluginOnCard {
 protected:
     bool startsVerified() const override { return false; }
     boost::shared_ptr<IPin> pin(std::size_t index) const {
-        return boost::dynamic_pointer_cast<IPin>(application_->getAuthObjects(*channel_).at(index));
+        return support::pinAt(*application_, *channel_, index);
     }
     mw::ByteBuffer aodf() const { return fileContent(mw::ByteBuffer{0x44, 0x08}); }
 };

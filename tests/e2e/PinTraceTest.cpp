@@ -32,8 +32,7 @@ TEST(PinTrace, NamesThePinOperationsButNeverTheirValues) {
     const support::AppOnCard card(vcard::personalise());
     const card::IChannel& channel = *card.channel;
     const auto application = card.open();
-    const auto user =
-        boost::dynamic_pointer_cast<app::object::IPin>(application->getAuthObjects(channel)[0]);
+    const auto user = support::pinAt(*application, channel);
     const std::string secrets[] = {support::userPin, "24680", support::puk, "997755"};
     EXPECT_THROW(user->authenticate(channel, ascii(secrets[3])), card::CardException);
     user->unblock(channel, ascii(support::puk));

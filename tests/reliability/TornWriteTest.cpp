@@ -187,11 +187,6 @@ struct Operation {
     bool shortApdus = false;
 };
 
-boost::shared_ptr<app::object::IPin> userPinOf(const Card& card, const Application& application) {
-    return boost::dynamic_pointer_cast<app::object::IPin>(
-        application.getAuthObjects(*card.channel).at(0));
-}
-
 // A 1024-bit pair generated on the card, with both entries.
 void generateKeyPair(const Application& application, const card::IChannel& channel) {
     const support::RsaKeyPair pair = support::newKeyPair(application, "Generated", 1024, 1024);
@@ -253,17 +248,18 @@ const char* const longer = "A label longer than the one before";
 const Operation operations[] = {
     {"change PIN", std::nullopt, ".. .. .. .. ..", nullptr,
      [](const Card& card, Application& application) {
-         userPinOf(card, application)
+         support::pinAt(application, *card.channel)
              ->change(*card.channel, support::ascii(support::userPin), support::ascii("654321"));
      }},
     {"unblock PIN", std::nullopt, "..",
      [](const Card& card, Application& application) {
-         EXPECT_THROW(
-             userPinOf(card, application)->authenticate(*card.channel, support::ascii("000000")),
-             card::CardException);
+         EXPECT_THROW(support::pinAt(application, *card.channel)
+                          ->authenticate(*card.channel, support::ascii("000000")),
+                      card::CardException);
      },
      [](const Card& card, Application& application) {
-         userPinOf(card, application)->unblock(*card.channel, support::ascii(support::puk));
+         support::pinAt(application, *card.channel)
+             ->unblock(*card.channel, support::ascii(support::puk));
      }},
     {"relabel key", Damage{"3F00/5015/4400", "private keys", {}}, ".. .. .D", verify,
      [](const Card& card, Application& application) {

@@ -1,7 +1,6 @@
 #include "AppOnCard.hpp"
 
 #include "app/SecurityConditions.hpp"
-#include "app/object/IPin.hpp"
 #include "card/Apdu.hpp"
 #include "host/iso7816/Applet.hpp"
 #include "host/vcard/VirtualCardTransport.hpp"
@@ -101,9 +100,7 @@ boost::shared_ptr<app::pkcs15::P15Application> AppOnCard::reopen() const {
 }
 
 void AppOnCard::verifyUserPin(const app::pkcs15::P15Application& application) const {
-    const auto pins = application.getAuthObjects(*channel);
-    boost::dynamic_pointer_cast<app::object::IPin>(pins.at(0))
-        ->authenticate(*channel, ascii(userPin));
+    pinAt(application, *channel)->authenticate(*channel, ascii(userPin));
 }
 
 boost::shared_ptr<card::service::IFileAccessService> AppOnCard::files() const {
@@ -121,6 +118,12 @@ app::AccessControlRules userPinRules() {
         app::AccessControlRule::Read | app::AccessControlRule::Update |
             app::AccessControlRule::Execute,
         boost::make_shared<app::AuthIdSecurityCondition>(std::vector<std::uint8_t>{0x01}))};
+}
+
+boost::shared_ptr<app::object::IPin> pinAt(const app::object::ICardObjectRepository& repository,
+                                           const card::IChannel& channel, std::size_t index) {
+    return boost::dynamic_pointer_cast<app::object::IPin>(
+        repository.getAuthObjects(channel).at(index));
 }
 
 mw::ByteBuffer ascii(const std::string& text) {

@@ -6,6 +6,8 @@
 // it as a host opens it.
 
 #include "app/object/ICardObjectFactory.hpp"
+#include "app/object/ICardObjectRepository.hpp"
+#include "app/object/IPin.hpp"
 #include "app/object/IPrivateRSAKey.hpp"
 #include "app/object/IPublicRSAKey.hpp"
 #include "app/pkcs15/P15Application.hpp"
@@ -82,6 +84,9 @@ struct AppOnCard {
 };
 
 mw::ByteBuffer ascii(const std::string& text);
+// The PIN at `index` of the listed authentication objects (0: the user PIN).
+boost::shared_ptr<app::object::IPin> pinAt(const app::object::ICardObjectRepository& repository,
+                                           const card::IChannel& channel, std::size_t index = 0);
 // Read, update and use after the user PIN: the rules of a private key.
 app::AccessControlRules userPinRules();
 

@@ -189,8 +189,7 @@ TEST_F(WaitingTime, FailedSelectLeavesTheApplicationUnselected) {
 TEST_F(WaitingTime, PinInformationIsAskedOfTheCardOnlyWhenItHasPassed) {
     const auto application =
         card_.open("[WaitingTime]\nPinInfo=5000\n[Objects]\nwipeForce=false\n");
-    const auto user = boost::dynamic_pointer_cast<app::object::IPin>(
-        application->getAuthObjects(*card_.channel)[0]);
+    const auto user = support::pinAt(*application, *card_.channel);
     const auto asked = [&] {
         const std::uint64_t before = card_.virtualCard->instrumentation().counters().commands;
         user->getPinInfo(*card_.channel);

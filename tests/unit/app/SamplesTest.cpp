@@ -56,11 +56,6 @@ template <class Kind> const Kind& as(const boost::shared_ptr<app::object::ICardO
     return dynamic_cast<const Kind&>(*object);
 }
 
-boost::shared_ptr<IPin> pinAt(const Application& application, const card::IChannel& channel,
-                              std::size_t index) {
-    return boost::dynamic_pointer_cast<IPin>(application.getAuthObjects(channel).at(index));
-}
-
 // One row per way a card writes its entries: paths with index and length,
 // long identifiers, absent or present names, keys without path or size.
 const struct {
@@ -169,7 +164,7 @@ const struct {
     // Flags of a non-DER encoding, a path to the PIN's DF.
     {"acos5-64_aodf.hex", aodfFile,
      [](const Application& application, const card::IChannel& channel) {
-         const auto pin = pinAt(application, channel, 0);
+         const auto pin = support::pinAt(application, channel);
          EXPECT_EQ(pin->getFlags().value_or(0), 0x03) << "private, modifiable";
          EXPECT_EQ(pin->getPinFlags(),
                    IPin::CaseSensitive | IPin::Local | IPin::Initialized | IPin::NeedsPadding);
@@ -181,7 +176,8 @@ const struct {
     // Rules under "always" and one of an ISO 7816-15 mode, which is not shown.
     {"uy-eid-gemalto_aodf.hex", aodfFile,
      [](const Application& application, const card::IChannel& channel) {
-         const auto user = pinAt(application, channel, 0), so = pinAt(application, channel, 1);
+         const auto user = support::pinAt(application, channel),
+                    so = support::pinAt(application, channel, 1);
          EXPECT_EQ(user->getAuthId(), (mw::ByteBuffer{0xAD, 0x11}));
          EXPECT_EQ(user->getProtectingAuthId().value_or(mw::ByteBuffer()),
                    (mw::ByteBuffer{0xAD, 0x81}));
