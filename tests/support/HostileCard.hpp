@@ -10,11 +10,16 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <random>
 #include <stdexcept>
 #include <string>
 #include <vector>
+
+namespace app::pkcs15 {
+class P15Application;
+}
 
 namespace support {
 struct AppOnCard;
@@ -97,6 +102,16 @@ struct Outcome {
     std::size_t commands = 0;
     std::vector<std::string> errors;
 };
+
+// One operation of a workload, named for the report.
+using Attempt = std::function<void(const char* name, const std::function<void()>& operation)>;
+
+// What a host does on opening the card, one attempt for each kind of object:
+// list the PINs and read their status, read each public key, select each
+// private key's key file, read the token information, and read each
+// certificate and data object, whose value must be the whole of its file.
+void readEverything(const app::pkcs15::P15Application& application, const card::IChannel& channel,
+                    const Attempt& attempt);
 
 // Opens the PKCS#15 application on the card and runs what a host does: list
 // every kind of object, read the public ones and the values, read PIN
