@@ -103,24 +103,21 @@ struct Outcome {
     std::vector<std::string> errors;
 };
 
-// One operation of a workload, named for the report.
 using Attempt = std::function<void(const char* name, const std::function<void()>& operation)>;
 
-// What a host does on opening the card, one attempt for each kind of object:
-// list the PINs and read their status, read each public key, select each
-// private key's key file, read the token information, and read each
-// certificate and data object, whose value must be the whole of its file.
+// What a host reads on opening the card, one attempt per kind of object: PIN
+// status, each public key, each private key's key file, the token
+// information, each certificate and data object (the whole of its file).
 void readEverything(const app::pkcs15::P15Application& application, const card::IChannel& channel,
                     const Attempt& attempt);
 
-// Opens the PKCS#15 application on the card and runs what a host does: list
-// every kind of object, read the public ones and the values, read PIN
-// status, verify, sign, encipher and decipher, draw random bytes, change and
-// unblock a PIN, relabel a key, read the card's algorithms. Each operation
-// may fail only with a card or application exception that carries a text or
-// a status word (one without is returned as "unclear: ...") or with one of
-// the foundation's exceptions, which name their cause; anything else
-// escapes.
+// Opens the PKCS#15 application on the card and runs what a host does:
+// readEverything, verify, sign, encipher and decipher, draw random bytes,
+// change and unblock a PIN, relabel a key, read the card's algorithms. Each
+// operation may fail only with a card or application exception that carries
+// a text or a status word (one without is returned as "unclear: ...") or
+// with one of the foundation's exceptions, which name their cause; anything
+// else escapes.
 Outcome runWorkload(const support::AppOnCard& card);
 
 // runWorkload, behind a hostile transport, on a fresh copy of the card that
