@@ -3,7 +3,7 @@
 // algorithm of the table signed by the card and verified in software,
 // software enciphering for the card to decipher, random bytes, and
 // what the factories and the generator refuse.
-#include "AppError.hpp"
+#include "AppErrors.hpp"
 #include "AppOnCard.hpp"
 #include "CardFixture.hpp"
 #include "UnconnectedChannel.hpp"
@@ -211,38 +211,38 @@ TEST_F(Engines, TheFactoriesRefuseWhatTheyCannotServe) {
     // The card lists RSA-PSS and RSAES-OAEP, and performs them with a hash
     // of its profile named: not bare, not with SHA-1 (PSS) or SHA-384 (OAEP).
     for (const char* oid : {"1.2.840.113549.1.1.10", "1.2.840.113549.1.1.10/1.3.14.3.2.26"}) {
-        EXPECT_APP_ERROR(application.getSignature(oid),
-                         "failed to get signature algorithm implementation for oid");
+        EXPECT_APP_TEXT(application.getSignature(oid),
+                        "failed to get signature algorithm implementation for oid");
     }
-    EXPECT_APP_ERROR(application.getSignature("1.2.840.113549.1.1.99/2.16.840.1.101.3.4.2.1"),
-                     "unsupported signature algorithm");
+    EXPECT_APP_TEXT(application.getSignature("1.2.840.113549.1.1.99/2.16.840.1.101.3.4.2.1"),
+                    "unsupported signature algorithm");
     for (const std::string& oid :
          {sha256WithRsa, std::string("1.2.840.113549.1.1.7/2.16.840.1.101.3.4.2.2")}) {
-        EXPECT_APP_ERROR(application.getCipher(oid),
-                         "failed to get cipher algorithm implementation for oid");
+        EXPECT_APP_TEXT(application.getCipher(oid),
+                        "failed to get cipher algorithm implementation for oid");
     }
-    EXPECT_APP_ERROR(application.getKeyPairGenerator("1.2.840.113549.1.1.5"),
-                     "KeyPairGenerator for given oid not supported");
-    EXPECT_APP_ERROR(application.getMessageDigest("2.16.840.1.101.3.4.2.1"),
-                     "getMessageDigest not supported");
+    EXPECT_APP_TEXT(application.getKeyPairGenerator("1.2.840.113549.1.1.5"),
+                    "KeyPairGenerator for given oid not supported");
+    EXPECT_APP_TEXT(application.getMessageDigest("2.16.840.1.101.3.4.2.1"),
+                    "getMessageDigest not supported");
     const auto signature = application.getSignature(sha256WithRsa);
-    EXPECT_APP_ERROR(signature->init(*card_->channel, ISignature::Sign, *key1024_.publicKey),
-                     "failed to cast from IKey to P15RsaPrivateKey");
-    EXPECT_APP_ERROR(signature->init(*card_->channel, ISignature::Verify, *key1024_.privateKey),
-                     "failed to cast from IKey to P15RsaPublicKey");
+    EXPECT_APP_TEXT(signature->init(*card_->channel, ISignature::Sign, *key1024_.publicKey),
+                    "failed to cast from IKey to P15RsaPrivateKey");
+    EXPECT_APP_TEXT(signature->init(*card_->channel, ISignature::Verify, *key1024_.privateKey),
+                    "failed to cast from IKey to P15RsaPublicKey");
     const KeyPair ungenerated = newKeyPair(1024, 1024, "never generated");
-    EXPECT_APP_ERROR(signature->init(*card_->channel, ISignature::Verify, *ungenerated.publicKey),
-                     "modulus and public exponent must not be empty");
+    EXPECT_APP_TEXT(signature->init(*card_->channel, ISignature::Verify, *ungenerated.publicKey),
+                    "modulus and public exponent must not be empty");
 
     // A private key is used only as its usage says, refused before any command.
     const std::uint64_t commands = card_->virtualCard->instrumentation().counters().commands;
     ungenerated.privateKey->setUsage(IKey::Decrypt | IKey::Unwrap | IKey::SignRecover);
-    EXPECT_APP_ERROR(signature->init(*card_->channel, ISignature::Sign, *ungenerated.privateKey),
-                     "the key's usage does not allow signing");
+    EXPECT_APP_TEXT(signature->init(*card_->channel, ISignature::Sign, *ungenerated.privateKey),
+                    "the key's usage does not allow signing");
     ungenerated.privateKey->setUsage(IKey::NonRepudiation | IKey::Unwrap);
-    EXPECT_APP_ERROR(application.getCipher(rsaEncryption)
-                         ->init(*card_->channel, ICipher::Decipher, *ungenerated.privateKey),
-                     "the key's usage does not allow deciphering");
+    EXPECT_APP_TEXT(application.getCipher(rsaEncryption)
+                        ->init(*card_->channel, ICipher::Decipher, *ungenerated.privateKey),
+                    "the key's usage does not allow deciphering");
     EXPECT_EQ(card_->virtualCard->instrumentation().counters().commands, commands);
 }
 
@@ -256,11 +256,10 @@ TEST_F(Engines, ARefusedGenerationIsReportedAndKeepsWhatWasWritten) {
     };
     vcard::Instrumentation& card = card_->virtualCard->instrumentation();
     const std::uint64_t commands = card.counters().commands;
-    EXPECT_APP_ERROR(generate(newKeyPair(0, 0, "k")),
-                     "private key modulus sizes must be specified");
-    EXPECT_APP_ERROR(generate(newKeyPair(1024, 0, "k")),
-                     "public key modulus sizes must be specified");
-    EXPECT_APP_ERROR(generate(newKeyPair(2048, 1024, "k")), "modulus sizes of keys must be equal");
+    EXPECT_APP_TEXT(generate(newKeyPair(0, 0, "k")), "private key modulus sizes must be specified");
+    EXPECT_APP_TEXT(generate(newKeyPair(1024, 0, "k")),
+                    "public key modulus sizes must be specified");
+    EXPECT_APP_TEXT(generate(newKeyPair(2048, 1024, "k")), "modulus sizes of keys must be equal");
     EXPECT_EQ(card.counters().commands, commands) << "sizes are checked before any card access";
 
     const mw::ByteBuffer prkdf = card_->readFile({0x44, 0x00});

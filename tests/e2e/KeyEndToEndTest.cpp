@@ -1,7 +1,7 @@
 // RSA keys through the plugin, the host card layer and the virtual
 // card: import, listing, public key, removal, and what a refusal leaves
 // behind. Relabelling: Samples.ARelabelledObjectKeepsEverythingElseByteForByte.
-#include "AppError.hpp"
+#include "AppErrors.hpp"
 #include "AppOnCard.hpp"
 #include "PluginOnCard.hpp"
 
@@ -113,8 +113,8 @@ TEST_P(KeysOnTheCard, ARefusedWriteLeavesTheCardAsItWas) {
     reopen();
     EXPECT_TRUE(application_->getPrivateKeys(*channel_).empty()) << "EC keys are not listed";
     auto before = snapshot();
-    EXPECT_APP_ERROR(application_->writeCardObject(*channel_, *newPrivateKey(material, "k")),
-                     "EF(PrKDF) out of memory");
+    EXPECT_APP_TEXT(application_->writeCardObject(*channel_, *newPrivateKey(material, "k")),
+                    "EF(PrKDF) out of memory");
     EXPECT_TRUE(snapshot() == before);
 
     // The card refuses the key itself: its CRT values do not belong together.
@@ -160,7 +160,7 @@ TEST_P(KeysOnTheCard, APublicKeyWithoutModulusLengthIsRefusedFirst) {
     const mw::ByteBuffer before = fileContent(pukdfId);
     auto key = factory_->createPublicKey(app::object::IPublicKey::RsaPublicKey, {});
     key->setLabel("no size");
-    EXPECT_APP_ERROR(application_->writeCardObject(*channel_, *key), "modulus length not set");
+    EXPECT_APP_TEXT(application_->writeCardObject(*channel_, *key), "modulus length not set");
     EXPECT_EQ(fileContent(pukdfId), before);
 }
 

@@ -2,7 +2,7 @@
 // the host card layer and the in-process virtual card: what reaches the
 // card, what comes back, what a refusal leaves behind, and which commands
 // are sent.
-#include "AppError.hpp"
+#include "AppErrors.hpp"
 #include "AppOnCard.hpp"
 #include "PluginOnCard.hpp"
 
@@ -97,8 +97,8 @@ TEST_P(ValueObjectsOnTheCard, ValuesUpTo65535BytesRoundTripAndLargerOnesAreRefus
     data->setApplicationName("p15kit test");
     data->setApplicationOid(oid);
     EXPECT_EQ(commandsOf([&] {
-                  EXPECT_APP_ERROR(application_->writeCardObject(*channel_, *data),
-                                   "data object value size exceeds 65535 bytes");
+                  EXPECT_APP_TEXT(application_->writeCardObject(*channel_, *data),
+                                  "data object value size exceeds 65535 bytes");
               }),
               0u);
 
@@ -126,8 +126,8 @@ TEST_P(ValueObjectsOnTheCard, ATokenLabelWrittenIsInEfTokenInfoAfterReopening) {
 
     // A token without serial number: Samples.LoadWithTheAttributesTheirCardsGaveThem.
     info->setSerialNumber(mw::ByteBuffer{0x01});
-    EXPECT_APP_ERROR(application_->writeCardObject(*channel_, *info),
-                     "the serial number of a token cannot be changed");
+    EXPECT_APP_TEXT(application_->writeCardObject(*channel_, *info),
+                    "the serial number of a token cannot be changed");
 
     info->setSerialNumber(serial);
     info->setLabel("Relabelled token");
@@ -219,8 +219,8 @@ TEST_P(ValueObjectsOnTheCard, AnEntryExactlyFillingEfCdfIsWrittenAndOneByteMoreI
         reopen();
         made = newCertificate();
         if (room < entry) {
-            EXPECT_APP_ERROR(application_->writeCardObject(*channel_, *made),
-                             "EF(CDF) out of memory");
+            EXPECT_APP_TEXT(application_->writeCardObject(*channel_, *made),
+                            "EF(CDF) out of memory");
             EXPECT_EQ(fileContent(cdfId), cdf);
             EXPECT_FALSE(exists({0x0D, 0x01}));
         } else {
@@ -243,8 +243,8 @@ TEST_P(ValueObjectsOnTheCard, AValueFileTwoEntriesNameGoesWithTheLastOfThem) {
     reopen();
     auto listed = dataObjectAt(0);
     listed->setValue(mw::ByteBuffer{0x03});
-    EXPECT_APP_ERROR(application_->writeCardObject(*channel_, *listed),
-                     "the value's file holds other objects too; it cannot be replaced");
+    EXPECT_APP_TEXT(application_->writeCardObject(*channel_, *listed),
+                    "the value's file holds other objects too; it cannot be replaced");
     for (const bool last : {false, true}) {
         reopen();
         application_->deleteCardObject(*channel_, *dataObjectAt(0));

@@ -150,9 +150,7 @@ void generateKeyPair(const Application& application, const card::IChannel& chann
         ->generate(channel, pair.privateKey, pair.publicKey);
 }
 
-void verify(const Card& card, const Application& application) {
-    card.verifyUserPin(application);
-}
+const auto verify = &Card::verifyUserPin;
 
 // A certificate anyone may read, as the host reads it on opening the card.
 void writeCertificate(const Card& card, const Application& application) {
@@ -179,15 +177,15 @@ void writeDataObjects(const Card& card, const Application& application,
 
 // The card holding such objects before the operation.
 void withCertificate(const Card& card, const Application& application) {
-    verify(card, application);
+    card.verifyUserPin(application);
     writeCertificate(card, application);
 }
 void withDataObject(const Card& card, const Application& application) {
-    verify(card, application);
+    card.verifyUserPin(application);
     writeDataObjects(card, application);
 }
 void withThreeDataObjects(const Card& card, const Application& application) {
-    verify(card, application);
+    card.verifyUserPin(application);
     writeDataObjects(card, application, {"First", "Second", "Third"});
 }
 

@@ -5,6 +5,7 @@
 
 #include <boost/exception/get_error_info.hpp>
 #include <functional>
+#include <gtest/gtest.h>
 #include <string>
 #include <utility>
 
@@ -40,6 +41,10 @@ template <class E = app::ApplicationException> Failure appError(const std::funct
 }
 
 } // namespace p15test
+
+// Runs `statement`, expects an application exception carrying `text`.
+#define EXPECT_APP_TEXT(statement, text)                                                           \
+    EXPECT_EQ(p15test::appError([&] { statement; }).first, text) << #statement
 
 // A family as the test names it, without its namespace.
 #define P15TEST_FAMILY_NAME(Family) std::string(#Family).substr(std::string(#Family).rfind(':') + 1)

@@ -28,8 +28,6 @@ using app::object::ICertificate;
 using p15test::appError;
 using p15test::Failure;
 
-#define EXPECT_APP_TEXT(statement, text) EXPECT_EQ(appError([&] { statement; }).first, text)
-
 namespace fs = app::pkcs15::fs;
 // No directory file: these objects are never written.
 template <class File> boost::weak_ptr<const File> none() {
