@@ -49,14 +49,10 @@ struct WipeCard : AppCard {
 
     // A file by its path below the application DF (or from the MF, 3F00...).
     const vcard::CardFile* onCard(const mw::ByteBuffer& path) const {
-        const vcard::CardFile* file = &virtualCard->state().files.mf();
-        std::size_t at = 0;
-        if (path.size() >= 2 && path.get(0) == 0x3F && path.get(1) == 0x00) {
-            at = 2;
-        } else {
-            file = file->child(0x5015);
-        }
-        for (; file && at + 1 < path.size(); at += 2) {
+        const vcard::CardFile& mf = virtualCard->state().files.mf();
+        const bool fromMf = path.size() >= 2 && path.get(0) == 0x3F && path.get(1) == 0x00;
+        const vcard::CardFile* file = fromMf ? &mf : mf.child(0x5015);
+        for (std::size_t at = fromMf ? 2 : 0; file && at + 1 < path.size(); at += 2) {
             file = file->child(static_cast<std::uint16_t>(path.get(at) << 8 | path.get(at + 1)));
         }
         return file;
