@@ -3,27 +3,22 @@
 // algorithm of the table signed by the card and verified in software,
 // software enciphering for the card to decipher, random bytes, and
 // what the factories and the generator refuse.
-#include "AppError.hpp"
+#include "AppErrors.hpp"
+#include "AppOnCard.hpp"
 #include "CardFixture.hpp"
 #include "UnconnectedChannel.hpp"
 
 #include "app/IApplication.hpp"
-#include "app/SecurityConditions.hpp"
 #include "app/crypto/ICipher.hpp"
 #include "app/crypto/IKeyPairGenerator.hpp"
 #include "app/crypto/IRandom.hpp"
 #include "app/crypto/ISignature.hpp"
-#include "app/object/ICardObjectFactory.hpp"
 #include "app/object/ICardObjectRepository.hpp"
-#include "app/object/IPrivateRSAKey.hpp"
-#include "app/object/IPublicRSAKey.hpp"
 #include "host/loader/PluginLoader.hpp"
-#include "host/vcard/VirtualCardTransport.hpp"
 #include "mw/Hex.hpp"
 #include "vcard/Personalise.hpp"
 #include "vcard/VirtualCard.hpp"
 
-#include <boost/make_shared.hpp>
 #include <memory>
 #include <tuple>
 
@@ -34,33 +29,21 @@ using app::crypto::ISignature;
 using app::object::IKey;
 using app::object::IPrivateRSAKey;
 using app::object::IPublicRSAKey;
+using KeyPair = support::RsaKeyPair;
 
 const std::string rsaEncryption = "1.2.840.113549.1.1.1";
 const std::string sha256WithRsa = "1.2.840.113549.1.1.11";
 
-using hosttest::NoConfiguration;
 const auto bytesOf = hosttest::text;
-
-struct KeyPair {
-    boost::shared_ptr<IPrivateRSAKey> privateKey;
-    boost::shared_ptr<IPublicRSAKey> publicKey;
-};
 
 // The plugin's application on a freshly personalised virtual card, with the
 // user PIN verified, reached through the host card layer.
-class PluginCard {
+class PluginCard : public support::AppOnCard {
 public:
     explicit PluginCard(const vcard::Personalisation& options = {})
-        : virtualCard(std::make_shared<vcard::VirtualCard>(vcard::personalise(options)))
-        , channel(boost::make_shared<host::Channel>(
-              std::make_unique<host::VirtualCardTransport>(virtualCard)))
-        , card(boost::make_shared<host::iso7816::Card>(channel))
-        , loader_(P15APP_PATH, NoConfiguration()) {
-        card->selectApplication(*channel, host::iso7816::pkcs15Aid());
-        boost::dynamic_pointer_cast<card::service::IPinManagementService>(
-            card->getInterface("PinManagementService"))
-            ->authenticate(*channel, hosttest::pinReference(0x01),
-                           hosttest::paddedPin(hosttest::userPin));
+        : AppOnCard(vcard::personalise(options))
+        , loader_(P15APP_PATH, hosttest::NoConfiguration()) {
+        verifyUserPin(*open());
         reopen();
     }
 
@@ -71,36 +54,8 @@ public:
         factory = boost::dynamic_pointer_cast<app::object::ICardObjectFactory>(application);
     }
 
-    // A new pair of key objects of `bits`, private key used after the user
-    // PIN, not on the card yet.
-    KeyPair newKeyPair(std::uint16_t privateBits, std::uint16_t publicBits,
-                       const std::string& label) const {
-        const app::AccessControlRules userPinRules{app::AccessControlRule(
-            app::AccessControlRule::Read | app::AccessControlRule::Update |
-                app::AccessControlRule::Execute,
-            boost::make_shared<app::AuthIdSecurityCondition>(std::vector<std::uint8_t>{0x01}))};
-        KeyPair pair{boost::dynamic_pointer_cast<IPrivateRSAKey>(factory->createPrivateKey(
-                         app::object::IPrivateKey::RsaPrivateKey, userPinRules)),
-                     boost::dynamic_pointer_cast<IPublicRSAKey>(
-                         factory->createPublicKey(app::object::IPublicKey::RsaPublicKey, {}))};
-        pair.privateKey->setUsage(IKey::Sign | IKey::Decrypt);
-        pair.publicKey->setUsage(IKey::Verify | IKey::Encrypt);
-        for (IKey* key : {static_cast<IKey*>(pair.privateKey.get()),
-                          static_cast<IKey*>(pair.publicKey.get())}) {
-            key->setLabel(label);
-            key->setKeyId(bytesOf(label));
-        }
-        if (privateBits != 0) { // 0: left unset, for the generator to refuse
-            pair.privateKey->setModulusLength(privateBits);
-        }
-        if (publicBits != 0) {
-            pair.publicKey->setModulusLength(publicBits);
-        }
-        return pair;
-    }
-
     KeyPair generate(std::uint16_t bits, const std::string& label) const {
-        const KeyPair pair = newKeyPair(bits, bits, label);
+        const KeyPair pair = support::newKeyPair(*factory, label, bits, bits);
         application->getKeyPairGenerator(rsaEncryption)
             ->generate(*channel, pair.privateKey, pair.publicKey);
         return pair;
@@ -120,16 +75,6 @@ public:
         return engine->verify(*channel, data, signature);
     }
 
-    mw::ByteBuffer directoryFile(unsigned char low) const {
-        const auto files = boost::dynamic_pointer_cast<card::service::IFileAccessService>(
-            card->getInterface("FileAccessService"));
-        files->select(*channel, mw::ByteBuffer{0x44, low});
-        return files->read(*channel, 0, 0);
-    }
-
-    std::shared_ptr<vcard::VirtualCard> virtualCard;
-    boost::shared_ptr<host::Channel> channel;
-    boost::shared_ptr<host::iso7816::Card> card;
     boost::shared_ptr<app::IApplication> application;
     boost::shared_ptr<app::object::ICardObjectRepository> repository;
     boost::shared_ptr<app::object::ICardObjectFactory> factory;
@@ -151,6 +96,12 @@ protected:
         key1024_ = {};
         key2048_ = {};
         card_.reset();
+    }
+
+    // Key objects for the generator, not generated.
+    static KeyPair newKeyPair(std::uint16_t privateBits, std::uint16_t publicBits,
+                              const std::string& label) {
+        return support::newKeyPair(*card_->factory, label, privateBits, publicBits);
     }
 
     static inline std::unique_ptr<PluginCard> card_;
@@ -260,38 +211,38 @@ TEST_F(Engines, TheFactoriesRefuseWhatTheyCannotServe) {
     // The card lists RSA-PSS and RSAES-OAEP, and performs them with a hash
     // of its profile named: not bare, not with SHA-1 (PSS) or SHA-384 (OAEP).
     for (const char* oid : {"1.2.840.113549.1.1.10", "1.2.840.113549.1.1.10/1.3.14.3.2.26"}) {
-        EXPECT_APP_ERROR(application.getSignature(oid),
-                         "failed to get signature algorithm implementation for oid");
+        EXPECT_APP_TEXT(application.getSignature(oid),
+                        "failed to get signature algorithm implementation for oid");
     }
-    EXPECT_APP_ERROR(application.getSignature("1.2.840.113549.1.1.99/2.16.840.1.101.3.4.2.1"),
-                     "unsupported signature algorithm");
+    EXPECT_APP_TEXT(application.getSignature("1.2.840.113549.1.1.99/2.16.840.1.101.3.4.2.1"),
+                    "unsupported signature algorithm");
     for (const std::string& oid :
          {sha256WithRsa, std::string("1.2.840.113549.1.1.7/2.16.840.1.101.3.4.2.2")}) {
-        EXPECT_APP_ERROR(application.getCipher(oid),
-                         "failed to get cipher algorithm implementation for oid");
+        EXPECT_APP_TEXT(application.getCipher(oid),
+                        "failed to get cipher algorithm implementation for oid");
     }
-    EXPECT_APP_ERROR(application.getKeyPairGenerator("1.2.840.113549.1.1.5"),
-                     "KeyPairGenerator for given oid not supported");
-    EXPECT_APP_ERROR(application.getMessageDigest("2.16.840.1.101.3.4.2.1"),
-                     "getMessageDigest not supported");
+    EXPECT_APP_TEXT(application.getKeyPairGenerator("1.2.840.113549.1.1.5"),
+                    "KeyPairGenerator for given oid not supported");
+    EXPECT_APP_TEXT(application.getMessageDigest("2.16.840.1.101.3.4.2.1"),
+                    "getMessageDigest not supported");
     const auto signature = application.getSignature(sha256WithRsa);
-    EXPECT_APP_ERROR(signature->init(*card_->channel, ISignature::Sign, *key1024_.publicKey),
-                     "failed to cast from IKey to P15RsaPrivateKey");
-    EXPECT_APP_ERROR(signature->init(*card_->channel, ISignature::Verify, *key1024_.privateKey),
-                     "failed to cast from IKey to P15RsaPublicKey");
-    const KeyPair ungenerated = card_->newKeyPair(1024, 1024, "never generated");
-    EXPECT_APP_ERROR(signature->init(*card_->channel, ISignature::Verify, *ungenerated.publicKey),
-                     "modulus and public exponent must not be empty");
+    EXPECT_APP_TEXT(signature->init(*card_->channel, ISignature::Sign, *key1024_.publicKey),
+                    "failed to cast from IKey to P15RsaPrivateKey");
+    EXPECT_APP_TEXT(signature->init(*card_->channel, ISignature::Verify, *key1024_.privateKey),
+                    "failed to cast from IKey to P15RsaPublicKey");
+    const KeyPair ungenerated = newKeyPair(1024, 1024, "never generated");
+    EXPECT_APP_TEXT(signature->init(*card_->channel, ISignature::Verify, *ungenerated.publicKey),
+                    "modulus and public exponent must not be empty");
 
     // A private key is used only as its usage says, refused before any command.
     const std::uint64_t commands = card_->virtualCard->instrumentation().counters().commands;
     ungenerated.privateKey->setUsage(IKey::Decrypt | IKey::Unwrap | IKey::SignRecover);
-    EXPECT_APP_ERROR(signature->init(*card_->channel, ISignature::Sign, *ungenerated.privateKey),
-                     "the key's usage does not allow signing");
+    EXPECT_APP_TEXT(signature->init(*card_->channel, ISignature::Sign, *ungenerated.privateKey),
+                    "the key's usage does not allow signing");
     ungenerated.privateKey->setUsage(IKey::NonRepudiation | IKey::Unwrap);
-    EXPECT_APP_ERROR(application.getCipher(rsaEncryption)
-                         ->init(*card_->channel, ICipher::Decipher, *ungenerated.privateKey),
-                     "the key's usage does not allow deciphering");
+    EXPECT_APP_TEXT(application.getCipher(rsaEncryption)
+                        ->init(*card_->channel, ICipher::Decipher, *ungenerated.privateKey),
+                    "the key's usage does not allow deciphering");
     EXPECT_EQ(card_->virtualCard->instrumentation().counters().commands, commands);
 }
 
@@ -305,21 +256,19 @@ TEST_F(Engines, ARefusedGenerationIsReportedAndKeepsWhatWasWritten) {
     };
     vcard::Instrumentation& card = card_->virtualCard->instrumentation();
     const std::uint64_t commands = card.counters().commands;
-    EXPECT_APP_ERROR(generate(card_->newKeyPair(0, 0, "k")),
-                     "private key modulus sizes must be specified");
-    EXPECT_APP_ERROR(generate(card_->newKeyPair(1024, 0, "k")),
-                     "public key modulus sizes must be specified");
-    EXPECT_APP_ERROR(generate(card_->newKeyPair(2048, 1024, "k")),
-                     "modulus sizes of keys must be equal");
+    EXPECT_APP_TEXT(generate(newKeyPair(0, 0, "k")), "private key modulus sizes must be specified");
+    EXPECT_APP_TEXT(generate(newKeyPair(1024, 0, "k")),
+                    "public key modulus sizes must be specified");
+    EXPECT_APP_TEXT(generate(newKeyPair(2048, 1024, "k")), "modulus sizes of keys must be equal");
     EXPECT_EQ(card.counters().commands, commands) << "sizes are checked before any card access";
 
-    const mw::ByteBuffer prkdf = card_->directoryFile(0x00);
+    const mw::ByteBuffer prkdf = card_->readFile({0x44, 0x00});
     constexpr std::uint8_t generateKeyPair = 0x46;
     card.injectStatusWord(generateKeyPair, 0x6A84, 1);
-    const KeyPair refused = card_->newKeyPair(1024, 1024, "refused");
+    const KeyPair refused = newKeyPair(1024, 1024, "refused");
     EXPECT_CARD_ERROR(generate(refused), "Generate Asymmetric Key Pair", 0x6A84);
     card.clearFault();
-    EXPECT_NE(mw::toHex(card_->directoryFile(0x00)), mw::toHex(prkdf));
+    EXPECT_NE(mw::toHex(card_->readFile({0x44, 0x00})), mw::toHex(prkdf));
     const KeyPair next = card_->generate(1024, "after the refusal");
     EXPECT_NE(next.privateKey->getKeyReference().keyReference,
               refused.privateKey->getKeyReference().keyReference);
@@ -327,7 +276,7 @@ TEST_F(Engines, ARefusedGenerationIsReportedAndKeepsWhatWasWritten) {
         card_->repository->deleteCardObject(*card_->channel, *pair->privateKey);
         card_->repository->deleteCardObject(*card_->channel, *pair->publicKey);
     }
-    EXPECT_EQ(mw::toHex(card_->directoryFile(0x00)), mw::toHex(prkdf));
+    EXPECT_EQ(mw::toHex(card_->readFile({0x44, 0x00})), mw::toHex(prkdf));
 }
 
 // A card that hashes: the algorithms it lists are performed whole on the

@@ -1,72 +1,26 @@
 // RSA keys through the plugin, the host card layer and the virtual
 // card: import, listing, public key, removal, and what a refusal leaves
 // behind. Relabelling: Samples.ARelabelledObjectKeepsEverythingElseByteForByte.
-#include "AppError.hpp"
+#include "AppErrors.hpp"
+#include "AppOnCard.hpp"
 #include "PluginOnCard.hpp"
 
-#include "app/SecurityConditions.hpp"
-#include "app/object/IPrivateRSAKey.hpp"
-#include "app/object/IPublicRSAKey.hpp"
-
-#include <boost/make_shared.hpp>
-#include <cryptopp/osrng.h>
-#include <cryptopp/rsa.h>
 #include <tuple>
 
 namespace {
 
-using app::object::IKey;
 using app::object::IPrivateRSAKey;
 using app::object::IPublicRSAKey;
-
-mw::ByteBuffer bytesOf(const CryptoPP::Integer& value, std::size_t size = 0) {
-    mw::ByteBuffer bytes(size ? size : value.MinEncodedSize());
-    value.Encode(bytes.data(), bytes.size());
-    return bytes;
-}
-
-struct KeyMaterial {
-    mw::ByteBuffer modulus, exponent, p, q, dp, dq, pInv, qInv;
-};
-
-KeyMaterial generate(unsigned int bits) {
-    CryptoPP::AutoSeededRandomPool rng;
-    CryptoPP::InvertibleRSAFunction key;
-    key.Initialize(rng, bits, 65537);
-    const CryptoPP::Integer& p = key.GetPrime1();
-    const CryptoPP::Integer& q = key.GetPrime2();
-    return {bytesOf(key.GetModulus()),
-            bytesOf(key.GetPublicExponent()),
-            bytesOf(p),
-            bytesOf(q),
-            bytesOf(key.GetModPrime1PrivateExponent()),
-            bytesOf(key.GetModPrime2PrivateExponent()),
-            bytesOf(p.InverseMod(q)),
-            bytesOf(key.GetMultiplicativeInverseOfPrime2ModPrime1())};
-}
+using support::RsaKeyMaterial;
 
 class KeysOnTheCard : public hosttest::PluginOnCard {
 protected:
     const mw::ByteBuffer prkdfId{0x44, 0x00};
     const mw::ByteBuffer pukdfId{0x44, 0x01};
 
-    static app::AccessControlRules userPinRules() {
-        return {app::AccessControlRule(
-            app::AccessControlRule::Read | app::AccessControlRule::Update |
-                app::AccessControlRule::Execute,
-            boost::make_shared<app::AuthIdSecurityCondition>(std::vector<std::uint8_t>{0x01}))};
-    }
-
-    boost::shared_ptr<IPrivateRSAKey> newPrivateKey(const KeyMaterial& key,
+    boost::shared_ptr<IPrivateRSAKey> newPrivateKey(const RsaKeyMaterial& key,
                                                     const std::string& label) const {
-        auto made = boost::dynamic_pointer_cast<IPrivateRSAKey>(
-            factory_->createPrivateKey(app::object::IPrivateKey::RsaPrivateKey, userPinRules()));
-        made->setLabel(label);
-        made->setKeyId(mw::ByteBuffer{0x45, static_cast<unsigned char>(label.size())});
-        made->setUsage(IKey::Sign | IKey::Decrypt);
-        made->setPublicExponent(key.exponent);
-        made->setCrtComponents(key.p, key.q, key.dp, key.dq, key.pInv, key.qInv);
-        return made;
+        return support::newKeyPair(*factory_, label, key).privateKey;
     }
 
     boost::shared_ptr<IPrivateRSAKey> privateKey(std::size_t index) const {
@@ -82,26 +36,19 @@ protected:
 TEST_P(KeysOnTheCard, KeysOfEverySizeMakeTheWholeRoundTrip) {
     for (unsigned int bits : {1024u, 1536u, 2048u}) {
         SCOPED_TRACE(bits);
-        const KeyMaterial material = generate(bits);
+        const RsaKeyMaterial& material = support::rsaKey(bits);
         application_->writeCardObject(*channel_, *newPrivateKey(material, "Signing key"));
 
         reopen();
         const auto listed = privateKey(0);
-        EXPECT_EQ(listed->getKeyId(), (mw::ByteBuffer{0x45, 11}));
+        EXPECT_EQ(listed->getKeyId(), hosttest::text("Signing key"));
         EXPECT_EQ(listed->getModulusLength(), bits);
         const card::service::KeyRef ref = listed->getKeyReference();
         const unsigned char fileHigh = bits == 1024 ? 0x01 : bits == 1536 ? 0x07 : 0x0D;
         EXPECT_EQ(listed->getKeyValueReference(), (mw::ByteBuffer{0x0E, fileHigh}));
         EXPECT_EQ(ref.keyReference, 0x80 | fileHigh);
 
-        auto publicKey = boost::dynamic_pointer_cast<IPublicRSAKey>(
-            factory_->createPublicKey(app::object::IPublicKey::RsaPublicKey, {}));
-        publicKey->setLabel("Signing key");
-        publicKey->setKeyId(listed->getKeyId());
-        publicKey->setUsage(IKey::Verify);
-        publicKey->setModulusLength(static_cast<std::uint16_t>(bits));
-        publicKey->setModulus(material.modulus);
-        publicKey->setPublicExponent(material.exponent);
+        const auto publicKey = support::newKeyPair(*factory_, "Signing key", material).publicKey;
         application_->writeCardObject(*channel_, *publicKey);
         EXPECT_EQ(publicKey->getKeyReference().keyReference, ref.keyReference)
             << "the public key joins its private key";
@@ -129,9 +76,8 @@ TEST_P(KeysOnTheCard, KeyReferencesAreHandedOutInOrderAndOtherKindsOfKeyStay) {
     const mw::ByteBuffer ecKey{0xA0, 0x03, 0x01, 0x02, 0x03};
     put(prkdfId, ecKey);
     const mw::ByteBuffer before = fileContent(prkdfId);
-    const KeyMaterial material = generate(1024);
     for (const char* label : {"one", "two", "three"}) {
-        application_->writeCardObject(*channel_, *newPrivateKey(material, label));
+        application_->writeCardObject(*channel_, *newPrivateKey(support::rsaKey(), label));
     }
     reopen();
     const auto keys = application_->getPrivateKeys(*channel_);
@@ -155,7 +101,7 @@ TEST_P(KeysOnTheCard, ARefusedWriteLeavesTheCardAsItWas) {
                                exists(mw::ByteBuffer{0x0E, 0x01}),
                                exists(mw::ByteBuffer{0x0F, 0x01}));
     };
-    const KeyMaterial material = generate(1024);
+    const RsaKeyMaterial& material = support::rsaKey();
 
     // A directory file with room for less than one more entry: an EC key
     // (kept as the card has it) fills it up to its last 40 bytes.
@@ -167,15 +113,15 @@ TEST_P(KeysOnTheCard, ARefusedWriteLeavesTheCardAsItWas) {
     reopen();
     EXPECT_TRUE(application_->getPrivateKeys(*channel_).empty()) << "EC keys are not listed";
     auto before = snapshot();
-    EXPECT_APP_ERROR(application_->writeCardObject(*channel_, *newPrivateKey(material, "k")),
-                     "EF(PrKDF) out of memory");
+    EXPECT_APP_TEXT(application_->writeCardObject(*channel_, *newPrivateKey(material, "k")),
+                    "EF(PrKDF) out of memory");
     EXPECT_TRUE(snapshot() == before);
 
     // The card refuses the key itself: its CRT values do not belong together.
     put(prkdfId, mw::ByteBuffer(size));
     reopen();
     before = snapshot();
-    KeyMaterial broken = material;
+    RsaKeyMaterial broken = material;
     broken.dq.data()[broken.dq.size() - 1] ^= 0x01;
     EXPECT_CARD_ERROR(application_->writeCardObject(*channel_, *newPrivateKey(broken, "k")),
                       "Put Data", 0x6A80);
@@ -184,12 +130,8 @@ TEST_P(KeysOnTheCard, ARefusedWriteLeavesTheCardAsItWas) {
     // Without the PIN the card refuses to create the key's container.
     pins()->deauthenticate(*channel_, hosttest::pinReference(0x01));
     reopen();
-    try {
-        application_->writeCardObject(*channel_, *newPrivateKey(material, "k"));
-        ADD_FAILURE() << "the write needs the user PIN";
-    } catch (const card::CardException& e) {
-        EXPECT_EQ(hosttest::statusOf(e), 0x6982);
-    }
+    EXPECT_CARD_ERROR(application_->writeCardObject(*channel_, *newPrivateKey(material, "k")),
+                      "Create File", 0x6982);
     verifyUserPin();
     EXPECT_TRUE(snapshot() == before);
 }
@@ -197,9 +139,9 @@ TEST_P(KeysOnTheCard, ARefusedWriteLeavesTheCardAsItWas) {
 // A key file that a second entry still names stays when the first entry
 // goes, and goes with the last; an entry whose files are gone deletes whole.
 TEST_P(KeysOnTheCard, AKeyFileAnotherEntryNamesStaysUntilTheLastEntryGoes) {
-    application_->writeCardObject(*channel_, *newPrivateKey(generate(1024), "shared"));
+    application_->writeCardObject(*channel_, *newPrivateKey(support::rsaKey(), "shared"));
     const mw::ByteBuffer prkdf = fileContent(prkdfId);
-    const mw::ByteBuffer entry = prkdf.get(0, entrySize(prkdf));
+    const mw::ByteBuffer entry = firstEntry(prkdf);
     mw::ByteBuffer twice(entry);
     twice.append(entry);
     put(prkdfId, twice);
@@ -218,7 +160,7 @@ TEST_P(KeysOnTheCard, APublicKeyWithoutModulusLengthIsRefusedFirst) {
     const mw::ByteBuffer before = fileContent(pukdfId);
     auto key = factory_->createPublicKey(app::object::IPublicKey::RsaPublicKey, {});
     key->setLabel("no size");
-    EXPECT_APP_ERROR(application_->writeCardObject(*channel_, *key), "modulus length not set");
+    EXPECT_APP_TEXT(application_->writeCardObject(*channel_, *key), "modulus length not set");
     EXPECT_EQ(fileContent(pukdfId), before);
 }
 

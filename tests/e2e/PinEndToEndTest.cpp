@@ -1,4 +1,5 @@
-#include "AppError.hpp"
+#include "AppErrors.hpp"
+#include "AppOnCard.hpp"
 #include "PluginOnCard.hpp"
 
 #include "app/object/IPin.hpp"
@@ -14,7 +15,7 @@ class PinsThroughThePlugin : public hosttest::PluginOnCard {
 protected:
     bool startsVerified() const override { return false; }
     boost::shared_ptr<IPin> pin(std::size_t index) const {
-        return boost::dynamic_pointer_cast<IPin>(application_->getAuthObjects(*channel_).at(index));
+        return support::pinAt(*application_, *channel_, index);
     }
     mw::ByteBuffer aodf() const { return fileContent(mw::ByteBuffer{0x44, 0x08}); }
 };
@@ -35,10 +36,10 @@ TEST_P(PinsThroughThePlugin, ALabelWrittenChangesItsEntryOnly) {
     EXPECT_CARD_ERROR(application_->writeCardObject(*channel_, *puk), "Update Binary", 0x6982);
     user->authenticate(*channel_, text(hosttest::userPin));
     puk->setLabel(std::string(before.size(), 'x'));
-    EXPECT_APP_ERROR(application_->writeCardObject(*channel_, *puk), "EF(AODF) out of memory");
+    EXPECT_APP_TEXT(application_->writeCardObject(*channel_, *puk), "EF(AODF) out of memory");
     puk->setLabel(std::string(70000, 'x'));
-    EXPECT_APP_ERROR(application_->writeCardObject(*channel_, *puk),
-                     "encoded pin size exceeds 65535 bytes");
+    EXPECT_APP_TEXT(application_->writeCardObject(*channel_, *puk),
+                    "encoded pin size exceeds 65535 bytes");
     EXPECT_EQ(aodf(), before);
 
     puk->setLabel("Unblocking PIN");
@@ -80,30 +81,30 @@ private:
 
 TEST_P(PinsThroughThePlugin, TheRepositoryDispatchesToTheObjectAndRefusesForeignOnes) {
     const auto user = pin(0);
-    EXPECT_APP_ERROR(application_->readCardObject(*channel_, *user), "read pin not supported");
-    EXPECT_APP_ERROR(application_->deleteCardObject(*channel_, *user), "remove pin not supported");
+    EXPECT_APP_TEXT(application_->readCardObject(*channel_, *user), "read pin not supported");
+    EXPECT_APP_TEXT(application_->deleteCardObject(*channel_, *user), "remove pin not supported");
     HostObject foreign;
-    EXPECT_APP_ERROR(application_->writeCardObject(*channel_, foreign),
-                     "failed to cast to AbstractP15Object");
-    EXPECT_APP_ERROR(application_->getSecretKeys(*channel_), "getSecretKeys not supported");
+    EXPECT_APP_TEXT(application_->writeCardObject(*channel_, foreign),
+                    "failed to cast to AbstractP15Object");
+    EXPECT_APP_TEXT(application_->getSecretKeys(*channel_), "getSecretKeys not supported");
 }
 
 TEST_P(PinsThroughThePlugin, TheFactoryChecksKindAndRulesFirst) {
     using namespace app::object;
     const auto& factory = factory_;
     const app::AccessControlRules none;
-    EXPECT_APP_ERROR(factory->createPrivateKey(IPrivateKey::EcPrivateKey, none),
-                     "unsupported key type");
-    EXPECT_APP_ERROR(factory->createPrivateKey(IPrivateKey::RsaPrivateKey, none),
-                     "access control rules are required but not set");
-    EXPECT_APP_ERROR(factory->createPublicKey(IPublicKey::EcPublicKey, none),
-                     "unsupported key type");
-    EXPECT_APP_ERROR(factory->createCertificate(ICertificate::AttributeCertificate, none),
-                     "unsupported cert type");
-    EXPECT_APP_ERROR(factory->createDataObject(IDataObject::OidDataObject, none),
-                     "unsupported do type");
-    EXPECT_APP_ERROR(factory->createSecretKey(ISecretKey::GenericSecretKey, none),
-                     "creation of secret keys not supported");
+    EXPECT_APP_TEXT(factory->createPrivateKey(IPrivateKey::EcPrivateKey, none),
+                    "unsupported key type");
+    EXPECT_APP_TEXT(factory->createPrivateKey(IPrivateKey::RsaPrivateKey, none),
+                    "access control rules are required but not set");
+    EXPECT_APP_TEXT(factory->createPublicKey(IPublicKey::EcPublicKey, none),
+                    "unsupported key type");
+    EXPECT_APP_TEXT(factory->createCertificate(ICertificate::AttributeCertificate, none),
+                    "unsupported cert type");
+    EXPECT_APP_TEXT(factory->createDataObject(IDataObject::OidDataObject, none),
+                    "unsupported do type");
+    EXPECT_APP_TEXT(factory->createSecretKey(ISecretKey::GenericSecretKey, none),
+                    "creation of secret keys not supported");
 }
 
 INSTANTIATE_TEST_SUITE_P(Transports, PinsThroughThePlugin,

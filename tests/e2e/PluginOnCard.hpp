@@ -6,6 +6,7 @@
 #include "app/IApplication.hpp"
 #include "app/object/ICardObjectFactory.hpp"
 #include "app/object/ICardObjectRepository.hpp"
+#include "host/iso7816/Tlv.hpp"
 #include "host/loader/PluginLoader.hpp"
 #include "vcard/VirtualCard.hpp"
 
@@ -62,15 +63,9 @@ protected:
         }
     }
 
-    // The size of the DER value (a directory entry) at the start of `bytes`.
-    static std::size_t entrySize(const mw::ByteBuffer& bytes) {
-        const unsigned char first = bytes.get(1);
-        const std::size_t lengthOctets = (first & 0x80) ? first & 0x7F : 0;
-        std::size_t length = lengthOctets ? 0 : first;
-        for (std::size_t i = 0; i < lengthOctets; ++i) {
-            length = (length << 8) | bytes.get(2 + i);
-        }
-        return 2 + lengthOctets + length;
+    // The DER value (a directory entry) at the start of `bytes`.
+    static mw::ByteBuffer firstEntry(const mw::ByteBuffer& bytes) {
+        return bytes.get(0, host::iso7816::TlvReader(bytes).next().end());
     }
     // Puts `content` at the start of the file, as another program would.
     void put(const mw::ByteBuffer& id, const mw::ByteBuffer& content) const {

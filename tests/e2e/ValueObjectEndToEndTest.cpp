@@ -2,18 +2,15 @@
 // the host card layer and the in-process virtual card: what reaches the
 // card, what comes back, what a refusal leaves behind, and which commands
 // are sent.
-#include "AppError.hpp"
+#include "AppErrors.hpp"
+#include "AppOnCard.hpp"
 #include "PluginOnCard.hpp"
 
-#include "app/SecurityConditions.hpp"
 #include "app/object/IApplicationInfo.hpp"
 #include "app/object/IX509Certificate.hpp"
 #include "app/pkcs15/oss/Codec.hpp"
 
 #include <algorithm>
-#include <boost/make_shared.hpp>
-#include <fstream>
-#include <iterator>
 #include <vector>
 
 namespace {
@@ -22,10 +19,7 @@ using app::object::ICertificate;
 using app::object::IDataObject;
 using app::object::IX509Certificate;
 
-mw::ByteBuffer certificate(const std::string& name) {
-    std::ifstream file(std::string(P15_CERTS_DIR) + "/" + name, std::ios::binary);
-    return mw::ByteBuffer(std::vector<unsigned char>{std::istreambuf_iterator<char>(file), {}});
-}
+using support::certificateFile;
 
 bool contains(const mw::ByteBuffer& bytes, const std::string& text) {
     return std::search(bytes.begin(), bytes.end(), text.begin(), text.end()) != bytes.end();
@@ -38,17 +32,11 @@ protected:
     const mw::ByteBuffer tokenInfoId{0x50, 0x32};
     const mw::ByteBuffer dataFile{0xDF, 0x02, 0x0D, 0x81}; // the first data object's file
 
-    static app::AccessControlRules userPinRules() {
-        return {app::AccessControlRule(
-            app::AccessControlRule::Read | app::AccessControlRule::Update,
-            boost::make_shared<app::AuthIdSecurityCondition>(std::vector<std::uint8_t>{0x01}))};
-    }
-
     // A certificate of `file` whose value needs the user PIN, not on the card yet.
     boost::shared_ptr<IX509Certificate> newCertificate(const char* file = "small.der") const {
         const auto made = boost::dynamic_pointer_cast<IX509Certificate>(
-            factory_->createCertificate(ICertificate::X509Certificate, userPinRules()));
-        made->setValue(certificate(file));
+            factory_->createCertificate(ICertificate::X509Certificate, support::userPinRules()));
+        made->setValue(certificateFile(file));
         return made;
     }
     boost::shared_ptr<IDataObject> newDataObject(const mw::ByteBuffer& value) const {
@@ -67,7 +55,7 @@ protected:
 
 // Replacing a value is pinned by the torn-write suite's "replace certificate".
 TEST_P(ValueObjectsOnTheCard, ACertificateIsWrittenReadBackAndRemoved) {
-    const mw::ByteBuffer small = certificate("small.der");
+    const mw::ByteBuffer small = certificateFile("small.der");
     const mw::ByteBuffer emptyCdf = fileContent(cdfId);
     const mw::ByteBuffer valueFile{0x0D, 0x01}; // the first file of objects with rules
     const auto made = newCertificate();
@@ -109,8 +97,8 @@ TEST_P(ValueObjectsOnTheCard, ValuesUpTo65535BytesRoundTripAndLargerOnesAreRefus
     data->setApplicationName("p15kit test");
     data->setApplicationOid(oid);
     EXPECT_EQ(commandsOf([&] {
-                  EXPECT_APP_ERROR(application_->writeCardObject(*channel_, *data),
-                                   "data object value size exceeds 65535 bytes");
+                  EXPECT_APP_TEXT(application_->writeCardObject(*channel_, *data),
+                                  "data object value size exceeds 65535 bytes");
               }),
               0u);
 
@@ -138,8 +126,8 @@ TEST_P(ValueObjectsOnTheCard, ATokenLabelWrittenIsInEfTokenInfoAfterReopening) {
 
     // A token without serial number: Samples.LoadWithTheAttributesTheirCardsGaveThem.
     info->setSerialNumber(mw::ByteBuffer{0x01});
-    EXPECT_APP_ERROR(application_->writeCardObject(*channel_, *info),
-                     "the serial number of a token cannot be changed");
+    EXPECT_APP_TEXT(application_->writeCardObject(*channel_, *info),
+                    "the serial number of a token cannot be changed");
 
     info->setSerialNumber(serial);
     info->setLabel("Relabelled token");
@@ -208,8 +196,8 @@ TEST_P(ValueObjectsOnTheCard, AFileARemovalLeftUnlistedIsTakenOverByTheNextWrite
     reopen();
     const auto listed = certificateAt(0);
     application_->readCardObject(*channel_, *listed);
-    EXPECT_EQ(listed->getValue(), certificate("small.der"));
-    EXPECT_EQ(fileContent({0x0D, 0x01}), certificate("small.der"));
+    EXPECT_EQ(listed->getValue(), certificateFile("small.der"));
+    EXPECT_EQ(fileContent({0x0D, 0x01}), certificateFile("small.der"));
 }
 
 // An entry that exactly fills EF(CDF) is written; with one byte less room
@@ -217,7 +205,8 @@ TEST_P(ValueObjectsOnTheCard, AFileARemovalLeftUnlistedIsTakenOverByTheNextWrite
 TEST_P(ValueObjectsOnTheCard, AnEntryExactlyFillingEfCdfIsWrittenAndOneByteMoreIsRefused) {
     auto made = newCertificate();
     application_->writeCardObject(*channel_, *made);
-    const std::size_t entry = entrySize(fileContent(cdfId)), size = fileContent(cdfId).size();
+    const std::size_t entry = firstEntry(fileContent(cdfId)).size(),
+                      size = fileContent(cdfId).size();
     application_->deleteCardObject(*channel_, *made);
     for (const std::size_t room : {entry - 1, entry}) {
         SCOPED_TRACE(room);
@@ -230,8 +219,8 @@ TEST_P(ValueObjectsOnTheCard, AnEntryExactlyFillingEfCdfIsWrittenAndOneByteMoreI
         reopen();
         made = newCertificate();
         if (room < entry) {
-            EXPECT_APP_ERROR(application_->writeCardObject(*channel_, *made),
-                             "EF(CDF) out of memory");
+            EXPECT_APP_TEXT(application_->writeCardObject(*channel_, *made),
+                            "EF(CDF) out of memory");
             EXPECT_EQ(fileContent(cdfId), cdf);
             EXPECT_FALSE(exists({0x0D, 0x01}));
         } else {
@@ -247,15 +236,15 @@ TEST_P(ValueObjectsOnTheCard, AnEntryExactlyFillingEfCdfIsWrittenAndOneByteMoreI
 // removing one entry keeps the file for the other; the last takes it along.
 TEST_P(ValueObjectsOnTheCard, AValueFileTwoEntriesNameGoesWithTheLastOfThem) {
     application_->writeCardObject(*channel_, *newDataObject({0x01, 0x02}));
-    const mw::ByteBuffer dodf = fileContent(dodfId), entry = dodf.get(0, entrySize(dodf));
+    const mw::ByteBuffer entry = firstEntry(fileContent(dodfId));
     mw::ByteBuffer twice(entry);
     twice.append(entry);
     put(dodfId, twice);
     reopen();
     auto listed = dataObjectAt(0);
     listed->setValue(mw::ByteBuffer{0x03});
-    EXPECT_APP_ERROR(application_->writeCardObject(*channel_, *listed),
-                     "the value's file holds other objects too; it cannot be replaced");
+    EXPECT_APP_TEXT(application_->writeCardObject(*channel_, *listed),
+                    "the value's file holds other objects too; it cannot be replaced");
     for (const bool last : {false, true}) {
         reopen();
         application_->deleteCardObject(*channel_, *dataObjectAt(0));

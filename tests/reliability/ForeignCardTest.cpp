@@ -7,11 +7,9 @@
 #include "app/crypto/ISignature.hpp"
 #include "app/object/IApplicationInfo.hpp"
 #include "app/object/IPrivateKey.hpp"
-#include "card/Apdu.hpp"
 #include "card/CardException.hpp"
 
 #include <boost/exception/get_error_info.hpp>
-#include <boost/make_shared.hpp>
 #include <gtest/gtest.h>
 
 namespace {
@@ -20,39 +18,11 @@ using mw::ByteBuffer;
 
 const char* const rsaEncryption = "1.2.840.113549.1.1.1";
 
-// Refuses GET DATA of the algorithm list with 6A81 when asked to; keeps the
-// data of every MANAGE SECURITY ENVIRONMENT.
-class ForeignTransport : public card::ICardTransport {
-public:
-    ForeignTransport(std::unique_ptr<card::ICardTransport> honest, bool refuseList,
-                     std::vector<ByteBuffer>& environments)
-        : honest_(std::move(honest))
-        , refuseList_(refuseList)
-        , environments_(environments) {}
-
-    ByteBuffer getAtr() const override { return honest_->getAtr(); }
-    boost::shared_ptr<ByteBuffer> transmit(const card::Apdu& command) const override {
-        const ByteBuffer bytes = command.bytes();
-        if (refuseList_ && bytes.get(1) == 0xCA && bytes.get(2) == 0x01 && bytes.get(3) == 0xA0) {
-            return boost::make_shared<ByteBuffer>(ByteBuffer{0x6A, 0x81});
-        }
-        if (bytes.get(1) == 0x22) {
-            environments_.push_back(bytes.get(5, bytes.size() - 5));
-        }
-        return honest_->transmit(command);
-    }
-    void beginTransaction() const override {}
-    void endTransaction() const override {}
-
-private:
-    std::unique_ptr<card::ICardTransport> honest_;
-    bool refuseList_;
-    std::vector<ByteBuffer>& environments_;
-};
-
 // Each row edits the personalised card (TokenInfo: reference 1 = algRef 1,
-// rsaEncryption, signing and deciphering) and binds its key once.
+// rsaEncryption, signing and deciphering) and binds its key once; a card
+// of another make refuses GET DATA of its algorithm list with 6A81.
 TEST(ForeignCard, KeysAreBoundUnderTheReferencesTheApplicationStates) {
+    const ByteBuffer getAlgorithmList{0x00, 0xCA, 0x01, 0xA0, 0x00};
     const struct {
         bool refuseList;
         std::vector<std::uint32_t> keyReferences; // empty: as personalised
@@ -68,11 +38,10 @@ TEST(ForeignCard, KeysAreBoundUnderTheReferencesTheApplicationStates) {
         {false, {7}, false, false, {0x80, 0x01, 0x01}, 0}, // the card's own list rules
     };
     for (const auto& c : cases) {
-        std::vector<ByteBuffer> environments;
-        const support::AppOnCard card(support::cardWithKeyImage(), [&](auto honest) {
-            return std::make_unique<ForeignTransport>(std::move(honest), c.refuseList,
-                                                      environments);
-        });
+        const support::AppOnCard card(support::cardWithKeyImage());
+        if (c.refuseList) {
+            card.recorder->answer(getAlgorithmList, 0x6A81);
+        }
         const card::IChannel& channel = *card.channel;
         auto application = card.open();
         card.verifyUserPin(*application);
@@ -103,9 +72,10 @@ TEST(ForeignCard, KeysAreBoundUnderTheReferencesTheApplicationStates) {
             const unsigned short* sw = boost::get_error_info<card::StatusCode>(e);
             EXPECT_EQ(sw ? *sw : 0, c.sw);
         }
+        const std::vector<ByteBuffer> environments = card.recorder->sent(0x22);
         ASSERT_FALSE(environments.empty());
-        const ByteBuffer& sent = environments.back();
-        EXPECT_EQ(sent.get(3, sent.size() - 3), c.algorithm);
+        const ByteBuffer& sent = environments.back(); // 84 01 rr after the header
+        EXPECT_EQ(sent.get(8, sent.size() - 8), c.algorithm);
     }
 }
 

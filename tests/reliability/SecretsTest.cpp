@@ -9,7 +9,6 @@
 #include "FreeHook.hpp"
 
 #include "app/crypto/ICipher.hpp"
-#include "app/object/IPin.hpp"
 #include "mw/Hex.hpp"
 #include "tools/p15tool/KeyFile.hpp"
 #include "tools/p15tool/Streams.hpp"
@@ -20,70 +19,64 @@
 #include <cryptopp/osrng.h>
 #include <cryptopp/rsa.h>
 #include <filesystem>
+#include <functional>
 #include <gtest/gtest.h>
 #include <unistd.h>
+#include <vector>
 
 namespace {
-
-const char* const newPin = "975318";
 
 std::string temporaryFile(const std::string& name) {
     return (std::filesystem::temp_directory_path() / (name + std::to_string(getpid()))).string();
 }
 
-class Secrets : public ::testing::TestWithParam<const char*> {
-protected:
-    void SetUp() override { vcard::VirtualCard(vcard::personalise()).save(image_); }
-    void TearDown() override { std::filesystem::remove(image_); }
+using Use = std::function<void(const support::AppOnCard&, const app::pkcs15::P15Application&)>;
 
-    // Changes the user PIN to newPin, verifies it, and opens the card again
-    // from its image.
-    void changeVerifyAndReload() const {
-        support::AppOnCard card(vcard::CardImage::load(image_), nullptr, image_);
-        const auto application = card.open();
-        const auto pin = boost::dynamic_pointer_cast<app::object::IPin>(
-            application->getAuthObjects(*card.channel).at(0));
-        pin->change(*card.channel, support::ascii(support::userPin), support::ascii(newPin));
-        pin->authenticate(*card.channel, support::ascii(newPin));
-        support::AppOnCard reloaded(vcard::CardImage::load(image_));
-        reloaded.open();
-    }
-
-    const std::string image_ = temporaryFile("p15-secrets-");
-};
-
-TEST_P(Secrets, NoReleasedBlockHoldsTheNewPin) {
-    freehook::lookFor(GetParam());
-    changeVerifyAndReload();
-    EXPECT_EQ(freehook::blocksFreedHoldingSecret(), 0u) << "blocks released holding " << GetParam();
-    freehook::lookFor("");
-}
-
-// As typed, as the card stores it (padded with FF), and as the image's text.
-INSTANTIATE_TEST_SUITE_P(Forms, Secrets,
-                         ::testing::Values("975318", "975318\xFF\xFF", "393735333138FFFF"));
-
-// The prime as the key import carries it, and as the image's text (the
-// first 32 bytes of it: the hook looks for at most 64 bytes).
-TEST(KeySecrets, NoReleasedBlockHoldsAPrimeOfAnImportedKey) {
-    const mw::ByteBuffer prime = support::importedKeyPrime();
-    const std::string text = mw::toHex(mw::ByteBuffer(prime.data(), 32));
-    const std::string image = temporaryFile("p15-key-secrets-");
-    for (const std::string& form :
-         {std::string(reinterpret_cast<const char*>(prime.data()), 64), text}) {
+// For each form of a secret: `use` on a personalised card that saves every
+// change to its image, which is then opened again; no released block may
+// hold that form.
+void expectNoReleasedBlockHolds(const std::vector<std::string>& forms, const Use& use) {
+    const std::string image = temporaryFile("p15-secrets-");
+    for (const std::string& form : forms) {
+        SCOPED_TRACE(&form - forms.data());
         vcard::VirtualCard(vcard::personalise()).save(image);
         freehook::lookFor(form);
         {
-            support::AppOnCard card(vcard::CardImage::load(image), nullptr, image);
-            const auto application = card.open();
-            card.verifyUserPin(*application);
-            support::importKeyPair(*application, *card.channel, "Secret key");
+            const support::AppOnCard card(vcard::CardImage::load(image), nullptr, image);
+            use(card, *card.open());
+            support::AppOnCard(vcard::CardImage::load(image)).open();
         }
-        EXPECT_EQ(freehook::blocksFreedHoldingSecret(), 0u)
-            << "form of " << form.size() << " bytes";
+        EXPECT_EQ(freehook::blocksFreedHoldingSecret(), 0u);
         freehook::lookFor("");
     }
     std::filesystem::remove(image);
+}
+
+// Changed and verified: as typed, as the card stores it (padded with FF),
+// and as the image's text.
+TEST(PinSecrets, NoReleasedBlockHoldsTheNewPin) {
+    const char* const newPin = "975318";
+    expectNoReleasedBlockHolds(
+        {newPin, "975318\xFF\xFF", "393735333138FFFF"}, [&](const auto& card, const auto& app) {
+            const auto pin = support::pinAt(app, *card.channel);
+            pin->change(*card.channel, support::ascii(support::userPin), support::ascii(newPin));
+            pin->authenticate(*card.channel, support::ascii(newPin));
+        });
+}
+
+// Each CRT component as the key import carries it, and the first prime as
+// the image's text (the first 32 bytes of it: the hook looks for at most 64
+// bytes).
+TEST(KeySecrets, NoReleasedBlockHoldsACrtComponentOfAnImportedKey) {
+    const support::RsaKeyMaterial& key = support::rsaKey();
+    std::vector<std::string> forms{mw::toHex(mw::ByteBuffer(key.p.data(), 32))};
+    for (const mw::ByteBuffer* part : {&key.p, &key.q, &key.dp, &key.dq, &key.pInv, &key.qInv}) {
+        forms.emplace_back(reinterpret_cast<const char*>(part->data()), part->size());
+    }
+    expectNoReleasedBlockHolds(forms, [](const auto& card, const auto& application) {
+        card.verifyUserPin(application);
+        support::importKeyPair(application, *card.channel, "Secret key");
+    });
 }
 
 // 64 bytes from the middle of a key file: parts of the key's components.

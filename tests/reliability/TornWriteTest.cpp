@@ -7,33 +7,25 @@
 // host is told of, or an entry ahead of its files (missing, partly written,
 // or for a replaced value still the old file).
 #include "AppOnCard.hpp"
+#include "HostileCard.hpp"
 
-#include "app/ApplicationException.hpp"
 #include "app/crypto/IKeyPairGenerator.hpp"
 #include "app/object/IDataObject.hpp"
 #include "app/object/IPin.hpp"
-#include "app/object/IPrivateRSAKey.hpp"
-#include "app/object/IPublicRSAKey.hpp"
 #include "app/object/IX509Certificate.hpp"
 #include "app/pkcs15/fs/EntryLayout.hpp"
-#include "app/pkcs15/object/P15DataObject.hpp"
-#include "app/pkcs15/object/P15X509Certificate.hpp"
 #include "card/CardException.hpp"
-#include "card/service/IFileAccessService.hpp"
+#include "host/ErrorMessage.hpp"
 #include "host/iso7816/Tlv.hpp"
 #include "mw/Hex.hpp"
 #include "vcard/VirtualCard.hpp"
 
 #include <algorithm>
-#include <boost/exception/get_error_info.hpp>
-#include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <map>
 #include <optional>
 #include <set>
-#include <stdexcept>
 #include <vector>
 
 namespace {
@@ -98,72 +90,22 @@ Snapshot snapshot(const vcard::VirtualCard& card) {
     return items;
 }
 
-// Reads the value of a listed certificate or data object: what the entry names
-// must be the whole of its file.
-template <class ValueObject, class Listed>
-void readValue(const Application& application, const card::IChannel& channel,
-               const Listed& listed) {
-    application.readCardObject(channel, *listed);
-    const auto& object = dynamic_cast<const ValueObject&>(*listed);
-    const card::service::IFileAccessService& files = *application.getFileAccessService();
-    files.select(channel, object.getValueLocation().path);
-    if (files.read(channel, 0, 0) != object.getValue()) {
-        throw std::runtime_error("value shorter than its file");
-    }
-}
-
-// Lists every kind of object, reads each public key, certificate and data
-// object, as a host opening the card does; the error of each kind that fails,
-// by kind.
+// What a host opening the card reads (hostile::readEverything), after the
+// card is reopened: the error of each kind that fails, by kind.
 std::map<std::string, std::string> enumerate(const Card& card) {
     std::map<std::string, std::string> errors;
-    boost::shared_ptr<Application> application;
-    const card::IChannel& channel = *card.channel;
-    const auto attempt = [&](const char* kind, const std::function<void()>& list) {
+    const auto attempt = [&](const char* kind, const std::function<void()>& operation) {
         try {
-            list();
-        } catch (const app::InvalidDataException& e) {
-            const char* const* text = boost::get_error_info<app::ErrorText>(e);
-            errors[kind] = std::string("invalid data: ") + (text ? *text : e.what());
-        } catch (const card::CardException& e) {
-            const char* const* command = boost::get_error_info<card::Command>(e);
-            const unsigned short* sw = boost::get_error_info<card::StatusCode>(e);
-            errors[kind] =
-                std::string("card error: ") + (command ? *command : "?") + " " +
-                (sw ? hex({static_cast<std::uint8_t>(*sw >> 8), static_cast<std::uint8_t>(*sw)})
-                    : "-");
+            operation();
         } catch (const std::exception& e) {
-            errors[kind] = e.what();
+            errors[kind] = host::errorMessage(e);
         }
     };
+    boost::shared_ptr<Application> application;
     attempt("application", [&] { application = card.reopen(); });
-    if (!application) {
-        return errors;
+    if (application) {
+        hostile::readEverything(*application, *card.channel, attempt);
     }
-    attempt("PINs", [&] { application->getAuthObjects(channel); });
-    attempt("public keys", [&] {
-        for (const auto& key : application->getPublicKeys(channel)) {
-            application->readCardObject(channel, *key);
-        }
-    });
-    attempt("private keys", [&] {
-        // A listed key whose key file is gone is neither the old object nor the new one.
-        for (const auto& key : application->getPrivateKeys(channel)) {
-            const auto rsa = boost::dynamic_pointer_cast<app::object::IPrivateRSAKey>(key);
-            application->getFileAccessService()->select(channel, rsa->getKeyValueReference());
-        }
-    });
-    attempt("token info", [&] { application->getApplicationInfo(channel); });
-    attempt("certificates", [&] {
-        for (const auto& certificate : application->getCertificates(channel)) {
-            readValue<app::pkcs15::object::P15X509Certificate>(*application, channel, certificate);
-        }
-    });
-    attempt("data objects", [&] {
-        for (const auto& data : application->getDataObjects(channel)) {
-            readValue<app::pkcs15::object::P15DataObject>(*application, channel, data);
-        }
-    });
     return errors;
 }
 
@@ -182,9 +124,10 @@ struct Damage {
     std::vector<std::string> early; // the errors of an entry ahead of its files
 };
 
-const std::vector<std::string> valueMissing{"card error: Select 6A82"};
+const std::vector<std::string> valueMissing{"card exception: Select: 6A82"};
 const std::vector<std::string> valueMissingOrOld{
-    "card error: Select 6A82", "card error: Read Binary 6282", "value shorter than its file"};
+    "card exception: Select: 6A82", "card exception: Read Binary: 6282",
+    "invalid data exception: value shorter than its file"};
 
 struct Operation {
     const char* name;
@@ -200,39 +143,14 @@ struct Operation {
     bool shortApdus = false;
 };
 
-boost::shared_ptr<app::object::IPin> userPinOf(const Card& card, const Application& application) {
-    return boost::dynamic_pointer_cast<app::object::IPin>(
-        application.getAuthObjects(*card.channel).at(0));
-}
-
 // A 1024-bit pair generated on the card, with both entries.
 void generateKeyPair(const Application& application, const card::IChannel& channel) {
-    const auto privateKey =
-        boost::dynamic_pointer_cast<app::object::IPrivateRSAKey>(application.createPrivateKey(
-            app::object::IPrivateKey::RsaPrivateKey, support::userPinRules()));
-    const auto publicKey = boost::dynamic_pointer_cast<app::object::IPublicRSAKey>(
-        application.createPublicKey(app::object::IPublicKey::RsaPublicKey, {}));
-    for (app::object::IKey* key : {static_cast<app::object::IKey*>(privateKey.get()),
-                                   static_cast<app::object::IKey*>(publicKey.get())}) {
-        key->setLabel("Generated");
-        key->setKeyId(support::ascii("Gene"));
-    }
-    privateKey->setUsage(app::object::IKey::Sign);
-    publicKey->setUsage(app::object::IKey::Verify);
-    privateKey->setModulusLength(1024);
-    publicKey->setModulusLength(1024);
+    const support::RsaKeyPair pair = support::newKeyPair(application, "Generated", 1024, 1024);
     application.getKeyPairGenerator("1.2.840.113549.1.1.1")
-        ->generate(channel, privateKey, publicKey);
+        ->generate(channel, pair.privateKey, pair.publicKey);
 }
 
-void verify(const Card& card, const Application& application) {
-    card.verifyUserPin(application);
-}
-
-mw::ByteBuffer certificateBytes(const std::string& name) {
-    std::ifstream file(std::string(P15_CERTS_DIR) + "/" + name, std::ios::binary);
-    return mw::ByteBuffer(std::vector<unsigned char>{std::istreambuf_iterator<char>(file), {}});
-}
+const auto verify = &Card::verifyUserPin;
 
 // A certificate anyone may read, as the host reads it on opening the card.
 void writeCertificate(const Card& card, const Application& application) {
@@ -240,7 +158,7 @@ void writeCertificate(const Card& card, const Application& application) {
         application.createCertificate(app::object::ICertificate::X509Certificate, {}));
     certificate->setLabel("Signer");
     certificate->setCertificateId(support::ascii("Sign"));
-    certificate->setValue(certificateBytes("small.der"));
+    certificate->setValue(support::certificateFile("small.der"));
     application.writeCardObject(*card.channel, *certificate);
 }
 
@@ -259,15 +177,15 @@ void writeDataObjects(const Card& card, const Application& application,
 
 // The card holding such objects before the operation.
 void withCertificate(const Card& card, const Application& application) {
-    verify(card, application);
+    card.verifyUserPin(application);
     writeCertificate(card, application);
 }
 void withDataObject(const Card& card, const Application& application) {
-    verify(card, application);
+    card.verifyUserPin(application);
     writeDataObjects(card, application);
 }
 void withThreeDataObjects(const Card& card, const Application& application) {
-    verify(card, application);
+    card.verifyUserPin(application);
     writeDataObjects(card, application, {"First", "Second", "Third"});
 }
 
@@ -284,17 +202,18 @@ const char* const longer = "A label longer than the one before";
 const Operation operations[] = {
     {"change PIN", std::nullopt, ".. .. .. .. ..", nullptr,
      [](const Card& card, Application& application) {
-         userPinOf(card, application)
+         support::pinAt(application, *card.channel)
              ->change(*card.channel, support::ascii(support::userPin), support::ascii("654321"));
      }},
     {"unblock PIN", std::nullopt, "..",
      [](const Card& card, Application& application) {
-         EXPECT_THROW(
-             userPinOf(card, application)->authenticate(*card.channel, support::ascii("000000")),
-             card::CardException);
+         EXPECT_THROW(support::pinAt(application, *card.channel)
+                          ->authenticate(*card.channel, support::ascii("000000")),
+                      card::CardException);
      },
      [](const Card& card, Application& application) {
-         userPinOf(card, application)->unblock(*card.channel, support::ascii(support::puk));
+         support::pinAt(application, *card.channel)
+             ->unblock(*card.channel, support::ascii(support::puk));
      }},
     {"relabel key", Damage{"3F00/5015/4400", "private keys", {}}, ".. .. .D", verify,
      [](const Card& card, Application& application) {
@@ -308,7 +227,7 @@ const Operation operations[] = {
     {"generate key pair",
      Damage{nullptr,
             "private keys, public keys",
-            {"card error: Select 6A82", "card error: Generate Asymmetric Key Pair"}},
+            {"card exception: Select: 6A82", "card exception: Generate Asymmetric Key Pair"}},
      ".. .. .. .. .. .. .. .. .. .. .. .. .. AA AA AA AA BB BB", verify,
      [](const Card& card, Application& application) {
          generateKeyPair(application, *card.channel);
@@ -331,7 +250,7 @@ const Operation operations[] = {
      ".. .. .. .. AA AA AA BB FF", withCertificate,
      [](const Card& card, Application& application) {
          const auto listed = application.getCertificates(*card.channel).at(0);
-         listed->setValue(certificateBytes("large.der"));
+         listed->setValue(support::certificateFile("large.der"));
          application.writeCardObject(*card.channel, *listed);
      }},
     {"delete certificate", std::nullopt, ".. .. .. ..", withCertificate,
@@ -463,7 +382,7 @@ bool expectListing(const Card& card, const Operation& operation, bool directoryF
         // of its own, is refused whole.
         const bool tornTokenInfo =
             ours && directoryFileDamaged && kind == std::string("token info");
-        EXPECT_TRUE(early || (tornTokenInfo && error.rfind("invalid data: ", 0) == 0))
+        EXPECT_TRUE(early || (tornTokenInfo && error.rfind("invalid data exception", 0) == 0))
             << where << ": the card no longer lists its " << kind << ": " << error;
     }
     return ahead;

@@ -6,8 +6,10 @@
 #include "app/crypto/IRandom.hpp"
 #include "app/crypto/ISignature.hpp"
 #include "app/object/IPin.hpp"
-#include "app/object/IPrivateKey.hpp"
+#include "app/object/IPrivateRSAKey.hpp"
 #include "app/object/IPublicKey.hpp"
+#include "app/pkcs15/object/P15DataObject.hpp"
+#include "app/pkcs15/object/P15X509Certificate.hpp"
 #include "card/Apdu.hpp"
 #include "card/CardException.hpp"
 #include "host/ErrorMessage.hpp"
@@ -75,11 +77,17 @@ template <class T> boost::shared_ptr<T> first(const std::vector<boost::shared_pt
     return objects.empty() ? nullptr : objects.front();
 }
 
-template <class T>
-void readEach(const app::pkcs15::P15Application& application, const card::IChannel& channel,
-              const std::vector<boost::shared_ptr<T>>& objects) {
-    for (const auto& object : objects) {
-        application.readCardObject(channel, *object);
+// Reads the value of a listed certificate or data object: what the entry
+// names must be the whole of its file.
+template <class ValueObject, class Listed>
+void readValue(const app::pkcs15::P15Application& application, const card::IChannel& channel,
+               const Listed& listed) {
+    application.readCardObject(channel, *listed);
+    const auto& object = dynamic_cast<const ValueObject&>(*listed);
+    const card::service::IFileAccessService& files = *application.getFileAccessService();
+    files.select(channel, object.getValueLocation().path);
+    if (files.read(channel, 0, 0) != object.getValue()) {
+        APP_THROW(app::InvalidDataException, "value shorter than its file");
     }
 }
 
@@ -132,29 +140,19 @@ void encipherAndDecipher(const app::pkcs15::P15Application& app, const card::ICh
 
 void runOnApplication(Outcome& outcome, const app::pkcs15::P15Application& app,
                       const card::IChannel& channel) {
-    boost::shared_ptr<app::object::IPin> pin; // the first: the user PIN
-    attempt(outcome, "list PINs", [&] {
-        for (const auto& object : app.getAuthObjects(channel)) {
-            const auto listed = boost::dynamic_pointer_cast<app::object::IPin>(object);
-            listed->getPinInfo(channel);
-            pin = pin ? pin : listed;
-        }
+    readEverything(app, channel, [&](const char* name, const std::function<void()>& operation) {
+        attempt(outcome, name, operation);
     });
+    boost::shared_ptr<app::object::IPin> pin; // the first: the user PIN
     attempt(outcome, "verify", [&] {
+        pin = boost::dynamic_pointer_cast<app::object::IPin>(first(app.getAuthObjects(channel)));
         if (pin) {
             pin->authenticate(channel, support::ascii(support::userPin));
         }
     });
-    attempt(outcome, "list private keys", [&] { app.getPrivateKeys(channel); });
     attempt(outcome, "sign and verify", [&] { signAndVerify(app, channel); });
     attempt(outcome, "encipher and decipher", [&] { encipherAndDecipher(app, channel); });
     attempt(outcome, "random", [&] { app.getRandom()->generate(channel, 16); });
-    attempt(outcome, "read public keys",
-            [&] { readEach(app, channel, app.getPublicKeys(channel)); });
-    attempt(outcome, "read certificates",
-            [&] { readEach(app, channel, app.getCertificates(channel)); });
-    attempt(outcome, "read data objects",
-            [&] { readEach(app, channel, app.getDataObjects(channel)); });
     attempt(outcome, "relabel", [&] {
         if (const auto key = first(app.getPrivateKeys(channel))) {
             key->setLabel("Relabelled");
@@ -174,6 +172,38 @@ void runOnApplication(Outcome& outcome, const app::pkcs15::P15Application& app,
 }
 
 } // namespace
+
+void readEverything(const app::pkcs15::P15Application& application, const card::IChannel& channel,
+                    const Attempt& attempt) {
+    attempt("PINs", [&] {
+        for (const auto& pin : application.getAuthObjects(channel)) {
+            boost::dynamic_pointer_cast<app::object::IPin>(pin)->getPinInfo(channel);
+        }
+    });
+    attempt("public keys", [&] {
+        for (const auto& key : application.getPublicKeys(channel)) {
+            application.readCardObject(channel, *key);
+        }
+    });
+    attempt("private keys", [&] {
+        // A listed key whose key file is gone is neither the old object nor the new one.
+        for (const auto& key : application.getPrivateKeys(channel)) {
+            const auto rsa = boost::dynamic_pointer_cast<app::object::IPrivateRSAKey>(key);
+            application.getFileAccessService()->select(channel, rsa->getKeyValueReference());
+        }
+    });
+    attempt("token info", [&] { application.getApplicationInfo(channel); });
+    attempt("certificates", [&] {
+        for (const auto& certificate : application.getCertificates(channel)) {
+            readValue<app::pkcs15::object::P15X509Certificate>(application, channel, certificate);
+        }
+    });
+    attempt("data objects", [&] {
+        for (const auto& data : application.getDataObjects(channel)) {
+            readValue<app::pkcs15::object::P15DataObject>(application, channel, data);
+        }
+    });
+}
 
 std::uint32_t SeededChoices::below(std::uint32_t bound) {
     return bound == 0 ? 0 : static_cast<std::uint32_t>(engine_() % bound);

@@ -10,11 +10,16 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <random>
 #include <stdexcept>
 #include <string>
 #include <vector>
+
+namespace app::pkcs15 {
+class P15Application;
+}
 
 namespace support {
 struct AppOnCard;
@@ -98,14 +103,21 @@ struct Outcome {
     std::vector<std::string> errors;
 };
 
-// Opens the PKCS#15 application on the card and runs what a host does: list
-// every kind of object, read the public ones and the values, read PIN
-// status, verify, sign, encipher and decipher, draw random bytes, change and
-// unblock a PIN, relabel a key, read the card's algorithms. Each operation
-// may fail only with a card or application exception that carries a text or
-// a status word (one without is returned as "unclear: ...") or with one of
-// the foundation's exceptions, which name their cause; anything else
-// escapes.
+using Attempt = std::function<void(const char* name, const std::function<void()>& operation)>;
+
+// What a host reads on opening the card, one attempt per kind of object: PIN
+// status, each public key, each private key's key file, the token
+// information, each certificate and data object (the whole of its file).
+void readEverything(const app::pkcs15::P15Application& application, const card::IChannel& channel,
+                    const Attempt& attempt);
+
+// Opens the PKCS#15 application on the card and runs what a host does:
+// readEverything, verify, sign, encipher and decipher, draw random bytes,
+// change and unblock a PIN, relabel a key, read the card's algorithms. Each
+// operation may fail only with a card or application exception that carries
+// a text or a status word (one without is returned as "unclear: ...") or
+// with one of the foundation's exceptions, which name their cause; anything
+// else escapes.
 Outcome runWorkload(const support::AppOnCard& card);
 
 // runWorkload, behind a hostile transport, on a fresh copy of the card that

@@ -1,7 +1,6 @@
 #include "AppCard.hpp"
 
 #include "app/ApplicationException.hpp"
-#include "app/SecurityConditions.hpp"
 #include "app/object/IDataObject.hpp"
 #include "app/object/IPrivateRSAKey.hpp"
 #include "app/pkcs15/detail/util.hpp"
@@ -11,8 +10,6 @@
 #include "app/pkcs15/fs/PrKDF.hpp"
 #include "app/pkcs15/fs/PuKDF.hpp"
 #include "mw/Hex.hpp"
-
-#include <boost/make_shared.hpp>
 
 using namespace apptest;
 namespace fs = app::pkcs15::fs;
@@ -31,7 +28,7 @@ protected:
     }
 
     AppCard card_;
-    boost::shared_ptr<P15Application> application_ = card_.application();
+    boost::shared_ptr<P15Application> application_ = card_.open();
     const P15Application::ChannelScope bound_{*application_, *card_.channel};
 };
 
@@ -173,10 +170,7 @@ TEST_F(Allocation, AnImportedPrimeLongerThanHalfTheModulusIsRefusedBeforeTheCard
     std::fill(q.begin(), q.end(), 0xC1);
     const auto key =
         boost::dynamic_pointer_cast<app::object::IPrivateRSAKey>(application_->createPrivateKey(
-            app::object::IPrivateKey::RsaPrivateKey,
-            {app::AccessControlRule(app::AccessControlRule::Execute,
-                                    boost::make_shared<app::AuthIdSecurityCondition>(
-                                        std::vector<std::uint8_t>{0x01}))}));
+            app::object::IPrivateKey::RsaPrivateKey, support::userPinRules()));
     key->setPublicExponent(bytes({0x01, 0x00, 0x01}));
     key->setCrtComponents(p, q, bytes({1}), bytes({2}), bytes({3}), bytes({4}));
     ASSERT_EQ(key->getModulusLength(), 1024);

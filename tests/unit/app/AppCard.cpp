@@ -1,54 +1,11 @@
 #include "AppCard.hpp"
 
-#include "app/ApplicationException.hpp"
 #include "app/pkcs15/oss/Codec.hpp"
-#include "card/Apdu.hpp"
-#include "host/vcard/VirtualCardTransport.hpp"
-#include "vcard/VirtualCard.hpp"
 
 #include <algorithm>
 #include <boost/make_shared.hpp>
 
 namespace apptest {
-
-RecordingTransport::RecordingTransport(std::unique_ptr<card::ICardTransport> inner)
-    : inner_(std::move(inner)) {}
-
-boost::shared_ptr<mw::ByteBuffer> RecordingTransport::transmit(const card::Apdu& command) const {
-    sent_.push_back(command.bytes());
-    const auto found = std::find_if(overrides_.begin(), overrides_.end(),
-                                    [&](const auto& o) { return o.first == command.bytes(); });
-    if (found == overrides_.end()) {
-        return inner_->transmit(command);
-    }
-    return boost::make_shared<mw::ByteBuffer>(mw::ByteBuffer{
-        static_cast<unsigned char>(found->second >> 8), static_cast<unsigned char>(found->second)});
-}
-
-std::vector<mw::ByteBuffer> RecordingTransport::sent(unsigned char ins) const {
-    std::vector<mw::ByteBuffer> matching;
-    std::copy_if(sent_.begin(), sent_.end(), std::back_inserter(matching),
-                 [ins](const mw::ByteBuffer& command) { return command.get(1) == ins; });
-    return matching;
-}
-
-AppCard::AppCard() {
-    auto inner = std::make_unique<host::VirtualCardTransport>(vcard::VirtualCard::personalised());
-    virtualCard = &inner->virtualCard();
-    auto recording = std::make_unique<RecordingTransport>(std::move(inner));
-    recorder = recording.get();
-    channel = boost::make_shared<host::Channel>(std::move(recording));
-    session = boost::make_shared<host::iso7816::CardSession>(channel);
-    card = boost::make_shared<host::iso7816::Card>(session);
-}
-
-boost::shared_ptr<app::pkcs15::P15Application>
-AppCard::application(const std::string& configuration) const {
-    auto application = boost::make_shared<app::pkcs15::P15Application>(
-        boost::shared_ptr<const card::ICard>(card), "test", configuration);
-    application->select(*channel);
-    return application;
-}
 
 boost::shared_ptr<app::pkcs15::P15Application>
 AppCard::appletApplication(const std::string& configuration) const {
@@ -96,11 +53,6 @@ void AppCard::writeFile(const mw::ByteBuffer& fileId, const mw::ByteBuffer& cont
     mw::ByteBuffer padded(files()->size(*channel));
     std::copy(content.begin(), content.end(), padded.begin());
     files()->update(*channel, 0, padded);
-}
-
-mw::ByteBuffer AppCard::readFile(const mw::ByteBuffer& fileId) const {
-    files()->select(*channel, fileId);
-    return files()->read(*channel, 0, 0);
 }
 
 mw::ByteBuffer bytes(const std::vector<std::uint8_t>& value) {
@@ -174,13 +126,6 @@ mw::ByteBuffer dataObjectEntry(const std::string& label, const mw::ByteBuffer& v
 mw::ByteBuffer ecPrivateKeyEntry() {
     // [0] { CommonObjectAttributes {}, CommonKeyAttributes { iD 45, usage } }
     return bytes({0xA0, 0x0A, 0x30, 0x00, 0x30, 0x06, 0x04, 0x01, 0x45, 0x03, 0x01, 0x00});
-}
-
-std::string errorText(const std::exception& e) {
-    const auto* boostException = dynamic_cast<const boost::exception*>(&e);
-    const char* const* text =
-        boostException ? boost::get_error_info<app::ErrorText>(*boostException) : nullptr;
-    return text ? *text : "";
 }
 
 } // namespace apptest

@@ -1,67 +1,28 @@
 #ifndef TESTS_UNIT_APP_APPCARD_HPP
 #define TESTS_UNIT_APP_APPCARD_HPP
 
+#include "AppErrors.hpp"
+#include "AppOnCard.hpp"
 #include "CardFixture.hpp"
-#include "app/pkcs15/P15Application.hpp"
-#include "card/IChannel.hpp"
-#include "card/service/IFileAccessService.hpp"
-#include "card/service/IFileSystemService.hpp"
-#include "card/service/IPinManagementService.hpp"
-#include "host/Channel.hpp"
-#include "host/iso7816/Applet.hpp"
-#include "host/iso7816/Card.hpp"
-#include "mw/ByteBuffer.hpp"
-#include "tests/support/AppFamily.hpp"
+#include "vcard/Personalise.hpp"
 
-#include <boost/shared_ptr.hpp>
 #include <memory>
 #include <string>
 #include <vector>
 
-namespace vcard {
-class VirtualCard;
-}
-
 namespace apptest {
-
-// Records each command; answers chosen commands with a status word of the test's.
-class RecordingTransport : public card::ICardTransport {
-public:
-    explicit RecordingTransport(std::unique_ptr<card::ICardTransport> inner);
-
-    mw::ByteBuffer getAtr() const override { return inner_->getAtr(); }
-    boost::shared_ptr<mw::ByteBuffer> transmit(const card::Apdu& command) const override;
-    void beginTransaction() const override { inner_->beginTransaction(); }
-    void endTransaction() const override { inner_->endTransaction(); }
-
-    void answer(const mw::ByteBuffer& command, unsigned short sw) {
-        overrides_.emplace_back(command, sw);
-    }
-    // Commands sent with this instruction byte since the last clear().
-    std::vector<mw::ByteBuffer> sent(unsigned char ins) const;
-    void clear() { sent_.clear(); }
-
-private:
-    std::unique_ptr<card::ICardTransport> inner_;
-    std::vector<std::pair<mw::ByteBuffer, unsigned short>> overrides_;
-    mutable std::vector<mw::ByteBuffer> sent_;
-};
 
 // A freshly personalised virtual card in this process, reached through the
 // host card layer exactly as a host would.
-struct AppCard {
-    AppCard();
+struct AppCard : support::AppOnCard {
+    AppCard()
+        : AppOnCard(vcard::personalise()) {}
 
-    boost::shared_ptr<app::pkcs15::P15Application>
-    application(const std::string& configuration = "") const;
     boost::shared_ptr<app::pkcs15::P15Application>
     appletApplication(const std::string& configuration = "") const;
 
     template <class Service> boost::shared_ptr<Service> service(const std::string& name) const {
         return boost::dynamic_pointer_cast<Service>(card->getInterface(name));
-    }
-    boost::shared_ptr<card::service::IFileAccessService> files() const {
-        return service<card::service::IFileAccessService>("FileAccessService");
     }
     void verifyPin(unsigned char reference, const std::string& value) const;
     // A value file, and a generated 1024-bit key pair under `reference`, that
@@ -71,13 +32,6 @@ struct AppCard {
     // Writes the whole content of a file of the application, padded with 00
     // to the file's size (needs the file's update condition satisfied).
     void writeFile(const mw::ByteBuffer& fileId, const mw::ByteBuffer& content) const;
-    mw::ByteBuffer readFile(const mw::ByteBuffer& fileId) const;
-
-    RecordingTransport* recorder;
-    vcard::VirtualCard* virtualCard;
-    boost::shared_ptr<host::Channel> channel;
-    boost::shared_ptr<host::iso7816::CardSession> session;
-    boost::shared_ptr<host::iso7816::Card> card;
 };
 
 using hosttest::soPin;
@@ -104,8 +58,7 @@ mw::ByteBuffer certificateEntry(const std::string& label, const mw::ByteBuffer& 
 mw::ByteBuffer dataObjectEntry(const std::string& label, const mw::ByteBuffer& valueFile);
 // A private EC key entry: a kind the application lists but does not use.
 mw::ByteBuffer ecPrivateKeyEntry();
-// The text attached to an application exception, "" when none.
-std::string errorText(const std::exception& e);
+using p15test::errorText;
 
 } // namespace apptest
 

@@ -10,6 +10,7 @@
 #include "mw/Hex.hpp"
 #include "vcard/VirtualCard.hpp"
 
+#include <algorithm>
 #include <boost/exception/diagnostic_information.hpp>
 #include <boost/make_shared.hpp>
 #include <boost/property_tree/ini_parser.hpp>
@@ -25,11 +26,9 @@ const mw::ByteBuffer cardStatusSelect{0x00, 0xA4, 0x02, 0x0C, 0x02, 0x99, 0x99};
 
 // SELECTs by DF name: how the application selects itself.
 std::size_t applicationSelects(const AppCard& card) {
-    std::size_t count = 0;
-    for (const mw::ByteBuffer& command : card.recorder->sent(0xA4)) {
-        count += command.get(2) == 0x04 ? 1 : 0;
-    }
-    return count;
+    const std::vector<mw::ByteBuffer> selects = card.recorder->sent(0xA4);
+    return std::count_if(selects.begin(), selects.end(),
+                         [](const mw::ByteBuffer& select) { return select.get(2) == 0x04; });
 }
 
 // Card and applet form alike: selected by AID first, down to the card status file last.
@@ -57,7 +56,7 @@ TEST(GetApplications, HandsBackOneApplicationSelectedDownToTheCardStatusFile) {
 // fails with the command and its status word, and nothing is selected after.
 TEST(GetApplications, ASelectThatFindsNothingFailsWithItsStatusWord) {
     AppCard probe;
-    probe.application();
+    probe.open();
     const mw::ByteBuffer selectByAid = probe.recorder->sent(0xA4).front();
     const std::pair<mw::ByteBuffer, unsigned short> answers[] = {{cardStatusSelect, 0x9000},
                                                                  {cardStatusSelect, 0x6100},
@@ -131,13 +130,12 @@ TEST(Configuration, IsReadIntoTheThreeSettingsOrRefused) {
     AppCard card;
     for (const auto& c : cases) {
         SCOPED_TRACE(c.text);
-        const auto application = card.application(c.text);
+        const auto application = card.open(c.text);
         EXPECT_EQ(application->getReselectWaitingTime(), c.reselect);
         EXPECT_EQ(application->getPinInfoWaitingTime(), c.pinInfo);
         EXPECT_EQ(application->isWipeForced(), c.wipeForce);
     }
-    EXPECT_THROW(card.application("[WaitingTime\nReselect=1\n"),
-                 boost::property_tree::ini_parser_error);
+    EXPECT_THROW(card.open("[WaitingTime\nReselect=1\n"), boost::property_tree::ini_parser_error);
 }
 
 // Drives the application's wall clock for one test.
@@ -156,12 +154,12 @@ protected:
 // counts the selections that reached the card; without a waiting time each
 // one does.
 TEST_F(WaitingTime, SparesTheCardReselectionsForAWaitingTimeAfterEachSelection) {
-    const auto unthrottled = card_.application();
+    const auto unthrottled = card_.open();
     unthrottled->select(*card_.channel);
     ASSERT_EQ(applicationSelects(card_), 2u);
     card_.recorder->clear();
     const auto application =
-        card_.application("[WaitingTime]\nReselect=5000\n[Objects]\nwipeForce=false\n");
+        card_.open("[WaitingTime]\nReselect=5000\n[Objects]\nwipeForce=false\n");
     // Exactly the waiting time is not yet enough; each reselection starts the
     // next period.
     const std::pair<std::int64_t, std::size_t> steps[] = {
@@ -176,7 +174,7 @@ TEST_F(WaitingTime, SparesTheCardReselectionsForAWaitingTimeAfterEachSelection) 
 
 TEST_F(WaitingTime, FailedSelectLeavesTheApplicationUnselected) {
     const auto application =
-        card_.application("[WaitingTime]\nReselect=5000\n[Objects]\nwipeForce=false\n");
+        card_.open("[WaitingTime]\nReselect=5000\n[Objects]\nwipeForce=false\n");
     const mw::ByteBuffer selectByAid = card_.recorder->sent(0xA4).front();
     card_.recorder->answer(selectByAid, 0x6A82);
     now_ += 6000;
@@ -190,9 +188,8 @@ TEST_F(WaitingTime, FailedSelectLeavesTheApplicationUnselected) {
 // passed, or after an authentication made it stale.
 TEST_F(WaitingTime, PinInformationIsAskedOfTheCardOnlyWhenItHasPassed) {
     const auto application =
-        card_.application("[WaitingTime]\nPinInfo=5000\n[Objects]\nwipeForce=false\n");
-    const auto user = boost::dynamic_pointer_cast<app::object::IPin>(
-        application->getAuthObjects(*card_.channel)[0]);
+        card_.open("[WaitingTime]\nPinInfo=5000\n[Objects]\nwipeForce=false\n");
+    const auto user = support::pinAt(*application, *card_.channel);
     const auto asked = [&] {
         const std::uint64_t before = card_.virtualCard->instrumentation().counters().commands;
         user->getPinInfo(*card_.channel);
@@ -233,7 +230,7 @@ const char* const unbound = "no card channel: call this inside an operation that
 
 TEST(ChannelBinding, AChannelServesOnlyTheOperationThatWasGivenIt) {
     AppCard card;
-    const auto application = card.application();
+    const auto application = card.open();
     {
         CountingChannel passing(*card.recorder);
         EXPECT_EQ(application->getODF()->getCDF()->getFreeFileId(passing, *card.files(),
@@ -256,7 +253,7 @@ TEST(ChannelBinding, AChannelServesOnlyTheOperationThatWasGivenIt) {
 TEST(ChannelBinding, ScopesNestAndUnwindOnExceptions) {
     AppCard card;
     card.verifyPin(0x01, userPin);
-    const auto application = card.application();
+    const auto application = card.open();
     const auto& prkdf = *application->getODF()->getPrKDF();
     const mw::ByteBuffer entry = rsaPrivateKeyEntry(0x81, bytes({0x0E, 0x01}));
     CountingChannel inner(*card.recorder);

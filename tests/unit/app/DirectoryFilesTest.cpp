@@ -8,6 +8,7 @@
 #include "app/pkcs15/fs/EntryLayout.hpp"
 #include "app/pkcs15/fs/ODF.hpp"
 #include "app/pkcs15/fs/PrKDF.hpp"
+#include "host/iso7816/Tlv.hpp"
 #include "mw/Hex.hpp"
 #include "vcard/VirtualCard.hpp"
 
@@ -22,14 +23,9 @@ namespace {
 // An entry: `tag`, the length of `length` in its shortest form, and `length`
 // copies of `marker`.
 mw::ByteBuffer tlv(unsigned char marker, std::size_t length, unsigned char tag = 0x30) {
-    mw::ByteBuffer encoded{tag};
-    if (length > 0xFF) {
-        encoded.append(bytes({0x82, static_cast<unsigned char>(length >> 8)}));
-    } else if (length > 0x7F) {
-        encoded.append(bytes({0x81}));
-    }
-    encoded.append(bytes({static_cast<unsigned char>(length)}));
-    encoded.append(mw::ByteBuffer(std::vector<unsigned char>(length, marker)));
+    mw::ByteBuffer encoded;
+    host::iso7816::appendTlv(encoded, tag,
+                             mw::ByteBuffer(std::vector<unsigned char>(length, marker)));
     return encoded;
 }
 
@@ -46,7 +42,7 @@ protected:
     }
 
     AppCard card_;
-    boost::shared_ptr<app::pkcs15::P15Application> application_ = card_.application();
+    boost::shared_ptr<app::pkcs15::P15Application> application_ = card_.open();
 };
 
 // What EF(ODF) lists, read in the forms cards write it: padding (00 or FF)
@@ -75,8 +71,7 @@ TEST_F(Directories, EfOdfIsReadUpToItsPaddingTakingPathsOnly) {
 TEST_F(Directories, AnEntryOutsideTheFiveKindsFailsTheReadUntilTheFileIsMended) {
     const mw::ByteBuffer original = card_.readFile(odfFile);
     // trustedCertificates [5] before a valid CDF entry.
-    writeOdf(bytes({0xA5, 0x06, 0x30, 0x04, 0x04, 0x02, 0x44, 0x05, 0xA4, 0x06, 0x30, 0x04, 0x04,
-                    0x02, 0x44, 0x04}));
+    writeOdf(mw::fromHex("A506 3004 04024405 A406 3004 04024404"));
     EXPECT_THROW(fileIdOf(P15File::CDF), app::InvalidDataException);
     EXPECT_THROW(fileIdOf(P15File::CDF), app::InvalidDataException) << "a failed read is retried";
 
@@ -160,7 +155,7 @@ TEST_P(DirectoryRead, StopsAtTheEndOfTheEntries) {
     const auto& [layout, extended] = GetParam();
     AppCard card;
     card.virtualCard->setExtendedLength(extended);
-    const auto application = card.application();
+    const auto application = card.open();
     mw::ByteBuffer content;
     for (std::size_t length : layout.entries) {
         content.append(unknownEntry(length));
@@ -216,7 +211,7 @@ protected:
     const fs::PrKDF& prkdf() const { return *application_->getODF()->getPrKDF(); }
 
     AppCard card_;
-    boost::shared_ptr<app::pkcs15::P15Application> application_ = card_.application();
+    boost::shared_ptr<app::pkcs15::P15Application> application_ = card_.open();
     const app::pkcs15::P15Application::ChannelScope bound_{*application_, *card_.channel};
     const mw::ByteBuffer first_ = rsaPrivateKeyEntry(0x81, bytes({0x0E, 0x01}));
     const mw::ByteBuffer last_ = rsaPrivateKeyEntry(0x82, bytes({0x0E, 0x02}));

@@ -15,6 +15,7 @@
 #include "app/pkcs15/fs/ODF.hpp"
 #include "app/pkcs15/object/P15Pin.hpp"
 #include "app/pkcs15/object/P15X509Certificate.hpp"
+#include "mw/Hex.hpp"
 
 #include <algorithm>
 #include <boost/optional/optional_io.hpp>
@@ -30,18 +31,14 @@ mw::ByteBuffer loadSample(const std::string& name) {
     while (std::getline(file, line)) {
         hex += !line.empty() && line[0] != '#' ? line : "";
     }
-    mw::ByteBuffer bytes(hex.size() / 2);
-    for (std::size_t i = 0; i < bytes.size(); ++i) {
-        bytes.data()[i] = static_cast<unsigned char>(std::stoi(hex.substr(2 * i, 2), nullptr, 16));
-    }
-    return bytes;
+    return mw::fromHex(hex);
 }
 
 // Puts a sample in its file, 00 up to the file's end, with the user PIN;
 // returns what the file then holds.
 mw::ByteBuffer put(const apptest::AppCard& card, const mw::ByteBuffer& file,
                    const std::string& sample) {
-    card.application(); // selects the application's DF
+    card.open(); // selects the application's DF
     card.verifyPin(0x01, apptest::userPin);
     card.writeFile(file, loadSample(sample));
     return card.readFile(file);
@@ -57,11 +54,6 @@ using Location = app::pkcs15::object::P15X509Certificate;
 
 template <class Kind> const Kind& as(const boost::shared_ptr<app::object::ICardObject>& object) {
     return dynamic_cast<const Kind&>(*object);
-}
-
-boost::shared_ptr<IPin> pinAt(const Application& application, const card::IChannel& channel,
-                              std::size_t index) {
-    return boost::dynamic_pointer_cast<IPin>(application.getAuthObjects(channel).at(index));
 }
 
 // One row per way a card writes its entries: paths with index and length,
@@ -172,7 +164,7 @@ const struct {
     // Flags of a non-DER encoding, a path to the PIN's DF.
     {"acos5-64_aodf.hex", aodfFile,
      [](const Application& application, const card::IChannel& channel) {
-         const auto pin = pinAt(application, channel, 0);
+         const auto pin = support::pinAt(application, channel);
          EXPECT_EQ(pin->getFlags().value_or(0), 0x03) << "private, modifiable";
          EXPECT_EQ(pin->getPinFlags(),
                    IPin::CaseSensitive | IPin::Local | IPin::Initialized | IPin::NeedsPadding);
@@ -184,7 +176,8 @@ const struct {
     // Rules under "always" and one of an ISO 7816-15 mode, which is not shown.
     {"uy-eid-gemalto_aodf.hex", aodfFile,
      [](const Application& application, const card::IChannel& channel) {
-         const auto user = pinAt(application, channel, 0), so = pinAt(application, channel, 1);
+         const auto user = support::pinAt(application, channel),
+                    so = support::pinAt(application, channel, 1);
          EXPECT_EQ(user->getAuthId(), (mw::ByteBuffer{0xAD, 0x11}));
          EXPECT_EQ(user->getProtectingAuthId().value_or(mw::ByteBuffer()),
                    (mw::ByteBuffer{0xAD, 0x81}));
@@ -211,7 +204,7 @@ TEST(Samples, LoadWithTheAttributesTheirCardsGaveThem) {
     for (const auto& sample : samples) {
         SCOPED_TRACE(sample.file);
         const mw::ByteBuffer before = put(card, sample.fileId, sample.file);
-        sample.expect(*card.application(), *card.channel);
+        sample.expect(*card.open(), *card.channel);
         EXPECT_EQ(card.readFile(sample.fileId), before);
     }
 }
@@ -248,7 +241,7 @@ TEST(Samples, ARelabelledObjectKeepsEverythingElseByteForByte) {
             std::search(expected.begin(), expected.end(), relabel.from.begin(), relabel.from.end());
         ASSERT_NE(at, expected.end());
         std::copy(relabel.to.begin(), relabel.to.end(), at);
-        const auto application = card.application();
+        const auto application = card.open();
         const Listed listed = relabel.object(*application, *card.channel);
         listed->setLabel(relabel.to);
         application->writeCardObject(*card.channel, *listed);

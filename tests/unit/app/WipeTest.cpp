@@ -49,14 +49,10 @@ struct WipeCard : AppCard {
 
     // A file by its path below the application DF (or from the MF, 3F00...).
     const vcard::CardFile* onCard(const mw::ByteBuffer& path) const {
-        const vcard::CardFile* file = &virtualCard->state().files.mf();
-        std::size_t at = 0;
-        if (path.size() >= 2 && path.get(0) == 0x3F && path.get(1) == 0x00) {
-            at = 2;
-        } else {
-            file = file->child(0x5015);
-        }
-        for (; file && at + 1 < path.size(); at += 2) {
+        const vcard::CardFile& mf = virtualCard->state().files.mf();
+        const bool fromMf = path.size() >= 2 && path.get(0) == 0x3F && path.get(1) == 0x00;
+        const vcard::CardFile* file = fromMf ? &mf : mf.child(0x5015);
+        for (std::size_t at = fromMf ? 2 : 0; file && at + 1 < path.size(); at += 2) {
             file = file->child(static_cast<std::uint16_t>(path.get(at) << 8 | path.get(at + 1)));
         }
         return file;
@@ -100,7 +96,7 @@ TEST(Wipe, RemovesWhatIsListedAndWhenForcedTheRangesToTheirLastIdentifier) {
         card.createValueFile(bytes({0xDF, 0x02, 0xC0, 0x3F}));
         card.createKeyPair(0x92); // the last 2048-bit key id, never listed
         const vcard::Bytes pins = card.onCard(bytes({0x44, 0x08}))->content;
-        const auto application = card.application(force ? forced : ordinary);
+        const auto application = card.open(force ? forced : ordinary);
 
         application->wipe(*card.channel);
 
@@ -142,7 +138,7 @@ class RefusedDelete : public ::testing::TestWithParam<std::uint64_t> {};
 TEST_P(RefusedDelete, LeavesThatObjectListedAndRemovesTheRest) {
     WipeCard card;
     const std::vector<Listing> listings = card.listOneOfEach();
-    const auto application = card.application(ordinary);
+    const auto application = card.open(ordinary);
     card.virtualCard->instrumentation().injectStatusWord(0xE4, 0x6982, GetParam());
 
     expectLeft(*application, *card.channel, 1);
@@ -185,7 +181,7 @@ TEST(Wipe, KeepsStructuralFilesAndWhatItDidNotAllocateSayingWhy) {
     card.writeFile(dodfFile, entries);
     card.writeFile(prkdfFile, concat({rsaPrivateKeyEntry(0x81, odfFile), ecPrivateKeyEntry()}));
     const vcard::Bytes keys = card.onCard(prkdfFile)->content;
-    const auto application = card.application(ordinary);
+    const auto application = card.open(ordinary);
     card.recorder->clear();
 
     const std::string detail = expectLeft(*application, *card.channel, std::size(kept) + 2);
@@ -199,7 +195,7 @@ TEST(Wipe, KeepsStructuralFilesAndWhatItDidNotAllocateSayingWhy) {
     EXPECT_EQ(card.onCard(prkdfFile)->content, keys);
     EXPECT_FALSE(card.exists(ours));
     EXPECT_EQ(card.recorder->sent(0xE4).size(), 1u);
-    EXPECT_EQ(card.application()->getDataObjects(*card.channel).size(), std::size(kept));
+    EXPECT_EQ(card.open()->getDataObjects(*card.channel).size(), std::size(kept));
 }
 
 // Directory files EF(ODF) places inside a value range stay: the one an entry
@@ -213,7 +209,7 @@ TEST(Wipe, KeepsDirectoryFilesPlacedInsideAValueRange) {
     card.verifyPin(0x03, soPin);
     card.writeFile(odfFile, mw::fromHex("A406 3004 04020D05 A706 3004 04020D06"));
 
-    expectLeft(*card.application(forced), *card.channel, 2);
+    expectLeft(*card.open(forced), *card.channel, 2);
 
     EXPECT_TRUE(card.exists(cdfInRange));
     EXPECT_TRUE(card.exists(dodfInRange));

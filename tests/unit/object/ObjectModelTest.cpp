@@ -11,10 +11,9 @@
 #include "app/pkcs15/object/P15X509Certificate.hpp"
 #include "app/pkcs15/oss/Codec.hpp"
 #include "mw/Hex.hpp"
-#include "tests/support/AppFamily.hpp"
+#include "tests/support/AppErrors.hpp"
 
 #include <algorithm>
-#include <boost/exception/get_error_info.hpp>
 #include <boost/make_shared.hpp>
 #include <functional>
 #include <gtest/gtest.h>
@@ -26,20 +25,8 @@ namespace cs = card::service;
 using namespace app::pkcs15::object;
 using app::object::ICertificate;
 
-// The text and number of the application exception `statement` throws.
-template <class Statement> std::pair<std::string, unsigned int> failureOf(Statement statement) {
-    try {
-        statement();
-    } catch (const app::ApplicationException& e) {
-        const char* const* text = boost::get_error_info<app::ErrorText>(e);
-        const unsigned int* data = boost::get_error_info<app::ErrorData>(e);
-        return {text ? *text : "", data ? *data : 0};
-    }
-    return {"no failure", 0};
-}
-using Failure = std::pair<std::string, unsigned int>;
-
-#define EXPECT_APP_TEXT(statement, text) EXPECT_EQ(failureOf([&] { statement; }).first, text)
+using p15test::appError;
+using p15test::Failure;
 
 namespace fs = app::pkcs15::fs;
 // No directory file: these objects are never written.
@@ -155,7 +142,7 @@ TEST(NewPin, OperationsNeedTheirAttributesAndSendNothingWithout) {
     for (const auto& operation : std::vector<std::function<void()>>{
              [&] { pin->authenticate(noCard, value); }, [&] { pin->change(noCard, value, value); },
              [&] { pin->unblock(noCard, value); }}) {
-        EXPECT_EQ(failureOf(operation).first,
+        EXPECT_EQ(appError(operation).first,
                   "Pin reference, max length and pad char required but not found");
     }
     EXPECT_APP_TEXT(newPin()->deauthenticate(noCard), "Pin reference required but not found");
@@ -186,15 +173,14 @@ TEST(RsaKeyModel, ModulusLengthAndExponentSizesAreChecked) {
     P15RsaPrivateKey key{none<fs::PrKDF>()};
     key.setModulusLength(2048);
     key.setPublicExponent(mw::ByteBuffer{0x01, 0x00, 0x01});
-    EXPECT_EQ(failureOf([&] { key.setModulusLength(1000); }),
-              Failure("invalid modulus size", 1000));
-    EXPECT_EQ(failureOf([&] { key.setPublicExponent(mw::ByteBuffer(4)); }),
+    EXPECT_EQ(appError([&] { key.setModulusLength(1000); }), Failure("invalid modulus size", 1000));
+    EXPECT_EQ(appError([&] { key.setPublicExponent(mw::ByteBuffer(4)); }),
               Failure("invalid public exponent size", 4));
     EXPECT_EQ(key.getModulusLength(), 2048);
     EXPECT_EQ(key.getPublicExponent(), (mw::ByteBuffer{0x01, 0x00, 0x01}));
 
     P15RsaPublicKey publicKey{none<fs::PuKDF>()};
-    EXPECT_EQ(failureOf([&] { publicKey.setModulus(filled(255, 0x80, 0x00)); }),
+    EXPECT_EQ(appError([&] { publicKey.setModulus(filled(255, 0x80, 0x00)); }),
               Failure("invalid modulus size", 2040));
     publicKey.setModulusLength(1024);
     const auto entry = publicKey.encodePublicKeyType().publicRSAKeyValue;
@@ -212,7 +198,7 @@ TEST(RsaKeyModel, TheModulusLengthComesFromTheProductOfThePrimes) {
 
     // Top bits clear: the product has 1021 bits.
     const mw::ByteBuffer small = filled(64, 0x40, 0x01);
-    EXPECT_EQ(failureOf([&] { key.setCrtComponents(small, small, qInv, pInv, dq, dp); }),
+    EXPECT_EQ(appError([&] { key.setCrtComponents(small, small, qInv, pInv, dq, dp); }),
               Failure("invalid modulus size", 1021));
     EXPECT_EQ(key.getP(), p) << "nothing is stored from a refused set";
     EXPECT_EQ(key.getDp(), dp);
@@ -356,7 +342,7 @@ TEST(RsaKeyModel, KeyReferencesBeyondOneByteMakeTheEntryInvalid) {
             P15RsaPrivateKey key(none<fs::PrKDF>(), entry, encoding);
             EXPECT_EQ(key.getKeyReference().keyReference, 0xFF);
         } else {
-            EXPECT_EQ(failureOf([&] { P15RsaPrivateKey(none<fs::PrKDF>(), entry, encoding); }),
+            EXPECT_EQ(appError([&] { P15RsaPrivateKey(none<fs::PrKDF>(), entry, encoding); }),
                       Failure("key reference beyond one byte", reference));
         }
     }

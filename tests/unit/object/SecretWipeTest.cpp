@@ -1,12 +1,11 @@
-// The padded PIN values a PIN hands to the card and the CRT components a
-// private key holds are wiped before their memory goes back to the runtime.
+// The padded PIN values a PIN hands to the card are wiped before their memory
+// goes back to the runtime, right after the operation. The CRT components a
+// private key holds: KeySecrets.NoReleasedBlockHoldsACrtComponentOfAnImportedKey.
 #include "FreeHook.hpp"
 #include "UnconnectedChannel.hpp"
 #include "app/pkcs15/object/P15Pin.hpp"
-#include "app/pkcs15/object/P15RsaPrivateKey.hpp"
 #include "card/service/IPinManagementService.hpp"
 
-#include <algorithm>
 #include <boost/make_shared.hpp>
 #include <gtest/gtest.h>
 
@@ -72,23 +71,6 @@ TEST(PinWipe, PaddedValuesAreWipedAfterEveryOperation) {
     EXPECT_TRUE(freehook::releasedAsZeros()) << "change, new value";
     pinWatching(1)->change(channel, value, value);
     EXPECT_TRUE(freehook::releasedAsZeros()) << "change, old value";
-}
-
-TEST(RsaKeyWipe, EveryHeldCrtComponentIsReleasedAsZeros) {
-    mw::ByteBuffer prime(64);
-    std::fill(prime.begin(), prime.end(), 0xC1);
-    const mw::ByteBuffer other{0x05, 0x06};
-    for (int component = 0; component < 6; ++component) {
-        SCOPED_TRACE(component);
-        auto key = std::make_unique<app::pkcs15::object::P15RsaPrivateKey>(
-            boost::weak_ptr<const app::pkcs15::fs::PrKDF>());
-        key->setCrtComponents(prime, prime, other, other, other, other);
-        const mw::ByteBuffer* held[] = {&key->getP(),  &key->getQ(),    &key->getDp(),
-                                        &key->getDq(), &key->getPInv(), &key->getQInv()};
-        freehook::watch(const_cast<mw::ByteBuffer&>(*held[component]));
-        key.reset();
-        EXPECT_TRUE(freehook::releasedAsZeros());
-    }
 }
 
 } // namespace

@@ -12,12 +12,9 @@ namespace {
 oss::Bytes loadSample(const std::string& name) {
     std::ifstream file(std::string(P15_SAMPLES_DIR) + "/" + name);
     EXPECT_TRUE(file.good()) << name;
-    std::string line;
-    std::string digits;
+    std::string line, digits;
     while (std::getline(file, line)) {
-        if (!line.empty() && line[0] != '#') {
-            digits += line;
-        }
+        digits += line.rfind('#', 0) == 0 ? "" : line;
     }
     return hex(digits);
 }

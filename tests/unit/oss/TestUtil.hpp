@@ -1,16 +1,12 @@
 #ifndef TESTS_UNIT_OSS_TESTUTIL_HPP
 #define TESTS_UNIT_OSS_TESTUTIL_HPP
 
-#include "app/ApplicationException.hpp"
 #include "app/pkcs15/oss/Codec.hpp"
+#include "tests/support/AppErrors.hpp"
 
 #include <gtest/gtest.h>
 
-#include <boost/exception/get_error_info.hpp>
-
-#include <functional>
 #include <string>
-#include <utility>
 
 namespace oss = app::pkcs15::oss;
 
@@ -35,18 +31,8 @@ inline oss::Bytes hex(const std::string& text) {
     return bytes;
 }
 
-// The text and data (~0u when none) of the exception of type E that `call` throws.
-using Failure = std::pair<std::string, unsigned>;
-template <class E = app::ApplicationException> Failure appError(const std::function<void()>& call) {
-    try {
-        call();
-    } catch (const E& e) {
-        const char* const* text = boost::get_error_info<app::ErrorText>(e);
-        const unsigned* data = boost::get_error_info<app::ErrorData>(e);
-        return {text ? *text : "", data ? *data : ~0u};
-    }
-    return {"no exception", 0};
-}
+using p15test::appError;
+using p15test::Failure;
 
 // What a failed decode reported: its text and offset.
 template <class T> Failure decodeError(const oss::Bytes& input) {
