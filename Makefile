@@ -87,7 +87,7 @@ hostile: configure
 VALGRIND_TESTS ?= .
 valgrind: build
 	ctest --test-dir $(BUILD) --output-on-failure -R '$(VALGRIND_TESTS)' \
-	  -E 'pcsc|install|BufferWipe|PinWipe|RsaKeyWipe|NoReleasedBlock|reliability\.secrets' \
+	  -E 'pcsc|install|BufferWipe|PinWipe|NoReleasedBlock|reliability\.secrets' \
 	  --overwrite MemoryCheckCommand=$$(command -v valgrind) \
 	  --overwrite MemoryCheckCommandOptions='--error-exitcode=99 --leak-check=full --errors-for-leak-kinds=definite --track-origins=no' \
 	  -T memcheck
