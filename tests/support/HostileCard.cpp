@@ -49,11 +49,13 @@ void appendStatusWord(std::vector<unsigned char>& answer, std::uint16_t sw) {
 }
 
 // A card or application exception's message, marked "unclear" when it
-// carries neither a text nor a status word.
+// carries neither a text nor a status word. A PIN value the entry rules out
+// says which value and which rule, in its own fields.
 template <class Exception> std::string described(const char* name, const Exception& e) {
     const bool clear = boost::get_error_info<card::ErrorText>(e) ||
                        boost::get_error_info<card::StatusCode>(e) ||
-                       boost::get_error_info<app::ErrorText>(e);
+                       boost::get_error_info<app::ErrorText>(e) ||
+                       dynamic_cast<const app::object::InvalidPinException*>(&e);
     return std::string(clear ? "" : "unclear: ") + name + ": " + host::errorMessage(e);
 }
 
