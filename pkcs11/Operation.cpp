@@ -121,9 +121,9 @@ void Operation::takeKeySize(CK_ULONG bits) {
     }
 }
 
-const std::string& Operation::cardAlgorithm() const {
-    static const std::string rsaEncryption = "1.2.840.113549.1.1.1";
-    return mechanism_->padding == Padding::Pkcs1 ? rsaEncryption : algorithm_;
+std::string Operation::cardAlgorithm() const {
+    return mechanism_->padding == Padding::Pkcs1 ? mechanismFor(CKM_RSA_PKCS).algorithmOid
+                                                 : algorithm_;
 }
 
 // A result waiting for the caller's buffer may be a deciphered secret.

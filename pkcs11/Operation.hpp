@@ -47,7 +47,7 @@ public:
     bool multiPart() const { return *mechanism_->digestOid != '\0'; }
     // What the card is asked to perform: rsaEncryption of the module's
     // DigestInfo for PKCS#1 v1.5, else the algorithm with its hash.
-    const std::string& cardAlgorithm() const;
+    std::string cardAlgorithm() const;
 
     // A part of the message to sign or verify.
     void update(const Bytes& part);
