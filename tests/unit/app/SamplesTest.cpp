@@ -1,6 +1,7 @@
-// Directory files of real cards, put on the virtual card and read back
-// through the application and the host card layer: what they list, and that
-// what the application does not change stays in the file byte for byte.
+// Directory files of real cards: every entry decodes and re-encodes byte
+// for byte; put on the virtual card and read back through the application
+// and the host card layer, they list what their cards gave them, and what the
+// application does not change stays in the file byte for byte.
 #include "AppCard.hpp"
 
 #include "app/IAccessControlled.hpp"
@@ -15,6 +16,7 @@
 #include "app/pkcs15/fs/ODF.hpp"
 #include "app/pkcs15/object/P15Pin.hpp"
 #include "app/pkcs15/object/P15X509Certificate.hpp"
+#include "app/pkcs15/oss/Codec.hpp"
 #include "mw/Hex.hpp"
 
 #include <algorithm>
@@ -24,14 +26,38 @@
 
 namespace {
 
+namespace oss = app::pkcs15::oss;
+
 // The bytes of a sample file of tests/data/samples: hex lines, '#' comments.
 mw::ByteBuffer loadSample(const std::string& name) {
     std::ifstream file(std::string(P15_SAMPLES_DIR) + "/" + name);
+    EXPECT_TRUE(file.good()) << name;
     std::string line, hex;
     while (std::getline(file, line)) {
         hex += !line.empty() && line[0] != '#' ? line : "";
     }
     return mw::fromHex(hex);
+}
+
+// Every entry up to the 00/FF padding re-encodes as read; then only padding.
+template <class T> std::vector<T> walk(const mw::ByteBuffer& file) {
+    std::vector<T> entries;
+    std::size_t position = 0;
+    while (position < file.size() && file.get(position) != 0x00 && file.get(position) != 0xFF) {
+        SCOPED_TRACE("entry at " + std::to_string(position));
+        T entry;
+        const std::size_t used = oss::decode(file.data() + position, file.size() - position, entry);
+        EXPECT_EQ(mw::ByteBuffer(oss::encode(entry)), file.get(position, used));
+        entries.push_back(entry);
+        position += used;
+    }
+    for (; position < file.size(); ++position) {
+        EXPECT_TRUE(file.get(position) == 0x00 || file.get(position) == 0xFF) << position;
+    }
+    return entries;
+}
+template <class T> std::size_t walked(const mw::ByteBuffer& file) {
+    return walk<T>(file).size();
 }
 
 // Puts a sample in its file, 00 up to the file's end, with the user PIN;
@@ -58,12 +84,22 @@ template <class Kind> const Kind& as(const boost::shared_ptr<app::object::ICardO
 
 // One row per way a card writes its entries: paths with index and length,
 // long identifiers, absent or present names, keys without path or size.
+// A row without a file of the application is walked only.
 const struct {
     const char* file;
-    const mw::ByteBuffer& fileId;
+    std::size_t (*walk)(const mw::ByteBuffer&);
+    std::size_t entries;
+    const mw::ByteBuffer* fileId;
     std::function<void(const Application&, const card::IChannel&)> expect;
 } samples[] = {
-    {"es-accv-gyd-smartcafe_cdf.hex", cdfFile,
+    {"be-eid-virtual_odf.hex", walked<oss::PKCS15Objects>, 3, nullptr, {}},
+    {"aosp-gp-seac_odf.hex", walked<oss::PKCS15Objects>, 1, nullptr, {}},
+    {"es-accv-gyd-smartcafe_odf.hex", walked<oss::PKCS15Objects>, 5, nullptr, {}},
+    {"acos5-64_dir.hex", walked<oss::DIRRecord>, 1, nullptr, {}},
+    {"es-dnie-especimen_prkdf.hex", walked<oss::PrivateKeyType>, 2, nullptr, {}},
+    {"es-fnmt-tui_prkdf.hex", walked<oss::PrivateKeyType>, 1, nullptr, {}},
+    {"es-fnmt-tui_cdf.hex", walked<oss::CertificateType>, 1, nullptr, {}},
+    {"es-accv-gyd-smartcafe_cdf.hex", walked<oss::CertificateType>, 2, &cdfFile,
      [](const Application& application, const card::IChannel& channel) {
          const auto listed = application.getCertificates(channel);
          ASSERT_EQ(listed.size(), 2u);
@@ -76,7 +112,7 @@ const struct {
          EXPECT_FALSE(as<IX509Certificate>(listed[0]).getSubject());
          EXPECT_TRUE(as<IX509Certificate>(listed[0]).getIssuer());
      }},
-    {"es-dnie-especimen_cdf.hex", cdfFile,
+    {"es-dnie-especimen_cdf.hex", walked<oss::CertificateType>, 3, &cdfFile,
      [](const Application& application, const card::IChannel& channel) {
          const auto listed = application.getCertificates(channel);
          ASSERT_EQ(listed.size(), 3u);
@@ -85,7 +121,7 @@ const struct {
          EXPECT_EQ(last.getCertificateId().size(), 29u);
          EXPECT_TRUE(last.getSerialNumber() && last.getSubject() && last.getIssuer());
      }},
-    {"uy-eid-gemalto_cdf.hex", cdfFile,
+    {"uy-eid-gemalto_cdf.hex", walked<oss::CertificateType>, 1, &cdfFile,
      [](const Application& application, const card::IChannel& channel) {
          const auto listed = application.getCertificates(channel);
          ASSERT_EQ(listed.size(), 1u);
@@ -102,7 +138,7 @@ const struct {
                           "the value's file has access rules this application cannot express; "
                           "it cannot be replaced");
      }},
-    {"uy-eid-gemalto_dodf.hex", dodfFile,
+    {"uy-eid-gemalto_dodf.hex", walked<oss::DataType>, 2, &dodfFile,
      [](const Application& application, const card::IChannel& channel) {
          const auto listed = application.getDataObjects(channel);
          ASSERT_EQ(listed.size(), 2u);
@@ -112,12 +148,12 @@ const struct {
              EXPECT_FALSE(data->getApplicationOid());
          }
      }},
-    {"aosp-gp-seac_dodf.hex", dodfFile,
+    {"aosp-gp-seac_dodf.hex", walked<oss::DataType>, 1, &dodfFile,
      [](const Application& application, const card::IChannel& channel) {
          EXPECT_TRUE(application.getDataObjects(channel).empty())
              << "an OID data object is not listed";
      }},
-    {"sc-hsm-jpm_tokeninfo.hex", tokenInfoFile,
+    {"sc-hsm-jpm_tokeninfo.hex", walked<oss::TokenInfo>, 1, &tokenInfoFile,
      [](const Application& application, const card::IChannel& channel) {
          const auto info = application.getApplicationInfo(channel);
          EXPECT_EQ(info->getVersion(), 0);
@@ -129,7 +165,7 @@ const struct {
                           "serial number required but not found");
      }},
     // keyReference 82 in two octets, the key's path the DF.
-    {"be-eid-virtual_prkdf.hex", prkdfFile,
+    {"be-eid-virtual_prkdf.hex", walked<oss::PrivateKeyType>, 2, &prkdfFile,
      [](const Application& application, const card::IChannel& channel) {
          const auto keys = application.getPrivateKeys(channel);
          ASSERT_EQ(keys.size(), 2u);
@@ -142,7 +178,7 @@ const struct {
          EXPECT_EQ(keys[1]->getUsage(), IKey::NonRepudiation);
      }},
     // modulusLength 0, empty paths, usage bits with trailing zeros, a subject.
-    {"es-accv-gyd-smartcafe_prkdf.hex", prkdfFile,
+    {"es-accv-gyd-smartcafe_prkdf.hex", walked<oss::PrivateKeyType>, 2, &prkdfFile,
      [](const Application& application, const card::IChannel& channel) {
          const auto keys = application.getPrivateKeys(channel);
          ASSERT_EQ(keys.size(), 2u);
@@ -153,7 +189,7 @@ const struct {
          EXPECT_TRUE(as<IPrivateRSAKey>(keys[1]).getKeyValueReference().empty());
          EXPECT_TRUE(keys[1]->getSubjectName());
      }},
-    {"uy-eid-gemalto_pukdf.hex", pukdfFile,
+    {"uy-eid-gemalto_pukdf.hex", walked<oss::PublicKeyType>, 1, &pukdfFile,
      [](const Application& application, const card::IChannel& channel) {
          const auto& key = as<app::object::IPublicRSAKey>(application.getPublicKeys(channel).at(0));
          EXPECT_FALSE(key.getNative());
@@ -162,7 +198,7 @@ const struct {
          EXPECT_TRUE(key.getKeyValueReference().empty());
      }},
     // Flags of a non-DER encoding, a path to the PIN's DF.
-    {"acos5-64_aodf.hex", aodfFile,
+    {"acos5-64_aodf.hex", walked<oss::AuthenticationType>, 1, &aodfFile,
      [](const Application& application, const card::IChannel& channel) {
          const auto pin = support::pinAt(application, channel);
          EXPECT_EQ(pin->getFlags().value_or(0), 0x03) << "private, modifiable";
@@ -174,7 +210,7 @@ const struct {
          EXPECT_EQ(pin->getPath()->path, (mw::ByteBuffer{0x3F, 0x00, 0x41, 0x00}));
      }},
     // Rules under "always" and one of an ISO 7816-15 mode, which is not shown.
-    {"uy-eid-gemalto_aodf.hex", aodfFile,
+    {"uy-eid-gemalto_aodf.hex", walked<oss::AuthenticationType>, 2, &aodfFile,
      [](const Application& application, const card::IChannel& channel) {
          const auto user = support::pinAt(application, channel),
                     so = support::pinAt(application, channel, 1);
@@ -203,10 +239,18 @@ TEST(Samples, LoadWithTheAttributesTheirCardsGaveThem) {
     AppCard card;
     for (const auto& sample : samples) {
         SCOPED_TRACE(sample.file);
-        const mw::ByteBuffer before = put(card, sample.fileId, sample.file);
-        sample.expect(*card.open(), *card.channel);
-        EXPECT_EQ(card.readFile(sample.fileId), before);
+        EXPECT_EQ(sample.walk(loadSample(sample.file)), sample.entries);
+        if (sample.fileId != nullptr) {
+            const mw::ByteBuffer before = put(card, *sample.fileId, sample.file);
+            sample.expect(*card.open(), *card.channel);
+            EXPECT_EQ(card.readFile(*sample.fileId), before);
+        }
     }
+    EXPECT_EQ(walk<oss::DIRRecord>(loadSample("acos5-64_dir.hex")).at(0).path,
+              (oss::Bytes{0x3F, 0x00, 0x41, 0x00}));
+    EXPECT_EQ(
+        walk<oss::PKCS15Objects>(loadSample("aosp-gp-seac_odf.hex")).at(0).value.pathValue.path,
+        (oss::Bytes{0x52, 0x07}));
 }
 
 // A label changes in its entry alone: keyReference 82 in two octets, an

@@ -2,12 +2,9 @@
 
 namespace {
 
+// Layouts the samples (SamplesTest) do not show: each component of key
+// attributes, an all-default entry, a TokenInfo without its options.
 TEST(CodecTest, handCheckedPrimitiveLayouts) {
-    expectDer(oss::Path{hex("3F004401"), oss::Integer{0}, oss::Integer{0x1234}},
-              "300D 04043F004401 020100 80021234");
-    oss::ObjectValue pathValue;
-    pathValue.indirectValue.pathValue = oss::Path{hex("4401"), {}, {}};
-    expectDer(pathValue, "3004 04024401");
     // A 10-bit usage with only bit 0 set keeps all ten bits.
     oss::CommonKeyAttributes key{hex("01"), {hex("8000"), 10}, {}, {}, {}, {}, {}, {}};
     expectDer(key, "3008 040101 0303068000");
@@ -24,7 +21,6 @@ TEST(CodecTest, handCheckedPrimitiveLayouts) {
               "303E 040145 0303062000 010100 030203B8 02020081"
               " 180F32303234303130313030303030305A 800F32303330303130313030303030305A"
               " A107 020101 02020081");
-    expectDer(oss::CommonAuthenticationObjectAttributes{hex("AD11")}, "3004 0402AD11");
     expectDer(oss::CommonDataObjectAttributes{std::string("CSP"), hex("2A03")},
               "3009 0C03435350 06022A03");
     expectDer(oss::CommonObjectAttributes{}, "3000");
@@ -150,31 +146,16 @@ TEST(CodecTest, referencesWrittenInOneOctetAreUnsigned) {
               oss::Integer{-1});
 }
 
-// T61String label, unknown trailing components (in each SEQUENCE: see
-// OddComponentTest), key attributes bare in [0]: all kept in place.
+// The NULL subclass attributes of a certificate, what a card put there
+// instead, and unknown data objects of an EF(DIR) record are kept. (Unknown
+// components in each SEQUENCE: OddComponentTest.)
 TEST(CodecTest, componentsNotModelledAreKeptInTheirPlace) {
-    const std::string common = "300C 14034F6C64 030206C0 810105";
-    const std::string rest = "300C 040101 03020520 02010A A100"
-                             " A006 3000 9F200101"
-                             " A10F 300D 3004 04024B01 02020800 9F2100"
-                             " 9F2201AA";
-    const oss::Bytes entry = hex("3039" + common + rest);
-    oss::PrivateKeyType key = decodeAll<oss::PrivateKeyType>(entry);
-    EXPECT_EQ(key.privateRSAKeyValue.unknownComponents, oss::UnknownComponents{hex("9F2201AA")});
-    EXPECT_EQ(oss::encode(key), entry);
-
-    key.privateRSAKeyValue.commonObjectAttributes.label = "New";
-    EXPECT_EQ(oss::encode(key), hex("3039 300C 0C034E6577 030206C0 810105" + rest));
-
-    // The NULL subclass attributes of a certificate, and what a card put there instead.
     const oss::Bytes nullSubClass = hex("3015 3000 3003040101 A0020500 A108 3006 3004 04024301");
     const auto plain = decodeAll<oss::CertificateType>(nullSubClass);
     EXPECT_TRUE(plain.x509CertificateValue.subClassAttributes->components.empty());
     EXPECT_EQ(oss::encode(plain), nullSubClass);
     const oss::Bytes otherSubClass = hex("3016 3000 3003040101 A0039F2000 A108 3006 3004 04024301");
     EXPECT_EQ(oss::encode(decodeAll<oss::CertificateType>(otherSubClass)), otherSubClass);
-
-    // Unknown data objects of an EF(DIR) record are kept too.
     const oss::Bytes record = hex("6114 4F05A000000063 51025015 7301AA 500150 5F5000");
     EXPECT_EQ(oss::encode(decodeAll<oss::DIRRecord>(record)),
               hex("6114 4F05A000000063 500150 51025015 7301AA 5F5000"));
