@@ -152,11 +152,12 @@ protected:
 
 // Selects at each offset (milliseconds after the first selection) and
 // counts the selections that reached the card; without a waiting time each
-// one does.
+// one does. A failed selection does not count as one.
 TEST_F(WaitingTime, SparesTheCardReselectionsForAWaitingTimeAfterEachSelection) {
     const auto unthrottled = card_.open();
     unthrottled->select(*card_.channel);
     ASSERT_EQ(applicationSelects(card_), 2u);
+    const mw::ByteBuffer selectByAid = card_.recorder->sent(0xA4).front();
     card_.recorder->clear();
     const auto application =
         card_.open("[WaitingTime]\nReselect=5000\n[Objects]\nwipeForce=false\n");
@@ -170,12 +171,6 @@ TEST_F(WaitingTime, SparesTheCardReselectionsForAWaitingTimeAfterEachSelection) 
         application->select(*card_.channel);
         EXPECT_EQ(applicationSelects(card_), step.second) << "at +" << step.first << " ms";
     }
-}
-
-TEST_F(WaitingTime, FailedSelectLeavesTheApplicationUnselected) {
-    const auto application =
-        card_.open("[WaitingTime]\nReselect=5000\n[Objects]\nwipeForce=false\n");
-    const mw::ByteBuffer selectByAid = card_.recorder->sent(0xA4).front();
     card_.recorder->answer(selectByAid, 0x6A82);
     now_ += 6000;
     EXPECT_THROW(application->select(*card_.channel), card::CardException);
@@ -228,6 +223,8 @@ private:
 
 const char* const unbound = "no card channel: call this inside an operation that is given one";
 
+// A channel serves only the operation given it; scopes nest and unwind on
+// exceptions.
 TEST(ChannelBinding, AChannelServesOnlyTheOperationThatWasGivenIt) {
     AppCard card;
     const auto application = card.open();
@@ -240,22 +237,17 @@ TEST(ChannelBinding, AChannelServesOnlyTheOperationThatWasGivenIt) {
     }
     // Neither the select's channel nor the destroyed one may serve these.
     card.recorder->clear();
+    const auto& prkdf = *application->getODF()->getPrKDF();
+    const mw::ByteBuffer entry = rsaPrivateKeyEntry(0x81, bytes({0x0E, 0x01}));
     EXPECT_APP_ERROR(application->getFreeFileId(fs::CertificateFile), app::ApplicationException,
                      unbound);
     EXPECT_APP_ERROR(application->getFreeKeyReference(fs::RsaPrivateKey1024),
                      app::ApplicationException, unbound);
-    EXPECT_APP_ERROR(application->getODF()->getPrKDF()->updateEncodedAttributes(
-                         mw::ByteBuffer(), rsaPrivateKeyEntry(0x81, bytes({0x0E, 0x01}))),
+    EXPECT_APP_ERROR(prkdf.updateEncodedAttributes(mw::ByteBuffer(), entry),
                      app::ApplicationException, unbound);
     EXPECT_TRUE(card.recorder->sent(0xD6).empty());
-}
 
-TEST(ChannelBinding, ScopesNestAndUnwindOnExceptions) {
-    AppCard card;
     card.verifyPin(0x01, userPin);
-    const auto application = card.open();
-    const auto& prkdf = *application->getODF()->getPrKDF();
-    const mw::ByteBuffer entry = rsaPrivateKeyEntry(0x81, bytes({0x0E, 0x01}));
     CountingChannel inner(*card.recorder);
     {
         const P15Application::ChannelScope outerScope(*application, *card.channel);
