@@ -120,6 +120,9 @@ TEST(RsaEncryptionSignature, ComparesTheDataAsGiven) {
     const auto signature = verifier("1.2.840.113549.1.1.1");
     EXPECT_TRUE(verifies(*signature, digestInfo, good));
     EXPECT_FALSE(verifies(*signature, hash, good));
+    signature->update(hash.data(), hash.size()); // dropped by initVerify
+    signature->initVerify(*publicTestKey());
+    EXPECT_TRUE(verifies(*signature, digestInfo, good));
     // Data longer than any block of the key: false, and nothing kept of it.
     EXPECT_FALSE(verifies(*signature, Bytes(1000, 0xFF), good));
     EXPECT_TRUE(verifies(*signature, digestInfo, good));
