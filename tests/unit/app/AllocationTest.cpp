@@ -128,13 +128,9 @@ TEST_F(Allocation, KeyReferenceRequestsThatCannotBeMetFailBeforeTheCard) {
     const auto& prkdf = application_->getODF()->getPrKDF();
     for (unsigned short bits : {4096, 0, 1000}) {
         card_.recorder->clear();
-        try {
-            prkdf->getFreeKeyReference(*card_.channel, *card_.files(), bits);
-            ADD_FAILURE() << bits << " bits accepted";
-        } catch (const app::InvalidDataException& e) {
-            EXPECT_EQ(errorText(e), "invalid modulus size");
-            EXPECT_EQ(*boost::get_error_info<app::ErrorData>(e), bits);
-        }
+        EXPECT_EQ(p15test::appError<app::InvalidDataException>(
+                      [&] { prkdf->getFreeKeyReference(*card_.channel, *card_.files(), bits); }),
+                  p15test::Failure("invalid modulus size", bits));
         EXPECT_TRUE(card_.recorder->sent(0xB0).empty());
     }
     EXPECT_APP_ERROR(application_->getFreeKeyReference(fs::CertificateFile),
