@@ -167,8 +167,9 @@ mw::ByteBuffer filled(std::size_t size, unsigned char first, unsigned char rest)
     return bytes;
 }
 
-// Sizes outside 1024/1536/2048 bits and exponents other than three bytes are
-// refused with the size, and a refused setter changes nothing.
+// Sizes outside 1024/1536/2048 bits (set, or of the primes' product) and
+// exponents other than three bytes are refused with the size, and a refused
+// setter changes nothing.
 TEST(RsaKeyModel, ModulusLengthAndExponentSizesAreChecked) {
     P15RsaPrivateKey key{none<fs::PrKDF>()};
     key.setModulusLength(2048);
@@ -185,10 +186,8 @@ TEST(RsaKeyModel, ModulusLengthAndExponentSizesAreChecked) {
     publicKey.setModulusLength(1024);
     const auto entry = publicKey.encodePublicKeyType().publicRSAKeyValue;
     EXPECT_FALSE(entry.classAttributes.keyReference) << "a new entry has no key reference 0";
-}
 
-TEST(RsaKeyModel, TheModulusLengthComesFromTheProductOfThePrimes) {
-    P15RsaPrivateKey key{none<fs::PrKDF>()};
+    // The modulus length of an imported key comes from the product of the primes.
     const mw::ByteBuffer p = filled(64, 0xC0, 0x01), q = filled(64, 0xF0, 0x03);
     const mw::ByteBuffer dp{1}, dq{2}, pInv{3}, qInv{4};
     key.setCrtComponents(p, q, dp, dq, pInv, qInv);
