@@ -31,45 +31,36 @@ std::size_t applicationSelects(const AppCard& card) {
                          [](const mw::ByteBuffer& select) { return select.get(2) == 0x04; });
 }
 
-// Card and applet form alike: selected by AID first, down to the card status file last.
-TEST(GetApplications, HandsBackOneApplicationSelectedDownToTheCardStatusFile) {
-    for (bool appletForm : {false, true}) {
-        SCOPED_TRACE(appletForm);
-        AppCard card;
-        auto applet =
-            boost::make_shared<host::iso7816::Applet>(card.session, host::iso7816::pkcs15Aid());
-        const auto applications =
-            appletForm ? P15ApplicationPlugin().getApplications(card.card, applet, *card.channel)
-                       : P15ApplicationPlugin().getApplications(card.card, *card.channel);
-        ASSERT_EQ(applications.size(), 1u);
-        auto application = boost::dynamic_pointer_cast<P15Application>(applications[0]);
-        ASSERT_TRUE(application);
-        EXPECT_EQ(application->isAppletMode(), appletForm);
-        const std::vector<mw::ByteBuffer> selects = card.recorder->sent(0xA4);
-        EXPECT_EQ(selects.front().get(2), 0x04);
-        EXPECT_EQ(selects.back(), cardStatusSelect);
-    }
-}
-
-// Any success or more-data answer to the card status select finds the
-// application; "not found" to it or to the selection of the application
+// Card and applet form alike: selected by AID first, down to the card status
+// file last. Any success or more-data answer to the card status select finds
+// the application; "not found" to it or to the selection of the application
 // fails with the command and its status word, and nothing is selected after.
-TEST(GetApplications, ASelectThatFindsNothingFailsWithItsStatusWord) {
+TEST(GetApplications, HandsBackOneApplicationSelectedDownToTheCardStatusFile) {
     AppCard probe;
     probe.open();
     const mw::ByteBuffer selectByAid = probe.recorder->sent(0xA4).front();
-    const std::pair<mw::ByteBuffer, unsigned short> answers[] = {{cardStatusSelect, 0x9000},
-                                                                 {cardStatusSelect, 0x6100},
-                                                                 {cardStatusSelect, 0x9F10},
-                                                                 {cardStatusSelect, 0x6A82},
-                                                                 {selectByAid, 0x6A82}};
-    for (const auto& [command, sw] : answers) {
+    const std::tuple<mw::ByteBuffer, unsigned short, bool> answers[] = {
+        {cardStatusSelect, 0x9000, false}, {cardStatusSelect, 0x9000, true},
+        {cardStatusSelect, 0x6100, false}, {cardStatusSelect, 0x9F10, false},
+        {cardStatusSelect, 0x6A82, false}, {selectByAid, 0x6A82, false}};
+    for (const auto& [command, sw, appletForm] : answers) {
         SCOPED_TRACE(mw::toHex(command) + " answered " + std::to_string(sw));
         AppCard card;
         card.recorder->answer(command, sw);
+        auto applet =
+            boost::make_shared<host::iso7816::Applet>(card.session, host::iso7816::pkcs15Aid());
         try {
-            EXPECT_EQ(P15ApplicationPlugin().getApplications(card.card, *card.channel).size(), 1u);
+            const auto applications =
+                appletForm
+                    ? P15ApplicationPlugin().getApplications(card.card, applet, *card.channel)
+                    : P15ApplicationPlugin().getApplications(card.card, *card.channel);
             EXPECT_NE(sw, 0x6A82) << "a card without the file was accepted";
+            ASSERT_EQ(applications.size(), 1u);
+            auto application = boost::dynamic_pointer_cast<P15Application>(applications[0]);
+            ASSERT_TRUE(application);
+            EXPECT_EQ(application->isAppletMode(), appletForm);
+            EXPECT_EQ(card.recorder->sent(0xA4).front().get(2), 0x04);
+            EXPECT_EQ(card.recorder->sent(0xA4).back(), cardStatusSelect);
         } catch (const card::CardException& e) {
             EXPECT_EQ(sw, 0x6A82);
             EXPECT_STREQ(*boost::get_error_info<card::Command>(e), "Select");

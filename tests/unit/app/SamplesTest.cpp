@@ -172,7 +172,6 @@ const struct {
          EXPECT_EQ(info->getVersion(), 0);
          EXPECT_EQ(info->getLabel().value_or(""), "JPM-HSM");
          EXPECT_EQ(info->getTokenFlags(), app::object::IApplicationInfo::PrnGeneration);
-         EXPECT_FALSE(info->getSerialNumber());
          info->setLabel("JPM");
          EXPECT_APP_ERROR(application.writeCardObject(channel, *info), app::InvalidDataException,
                           "serial number required but not found");
@@ -214,7 +213,8 @@ const struct {
          EXPECT_EQ(key.getModulusLength(), 2048);
          EXPECT_TRUE(key.getKeyValueReference().empty());
      }},
-    // Flags of a non-DER encoding, a path to the PIN's DF.
+    // Flags of a non-DER encoding. (Fields the model passes through as the
+    // codec reads them, such as paths and dates: p15tool's Decode tests.)
     {"acos5-64_aodf.hex", walked<oss::AuthenticationType>, 1, &aodfFile,
      [](const Application& application, const card::IChannel& channel) {
          const auto pin = support::pinAt(application, channel);
@@ -223,8 +223,6 @@ const struct {
                    IPin::CaseSensitive | IPin::Local | IPin::Initialized | IPin::NeedsPadding);
          EXPECT_EQ(pin->getPinType(), IPin::AsciiNumeric);
          EXPECT_EQ(pin->getMaxLength().value_or(0), 8);
-         ASSERT_TRUE(pin->getPath());
-         EXPECT_EQ(pin->getPath()->path, (mw::ByteBuffer{0x3F, 0x00, 0x41, 0x00}));
      },
      pin(0), "User", "Usr2"},
     // Rules under "always" and one of an ISO 7816-15 mode, which is not shown.
@@ -239,7 +237,6 @@ const struct {
                    IPin::Initialized | IPin::NeedsPadding | IPin::ExchangeRefData);
          EXPECT_EQ(user->getMaxLength().value_or(0), 8) << "below the stored length 12, as given";
          EXPECT_EQ(user->getStoredLength(), 12);
-         EXPECT_EQ(user->getLastPinChange().value_or(""), "20131011133817Z");
          const auto& rules =
              dynamic_cast<const app::IAccessControlled&>(*user).getAccessControlRules();
          ASSERT_TRUE(rules && rules->size() == 2u);
