@@ -132,62 +132,49 @@ mw::ByteBuffer unknownEntry(std::size_t total) {
     return tlv(0x11, total - (total > 255 + 3 ? 4 : total > 127 + 2 ? 3 : 2), 0xA5);
 }
 
-struct Layout {
-    const char* name;
-    std::vector<std::size_t> entries; // lengths, in file order
-    unsigned char padding;
-    std::size_t shortReadCommands;    // READ BINARY commands, short APDUs only
-    std::size_t extendedReadCommands; // with extended length
-};
+// Per layout of entries and padding: READ BINARY commands with short APDUs
+// only and with extended length. The padding byte that ends the entries may
+// start the next chunk; without padding the last entry ends with the file.
+TEST(DirectoryRead, StopsAtTheEndOfTheEntries) {
+    const struct {
+        std::vector<std::size_t> entries; // lengths, in file order
+        unsigned char padding;
+        std::size_t shortReads, extendedReads;
+    } layouts[] = {{{100, 155}, 0x00, 1, 1},
+                   {{100, 156}, 0x00, 2, 2},
+                   {{200, 300}, 0xFF, 2, 2},
+                   {{1000}, 0x00, 4, 2},
+                   {{1024, 1024, 1024, 1024}, 0x00, 16, 4}};
+    for (const auto& layout : layouts) {
+        for (bool extended : {false, true}) {
+            SCOPED_TRACE(::testing::PrintToString(layout.entries) + (extended ? " extended" : ""));
+            AppCard card;
+            card.virtualCard->setExtendedLength(extended);
+            const auto application = card.open();
+            mw::ByteBuffer content;
+            for (std::size_t length : layout.entries) {
+                content.append(unknownEntry(length));
+            }
+            mw::ByteBuffer file(prkdfSize);
+            std::fill(file.begin(), file.end(), layout.padding);
+            std::copy(content.begin(), content.end(), file.begin());
+            card.verifyPin(0x01, userPin);
+            card.writeFile(prkdfFile, file);
 
-void PrintTo(const Layout& layout, std::ostream* out) {
-    *out << layout.name;
-}
-
-class DirectoryRead : public ::testing::TestWithParam<std::tuple<Layout, bool>> {};
-
-TEST_P(DirectoryRead, StopsAtTheEndOfTheEntries) {
-    const auto& [layout, extended] = GetParam();
-    AppCard card;
-    card.virtualCard->setExtendedLength(extended);
-    const auto application = card.open();
-    mw::ByteBuffer content;
-    for (std::size_t length : layout.entries) {
-        content.append(unknownEntry(length));
+            const auto& odf = application->getODF();
+            const auto& prkdf = odf->getPrKDF();
+            odf->getFileId(*card.channel, *card.files(), P15File::PrKDF);
+            card.recorder->clear();
+            EXPECT_EQ(prkdf->entries(*card.channel).size(), layout.entries.size());
+            EXPECT_EQ(prkdf->contentLength(*card.channel), content.size());
+            EXPECT_EQ(prkdf->fileSize(*card.channel), prkdfSize)
+                << "room checks need the file's size";
+            EXPECT_EQ(card.recorder->sent(0xB0).size(),
+                      extended ? layout.extendedReads : layout.shortReads);
+            EXPECT_EQ(card.recorder->sent(0xA4).size(), 1u);
+        }
     }
-    mw::ByteBuffer file(prkdfSize);
-    std::fill(file.begin(), file.end(), layout.padding);
-    std::copy(content.begin(), content.end(), file.begin());
-    card.verifyPin(0x01, userPin);
-    card.writeFile(prkdfFile, file);
-
-    const auto& odf = application->getODF();
-    const auto& prkdf = odf->getPrKDF();
-    odf->getFileId(*card.channel, *card.files(), P15File::PrKDF);
-    card.recorder->clear();
-    EXPECT_EQ(prkdf->entries(*card.channel).size(), layout.entries.size());
-    EXPECT_EQ(prkdf->contentLength(*card.channel), content.size());
-    EXPECT_EQ(prkdf->fileSize(*card.channel), prkdfSize) << "room checks need the file's size";
-    EXPECT_EQ(card.recorder->sent(0xB0).size(),
-              extended ? layout.extendedReadCommands : layout.shortReadCommands);
-    EXPECT_EQ(card.recorder->sent(0xA4).size(), 1u);
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Layouts, DirectoryRead,
-    ::testing::Combine(
-        ::testing::Values(Layout{"OneChunk", {100, 155}, 0x00, 1, 1},
-                          // The padding byte that ends the entries starts the next chunk.
-                          Layout{"EndsAtChunkEnd", {100, 156}, 0x00, 2, 2},
-                          Layout{"EntryAcrossChunks", {200, 300}, 0xFF, 2, 2},
-                          Layout{"LongEntryReadWhole", {1000}, 0x00, 4, 2},
-                          // No padding at all: the last entry ends with the file.
-                          Layout{"FullFile", {1024, 1024, 1024, 1024}, 0x00, 16, 4}),
-        ::testing::Bool()),
-    [](const auto& info) {
-        return std::string(std::get<0>(info.param).name) +
-               (std::get<1>(info.param) ? "Extended" : "Short");
-    });
 
 // Offset and data of an UPDATE BINARY command.
 std::pair<std::size_t, mw::ByteBuffer> updateOf(const mw::ByteBuffer& command) {
