@@ -132,7 +132,8 @@ TEST(NewPin, EncodesTheAttributesItHasAndNoRules) {
                     "access control rules of a pin cannot be written");
 }
 
-// Checked before anything is sent: the channel reaches no card.
+// Checked before anything is sent: the channel reaches no card. Values are
+// padded to the maximum length, longer ones cut.
 TEST(NewPin, OperationsNeedTheirAttributesAndSendNothingWithout) {
     const auto pin = newPin();
     const UnconnectedChannel noCard;
@@ -147,10 +148,8 @@ TEST(NewPin, OperationsNeedTheirAttributesAndSendNothingWithout) {
     }
     EXPECT_APP_TEXT(newPin()->deauthenticate(noCard), "Pin reference required but not found");
     EXPECT_APP_TEXT(newPin()->getPinInfo(noCard), "pinReference path required but not found");
-}
 
-TEST(NewPin, PadsToMaxLengthAndCutsLongerValues) {
-    const auto pin = newPin();
+    // Padded to the maximum length, longer values cut.
     pin->setMaxLength(4);
     pin->setPadChar(mw::ByteBuffer{0xFF});
     EXPECT_EQ(pin->pad(mw::ByteBuffer{'1', '2'}), (mw::ByteBuffer{'1', '2', 0xFF, 0xFF}));

@@ -80,7 +80,9 @@ TEST(CodecTest, realCardDeviationsDecode) {
 }
 
 // Lengths of 127 (short form 7F) and 128 (long form 81 80), inside and
-// around a SEQUENCE, are written minimally and read back.
+// around a SEQUENCE, are written minimally and read back. A UTF8String label
+// in DER (7F or 81 80) keeps no encoding of its own; one with a non-minimal
+// length (81 7F) is written back as the card wrote it.
 TEST(CodecTest, lengthsOnBothSidesOfTheShortForm) {
     for (const auto& [pathSize, header] : {std::pair{125, "307F 047D"},
                                            {126, "308180 047E"},
@@ -94,11 +96,6 @@ TEST(CodecTest, lengthsOnBothSidesOfTheShortForm) {
         EXPECT_EQ(oss::encode(value), der);
         EXPECT_TRUE(decodeAll<oss::Path>(der) == value);
     }
-}
-
-// A UTF8String label in DER (7F or 81 80) keeps no encoding of its own; one
-// with a non-minimal length (81 7F) is written back as the card wrote it.
-TEST(CodecTest, onlyNonMinimalLabelLengthsAreKept) {
     for (const auto& [size, length, kept] :
          {std::tuple{127, "7F", false}, {128, "8180", false}, {127, "817F", true}}) {
         SCOPED_TRACE(length);
