@@ -137,21 +137,13 @@ struct On {
         certificate->setValue(support::certificateFile("small.der"));
         app.writeCardObject(ch(), *certificate);
     }
-    // Data objects of 300 bytes without rules, one per label.
-    void writeDataObjects(std::initializer_list<const char*> labels = {"Data"}) const {
-        for (const char* label : labels) {
-            const auto data = app.createDataObject(app::object::IDataObject::OpaqueDataObject, {});
-            data->setLabel(label);
-            data->setApplicationName("p15kit test");
-            data->setValue(mw::ByteBuffer(std::vector<unsigned char>(300, 0xA5)));
-            app.writeCardObject(ch(), *data);
-        }
-    }
-    // The object at `index` of `listed`, relabelled with `label`.
-    template <class Listed>
-    void relabel(const Listed& listed, std::size_t index, const char* label) const {
-        listed.at(index)->setLabel(label);
-        app.writeCardObject(ch(), *listed.at(index));
+    // A data object of 300 bytes without rules.
+    void writeDataObject() const {
+        const auto data = app.createDataObject(app::object::IDataObject::OpaqueDataObject, {});
+        data->setLabel("Data");
+        data->setApplicationName("p15kit test");
+        data->setValue(mw::ByteBuffer(std::vector<unsigned char>(300, 0xA5)));
+        app.writeCardObject(ch(), *data);
     }
     boost::shared_ptr<app::object::IPin> pin() const { return support::pinAt(app, ch()); }
 };
@@ -166,21 +158,14 @@ struct Operation {
     const char* cuts;
     std::function<void(On)> prepare; // before the fault is armed: logins and the like
     std::function<void(On)> write;
-    bool shortApdus = false;
 };
 
 using support::ascii;
-const char* const longer = "A label longer than the one before";
 const auto verify = [](On on) { on.verify(); };
 const auto withCertificate = [](On on) {
     on.verify();
     on.writeCertificate();
 };
-const auto withThreeDataObjects = [](On on) {
-    on.verify();
-    on.writeDataObjects({"First", "Second", "Third"});
-};
-
 const Operation operations[] = {
     {"change PIN", std::nullopt, ".. .. .. .. ..", nullptr,
      [](On on) { on.pin()->change(on.ch(), ascii(support::userPin), ascii("654321")); }},
@@ -190,7 +175,11 @@ const Operation operations[] = {
      },
      [](On on) { on.pin()->unblock(on.ch(), ascii(support::puk)); }},
     {"relabel key", Damage{"3F00/5015/4400", "private keys", {}}, ".. .. .D", verify,
-     [](On on) { on.relabel(on.app.getPrivateKeys(on.ch()), 0, longer); }},
+     [](On on) {
+         const auto key = on.app.getPrivateKeys(on.ch()).at(0);
+         key->setLabel("A label longer than the one before");
+         on.app.writeCardObject(on.ch(), *key);
+     }},
     {"import key pair", std::nullopt, ".. .. .. .. .. .. .. .. .. .. .. .. FF FF .. .. .. .. .. ..",
      verify, [](On on) { support::importKeyPair(on.app, on.ch(), "Second key"); }},
     {"generate key pair",
@@ -209,7 +198,7 @@ const Operation operations[] = {
     {"wipe", std::nullopt, ".. .. .. .. .. .. .. .. .. .. .. .. .. ..",
      [](On on) {
          withCertificate(on);
-         on.writeDataObjects();
+         on.writeDataObject();
      },
      [](On on) { on.app.wipe(on.ch()); }},
     {"write certificate", Damage{nullptr, "certificates", valueMissing},
@@ -224,12 +213,12 @@ const Operation operations[] = {
     {"delete certificate", std::nullopt, ".. .. .. ..", withCertificate,
      [](On on) { on.app.deleteCardObject(on.ch(), *on.app.getCertificates(on.ch()).at(0)); }},
     {"write data object", Damage{nullptr, "data objects", valueMissing},
-     ".. .. .. .. .. .. .. .. .. .. .. AA AA FF", verify, [](On on) { on.writeDataObjects(); }},
+     ".. .. .. .. .. .. .. .. .. .. .. AA AA FF", verify, [](On on) { on.writeDataObject(); }},
     {"replace data object", Damage{"3F00/5015/4407", "data objects", valueMissingOrOld},
      ".. .D AA AA BB FF",
      [](On on) {
          on.verify();
-         on.writeDataObjects();
+         on.writeDataObject();
      },
      [](On on) {
          const auto listed = on.app.getDataObjects(on.ch()).at(0);
@@ -237,13 +226,6 @@ const Operation operations[] = {
          listed->setValue(mw::ByteBuffer(std::vector<unsigned char>(200, 0x5A)));
          on.app.writeCardObject(on.ch(), *listed);
      }},
-    // Entries with others after them, on a card that takes short APDUs only.
-    {"delete the first of three data objects", std::nullopt, ".. .. .. ..", withThreeDataObjects,
-     [](On on) { on.app.deleteCardObject(on.ch(), *on.app.getDataObjects(on.ch()).at(0)); }, true},
-    {"relabel the middle of three data objects", std::nullopt, ".. .. .. ..", withThreeDataObjects,
-     [](On on) { on.relabel(on.app.getDataObjects(on.ch()), 1, longer); }, true},
-    {"relabel the first of three data objects, shorter", std::nullopt, ".. .. .. ..",
-     withThreeDataObjects, [](On on) { on.relabel(on.app.getDataObjects(on.ch()), 0, "1"); }},
     {"token label", Damage{"3F00/5015/5032", "token info", {}}, ".. .. .D", verify,
      [](On on) {
          const auto info = on.app.getApplicationInfo(on.ch());
@@ -259,7 +241,6 @@ struct Start {
     boost::shared_ptr<Application> application;
 
     explicit Start(const Operation& operation) {
-        card.virtualCard->setExtendedLength(!operation.shortApdus);
         application = card.open();
         if (operation.prepare) {
             operation.prepare(On{card, *application});

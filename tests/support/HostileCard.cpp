@@ -93,51 +93,37 @@ void readValue(const app::pkcs15::P15Application& application, const card::IChan
     }
 }
 
-const std::string sha256WithRsa = "1.2.840.113549.1.1.11";
-const std::string rsaEncryption = "1.2.840.113549.1.1.1";
-
-struct KeyPair {
-    boost::shared_ptr<app::object::IPrivateKey> privateKey;
-    boost::shared_ptr<app::object::IPublicKey> publicKey;
-};
-
-// The first key pair listed, its public key read; empty when there is none.
-KeyPair firstKeyPair(const app::pkcs15::P15Application& app, const card::IChannel& channel) {
-    KeyPair pair{first(app.getPrivateKeys(channel)), first(app.getPublicKeys(channel))};
-    if (!pair.privateKey || !pair.publicKey) {
-        return {};
-    }
-    app.readCardObject(channel, *pair.publicKey);
-    return pair;
-}
-
-// A signature on the card, checked in software.
-void signAndVerify(const app::pkcs15::P15Application& app, const card::IChannel& channel) {
-    const KeyPair pair = firstKeyPair(app, channel);
-    if (!pair.privateKey) {
+// The first key pair listed, its public key read: a signature made on the
+// card and checked in software, or a text enciphered in software and
+// deciphered on the card.
+void useFirstKeyPair(const app::pkcs15::P15Application& app, const card::IChannel& channel,
+                     bool sign) {
+    const auto privateKey = first(app.getPrivateKeys(channel));
+    const auto publicKey = first(app.getPublicKeys(channel));
+    if (!privateKey || !publicKey) {
         return;
     }
+    app.readCardObject(channel, *publicKey);
     const mw::ByteBuffer data = support::ascii("hostile");
-    const auto signer = app.getSignature(sha256WithRsa);
-    signer->init(channel, app::crypto::ISignature::Sign, *pair.privateKey);
-    const mw::ByteBuffer signature = signer->sign(channel, data);
-    const auto verifier = app.getSignature(sha256WithRsa);
-    verifier->init(channel, app::crypto::ISignature::Verify, *pair.publicKey);
-    verifier->verify(channel, data, signature);
-}
-
-// Enciphered in software, deciphered on the card.
-void encipherAndDecipher(const app::pkcs15::P15Application& app, const card::IChannel& channel) {
-    const KeyPair pair = firstKeyPair(app, channel);
-    if (!pair.privateKey) {
-        return;
+    using app::crypto::ICipher;
+    using app::crypto::ISignature;
+    if (sign) {
+        const std::string sha256WithRsa = "1.2.840.113549.1.1.11";
+        const auto signer = app.getSignature(sha256WithRsa);
+        signer->init(channel, ISignature::Sign, *privateKey);
+        const mw::ByteBuffer signature = signer->sign(channel, data);
+        const auto verifier = app.getSignature(sha256WithRsa);
+        verifier->init(channel, ISignature::Verify, *publicKey);
+        verifier->verify(channel, data, signature);
+    } else {
+        const std::string rsaEncryption = "1.2.840.113549.1.1.1";
+        const auto encipher = app.getCipher(rsaEncryption);
+        encipher->init(channel, ICipher::Encipher, *publicKey);
+        const mw::ByteBuffer enciphered = encipher->encipher(channel, data);
+        const auto decipher = app.getCipher(rsaEncryption);
+        decipher->init(channel, ICipher::Decipher, *privateKey);
+        decipher->decipher(channel, enciphered);
     }
-    const auto encipher = app.getCipher(rsaEncryption);
-    encipher->init(channel, app::crypto::ICipher::Encipher, *pair.publicKey);
-    const mw::ByteBuffer enciphered = encipher->encipher(channel, support::ascii("hostile"));
-    const auto decipher = app.getCipher(rsaEncryption);
-    decipher->init(channel, app::crypto::ICipher::Decipher, *pair.privateKey);
-    decipher->decipher(channel, enciphered);
 }
 
 void runOnApplication(Outcome& outcome, const app::pkcs15::P15Application& app,
@@ -152,8 +138,8 @@ void runOnApplication(Outcome& outcome, const app::pkcs15::P15Application& app,
             pin->authenticate(channel, support::ascii(support::userPin));
         }
     });
-    attempt(outcome, "sign and verify", [&] { signAndVerify(app, channel); });
-    attempt(outcome, "encipher and decipher", [&] { encipherAndDecipher(app, channel); });
+    attempt(outcome, "sign and verify", [&] { useFirstKeyPair(app, channel, true); });
+    attempt(outcome, "encipher and decipher", [&] { useFirstKeyPair(app, channel, false); });
     attempt(outcome, "random", [&] { app.getRandom()->generate(channel, 16); });
     attempt(outcome, "relabel", [&] {
         if (const auto key = first(app.getPrivateKeys(channel))) {
