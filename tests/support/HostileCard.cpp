@@ -18,6 +18,7 @@
 #include <boost/exception/get_error_info.hpp>
 #include <boost/make_shared.hpp>
 #include <functional>
+#include <stdexcept>
 
 namespace hostile {
 
@@ -159,6 +160,102 @@ void runOnApplication(Outcome& outcome, const app::pkcs15::P15Application& app,
     });
 }
 
+// Forwards every command to an honest card and spoils some of its answers.
+class HostileTransport : public card::ICardTransport {
+public:
+    static constexpr std::size_t commandLimit = 5000;
+
+    HostileTransport(std::unique_ptr<card::ICardTransport> honest, Choices& choices)
+        : honest_(std::move(honest))
+        , choices_(choices)
+        , spoilOneIn_(1u << choices.below(9)) {}
+
+    mw::ByteBuffer getAtr() const override { return honest_->getAtr(); }
+    boost::shared_ptr<mw::ByteBuffer> transmit(const card::Apdu& command) const override {
+        if (++commands_ > commandLimit) {
+            throw std::logic_error("more than " + std::to_string(commandLimit) +
+                                   " commands in one case: the card layer keeps asking");
+        }
+        const boost::shared_ptr<mw::ByteBuffer> answer = honest_->transmit(command);
+        return choices_.below(spoilOneIn_) != 0 ? answer : spoil(answer);
+    }
+    void beginTransaction() const override {}
+    void endTransaction() const override {}
+    std::size_t commands() const { return commands_; }
+
+private:
+    using Answer = std::vector<unsigned char>;
+
+    boost::shared_ptr<mw::ByteBuffer> spoil(const boost::shared_ptr<mw::ByteBuffer>& honest) const {
+        Answer answer;
+        if (honest) {
+            answer.assign(honest->begin(), honest->end());
+        }
+        const std::size_t size = answer.size();
+        const std::size_t dataSize = size < 2 ? 0 : size - 2;
+        switch (static_cast<Spoil>(choices_.below(static_cast<std::uint32_t>(Spoil::Count)))) {
+        case Spoil::Truncate:
+            answer.resize(choices_.below(static_cast<std::uint32_t>(size)));
+            break;
+        case Spoil::StatusWordOnly:
+            answer.clear();
+            appendStatusWord(answer, statusWord());
+            break;
+        case Spoil::OtherStatusWord:
+            answer.resize(dataSize);
+            appendStatusWord(answer, statusWord());
+            break;
+        case Spoil::RandomAnswer:
+            answer.clear();
+            appendRandom(answer, choices_.below(600));
+            break;
+        case Spoil::Oversized:
+            answer.resize(dataSize);
+            appendRandom(answer, 0x10000 + choices_.below(0x100));
+            appendStatusWord(answer, 0x9000);
+            break;
+        case Spoil::FlipBit:
+            if (dataSize > 0) {
+                answer[choices_.below(static_cast<std::uint32_t>(dataSize))] ^=
+                    static_cast<unsigned char>(1u << choices_.below(8));
+            }
+            break;
+        case Spoil::NoAnswer:
+            return nullptr;
+        case Spoil::ExtraData: {
+            Answer extra;
+            appendRandom(extra, 1 + choices_.below(300));
+            answer.insert(answer.begin() + static_cast<std::ptrdiff_t>(dataSize), extra.begin(),
+                          extra.end());
+            break;
+        }
+        case Spoil::MoreDataWaiting:
+            answer.resize(dataSize);
+            appendStatusWord(answer, static_cast<std::uint16_t>(0x6100 | choices_.below(256)));
+            break;
+        case Spoil::Count:
+            break;
+        }
+        return boost::make_shared<mw::ByteBuffer>(answer);
+    }
+    void appendRandom(Answer& out, std::size_t count) const {
+        for (std::size_t i = 0; i < count; ++i) {
+            out.push_back(static_cast<unsigned char>(choices_.below(256)));
+        }
+    }
+    std::uint16_t statusWord() const {
+        constexpr auto notable = sizeof notableStatusWords / sizeof notableStatusWords[0];
+        const std::uint32_t pick = choices_.below(notable + 1);
+        return pick < notable ? notableStatusWords[pick]
+                              : static_cast<std::uint16_t>(choices_.below(0x10000));
+    }
+
+    std::unique_ptr<card::ICardTransport> honest_;
+    Choices& choices_;
+    std::uint32_t spoilOneIn_;
+    mutable std::size_t commands_ = 0;
+};
+
 } // namespace
 
 void readEverything(const app::pkcs15::P15Application& application, const card::IChannel& channel,
@@ -193,100 +290,12 @@ void readEverything(const app::pkcs15::P15Application& application, const card::
     });
 }
 
-std::uint32_t SeededChoices::below(std::uint32_t bound) {
-    return bound == 0 ? 0 : static_cast<std::uint32_t>(engine_() % bound);
-}
-
 std::uint32_t InputChoices::below(std::uint32_t bound) {
     std::uint32_t value = 0;
     for (std::uint64_t range = 1; range < bound && position_ < size_; range <<= 8) {
         value = value << 8 | data_[position_++];
     }
     return bound == 0 ? 0 : value % bound;
-}
-
-HostileTransport::HostileTransport(std::unique_ptr<card::ICardTransport> honest, Choices& choices)
-    : honest_(std::move(honest))
-    , choices_(choices)
-    , spoilOneIn_(1u << choices.below(9)) {}
-
-boost::shared_ptr<mw::ByteBuffer> HostileTransport::transmit(const card::Apdu& command) const {
-    if (++commands_ > commandLimit) {
-        throw Runaway("more than " + std::to_string(commandLimit) +
-                      " commands in one case: the card layer keeps asking");
-    }
-    const boost::shared_ptr<mw::ByteBuffer> answer = honest_->transmit(command);
-    if (choices_.below(spoilOneIn_) != 0) {
-        return answer;
-    }
-    return spoil(answer);
-}
-
-boost::shared_ptr<mw::ByteBuffer>
-HostileTransport::spoil(const boost::shared_ptr<mw::ByteBuffer>& honest) const {
-    Answer answer;
-    if (honest) {
-        answer.assign(honest->begin(), honest->end());
-    }
-    const std::size_t size = answer.size();
-    const std::size_t dataSize = size < 2 ? 0 : size - 2;
-    switch (static_cast<Spoil>(choices_.below(static_cast<std::uint32_t>(Spoil::Count)))) {
-    case Spoil::Truncate:
-        answer.resize(choices_.below(static_cast<std::uint32_t>(size)));
-        break;
-    case Spoil::StatusWordOnly:
-        answer.clear();
-        appendStatusWord(answer, statusWord());
-        break;
-    case Spoil::OtherStatusWord:
-        answer.resize(dataSize);
-        appendStatusWord(answer, statusWord());
-        break;
-    case Spoil::RandomAnswer:
-        answer.clear();
-        appendRandom(answer, choices_.below(600));
-        break;
-    case Spoil::Oversized:
-        answer.resize(dataSize);
-        appendRandom(answer, 0x10000 + choices_.below(0x100));
-        appendStatusWord(answer, 0x9000);
-        break;
-    case Spoil::FlipBit:
-        if (dataSize > 0) {
-            answer[choices_.below(static_cast<std::uint32_t>(dataSize))] ^=
-                static_cast<unsigned char>(1u << choices_.below(8));
-        }
-        break;
-    case Spoil::NoAnswer:
-        return nullptr;
-    case Spoil::ExtraData: {
-        Answer extra;
-        appendRandom(extra, 1 + choices_.below(300));
-        answer.insert(answer.begin() + static_cast<std::ptrdiff_t>(dataSize), extra.begin(),
-                      extra.end());
-        break;
-    }
-    case Spoil::MoreDataWaiting:
-        answer.resize(dataSize);
-        appendStatusWord(answer, static_cast<std::uint16_t>(0x6100 | choices_.below(256)));
-        break;
-    case Spoil::Count:
-        break;
-    }
-    return boost::make_shared<mw::ByteBuffer>(answer);
-}
-
-void HostileTransport::appendRandom(Answer& out, std::size_t count) const {
-    for (std::size_t i = 0; i < count; ++i) {
-        out.push_back(static_cast<unsigned char>(choices_.below(256)));
-    }
-}
-
-std::uint16_t HostileTransport::statusWord() const {
-    constexpr auto notable = sizeof notableStatusWords / sizeof notableStatusWords[0];
-    const std::uint32_t pick = choices_.below(notable + 1);
-    return pick < notable ? notableStatusWords[pick]
-                          : static_cast<std::uint16_t>(choices_.below(0x10000));
 }
 
 Outcome runWorkload(const support::AppOnCard& card) {
