@@ -105,8 +105,7 @@ INSTANTIATE_TEST_SUITE_P(Table, EveryAlgorithm,
                                          "1.2.840.113549.1.1.4"));
 
 // Enciphering and verifying need no card: they work on a channel to none.
-// Random bytes come from the card, GET CHALLENGE of 256 and of 44 bytes.
-TEST_F(Engines, TheSoftwareEnciphersTheCardDeciphersAndDrawsRandomBytes) {
+TEST_F(Engines, TheSoftwareEnciphersAndTheCardDeciphers) {
     const UnconnectedChannel noCard;
     const auto cipher = card_->application->getCipher(rsaEncryption);
     EXPECT_EQ(cipher->getAlgorithm(), rsaEncryption);
@@ -123,7 +122,10 @@ TEST_F(Engines, TheSoftwareEnciphersTheCardDeciphersAndDrawsRandomBytes) {
     const auto verifier = card_->application->getSignature(sha256WithRsa);
     verifier->init(noCard, ISignature::Verify, *key1024_.publicKey);
     EXPECT_TRUE(verifier->verify(noCard, data, signature));
+}
 
+// GET CHALLENGE of 256 and of 44 bytes.
+TEST_F(Engines, RandomBytesComeFromTheCard) {
     const auto random = card_->application->getRandom();
     mw::ByteBuffer bytes;
     EXPECT_EQ(card_->commandsOf([&] { bytes = random->generate(*card_->channel, 300); }), 2u);
