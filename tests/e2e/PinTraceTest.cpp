@@ -4,12 +4,12 @@
 
 #include "app/object/IPin.hpp"
 #include "card/CardException.hpp"
+#include "mw/Hex.hpp"
 #include "vcard/Personalise.hpp"
 
 #include <cstdlib>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <sstream>
 #include <unistd.h>
 
 namespace {
@@ -18,14 +18,6 @@ const std::string tracePath = "/tmp/p15-pin-trace-" + std::to_string(getpid()) +
 const bool tracing = setenv("P15_TRACE", tracePath.c_str(), 1) == 0;
 
 using support::ascii;
-
-std::string hex(const std::string& value) {
-    std::ostringstream out;
-    for (unsigned char c : value) {
-        out << std::hex << std::uppercase << static_cast<int>(c);
-    }
-    return out.str();
-}
 
 TEST(PinTrace, NamesThePinOperationsButNeverTheirValues) {
     ASSERT_TRUE(tracing);
@@ -45,7 +37,7 @@ TEST(PinTrace, NamesThePinOperationsButNeverTheirValues) {
     EXPECT_NE(trace.find("P15Pin::change"), std::string::npos);
     for (const std::string& secret : secrets) {
         EXPECT_EQ(trace.find(secret), std::string::npos) << secret;
-        EXPECT_EQ(trace.find(hex(secret)), std::string::npos) << hex(secret);
+        EXPECT_EQ(trace.find(mw::toHex(ascii(secret))), std::string::npos) << secret;
     }
     std::remove(tracePath.c_str());
 }

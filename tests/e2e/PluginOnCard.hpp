@@ -1,83 +1,93 @@
 #ifndef TESTS_E2E_PLUGINONCARD_HPP
 #define TESTS_E2E_PLUGINONCARD_HPP
 
+// The plugin loaded as a host loads it (libp15app.so through QueryPlugin),
+// on an in-process virtual card reached through the host card layer.
+#include "AppErrors.hpp"
+#include "AppOnCard.hpp"
 #include "CardFixture.hpp"
 
 #include "app/IApplication.hpp"
-#include "app/object/ICardObjectFactory.hpp"
-#include "app/object/ICardObjectRepository.hpp"
+#include "app/crypto/IKeyPairGenerator.hpp"
+#include "app/crypto/ISignature.hpp"
 #include "host/iso7816/Tlv.hpp"
 #include "host/loader/PluginLoader.hpp"
+#include "vcard/Personalise.hpp"
 #include "vcard/VirtualCard.hpp"
 
-#include <gtest/gtest.h>
-#include <memory>
+namespace e2e {
 
-namespace hosttest {
+inline const std::string rsaEncryption = "1.2.840.113549.1.1.1";
+inline const std::string sha256WithRsa = "1.2.840.113549.1.1.11";
 
-// The plugin loaded as a host loads it, on the card of CardTest with the
-// user PIN verified, and the card's files as the host card layer reads them.
-class PluginOnCard : public CardTest {
-protected:
-    void SetUp() override {
-        CardTest::SetUp();
-        if (IsSkipped()) {
-            return;
-        }
-        if (startsVerified()) {
-            verifyUserPin();
+class PluginCard : public support::AppOnCard {
+    host::PluginLoader loader_; // outlives what the plugin handed out
+
+public:
+    explicit PluginCard(const vcard::Personalisation& options = {}, bool verified = true)
+        : AppOnCard(vcard::personalise(options))
+        , loader_(P15APP_PATH, hosttest::NoConfiguration()) {
+        if (verified) {
+            verifyUserPin(*open());
         }
         reopen();
     }
 
-    virtual bool startsVerified() const { return true; }
-
-    // The application as a host gets it from the plugin, anew: nothing
-    // cached from before.
+    // The application anew, as the plugin hands it to a host: nothing cached.
     void reopen() {
-        if (!loader_) {
-            loader_ = std::make_unique<host::PluginLoader>(P15APP_PATH, NoConfiguration());
-        }
-        const auto application = loader_->getApplications(card_, *channel_).at(0);
-        application_ = boost::dynamic_pointer_cast<app::object::ICardObjectRepository>(application);
-        factory_ = boost::dynamic_pointer_cast<app::object::ICardObjectFactory>(application);
-        ASSERT_TRUE(application_ && factory_);
+        application = loader_.getApplications(card, *channel).at(0);
+        repository = boost::dynamic_pointer_cast<app::object::ICardObjectRepository>(application);
+        factory = boost::dynamic_pointer_cast<app::object::ICardObjectFactory>(application);
     }
 
-    std::uint64_t commands() const { return virtualCard_->instrumentation().counters().commands; }
+    std::uint64_t commands() const { return virtualCard->instrumentation().counters().commands; }
     template <class Operation> std::uint64_t commandsOf(Operation operation) const {
         const std::uint64_t before = commands();
         operation();
         return commands() - before;
     }
-    mw::ByteBuffer fileContent(const mw::ByteBuffer& id) const {
-        files()->select(*channel_, id);
-        return files()->read(*channel_, 0, 0);
-    }
     bool exists(const mw::ByteBuffer& id) const {
         try {
-            files()->select(*channel_, id);
+            files()->select(*channel, id);
             return true;
         } catch (const card::CardException&) {
             return false;
         }
     }
-
+    // Puts `content` at the start of the file, as another program would.
+    void put(const mw::ByteBuffer& id, const mw::ByteBuffer& content) const {
+        files()->select(*channel, id);
+        files()->update(*channel, 0, content);
+    }
     // The DER value (a directory entry) at the start of `bytes`.
     static mw::ByteBuffer firstEntry(const mw::ByteBuffer& bytes) {
         return bytes.get(0, host::iso7816::TlvReader(bytes).next().end());
     }
-    // Puts `content` at the start of the file, as another program would.
-    void put(const mw::ByteBuffer& id, const mw::ByteBuffer& content) const {
-        files()->select(*channel_, id);
-        files()->update(*channel_, 0, content);
+
+    support::RsaKeyPair generate(std::uint16_t bits, const std::string& label) const {
+        const support::RsaKeyPair pair = support::newKeyPair(*factory, label, bits, bits);
+        application->getKeyPairGenerator(rsaEncryption)
+            ->generate(*channel, pair.privateKey, pair.publicKey);
+        return pair;
+    }
+    mw::ByteBuffer sign(const std::string& oid, const support::RsaKeyPair& key,
+                        const mw::ByteBuffer& data) const {
+        const auto engine = application->getSignature(oid);
+        engine->init(*channel, app::crypto::ISignature::Sign, *key.privateKey);
+        return engine->sign(*channel, data);
+    }
+    bool verify(const std::string& oid, const support::RsaKeyPair& key, const mw::ByteBuffer& data,
+                const mw::ByteBuffer& signature) const {
+        const auto engine = application->getSignature(oid);
+        engine->init(*channel, app::crypto::ISignature::Verify, *key.publicKey);
+        return engine->verify(*channel, data, signature);
     }
 
-    std::unique_ptr<host::PluginLoader> loader_;
-    boost::shared_ptr<app::object::ICardObjectRepository> application_;
-    boost::shared_ptr<app::object::ICardObjectFactory> factory_;
+    boost::shared_ptr<app::IApplication> application;
+    boost::shared_ptr<app::object::ICardObjectRepository> repository;
+    boost::shared_ptr<app::object::ICardObjectFactory> factory;
 };
 
-} // namespace hosttest
+} // namespace e2e
 
 #endif

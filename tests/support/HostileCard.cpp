@@ -18,6 +18,7 @@
 #include <boost/exception/get_error_info.hpp>
 #include <boost/make_shared.hpp>
 #include <functional>
+#include <stdexcept>
 
 namespace hostile {
 
@@ -93,51 +94,37 @@ void readValue(const app::pkcs15::P15Application& application, const card::IChan
     }
 }
 
-const std::string sha256WithRsa = "1.2.840.113549.1.1.11";
-const std::string rsaEncryption = "1.2.840.113549.1.1.1";
-
-struct KeyPair {
-    boost::shared_ptr<app::object::IPrivateKey> privateKey;
-    boost::shared_ptr<app::object::IPublicKey> publicKey;
-};
-
-// The first key pair listed, its public key read; empty when there is none.
-KeyPair firstKeyPair(const app::pkcs15::P15Application& app, const card::IChannel& channel) {
-    KeyPair pair{first(app.getPrivateKeys(channel)), first(app.getPublicKeys(channel))};
-    if (!pair.privateKey || !pair.publicKey) {
-        return {};
-    }
-    app.readCardObject(channel, *pair.publicKey);
-    return pair;
-}
-
-// A signature on the card, checked in software.
-void signAndVerify(const app::pkcs15::P15Application& app, const card::IChannel& channel) {
-    const KeyPair pair = firstKeyPair(app, channel);
-    if (!pair.privateKey) {
+// The first key pair listed, its public key read: a signature made on the
+// card and checked in software, or a text enciphered in software and
+// deciphered on the card.
+void useFirstKeyPair(const app::pkcs15::P15Application& app, const card::IChannel& channel,
+                     bool sign) {
+    const auto privateKey = first(app.getPrivateKeys(channel));
+    const auto publicKey = first(app.getPublicKeys(channel));
+    if (!privateKey || !publicKey) {
         return;
     }
+    app.readCardObject(channel, *publicKey);
     const mw::ByteBuffer data = support::ascii("hostile");
-    const auto signer = app.getSignature(sha256WithRsa);
-    signer->init(channel, app::crypto::ISignature::Sign, *pair.privateKey);
-    const mw::ByteBuffer signature = signer->sign(channel, data);
-    const auto verifier = app.getSignature(sha256WithRsa);
-    verifier->init(channel, app::crypto::ISignature::Verify, *pair.publicKey);
-    verifier->verify(channel, data, signature);
-}
-
-// Enciphered in software, deciphered on the card.
-void encipherAndDecipher(const app::pkcs15::P15Application& app, const card::IChannel& channel) {
-    const KeyPair pair = firstKeyPair(app, channel);
-    if (!pair.privateKey) {
-        return;
+    using app::crypto::ICipher;
+    using app::crypto::ISignature;
+    if (sign) {
+        const std::string sha256WithRsa = "1.2.840.113549.1.1.11";
+        const auto signer = app.getSignature(sha256WithRsa);
+        signer->init(channel, ISignature::Sign, *privateKey);
+        const mw::ByteBuffer signature = signer->sign(channel, data);
+        const auto verifier = app.getSignature(sha256WithRsa);
+        verifier->init(channel, ISignature::Verify, *publicKey);
+        verifier->verify(channel, data, signature);
+    } else {
+        const std::string rsaEncryption = "1.2.840.113549.1.1.1";
+        const auto encipher = app.getCipher(rsaEncryption);
+        encipher->init(channel, ICipher::Encipher, *publicKey);
+        const mw::ByteBuffer enciphered = encipher->encipher(channel, data);
+        const auto decipher = app.getCipher(rsaEncryption);
+        decipher->init(channel, ICipher::Decipher, *privateKey);
+        decipher->decipher(channel, enciphered);
     }
-    const auto encipher = app.getCipher(rsaEncryption);
-    encipher->init(channel, app::crypto::ICipher::Encipher, *pair.publicKey);
-    const mw::ByteBuffer enciphered = encipher->encipher(channel, support::ascii("hostile"));
-    const auto decipher = app.getCipher(rsaEncryption);
-    decipher->init(channel, app::crypto::ICipher::Decipher, *pair.privateKey);
-    decipher->decipher(channel, enciphered);
 }
 
 void runOnApplication(Outcome& outcome, const app::pkcs15::P15Application& app,
@@ -152,8 +139,8 @@ void runOnApplication(Outcome& outcome, const app::pkcs15::P15Application& app,
             pin->authenticate(channel, support::ascii(support::userPin));
         }
     });
-    attempt(outcome, "sign and verify", [&] { signAndVerify(app, channel); });
-    attempt(outcome, "encipher and decipher", [&] { encipherAndDecipher(app, channel); });
+    attempt(outcome, "sign and verify", [&] { useFirstKeyPair(app, channel, true); });
+    attempt(outcome, "encipher and decipher", [&] { useFirstKeyPair(app, channel, false); });
     attempt(outcome, "random", [&] { app.getRandom()->generate(channel, 16); });
     attempt(outcome, "relabel", [&] {
         if (const auto key = first(app.getPrivateKeys(channel))) {
@@ -172,6 +159,102 @@ void runOnApplication(Outcome& outcome, const app::pkcs15::P15Application& app,
         }
     });
 }
+
+// Forwards every command to an honest card and spoils some of its answers.
+class HostileTransport : public card::ICardTransport {
+public:
+    static constexpr std::size_t commandLimit = 5000;
+
+    HostileTransport(std::unique_ptr<card::ICardTransport> honest, Choices& choices)
+        : honest_(std::move(honest))
+        , choices_(choices)
+        , spoilOneIn_(1u << choices.below(9)) {}
+
+    mw::ByteBuffer getAtr() const override { return honest_->getAtr(); }
+    boost::shared_ptr<mw::ByteBuffer> transmit(const card::Apdu& command) const override {
+        if (++commands_ > commandLimit) {
+            throw std::logic_error("more than " + std::to_string(commandLimit) +
+                                   " commands in one case: the card layer keeps asking");
+        }
+        const boost::shared_ptr<mw::ByteBuffer> answer = honest_->transmit(command);
+        return choices_.below(spoilOneIn_) != 0 ? answer : spoil(answer);
+    }
+    void beginTransaction() const override {}
+    void endTransaction() const override {}
+    std::size_t commands() const { return commands_; }
+
+private:
+    using Answer = std::vector<unsigned char>;
+
+    boost::shared_ptr<mw::ByteBuffer> spoil(const boost::shared_ptr<mw::ByteBuffer>& honest) const {
+        Answer answer;
+        if (honest) {
+            answer.assign(honest->begin(), honest->end());
+        }
+        const std::size_t size = answer.size();
+        const std::size_t dataSize = size < 2 ? 0 : size - 2;
+        switch (static_cast<Spoil>(choices_.below(static_cast<std::uint32_t>(Spoil::Count)))) {
+        case Spoil::Truncate:
+            answer.resize(choices_.below(static_cast<std::uint32_t>(size)));
+            break;
+        case Spoil::StatusWordOnly:
+            answer.clear();
+            appendStatusWord(answer, statusWord());
+            break;
+        case Spoil::OtherStatusWord:
+            answer.resize(dataSize);
+            appendStatusWord(answer, statusWord());
+            break;
+        case Spoil::RandomAnswer:
+            answer.clear();
+            appendRandom(answer, choices_.below(600));
+            break;
+        case Spoil::Oversized:
+            answer.resize(dataSize);
+            appendRandom(answer, 0x10000 + choices_.below(0x100));
+            appendStatusWord(answer, 0x9000);
+            break;
+        case Spoil::FlipBit:
+            if (dataSize > 0) {
+                answer[choices_.below(static_cast<std::uint32_t>(dataSize))] ^=
+                    static_cast<unsigned char>(1u << choices_.below(8));
+            }
+            break;
+        case Spoil::NoAnswer:
+            return nullptr;
+        case Spoil::ExtraData: {
+            Answer extra;
+            appendRandom(extra, 1 + choices_.below(300));
+            answer.insert(answer.begin() + static_cast<std::ptrdiff_t>(dataSize), extra.begin(),
+                          extra.end());
+            break;
+        }
+        case Spoil::MoreDataWaiting:
+            answer.resize(dataSize);
+            appendStatusWord(answer, static_cast<std::uint16_t>(0x6100 | choices_.below(256)));
+            break;
+        case Spoil::Count:
+            break;
+        }
+        return boost::make_shared<mw::ByteBuffer>(answer);
+    }
+    void appendRandom(Answer& out, std::size_t count) const {
+        for (std::size_t i = 0; i < count; ++i) {
+            out.push_back(static_cast<unsigned char>(choices_.below(256)));
+        }
+    }
+    std::uint16_t statusWord() const {
+        constexpr auto notable = sizeof notableStatusWords / sizeof notableStatusWords[0];
+        const std::uint32_t pick = choices_.below(notable + 1);
+        return pick < notable ? notableStatusWords[pick]
+                              : static_cast<std::uint16_t>(choices_.below(0x10000));
+    }
+
+    std::unique_ptr<card::ICardTransport> honest_;
+    Choices& choices_;
+    std::uint32_t spoilOneIn_;
+    mutable std::size_t commands_ = 0;
+};
 
 } // namespace
 
@@ -207,100 +290,12 @@ void readEverything(const app::pkcs15::P15Application& application, const card::
     });
 }
 
-std::uint32_t SeededChoices::below(std::uint32_t bound) {
-    return bound == 0 ? 0 : static_cast<std::uint32_t>(engine_() % bound);
-}
-
 std::uint32_t InputChoices::below(std::uint32_t bound) {
     std::uint32_t value = 0;
     for (std::uint64_t range = 1; range < bound && position_ < size_; range <<= 8) {
         value = value << 8 | data_[position_++];
     }
     return bound == 0 ? 0 : value % bound;
-}
-
-HostileTransport::HostileTransport(std::unique_ptr<card::ICardTransport> honest, Choices& choices)
-    : honest_(std::move(honest))
-    , choices_(choices)
-    , spoilOneIn_(1u << choices.below(9)) {}
-
-boost::shared_ptr<mw::ByteBuffer> HostileTransport::transmit(const card::Apdu& command) const {
-    if (++commands_ > commandLimit) {
-        throw Runaway("more than " + std::to_string(commandLimit) +
-                      " commands in one case: the card layer keeps asking");
-    }
-    const boost::shared_ptr<mw::ByteBuffer> answer = honest_->transmit(command);
-    if (choices_.below(spoilOneIn_) != 0) {
-        return answer;
-    }
-    return spoil(answer);
-}
-
-boost::shared_ptr<mw::ByteBuffer>
-HostileTransport::spoil(const boost::shared_ptr<mw::ByteBuffer>& honest) const {
-    Answer answer;
-    if (honest) {
-        answer.assign(honest->begin(), honest->end());
-    }
-    const std::size_t size = answer.size();
-    const std::size_t dataSize = size < 2 ? 0 : size - 2;
-    switch (static_cast<Spoil>(choices_.below(static_cast<std::uint32_t>(Spoil::Count)))) {
-    case Spoil::Truncate:
-        answer.resize(choices_.below(static_cast<std::uint32_t>(size)));
-        break;
-    case Spoil::StatusWordOnly:
-        answer.clear();
-        appendStatusWord(answer, statusWord());
-        break;
-    case Spoil::OtherStatusWord:
-        answer.resize(dataSize);
-        appendStatusWord(answer, statusWord());
-        break;
-    case Spoil::RandomAnswer:
-        answer.clear();
-        appendRandom(answer, choices_.below(600));
-        break;
-    case Spoil::Oversized:
-        answer.resize(dataSize);
-        appendRandom(answer, 0x10000 + choices_.below(0x100));
-        appendStatusWord(answer, 0x9000);
-        break;
-    case Spoil::FlipBit:
-        if (dataSize > 0) {
-            answer[choices_.below(static_cast<std::uint32_t>(dataSize))] ^=
-                static_cast<unsigned char>(1u << choices_.below(8));
-        }
-        break;
-    case Spoil::NoAnswer:
-        return nullptr;
-    case Spoil::ExtraData: {
-        Answer extra;
-        appendRandom(extra, 1 + choices_.below(300));
-        answer.insert(answer.begin() + static_cast<std::ptrdiff_t>(dataSize), extra.begin(),
-                      extra.end());
-        break;
-    }
-    case Spoil::MoreDataWaiting:
-        answer.resize(dataSize);
-        appendStatusWord(answer, static_cast<std::uint16_t>(0x6100 | choices_.below(256)));
-        break;
-    case Spoil::Count:
-        break;
-    }
-    return boost::make_shared<mw::ByteBuffer>(answer);
-}
-
-void HostileTransport::appendRandom(Answer& out, std::size_t count) const {
-    for (std::size_t i = 0; i < count; ++i) {
-        out.push_back(static_cast<unsigned char>(choices_.below(256)));
-    }
-}
-
-std::uint16_t HostileTransport::statusWord() const {
-    constexpr auto notable = sizeof notableStatusWords / sizeof notableStatusWords[0];
-    const std::uint32_t pick = choices_.below(notable + 1);
-    return pick < notable ? notableStatusWords[pick]
-                          : static_cast<std::uint16_t>(choices_.below(0x10000));
 }
 
 Outcome runWorkload(const support::AppOnCard& card) {

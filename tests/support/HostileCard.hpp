@@ -13,7 +13,6 @@
 #include <functional>
 #include <memory>
 #include <random>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -39,7 +38,9 @@ class SeededChoices : public Choices {
 public:
     explicit SeededChoices(std::uint64_t seed)
         : engine_(seed) {}
-    std::uint32_t below(std::uint32_t bound) override;
+    std::uint32_t below(std::uint32_t bound) override {
+        return bound == 0 ? 0 : static_cast<std::uint32_t>(engine_() % bound);
+    }
 
 private:
     std::mt19937_64 engine_;
@@ -58,42 +59,6 @@ private:
     const std::uint8_t* data_;
     std::size_t size_;
     std::size_t position_ = 0;
-};
-
-// The card layer kept sending commands long after any operation of the
-// workload needs: a hang in the making. Not a card exception, so that no
-// caller can swallow it.
-class Runaway : public std::logic_error {
-public:
-    using std::logic_error::logic_error;
-};
-
-// Forwards every command to an honest card and spoils about one answer in
-// `spoilOneIn`, a power of two from 1 to 256 chosen per case.
-class HostileTransport : public card::ICardTransport {
-public:
-    static constexpr std::size_t commandLimit = 5000;
-
-    HostileTransport(std::unique_ptr<card::ICardTransport> honest, Choices& choices);
-
-    mw::ByteBuffer getAtr() const override { return honest_->getAtr(); }
-    boost::shared_ptr<mw::ByteBuffer> transmit(const card::Apdu& command) const override;
-    void beginTransaction() const override {}
-    void endTransaction() const override {}
-
-    std::size_t commands() const { return commands_; }
-
-private:
-    using Answer = std::vector<unsigned char>;
-
-    boost::shared_ptr<mw::ByteBuffer> spoil(const boost::shared_ptr<mw::ByteBuffer>& answer) const;
-    void appendRandom(Answer& out, std::size_t count) const;
-    std::uint16_t statusWord() const;
-
-    std::unique_ptr<card::ICardTransport> honest_;
-    Choices& choices_;
-    std::uint32_t spoilOneIn_;
-    mutable std::size_t commands_ = 0;
 };
 
 // What one case did: the commands sent and the message of every operation
@@ -120,8 +85,11 @@ void readEverything(const app::pkcs15::P15Application& application, const card::
 // else escapes.
 Outcome runWorkload(const support::AppOnCard& card);
 
-// runWorkload, behind a hostile transport, on a fresh copy of the card that
-// support::cardWithKeyImage() holds.
+// runWorkload on a fresh copy of the card that support::cardWithKeyImage()
+// holds, behind a transport that spoils about one answer in a power of two
+// from 1 to 256 chosen per case. More than 5000 commands in one case (a hang
+// in the making) throw a std::logic_error, which no caller can swallow as a
+// card exception.
 Outcome runCase(Choices& choices);
 
 } // namespace hostile
