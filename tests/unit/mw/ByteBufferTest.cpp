@@ -18,20 +18,6 @@ struct Counted {
 int Counted::alive = 0;
 } // namespace
 
-// An empty buffer holds no block; growth is zero-filled (the wipe tests
-// check what each operation keeps of the old contents).
-TEST(ByteBuffer, EmptyBuffersHoldNoBlockAndGrowthIsZeroFilled) {
-    EXPECT_EQ(ByteBuffer(0).data(), nullptr);
-    ByteBuffer buffer{1, 2, 3};
-    buffer.resize(5);
-    EXPECT_EQ(buffer, (ByteBuffer{1, 2, 3, 0, 0}));
-    buffer.resize(0);
-    EXPECT_EQ(buffer.data(), nullptr);
-    buffer.append(nullptr, 0);
-    EXPECT_EQ(buffer.data(), nullptr);
-    EXPECT_NE((ByteBuffer{1, 2}), (ByteBuffer{1, 2, 0}));
-}
-
 TEST(ByteBuffer, AccessChecksTheIndexAndOffsetPlusLength) {
     const ByteBuffer buffer{1, 2, 3, 4};
     try {

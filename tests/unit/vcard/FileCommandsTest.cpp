@@ -187,55 +187,37 @@ std::size_t filesIn(const CardFile& root) {
     return count;
 }
 
-// The card refuses with 6A84 where the image loader's limits lie: what it built still loads.
-class CardLimitsTest : public FileCommands {
-protected:
-    void SetUp() override {
+// The card refuses with 6A84 where the image loader's limits lie, and what it built still loads:
+// DFs down to depth 16, 4096 files of any size (the MF included), 256 key files; memory runs out
+// before either.
+TEST_F(FileCommands, CardLimitsAreTheImageLoadersAndWhatTheCardBuiltLoads) {
+    /// On a fresh card, creates files of these FCP tags in DF02 (at depth 2, open to the user PIN),
+    /// or each in the last when nested, until the card refuses; how many it took.
+    const auto untilFull = [this](const std::string& tags, bool nested = false) {
+        card = VirtualCard::personalised();
         logIn();
-        ASSERT_EQ(sw("00A4000C 02 DF02"), 0x9000); // at depth 2, open to the user PIN
-    }
-    void TearDown() override {
-        EXPECT_NO_THROW(CardImage::parse(CardImage::serialise(card->state()), "the built card"));
-    }
-    /// Creates files of these FCP tags in DF02 until the card refuses (6A84); how many it took.
-    std::size_t createUntilFull(const std::string& tags) {
-        for (std::size_t created = 0;; ++created) {
-            EXPECT_EQ(sw("00A4000C 02 DF02"), 0x9000);
-            const std::uint16_t status =
-                sw(createFile(tags + " 8302" + hex16(0xC000 + created), "A0029000"));
+        std::size_t created = 0;
+        for (std::uint16_t status = 0x9000;; ++created) {
+            if (!nested || created == 0) {
+                EXPECT_EQ(sw("00A4000C 02 DF02"), 0x9000);
+            }
+            status = sw(createFile(tags + " 8302" + hex16(0xC000 + created),
+                                   nested ? "A103880101" : "A0029000"));
             if (status != 0x9000) {
                 EXPECT_EQ(status, 0x6A84);
-                return created;
+                break;
             }
         }
-    }
-    void freshCard() {
-        TearDown();
-        card = VirtualCard::personalised();
-        SetUp();
-    }
-};
-
-TEST_F(CardLimitsTest, NestingStopsAtTheLoadersDepth) {
-    int level = 3;
-    for (; level < 20; ++level) {
-        const std::uint16_t status =
-            sw(createFile("820138 8302" + hex16(0xD000 + level), "A103880101"));
-        if (status != 0x9000)
-            break;
-    }
-    EXPECT_EQ(level, 17); // DFs down to depth 16, then 6A84
-    EXPECT_EQ(sw(createFile("80020001 820101 8302E001", "A0029000")), 0x6A84);
-}
-
-// 4096 files of any size, the MF included; 256 key files; memory runs out before either.
-TEST_F(CardLimitsTest, FilesKeyFilesAndMemoryAreCounted) {
-    const std::size_t before = filesIn(card->state().files.mf());
-    EXPECT_EQ(before + createUntilFull("80020000 820101"), 4096u);
-    freshCard();
-    EXPECT_EQ(createUntilFull("80020400 820111"), 256u);
-    freshCard();
-    EXPECT_LT(createUntilFull("80027FFF 820101"), 100u);
+        EXPECT_NO_THROW(CardImage::parse(CardImage::serialise(card->state()), "the built card"));
+        return created;
+    };
+    EXPECT_EQ(untilFull("820138", true), 14u);
+    EXPECT_EQ(sw(createFile("80020001 820101 8302E001", "A0029000")), 0x6A84); // nor an EF
+    EXPECT_EQ(untilFull("80020000 820101") +
+                  filesIn(VirtualCard::personalised()->state().files.mf()),
+              4096u);
+    EXPECT_EQ(untilFull("80020400 820111"), 256u);
+    EXPECT_LT(untilFull("80027FFF 820101"), 100u);
 }
 
 } // namespace

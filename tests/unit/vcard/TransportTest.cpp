@@ -1,11 +1,17 @@
-// Transport rules: malformed APDUs, CLA/INS, chaining, GET RESPONSE, lengths, power, faults.
+// Transport rules (malformed APDUs, CLA/INS, chaining, GET RESPONSE, lengths, power, faults);
+// VERIFY, CHANGE REFERENCE DATA and RESET RETRY COUNTER with their retry counters; the two profiles
+// side by side, one command sequence and the answer each profile gives.
 
 #include "CardTestSupport.hpp"
+#include "FreeHook.hpp"
+
+#include "vcard/CardImage.hpp"
 
 namespace vcard::test {
 namespace {
 
 using Transport = CardTest;
+using PinCommands = CardTest;
 
 // Malformed commands get a status word and leave the card working; random commands are the
 // vcard_apdu fuzz target's.
@@ -71,42 +77,135 @@ TEST_F(Transport, PowerAndExtendedLengths) {
     EXPECT_EQ(sw("00A40800 02 5015"), 0x9000);
 }
 
-// Counters count both ways; an injected fault hits exactly the Nth command (of one INS).
-TEST_F(Transport, InstrumentationCountsAndHitsExactlyTheNthCommand) {
-    auto& instrumentation = card->instrumentation();
-    instrumentation.resetCounters();
-    send("00A4000C");   // 4 in, 2 out
-    send("0084000008"); // 5 in, 10 out
-    const auto& counters = instrumentation.counters();
-    EXPECT_EQ((std::vector<std::uint64_t>{counters.commands, counters.responses, counters.bytesIn,
-                                          counters.bytesOut}),
-              (std::vector<std::uint64_t>{2, 2, 9, 12}));
-    instrumentation.injectFault(2, Instrumentation::Fault::StatusWord);
-    EXPECT_EQ(sw("00A4000C"), 0x9000);
-    EXPECT_EQ(sw("00A4000C"), 0x6F00);
-    EXPECT_EQ(sw("00A4000C"), 0x9000);
-
-    // Aimed at one instruction: the SELECTs in between neither count nor get it.
-    instrumentation.injectStatusWord(0x84, 0x6C08, 2);
-    EXPECT_EQ(sw("0084000008"), 0x9000);
-    EXPECT_EQ(sw("00A4000C"), 0x9000);
-    EXPECT_EQ(sw("0084000008"), 0x6C08);
-    EXPECT_EQ(sw("0084000008"), 0x9000);
-
-    instrumentation.injectFault(1, Instrumentation::Fault::CardRemoved);
-    EXPECT_THROW(send("00A4000C"), CardRemoved);
-    EXPECT_FALSE(card->isPoweredOn());
+// VERIFY without data tells the status and costs no try; refusals of form cost none either.
+// Blocking after the last try: PinCommands.APinBlocksAfterItsTriesAndThePukFreesIt (p15tool).
+TEST_F(PinCommands, VerifyStatusAndRefusals) {
+    EXPECT_EQ(sw(apdu(0, 0x20, 0, 1, hex("313233343536"))), 0x6700); // not padded
+    EXPECT_EQ(sw(apdu(0, 0x20, 1, 1, paddedPin("123456"))), 0x6A86);
+    EXPECT_EQ(sw(apdu(0, 0x20, 0xFF, 1, paddedPin("123456"))), 0x6700);
+    EXPECT_EQ(pinStatus(*card, 1), 0x63C3);
+    EXPECT_EQ(verify(*card, 1, "123456"), 0x9000);
+    EXPECT_EQ(pinStatus(*card, 1), 0x9000);
+    EXPECT_EQ(verify(*card, 1, "000000"), 0x63C2);
+    EXPECT_EQ(pinStatus(*card, 1), 0x63C2); // a wrong value also unverifies
+    for (const char* unknown : {"00200009 08 3132333435363738", "00200009", "0020FF09"})
+        EXPECT_EQ(sw(unknown), 0x6A88) << unknown;
 }
 
-TEST_F(Transport, TornWriteAppliesOnlyPartOfTheUpdate) {
-    logIn();
-    ASSERT_EQ(sw("00A40200 02 4407"), 0x9000);
-    card->instrumentation().injectFault(1, Instrumentation::Fault::TornWrite, 3);
-    EXPECT_THROW(send(apdu(0, 0xD6, 0, 0, Bytes(8, 0xAB))), CardRemoved);
-    card->reset();
-    selectApplication();
-    ASSERT_EQ(sw("00A40200 02 4407"), 0x9000);
-    EXPECT_EQ(dataOf(send("00B0000008")), hex("ABABAB0000000000"));
+// CHANGE REFERENCE DATA checks the old value (and verifies the PIN: the right old value gives
+// the try back); RESET RETRY COUNTER gives the tries back and verifies the PUK, a blocked PUK
+// blocks it, the SO PIN has none. A blocked PIN freed (p15tool):
+// PinCommands.APinBlocksAfterItsTriesAndThePukFreesIt; new values at work (pkcs11):
+// ModuleTest.WrongPinsShowInTheFlagsUntilThePukSetsANewOne and
+// SetPinNeedsAReadWriteSessionAndTheOldValue.
+TEST_F(PinCommands, ChangeAndResetRetryCounter) {
+    EXPECT_EQ(sw(apdu(0, 0x24, 0, 1, paddedPin("123456"))), 0x6700);
+    EXPECT_EQ(sw(apdu(0, 0x24, 1, 1, paddedPin("123456"))), 0x6A86);
+    EXPECT_EQ(sw(apdu(0, 0x24, 0, 1, concat(paddedPin("000000"), paddedPin("4321")))), 0x63C2);
+    EXPECT_EQ(sw(apdu(0, 0x24, 0, 1, concat(paddedPin("123456"), paddedPin("4321")))), 0x9000);
+    EXPECT_EQ(pinStatus(*card, 1), 0x9000);
+    EXPECT_EQ(sw("0020FF01"), 0x9000);
+    EXPECT_EQ(pinStatus(*card, 1), 0x63C3);
+
+    EXPECT_EQ(verify(*card, 1, "000000"), 0x63C2);
+    EXPECT_EQ(sw(apdu(0, 0x2C, 1, 1, paddedPin("12345678"))), 0x9000);
+    EXPECT_EQ(pinStatus(*card, 1), 0x63C3);
+    EXPECT_EQ(pinStatus(*card, 2), 0x9000);                            // the PUK verified
+    EXPECT_EQ(sw(apdu(0, 0x2C, 0, 1, paddedPin("12345678"))), 0x6700); // new value missing
+    EXPECT_EQ(sw(apdu(0, 0x2C, 1, 3, paddedPin("12345678"))), 0x6985); // SO PIN: no PUK
+    EXPECT_EQ(sw(apdu(0, 0x2C, 2, 1, paddedPin("12345678"))), 0x6A86);
+    for (int i = 0; i < 5; ++i)
+        sw(apdu(0, 0x2C, 1, 1, paddedPin("00000000")));
+    EXPECT_EQ(pinStatus(*card, 2), 0x6983);
+    EXPECT_EQ(sw(apdu(0, 0x2C, 1, 1, paddedPin("12345678"))), 0x6983);
+}
+
+// The PIN of VERIFY, the old value of CHANGE REFERENCE DATA and the PUK of RESET RETRY COUNTER
+// are wiped before their memory is released, whether the value was right or wrong.
+TEST_F(PinCommands, NoReleasedBlockHoldsAPinValueOfACommand) {
+    const struct {
+        const char* what;
+        Bytes command;
+        std::string secret;
+    } rows[] = {
+        {"VERIFY", apdu(0, 0x20, 0, 1, paddedPin("123456")), "123456\xFF\xFF"},
+        {"wrong VERIFY", apdu(0, 0x20, 0, 1, paddedPin("654321")), "654321\xFF\xFF"},
+        {"CHANGE, old", apdu(0, 0x24, 0, 1, concat(paddedPin("123456"), paddedPin("2468"))),
+         "123456\xFF\xFF"},
+        {"wrong CHANGE, old", apdu(0, 0x24, 0, 1, concat(paddedPin("654321"), paddedPin("2468"))),
+         "654321\xFF\xFF"},
+        {"RESET, PUK", apdu(0, 0x2C, 1, 1, paddedPin("12345678")), "12345678"},
+        {"wrong RESET, PUK", apdu(0, 0x2C, 1, 1, paddedPin("87654321")), "87654321"},
+        {"RESET, PUK and new", apdu(0, 0x2C, 0, 1, concat(paddedPin("12345678"), paddedPin("97"))),
+         "12345678"},
+    };
+    for (const auto& row : rows) {
+        card = VirtualCard::personalised();
+        freehook::lookFor(row.secret);
+        send(row.command);
+        const std::size_t holding = freehook::blocksFreedHoldingSecret();
+        freehook::lookFor("");
+        EXPECT_EQ(holding, 0u) << row.what;
+    }
+}
+
+struct Step {
+    std::string command;
+    std::uint16_t nativeSw;
+    std::size_t nativeLength;
+    std::uint16_t isoSw;
+    std::size_t isoLength;
+};
+
+const std::string wrongPin = "08 3030303030303030";
+
+// On a card that went through its image, with the user PIN verified and key pair 81 generated.
+TEST(Profiles, EachAnswersTheSameCommandsAsItsMakeDoes) {
+    const std::vector<Step> steps = {
+        {"00A40800 04 5015 5032 00", 0x9000, 35, 0x9000, 49}, // 85 and A5 added
+        {"00CA01A0 00", 0x9000, 35, 0x6A81, 0},               // rsaEncryption, PSS, OAEP
+        {"00840000 04", 0x9000, 4, 0x6C08, 0},
+        {"00840000 10", 0x9000, 16, 0x9000, 8},
+        {"00840000 000010", 0x9000, 16, 0x6700, 0}, // extended Le
+        {"002241B6 03 840181", 0x9000, 0, 0x6A80, 0},
+        {"002241B6 06 840181 800102", 0x6A80, 0, 0x9000, 0},
+        {"002A9E9A 04 01020304 00", 0x9000, 128, 0x9000, 128},
+        {"002241B6 06 840181 80010A", 0x6A80, 0, 0x6A80, 0},
+        {"002241B6 06 840181 800123", 0x9000, 0, 0x6A80, 0}, // PSS, SHA-256
+        {"002241B8 06 840181 800131", 0x9000, 0, 0x6A80, 0}, // OAEP, SHA-1
+        {"002241B8 06 840181 80010A", 0x6A80, 0, 0x9000, 0},
+        {"002241B8 06 840181 800101", 0x9000, 0, 0x6A80, 0},
+        {"00200001", 0x9000, 0, 0x6A86, 0},
+        {"00200003" + wrongPin, 0x63C2, 0, 0x6300, 0},
+        {"00200003", 0x63C2, 0, 0x6A86, 0}, // costs no try
+        {"00200003" + wrongPin, 0x63C1, 0, 0x6300, 0},
+        {"00200003" + wrongPin, 0x63C0, 0, 0x6983, 0}, // the try that blocks it
+        {"002C0101" + wrongPin, 0x63C4, 0, 0x6300, 0},
+        {"00240001 10 3030303030303030 3030303030303030", 0x63C2, 0, 0x6300, 0},
+    };
+    for (CardProfile profile : {CardProfile::Native, CardProfile::Iso}) {
+        SCOPED_TRACE(profileName(profile));
+        const bool iso = profile == CardProfile::Iso;
+        Personalisation options;
+        options.profile = profile;
+        VirtualCard card(CardImage::parse(CardImage::serialise(personalise(options)), "memory"));
+        logIn(card);
+        addKeyPair(card);
+        EXPECT_EQ(card.atr()[7], iso ? 0x80 : 0xC0) << "extended Lc/Le in the capabilities";
+        for (const Step& step : steps) {
+            const Bytes answer = card.transmit(hex(step.command));
+            EXPECT_EQ(statusWord(answer), iso ? step.isoSw : step.nativeSw) << step.command;
+            EXPECT_EQ(answer.size() - 2, iso ? step.isoLength : step.nativeLength) << step.command;
+            if (step.command.rfind("00A4", 0) == 0) {
+                EXPECT_EQ(answer[2], iso ? 0x82 : 0x80) << "the FCP's first tag";
+            }
+        }
+        // The iso card counts every wrong value as the native one does, and no status query.
+        const auto& pins = card.state().pins.pins();
+        EXPECT_EQ(pins.at(0x01).triesLeft, 2);
+        EXPECT_EQ(pins.at(0x02).triesLeft, 4);
+        EXPECT_EQ(pins.at(0x03).triesLeft, 0);
+    }
 }
 
 } // namespace
