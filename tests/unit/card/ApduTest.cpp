@@ -48,18 +48,6 @@ TEST(Apdu, CaseLcDataAndLeFollowFromTheLengths) {
     }
 }
 
-TEST(Apdu, SetLeAppendsOrOverwrites) {
-    Apdu command(0x00, 0xB0, 0x00, 0x00);
-    command.setLe(0x10);
-    command.setLe(0x20);
-    EXPECT_EQ(toHex(command.bytes()), "00B0000020");
-    Apdu select(0x00, 0xA4, 0x04, 0x00, fromHex("A000"));
-    select.setLe(0x00);
-    EXPECT_EQ(select.getCase(), 3);
-    select.setLe(0x7F);
-    EXPECT_EQ(toHex(select.bytes()), "00A4040002A0007F");
-}
-
 // Families (61xx, 63Cx, 6Cxx), success, neighbours of listed words and the ends of the range have
 // no text of their own; the texts themselves: ErrorMessage.NamesCommandStatusWordTextAndNumber.
 TEST(StatusWord, IsReadFromTheLastTwoBytesAndOnlyExactValuesHaveAText) {
