@@ -44,7 +44,6 @@ TEST(ErrorMessage, NamesCommandStatusWordTextAndNumber) {
               "no card in Virtual PCD 00 00");
 }
 
-
 // Only an ATR that plainly announces extended length gets extended APDUs.
 
 using host::iso7816::CardCapabilities;
@@ -68,7 +67,6 @@ TEST(CardCapabilitiesTest, ExtendedLengthOnlyWhereTheHistoricalBytesSaySo) {
     EXPECT_FALSE(extended("3B 05 80 73 00 00")) << "historical bytes cut short";
     EXPECT_FALSE(extended("3B 05 80 7F 00 00 40")) << "a TLV running past the end";
 }
-
 
 // Each CRT component is at most half the modulus long; leading zero bytes do not count.
 
