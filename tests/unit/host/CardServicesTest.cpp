@@ -195,47 +195,23 @@ protected:
     }
 };
 
-// A whole read after its SELECT costs only the reads; the file selected already is not selected
-// again, unless a deletion in its DF may have moved the card's current file.
+// The file selected already is not selected again, in any path form, unless a deletion in its DF
+// may have moved the card's current file. The commands of each operation through the plugin:
+// bench_apdu_economy; chained updates at the chunk edges:
+// AnFfffByteFileIsReadAndUpdatedToItsLastByte.
 TEST_P(InProcessCardTest, SelectionIsSentOnlyWhenTheCurrentFileChanges) {
-    EXPECT_EQ(commandsOf([&] {
-                  files()->select(*channel_, {0x44, 0x04}); // CDF, 8192 bytes
-                  EXPECT_EQ(files()->read(*channel_, 0, 0).size(), 8192u);
-              }),
-              1u + apdus(8192 / 256, 1));
-    files()->select(*channel_, {0x50, 0x32});
-    EXPECT_EQ(commandsOf([&] {
-                  files()->select(*channel_, {0x50, 0x32});
-                  files()->select(*channel_, {0x3F, 0x00, 0x50, 0x15, 0x50, 0x32}); // the same
-              }),
-              0u);
-    EXPECT_EQ(files()->read(*channel_, 0, 1).size(), 1u);
-
     verifyUserPin();
     const mw::ByteBuffer scratch{0x0D, 0x82};
     fileSystem()->createFile(
         *channel_, DataObjectCreateParams(scratch, 16, grant(AccessRead | AccessUpdate, always())));
     files()->select(*channel_, {0x50, 0x32});
+    EXPECT_EQ(commandsOf([&] {
+                  files()->select(*channel_, {0x3F, 0x00, 0x50, 0x15, 0x50, 0x32});
+              }),
+              0u);
     fileSystem()->deleteFile(*channel_, scratch);
     EXPECT_EQ(commandsOf([&] { files()->select(*channel_, {0x50, 0x32}); }), 1u);
     EXPECT_EQ(files()->read(*channel_, 0, 1).size(), 1u);
-}
-
-TEST_P(InProcessCardTest, LongUpdateIsOneChainedCommand) {
-    verifyUserPin();
-    fileSystem()->createFile(*channel_,
-                             DataObjectCreateParams({0xDF, 0x02, 0x0D, 0x81}, 1000,
-                                                    grant(AccessRead | AccessUpdate, always())));
-    // Short: 255 + 255 + 255 + 235 bytes; exact multiples of the chunk sizes end without an
-    // empty last part.
-    EXPECT_EQ(commandsOf([&] { files()->update(*channel_, 0, mw::ByteBuffer(1000)); }),
-              apdus(4, 1));
-    EXPECT_EQ(commandsOf([&] { files()->update(*channel_, 0, mw::ByteBuffer(510)); }), apdus(2, 1));
-    EXPECT_EQ(commandsOf([&] { files()->read(*channel_, 0, 512); }), apdus(2, 1));
-    // Data short fields carry goes in short APDUs on either card.
-    const std::uint64_t bytesIn = virtualCard_->instrumentation().counters().bytesIn;
-    files()->update(*channel_, 0, mw::ByteBuffer(255));
-    EXPECT_EQ(virtualCard_->instrumentation().counters().bytesIn - bytesIn, 5u + 255);
 }
 
 TEST_P(InProcessCardTest, LongAnswersAndChainedCryptogramsOf2048BitKeys) {
