@@ -291,12 +291,10 @@ protected:
             return;
         }
         context_ = std::make_unique<host::PcscContext>();
-        reader_ = std::getenv("P15_READER") ? std::getenv("P15_READER") : "";
-        for (const std::string& reader : context_->listReaders()) {
-            if (reader_.empty() && reader.find("Virtual PCD") != std::string::npos) {
-                reader_ = reader;
-            }
-        }
+        const char* chosen = std::getenv("P15_READER"); // the reader the fixture's card is in
+        reader_ = host::connectReader(chosen ? chosen : "Virtual PCD", seconds(10),
+                                      host::OnRelease::KeepLogin)
+                      ->reader();
     }
 
     // Made in SetUp: without pcscd there is none, and the test skips.
