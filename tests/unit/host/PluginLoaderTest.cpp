@@ -5,6 +5,7 @@
 
 #include <boost/optional/optional_io.hpp>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -12,6 +13,8 @@
 
 namespace {
 
+namespace fs = std::filesystem;
+using ::testing::AllOf;
 using ::testing::HasSubstr;
 
 std::string loadError(const std::string& library) {
@@ -23,7 +26,7 @@ std::string loadError(const std::string& library) {
     return "";
 }
 
-// A scratch directory with an environment that points nowhere real.
+// A scratch HOME, and no P15_CONF.
 class PluginLoaderTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -37,44 +40,38 @@ protected:
     void TearDown() override {
         setenv("HOME", savedHome_.c_str(), 1);
         unsetenv("P15_CONF");
-        std::system(("rm -rf " + dir_).c_str());
+        fs::remove_all(dir_);
     }
     std::string write(const std::string& name, const std::string& content) const {
-        const std::string path = dir_ + "/" + name;
-        std::system(("mkdir -p $(dirname " + path + ")").c_str());
+        const fs::path path = dir_ / name;
+        fs::create_directories(path.parent_path());
         std::ofstream(path) << content;
         return path;
     }
 
-    std::string dir_;
+    fs::path dir_;
     std::string savedHome_;
 };
 
 TEST_F(PluginLoaderTest, MissingLibraryOrSymbolNamesLibrarySymbolAndCause) {
-    const std::string missing = dir_ + "/libnothing.so";
-    const std::string noLibrary = loadError(missing);
-    EXPECT_THAT(noLibrary, HasSubstr(missing));
-    EXPECT_THAT(noLibrary, HasSubstr("No such file"));
-
-    const std::string noSymbol = loadError(NO_QUERY_PLUGIN_PATH);
-    EXPECT_THAT(noSymbol, HasSubstr(NO_QUERY_PLUGIN_PATH));
-    EXPECT_THAT(noSymbol, HasSubstr("QueryPlugin"));
-    EXPECT_THAT(noSymbol, HasSubstr("undefined symbol"));
+    const std::string missing = dir_ / "libnothing.so";
+    EXPECT_THAT(loadError(missing), AllOf(HasSubstr(missing), HasSubstr("No such file")));
+    EXPECT_THAT(loadError(NO_QUERY_PLUGIN_PATH),
+                AllOf(HasSubstr(NO_QUERY_PLUGIN_PATH), HasSubstr("QueryPlugin"),
+                      HasSubstr("undefined symbol")));
 }
 
 TEST_F(PluginLoaderTest, PluginConfIsLookedUpOptionThenEnvironmentThenHome) {
     const std::string option = write("opt/plugin.conf", "option");
-    const std::string environment = write("env/plugin.conf", "environment");
+    setenv("P15_CONF", write("env/plugin.conf", "environment").c_str(), 1);
     write(".config/p15kit/plugin.conf", "home");
-    setenv("P15_CONF", environment.c_str(), 1);
-
     EXPECT_EQ(host::ConfigurationSource(option).readFile("plugin.conf"), std::string("option"));
-    EXPECT_EQ(host::ConfigurationSource(dir_ + "/absent.conf").readFile("plugin.conf"),
+    EXPECT_EQ(host::ConfigurationSource(dir_ / "absent.conf").readFile("plugin.conf"),
               std::string("environment"));
     unsetenv("P15_CONF");
     EXPECT_EQ(host::ConfigurationSource().readFile("plugin.conf"), std::string("home"));
     EXPECT_FALSE(host::ConfigurationSource().readFile("other.conf"));
-    std::system(("rm -rf " + dir_ + "/.config").c_str());
+    fs::remove_all(dir_ / ".config");
     EXPECT_FALSE(host::ConfigurationSource().readFile("plugin.conf"));
 }
 

@@ -149,33 +149,21 @@ TEST_F(ScriptedPcscTest, ResetInsideATransactionIsReportedNotRepeated) {
                             "SCardBeginTransaction", "SCardTransmit", "SCardEndTransaction"}));
 }
 
-TEST_F(ScriptedPcscTest, ResetCountAsksPcscdOutsideATransactionAndABeginReconnects) {
-    // pcsc-lite reports a reset on every call until the handle reconnects.
-    codes["SCardStatus"] = {SCARD_W_RESET_CARD};
-    codes["SCardBeginTransaction"] = {SCARD_W_RESET_CARD};
-    EXPECT_EQ(transport_->resetCount(), 1u);
-    EXPECT_EQ(transport_->resetCount(), 1u); // counted once, asked once
-    transport_->beginTransaction();          // reconnects, counting nothing more, and goes on
-    EXPECT_EQ(*transport_->transmit(command), (mw::ByteBuffer{0x90, 0x00}));
-    EXPECT_EQ(transport_->resetCount(), 1u);
-    transport_->endTransaction();
-    EXPECT_EQ(calls, (Calls{"SCardStatus", "SCardBeginTransaction", "SCardReconnect",
-                            "SCardBeginTransaction", "SCardTransmit", "SCardEndTransaction"}));
-}
-
+// A one-byte answer, and codes that a user can act on or that only name their call.
 TEST_F(ScriptedPcscTest, FailuresNameTheirCallOrWhatAUserCanDo) {
     answers = {{0x90}};
     EXPECT_EQ(errorOf([&] { transport_->transmit(command); }, SCARD_E_NOT_TRANSACTED),
               "card does not respond");
-    codes["SCardTransmit"] = {SCARD_E_NO_SERVICE};
-    EXPECT_EQ(errorOf([&] { transport_->transmit(command); }, SCARD_E_NO_SERVICE),
-              "PC/SC service stopped or restarted: open the card again");
-    codes["SCardTransmit"] = {SCARD_E_INVALID_PARAMETER};
-    EXPECT_EQ(errorOf([&] { transport_->transmit(command); }, SCARD_E_INVALID_PARAMETER),
-              "SCardTransmit returned 0x80100004 (SCARD_E_INVALID_PARAMETER)");
-    codes["SCardBeginTransaction"] = {0x12345};
-    EXPECT_EQ(errorOf([&] { transport_->transmit(command); }, 0x12345),
-              "SCardBeginTransaction returned 0x00012345 (unknown code)");
+    for (const auto& [call, code, text] :
+         {std::tuple{"SCardTransmit", SCARD_E_NO_SERVICE,
+                     "PC/SC service stopped or restarted: open the card again"},
+          {"SCardTransmit", SCARD_E_INVALID_PARAMETER,
+           "SCardTransmit returned 0x80100004 (SCARD_E_INVALID_PARAMETER)"},
+          {"SCardBeginTransaction", LONG(0x12345),
+           "SCardBeginTransaction returned 0x00012345 (unknown code)"}}) {
+        codes[call] = {code};
+        EXPECT_EQ(errorOf([&] { transport_->transmit(command); }, code), text);
+    }
 }
 
 TEST_F(ScriptedPcscTest, OneHelperThreadServesTheWaitsAndAStuckOneIsReplaced) {

@@ -1,4 +1,6 @@
-// The vpcd bridge against a loopback listener that speaks the driver's side of the protocol.
+// The vpcd bridge: p15-vcard-serve as its own process, against a loopback listener that speaks the
+// driver's side of the protocol. Control codes and APDUs in general go through the bridge in every
+// pcscd test.
 
 #include "CardTestSupport.hpp"
 
@@ -8,13 +10,10 @@
 #include <csignal>
 #include <fstream>
 #include <netinet/in.h>
-#include <optional>
 #include <poll.h>
 #include <spawn.h>
-#include <sstream>
 #include <sys/socket.h>
 #include <sys/syscall.h>
-#include <sys/time.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -22,154 +21,98 @@
 namespace vcard::test {
 namespace {
 
-/// The reader side: listens on an ephemeral loopback port and frames messages as the driver does.
-class FakeDriver {
+/// The reader side: a bridge process started on an ephemeral loopback port and connected to it,
+/// messages framed as the driver frames them; receiveBuffer, when given, bounds what the
+/// connection takes in before the bridge blocks. Every receive fails within seconds, never hangs.
+class DriverAndBridge {
 public:
-    /// receiveBuffer, when given, bounds what the connection takes in before the bridge blocks.
-    explicit FakeDriver(int receiveBuffer = 0) {
-        listener_ = ::socket(AF_INET, SOCK_STREAM, 0);
+    explicit DriverAndBridge(int receiveBuffer = 0) {
+        const int listener = ::socket(AF_INET, SOCK_STREAM, 0);
         if (receiveBuffer > 0)
-            ::setsockopt(listener_, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        EXPECT_EQ(::bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-        EXPECT_EQ(::listen(listener_, 1), 0);
-        setReceiveTimeout(listener_); // bounds accept() too
+            ::setsockopt(listener, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
+        const timeval timeout{5, 0}; // bounds accept() and every receive
+        ::setsockopt(listener, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
+        sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
         socklen_t length = sizeof address;
-        ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length);
-        port_ = ntohs(address.sin_port);
-    }
-    ~FakeDriver() {
-        ::close(connection_);
-        ::close(listener_);
-    }
-    std::uint16_t port() const { return port_; }
-    void accept() {
-        connection_ = ::accept(listener_, nullptr, nullptr);
-        ASSERT_GE(connection_, 0) << "the bridge did not connect";
-        setReceiveTimeout(connection_);
-    }
-
-    void send(const Bytes& payload) {
-        sendRaw(concat({static_cast<std::uint8_t>(payload.size() >> 8),
-                        static_cast<std::uint8_t>(payload.size())},
-                       payload));
-    }
-    /// Bytes as they are, without a length in front.
-    void sendRaw(const Bytes& bytes) {
-        ASSERT_EQ(::send(connection_, bytes.data(), bytes.size(), 0),
-                  static_cast<ssize_t>(bytes.size()));
-    }
-    /// Waits until the bridge has taken everything sent so far out of its socket (loopback
-    /// sockets show their receive queues in /proc/net/tcp); false after the timeout.
-    bool waitUntilBridgeRead(std::chrono::milliseconds timeout) {
-        sockaddr_in peer{};
-        socklen_t length = sizeof peer;
-        ::getpeername(connection_, reinterpret_cast<sockaddr*>(&peer), &length);
-        const auto deadline = std::chrono::steady_clock::now() + timeout;
-        while (unreadAt(ntohs(peer.sin_port)) != 0) {
-            if (std::chrono::steady_clock::now() > deadline)
-                return false;
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-        return true;
-    }
-    bool waitReadable(std::chrono::milliseconds timeout) {
-        pollfd fd{connection_, POLLIN, 0};
-        return ::poll(&fd, 1, static_cast<int>(timeout.count())) == 1;
-    }
-    Bytes receive() {
-        std::uint8_t header[2] = {0, 0};
-        readExactly(header, 2);
-        Bytes payload(static_cast<std::size_t>(header[0] << 8 | header[1]));
-        readExactly(payload.data(), payload.size());
-        return payload;
-    }
-
-private:
-    // A framing fault fails the test within seconds instead of hanging it.
-    static void setReceiveTimeout(int socket) {
-        const timeval timeout{5, 0};
-        EXPECT_EQ(::setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout), 0);
-    }
-
-    static std::optional<unsigned long> unreadAt(std::uint16_t localPort) {
-        std::ifstream tcp("/proc/net/tcp");
-        std::string line;
-        std::getline(tcp, line); // the column names
-        while (std::getline(tcp, line)) {
-            std::istringstream fields(line);
-            std::string slot, local, remote, state, queues;
-            fields >> slot >> local >> remote >> state >> queues;
-            if (std::stoul(local.substr(local.find(':') + 1), nullptr, 16) == localPort)
-                return std::stoul(queues.substr(queues.find(':') + 1), nullptr, 16);
-        }
-        return std::nullopt;
-    }
-
-    void readExactly(std::uint8_t* data, std::size_t size) {
-        ASSERT_EQ(::recv(connection_, data, size, MSG_WAITALL), static_cast<ssize_t>(size))
-            << "no complete message from the bridge";
-    }
-
-    int listener_ = -1;
-    int connection_ = -1;
-    std::uint16_t port_ = 0;
-};
-
-/// p15-vcard-serve as its own process, serving an in-memory card to the fake driver.
-class ServeProcess {
-public:
-    explicit ServeProcess(std::uint16_t port) {
-        const std::string portText = std::to_string(port);
-        const char* argv[] = {P15_VCARD_SERVE,     "--port", portText.c_str(),
+        EXPECT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&address), length), 0);
+        EXPECT_EQ(::listen(listener, 1), 0);
+        ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length);
+        const std::string port = std::to_string(ntohs(address.sin_port));
+        const char* argv[] = {P15_VCARD_SERVE,     "--port", port.c_str(),
                               "--connect-timeout", "5",      nullptr};
         EXPECT_EQ(::posix_spawn(&pid_, P15_VCARD_SERVE, nullptr, nullptr,
                                 const_cast<char* const*>(argv), environ),
                   0);
         pidfd_ = static_cast<int>(::syscall(SYS_pidfd_open, pid_, 0));
-        EXPECT_GE(pidfd_, 0);
+        connection_ = ::accept(listener, nullptr, nullptr);
+        ::setsockopt(connection_, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
+        ::close(listener);
     }
-    ~ServeProcess() {
-        if (pid_ > 0) {
-            ::kill(pid_, SIGKILL);
+    ~DriverAndBridge() {
+        if (pid_ > 0 && ::kill(pid_, SIGKILL) == 0)
             ::waitpid(pid_, nullptr, 0);
-        }
+        ::close(connection_);
         ::close(pidfd_);
     }
-    /// Sends SIGTERM: the wait status if the process ends within the bound.
-    std::optional<int> terminate(std::chrono::milliseconds bound) {
+
+    /// Bytes as they are, without a length in front unless framed.
+    void send(const Bytes& payload, bool framed = true) {
+        const Bytes bytes =
+            framed
+                ? concat({std::uint8_t(payload.size() >> 8), std::uint8_t(payload.size())}, payload)
+                : payload;
+        ASSERT_EQ(::send(connection_, bytes.data(), bytes.size(), 0), ssize_t(bytes.size()));
+    }
+    Bytes receive() {
+        std::uint8_t header[2] = {0, 0};
+        ::recv(connection_, header, 2, MSG_WAITALL);
+        Bytes payload(static_cast<std::size_t>(header[0] << 8 | header[1]));
+        EXPECT_EQ(::recv(connection_, payload.data(), payload.size(), MSG_WAITALL),
+                  ssize_t(payload.size()));
+        return payload;
+    }
+    /// Whether the bridge took everything sent so far out of its socket within 5 s (loopback
+    /// sockets show their receive queues in /proc/net/tcp).
+    bool bridgeReadAll() const {
+        sockaddr_in peer{};
+        socklen_t length = sizeof peer;
+        ::getpeername(connection_, reinterpret_cast<sockaddr*>(&peer), &length);
+        for (int wait = 0; wait < 5000; ++wait) {
+            std::ifstream tcp("/proc/net/tcp");
+            std::string line, slot, local, remote, state, queues;
+            for (std::getline(tcp, line); tcp >> slot >> local >> remote >> state >> queues;
+                 std::getline(tcp, line))
+                if (std::stoul(local.substr(local.find(':') + 1), nullptr, 16) ==
+                        ntohs(peer.sin_port) &&
+                    std::stoul(queues.substr(queues.find(':') + 1), nullptr, 16) == 0)
+                    return true;
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        return false;
+    }
+    bool readable() const {
+        pollfd fd{connection_, POLLIN, 0};
+        return ::poll(&fd, 1, 5000) == 1;
+    }
+    /// Sends SIGTERM: true when the bridge exits with status 0 within 2 s, whatever it was doing.
+    bool stopsCleanlyOnSigterm() {
         ::kill(pid_, SIGTERM);
         pollfd fd{pidfd_, POLLIN, 0};
-        if (::poll(&fd, 1, static_cast<int>(bound.count())) != 1)
-            return std::nullopt;
-        int status = 0;
-        ::waitpid(pid_, &status, 0);
-        pid_ = -1;
-        return status;
+        int status = -1;
+        if (::poll(&fd, 1, 2000) == 1 && ::waitpid(pid_, &status, 0) == pid_)
+            pid_ = -1;
+        return pid_ == -1 && WIFEXITED(status) && WEXITSTATUS(status) == 0;
     }
 
 private:
     pid_t pid_ = -1;
-    int pidfd_ = -1;
+    int pidfd_ = -1, connection_ = -1;
 };
 
-/// A bridge process stops on SIGTERM within this bound, whatever it was doing.
-constexpr std::chrono::seconds promptly{2};
-
-/// Exit status 0 within the bound.
-bool endedCleanly(const std::optional<int>& status) {
-    return status && WIFEXITED(*status) && WEXITSTATUS(*status) == 0;
-}
-
-// Control codes and APDUs in general go through the bridge in every pcscd test. An answer
-// longer than a 16-bit frame (64 KiB of an EF and the status word) is refused with 6700 instead
-// of ending the bridge.
+// An answer longer than a 16-bit frame (64 KiB of an EF and the status word) is refused with 6700
+// instead of ending the bridge.
 TEST(VpcdBridgeProcess, AnswerBeyondAFrameIsWrongLengthAndServingGoesOn) {
-    FakeDriver driver;
-    ServeProcess bridge(driver.port());
-    driver.accept();
+    DriverAndBridge driver;
     for (const Bytes& command :
          {hex(selectPkcs15), apdu(0, 0x20, 0, 1, paddedPin("123456")), hex("00A4000C02DF02"),
           createFile("8002FFFF 820101 8302C0FF", "A0029000")}) {
@@ -190,23 +133,19 @@ TEST(VpcdBridge, ReportsAnUnreachableDriver) {
 }
 
 TEST(VpcdBridgeProcess, StopsOnSigtermHalfwayThroughACommand) {
-    FakeDriver driver;
-    ServeProcess bridge(driver.port());
-    driver.accept();
-    driver.sendRaw(hex("000A 00A4")); // 10 bytes announced, 2 sent
-    ASSERT_TRUE(driver.waitUntilBridgeRead(std::chrono::seconds(5)));
-    EXPECT_TRUE(endedCleanly(bridge.terminate(promptly)));
+    DriverAndBridge driver;
+    driver.send(hex("000A 00A4"), false); // 10 bytes announced, 2 sent
+    ASSERT_TRUE(driver.bridgeReadAll());
+    EXPECT_TRUE(driver.stopsCleanlyOnSigterm());
 }
 
 TEST(VpcdBridgeProcess, StopsOnSigtermHalfwayThroughAnAnswer) {
-    FakeDriver driver(4096);
-    ServeProcess bridge(driver.port());
-    driver.accept();
+    DriverAndBridge driver(4096);
     // Answers of 64 KB that the driver does not read: the bridge blocks in the middle of one.
     for (int i = 0; i < 128; ++i)
         driver.send(hex("00840000 00FFF0"));
-    ASSERT_TRUE(driver.waitReadable(std::chrono::seconds(5)));
-    EXPECT_TRUE(endedCleanly(bridge.terminate(promptly)));
+    ASSERT_TRUE(driver.readable());
+    EXPECT_TRUE(driver.stopsCleanlyOnSigterm());
 }
 
 } // namespace

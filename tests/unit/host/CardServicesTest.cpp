@@ -1,0 +1,435 @@
+// The card services against the card: file access, file system and PIN services in-process and
+// over PC/SC, and what a host's release leaves of its login; what only the in-process card shows
+// (commands per operation, removal mid-operation); what only a PC/SC reader shows (a reset from
+// outside, another application holding the card, pcscd restarting mid-work). A card taken out of
+// the reader: PcscSlotTest (pkcs11.pcsc).
+#include "CardFixture.hpp"
+#include "TestKeys.hpp"
+
+#include "host/iso7816/Fcp.hpp"
+#include "host/pcsc/PcscContext.hpp"
+#include "host/pcsc/PcscTransport.hpp"
+#include "host/vcard/VirtualCardTransport.hpp"
+#include "vcard/VirtualCard.hpp"
+
+#include <boost/make_shared.hpp>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <functional>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace hosttest {
+namespace {
+
+using namespace card::service;
+using Fault = vcard::Instrumentation::Fault;
+using std::chrono::seconds;
+
+mw::ByteBuffer pattern(std::size_t length, unsigned char seed) {
+    mw::ByteBuffer bytes(length);
+    for (std::size_t i = 0; i < length; ++i) {
+        bytes.data()[i] = static_cast<unsigned char>(seed + i * 7);
+    }
+    return bytes;
+}
+
+class FileServicesTest : public CardTest {
+protected:
+    // A file in DF02 (whose update right is the user PIN's).
+    mw::ByteBuffer createFile(unsigned char fid, std::size_t size, AccessConditions conditions) {
+        verifyUserPin();
+        const mw::ByteBuffer path{0xDF, 0x02, 0x0D, fid};
+        fileSystem()->createFile(*channel_, DataObjectCreateParams(path, size, conditions));
+        return path;
+    }
+
+    // The PIN service of another host on this test's card, whose transport lets go of the card
+    // with `onRelease` when the channel goes.
+    std::pair<boost::shared_ptr<host::Channel>, boost::shared_ptr<IPinManagementService>>
+    anotherHost(host::OnRelease onRelease) const {
+        std::unique_ptr<card::ICardTransport> transport;
+        if (virtualCard_ != nullptr) { // not owned: the test's own transport keeps the card
+            transport = std::make_unique<host::VirtualCardTransport>(
+                std::shared_ptr<vcard::VirtualCard>(std::shared_ptr<void>(), virtualCard_),
+                onRelease);
+        } else {
+            const char* reader = std::getenv("P15_READER");
+            transport = host::connectReader(reader ? reader : "Virtual PCD",
+                                            std::chrono::seconds(10), onRelease);
+        }
+        const auto channel = boost::make_shared<host::Channel>(std::move(transport));
+        host::iso7816::Card card(channel);
+        card.selectApplication(*channel, host::iso7816::pkcs15Aid());
+        return {channel, boost::dynamic_pointer_cast<IPinManagementService>(
+                             card.getInterface("PinManagementService"))};
+    }
+};
+
+// Every path form reaches the same file, a read from an offset takes the rest of it, and a failure
+// names the file it was about. Slices and the last byte:
+// AnFfffByteFileIsReadAndUpdatedToItsLastByte; the card's answers past the end:
+// FileCommands.RefusalsOfSelectReadAndUpdateBinary (vcard).
+TEST_P(FileServicesTest, PathFormsSlicesAndFailuresOfReadingAFile) {
+    files()->select(*channel_, {0x3F, 0x00, 0x50, 0x15, 0x50, 0x32});
+    const mw::ByteBuffer whole = files()->read(*channel_, 0, 0);
+    ASSERT_EQ(whole.size(), 512u);
+    EXPECT_EQ(files()->read(*channel_, 500, 0), whole.get(500, 12));
+    files()->select(*channel_, {0x3F, 0x00, 0x2F, 0x00}); // a visit to the MF
+    for (const mw::ByteBuffer& path : {mw::ByteBuffer{0x50, 0x32}, {0x3F, 0xFF, 0x50, 0x32}}) {
+        files()->select(*channel_, path);
+        EXPECT_EQ(files()->read(*channel_, 0, 0), whole);
+    }
+    files()->select(*channel_, {0x99, 0x99}); // 8 bytes
+    EXPECT_CARD_ERROR(files()->read(*channel_, 4, 8), "Read Binary", 0x6282);
+    using host::iso7816::FilePath;
+    EXPECT_EQ(errorInfo<FilePath>([&] { files()->read(*channel_, 8, 1); }), "3F00/5015/9999");
+    EXPECT_TRUE(files()->read(*channel_, 8, 0).empty());
+    EXPECT_EQ(errorInfo<FilePath>([&] {
+                  files()->select(*channel_, {0x3F, 0x00, 0x12, 0x34});
+              }),
+              "3F00/1234");
+    EXPECT_THROW(files()->select(*channel_, {0x50}), mw::IllegalArgumentException);
+}
+
+// The largest EF, across the 7FFF/8000 line between offsets in P1-P2 and
+// offset objects, and at chunk edges of both forms.
+TEST_P(FileServicesTest, AnFfffByteFileIsReadAndUpdatedToItsLastByte) {
+    const mw::ByteBuffer path =
+        createFile(0x93, 0xFFFF, {{AccessRead, always()}, {AccessUpdate, always()}});
+    const mw::ByteBuffer content = pattern(0xFFFF, 5);
+    files()->update(*channel_, 0, content);
+    files()->select(*channel_, path);
+    EXPECT_EQ(files()->size(*channel_), 0xFFFFu);
+    EXPECT_EQ(files()->read(*channel_, 0, 0), content);
+
+    const struct {
+        std::size_t offset;
+        std::size_t length;
+    } ranges[] = {{1, 255},    {1, 256},        {1, 510},        {1, 513},    {0x7FFF, 1},
+                  {0x8000, 1}, {0x7F80, 0x100}, {0x8000, 0x200}, {0xFFFE, 1}, {0xFE00, 0x1FF}};
+    mw::ByteBuffer expected = content;
+    for (const auto& range : ranges) {
+        const mw::ByteBuffer part =
+            pattern(range.length, static_cast<unsigned char>(range.offset + range.length));
+        files()->update(*channel_, range.offset, part);
+        std::copy(part.begin(), part.end(), expected.begin() + range.offset);
+        EXPECT_EQ(files()->read(*channel_, range.offset, range.length), part) << range.offset;
+    }
+    EXPECT_EQ(files()->read(*channel_, 0, 0), expected) << "nothing around the ranges changes";
+    EXPECT_EQ(files()->read(*channel_, 0xFFFE, 0), expected.get(0xFFFE, 1));
+    // Nothing past the last byte is sent: the card would answer with a card exception.
+    EXPECT_THROW(files()->read(*channel_, 0xFFFF, 1), mw::IllegalArgumentException);
+    EXPECT_THROW(files()->read(*channel_, 0x7F00, 0x8100), mw::IllegalArgumentException);
+    EXPECT_THROW(files()->update(*channel_, 0xFFFE, {0x01, 0x02}), mw::IllegalArgumentException);
+    fileSystem()->deleteFile(*channel_, path);
+    EXPECT_CARD_ERROR(files()->select(*channel_, path), "Select", 0x6A82);
+}
+
+// The card enforces the AND and NOT conditions files are created with, deletion as update; a
+// verified PIN's status answer has no count, an unknown PIN's is 6A88.
+TEST_P(FileServicesTest, CreatedConditionsAreEnforcedByTheCard) {
+    const SecurityConditionPtr userAndSo = boost::make_shared<AndSecurityCondition>(
+        SecurityConditionList{pinVerified(0x01), pinVerified(0x03)});
+    const mw::ByteBuffer guarded =
+        createFile(0x91, 16, {{AccessRead, always()}, {AccessUpdate, userAndSo}});
+    const mw::ByteBuffer data = pattern(16, 1);
+    EXPECT_CARD_ERROR(files()->update(*channel_, 0, data), "Update Binary", 0x6982);
+    pins()->authenticate(*channel_, pinReference(0x03), paddedPin(soPin));
+    const PinInfo so = pins()->getPinInfo(*channel_, pinReference(0x03));
+    EXPECT_EQ(so.state, PinInfo::Verified);
+    EXPECT_EQ(so.triesLeft, PinInfo::UnknownTries);
+    EXPECT_CARD_ERROR(pins()->getPinInfo(*channel_, pinReference(0x0A)), "Verify", 0x6A88);
+    files()->update(*channel_, 0, data);
+    // Past the end the card refuses the whole update (6A84), leaving the file as it was.
+    EXPECT_CARD_ERROR(files()->update(*channel_, 8, pattern(9, 9)), "Update Binary", 0x6A84);
+    pins()->deauthenticate(*channel_, pinReference(0x03));
+    EXPECT_CARD_ERROR(files()->update(*channel_, 0, data), "Update Binary", 0x6982);
+    EXPECT_EQ(files()->read(*channel_, 0, 0), data);
+    EXPECT_CARD_ERROR(fileSystem()->deleteFile(*channel_, guarded), "Delete File", 0x6982);
+    pins()->authenticate(*channel_, pinReference(0x03), paddedPin(soPin));
+    fileSystem()->deleteFile(*channel_, guarded);
+    pins()->deauthenticate(*channel_, pinReference(0x03));
+
+    const SecurityConditionPtr userAbsent =
+        boost::make_shared<NotSecurityCondition>(pinVerified(0x01));
+    const mw::ByteBuffer inverted =
+        createFile(0x92, 4, {{AccessRead, userAbsent}, {AccessUpdate, always()}});
+    EXPECT_CARD_ERROR(files()->read(*channel_, 0, 4), "Read Binary", 0x6982);
+    pins()->deauthenticate(*channel_, pinReference(0x01));
+    files()->select(*channel_, inverted);
+    EXPECT_EQ(files()->read(*channel_, 0, 0), mw::ByteBuffer(4));
+    fileSystem()->deleteFile(*channel_, inverted);
+}
+
+// Another host verifies the user PIN and lets go of the card: the login ends with it (a reset)
+// unless that host was told to keep it.
+TEST_P(FileServicesTest, AnotherHostsLoginEndsWithItsReleaseUnlessKept) {
+    for (const auto& [onRelease, state] : {std::pair{host::OnRelease::LogOut, PinInfo::NotVerified},
+                                           {host::OnRelease::KeepLogin, PinInfo::Verified}}) {
+        {
+            const auto [channel, pins] = anotherHost(onRelease);
+            pins->authenticate(*channel, pinReference(0x01), paddedPin(userPin));
+        }
+        const auto [channel, pins] = anotherHost(host::OnRelease::KeepLogin);
+        EXPECT_EQ(pins->getPinInfo(*channel, pinReference(0x01)).state, state);
+    }
+    pins()->deauthenticate(*channel_, pinReference(0x01));
+}
+
+INSTANTIATE_TEST_SUITE_P(Transports, FileServicesTest,
+                         ::testing::Values(TransportKind::InProcess, TransportKind::InProcessShort,
+                                           TransportKind::Pcsc),
+                         transportName);
+
+class InProcessCardTest : public CardTest {
+protected:
+    // The commands the card received while `work` ran.
+    template <class Work> std::uint64_t commandsOf(const Work& work) const {
+        const std::uint64_t before = virtualCard_->instrumentation().counters().commands;
+        work();
+        return virtualCard_->instrumentation().counters().commands - before;
+    }
+};
+
+// The file selected already is not selected again, in any path form, unless a deletion in its DF
+// may have moved the card's current file. The commands of each operation through the plugin:
+// bench_apdu_economy; chained updates at the chunk edges:
+// AnFfffByteFileIsReadAndUpdatedToItsLastByte.
+TEST_P(InProcessCardTest, SelectionIsSentOnlyWhenTheCurrentFileChanges) {
+    verifyUserPin();
+    const mw::ByteBuffer scratch{0x0D, 0x82};
+    fileSystem()->createFile(
+        *channel_, DataObjectCreateParams(scratch, 16, grant(AccessRead | AccessUpdate, always())));
+    files()->select(*channel_, {0x50, 0x32});
+    EXPECT_EQ(commandsOf([&] {
+                  files()->select(*channel_, {0x3F, 0x00, 0x50, 0x15, 0x50, 0x32});
+              }),
+              0u);
+    fileSystem()->deleteFile(*channel_, scratch);
+    EXPECT_EQ(commandsOf([&] { files()->select(*channel_, {0x50, 0x32}); }), 1u);
+    EXPECT_EQ(files()->read(*channel_, 0, 1).size(), 1u);
+}
+
+TEST_P(InProcessCardTest, LongAnswersAndChainedCryptogramsOf2048BitKeys) {
+    const KeyRef privateKey = keyRef(0x0D, 2048, 0x0E);
+    const KeyRef publicKey = keyRef(0x0D, 2048, 0x0F);
+    verifyUserPin();
+    fileSystem()->createFile(
+        *channel_,
+        PrivateKeyCreateParams(privateKey, grant(AccessUpdate | AccessExecute, always())));
+    fileSystem()->createFile(
+        *channel_, PublicKeyCreateParams(publicKey, grant(AccessRead | AccessUpdate, always())));
+
+    boost::optional<card::crypto::spec::RsaPublicKeySpec> generated;
+    EXPECT_EQ(
+        commandsOf([&] { generated = keys()->generateKeyPair(*channel_, privateKey, publicKey); }),
+        apdus(2, 1)); // short: GENERATE, GET RESPONSE
+    ASSERT_TRUE(generated);
+
+    const auto cipher = crypto()->getCipher("1.2.840.113549.1.1.1");
+    cipher->init(*channel_, privateKey, ICardKeyOperation::Decipher);
+    const mw::ByteBuffer message{1, 2, 3, 4, 5};
+    const mw::ByteBuffer cryptogram = encipher(*generated, message);
+    EXPECT_EQ(commandsOf([&] { EXPECT_EQ(cipher->decipher(*channel_, cryptogram), message); }),
+              apdus(2, 1)); // short: 00 || 256 bytes in two parts
+}
+
+TEST_P(InProcessCardTest, KeyCommandsSelectTheApplicationOnlyWhenOutsideIt) {
+    const KeyRef key = keyRef(0x01, 1024, 0x0E);
+    const auto signer = crypto()->getSignature("1.2.840.113549.1.1.1");
+    const auto init = [&] {
+        EXPECT_CARD_ERROR(signer->init(*channel_, key, ICardKeyOperation::Sign),
+                          "Manage Security Environment", 0x6A88);
+    };
+    EXPECT_EQ(commandsOf(init), 1u);
+    files()->select(*channel_, {0x3F, 0x00, 0x2F, 0x00});
+    EXPECT_EQ(commandsOf(init), 2u);
+}
+
+// 6Cxx to a command without Le must not get the command (and its PIN) sent again.
+TEST_P(InProcessCardTest, WrongLengthIsNeverRepeatedForPinCommands) {
+    const mw::ByteBuffer pin = paddedPin(userPin);
+    const PinReference user = pinReference(0x01);
+    const std::tuple<unsigned char, const char*, std::function<void()>> commands[] = {
+        {0x20, "Verify", [&] { pins()->authenticate(*channel_, user, pin); }},
+        {0x24, "Change Reference Data", [&] { pins()->change(*channel_, user, pin, pin); }},
+        {0x2C, "Reset Retry Counter",
+         [&] { pins()->unblockAndChange(*channel_, user, paddedPin(puk), pin); }},
+    };
+    for (const auto& [ins, commandName, command] : commands) {
+        virtualCard_->instrumentation().injectStatusWord(ins, 0x6C08);
+        EXPECT_EQ(commandsOf([&] { EXPECT_CARD_ERROR(command(), commandName, 0x6C08); }), 1u)
+            << commandName;
+    }
+    EXPECT_EQ(pins()->getPinInfo(*channel_, user).state, PinInfo::NotVerified);
+}
+
+TEST_P(InProcessCardTest, CardRemovedInTheMiddleOfAReadIsAClearError) {
+    files()->select(*channel_, {0x44, 0x04});
+    virtualCard_->instrumentation().injectFault(apdus(5, 1), Fault::CardRemoved);
+    EXPECT_CARD_ERROR(files()->read(*channel_, 0, 0), "Read Binary", 0); // no status word
+    // The card stays away: the next command fails the same way at once.
+    EXPECT_EQ(errorInfo<card::ErrorText>([&] {
+                  files()->select(*channel_, {0x50, 0x31});
+              }),
+              "card removed");
+}
+
+INSTANTIATE_TEST_SUITE_P(VirtualCard, InProcessCardTest,
+                         ::testing::Values(TransportKind::InProcess, TransportKind::InProcessShort),
+                         transportName);
+
+class PcscEventsTest : public CardTest {
+protected:
+    void SetUp() override {
+        CardTest::SetUp();
+        if (IsSkipped()) {
+            return;
+        }
+        context_ = std::make_unique<host::PcscContext>();
+        const char* chosen = std::getenv("P15_READER"); // the reader the fixture's card is in
+        reader_ = host::connectReader(chosen ? chosen : "Virtual PCD", seconds(10),
+                                      host::OnRelease::KeepLogin)
+                      ->reader();
+    }
+
+    // Made in SetUp: without pcscd there is none, and the test skips.
+    std::unique_ptr<host::PcscContext> context_;
+    std::string reader_;
+};
+
+TEST_P(PcscEventsTest, CardResetByAnotherApplicationIsReconnectedAndReselected) {
+    files()->select(*channel_, {0x50, 0x32});
+    const mw::ByteBuffer tokenInfo = files()->read(*channel_, 0, 0);
+    verifyUserPin();
+    // Another application's handle, released with a warm reset.
+    host::connectReader(reader_, seconds(10), host::OnRelease::LogOut).reset();
+    // The reset dropped the PIN and went to the MF; the host reads on from its file.
+    EXPECT_EQ(files()->read(*channel_, 0, 0), tokenInfo);
+    EXPECT_EQ(pins()->getPinInfo(*channel_, pinReference(0x01)).state, PinInfo::NotVerified);
+}
+
+// Waits one second for another application's transaction, not ten.
+class PcscContentionTest : public PcscEventsTest {
+protected:
+    void SetUp() override {
+        setenv("P15_TRANSACTION_TIMEOUT", "1", 1);
+        PcscEventsTest::SetUp();
+    }
+    void TearDown() override { unsetenv("P15_TRANSACTION_TIMEOUT"); }
+
+    const std::string inUse = "card in use by another application: no transaction after 1 s";
+};
+
+TEST_P(PcscContentionTest, CardHeldByAnotherApplicationIsAClearErrorUntilReleased) {
+    files()->select(*channel_, {0x50, 0x32});
+    const mw::ByteBuffer tokenInfo = files()->read(*channel_, 0, 0);
+    auto loggingOut = host::connectReader(reader_, seconds(10), host::OnRelease::LogOut);
+    const auto other = host::connectReader(reader_, seconds(10), host::OnRelease::KeepLogin);
+    other->beginTransaction(); // another application's handle holds the card
+    // The first wait is for a transaction, the second for a new connection.
+    EXPECT_EQ(errorInfo<card::ErrorText>([&] { files()->read(*channel_, 0, 0); }), inUse);
+    EXPECT_EQ(errorInfo<card::ErrorText>([&] { files()->read(*channel_, 0, 0); }), inUse);
+    // Its log-out waits for the card too, a bounded time.
+    const auto start = std::chrono::steady_clock::now();
+    loggingOut.reset();
+    EXPECT_LT(std::chrono::duration_cast<seconds>(std::chrono::steady_clock::now() - start).count(),
+              10);
+    other->endTransaction();
+    EXPECT_EQ(files()->read(*channel_, 0, 0), tokenInfo);
+}
+
+// Stops what the pcscd fixture started (the bridge, pcscd) and, when done, starts them again
+// for later PC/SC tests.
+class PcscRemovalTest : public PcscEventsTest {
+protected:
+    void SetUp() override {
+        state_ = std::getenv("P15_PCSCD_STATE") ? std::getenv("P15_PCSCD_STATE") : "";
+        if (state_.empty()) {
+            GTEST_SKIP() << "runs only under the pcscd fixture (P15_PCSCD_STATE)";
+        }
+        PcscEventsTest::SetUp();
+    }
+    void TearDown() override { startStopped(); }
+
+    void stop(const std::string& name) {
+        pid_t pid = 0;
+        std::ifstream(state_ + "/" + name + ".pid") >> pid;
+        ASSERT_GT(pid, 0);
+        ASSERT_EQ(kill(pid, SIGTERM), 0);
+        stopped_.push_back(name);
+        // pcscd must be gone before another can take its socket.
+        for (int i = 0; i < 100 && !ended(pid); ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        }
+        ASSERT_TRUE(ended(pid)) << name;
+    }
+    // In the reverse order: pcscd before the bridge that connects to it.
+    void startStopped() {
+        for (auto name = stopped_.rbegin(); name != stopped_.rend(); ++name) {
+            const std::string program =
+                *name == "pcscd" ? "pcscd --foreground" : "\"${P15_VCARD_SERVE:-p15-vcard-serve}\"";
+            const std::string start = program + " >>\"" + state_ + "/" + *name + ".log\" 2>&1 & " +
+                                      "echo $! >\"" + state_ + "/" + *name + ".pid\"";
+            ASSERT_EQ(std::system(start.c_str()), 0);
+        }
+        if (!stopped_.empty()) {
+            stopped_.clear();
+            EXPECT_TRUE(cardReturns(seconds(10)));
+        }
+    }
+
+    std::string state_;
+
+private:
+    static bool ended(pid_t pid) {
+        std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+        std::string id, name, state;
+        return !(stat >> id >> name >> state) || state == "Z";
+    }
+    // A client of its own: one that pcscd knew before a restart stays cut off.
+    bool cardReturns(seconds wait) const {
+        const auto deadline = std::chrono::steady_clock::now() + wait;
+        do {
+            try {
+                if (host::PcscContext().waitForCard(reader_, seconds(1))) {
+                    return true;
+                }
+            } catch (const card::CardException&) {
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        } while (std::chrono::steady_clock::now() < deadline);
+        return false;
+    }
+
+    std::vector<std::string> stopped_;
+};
+
+TEST_P(PcscRemovalTest, RestartedPcscdIsAClearErrorThenConnectsAgain) {
+    if (!std::ifstream(state_ + "/pcscd.pid")) {
+        GTEST_SKIP() << "pcscd was running before the fixture, which leaves it alone";
+    }
+    files()->select(*channel_, {0x50, 0x32});
+    stop("bridge");
+    stop("pcscd");
+    startStopped();
+    EXPECT_EQ(errorInfo<card::ErrorText>([&] { files()->read(*channel_, 0, 0); }),
+              "PC/SC service stopped or restarted: open the card again");
+    // Not a removal: nothing is known about the card.
+    EXPECT_THROW(context_->waitForRemoval(reader_, seconds(1)), card::CardException);
+    EXPECT_FALSE(host::connectReader(reader_, seconds(10))->getAtr().empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(Reader, PcscEventsTest, ::testing::Values(TransportKind::Pcsc),
+                         transportName);
+INSTANTIATE_TEST_SUITE_P(Reader, PcscContentionTest, ::testing::Values(TransportKind::Pcsc),
+                         transportName);
+INSTANTIATE_TEST_SUITE_P(Reader, PcscRemovalTest, ::testing::Values(TransportKind::Pcsc),
+                         transportName);
+
+} // namespace
+} // namespace hosttest

@@ -1,0 +1,113 @@
+// What the host makes of a card's bytes and of its errors: the messages users see, whether an ATR
+// announces extended length, the sizes of an imported key's CRT components.
+#include "app/ApplicationException.hpp"
+#include "card/CardException.hpp"
+#include "card/crypto/spec/RsaPrivateCrtKeySpec.hpp"
+#include "host/CardStatus.hpp"
+#include "host/ErrorMessage.hpp"
+#include "host/iso7816/CardCapabilities.hpp"
+#include "mw/Hex.hpp"
+
+#include <boost/exception/get_error_info.hpp>
+#include <gtest/gtest.h>
+#include <stdexcept>
+
+namespace {
+
+template <class Throw> std::string messageOf(Throw raise) {
+    try {
+        raise();
+    } catch (const std::exception& e) {
+        return host::errorMessage(e);
+    }
+    return "nothing thrown";
+}
+
+TEST(ErrorMessage, NamesCommandStatusWordTextAndNumber) {
+    const auto cardError = [](const char* command, unsigned short sw) {
+        return [=] {
+            CARD_THROW(card::CardException() << card::Command(command) << card::StatusCode(sw));
+        };
+    };
+    EXPECT_EQ(messageOf(cardError("Select", 0x6A82)),
+              "card exception: Select: 6A82 (File or application not found)");
+    EXPECT_EQ(messageOf(cardError("Verify", 0x63C2)), "card exception: Verify: 63C2 (wrong PIN)");
+    EXPECT_EQ(messageOf(cardError("Put Data", 0x6F42)),
+              "card exception: Put Data: 6F42 (unknown error)");
+    EXPECT_EQ(
+        messageOf([] { CARD_THROW(card::CardException() << card::ErrorText("card removed")); }),
+        "card exception: card removed");
+    EXPECT_EQ(
+        messageOf([] { APP_THROW_DATA(app::InvalidDataException, "invalid modulus size", 4096); }),
+        "invalid data exception: invalid modulus size (4096)");
+    EXPECT_EQ(messageOf([] { throw std::runtime_error("no card in Virtual PCD 00 00"); }),
+              "no card in Virtual PCD 00 00");
+}
+
+// Only an ATR that plainly announces extended length gets extended APDUs.
+
+using host::iso7816::CardCapabilities;
+
+bool extended(const char* atrHex) {
+    return CardCapabilities::fromAtr(mw::fromHex(atrHex)).extendedLength;
+}
+
+TEST(CardCapabilitiesTest, ExtendedLengthOnlyWhereTheHistoricalBytesSaySo) {
+    // Category 80, card capabilities 73 with b7 of the third byte, after TA1 TD1 TD2.
+    EXPECT_TRUE(extended("3B 95 18 81 01 80 73 00 00 40 00"));
+    EXPECT_FALSE(extended("3B 95 18 81 01 80 73 00 00 80 00")) << "chaining only";
+    // Category 00: the last three bytes are a status indicator, not TLVs.
+    EXPECT_TRUE(extended("3B 88 00 00 73 00 00 40 00 90 00"));
+    EXPECT_FALSE(extended("3B 87 00 00 73 00 00 40 90 00")) << "status bytes read as a TLV";
+    EXPECT_FALSE(extended("3B 86 01 70 31 35 6B 69 74 85")) << "proprietary category";
+    // Broken ATRs announce nothing.
+    EXPECT_FALSE(extended(""));
+    EXPECT_FALSE(extended("3B"));
+    EXPECT_FALSE(extended("3B 81 80")) << "a TD that is not there";
+    EXPECT_FALSE(extended("3B 05 80 73 00 00")) << "historical bytes cut short";
+    EXPECT_FALSE(extended("3B 05 80 7F 00 00 40")) << "a TLV running past the end";
+}
+
+// Each CRT component is at most half the modulus long; leading zero bytes do not count.
+
+using mw::ByteBuffer;
+
+ByteBuffer filled(std::size_t length) {
+    ByteBuffer bytes(length);
+    std::fill(bytes.begin(), bytes.end(), 0xC3);
+    return bytes;
+}
+
+TEST(RsaPrivateCrtKeySpecTest, EachComponentIsCheckedAgainstHalfTheModulus) {
+    ByteBuffer signedEncoding{0x00};
+    signedEncoding.append(filled(64));
+    const struct {
+        std::size_t index; // of p, q, dp, dq, p_inv, q_inv
+        ByteBuffer value;
+        const char* failure;
+    } cases[] = {
+        {0, filled(64), ""},
+        {0, signedEncoding, ""},
+        {0, filled(65), "invalid crt component size: p"},
+        {1, ByteBuffer(), "invalid crt component size: q"},
+        {2, filled(65), "invalid crt component size: dp"},
+        {3, filled(65), "invalid crt component size: dq"},
+        {4, filled(100), "invalid crt component size: p_inv"},
+        {5, ByteBuffer(64), "invalid crt component size: q_inv"},
+    };
+    for (const auto& c : cases) {
+        std::vector<ByteBuffer> parts(6, filled(64));
+        parts[c.index] = c.value;
+        std::string failure;
+        try {
+            card::crypto::spec::RsaPrivateCrtKeySpec(1024, {0x01, 0x00, 0x01}, parts[0], parts[1],
+                                                     parts[2], parts[3], parts[4], parts[5]);
+        } catch (const app::InvalidDataException& e) {
+            const char* const* text = boost::get_error_info<app::ErrorText>(e);
+            failure = text ? *text : "(no text)";
+        }
+        EXPECT_EQ(failure, c.failure) << c.index;
+    }
+}
+
+} // namespace
