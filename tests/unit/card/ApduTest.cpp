@@ -40,6 +40,12 @@ TEST(Apdu, CaseLcDataAndLeFollowFromTheLengths) {
     EXPECT_EQ(noData.getCase(), 1);
     // Lc keeps only the low 8 bits of the length: 256 data bytes are no short APDU.
     EXPECT_EQ(Apdu(0x00, 0xD6, 0, 0, mw::ByteBuffer(256)).getCase(), -1);
+    // setLe appends an Le to a command without one and overwrites the one there.
+    Apdu select(0x00, 0xA4, 0x04, 0x00, fromHex("A000"));
+    select.setLe(0x00);
+    EXPECT_EQ(select.getCase(), 3);
+    select.setLe(0x7F);
+    EXPECT_EQ(toHex(select.bytes()), "00A4040002A0007F");
     for (const char* hex : {"", "00", "00A404"}) { // the buffer's index error
         const Apdu command{fromHex(hex)};
         EXPECT_THROW(command.getCase(), mw::IndexException) << hex;
