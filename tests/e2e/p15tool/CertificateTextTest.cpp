@@ -48,21 +48,15 @@ TEST(CertificateText, NamesReadAsRfc4514TextOrAreRefused) {
         EXPECT_EQ(certificates::nameText(name), expected);
     }
     const Bytes cn = der::objectIdentifier("2.5.4.3");
+    // clang-format off
     const mw::ByteBuffer malformed[] = {
-        // The SET's length runs past the SEQUENCE around it.
-        buffer({0x30, 0x03, 0x31, 0x05, 0x30}),
-        // A length of five octets, and a long form with nothing after it.
-        buffer({0x30, 0x85, 0x00, 0x00, 0x00, 0x00, 0x01, 0x00}),
-        buffer({0x30, 0x81}),
-        // An object identifier whose last octet says more follow.
-        rdnName(der::sequence({{0x06, 0x01, 0x85}, der::tlv(0x0C, {'a'})})),
-        // A BMPString of an odd length, an attribute without a value or with two.
-        rdnName(attribute(0x1E, "\0"s)),
-        rdnName(der::sequence({cn})),
-        rdnName(der::sequence({cn, der::tlv(0x0C, {'a'}), der::tlv(0x0C, {'b'})})),
-        // Bytes after the Name.
-        buffer({0x30, 0x00, 0x00}),
-    };
+        buffer({0x30, 0x03, 0x31, 0x05, 0x30}), // the SET runs past the SEQUENCE around it
+        buffer({0x30, 0x85, 0x00, 0x00, 0x00, 0x00, 0x01, 0x00}), buffer({0x30, 0x81}), // a length of five octets, of none
+        rdnName(der::sequence({{0x06, 0x01, 0x85}, der::tlv(0x0C, {'a'})})), // an OID whose last octet says more follow
+        rdnName(attribute(0x1E, "\0"s)), // a BMPString of an odd length
+        rdnName(der::sequence({cn})), rdnName(der::sequence({cn, der::tlv(0x0C, {'a'}), der::tlv(0x0C, {'b'})})), // no value, two
+        buffer({0x30, 0x00, 0x00})}; // bytes after the Name
+    // clang-format on
     for (const auto& name : malformed) {
         EXPECT_THROW(certificates::nameText(name), std::runtime_error) << mw::toHex(name);
     }

@@ -35,12 +35,10 @@ TEST_F(KeyCommands, AnImportedKeyExportsAsTheFilesPublicKey) {
     EXPECT_TRUE(exited(import(file("pkcs8.pem")), 1, "already (\"Mail\")"));
     ASSERT_TRUE(exited(import(file("pkcs8.pem"), {"--id", "0a0b"}), 0));
 
-    const nlohmann::json objects = list();
-    ASSERT_EQ(objects["privateKeys"].size(), 2u);
-    EXPECT_EQ(objects["privateKeys"][0]["usage"], nlohmann::json({"decrypt", "sign"}));
-    EXPECT_EQ(objects["privateKeys"][0]["modulusLength"], 1536);
-    EXPECT_EQ(objects["privateKeys"][1]["id"], "0A0B");
-
+    const nlohmann::json keys = list()["privateKeys"];
+    ASSERT_EQ(keys.size(), 2u);
+    EXPECT_EQ(std::tuple(keys[0]["usage"], keys[0]["modulusLength"], keys[1]["id"]),
+              std::tuple(nlohmann::json({"decrypt", "sign"}), 1536, "0A0B"));
     EXPECT_EQ(succeed({"key", "export", "--label", "Mail"}).out, readFile(file("expected.pem")));
     succeed({"key", "export", "--id", "0A0B", "--format", "der", "--out", file("key.der")});
     EXPECT_EQ(readFile(file("key.der")), readFile(file("expected.der")));
@@ -144,15 +142,16 @@ TEST_F(KeyCommands, DeleteAndWipeTakeKeysOnlyWhenAskedPlainlyAndLeaveACardsOwnKe
         << "both halves: " << cardsOwn.out;
     EXPECT_EQ(tool({"key", "export", "--label", "01"}).out, readFile(file("public.pem")));
 
-    EXPECT_EQ(tool({"key", "delete", "--pin-env", "USER_PIN"}).exitCode, 2) << "names none";
-    EXPECT_EQ(tool({"key", "delete", "--label", "three", "--pin-env", "USER_PIN"}).exitCode, 5);
+    // clang-format off
+    expectEach({{{"key", "delete", "--pin-env", "USER_PIN"}, 2, "--label"},
+                {{"key", "delete", "--label", "three", "--pin-env", "USER_PIN"}, 5, "three"}});
+    // clang-format on
     const ToolResult deleted = succeed({"key", "delete", "--id", "01", "--pin-env", "USER_PIN"});
     EXPECT_EQ(deleted.out.find(stays), std::string::npos) << deleted.out;
     nlohmann::json objects = list();
     ASSERT_EQ(objects["privateKeys"].size(), 1u);
-    EXPECT_EQ(objects["privateKeys"][0]["label"], "02");
-    EXPECT_EQ(objects["publicKeys"].size(), 1u);
-
+    EXPECT_EQ(std::pair(objects["privateKeys"][0]["label"], objects["publicKeys"].size()),
+              std::pair(nlohmann::json("02"), std::size_t{1}));
     EXPECT_TRUE(exited(tool({"wipe", "--pin-env", "USER_PIN"}), 2, "--yes"))
         << "no terminal to ask on";
     EXPECT_EQ(list()["privateKeys"].size(), 1u);

@@ -17,6 +17,7 @@
 
 namespace p15tool::test {
 
+using Arguments = std::vector<std::string>;
 using Environment = std::vector<std::pair<std::string, std::string>>;
 
 struct ToolResult {
@@ -28,7 +29,7 @@ struct ToolResult {
 
 /// Runs the built p15tool as a user does, in a session of its own without a
 /// controlling terminal, stdin from the file `input`, `environment` added to ours.
-ToolResult runTool(const std::vector<std::string>& arguments, const Environment& environment = {},
+ToolResult runTool(const Arguments& arguments, const Environment& environment = {},
                    const std::string& input = "/dev/null");
 
 /// A fresh directory, removed with everything in it at the end of its scope.
@@ -48,6 +49,16 @@ private:
 ::testing::AssertionResult exited(const ToolResult& result, int code, const std::string& says = "");
 /// Whether `text` holds `part`; a failure shows the text.
 ::testing::AssertionResult contains(const std::string& text, const std::string& part);
+
+/// A row of a table of commands: the exit code and the message each must end with.
+struct Expected {
+    Arguments arguments;
+    int code;
+    std::string says;
+};
+/// Runs the rows in order through `run`; a failing row names its message and last argument.
+void expectEach(const std::vector<Expected>& rows,
+                const std::function<ToolResult(const Arguments&)>& run);
 
 /// Lets `edit` change the application's file 3F00 5015 `fid` in the card image `image`.
 void editCardFile(const std::string& image, std::uint16_t fid,
@@ -77,13 +88,15 @@ class CardFolder : public ::testing::Test {
 protected:
     /// p15tool on this folder's card image, `extra` added to the environment,
     /// stdin from the file `input`.
-    ToolResult tool(std::vector<std::string> arguments, const Environment& extra = {},
+    ToolResult tool(Arguments arguments, const Environment& extra = {},
                     const std::string& input = "/dev/null") const;
     /// tool(), failing the test unless it succeeds.
-    ToolResult succeed(const std::vector<std::string>& arguments, const Environment& extra = {},
+    ToolResult succeed(const Arguments& arguments, const Environment& extra = {},
                        const std::string& input = "/dev/null") const;
+    /// expectEach() through tool().
+    void expectEach(const std::vector<Expected>& rows, const Environment& extra = {}) const;
     /// init with the PINs of the environment, `changed` overriding them.
-    ToolResult init(const Environment& changed = {}, std::vector<std::string> extra = {}) const;
+    ToolResult init(const Environment& changed = {}, Arguments extra = {}) const;
     /// An openssl command line run in the folder; its output, or a failure
     /// when it exits non-zero.
     std::string openssl(const std::string& arguments) const;
@@ -115,6 +128,7 @@ class ProfiledCard : public InitialisedCard,
                      public ::testing::WithParamInterface<vcard::CardProfile> {
 protected:
     vcard::CardProfile profile() const override { return GetParam(); }
+    bool iso() const { return GetParam() == vcard::CardProfile::Iso; }
 };
 
 } // namespace p15tool::test
