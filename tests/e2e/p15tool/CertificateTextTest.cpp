@@ -1,6 +1,5 @@
-// Names and certificates as `list` shows them, from DER a card may hold:
-// escapes that keep the text unambiguous and safe to print, and refusals of
-// lengths that run past their template.
+// Names and certificates as `list` shows them, from DER a card may hold: escapes that keep the text
+// unambiguous and safe to print, and refusals of lengths that run past their template.
 #include "tools/p15tool/CertificateText.hpp"
 #include "mw/Hex.hpp"
 #include "tools/p15tool/Der.hpp"
@@ -62,8 +61,8 @@ TEST(CertificateText, NamesReadAsRfc4514TextOrAreRefused) {
     }
 }
 
-// A certificate of the shape list reads: no signature check is made, so the
-// signature is a stand-in.
+// A certificate of the shape list reads: no signature check is made, so the signature is a
+// stand-in.
 Bytes certificate(const Bytes& notBefore, const Bytes& notAfter) {
     const Bytes name = der::name("CN=Alice");
     const Bytes algorithm = der::sequence({der::objectIdentifier("1.2.840.113549.1.1.11")});
@@ -73,9 +72,9 @@ Bytes certificate(const Bytes& notBefore, const Bytes& notAfter) {
          algorithm, der::bitString({0})});
 }
 
-// Times on both sides of 2050 (UTCTime before, GeneralizedTime from then on),
-// the fingerprint of the DER alone, not of the padding after it (its value:
-// Scenario, against openssl's); times outside the X.509 form are refused.
+// Times on both sides of 2050 (UTCTime before, GeneralizedTime from then on), the fingerprint of
+// the DER alone, not of the padding after it (its value: Scenario, against openssl's); times
+// outside the X.509 form are refused.
 TEST(CertificateText, ValidityAroundTheYear2050AndTheFingerprint) {
     const Bytes der = certificate(der::time(2524607999), der::time(2524608000));
     const Json described = certificates::describe(buffer(der::join({der, {0xFF, 0xFF}})), true);

@@ -1,5 +1,5 @@
-// decode over the samples from real cards and over hostile dumps. (Each
-// sample's entries byte for byte: SampleTest, Samples; here what decode shows.)
+// decode over the samples from real cards and over hostile dumps. (Each sample's entries byte for
+// byte: SampleTest, Samples; here what decode shows.)
 #include "ToolProcess.hpp"
 #include "mw/Hex.hpp"
 
@@ -13,20 +13,19 @@ namespace {
 using nlohmann::json;
 using namespace std::string_literals;
 
-// The ACOS sample's AODF entry with its label TLV, 0C 04 "User", replaced
-// by `label` of the same length.
+// The ACOS sample's AODF entry with its label TLV, 0C 04 "User", replaced by `label` of the same
+// length.
 std::string aodfWithLabel(const std::string& label) {
     const mw::ByteBuffer after = mw::fromHex("030206C03003040101A121301F030304CC000A010102"
                                              "01040201080201088001010401FF300604043F004100");
     return "\x30\x34\x30\x0A"s + label + std::string(after.begin(), after.end());
 }
 
-// Every sample decodes in text and in JSON but the ODFs their notes call
-// invalid, which fail in one line. One row for each way a field is shown, of
-// a sample or of a dump in hex or binary, its kind told by the name or the
-// content: card text becomes UTF-8 (T61String and non-UTF-8 read as Latin-1,
-// NUL padding dropped), members no sample has are shown; hostile dumps fail
-// in one line and print nothing.
+// Every sample decodes in text and in JSON but the ODFs their notes call invalid, which fail in one
+// line. One row for each way a field is shown, of a sample or of a dump in hex or binary, its kind
+// told by the name or the content: card text becomes UTF-8 (T61String and non-UTF-8 read as
+// Latin-1, NUL padding dropped), members no sample has are shown; hostile dumps fail in one line
+// and print nothing.
 TEST(Decode, SamplesAndDumpsDecodeOrFailInOneLine) {
     int files = 0;
     for (const auto& entry : std::filesystem::directory_iterator(P15_SAMPLES_DIR)) {

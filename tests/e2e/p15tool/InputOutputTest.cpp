@@ -1,6 +1,4 @@
-// What the tool reads and writes, and what a key accepts: messages of any
-// size, inputs that are no file or too large, deciphered secrets for their
-// owner only; a signature only of the modulus length, a key only as its usage says.
+// What the tool reads and writes, and what a key accepts.
 #include "ToolProcess.hpp"
 
 #include <cryptopp/filters.h>
@@ -41,9 +39,8 @@ protected:
 };
 using KeyUse = InputOutput;
 
-// Up to 64 KiB the message goes to the plugin whole; past that the tool
-// hashes it as it reads and the card signs the DigestInfo: the signatures
-// are the same scheme either way.
+// Up to 64 KiB the message goes to the plugin whole; past that the tool hashes it as it reads and
+// the card signs the DigestInfo: the signatures are the same scheme either way.
 TEST_P(InputOutput, MessagesOfEverySizeSignAndVerifyTheSameWay) {
     const auto verify = [&](const std::string& alg) {
         return tool(
@@ -68,11 +65,10 @@ TEST_P(InputOutput, MessagesOfEverySizeSignAndVerifyTheSameWay) {
     }
 }
 
-// RSA-PSS and RSAES-OAEP as the tool passes them on, judged by openssl: PSS
-// of the message or of its hash (--alg raw), SHA-512 refused on a 1024-bit
-// key before the PIN; OAEP of each hash at the longest message. A card that
-// does not perform them refuses each command before any PIN. (Each hash on
-// the card: KeyCommands.PssAndOaepWithEachHash; through the module:
+// RSA-PSS and RSAES-OAEP as the tool passes them on, judged by openssl: PSS of the message or of
+// its hash (--alg raw), SHA-512 refused on a 1024-bit key before the PIN; OAEP of each hash at the
+// longest message. A card that does not perform them refuses each command before any PIN. (Each
+// hash on the card: KeyCommands.PssAndOaepWithEachHash; through the module:
 // PaddingTest.PssAndOaepRunOnACardThatListsThem.)
 TEST_P(InputOutput, PssAndOaepWorkOnlyOnTheCardThatPerformsThem) {
     const auto flipBit = [&](const std::string& name) {
@@ -141,23 +137,20 @@ TEST_P(InputOutput, PssAndOaepWorkOnlyOnTheCardThatPerformsThem) {
     }
 }
 
-// A folder or a device is no input: refused by name with the usage status
-// before the card is asked for anything. A file larger than the command
-// takes is refused before a byte of it is read.
+// A folder or a device is no input: refused by name with the usage status before the card is asked
+// for anything. A file larger than the command takes is refused before a byte of it is read.
 TEST_P(InputOutput, WhatIsNoFileOrTooLargeIsRefusedUnread) {
     writeFile(file("signature"), std::string(128, 'S'));
-    for (const std::string& bad : {directory.path(), std::string("/dev/zero")}) {
-        for (const std::vector<std::string>& command : std::vector<std::vector<std::string>>{
-                 {"sign", "--in", bad, "--pin-env", "USER_PIN"},
-                 {"verify", "--signature", file("signature"), "--in", bad},
-                 {"data", "write", bad, "--label", "D", "--pin-env", "USER_PIN"}}) {
-            const ToolResult refused = tool(command);
-            EXPECT_TRUE(exited(refused, 2));
-            EXPECT_EQ(refused.err.rfind("p15tool: " + bad + " is ", 0), 0u) << refused.err;
-            EXPECT_TRUE(
-                contains(refused.err, bad == "/dev/zero" ? "not a regular file" : "a folder"));
-        }
-    }
+    const std::string folder = directory.path() + " is a folder",
+                      device = "/dev/zero is not a regular file";
+    // clang-format off
+    expectEach({{{"sign", "--in", directory.path(), "--pin-env", "USER_PIN"}, 2, "p15tool: " + folder},
+                {{"verify", "--signature", file("signature"), "--in", directory.path()}, 2, "p15tool: " + folder},
+                {{"data", "write", directory.path(), "--label", "D", "--pin-env", "USER_PIN"}, 2, "p15tool: " + folder},
+                {{"sign", "--in", "/dev/zero", "--pin-env", "USER_PIN"}, 2, "p15tool: " + device},
+                {{"verify", "--signature", file("signature"), "--in", "/dev/zero"}, 2, "p15tool: " + device},
+                {{"data", "write", "/dev/zero", "--label", "D", "--pin-env", "USER_PIN"}, 2, "p15tool: " + device}});
+    // clang-format on
     // Sparse: three gigabytes that take no room and no time to make.
     writeFile(file("huge"), "");
     std::filesystem::resize_file(file("huge"), std::uintmax_t{3} << 30);
@@ -166,9 +159,8 @@ TEST_P(InputOutput, WhatIsNoFileOrTooLargeIsRefusedUnread) {
                "has 3221225472 bytes, more than"));
 }
 
-// A new file is created for its owner alone; an existing one that others
-// could read is closed to them before the secret is written into it. A
-// private data object read out is as secret.
+// A new file is created for its owner alone; an existing one that others could read is closed to
+// them before the secret is written into it. A private data object read out is as secret.
 TEST_P(InputOutput, DecipheredSecretsGoToFilesOnlyTheirOwnerReads) {
     writeFile(file("secret"), "a key to wrap");
     openssl("pkeyutl -encrypt -pubin -inkey public.pem -in secret -out cryptogram");
@@ -189,10 +181,9 @@ TEST_P(InputOutput, DecipheredSecretsGoToFilesOnlyTheirOwnerReads) {
     }
 }
 
-// A signature one byte short or one byte long is refused: the tool hands it
-// on as read (one plus the modulus: cryptoapi's MalformedSignature); a key is
-// refused what its usage forbids before the PIN is verified, so a wrong PIN
-// costs no try.
+// A signature one byte short or one byte long is refused: the tool hands it on as read (one plus
+// the modulus: cryptoapi's MalformedSignature); a key is refused what its usage forbids before the
+// PIN is verified, so a wrong PIN costs no try.
 TEST_P(KeyUse, SignDecryptAndVerifyTakeOnlyWhatTheKeyAndTheSignatureAllow) {
     const CryptoPP::RSASS<CryptoPP::PKCS1v15, CryptoPP::SHA256>::Signer signer(key);
     std::string message, signature(signer.MaxSignatureLength(), '\0');

@@ -1,5 +1,5 @@
-// key import, export and delete, dump and wipe on a virtual card image, with
-// key files and checks from the openssl command line.
+// key import, export and delete, dump and wipe on a virtual card image, with key files and checks
+// from the openssl command line.
 #include "ToolProcess.hpp"
 #include "app/pkcs15/oss/Codec.hpp"
 
@@ -23,9 +23,8 @@ protected:
     nlohmann::json list() const { return succeed({"--json", "list"}).json(); }
 };
 
-// Both key file forms end up as the same key pair: the public key read back
-// from the card is the file's, byte for byte, in every export format; the
-// same key twice has the same id and is refused.
+// Both key file forms end up as the same key pair: the public key read back from the card is the
+// file's, byte for byte, in every export format; the same key twice has the same id and is refused.
 TEST_F(KeyCommands, AnImportedKeyExportsAsTheFilesPublicKey) {
     openssl("genpkey -algorithm RSA -pkeyopt rsa_keygen_bits:1536 -out pkcs8.pem");
     openssl("rsa -in pkcs8.pem -traditional -outform DER -out pkcs1.der");
@@ -54,9 +53,9 @@ TEST_F(KeyCommands, AnImportedKeyExportsAsTheFilesPublicKey) {
     EXPECT_EQ(dumped["publicExponent"], "010001");
 }
 
-// A 1024-bit key whose components agree with each other (n = pq, d inverts
-// e modulo lcm(p-1, q-1), CRT values to match) but whose p is the product of
-// two primes, as PKCS#8 DER. Factors from 1.75 * 2^255 make n 1024 bits.
+// A 1024-bit key whose components agree with each other (n = pq, d inverts e modulo lcm(p-1, q-1),
+// CRT values to match) but whose p is the product of two primes, as PKCS#8 DER. Factors from 1.75 *
+// 2^255 make n 1024 bits.
 void writeKeyWithCompositeP(const std::string& path) {
     using CryptoPP::Integer;
     CryptoPP::AutoSeededRandomPool random;
@@ -74,8 +73,7 @@ void writeKeyWithCompositeP(const std::string& path) {
     key.DEREncode(sink);
 }
 
-// Files that are no RSA key the card can hold, and a wrong PIN, leave the
-// card as it was.
+// Files that are no RSA key the card can hold, and a wrong PIN, leave the card as it was.
 TEST_F(KeyCommands, ImportRefusesWhatTheCardCannotTakeAndWritesNothing) {
     openssl("genpkey -algorithm RSA -pkeyopt rsa_keygen_bits:1024 -out rsa.pem");
     openssl("pkey -in rsa.pem -aes128 -passout pass:secret -out encrypted.pem");
@@ -103,8 +101,8 @@ TEST_F(KeyCommands, ImportRefusesWhatTheCardCannotTakeAndWritesNothing) {
 
 namespace oss = app::pkcs15::oss;
 
-// Lists a key that the card keeps under its own reference 01 and path, first
-// in the PrKDF (`keyObject` of a PrivateKeyType) or the PuKDF.
+// Lists a key that the card keeps under its own reference 01 and path, first in the PrKDF
+// (`keyObject` of a PrivateKeyType) or the PuKDF.
 template <class KeyType, class KeyObject>
 void listCardsOwnKey(const std::string& image, std::uint16_t directory,
                      KeyObject KeyType::*keyObject) {
@@ -123,9 +121,8 @@ void listCardsOwnKey(const std::string& image, std::uint16_t directory,
     });
 }
 
-// Delete and wipe take keys only when asked plainly. Deleting the card's own
-// key removes its entries and says that the key stays; the key under 81
-// beside it keeps its files (0E01, 0F01).
+// Delete and wipe take keys only when asked plainly. Deleting the card's own key removes its
+// entries and says that the key stays; the key under 81 beside it keeps its files (0E01, 0F01).
 TEST_F(KeyCommands, DeleteAndWipeTakeKeysOnlyWhenAskedPlainlyAndLeaveACardsOwnKey) {
     openssl("genpkey -algorithm RSA -pkeyopt rsa_keygen_bits:1024 -out rsa.pem");
     openssl("pkey -in rsa.pem -pubout -out public.pem");

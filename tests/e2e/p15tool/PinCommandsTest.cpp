@@ -1,5 +1,5 @@
-// pin and list through the plugin on a virtual card image: tries spent and
-// restored, blocking and unblocking, changing, and the listing's JSON.
+// pin and list through the plugin on a virtual card image: tries spent and restored, blocking and
+// unblocking, changing, and the listing's JSON.
 #include "OddCard.hpp"
 #include "ToolProcess.hpp"
 
@@ -27,9 +27,8 @@ protected:
     }
 };
 
-// --verbose shows each command's header and status word, never a PIN, in
-// text or in hex; without --verbose stderr is quiet. (The trace file:
-// PinTrace.NamesThePinOperationsButNeverTheirValues.)
+// --verbose shows each command's header and status word, never a PIN, in text or in hex; without
+// --verbose stderr is quiet. (The trace file: PinTrace.NamesThePinOperationsButNeverTheirValues.)
 TEST_P(PinCommands, VerboseShowsTheCommandsAndNoPin) {
     const ToolResult wrong = tool({"--verbose", "pin", "verify", "--pin-env", "NEW"});
     EXPECT_TRUE(contains(wrong.err, "card: VERIFY 00 20 00 01 [8 bytes hidden] -> " +
@@ -43,10 +42,9 @@ TEST_P(PinCommands, VerboseShowsTheCommandsAndNoPin) {
     EXPECT_EQ(tool({"pin", "status"}).err, "") << "quiet without --verbose";
 }
 
-// The right PIN restores the tries a wrong one cost and is forgotten at
-// release; the last wrong one blocks it, and the PUK frees it, keeping its
-// value or giving it a new one. A changed PIN refuses its old value and the
-// others keep theirs; a PIN the card lacks is named, --label with --ref is a
+// The right PIN restores the tries a wrong one cost and is forgotten at release; the last wrong one
+// blocks it, and the PUK frees it, keeping its value or giving it a new one. A changed PIN refuses
+// its old value and the others keep theirs; a PIN the card lacks is named, --label with --ref is a
 // usage error.
 TEST_P(PinCommands, APinBlocksAfterItsTriesAndThePukFreesIt) {
     EXPECT_TRUE(exited(tool(verify("WRONG")), 4, wrong("User PIN", 2)));
@@ -80,9 +78,8 @@ TEST_P(PinCommands, APinBlocksAfterItsTriesAndThePukFreesIt) {
     // clang-format on
 }
 
-// A value the PIN's entry rules out never reaches the card, wherever a PIN
-// is read: no try is spent. Values of exactly the shortest and the longest
-// length work.
+// A value the PIN's entry rules out never reaches the card, wherever a PIN is read: no try is
+// spent. Values of exactly the shortest and the longest length work.
 TEST_P(PinCommands, AValueThePinCannotTakeCostsNoTry) {
     const Environment values{{"EMPTY", ""},         {"NINE", "123456789"}, {"LETTERS", "12ab"},
                              {"EIGHT", "12345678"}, {"FOUR", "1357"},      {"SHORT", "12"}};
@@ -109,9 +106,8 @@ TEST_P(PinCommands, AValueThePinCannotTakeCostsNoTry) {
 
 namespace oss = app::pkcs15::oss;
 
-// The user PIN's rule: read and delete (a mode beyond PKCS#15's) need the
-// PUK or the SO PIN, and a condition of the card's own, which the
-// application cannot express.
+// The user PIN's rule: read and delete (a mode beyond PKCS#15's) need the PUK or the SO PIN, and a
+// condition of the card's own, which the application cannot express.
 void addUserPinRule(oss::AuthenticationType& entry) {
     oss::SecurityCondition puk, so, either, cardOwn, both;
     puk.authIdValue = {0x02};
@@ -126,17 +122,18 @@ void addUserPinRule(oss::AuthenticationType& entry) {
         std::vector<oss::AccessControlRule>{{{{0x90}, 4}, both, {}}};
 }
 
-// The PINs come first with what the user needs of them (their length, the
-// PIN that unblocks them, the tries left), then the keys; access rules read
-// as text, a condition the application cannot express as its raw bytes.
+// The PINs come first with what the user needs of them (their length, the PIN that unblocks them,
+// the tries left), then the keys; access rules read as text, a condition the application cannot
+// express as its raw bytes.
 TEST_P(PinCommands, ListShowsThePinsWithTheirRulesAndTheKeysBesideThem) {
     const nlohmann::json listed = tool({"--json", "list"}).json();
     ASSERT_EQ(listed["pins"].size(), 3u);
     const nlohmann::json& user = listed["pins"][0];
-    EXPECT_EQ(user["maxLength"], 8);
-    EXPECT_EQ(user["unblockedBy"], "PUK");
-    EXPECT_EQ(user.value("triesLeft", nlohmann::json()), tries(3));
-    EXPECT_FALSE(listed["pins"][2].contains("unblockedBy")) << "the SO PIN's entry names none";
+    // The SO PIN's entry names no PIN that unblocks it.
+    EXPECT_EQ(std::tuple(user["maxLength"], user["unblockedBy"],
+                         user.value("triesLeft", nlohmann::json()),
+                         listed["pins"][2].contains("unblockedBy")),
+              std::tuple(nlohmann::json(8), nlohmann::json("PUK"), tries(3), false));
 
     succeed({"keygen", "--bits", "1024", "--label", "Authentication", "--pin-env", "USER_PIN"});
     editFirstEntry<oss::AuthenticationType>(image, 0x4408, addUserPinRule);
@@ -157,9 +154,8 @@ TEST_P(PinCommands, ListShowsThePinsWithTheirRulesAndTheKeysBesideThem) {
         nlohmann::json::array({{{"accessMode", {"read", "delete"}}, {"condition", condition}}}));
 }
 
-// A card whose EF(PrKDF) holds entries as real cards write them: list shows
-// what it can, one note per entry it leaves out (the sound key at work:
-// ModuleTest.OddEntriesLeaveTheSoundKeyUsable).
+// A card whose EF(PrKDF) holds entries as real cards write them: list shows what it can, one note
+// per entry it leaves out (the sound key at work: ModuleTest.OddEntriesLeaveTheSoundKeyUsable).
 using OddEntries = InitialisedCard;
 
 TEST_F(OddEntries, ListShowsTheSoundKeyAndNamesEachEntryLeftOut) {
@@ -167,8 +163,8 @@ TEST_F(OddEntries, ListShowsTheSoundKeyAndNamesEachEntryLeftOut) {
     const p15test::OddEntries odd = p15test::addOddEntries(image, false);
 
     const nlohmann::json objects = tool({"--json", "list"}).json();
-    ASSERT_EQ(objects["privateKeys"].size(), 1u);
-    EXPECT_EQ(objects["privateKeys"][0]["label"], "Sound");
+    EXPECT_EQ(std::pair(objects["privateKeys"].size(), objects["privateKeys"].at(0)["label"]),
+              std::pair(std::size_t{1}, nlohmann::json("Sound")));
     const std::string undecodable = std::to_string(odd.undecodable);
     EXPECT_EQ(objects["notes"],
               nlohmann::json({"EF(PrKDF) entry at byte " + undecodable +

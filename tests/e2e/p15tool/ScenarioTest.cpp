@@ -1,5 +1,5 @@
-// The user's way through the card: a key made on it, enrolled with a
-// certificate it signs itself, data objects beside it, all judged by openssl.
+// The user's way through the card: a key made on it, enrolled with a certificate it signs itself,
+// data objects beside it, all judged by openssl.
 #include "ToolProcess.hpp"
 #include "mw/Hex.hpp"
 #include "vcard/CardImage.hpp"
@@ -16,9 +16,8 @@ namespace {
 namespace oss = app::pkcs15::oss;
 using Scenario = InitialisedCard;
 
-// The status words of READ BINARY, UPDATE BINARY and DELETE FILE on the value
-// file of the entry `index` of the directory file 44`fid`, each on a card
-// just reset (no PIN verified).
+// The status words of READ BINARY, UPDATE BINARY and DELETE FILE on the value file of the entry
+// `index` of the directory file 44`fid`, each on a card just reset (no PIN verified).
 template <class Entry>
 std::vector<int> answers(const std::string& image, std::uint8_t fid, std::size_t index) {
     const vcard::Bytes content = vcard::CardImage::load(image)
@@ -55,8 +54,8 @@ TEST_F(Scenario, AKeyMadeOnTheCardEnrolsSignsAndDeciphers) {
     EXPECT_EQ(generated.json()["generated"]["accessFlags"],
               nlohmann::json({"sensitive", "alwaysSensitive", "neverExtractable", "local"}));
 
-    // A UTF-8 subject with an escaped comma, spaces around its parts left
-    // out; validity past 2049, so its end is a GeneralizedTime.
+    // A UTF-8 subject with an escaped comma, spaces around its parts left out; validity past 2049,
+    // so its end is a GeneralizedTime.
     const std::string subject =
         " CN = Zo\xC3\xAB demo , O=Example\\, Inc.,C=DE,emailAddress=z@x.org";
     const std::string shown =
@@ -77,8 +76,8 @@ TEST_F(Scenario, AKeyMadeOnTheCardEnrolsSignsAndDeciphers) {
             EXPECT_TRUE(contains(text, part));
         }
     }
-    // Both key identifiers are the SHA-1 of the RSAPublicKey, which starts 24
-    // bytes into the 2048-bit key's SubjectPublicKeyInfo.
+    // Both key identifiers are the SHA-1 of the RSAPublicKey, which starts 24 bytes into the
+    // 2048-bit key's SubjectPublicKeyInfo.
     std::string keyIds =
         openssl("x509 -in cert.pem -noout -ext subjectKeyIdentifier,authorityKeyIdentifier");
     keyIds.erase(std::remove(keyIds.begin(), keyIds.end(), ':'), keyIds.end());
@@ -88,9 +87,8 @@ TEST_F(Scenario, AKeyMadeOnTheCardEnrolsSignsAndDeciphers) {
     std::transform(keySha1.begin(), keySha1.end(), keySha1.begin(), ::toupper);
     EXPECT_NE(keyIds.find(keySha1), keyIds.rfind(keySha1)) << keyIds << keySha1;
 
-    // The identifier is the modulus's SHA-1, so a certificate finds its key
-    // and its label; names as text (last RDN first), the DER kept for
-    // scripts, and openssl's fingerprint.
+    // The identifier is the modulus's SHA-1, so a certificate finds its key and its label; names as
+    // text (last RDN first), the DER kept for scripts, and openssl's fingerprint.
     const std::string modulus = openssl("x509 -in cert.pem -noout -modulus");
     const mw::ByteBuffer modulusBytes = mw::fromHex(modulus.substr(modulus.find('=') + 1));
     mw::ByteBuffer sha1(CryptoPP::SHA1::DIGESTSIZE);
@@ -109,8 +107,8 @@ TEST_F(Scenario, AKeyMadeOnTheCardEnrolsSignsAndDeciphers) {
     succeed({"cert", "read", "--format", "der", "--out", file("card.der")});
     EXPECT_EQ(openssl("x509 -in card.der -inform DER"), readFile(file("cert.pem")));
 
-    // Without --in and --out: stdin in, the signature out on stdout. 245
-    // bytes are the most one 2048-bit PKCS#1 v1.5 block carries.
+    // Without --in and --out: stdin in, the signature out on stdout. 245 bytes are the most one
+    // 2048-bit PKCS#1 v1.5 block carries.
     writeFile(file("message.txt"), "p15kit was here\n");
     writeFile(file("message.sig"),
               succeed({"sign", "--pin-env", "USER_PIN"}, {}, file("message.txt")).out);
@@ -128,8 +126,8 @@ TEST_F(Scenario, AKeyMadeOnTheCardEnrolsSignsAndDeciphers) {
                 {{"data", "write", file("secret"), "--label", "open", "--pin-env", "USER_PIN"}, 0, ""}});
     // clang-format on
     EXPECT_EQ(tool({"--json", "list"}).json()["dataObjects"].at(0)["applicationName"], "demo");
-    // Any program sharing the card reads the certificate and the public data
-    // object; only the user replaces or deletes them, and reads the private one.
+    // Any program sharing the card reads the certificate and the public data object; only the user
+    // replaces or deletes them, and reads the private one.
     const std::vector<int> readOnly{0x9000, 0x6982, 0x6982};
     EXPECT_EQ(answers<oss::CertificateType>(image, 0x04, 0), readOnly);
     EXPECT_EQ(answers<oss::DataType>(image, 0x07, 0), std::vector<int>(3, 0x6982));
