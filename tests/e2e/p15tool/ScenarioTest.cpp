@@ -122,7 +122,7 @@ TEST_F(Scenario, AKeyMadeOnTheCardEnrolsSignsAndDeciphers) {
             {}, file("secret"));
     // clang-format off
     expectEach({{{"verify", "--signature", file("message.sig"), "--in", file("message.txt")}, 0, ""},
-                {{"encrypt", "--in", file("longer")}, 1, "enciphers at most 245 bytes"},
+                {{"encrypt", "--in", file("longer")}, 1, "RSA PKCS#1 v1.5 enciphers at most 245 bytes"},
                 {{"data", "write", file("secret"), "--label", "open", "--pin-env", "USER_PIN"}, 0, ""}});
     // clang-format on
     EXPECT_EQ(tool({"--json", "list"}).json()["dataObjects"].at(0)["applicationName"], "demo");
