@@ -1,6 +1,5 @@
-// Names and certificates as `list` shows them, from DER a card may hold:
-// escapes that keep the text unambiguous and safe to print, and refusals of
-// lengths that run past their template.
+// Names and certificates as `list` shows them, from DER a card may hold: escapes that keep the text
+// unambiguous and safe to print, and refusals of lengths that run past their template.
 #include "tools/p15tool/CertificateText.hpp"
 #include "mw/Hex.hpp"
 #include "tools/p15tool/Der.hpp"
@@ -48,28 +47,22 @@ TEST(CertificateText, NamesReadAsRfc4514TextOrAreRefused) {
         EXPECT_EQ(certificates::nameText(name), expected);
     }
     const Bytes cn = der::objectIdentifier("2.5.4.3");
+    // clang-format off
     const mw::ByteBuffer malformed[] = {
-        // The SET's length runs past the SEQUENCE around it.
-        buffer({0x30, 0x03, 0x31, 0x05, 0x30}),
-        // A length of five octets, and a long form with nothing after it.
-        buffer({0x30, 0x85, 0x00, 0x00, 0x00, 0x00, 0x01, 0x00}),
-        buffer({0x30, 0x81}),
-        // An object identifier whose last octet says more follow.
-        rdnName(der::sequence({{0x06, 0x01, 0x85}, der::tlv(0x0C, {'a'})})),
-        // A BMPString of an odd length, an attribute without a value or with two.
-        rdnName(attribute(0x1E, "\0"s)),
-        rdnName(der::sequence({cn})),
-        rdnName(der::sequence({cn, der::tlv(0x0C, {'a'}), der::tlv(0x0C, {'b'})})),
-        // Bytes after the Name.
-        buffer({0x30, 0x00, 0x00}),
-    };
+        buffer({0x30, 0x03, 0x31, 0x05, 0x30}), // the SET runs past the SEQUENCE around it
+        buffer({0x30, 0x85, 0x00, 0x00, 0x00, 0x00, 0x01, 0x00}), buffer({0x30, 0x81}), // a length of five octets, of none
+        rdnName(der::sequence({{0x06, 0x01, 0x85}, der::tlv(0x0C, {'a'})})), // an OID whose last octet says more follow
+        rdnName(attribute(0x1E, "\0"s)), // a BMPString of an odd length
+        rdnName(der::sequence({cn})), rdnName(der::sequence({cn, der::tlv(0x0C, {'a'}), der::tlv(0x0C, {'b'})})), // no value, two
+        buffer({0x30, 0x00, 0x00})}; // bytes after the Name
+    // clang-format on
     for (const auto& name : malformed) {
         EXPECT_THROW(certificates::nameText(name), std::runtime_error) << mw::toHex(name);
     }
 }
 
-// A certificate of the shape list reads: no signature check is made, so the
-// signature is a stand-in.
+// A certificate of the shape list reads: no signature check is made, so the signature is a
+// stand-in.
 Bytes certificate(const Bytes& notBefore, const Bytes& notAfter) {
     const Bytes name = der::name("CN=Alice");
     const Bytes algorithm = der::sequence({der::objectIdentifier("1.2.840.113549.1.1.11")});
@@ -79,9 +72,9 @@ Bytes certificate(const Bytes& notBefore, const Bytes& notAfter) {
          algorithm, der::bitString({0})});
 }
 
-// Times on both sides of 2050 (UTCTime before, GeneralizedTime from then on),
-// the fingerprint of the DER alone, not of the padding after it (its value:
-// Scenario, against openssl's); times outside the X.509 form are refused.
+// Times on both sides of 2050 (UTCTime before, GeneralizedTime from then on), the fingerprint of
+// the DER alone, not of the padding after it (its value: Scenario, against openssl's); times
+// outside the X.509 form are refused.
 TEST(CertificateText, ValidityAroundTheYear2050AndTheFingerprint) {
     const Bytes der = certificate(der::time(2524607999), der::time(2524608000));
     const Json described = certificates::describe(buffer(der::join({der, {0xFF, 0xFF}})), true);

@@ -12,7 +12,7 @@
 
 namespace p15tool::test {
 
-ToolResult runTool(const std::vector<std::string>& arguments, const Environment& environment,
+ToolResult runTool(const Arguments& arguments, const Environment& environment,
                    const std::string& input) {
     const TemporaryDirectory capture;
     const std::string outPath = capture.file("out"), errPath = capture.file("err");
@@ -84,6 +84,14 @@ void writeFile(const std::string& path, const std::string& content) {
     return ::testing::AssertionFailure() << "not in:\n" << text;
 }
 
+void expectEach(const std::vector<Expected>& rows,
+                const std::function<ToolResult(const Arguments&)>& run) {
+    for (const auto& [arguments, code, says] : rows) {
+        SCOPED_TRACE(says + " / " + (arguments.empty() ? "" : arguments.back()));
+        EXPECT_TRUE(exited(run(arguments), code, says));
+    }
+}
+
 void editCardFile(const std::string& image, std::uint16_t fid,
                   const std::function<void(vcard::CardFile&)>& edit) {
     vcard::CardState state = vcard::CardImage::load(image);
@@ -105,7 +113,7 @@ vcard::Pin CardFolder::storedPin(std::uint8_t reference) const {
     return vcard::CardImage::load(image).pins.pins().at(reference);
 }
 
-ToolResult CardFolder::tool(std::vector<std::string> arguments, const Environment& extra,
+ToolResult CardFolder::tool(Arguments arguments, const Environment& extra,
                             const std::string& input) const {
     arguments.insert(arguments.begin(), {"--card", image});
     Environment all = environment;
@@ -113,14 +121,18 @@ ToolResult CardFolder::tool(std::vector<std::string> arguments, const Environmen
     return runTool(arguments, all, input);
 }
 
-ToolResult CardFolder::succeed(const std::vector<std::string>& arguments, const Environment& extra,
+ToolResult CardFolder::succeed(const Arguments& arguments, const Environment& extra,
                                const std::string& input) const {
     ToolResult result = tool(arguments, extra, input);
     EXPECT_TRUE(exited(result, 0)) << ::testing::PrintToString(arguments);
     return result;
 }
 
-ToolResult CardFolder::init(const Environment& changed, std::vector<std::string> extra) const {
+void CardFolder::expectEach(const std::vector<Expected>& rows, const Environment& extra) const {
+    test::expectEach(rows, [&](const Arguments& arguments) { return tool(arguments, extra); });
+}
+
+ToolResult CardFolder::init(const Environment& changed, Arguments extra) const {
     extra.insert(extra.begin(),
                  {"init", "--pin-env", "USER_PIN", "--puk-env", "PUK", "--so-pin-env", "SO_PIN"});
     return tool(extra, changed);

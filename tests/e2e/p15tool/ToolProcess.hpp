@@ -17,6 +17,7 @@
 
 namespace p15tool::test {
 
+using Arguments = std::vector<std::string>;
 using Environment = std::vector<std::pair<std::string, std::string>>;
 
 struct ToolResult {
@@ -26,12 +27,12 @@ struct ToolResult {
     nlohmann::json json() const { return nlohmann::json::parse(out); }
 };
 
-/// Runs the built p15tool as a user does, in a session of its own without a
-/// controlling terminal, stdin from the file `input`, `environment` added to ours.
-ToolResult runTool(const std::vector<std::string>& arguments, const Environment& environment = {},
+/// The built p15tool in a session of its own (no terminal), stdin from `input`, `environment`
+/// added.
+ToolResult runTool(const Arguments& arguments, const Environment& environment = {},
                    const std::string& input = "/dev/null");
 
-/// A fresh directory, removed with everything in it at the end of its scope.
+/// A fresh directory, removed with its content at the end of its scope.
 class TemporaryDirectory {
 public:
     TemporaryDirectory();
@@ -43,18 +44,25 @@ private:
     std::string path_;
 };
 
-/// Whether `result` exited with `code` and its stderr holds `says`, a failure
-/// (code not 0) in one line that starts "p15tool: "; a mismatch shows the status and stderr.
+/// Whether `result` exited with `code`, stderr holding `says`: a failure in one line "p15tool: …".
 ::testing::AssertionResult exited(const ToolResult& result, int code, const std::string& says = "");
-/// Whether `text` holds `part`; a failure shows the text.
 ::testing::AssertionResult contains(const std::string& text, const std::string& part);
+
+/// A command of a table, its exit code and what its stderr holds.
+struct Expected {
+    Arguments arguments;
+    int code;
+    std::string says;
+};
+/// Runs the rows in order through `run`, each traced by its message and last argument.
+void expectEach(const std::vector<Expected>& rows,
+                const std::function<ToolResult(const Arguments&)>& run);
 
 /// Lets `edit` change the application's file 3F00 5015 `fid` in the card image `image`.
 void editCardFile(const std::string& image, std::uint16_t fid,
                   const std::function<void(vcard::CardFile&)>& edit);
 
-/// Rewrites the first entry of the directory file `fid` in the card image as
-/// `edit` changes it; the file keeps its size.
+/// Rewrites the first entry of the directory file `fid` as `edit` changes it, keeping the size.
 template <class Entry, class Edit>
 void editFirstEntry(const std::string& image, std::uint16_t fid, Edit edit) {
     editCardFile(image, fid, [&](vcard::CardFile& file) {
@@ -75,20 +83,19 @@ void writeFile(const std::string& path, const std::string& content);
 /// A folder for a card image, the PINs in the environment.
 class CardFolder : public ::testing::Test {
 protected:
-    /// p15tool on this folder's card image, `extra` added to the environment,
-    /// stdin from the file `input`.
-    ToolResult tool(std::vector<std::string> arguments, const Environment& extra = {},
+    /// p15tool on this folder's card image, `extra` added to the environment.
+    ToolResult tool(Arguments arguments, const Environment& extra = {},
                     const std::string& input = "/dev/null") const;
     /// tool(), failing the test unless it succeeds.
-    ToolResult succeed(const std::vector<std::string>& arguments, const Environment& extra = {},
+    ToolResult succeed(const Arguments& arguments, const Environment& extra = {},
                        const std::string& input = "/dev/null") const;
+    /// expectEach() through tool().
+    void expectEach(const std::vector<Expected>& rows, const Environment& extra = {}) const;
     /// init with the PINs of the environment, `changed` overriding them.
-    ToolResult init(const Environment& changed = {}, std::vector<std::string> extra = {}) const;
-    /// An openssl command line run in the folder; its output, or a failure
-    /// when it exits non-zero.
+    ToolResult init(const Environment& changed = {}, Arguments extra = {}) const;
+    /// An openssl command line run in the folder: its output; a failure when it exits non-zero.
     std::string openssl(const std::string& arguments) const;
     std::string file(const std::string& name) const { return directory.file(name); }
-    /// The PIN `reference` as the card image holds it.
     vcard::Pin storedPin(std::uint8_t reference) const;
 
     TemporaryDirectory directory;
@@ -109,12 +116,12 @@ protected:
     virtual vcard::CardProfile profile() const { return vcard::CardProfile::Native; }
 };
 
-/// An InitialisedCard of the profile the suite is instantiated with
-/// (p15test::bothProfiles).
+/// An InitialisedCard of the suite's parameter (p15test::bothProfiles).
 class ProfiledCard : public InitialisedCard,
                      public ::testing::WithParamInterface<vcard::CardProfile> {
 protected:
     vcard::CardProfile profile() const override { return GetParam(); }
+    bool iso() const { return GetParam() == vcard::CardProfile::Iso; }
 };
 
 } // namespace p15tool::test
