@@ -202,6 +202,26 @@ protected:
         EXPECT_EQ(length, signature.size()) << "the length told is the signature's";
         return signature;
     }
+    CK_RV create(CK_SESSION_HANDLE session, std::vector<CK_ATTRIBUTE> tmpl,
+                 CK_OBJECT_HANDLE* created = nullptr) {
+        CK_OBJECT_HANDLE handle = 0;
+        return f->C_CreateObject(session, tmpl.data(), tmpl.size(), created ? created : &handle);
+    }
+    // The block the card's public key recovers from `signature`, and the PKCS#1 v1.5 signature
+    // block of `payload` it must be.
+    static Bytes recovered(const Bytes& signature) {
+        Bytes block(256);
+        CryptoPP::RSA::PublicKey(softwareKey())
+            .ApplyFunction(CryptoPP::Integer(signature.data(), signature.size()))
+            .Encode(block.data(), block.size());
+        return block;
+    }
+    static Bytes pkcs1Block(const Bytes& payload) {
+        Bytes block(256 - payload.size(), 0xFF);
+        block[0] = 0x00, block[1] = 0x01, block.back() = 0x00;
+        block.insert(block.end(), payload.begin(), payload.end());
+        return block;
+    }
     // The card's certificate, as the card maker left it beside the card.
     static Bytes certificateDer() {
         std::ifstream file(folder_ / "certificate.der", std::ios::binary);
