@@ -268,11 +268,9 @@ TEST_P(ProfiledModuleTest, WhatTheModuleVerifiesAndEnciphersAgreesWithTheKeysPri
     }
 
     CK_MECHANISM rsa{CKM_RSA_PKCS, nullptr, 0};
-    Bytes tooLong(246, 0x11), plain(245, 0x22), cipher(256), recovered(256);
+    Bytes tooLong(246, 0x11), plain(245, 0x22), cipher(256), recovered;
     CK_ULONG length = 0;
-    ASSERT_EQ(f->C_EncryptInit(session, &rsa, key), CKR_OK);
-    EXPECT_EQ(f->C_Encrypt(session, tooLong.data(), tooLong.size(), nullptr, &length),
-              CKR_DATA_LEN_RANGE);
+    EXPECT_EQ(run(session, CKF_ENCRYPT, rsa, tooLong, recovered), CKR_DATA_LEN_RANGE);
     ASSERT_EQ(f->C_EncryptInit(session, &rsa, key), CKR_OK);
     ASSERT_EQ(f->C_Encrypt(session, plain.data(), plain.size(), nullptr, &length), CKR_OK);
     EXPECT_EQ(length, 256u);
@@ -283,8 +281,7 @@ TEST_P(ProfiledModuleTest, WhatTheModuleVerifiesAndEnciphersAgreesWithTheKeysPri
     ASSERT_EQ(f->C_Encrypt(session, plain.data(), plain.size(), cipher.data(), &length), CKR_OK);
 
     ASSERT_EQ(login(session, CKU_USER, userPin), CKR_OK);
-    ASSERT_EQ(f->C_DecryptInit(session, &rsa, privateKey(session)), CKR_OK);
-    EXPECT_EQ(f->C_Decrypt(session, cipher.data(), 255, recovered.data(), &length),
+    EXPECT_EQ(run(session, CKF_DECRYPT, rsa, Bytes(cipher.begin() + 1, cipher.end()), recovered),
               CKR_ENCRYPTED_DATA_LEN_RANGE);
     ASSERT_EQ(f->C_DecryptInit(session, &rsa, privateKey(session)), CKR_OK);
     ASSERT_EQ(f->C_Decrypt(session, cipher.data(), cipher.size(), nullptr, &length), CKR_OK);
@@ -374,28 +371,20 @@ protected:
         EXPECT_EQ(info.slotID, slot);
         const CK_OBJECT_HANDLE key = privateKey(session), publicHalf = publicKey(session);
         EXPECT_EQ(values(session, publicHalf, {CKA_MODULUS})[0].size(), 256u);
-        const Bytes signature = sign(session, CKM_SHA256_RSA_PKCS, key, message);
+        Bytes signature = sign(session, CKM_SHA256_RSA_PKCS, key, message), cipher, plain;
         CK_MECHANISM sha256{CKM_SHA256_RSA_PKCS, nullptr, 0}, rsa{CKM_RSA_PKCS, nullptr, 0};
-        ASSERT_EQ(f->C_VerifyInit(session, &sha256, publicHalf), CKR_OK);
-        EXPECT_EQ(f->C_Verify(session, message.data(), message.size(), Bytes(signature).data(),
-                              signature.size()),
-                  CKR_OK);
-        Bytes cipher(256), plain(256);
-        CK_ULONG length = cipher.size();
-        ASSERT_EQ(f->C_EncryptInit(session, &rsa, publicHalf), CKR_OK);
-        ASSERT_EQ(f->C_Encrypt(session, message.data(), message.size(), cipher.data(), &length),
-                  CKR_OK);
-        ASSERT_EQ(f->C_DecryptInit(session, &rsa, key), CKR_OK);
-        length = plain.size();
-        ASSERT_EQ(f->C_Decrypt(session, cipher.data(), cipher.size(), plain.data(), &length),
-                  CKR_OK);
-        EXPECT_EQ(Bytes(plain.begin(), plain.begin() + length), message);
+        EXPECT_EQ(run(session, CKF_VERIFY, sha256, message, signature, publicHalf), CKR_OK);
+        ASSERT_EQ(run(session, CKF_ENCRYPT, rsa, message, cipher, publicHalf), CKR_OK);
+        ASSERT_EQ(run(session, CKF_DECRYPT, rsa, cipher, plain, key), CKR_OK);
+        EXPECT_EQ(plain, message);
         EXPECT_EQ(f->C_DigestInit(session, &sha256), CKR_FUNCTION_NOT_SUPPORTED);
         EXPECT_EQ(f->C_GenerateRandom(session, cipher.data(), 16), CKR_OK);
-        CK_ATTRIBUTE data[] = {{CKA_CLASS, &dataClass, sizeof dataClass},
-                               {CKA_VALUE, message.data(), 1}};
         CK_OBJECT_HANDLE created = 0;
-        ASSERT_EQ(f->C_CreateObject(session, data, 2, &created), CKR_OK);
+        ASSERT_EQ(
+            create(session,
+                   {{CKA_CLASS, &dataClass, sizeof dataClass}, {CKA_VALUE, message.data(), 1}},
+                   &created),
+            CKR_OK);
         EXPECT_EQ(set(session, created, CKA_LABEL, {'n', 'o'}), CKR_OK);
         EXPECT_EQ(f->C_DestroyObject(session, created), CKR_OK);
         EXPECT_EQ(f->C_Logout(session), CKR_OK);

@@ -65,10 +65,8 @@ TEST_F(ObjectsTest, GeneratedPairsAreListedOnceStayLocalAndKeepTheirIdsApart) {
     EXPECT_EQ(values(session, pair[1], {CKA_ID})[0], (Bytes{0x45, 0x02}))
         << "the first id after the card's key";
     Bytes message{'h', 'i'}, signature = sign(session, CKM_SHA1_RSA_PKCS, pair[1], message);
-    CK_MECHANISM sha1{CKM_SHA1_RSA_PKCS, nullptr, 0};
-    ASSERT_EQ(f->C_VerifyInit(session, &sha1, pair[0]), CKR_OK);
     EXPECT_EQ(
-        f->C_Verify(session, message.data(), message.size(), signature.data(), signature.size()),
+        run(session, CKF_VERIFY, {CKM_SHA1_RSA_PKCS, nullptr, 0}, message, signature, pair[0]),
         CKR_OK);
     id[1] = 0x05;
     ASSERT_EQ(generatePair(session, 3), CKR_OK);
@@ -179,8 +177,8 @@ TEST_F(ModuleTest, DataObjectIdentifiersAreSharedWithP15tool) {
     const std::string tool = std::string(P15TOOL_PATH) + " --card " + image_.string() + " ";
     std::ofstream(directory_ / "value") << "v";
     ::setenv("P15_TEST_PIN", userPin.c_str(), 1);
-    run(tool + "data write " + (directory_ / "value").string() +
-        " --label tool --oid 1.3.6.1.4.1.311 --pin-env P15_TEST_PIN");
+    shell(tool + "data write " + (directory_ / "value").string() +
+          " --label tool --oid 1.3.6.1.4.1.311 --pin-env P15_TEST_PIN");
     const CK_SESSION_HANDLE session = userSession();
     Bytes oid{0x06, 0x07, 0x2B, 0x06, 0x01, 0x04, 0x01, 0x82, 0x37};
     EXPECT_EQ(find(session, {{CKA_OBJECT_ID, oid.data(), oid.size()}}).size(), 1u);
@@ -234,7 +232,7 @@ TEST_F(SharedImage, WritesOfOtherProcessesOutliveTheOpenModulesLogin) {
 
     CK_SESSION_HANDLE session = open();
     find(session, {}); // the card is open and its objects read
-    run(tool + "keygen --bits 1024 --label Shared --pin-env P15_TEST_PIN");
+    shell(tool + "keygen --bits 1024 --label Shared --pin-env P15_TEST_PIN");
     const pid_t child = ::fork();
     if (child == 0) {
         // The child starts with no module and initialises its own; the parent's goes on.
@@ -254,7 +252,7 @@ TEST_F(SharedImage, WritesOfOtherProcessesOutliveTheOpenModulesLogin) {
     EXPECT_EQ(login(session, CKU_USER, userPin), CKR_OK);
     EXPECT_EQ(stored(session, "first module's"), CKR_OK); // after the child's, read again
     EXPECT_EQ(f->C_Finalize(nullptr), CKR_OK);
-    const std::string objects = run(tool + "list");
+    const std::string objects = shell(tool + "list");
     for (const char* label : {"Shared", "second module's", "first module's"}) {
         EXPECT_NE(objects.find(label), std::string::npos) << label << "\n" << objects;
     }
