@@ -87,13 +87,12 @@ TEST_P(ProfiledModuleTest, PrivateObjectsShowOnlyToTheLoggedInUser) {
 
     ASSERT_EQ(login(session, CKU_USER, userPin), CKR_OK);
     CK_SESSION_INFO info;
-    ASSERT_EQ(f->C_GetSessionInfo(session, &info), CKR_OK);
-    EXPECT_EQ(info.state, CKS_RO_USER_FUNCTIONS);
+    unsigned char otherId[] = {0x45, 0x02};
     const auto found = find(session, privateKeys);
     ASSERT_EQ(found.size(), 1u);
-    EXPECT_EQ(find(session, {}).size(), 3u);
-    unsigned char otherId[] = {0x45, 0x02};
-    EXPECT_TRUE(find(session, {{CKA_ID, otherId, sizeof otherId}}).empty());
+    EXPECT_EQ((std::tuple{f->C_GetSessionInfo(session, &info), info.state, find(session, {}).size(),
+                          find(session, {{CKA_ID, otherId, sizeof otherId}}).size()}),
+              std::make_tuple(CKR_OK, CKS_RO_USER_FUNCTIONS, 3u, 0u));
 
     ASSERT_EQ(f->C_Logout(session), CKR_OK);
     CK_ULONG bits;
@@ -159,17 +158,25 @@ TEST_P(ProfiledModuleTest, WrongPinsShowInTheFlagsUntilThePukSetsANewOne) {
     const CK_FLAGS counts = CKF_USER_PIN_COUNT_LOW | CKF_USER_PIN_FINAL_TRY | CKF_USER_PIN_LOCKED;
     const CK_FLAGS so = CKF_SO_PIN_COUNT_LOW | CKF_SO_PIN_FINAL_TRY | CKF_SO_PIN_LOCKED;
     EXPECT_EQ(tokenFlags() & (counts | so), 0u);
-    EXPECT_EQ(login(session, CKU_SO, "87654321"), CKR_PIN_INCORRECT);
-    EXPECT_EQ(tokenFlags() & (counts | so), told(CKF_SO_PIN_COUNT_LOW));
-    EXPECT_EQ(login(session, CKU_USER, "654321"), CKR_PIN_INCORRECT);
-    EXPECT_EQ(tokenFlags() & counts, told(CKF_USER_PIN_COUNT_LOW));
-    EXPECT_EQ(login(session, CKU_USER, "654321"), CKR_PIN_INCORRECT);
-    EXPECT_EQ(tokenFlags() & counts, told(CKF_USER_PIN_FINAL_TRY));
-    EXPECT_EQ(login(session, CKU_USER, "654321"), iso ? CKR_PIN_LOCKED : CKR_PIN_INCORRECT);
-    EXPECT_EQ(tokenFlags() & counts, told(CKF_USER_PIN_LOCKED));
-    EXPECT_EQ(login(session, CKU_USER, userPin), CKR_PIN_LOCKED);
-    EXPECT_EQ(login(session, CKU_USER, "123"), CKR_PIN_LEN_RANGE);
-    EXPECT_EQ(login(session, CKU_USER, "12ab"), CKR_PIN_INVALID) << "refused before the card";
+    const struct {
+        CK_USER_TYPE user;
+        const char* pin;
+        CK_RV rv;
+        CK_FLAGS flags; // of the user PIN after the try
+    } tries[] = {
+        {CKU_SO, "87654321", CKR_PIN_INCORRECT, 0}, // the card's SO PIN, not the PUK
+        {CKU_USER, "654321", CKR_PIN_INCORRECT, CKF_USER_PIN_COUNT_LOW},
+        {CKU_USER, "654321", CKR_PIN_INCORRECT, CKF_USER_PIN_FINAL_TRY},
+        {CKU_USER, "654321", iso ? CKR_PIN_LOCKED : CKR_PIN_INCORRECT, CKF_USER_PIN_LOCKED},
+        {CKU_USER, userPin.c_str(), CKR_PIN_LOCKED, CKF_USER_PIN_LOCKED},
+        {CKU_USER, "123", CKR_PIN_LEN_RANGE, CKF_USER_PIN_LOCKED},
+        {CKU_USER, "12ab", CKR_PIN_INVALID, CKF_USER_PIN_LOCKED}, // refused before the card
+    };
+    for (const auto& row : tries) {
+        SCOPED_TRACE(row.pin);
+        EXPECT_EQ((std::pair{login(session, row.user, row.pin), tokenFlags() & (counts | so)}),
+                  std::make_pair(row.rv, told(row.flags | CKF_SO_PIN_COUNT_LOW)));
+    }
 
     std::string newPin = "24680";
     EXPECT_EQ(f->C_InitPIN(session, utf8(newPin), newPin.size()), CKR_USER_NOT_LOGGED_IN);
@@ -197,9 +204,9 @@ TEST_F(ModuleTest, SetPinNeedsAReadWriteSessionAndTheOldValue) {
     EXPECT_EQ(tokenFlags() & CKF_USER_PIN_COUNT_LOW, 0u) << "the right PIN gave the try back";
 
     CK_SESSION_INFO info;
-    ASSERT_EQ(f->C_GetSessionInfo(readWrite, &info), CKR_OK);
-    EXPECT_EQ(info.state, CKS_RW_PUBLIC_SESSION) << "a change is no login";
-    EXPECT_TRUE(find(readWrite, {{CKA_CLASS, &privateKeyClass, sizeof privateKeyClass}}).empty());
+    EXPECT_EQ((std::pair{f->C_GetSessionInfo(readWrite, &info), info.state}),
+              std::make_pair(CKR_OK, CKS_RW_PUBLIC_SESSION))
+        << "a change is no login";
     EXPECT_EQ(login(readWrite, CKU_USER, newPin), CKR_OK);
 }
 
@@ -207,23 +214,22 @@ TEST_F(ModuleTest, SetPinNeedsAReadWriteSessionAndTheOldValue) {
 // C_WaitForSlotEvent tells once, and again when it is back.
 TEST_F(ModuleTest, ARemovedCardEndsItsSessions) {
     const CK_SESSION_HANDLE session = open();
-    CK_SLOT_ID slot = 99;
-    EXPECT_EQ(f->C_WaitForSlotEvent(CKF_DONT_BLOCK, &slot, nullptr), CKR_NO_EVENT);
+    const auto event = [this] {
+        CK_SLOT_ID slot = 99;
+        const CK_RV rv = f->C_WaitForSlotEvent(CKF_DONT_BLOCK, &slot, nullptr);
+        return std::make_pair(rv, rv == CKR_OK ? slot : 99);
+    };
+    const auto none = std::make_pair(CKR_NO_EVENT, CK_SLOT_ID(99));
+    EXPECT_EQ(event(), none);
     fs::rename(image_, image_.string() + ".away");
-
-    EXPECT_EQ(f->C_WaitForSlotEvent(CKF_DONT_BLOCK, &slot, nullptr), CKR_OK);
-    EXPECT_EQ(slot, 0u);
-    EXPECT_EQ(f->C_WaitForSlotEvent(CKF_DONT_BLOCK, &slot, nullptr), CKR_NO_EVENT);
+    EXPECT_EQ(event(), std::make_pair(CKR_OK, CK_SLOT_ID(0)));
+    EXPECT_EQ(event(), none) << "once";
     CK_ULONG count = 5;
-    ASSERT_EQ(f->C_GetSlotList(CK_TRUE, nullptr, &count), CKR_OK);
-    EXPECT_EQ(count, 0u);
-    EXPECT_EQ(login(session, CKU_USER, userPin), CKR_DEVICE_REMOVED);
-    EXPECT_EQ(f->C_CloseSession(session), CKR_SESSION_HANDLE_INVALID);
-
+    EXPECT_EQ((std::tuple{f->C_GetSlotList(CK_TRUE, nullptr, &count), count,
+                          login(session, CKU_USER, userPin), f->C_CloseSession(session)}),
+              std::make_tuple(CKR_OK, 0ul, CKR_DEVICE_REMOVED, CKR_SESSION_HANDLE_INVALID));
     fs::rename(image_.string() + ".away", image_);
-    slot = 99;
-    EXPECT_EQ(f->C_WaitForSlotEvent(CKF_DONT_BLOCK, &slot, nullptr), CKR_OK) << "the card is back";
-    EXPECT_EQ(slot, 0u);
+    EXPECT_EQ(event(), std::make_pair(CKR_OK, CK_SLOT_ID(0))) << "the card is back";
     EXPECT_EQ(login(open(), CKU_USER, userPin), CKR_OK);
 }
 
