@@ -158,25 +158,17 @@ TEST_P(ProfiledModuleTest, WrongPinsShowInTheFlagsUntilThePukSetsANewOne) {
     const CK_FLAGS counts = CKF_USER_PIN_COUNT_LOW | CKF_USER_PIN_FINAL_TRY | CKF_USER_PIN_LOCKED;
     const CK_FLAGS so = CKF_SO_PIN_COUNT_LOW | CKF_SO_PIN_FINAL_TRY | CKF_SO_PIN_LOCKED;
     EXPECT_EQ(tokenFlags() & (counts | so), 0u);
-    const struct {
-        CK_USER_TYPE user;
-        const char* pin;
-        CK_RV rv;
-        CK_FLAGS flags; // of the user PIN after the try
-    } tries[] = {
-        {CKU_SO, "87654321", CKR_PIN_INCORRECT, 0}, // the card's SO PIN, not the PUK
-        {CKU_USER, "654321", CKR_PIN_INCORRECT, CKF_USER_PIN_COUNT_LOW},
-        {CKU_USER, "654321", CKR_PIN_INCORRECT, CKF_USER_PIN_FINAL_TRY},
-        {CKU_USER, "654321", iso ? CKR_PIN_LOCKED : CKR_PIN_INCORRECT, CKF_USER_PIN_LOCKED},
-        {CKU_USER, userPin.c_str(), CKR_PIN_LOCKED, CKF_USER_PIN_LOCKED},
-        {CKU_USER, "123", CKR_PIN_LEN_RANGE, CKF_USER_PIN_LOCKED},
-        {CKU_USER, "12ab", CKR_PIN_INVALID, CKF_USER_PIN_LOCKED}, // refused before the card
-    };
-    for (const auto& row : tries) {
-        SCOPED_TRACE(row.pin);
-        EXPECT_EQ((std::pair{login(session, row.user, row.pin), tokenFlags() & (counts | so)}),
-                  std::make_pair(row.rv, told(row.flags | CKF_SO_PIN_COUNT_LOW)));
-    }
+    EXPECT_EQ(login(session, CKU_SO, "87654321"), CKR_PIN_INCORRECT);
+    EXPECT_EQ(tokenFlags() & (counts | so), told(CKF_SO_PIN_COUNT_LOW));
+    EXPECT_EQ(login(session, CKU_USER, "654321"), CKR_PIN_INCORRECT);
+    EXPECT_EQ(tokenFlags() & counts, told(CKF_USER_PIN_COUNT_LOW));
+    EXPECT_EQ(login(session, CKU_USER, "654321"), CKR_PIN_INCORRECT);
+    EXPECT_EQ(tokenFlags() & counts, told(CKF_USER_PIN_FINAL_TRY));
+    EXPECT_EQ(login(session, CKU_USER, "654321"), iso ? CKR_PIN_LOCKED : CKR_PIN_INCORRECT);
+    EXPECT_EQ(tokenFlags() & counts, told(CKF_USER_PIN_LOCKED));
+    EXPECT_EQ(login(session, CKU_USER, userPin), CKR_PIN_LOCKED);
+    EXPECT_EQ(login(session, CKU_USER, "123"), CKR_PIN_LEN_RANGE);
+    EXPECT_EQ(login(session, CKU_USER, "12ab"), CKR_PIN_INVALID) << "refused before the card";
 
     std::string newPin = "24680";
     EXPECT_EQ(f->C_InitPIN(session, utf8(newPin), newPin.size()), CKR_USER_NOT_LOGGED_IN);
@@ -430,31 +422,46 @@ TEST_F(ThreadedModuleTest, TwoThreadsUseEveryEntryPointAtOnce) {
 }
 
 // A private data object and a certificate stored through the module are on
-// the card for the next process, and gone after C_DestroyObject.
+// the card for the next process, with the label and id given them after, and
+// gone after C_DestroyObject. The public key shown from the certificate is
+// read-only and follows its certificate's id, and goes with it.
 TEST_F(ModuleTest, DataObjectsAndCertificatesAreStoredAndDestroyed) {
     const CK_SESSION_HANDLE session = userSession();
     CK_OBJECT_CLASS secretClass = CKO_SECRET_KEY;
     CK_CERTIFICATE_TYPE x509 = CKC_X_509;
     CK_BBOOL yes = CK_TRUE;
     char label[] = "note", value[] = "hello";
-    unsigned char copyId[] = {0x45, 0x09};
-    Bytes der = certificateDer();
+    Bytes der = certificateDer(), id{0x45, 0x09}, no{CK_FALSE};
     std::vector<CK_ATTRIBUTE> data{{CKA_CLASS, &dataClass, sizeof dataClass},
                                    {CKA_LABEL, label, sizeof label - 1},
                                    {CKA_PRIVATE, &yes, sizeof yes},
                                    {CKA_VALUE, value, sizeof value - 1}};
     std::vector<CK_ATTRIBUTE> certificate{{CKA_CLASS, &certificateClass, sizeof certificateClass},
                                           {CKA_CERTIFICATE_TYPE, &x509, sizeof x509},
-                                          {CKA_ID, copyId, sizeof copyId},
+                                          {CKA_ID, id.data(), id.size()},
                                           {CKA_VALUE, der.data(), der.size()}};
-    CK_OBJECT_HANDLE created = 0;
-    EXPECT_EQ(f->C_CreateObject(session, data.data(), 3, &created), CKR_TEMPLATE_INCOMPLETE);
-    std::vector<CK_ATTRIBUTE> secret{{CKA_CLASS, &secretClass, sizeof secretClass}};
-    EXPECT_EQ(f->C_CreateObject(session, secret.data(), 1, &created), CKR_TEMPLATE_INCONSISTENT);
-    EXPECT_EQ(f->C_CreateObject(open(CKF_SERIAL_SESSION), data.data(), data.size(), &created),
-              CKR_SESSION_READ_ONLY);
-    ASSERT_EQ(f->C_CreateObject(session, data.data(), data.size(), &created), CKR_OK);
-    ASSERT_EQ(f->C_CreateObject(session, certificate.data(), certificate.size(), &created), CKR_OK);
+    CK_OBJECT_HANDLE note = 0, copy = 0;
+    EXPECT_EQ(create(session, {data.begin(), data.begin() + 3}), CKR_TEMPLATE_INCOMPLETE);
+    EXPECT_EQ(create(session, {{CKA_CLASS, &secretClass, sizeof secretClass}}),
+              CKR_TEMPLATE_INCONSISTENT);
+    EXPECT_EQ(create(open(CKF_SERIAL_SESSION), data), CKR_SESSION_READ_ONLY);
+    ASSERT_EQ(create(session, data, &note), CKR_OK);
+    ASSERT_EQ(create(session, certificate, &copy), CKR_OK);
+    EXPECT_EQ(set(session, note, CKA_ID, id), CKR_ATTRIBUTE_TYPE_INVALID);
+    ASSERT_EQ(set(session, note, CKA_LABEL, {'m', 'e', 'm', 'o'}), CKR_OK);
+    std::memcpy(label, "memo", 4);
+    const CK_OBJECT_HANDLE derived = only(session, CKO_PUBLIC_KEY, id);
+    const std::vector<CK_ATTRIBUTE_TYPE> shown{CKA_WRAP, CKA_DERIVE, CKA_VERIFY_RECOVER,
+                                               CKA_MODULUS, CKA_PUBLIC_EXPONENT};
+    auto cardKey = values(session, only(session, CKO_PUBLIC_KEY, {0x45, 0x01}),
+                          {CKA_MODULUS, CKA_PUBLIC_EXPONENT});
+    cardKey.insert(cardKey.begin(), {no, no, no});
+    EXPECT_EQ(values(session, derived, shown), cardKey);
+    EXPECT_EQ(set(session, derived, CKA_LABEL, {'x'}), CKR_ACTION_PROHIBITED);
+    EXPECT_EQ(set(session, copy, CKA_ID, {0x45, 0x01}), CKR_ATTRIBUTE_VALUE_INVALID);
+    id[1] = 0x0A;
+    ASSERT_EQ(set(session, copy, CKA_ID, id), CKR_OK);
+    EXPECT_EQ(values(session, derived, {CKA_ID})[0], id);
 
     restart();
     const CK_SESSION_HANDLE later = open();
@@ -474,7 +481,7 @@ TEST_F(ModuleTest, DataObjectsAndCertificatesAreStoredAndDestroyed) {
     EXPECT_TRUE(find(later, byLabel).empty());
     EXPECT_EQ(f->C_DestroyObject(later, found[0]), CKR_OBJECT_HANDLE_INVALID);
     ASSERT_EQ(f->C_DestroyObject(later, copies[0]), CKR_OK);
-    EXPECT_TRUE(find(later, copyById).empty());
+    EXPECT_TRUE(find(later, {copyById[2]}).empty()) << "the certificate and its public key";
     EXPECT_EQ(find(later, {copyById[0]}).size(), 1u) << "the card's own certificate stays";
 
     restart();

@@ -89,10 +89,8 @@ TEST_F(ObjectsTest, GeneratedPairsAreListedOnceStayLocalAndKeepTheirIdsApart) {
     EXPECT_EQ(values(later, renamed[1], origin), (std::vector<Bytes>{yes, generated, yes, yes}));
 }
 
-// Labels and ids go into the card's entries, where a component the codec
-// does not know stays; the rest is read-only, as are entries not marked
-// modifiable and the public key shown from a certificate, which follows
-// its certificate and goes with it.
+// Labels go into the card's entries, where a component the codec does not
+// know stays; the rest is read-only, as are entries not marked modifiable.
 TEST_F(ObjectsTest, LabelsAndIdsAreRewrittenInTheEntryAndTheRestIsReadOnly) {
     addOddEntries(image_.string(), false);
     makeCertificateUnmodifiable(image_.string());
@@ -112,31 +110,6 @@ TEST_F(ObjectsTest, LabelsAndIdsAreRewrittenInTheEntryAndTheRestIsReadOnly) {
     }
     EXPECT_EQ(set(session, only(session, CKO_CERTIFICATE, {0x45, 0x01}), CKA_LABEL, text("x")),
               CKR_ACTION_PROHIBITED);
-
-    CK_OBJECT_CLASS objectClass = CKO_CERTIFICATE;
-    Bytes der = certificateDer(), id{0x45, 0x09};
-    CK_ATTRIBUTE stored[] = {{CKA_CLASS, &objectClass, sizeof objectClass},
-                             {CKA_VALUE, der.data(), der.size()},
-                             {CKA_ID, id.data(), 2}};
-    CK_OBJECT_HANDLE certificate = 0, data = 0;
-    ASSERT_EQ(create(session, {stored, stored + 3}, &certificate), CKR_OK);
-    const CK_OBJECT_HANDLE derived = only(session, CKO_PUBLIC_KEY, id);
-    EXPECT_EQ(values(session, derived, {CKA_WRAP, CKA_DERIVE, CKA_VERIFY_RECOVER}),
-              (std::vector<Bytes>{no, no, no}));
-    const std::vector<CK_ATTRIBUTE_TYPE> rsa{CKA_MODULUS, CKA_PUBLIC_EXPONENT};
-    EXPECT_EQ(values(session, derived, rsa),
-              values(session, only(session, CKO_PUBLIC_KEY, {0x45, 0x01}), rsa));
-    EXPECT_EQ(set(session, derived, CKA_LABEL, text("x")), CKR_ACTION_PROHIBITED);
-    EXPECT_EQ(set(session, certificate, CKA_ID, {0x45, 0x01}), CKR_ATTRIBUTE_VALUE_INVALID);
-    ASSERT_EQ(set(session, certificate, CKA_ID, {0x45, 0x0A}), CKR_OK);
-    EXPECT_EQ(values(session, derived, {CKA_ID})[0], (Bytes{0x45, 0x0A}));
-    objectClass = CKO_DATA;
-    ASSERT_EQ(create(session, {stored, stored + 2}, &data), CKR_OK);
-    EXPECT_EQ(set(session, data, CKA_ID, id), CKR_ATTRIBUTE_TYPE_INVALID);
-    EXPECT_EQ(set(session, data, CKA_LABEL, text("note")), CKR_OK);
-    ASSERT_EQ(f->C_DestroyObject(session, certificate), CKR_OK);
-    CK_ATTRIBUTE query{CKA_ID, nullptr, 0};
-    EXPECT_EQ(f->C_GetAttributeValue(session, derived, &query, 1), CKR_OBJECT_HANDLE_INVALID);
 }
 
 // Only one DER certificate is stored as one; sizes, dates and a key's
