@@ -1,13 +1,10 @@
 #!/bin/sh
 # The module under the programs users log in with, each with its default settings, against
-# servers on loopback that trust the card's self-signed certificate: openssl s_client (TLS 1.3
-# and 1.2), curl and gnutls-cli (TLS 1.3) against openssl s_server, S/MIME signatures with
-# openssl cms, RSA-PSS signatures and RSAES-OAEP decipherment through the OpenSSL PKCS#11 engine,
-# NSS (certutil lists the certificate and has the card make a key pair), p11tool renaming a
-# key, and ssh against an sshd of its own (root only).
-# Usage: login-test.sh MODULE P15TOOL
-# Exit 77 (skipped) when a client is not installed, or after every other
-# proof when sshd cannot be started (not root).
+# servers on loopback that trust the card's self-signed certificate: TLS (openssl s_client, curl,
+# gnutls-cli), S/MIME (openssl cms), RSA-PSS and RSAES-OAEP through the OpenSSL PKCS#11 engine,
+# NSS and p11tool, ssh (root only). Usage: login-test.sh MODULE P15TOOL
+# Exit 77 (skipped) when a client is not installed, or after every other proof when sshd cannot
+# be started (not root).
 set -eu
 module=$(realpath "$1")
 p15tool=$2
@@ -58,46 +55,35 @@ start() {
     fail "no server started"
 }
 
-# openssl s_server for one connection, requiring a client certificate the
-# card's certificate verifies; its page (-www) tells the session's protocol,
-# the signature the client made and its certificate's verification.
+# TLS: openssl s_server for one connection, requiring a client certificate the card's
+# certificate verifies; its page (-www) tells the session's protocol, the signature the client
+# made and its certificate's verification. openssl s_client (1.3 and 1.2), curl, gnutls-cli.
 tlsServer() {
     exec timeout 20 openssl s_server -accept "127.0.0.1:$port" -naccept 1 -www -Verify 1 \
         -CAfile "$work/card.pem" -cert "$work/server.pem" -key "$work/server.key" "$@"
 }
 request() { printf 'GET / HTTP/1.0\r\n\r\n'; }
-pageShows() {
+for step in s_client-1.3 s_client-1.2 curl gnutls-cli; do
+    version=${step#s_client-}
+    [ "$version" != "$step" ] || version=1.3
+    start ACCEPT tlsServer -tls$(echo $version | tr . _)
+    case $step in
+    s_client*) request | engine s_client -quiet -connect "127.0.0.1:$port" -key "$key" \
+        -cert "$work/card.pem" -CAfile "$work/server.pem" -verify_return_error ;;
+    curl) timeout 20 curl -sS --engine pkcs11 --key-type ENG --key "$key" --cert "$work/card.pem" \
+        --cacert "$work/server.pem" "https://127.0.0.1:$port/" ;;
+    gnutls-cli) request | GNUTLS_PIN=123456 timeout 20 gnutls-cli --provider "$module" -p "$port" \
+        --x509certfile 'pkcs11:object=Signing%20key;type=cert' \
+        --x509keyfile 'pkcs11:object=Signing%20key;type=private' --x509cafile "$work/server.pem" \
+        127.0.0.1 ;;
+    esac >"$work/$step.client" 2>>"$work/$step.client-errors" || fail "$step failed"
     wait $pid || fail "s_server failed"
     pid=
-    for line in "New, $1," "Peer signature type: RSA-PSS" "Verify return code: 0 (ok)" \
+    for line in "New, TLSv$version," "Peer signature type: RSA-PSS" "Verify return code: 0 (ok)" \
         "Subject: CN=p15kit test"; do
         grep -qF "$line" "$work/$step.client" || fail "the server's page lacks \"$line\""
     done
-}
-
-for protocol in 1_3 1_2; do
-    step=s_client-tls$protocol
-    start ACCEPT tlsServer -tls$protocol
-    request | engine s_client -quiet -connect "127.0.0.1:$port" -key "$key" \
-        -cert "$work/card.pem" -CAfile "$work/server.pem" -verify_return_error \
-        >"$work/$step.client" || fail "s_client failed"
-    pageShows "TLSv$(echo $protocol | tr _ .)"
 done
-
-step=curl
-start ACCEPT tlsServer
-timeout 20 curl -sS --engine pkcs11 --key-type ENG --key "$key" --cert "$work/card.pem" \
-    --cacert "$work/server.pem" "https://127.0.0.1:$port/" >"$work/$step.client" \
-    2>"$work/$step.client-errors" || fail "curl failed"
-pageShows TLSv1.3
-
-step=gnutls-cli
-start ACCEPT tlsServer
-request | GNUTLS_PIN=123456 timeout 20 gnutls-cli --provider "$module" -p "$port" \
-    --x509certfile 'pkcs11:object=Signing%20key;type=cert' \
-    --x509keyfile 'pkcs11:object=Signing%20key;type=private' --x509cafile "$work/server.pem" \
-    127.0.0.1 >"$work/$step.client" 2>&1 || fail "gnutls-cli failed"
-pageShows TLSv1.3
 
 # S/MIME: PKCS#1 v1.5 (cms's default) and RSASSA-PSS signatures; cms salts
 # PSS as long as the key allows unless told the hash's length, all the card makes.
