@@ -131,12 +131,8 @@ TEST_P(PaddingTest, WhatTheCardCannotTakeIsRefusedAtInitAndNotOffered) {
     EXPECT_EQ(oaep.flags, (card & ~CKF_SIGN) | CKF_ENCRYPT);
     const auto allowed = [&](CK_OBJECT_HANDLE key) {
         const Bytes value = values(session_, key, {CKA_ALLOWED_MECHANISMS})[0];
-        std::set<CK_MECHANISM_TYPE> types;
-        for (std::size_t at = 0; at + sizeof(CK_MECHANISM_TYPE) <= value.size();
-             at += sizeof(CK_MECHANISM_TYPE)) {
-            types.insert(*reinterpret_cast<const CK_MECHANISM_TYPE*>(&value[at]));
-        }
-        return types;
+        const auto* types = reinterpret_cast<const CK_MECHANISM_TYPE*>(value.data());
+        return std::set<CK_MECHANISM_TYPE>(types, types + value.size() / sizeof *types);
     };
     const auto ofPrivate = allowed(privateKey(session_)), ofPublic = allowed(publicKey(session_));
     EXPECT_EQ(ofPrivate.count(CKM_RSA_PKCS_PSS) + ofPrivate.count(CKM_RSA_PKCS_OAEP),
