@@ -35,6 +35,7 @@ void check(CK_RV rv, const std::string& call) {
         throw std::runtime_error(returned(call, rv));
     }
 }
+#define CHECK(call) check(call, #call)
 // Counts and prints a check that failed.
 void expect(bool holds, const std::string& failure) {
     if (!holds) {
@@ -45,22 +46,20 @@ void expect(bool holds, const std::string& failure) {
 
 struct Client {
     explicit Client(const std::string& label) {
-        check(C_GetFunctionList(&f), "C_GetFunctionList");
-        check(f->C_Initialize(nullptr), "C_Initialize");
         CK_SLOT_ID slots[16];
         CK_ULONG count = 16;
-        check(f->C_GetSlotList(CK_TRUE, slots, &count), "C_GetSlotList");
+        CHECK(C_GetFunctionList(&f));
+        CHECK(f->C_Initialize(nullptr));
+        CHECK(f->C_GetSlotList(CK_TRUE, slots, &count));
         check(count ? CKR_OK : CKR_TOKEN_NOT_PRESENT, "C_GetSlotList, asked for a token,");
-        check(f->C_OpenSession(slots[0], CKF_SERIAL_SESSION | CKF_RW_SESSION, nullptr, nullptr,
-                               &session),
-              "C_OpenSession");
-        check(login(), "C_Login");
+        CHECK(f->C_OpenSession(slots[0], CKF_SERIAL_SESSION | CKF_RW_SESSION, nullptr, nullptr,
+                               &session));
+        CHECK(login());
         privateKey = find(CKO_PRIVATE_KEY, label);
         CK_BYTE modulus[512], exponent[8];
         CK_ATTRIBUTE values[] = {{CKA_MODULUS, modulus, sizeof modulus},
                                  {CKA_PUBLIC_EXPONENT, exponent, sizeof exponent}};
-        check(f->C_GetAttributeValue(session, find(CKO_PUBLIC_KEY, label), values, 2),
-              "C_GetAttributeValue");
+        CHECK(f->C_GetAttributeValue(session, find(CKO_PUBLIC_KEY, label), values, 2));
         key.Initialize(CryptoPP::Integer(modulus, values[0].ulValueLen),
                        CryptoPP::Integer(exponent, values[1].ulValueLen));
     }
@@ -105,9 +104,9 @@ struct Client {
                                 {CKA_LABEL, const_cast<char*>(label.data()), label.size()}};
         CK_OBJECT_HANDLE found = 0;
         CK_ULONG count = 0;
-        check(f->C_FindObjectsInit(session, query, 2), "C_FindObjectsInit");
-        check(f->C_FindObjects(session, &found, 1, &count), "C_FindObjects");
-        check(f->C_FindObjectsFinal(session), "C_FindObjectsFinal");
+        CHECK(f->C_FindObjectsInit(session, query, 2));
+        CHECK(f->C_FindObjects(session, &found, 1, &count));
+        CHECK(f->C_FindObjectsFinal(session));
         check(count ? CKR_OK : CKR_KEY_HANDLE_INVALID, "C_FindObjects for \"" + label + "\"");
         return found;
     }
