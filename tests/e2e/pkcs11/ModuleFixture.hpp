@@ -49,7 +49,7 @@ inline CryptoPP::RSA::PrivateKey softwareKey() {
 }
 
 // What `command` prints; it must succeed.
-inline std::string run(const std::string& command) {
+inline std::string shell(const std::string& command) {
     std::string output;
     FILE* pipe = ::popen(command.c_str(), "r");
     char chunk[4096];
@@ -201,6 +201,47 @@ protected:
                   CKR_OK);
         EXPECT_EQ(length, signature.size()) << "the length told is the signature's";
         return signature;
+    }
+    // One call of `use` (CKF_SIGN, CKF_VERIFY, CKF_ENCRYPT, CKF_DECRYPT) after its Init with
+    // `key`, by default the card's public key to verify and encipher, its private key else;
+    // `out` takes the result, or gives the signature to verify.
+    CK_RV run(CK_SESSION_HANDLE session, CK_FLAGS use, CK_MECHANISM mechanism, Bytes in, Bytes& out,
+              CK_OBJECT_HANDLE key = 0) {
+        const bool publicHalf = use == CKF_VERIFY || use == CKF_ENCRYPT;
+        key = key ? key : publicHalf ? publicKey(session) : privateKey(session);
+        const auto init = use == CKF_SIGN     ? f->C_SignInit
+                          : use == CKF_VERIFY ? f->C_VerifyInit
+                          : publicHalf        ? f->C_EncryptInit
+                                              : f->C_DecryptInit;
+        if (const CK_RV rv = init(session, &mechanism, key); rv != CKR_OK || use == CKF_VERIFY) {
+            return rv ? rv : f->C_Verify(session, in.data(), in.size(), out.data(), out.size());
+        }
+        const auto call = use == CKF_SIGN ? f->C_Sign : publicHalf ? f->C_Encrypt : f->C_Decrypt;
+        out.assign(512, 0);
+        CK_ULONG length = out.size();
+        const CK_RV rv = call(session, in.data(), in.size(), out.data(), &length);
+        out.resize(rv == CKR_OK ? length : 0);
+        return rv;
+    }
+    CK_RV create(CK_SESSION_HANDLE session, std::vector<CK_ATTRIBUTE> tmpl,
+                 CK_OBJECT_HANDLE* created = nullptr) {
+        CK_OBJECT_HANDLE handle = 0;
+        return f->C_CreateObject(session, tmpl.data(), tmpl.size(), created ? created : &handle);
+    }
+    // The block the card's public key recovers from `signature`, and the PKCS#1 v1.5 signature
+    // block of `payload` it must be.
+    static Bytes recovered(const Bytes& signature) {
+        Bytes block(256);
+        CryptoPP::RSA::PublicKey(softwareKey())
+            .ApplyFunction(CryptoPP::Integer(signature.data(), signature.size()))
+            .Encode(block.data(), block.size());
+        return block;
+    }
+    static Bytes pkcs1Block(const Bytes& payload) {
+        Bytes block(256 - payload.size(), 0xFF);
+        block[0] = 0x00, block[1] = 0x01, block.back() = 0x00;
+        block.insert(block.end(), payload.begin(), payload.end());
+        return block;
     }
     // The card's certificate, as the card maker left it beside the card.
     static Bytes certificateDer() {

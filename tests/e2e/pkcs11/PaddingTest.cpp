@@ -15,29 +15,11 @@ class PaddingTest : public ProfiledModuleTest {
 protected:
     bool native() const { return profile() == vcard::CardProfile::Native; }
 
-    // C_SignInit and C_Sign, or C_EncryptInit and C_Encrypt, or C_DecryptInit
-    // and C_Decrypt; `out` takes the result.
     CK_RV run(CK_FLAGS use, CK_MECHANISM mechanism, Bytes in, Bytes& out) {
-        const bool publicHalf = use == CKF_ENCRYPT;
-        const CK_OBJECT_HANDLE key = publicHalf ? publicKey(session_) : privateKey(session_);
-        const auto init = use == CKF_SIGN      ? f->C_SignInit
-                          : use == CKF_ENCRYPT ? f->C_EncryptInit
-                                               : f->C_DecryptInit;
-        const auto call = use == CKF_SIGN      ? f->C_Sign
-                          : use == CKF_ENCRYPT ? f->C_Encrypt
-                                               : f->C_Decrypt;
-        out.assign(256, 0);
-        CK_ULONG length = out.size();
-        if (const CK_RV rv = init(session_, &mechanism, key); rv != CKR_OK) {
-            return rv;
-        }
-        const CK_RV rv = call(session_, in.data(), in.size(), out.data(), &length);
-        out.resize(length);
-        return rv;
+        return ModuleTest::run(session_, use, mechanism, in, out);
     }
     CK_RV verify(CK_MECHANISM mechanism, Bytes in, Bytes signature) {
-        EXPECT_EQ(f->C_VerifyInit(session_, &mechanism, publicKey(session_)), CKR_OK);
-        return f->C_Verify(session_, in.data(), in.size(), signature.data(), signature.size());
+        return ModuleTest::run(session_, CKF_VERIFY, mechanism, in, signature);
     }
     void SetUp() override {
         ProfiledModuleTest::SetUp();
@@ -97,7 +79,7 @@ TEST_P(PaddingTest, PssAndOaepRunOnACardThatListsThem) {
         ASSERT_EQ(run(CKF_ENCRYPT, oaep, longest, cryptogram), CKR_OK);
         EXPECT_EQ(run(CKF_DECRYPT, oaep, cryptogram, plain),
                   native() ? CKR_OK : CKR_MECHANISM_INVALID);
-        EXPECT_EQ(plain, native() ? longest : Bytes(256));
+        EXPECT_TRUE(!native() || plain == longest);
         cryptogram[200] ^= 0x01;
         EXPECT_EQ(run(CKF_DECRYPT, oaep, cryptogram, plain),
                   native() ? CKR_ENCRYPTED_DATA_INVALID : CKR_MECHANISM_INVALID);
@@ -149,12 +131,8 @@ TEST_P(PaddingTest, WhatTheCardCannotTakeIsRefusedAtInitAndNotOffered) {
     EXPECT_EQ(oaep.flags, (card & ~CKF_SIGN) | CKF_ENCRYPT);
     const auto allowed = [&](CK_OBJECT_HANDLE key) {
         const Bytes value = values(session_, key, {CKA_ALLOWED_MECHANISMS})[0];
-        std::set<CK_MECHANISM_TYPE> types;
-        for (std::size_t at = 0; at + sizeof(CK_MECHANISM_TYPE) <= value.size();
-             at += sizeof(CK_MECHANISM_TYPE)) {
-            types.insert(*reinterpret_cast<const CK_MECHANISM_TYPE*>(&value[at]));
-        }
-        return types;
+        const auto* types = reinterpret_cast<const CK_MECHANISM_TYPE*>(value.data());
+        return std::set<CK_MECHANISM_TYPE>(types, types + value.size() / sizeof *types);
     };
     const auto ofPrivate = allowed(privateKey(session_)), ofPublic = allowed(publicKey(session_));
     EXPECT_EQ(ofPrivate.count(CKM_RSA_PKCS_PSS) + ofPrivate.count(CKM_RSA_PKCS_OAEP),

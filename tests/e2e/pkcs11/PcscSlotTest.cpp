@@ -50,21 +50,18 @@ protected:
     }
 
     std::vector<CK_SLOT_ID> slots(CK_BBOOL withToken) {
-        CK_ULONG count = 0;
-        EXPECT_EQ(f->C_GetSlotList(withToken, nullptr, &count), CKR_OK);
-        std::vector<CK_SLOT_ID> ids(count);
-        EXPECT_EQ(f->C_GetSlotList(withToken, ids.data(), &count), CKR_OK);
-        ids.resize(count);
-        return ids;
+        CK_SLOT_ID ids[64];
+        CK_ULONG count = 64;
+        EXPECT_EQ(f->C_GetSlotList(withToken, ids, &count), CKR_OK);
+        return std::vector<CK_SLOT_ID>(ids, ids + count);
     }
     bool listed(CK_SLOT_ID slot) {
         const auto ids = slots(CK_TRUE);
         return std::find(ids.begin(), ids.end(), slot) != ids.end();
     }
     CK_RV login(CK_SESSION_HANDLE session) {
-        std::string pin = "123456"; // the fixture's card has the default user PIN
-        return f->C_Login(session, CKU_USER, reinterpret_cast<CK_UTF8CHAR_PTR>(pin.data()),
-                          pin.size());
+        unsigned char pin[] = "123456"; // the fixture's card has the default user PIN
+        return f->C_Login(session, CKU_USER, pin, 6);
     }
 
     // The first slot event within 30 s (pcscd polls its readers); none is ~0.
@@ -80,8 +77,7 @@ protected:
     void stopBridge() {
         pid_t pid = 0;
         std::ifstream(bridgePid_) >> pid;
-        ASSERT_GT(pid, 0);
-        ASSERT_EQ(::kill(pid, SIGTERM), 0);
+        ASSERT_TRUE(pid > 0 && ::kill(pid, SIGTERM) == 0);
         stopped_ = true;
     }
     void startBridge() {

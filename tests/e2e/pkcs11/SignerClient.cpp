@@ -22,43 +22,44 @@
 namespace {
 
 using Bytes = std::vector<unsigned char>;
+int failures = 0;
 
-std::string hex(CK_RV rv) {
+// What a call returned, as "C_Sign returned 0x00000101".
+std::string returned(const std::string& call, CK_RV rv) {
     char text[24];
     std::snprintf(text, sizeof text, "0x%08lx", static_cast<unsigned long>(rv));
-    return text;
+    return call + " returned " + text;
 }
-
 void check(CK_RV rv, const std::string& call) {
     if (rv != CKR_OK) {
-        throw std::runtime_error(call + " returned " + hex(rv));
+        throw std::runtime_error(returned(call, rv));
+    }
+}
+#define CHECK(call) check(call, #call)
+// Counts and prints a check that failed.
+void expect(bool holds, const std::string& failure) {
+    if (!holds) {
+        ++failures;
+        std::cerr << failure << "\n";
     }
 }
 
-// What one operation returned, and the failure it met (empty when none).
-struct Outcome {
-    CK_RV rv;
-    std::string failure;
-};
-
 struct Client {
     explicit Client(const std::string& label) {
-        check(C_GetFunctionList(&f), "C_GetFunctionList");
-        check(f->C_Initialize(nullptr), "C_Initialize");
         CK_SLOT_ID slots[16];
         CK_ULONG count = 16;
-        check(f->C_GetSlotList(CK_TRUE, slots, &count), "C_GetSlotList");
+        CHECK(C_GetFunctionList(&f));
+        CHECK(f->C_Initialize(nullptr));
+        CHECK(f->C_GetSlotList(CK_TRUE, slots, &count));
         check(count ? CKR_OK : CKR_TOKEN_NOT_PRESENT, "C_GetSlotList, asked for a token,");
-        check(f->C_OpenSession(slots[0], CKF_SERIAL_SESSION | CKF_RW_SESSION, nullptr, nullptr,
-                               &session),
-              "C_OpenSession");
-        check(login(), "C_Login");
+        CHECK(f->C_OpenSession(slots[0], CKF_SERIAL_SESSION | CKF_RW_SESSION, nullptr, nullptr,
+                               &session));
+        CHECK(login());
         privateKey = find(CKO_PRIVATE_KEY, label);
         CK_BYTE modulus[512], exponent[8];
         CK_ATTRIBUTE values[] = {{CKA_MODULUS, modulus, sizeof modulus},
                                  {CKA_PUBLIC_EXPONENT, exponent, sizeof exponent}};
-        check(f->C_GetAttributeValue(session, find(CKO_PUBLIC_KEY, label), values, 2),
-              "C_GetAttributeValue");
+        CHECK(f->C_GetAttributeValue(session, find(CKO_PUBLIC_KEY, label), values, 2));
         key.Initialize(CryptoPP::Integer(modulus, values[0].ulValueLen),
                        CryptoPP::Integer(exponent, values[1].ulValueLen));
     }
@@ -70,8 +71,9 @@ struct Client {
                           pin.size());
     }
     // Signs text (SHA256_RSA_PKCS) and verifies the signature under the public key, or deciphers
-    // (RSA_PKCS) a cryptogram of text made in software and compares the plaintext.
-    Outcome operate(bool signing, const std::string& message) {
+    // (RSA_PKCS) a cryptogram of text made in software and compares the plaintext; a result
+    // that does not check out is a failure `where`.
+    CK_RV operate(bool signing, const std::string& message, const std::string& where) {
         const Bytes text(message.begin(), message.end());
         Bytes in = text, out(512);
         if (!signing) {
@@ -86,18 +88,15 @@ struct Client {
             rv = (signing ? f->C_Sign : f->C_Decrypt)(session, in.data(), in.size(), out.data(),
                                                       &length);
         }
-        if (rv != CKR_OK) {
-            return {rv, (signing ? "C_Sign returned " : "C_Decrypt returned ") + hex(rv)};
-        }
         out.resize(length);
         CryptoPP::RSASS<CryptoPP::PKCS1v15, CryptoPP::SHA256>::Verifier verifier(key);
-        if (signing ? out.size() == verifier.SignatureLength() &&
-                          verifier.VerifyMessage(text.data(), text.size(), out.data(), out.size())
-                    : out == text) {
-            return {rv, ""};
-        }
-        return {rv, signing ? "the signature does not verify under its key"
-                            : "the cryptogram deciphers to another plaintext"};
+        expect(rv != CKR_OK || (signing ? out.size() == verifier.SignatureLength() &&
+                                              verifier.VerifyMessage(text.data(), text.size(),
+                                                                     out.data(), out.size())
+                                        : out == text),
+               where + (signing ? "the signature does not verify under its key"
+                                : "the cryptogram deciphers to another plaintext"));
+        return rv;
     }
 
     CK_OBJECT_HANDLE find(CK_OBJECT_CLASS kind, const std::string& label) {
@@ -105,9 +104,9 @@ struct Client {
                                 {CKA_LABEL, const_cast<char*>(label.data()), label.size()}};
         CK_OBJECT_HANDLE found = 0;
         CK_ULONG count = 0;
-        check(f->C_FindObjectsInit(session, query, 2), "C_FindObjectsInit");
-        check(f->C_FindObjects(session, &found, 1, &count), "C_FindObjects");
-        check(f->C_FindObjectsFinal(session), "C_FindObjectsFinal");
+        CHECK(f->C_FindObjectsInit(session, query, 2));
+        CHECK(f->C_FindObjects(session, &found, 1, &count));
+        CHECK(f->C_FindObjectsFinal(session));
         check(count ? CKR_OK : CKR_KEY_HANDLE_INVALID, "C_FindObjects for \"" + label + "\"");
         return found;
     }
@@ -118,26 +117,17 @@ struct Client {
     CryptoPP::AutoSeededRandomPool random;
 };
 
-// Counts and prints a check that failed.
-int failures = 0;
-void expect(bool holds, const std::string& failure) {
-    if (!holds) {
-        ++failures;
-        std::cerr << failure << "\n";
-    }
-}
-
 void runMany(Client& client, bool signing, const std::string& label, int count) {
     int logins = 0;
     for (int i = 0; i < count; ++i) {
         const std::string text = label + " message " + std::to_string(i); // no two alike
-        Outcome outcome = client.operate(signing, text);
-        if (outcome.rv == CKR_USER_NOT_LOGGED_IN && client.login() == CKR_OK) {
+        const std::string where = label + ": operation " + std::to_string(i) + ": ";
+        CK_RV rv = client.operate(signing, text, where);
+        if (rv == CKR_USER_NOT_LOGGED_IN && client.login() == CKR_OK) {
             ++logins;
-            outcome = client.operate(signing, text);
+            rv = client.operate(signing, text, where);
         }
-        expect(outcome.failure.empty(),
-               label + ": operation " + std::to_string(i) + ": " + outcome.failure);
+        expect(rv == CKR_OK, where + returned(signing ? "C_Sign" : "C_Decrypt", rv));
     }
     std::cout << label << ": " << failures << " of " << count << " failed, logged in again "
               << logins << " times\n";
@@ -147,19 +137,16 @@ void surviveResets(Client& client, const std::string& command) {
     const std::string text = "signed after a reset";
     for (const bool signFirst : {false, true}) {
         expect(std::system(command.c_str()) == 0, "the other program failed: " + command);
-        if (signFirst) {
-            const CK_RV rv = client.operate(true, text).rv;
-            expect(rv == CKR_USER_NOT_LOGGED_IN, "after a reset, C_Sign returned " + hex(rv));
-        } else {
-            CK_SESSION_INFO info{};
-            check(client.f->C_GetSessionInfo(client.session, &info), "C_GetSessionInfo");
-            expect(info.state == CKS_RW_PUBLIC_SESSION || info.state == CKS_RO_PUBLIC_SESSION,
-                   "after a reset, the session is in state " + std::to_string(info.state));
-        }
-        const CK_RV rv = client.login();
-        expect(rv == CKR_OK, "after a reset, C_Login returned " + hex(rv));
-        const std::string failure = client.operate(true, text).failure;
-        expect(failure.empty(), "after a reset and C_Login: " + failure);
+        CK_SESSION_INFO info{};
+        const CK_RV rv = signFirst ? client.operate(true, text, "after a reset: ")
+                                   : client.f->C_GetSessionInfo(client.session, &info);
+        expect(signFirst ? rv == CKR_USER_NOT_LOGGED_IN
+                         : rv == CKR_OK && (info.state == CKS_RW_PUBLIC_SESSION ||
+                                            info.state == CKS_RO_PUBLIC_SESSION),
+               "after a reset, " + returned(signFirst ? "C_Sign" : "C_GetSessionInfo", rv) +
+                   ", state " + std::to_string(info.state));
+        expect(client.login() == CKR_OK && client.operate(true, text, "after C_Login: ") == CKR_OK,
+               "after a reset, C_Login or C_Sign failed");
     }
 }
 

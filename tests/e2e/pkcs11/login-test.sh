@@ -1,17 +1,14 @@
 #!/bin/sh
-# Logging in with the card's key through the programs users log in with, each
-# with its default settings, against servers on loopback that trust the card's
-# self-signed certificate: openssl s_client (TLS 1.3 and 1.2), curl and
-# gnutls-cli (TLS 1.3) against openssl s_server, ssh against an sshd of its
-# own (root only), S/MIME signatures with openssl cms, and RSA-PSS signatures
-# and RSAES-OAEP decipherment through the OpenSSL PKCS#11 engine.
-# Usage: login-test.sh MODULE P15TOOL
-# Exit 77 (skipped) when a client is not installed, or after every other
-# proof when sshd cannot be started (not root).
+# The module under the programs users log in with, each with its default settings, against
+# servers on loopback that trust the card's self-signed certificate: TLS (openssl s_client, curl,
+# gnutls-cli), S/MIME (openssl cms), RSA-PSS and RSAES-OAEP through the OpenSSL PKCS#11 engine,
+# NSS and p11tool, ssh (root only). Usage: login-test.sh MODULE P15TOOL
+# Exit 77 (skipped) when a client is not installed, or after every other proof when sshd cannot
+# be started (not root).
 set -eu
 module=$(realpath "$1")
 p15tool=$2
-for tool in openssl curl gnutls-cli ssh ssh-keygen shuf setsid; do
+for tool in openssl curl gnutls-cli ssh ssh-keygen shuf setsid p11tool modutil certutil; do
     command -v $tool >/dev/null || { echo "skipped: $tool not installed (scripts/install-deps)"; exit 77; }
 done
 openssl engine pkcs11 >/dev/null 2>&1 ||
@@ -58,46 +55,35 @@ start() {
     fail "no server started"
 }
 
-# openssl s_server for one connection, requiring a client certificate the
-# card's certificate verifies; its page (-www) tells the session's protocol,
-# the signature the client made and its certificate's verification.
+# TLS: openssl s_server for one connection, requiring a client certificate the card's
+# certificate verifies; its page (-www) tells the session's protocol, the signature the client
+# made and its certificate's verification. openssl s_client (1.3 and 1.2), curl, gnutls-cli.
 tlsServer() {
     exec timeout 20 openssl s_server -accept "127.0.0.1:$port" -naccept 1 -www -Verify 1 \
         -CAfile "$work/card.pem" -cert "$work/server.pem" -key "$work/server.key" "$@"
 }
 request() { printf 'GET / HTTP/1.0\r\n\r\n'; }
-pageShows() {
+for step in s_client-1.3 s_client-1.2 curl gnutls-cli; do
+    version=${step#s_client-}
+    [ "$version" != "$step" ] || version=1.3
+    start ACCEPT tlsServer -tls$(echo $version | tr . _)
+    case $step in
+    s_client*) request | engine s_client -quiet -connect "127.0.0.1:$port" -key "$key" \
+        -cert "$work/card.pem" -CAfile "$work/server.pem" -verify_return_error ;;
+    curl) timeout 20 curl -sS --engine pkcs11 --key-type ENG --key "$key" --cert "$work/card.pem" \
+        --cacert "$work/server.pem" "https://127.0.0.1:$port/" ;;
+    gnutls-cli) request | GNUTLS_PIN=123456 timeout 20 gnutls-cli --provider "$module" -p "$port" \
+        --x509certfile 'pkcs11:object=Signing%20key;type=cert' \
+        --x509keyfile 'pkcs11:object=Signing%20key;type=private' --x509cafile "$work/server.pem" \
+        127.0.0.1 ;;
+    esac >"$work/$step.client" 2>>"$work/$step.client-errors" || fail "$step failed"
     wait $pid || fail "s_server failed"
     pid=
-    for line in "New, $1," "Peer signature type: RSA-PSS" "Verify return code: 0 (ok)" \
+    for line in "New, TLSv$version," "Peer signature type: RSA-PSS" "Verify return code: 0 (ok)" \
         "Subject: CN=p15kit test"; do
         grep -qF "$line" "$work/$step.client" || fail "the server's page lacks \"$line\""
     done
-}
-
-for protocol in 1_3 1_2; do
-    step=s_client-tls$protocol
-    start ACCEPT tlsServer -tls$protocol
-    request | engine s_client -quiet -connect "127.0.0.1:$port" -key "$key" \
-        -cert "$work/card.pem" -CAfile "$work/server.pem" -verify_return_error \
-        >"$work/$step.client" || fail "s_client failed"
-    pageShows "TLSv$(echo $protocol | tr _ .)"
 done
-
-step=curl
-start ACCEPT tlsServer
-timeout 20 curl -sS --engine pkcs11 --key-type ENG --key "$key" --cert "$work/card.pem" \
-    --cacert "$work/server.pem" "https://127.0.0.1:$port/" >"$work/$step.client" \
-    2>"$work/$step.client-errors" || fail "curl failed"
-pageShows TLSv1.3
-
-step=gnutls-cli
-start ACCEPT tlsServer
-request | GNUTLS_PIN=123456 timeout 20 gnutls-cli --provider "$module" -p "$port" \
-    --x509certfile 'pkcs11:object=Signing%20key;type=cert' \
-    --x509keyfile 'pkcs11:object=Signing%20key;type=private' --x509cafile "$work/server.pem" \
-    127.0.0.1 >"$work/$step.client" 2>&1 || fail "gnutls-cli failed"
-pageShows TLSv1.3
 
 # S/MIME: PKCS#1 v1.5 (cms's default) and RSASSA-PSS signatures; cms salts
 # PSS as long as the key allows unless told the hash's length, all the card makes.
@@ -144,8 +130,34 @@ byte=$(od -An -tu1 -j100 -N1 "$work/sha256.bin")
 printf "$(printf '\\%03o' $((byte ^ 1)))" | dd of="$work/sha256.bin" bs=1 seek=100 conv=notrunc 2>/dev/null
 ! decrypt sha256 "$work/sha256.bin" || fail "a changed OAEP cryptogram deciphers"
 
+# NSS: the module added to a fresh database lists the card's certificate under the token's
+# label, and has the card make a key pair for a certificate request, named by CKA_ID
+# afterwards: one new pair, a request that verifies. p11tool (GnuTLS) renames a key. On a copy.
+step=nss
+cp "$work/card.json" "$work/nss.json"
+export P15KIT_PKCS11_CARD="$work/nss.json"
+privateKeys() { GNUTLS_PIN=123456 p11tool --provider "$module" --login --list-privkeys "pkcs11:"; }
+mkdir "$work/nss"
+certutil -N -d "sql:$work/nss" --empty-password
+modutil -dbdir "sql:$work/nss" -add p15kit -libfile "$module" -force >/dev/null
+certutil -L -h all -d "sql:$work/nss" >"$work/$step.list"
+grep -q 'p15kit virtual card:Signing key' "$work/$step.list" || fail "certutil lists no certificate"
+echo 123456 >"$work/pin"
+head -c 64 /dev/urandom >"$work/noise"
+before=$(privateKeys | grep -c 'type=private')
+certutil -R -k rsa -g 2048 -s "CN=p15kit request" -d "sql:$work/nss" -h "p15kit virtual card" \
+    -f "$work/pin" -z "$work/noise" -o "$work/request.der" >"$work/$step.request" 2>&1 ||
+    fail "certutil -R failed"
+[ "$(privateKeys | grep -c 'type=private')" -eq $((before + 1)) ] || fail "not one new key pair"
+openssl req -verify -noout -inform DER -in "$work/request.der" >/dev/null 2>&1 ||
+    fail "openssl does not verify the request certutil made on the card"
+GNUTLS_PIN=123456 p11tool --provider "$module" --login --set-label Renamed \
+    "pkcs11:object=Signing%20key;type=private" >/dev/null 2>&1 || fail "p11tool cannot rename a key"
+privateKeys | grep -q 'object=Renamed;type=private' || fail "p11tool lists no renamed key"
+
 # ssh: rsa-sha2-256 and rsa-sha2-512 from the card, the PIN through SSH_ASKPASS.
 step=ssh
+export P15KIT_PKCS11_CARD="$work/card.json"
 if [ "$(id -u)" -ne 0 ] || [ ! -x /usr/sbin/sshd ]; then
     echo "skipped: ssh needs root and /usr/sbin/sshd to start a daemon of its own"
     exit 77

@@ -30,12 +30,9 @@ cleanup() { keys key delete 2>/dev/null; rm -rf "$work"; }
 trap cleanup EXIT
 keys keygen --bits 1024 || { echo "keygen of the two keys failed"; exit 1; }
 
-if [ "$mode" = reset ]; then
-    "$signer" reset "shared A $$" "\"$tool\" $card list >/dev/null"
-    exit # through the clean-up, with the client's status
-fi
 # Both processes at once, each with its own key; every failure is printed by the client.
 status=0
+[ "$mode" != reset ] || { "$signer" reset "shared A $$" "\"$tool\" $card list >/dev/null"; exit; }
 for operation in sign decrypt; do
     "$signer" $operation "shared A $$" "$count" & first=$!
     "$signer" $operation "shared B $$" "$count" || status=1
