@@ -37,8 +37,8 @@ TEST(Decode, SamplesAndDumpsDecodeOrFailInOneLine) {
             continue;
         }
         EXPECT_TRUE(contains(runTool({"decode", entry.path().string()}).out, "entries:"));
-        for (const json& each :
-             runTool({"--json", "decode", entry.path().string()}).json()["entries"]) {
+        const json decoded = runTool({"--json", "decode", entry.path().string()}).json();
+        for (const json& each : decoded["entries"]) {
             EXPECT_TRUE(each.contains("type")) << each;
         }
     }
