@@ -2,6 +2,7 @@
 #define TESTS_UNIT_OSS_TESTUTIL_HPP
 
 #include "app/pkcs15/oss/Codec.hpp"
+#include "mw/Hex.hpp"
 #include "tests/support/AppErrors.hpp"
 
 #include <gtest/gtest.h>
@@ -18,17 +19,8 @@ template <class T> void PrintTo(const optional<T>& value, std::ostream* out) {
 } // namespace boost
 
 inline oss::Bytes hex(const std::string& text) {
-    oss::Bytes bytes;
-    std::string digits;
-    for (char c : text) {
-        if (std::isxdigit(static_cast<unsigned char>(c)) != 0) {
-            digits += c;
-        }
-    }
-    for (std::size_t i = 0; i + 1 < digits.size(); i += 2) {
-        bytes.push_back(static_cast<std::uint8_t>(std::stoul(digits.substr(i, 2), nullptr, 16)));
-    }
-    return bytes;
+    const mw::ByteBuffer bytes = mw::fromHex(text);
+    return {bytes.begin(), bytes.end()};
 }
 
 using p15test::appError;
