@@ -72,40 +72,6 @@ TEST(GetApplications, HandsBackOneApplicationSelectedDownToTheCardStatusFile) {
     }
 }
 
-// A card object that hides one of its services.
-class CardWithout : public card::ICard {
-public:
-    CardWithout(boost::shared_ptr<const card::ICard> card, std::string hidden)
-        : card_(std::move(card))
-        , hidden_(std::move(hidden)) {}
-    void selectApplication(const card::IChannel& channel,
-                           const mw::ByteBuffer& aid) const override {
-        card_->selectApplication(channel, aid);
-    }
-    std::vector<std::string> getAlgorithms() const override { return card_->getAlgorithms(); }
-    bool hasInterface(const std::string& name) const override {
-        return name != hidden_ && card_->hasInterface(name);
-    }
-    boost::shared_ptr<card::IInterface> getInterface(const std::string& name) const override {
-        return card_->getInterface(name);
-    }
-
-private:
-    boost::shared_ptr<const card::ICard> card_;
-    std::string hidden_;
-};
-
-TEST(Construction, StopsAtAMissingServiceNamingIt) {
-    AppCard card;
-    for (const char* name : {"PinManagementService", "FileAccessService", "FileSystemService",
-                             "CryptographyService", "AsymmetricKeyManagementService"}) {
-        auto partial = boost::make_shared<CardWithout>(card.card, name);
-        EXPECT_APP_ERROR(P15Application(boost::shared_ptr<const card::ICard>(partial), "x", ""),
-                         app::ApplicationException,
-                         std::string("required interface not found: ") + name);
-    }
-}
-
 // Only the text "true" forces wipes; a waiting time that is no number is 0.
 TEST(Configuration, IsReadIntoTheThreeSettingsOrRefused) {
     // clang-format off

