@@ -81,30 +81,6 @@ TEST_F(Directories, EfOdfIsReadUpToItsPaddingTakingPathsOnly) {
     EXPECT_EQ(fileIdOf(P15File::DODF), dodfFile);
 }
 
-// Directory files are read only when their objects are needed, then answer
-// from the cache until cleared; clearing one rereads it and EF(ODF) only.
-TEST_F(Directories, AreReadWhenNeededAndClearContentRereadsThatFileAndEfOdf) {
-    card_.recorder->clear();
-    const auto& prkdf = application_->getODF()->getPrKDF();
-    EXPECT_TRUE(card_.recorder->sent(0xB0).empty()) << "getting the file object read the card";
-    EXPECT_TRUE(prkdf->values(*card_.channel).empty());
-    application_->getODF()->getCDF()->values(*card_.channel);
-
-    card_.verifyPin(0x01, userPin);
-    card_.writeFile(prkdfFile, rsaPrivateKeyEntry(0x81, bytes({0x0E, 0x01})));
-    EXPECT_TRUE(prkdf->values(*card_.channel).empty()) << "the cache answers until cleared";
-    prkdf->clearContent();
-    card_.recorder->clear();
-    EXPECT_EQ(prkdf->values(*card_.channel).size(), 1u);
-    application_->getODF()->getCDF()->values(*card_.channel);
-    std::vector<mw::ByteBuffer> selected;
-    for (const mw::ByteBuffer& select : card_.recorder->sent(0xA4)) {
-        selected.push_back(select.get(5 + select.get(4) - 2, 2)); // the file of its path
-    }
-    EXPECT_EQ(selected, (std::vector<mw::ByteBuffer>{odfFile, prkdfFile}))
-        << "EF(ODF) and EF(PrKDF) are read again, EF(CDF) comes from the cache";
-}
-
 // File objects kept past their application fail with a clear error.
 TEST_F(Directories, OutlivingTheirOwnersFailsClearly) {
     const char* const gone = "failed to get shared ptr from weak ptr";
@@ -194,24 +170,6 @@ protected:
     const mw::ByteBuffer first_ = rsaPrivateKeyEntry(0x81, bytes({0x0E, 0x01}));
     const mw::ByteBuffer last_ = rsaPrivateKeyEntry(0x82, bytes({0x0E, 0x02}));
 };
-
-TEST_F(EntryRewrite, WritesOnlyTheBytesThatChanged) {
-    mw::ByteBuffer relabelled = last_;
-    relabelled.data()[relabelled.size() - 1] ^= 0x01; // last byte of the modulus length
-    card_.recorder->clear();
-
-    prkdf().updateEncodedAttributes(last_, relabelled);
-
-    const std::vector<mw::ByteBuffer> updates = card_.recorder->sent(0xD6);
-    ASSERT_EQ(updates.size(), 1u);
-    const auto update = updateOf(updates[0]);
-    EXPECT_EQ(update.first, first_.size() + ecPrivateKeyEntry().size() + last_.size() - 1);
-    EXPECT_EQ(update.second, bytes({relabelled.get(relabelled.size() - 1)}));
-
-    card_.recorder->clear();
-    prkdf().updateEncodedAttributes(relabelled, relabelled);
-    EXPECT_TRUE(card_.recorder->sent(0xD6).empty()) << "an unchanged entry writes nothing";
-}
 
 TEST_F(EntryRewrite, BytesAfterTheEntriesStayUnlessTheEntriesNeedThem) {
     const mw::ByteBuffer entries = concat({first_, ecPrivateKeyEntry(), last_});

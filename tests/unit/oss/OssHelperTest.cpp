@@ -50,8 +50,6 @@ TEST(OssHelperTest, decodeFailuresStopTheList) {
     const auto always = rulesOf("300A 3008 3006 03020780 0500");
     EXPECT_EQ(errorText([&] { OssHelper::decodeAccessControlRules(always, rules); }),
               "decodeSecurityCondition: unknown SecurityCondition choice");
-    EXPECT_EQ(errorText([] { OssHelper::decodeSecurityCondition(nullptr); }),
-              "decodeSecurityCondition: input parameter is null");
 }
 
 // Modes up to 15 encode, 16 is refused with the mode and nothing added;
