@@ -2,6 +2,7 @@
 // for byte; put on the virtual card and read back through the application
 // and the host card layer, they list what their cards gave them, and what the
 // application does not change stays in the file byte for byte.
+#include "../oss/TestUtil.hpp"
 #include "AppCard.hpp"
 
 #include "app/IAccessControlled.hpp"
@@ -15,28 +16,13 @@
 #include "app/pkcs15/fs/ODF.hpp"
 #include "app/pkcs15/object/P15Pin.hpp"
 #include "app/pkcs15/object/P15X509Certificate.hpp"
-#include "app/pkcs15/oss/Codec.hpp"
 #include "mw/Hex.hpp"
 
 #include <algorithm>
 #include <boost/optional/optional_io.hpp>
-#include <fstream>
 #include <functional>
 
 namespace {
-
-namespace oss = app::pkcs15::oss;
-
-// The bytes of a sample file of tests/data/samples: hex lines, '#' comments.
-mw::ByteBuffer loadSample(const std::string& name) {
-    std::ifstream file(std::string(P15_SAMPLES_DIR) + "/" + name);
-    EXPECT_TRUE(file.good()) << name;
-    std::string line, hex;
-    while (std::getline(file, line)) {
-        hex += !line.empty() && line[0] != '#' ? line : "";
-    }
-    return mw::fromHex(hex);
-}
 
 // Every entry up to the 00/FF padding re-encodes as read; then only padding.
 // Returns the number of entries.
@@ -62,7 +48,7 @@ mw::ByteBuffer put(const apptest::AppCard& card, const mw::ByteBuffer& file,
                    const std::string& sample) {
     card.open(); // selects the application's DF
     card.verifyPin(0x01, apptest::userPin);
-    card.writeFile(file, loadSample(sample));
+    card.writeFile(file, mw::ByteBuffer(loadSample(sample)));
     return card.readFile(file);
 }
 
@@ -102,10 +88,6 @@ const struct {
     Get relabelled = {};
     std::string from = {}, to = {};
 } samples[] = {
-    {"be-eid-virtual_odf.hex", walked<oss::PKCS15Objects>, 3, nullptr, {}},
-    {"aosp-gp-seac_odf.hex", walked<oss::PKCS15Objects>, 1, nullptr, {}},
-    {"es-accv-gyd-smartcafe_odf.hex", walked<oss::PKCS15Objects>, 5, nullptr, {}},
-    {"acos5-64_dir.hex", walked<oss::DIRRecord>, 1, nullptr, {}},
     {"es-dnie-especimen_prkdf.hex", walked<oss::PrivateKeyType>, 2, nullptr, {}},
     {"es-fnmt-tui_prkdf.hex", walked<oss::PrivateKeyType>, 1, nullptr, {}},
     {"es-fnmt-tui_cdf.hex", walked<oss::CertificateType>, 1, nullptr, {}},
@@ -193,7 +175,7 @@ TEST(Samples, LoadWithTheAttributesTheirCardsGaveThem) {
     AppCard card;
     for (const auto& sample : samples) {
         SCOPED_TRACE(sample.file);
-        EXPECT_EQ(sample.walk(loadSample(sample.file)), sample.entries);
+        EXPECT_EQ(sample.walk(mw::ByteBuffer(loadSample(sample.file))), sample.entries);
         if (sample.fileId != nullptr) {
             const mw::ByteBuffer before = put(card, *sample.fileId, sample.file);
             sample.expect(*card.open(), *card.channel);

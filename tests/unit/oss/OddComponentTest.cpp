@@ -5,20 +5,9 @@
 
 #include "app/pkcs15/oss/DerReader.hpp"
 
-#include <fstream>
 #include <functional>
 
 namespace {
-
-oss::Bytes loadSample(const std::string& name) {
-    std::ifstream file(std::string(P15_SAMPLES_DIR) + "/" + name);
-    EXPECT_TRUE(file.good()) << name;
-    std::string line, digits;
-    while (std::getline(file, line)) {
-        digits += line.rfind('#', 0) == 0 ? "" : line;
-    }
-    return hex(digits);
-}
 
 // The TLVs inside a constructed TLV.
 std::vector<oss::Bytes> components(const oss::Bytes& tlv) {

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <string>
 
 namespace oss = app::pkcs15::oss;
@@ -21,6 +22,18 @@ template <class T> void PrintTo(const optional<T>& value, std::ostream* out) {
 inline oss::Bytes hex(const std::string& text) {
     const mw::ByteBuffer bytes = mw::fromHex(text);
     return {bytes.begin(), bytes.end()};
+}
+
+// The bytes of a file of tests/data/samples (or, by "../", its neighbours):
+// hex lines, '#' comments.
+inline oss::Bytes loadSample(const std::string& name) {
+    std::ifstream file(std::string(P15_SAMPLES_DIR) + "/" + name);
+    EXPECT_TRUE(file.good()) << name;
+    std::string line, digits;
+    while (std::getline(file, line)) {
+        digits += line.rfind('#', 0) == 0 ? "" : line;
+    }
+    return hex(digits);
 }
 
 using p15test::appError;
