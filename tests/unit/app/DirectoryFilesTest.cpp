@@ -49,32 +49,27 @@ protected:
 // ends the entries, an entry giving objects instead of a path is passed over;
 // EF(TokenInfo) is never listed there. An entry outside the five kinds
 // (trustedCertificates [5]) fails the read, retried until the file is mended;
-// EF(ODF) read again drops the kinds it no longer lists.
+// EF(ODF) read again once a directory file went stale drops the kinds it no
+// longer lists and keeps the others.
 TEST_F(Directories, EfOdfIsReadUpToItsPaddingTakingPathsOnly) {
     EXPECT_EQ(fileIdOf(P15File::DODF), dodfFile);
     EXPECT_TRUE(fileIdOf(P15File::TokenInfo).empty());
-    EXPECT_APP_ERROR(fileIdOf(static_cast<P15File::FileId>(6)), app::ApplicationException,
-                     "unknown PKCS#15 file type parameter");
-    const struct {
-        mw::ByteBuffer odf;
-        P15File::FileId kind;
-        mw::ByteBuffer expected;
-    } rows[] = {{mw::fromHex("00 A806 3004 04024408"), P15File::AODF, {}},
-                {mw::fromHex("A804 A0023000 A006 3004 04024400"), P15File::AODF, {}},
-                {mw::fromHex("A804 A0023000 A006 3004 04024400"), P15File::PrKDF, prkdfFile},
-                {mw::fromHex("A406 3004 04024404 FFFF"), P15File::CDF, cdfFile}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(mw::toHex(row.odf));
-        writeOdf(row.odf);
-        EXPECT_EQ(fileIdOf(row.kind), row.expected);
+    // clang-format off
+    const std::tuple<const char*, P15File::FileId, mw::ByteBuffer> rows[] = {
+        {"00 A806 3004 04024408", P15File::AODF, {}},
+        {"A804 A0023000 A006 3004 04024400", P15File::AODF, {}},
+        {"A804 A0023000 A006 3004 04024400", P15File::PrKDF, prkdfFile},
+        {"A406 3004 04024404 FFFF", P15File::CDF, cdfFile}};
+    // clang-format on
+    for (const auto& [odf, kind, expected] : rows) {
+        writeOdf(mw::fromHex(odf));
+        EXPECT_EQ(fileIdOf(kind), expected) << odf;
     }
     writeOdf(mw::fromHex("A506 3004 04024405 A406 3004 04024404"));
     EXPECT_THROW(fileIdOf(P15File::CDF), app::InvalidDataException);
     EXPECT_THROW(fileIdOf(P15File::CDF), app::InvalidDataException) << "a failed read is retried";
     card_.writeFile(odfFile, mw::fromHex("A406 3004 04024404"));
     EXPECT_EQ(fileIdOf(P15File::CDF), cdfFile);
-    // Read again once a directory file went stale: a kind it no longer lists
-    // is located nowhere, the others stay where they were.
     card_.writeFile(odfFile, mw::fromHex("A006 3004 04024400 A706 3004 04024407"));
     application_->getODF()->getCDF()->clearContent();
     EXPECT_TRUE(fileIdOf(P15File::CDF).empty());
