@@ -4,11 +4,9 @@
 #include "app/object/IDataObject.hpp"
 #include "app/object/IPrivateRSAKey.hpp"
 #include "app/pkcs15/detail/util.hpp"
-#include "app/pkcs15/fs/CDF.hpp"
 #include "app/pkcs15/fs/DODF.hpp"
 #include "app/pkcs15/fs/ODF.hpp"
 #include "app/pkcs15/fs/PrKDF.hpp"
-#include "app/pkcs15/fs/PuKDF.hpp"
 #include "mw/Hex.hpp"
 
 using namespace apptest;
@@ -77,9 +75,6 @@ TEST_F(Allocation, TheLastFileIdIsHandedOutThenExhaustionIsReportedInTheDirector
     EXPECT_APP_ERROR(application_->getODF()->getDODF()->getFreeFileId(
                          *card_.channel, *card_.files(), fs::DataObjectFile),
                      app::OutOfMemoryException, "maximum number of data objects reached");
-    EXPECT_APP_ERROR(application_->getODF()->getCDF()->getFreeFileId(*card_.channel, *card_.files(),
-                                                                     fs::DataObjectFile),
-                     app::OutOfMemoryException, "maximum number of certificates reached");
     EXPECT_EQ(application_->getFreeFileId(fs::CertificateFile), bytes({0xDF, 0x02, 0xC0, 0x01}))
         << "other ranges are unaffected";
 }
@@ -117,9 +112,6 @@ TEST_F(Allocation, TheLastKeyIdIsHandedOutThenExhaustionIsReportedPerDirectory) 
 
     store(prkdfFile, mw::ByteBuffer());
     store(pukdfFile, keyEntries(false, 1, 6));
-    EXPECT_APP_ERROR(application_->getODF()->getPuKDF()->getFreeKeyReference(*card_.channel,
-                                                                             *card_.files(), 1024),
-                     app::ApplicationException, "maximum number of public keys reached");
     EXPECT_APP_ERROR(application_->getFreeKeyPairReference(*card_.channel, 1024),
                      app::ApplicationException, "maximum number of key pairs reached");
 }
