@@ -1,7 +1,6 @@
 #include "AppCard.hpp"
 
 #include "app/ApplicationException.hpp"
-#include "app/object/IPin.hpp"
 #include "app/pkcs15/P15ApplicationPlugin.hpp"
 #include "app/pkcs15/detail/WallClock.hpp"
 #include "app/pkcs15/fs/CDF.hpp"
@@ -69,12 +68,11 @@ TEST(GetApplications, HandsBackOneApplicationSelectedDownToTheCardStatusFile) {
     }
 }
 
-// Only the text "true" forces wipes; a waiting time that is no number is 0.
+// Only "true" forces wipes (Wipe.*); a waiting time that is no number is 0.
 TEST(Configuration, IsReadIntoTheThreeSettingsOrRefused) {
     // clang-format off
     const std::tuple<const char*, std::int32_t, std::int32_t, bool> cases[] = {
         {"", 0, 0, false},
-        {"[WaitingTime]\nReselect=5000\nPinInfo=1000\n[Objects]\nwipeForce=true\n", 5000, 1000, true},
         {"[Objects]\nwipeForce=True\n", 0, 0, false},
         {"[Objects]\nwipeForce=1\n", 0, 0, false},
         {"[WaitingTime]\nReselect=abc\nPinInfo=-7\n[Objects]\nwipeForce=false\n", 0, -7, false}};

@@ -7,7 +7,6 @@
 
 #include "app/IAccessControlled.hpp"
 #include "app/SecurityConditions.hpp"
-#include "app/object/IDataObject.hpp"
 #include "app/object/IPin.hpp"
 #include "app/object/IPrivateRSAKey.hpp"
 #include "app/object/IPublicRSAKey.hpp"
@@ -16,7 +15,6 @@
 #include "app/pkcs15/fs/ODF.hpp"
 #include "app/pkcs15/object/P15Pin.hpp"
 #include "app/pkcs15/object/P15X509Certificate.hpp"
-#include "mw/Hex.hpp"
 
 #include <algorithm>
 #include <boost/optional/optional_io.hpp>

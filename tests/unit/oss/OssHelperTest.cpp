@@ -9,10 +9,6 @@ namespace {
 
 using app::pkcs15::oss::OssHelper;
 
-std::string errorText(const std::function<void()>& call) {
-    return appError(call).first;
-}
-
 app::SecurityConditionPtr pin(std::uint8_t id) {
     return boost::make_shared<app::AuthIdSecurityCondition>(std::vector<std::uint8_t>{id});
 }
@@ -43,13 +39,13 @@ TEST(OssHelperTest, decodesModesAndNestedConditions) {
 TEST(OssHelperTest, decodeFailuresStopTheList) {
     std::vector<app::AccessControlRule> rules;
     const auto fourBits = rulesOf("3014 3012 3007 03020780 040101 3007 03020410 040101");
-    EXPECT_EQ(errorText([&] { OssHelper::decodeAccessControlRules(fourBits, rules); }),
-              "CommonObject::AccessRule::AccessMode not PKCS#15 conform");
+    EXPECT_APP_TEXT(OssHelper::decodeAccessControlRules(fourBits, rules),
+                    "CommonObject::AccessRule::AccessMode not PKCS#15 conform");
     ASSERT_EQ(rules.size(), 1u);
     EXPECT_EQ(rules[0].getAccessMode(), 0x4);
     const auto always = rulesOf("300A 3008 3006 03020780 0500");
-    EXPECT_EQ(errorText([&] { OssHelper::decodeAccessControlRules(always, rules); }),
-              "decodeSecurityCondition: unknown SecurityCondition choice");
+    EXPECT_APP_TEXT(OssHelper::decodeAccessControlRules(always, rules),
+                    "decodeSecurityCondition: unknown SecurityCondition choice");
 }
 
 // Modes up to 15 encode, 16 is refused with the mode and nothing added;
@@ -71,16 +67,12 @@ TEST(OssHelperTest, encodesModesUpToFifteenAndOnlyConditionsWithAForm) {
               Failure("CommonObject::AccessRule::AccessMode not PKCS#15 conform", 0x10));
     EXPECT_EQ(value.size(), 2u);
     const auto always = boost::make_shared<app::AlwaysSecurityCondition>();
-    EXPECT_EQ(errorText([&] {
-                  OssHelper::encodeAccessControlRules({{0x4, always}}, value);
-              }),
-              "encodeSecurityCondition: always condition not supported");
+    EXPECT_APP_TEXT(OssHelper::encodeAccessControlRules({{0x4, always}}, value),
+                    "encodeSecurityCondition: always condition not supported");
     const auto inside = boost::make_shared<app::AndSecurityCondition>(
         app::SecurityConditionList{pin(1), boost::make_shared<app::NeverSecurityCondition>()});
-    EXPECT_EQ(errorText([&] {
-                  OssHelper::encodeAccessControlRules({{0x4, inside}}, value);
-              }),
-              "encodeSecurityCondition: never condition not supported inside a condition");
+    EXPECT_APP_TEXT(OssHelper::encodeAccessControlRules({{0x4, inside}}, value),
+                    "encodeSecurityCondition: never condition not supported inside a condition");
 }
 
 } // namespace
