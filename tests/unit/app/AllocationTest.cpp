@@ -4,11 +4,9 @@
 #include "app/object/IDataObject.hpp"
 #include "app/object/IPrivateRSAKey.hpp"
 #include "app/pkcs15/detail/util.hpp"
-#include "app/pkcs15/fs/CDF.hpp"
 #include "app/pkcs15/fs/DODF.hpp"
 #include "app/pkcs15/fs/ODF.hpp"
 #include "app/pkcs15/fs/PrKDF.hpp"
-#include "app/pkcs15/fs/PuKDF.hpp"
 #include "mw/Hex.hpp"
 
 using namespace apptest;
@@ -77,9 +75,6 @@ TEST_F(Allocation, TheLastFileIdIsHandedOutThenExhaustionIsReportedInTheDirector
     EXPECT_APP_ERROR(application_->getODF()->getDODF()->getFreeFileId(
                          *card_.channel, *card_.files(), fs::DataObjectFile),
                      app::OutOfMemoryException, "maximum number of data objects reached");
-    EXPECT_APP_ERROR(application_->getODF()->getCDF()->getFreeFileId(*card_.channel, *card_.files(),
-                                                                     fs::DataObjectFile),
-                     app::OutOfMemoryException, "maximum number of certificates reached");
     EXPECT_EQ(application_->getFreeFileId(fs::CertificateFile), bytes({0xDF, 0x02, 0xC0, 0x01}))
         << "other ranges are unaffected";
 }
@@ -117,26 +112,8 @@ TEST_F(Allocation, TheLastKeyIdIsHandedOutThenExhaustionIsReportedPerDirectory) 
 
     store(prkdfFile, mw::ByteBuffer());
     store(pukdfFile, keyEntries(false, 1, 6));
-    EXPECT_APP_ERROR(application_->getODF()->getPuKDF()->getFreeKeyReference(*card_.channel,
-                                                                             *card_.files(), 1024),
-                     app::ApplicationException, "maximum number of public keys reached");
     EXPECT_APP_ERROR(application_->getFreeKeyPairReference(*card_.channel, 1024),
                      app::ApplicationException, "maximum number of key pairs reached");
-}
-
-TEST_F(Allocation, KeyReferenceRequestsThatCannotBeMetFailBeforeTheCard) {
-    const auto& prkdf = application_->getODF()->getPrKDF();
-    for (unsigned short bits : {4096, 0, 1000}) {
-        card_.recorder->clear();
-        EXPECT_EQ(p15test::appError<app::InvalidDataException>(
-                      [&] { prkdf->getFreeKeyReference(*card_.channel, *card_.files(), bits); }),
-                  p15test::Failure("invalid modulus size", bits));
-        EXPECT_TRUE(card_.recorder->sent(0xB0).empty());
-    }
-    EXPECT_APP_ERROR(application_->getFreeKeyReference(fs::CertificateFile),
-                     app::ApplicationException, "unable to get key reference for non-key type");
-    EXPECT_APP_ERROR(application_->getFreeKeyReference(static_cast<fs::AppObjectType>(9)),
-                     app::ApplicationException, "unable to get key reference for non-key type");
 }
 
 // A private key file left alone on the card.
@@ -150,10 +127,9 @@ TEST_F(Allocation, KeyPairsAvoidKeyFilesLeftOnTheCard) {
     EXPECT_EQ(application_->getFreeKeyReference(fs::RsaPrivateKey1024).fileId, bytes({0x0E, 0x02}))
         << "an import takes the next key id, as a key generation does";
     const auto pair = application_->getFreeKeyPairReference(*card_.channel, 1024);
-    EXPECT_EQ(pair.first.keyReference, 0x82);
-    EXPECT_EQ(pair.first.fileId, bytes({0x0E, 0x02}));
-    EXPECT_EQ(pair.second.keyReference, 0x82);
-    EXPECT_EQ(pair.second.fileId, bytes({0x0F, 0x02}));
+    EXPECT_EQ(std::make_tuple(pair.first.keyReference, pair.first.fileId, pair.second.keyReference,
+                              pair.second.fileId),
+              std::make_tuple(0x82, bytes({0x0E, 0x02}), 0x82, bytes({0x0F, 0x02})));
     EXPECT_APP_ERROR(application_->getFreeKeyPairReference(*card_.channel, 512),
                      app::ApplicationException, "invalid modulus size");
 }

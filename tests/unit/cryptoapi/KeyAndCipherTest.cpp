@@ -1,6 +1,5 @@
-// The RSA key factory's checks on card-supplied key material, the public
-// key's encoding, and PKCS#1 v1.5 and OAEP enciphering checked by Crypto++'s
-// decryptors.
+// The RSA key factory's checks on card-supplied key material, and PKCS#1
+// v1.5 and OAEP enciphering checked by Crypto++'s decryptors.
 #include "TestKey.hpp"
 
 #include "cryptoapi/Cipher.hpp"
@@ -70,19 +69,6 @@ TEST(RsaKeyFactory, RefusesWhatCannotBeAnRsaPublicKeyAndTakesTheBoundaries) {
     const auto& rsaKey = dynamic_cast<const cryptoapi::RSAPublicKey&>(*key);
     EXPECT_EQ(rsaKey.getModulus(), mw::ByteBuffer(modulus.data(), modulus.size()));
     EXPECT_EQ(rsaKey.getPublicExponent(), mw::ByteBuffer({0x01, 0x00, 0x01}));
-}
-
-// The SubjectPublicKeyInfo of rsaEncryption, laid out by hand for the
-// 1024-bit test key and its exponent 17.
-TEST(RsaPublicKey, EncodesAsSubjectPublicKeyInfo) {
-    ASSERT_EQ(testKey().GetPublicExponent(), CryptoPP::Integer(17));
-    Bytes expected = fromHex("30819D 300D06092A864886F70D0101010500 03818B00 308187 02818100");
-    const mw::ByteBuffer modulus =
-        dynamic_cast<const cryptoapi::RSAPublicKey&>(*publicTestKey()).getModulus();
-    expected.insert(expected.end(), modulus.begin(), modulus.end());
-    expected.insert(expected.end(), {0x02, 0x01, 0x11});
-    const mw::ByteBuffer encoded = publicTestKey()->getEncoded();
-    EXPECT_EQ(Bytes(encoded.begin(), encoded.end()), expected);
 }
 
 Bytes encipher(Cipher& cipher, const Bytes& plain) {

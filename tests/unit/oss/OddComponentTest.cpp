@@ -1,34 +1,24 @@
-// Components the codec does not know, in every attribute SEQUENCE it reads.
-// (The real cards' samples are walked byte for byte in the application's
-// SamplesTest.)
+// Components the codec does not know, in every attribute SEQUENCE it reads
+// (real cards' samples are walked byte for byte in SamplesTest).
 #include "TestUtil.hpp"
 
 #include "app/pkcs15/oss/DerReader.hpp"
 
-#include <fstream>
 #include <functional>
 
 namespace {
 
-oss::Bytes loadSample(const std::string& name) {
-    std::ifstream file(std::string(P15_SAMPLES_DIR) + "/" + name);
-    EXPECT_TRUE(file.good()) << name;
-    std::string line, digits;
-    while (std::getline(file, line)) {
-        digits += line.rfind('#', 0) == 0 ? "" : line;
-    }
-    return hex(digits);
-}
-
-// The TLVs inside a constructed TLV.
-std::vector<oss::Bytes> components(const oss::Bytes& tlv) {
+// The TLVs inside the constructed TLV reached by `path` (component numbers
+// from `tlv` down).
+std::vector<oss::Bytes> components(const oss::Bytes& tlv,
+                                   const std::vector<std::size_t>& path = {}) {
     oss::DerReader outer(tlv.data(), tlv.size());
     oss::DerReader content = outer.enter(outer.next());
     std::vector<oss::Bytes> parts;
     while (!content.atEnd()) {
         parts.push_back(content.next().bytes());
     }
-    return parts;
+    return path.empty() ? parts : components(parts[path[0]], {path.begin() + 1, path.end()});
 }
 
 // Entries of our own making with a component in every attribute SEQUENCE the
@@ -55,8 +45,7 @@ oss::Bytes withLength(std::uint8_t tag, const oss::Bytes& content) {
     return tlv;
 }
 
-// `tlv` with `component` at `position` of the SEQUENCE reached by `path`
-// (component numbers from `tlv` down).
+// `tlv` with `component` at `position` of the SEQUENCE reached by `path`.
 oss::Bytes inserted(const oss::Bytes& tlv, std::vector<std::size_t> path, std::size_t position,
                     const oss::Bytes& component) {
     std::vector<oss::Bytes> parts = components(tlv);
@@ -72,14 +61,6 @@ oss::Bytes inserted(const oss::Bytes& tlv, std::vector<std::size_t> path, std::s
         content.insert(content.end(), part.begin(), part.end());
     }
     return withLength(tlv[0], content);
-}
-
-std::size_t componentCount(const oss::Bytes& tlv, const std::vector<std::size_t>& path) {
-    oss::Bytes at = tlv;
-    for (std::size_t index : path) {
-        at = components(at)[index];
-    }
-    return components(at).size();
 }
 
 template <class T> struct OddSequence {
@@ -98,7 +79,7 @@ void expectOddComponentsKept(const std::string& sample, const std::vector<OddSeq
     const oss::Bytes base = loadSample("../odd-components/" + sample);
     const T plain = decodeAll<T>(base);
     for (const OddSequence<T>& sequence : table) {
-        const std::size_t count = componentCount(base, sequence.path);
+        const std::size_t count = components(base, sequence.path).size();
         for (std::size_t position : {std::size_t{0}, sequence.between ? 1 : count, count}) {
             SCOPED_TRACE(std::string(sequence.name) + ", vendor component at " +
                          std::to_string(position) + " of " + std::to_string(count));

@@ -2,10 +2,12 @@
 #define TESTS_UNIT_OSS_TESTUTIL_HPP
 
 #include "app/pkcs15/oss/Codec.hpp"
+#include "mw/Hex.hpp"
 #include "tests/support/AppErrors.hpp"
 
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <string>
 
 namespace oss = app::pkcs15::oss;
@@ -18,17 +20,20 @@ template <class T> void PrintTo(const optional<T>& value, std::ostream* out) {
 } // namespace boost
 
 inline oss::Bytes hex(const std::string& text) {
-    oss::Bytes bytes;
-    std::string digits;
-    for (char c : text) {
-        if (std::isxdigit(static_cast<unsigned char>(c)) != 0) {
-            digits += c;
-        }
+    const mw::ByteBuffer bytes = mw::fromHex(text);
+    return {bytes.begin(), bytes.end()};
+}
+
+// The bytes of a file of tests/data/samples (or, by "../", its neighbours):
+// hex lines, '#' comments.
+inline oss::Bytes loadSample(const std::string& name) {
+    std::ifstream file(std::string(P15_SAMPLES_DIR) + "/" + name);
+    EXPECT_TRUE(file.good()) << name;
+    std::string line, digits;
+    while (std::getline(file, line)) {
+        digits += line.rfind('#', 0) == 0 ? "" : line;
     }
-    for (std::size_t i = 0; i + 1 < digits.size(); i += 2) {
-        bytes.push_back(static_cast<std::uint8_t>(std::stoul(digits.substr(i, 2), nullptr, 16)));
-    }
-    return bytes;
+    return hex(digits);
 }
 
 using p15test::appError;
