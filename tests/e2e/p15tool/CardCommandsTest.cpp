@@ -9,7 +9,6 @@
 #include <filesystem>
 #include <poll.h>
 #include <pty.h>
-#include <regex>
 #include <sys/file.h>
 #include <sys/wait.h>
 #include <tuple>
@@ -32,6 +31,15 @@ protected:
 // only with --force; a PIN it cannot use, or none without a terminal to ask on, is a usage error
 // that writes no image.
 TEST_F(CardCommands, InitPersonalisesTheImageWithTheChosenPins) {
+    for (const auto& [name, value, says] :
+         {std::tuple{"USER_PIN", "123", "user PIN must have 4 to 8 digits"},
+          {"PUK", "123456789", "PUK must have 4 to 8 digits"},
+          {"SO_PIN", "12ab", "SO PIN must have 4 to 8 digits"}}) {
+        EXPECT_TRUE(exited(init({{name, value}}), 2, says));
+    }
+    EXPECT_TRUE(exited(tool({"init"}), 2, "--pin-env VAR or --pin-file FILE"));
+    EXPECT_FALSE(std::filesystem::exists(image));
+
     writeFile(file("pin"), "8642\r\nsecond line\n");
     const ToolResult result = succeed({"init", "--label", "Caf\xC3\xA9", "--pin-file", file("pin"),
                                        "--puk-env", "PUK", "--so-pin-env", "SO_PIN"});
@@ -45,20 +53,6 @@ TEST_F(CardCommands, InitPersonalisesTheImageWithTheChosenPins) {
     EXPECT_EQ(readFile(image), before);
     EXPECT_TRUE(exited(init({}, {"--force"}), 0));
     EXPECT_EQ(pinValue(vcard::layout::userPinReference), "2468");
-
-    const std::string other = file("other.json");
-    const Arguments init{"--card",    other, "init",         "--pin-env", "USER_PIN",
-                         "--puk-env", "PUK", "--so-pin-env", "SO_PIN"};
-    const auto withPin = [&](const char* name, const char* value) {
-        Environment changed = environment;
-        changed.emplace_back(name, value);
-        return runTool(init, changed);
-    };
-    EXPECT_TRUE(exited(withPin("USER_PIN", "123"), 2, "user PIN must have 4 to 8 digits"));
-    EXPECT_TRUE(exited(withPin("PUK", "123456789"), 2, "PUK must have 4 to 8 digits"));
-    EXPECT_TRUE(exited(withPin("SO_PIN", "12ab"), 2, "SO PIN must have 4 to 8 digits"));
-    EXPECT_TRUE(exited(runTool({"--card", other, "init"}), 2, "--pin-env VAR or --pin-file FILE"));
-    EXPECT_FALSE(std::filesystem::exists(other));
 }
 
 // The user's own card is made on first use and named once; a relative XDG_DATA_HOME is ignored, as
@@ -136,9 +130,6 @@ TEST_F(CardCommands, FailuresHaveTheirExitCodesAndOneLine) {
     EXPECT_EQ(readFile(corrupt), "{\"version\": 1, \"files\": [");
     EXPECT_EQ(runTool({"frobnicate"}).err.find("did you mean"), std::string::npos)
         << "nothing near it";
-    const std::string version = runTool({"--version"}).out;
-    EXPECT_TRUE(std::regex_match(version, std::regex("p15tool [0-9]+\\.[0-9]+\\.[0-9]+\n")))
-        << version;
 }
 
 // The terminal side of a pseudo-terminal: what the tool wrote, until `text`.

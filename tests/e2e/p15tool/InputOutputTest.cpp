@@ -42,9 +42,9 @@ using KeyUse = InputOutput;
 // Up to 64 KiB the message goes to the plugin whole; past that the tool hashes it as it reads and
 // the card signs the DigestInfo: the signatures are the same scheme either way.
 TEST_P(InputOutput, MessagesOfEverySizeSignAndVerifyTheSameWay) {
-    const auto verify = [&](const std::string& alg) {
-        return tool(
-            {"verify", "--alg", alg, "--signature", file("signature"), "--in", file("message")});
+    const auto verify = [&](const std::string& alg, int code, const std::string& says) {
+        expect({"verify", "--alg", alg, "--signature", file("signature"), "--in", file("message")},
+               code, says);
     };
     for (const std::size_t size : {64 * 1024, 64 * 1024 + 1, 3 * 1024 * 1024 + 7}) {
         std::string message(size, 'm');
@@ -57,11 +57,11 @@ TEST_P(InputOutput, MessagesOfEverySizeSignAndVerifyTheSameWay) {
             EXPECT_TRUE(contains(
                 openssl("dgst -" + alg + " -verify public.pem -signature signature message"),
                 "Verified OK"));
-            EXPECT_TRUE(exited(verify(alg), 0));
+            verify(alg, 0, "");
         }
         message.back() ^= 1;
         writeFile(file("message"), message);
-        EXPECT_TRUE(exited(verify("sha1"), 1, "does not verify"));
+        verify("sha1", 1, "does not verify");
     }
 }
 
@@ -73,8 +73,7 @@ TEST_P(InputOutput, MessagesOfEverySizeSignAndVerifyTheSameWay) {
 TEST_P(InputOutput, PssAndOaepWorkOnlyOnTheCardThatPerformsThem) {
     const auto flipBit = [&](const std::string& name) {
         std::string value = readFile(file(name));
-        value[value.size() / 2] ^= 0x10;
-        writeFile(file(name), value);
+        writeFile(file(name), value.replace(value.size() / 2, 1, 1, value[value.size() / 2] ^ 1));
     };
     const std::string message = file("message"), block = file("block");
     writeFile(message, std::string(100000, 'p'));
@@ -107,33 +106,26 @@ TEST_P(InputOutput, PssAndOaepWorkOnlyOnTheCardThatPerformsThem) {
                              "Verified OK"));
         const Arguments verify{"--json",      "verify",          "--pss", "--alg", "sha384",
                                "--signature", file("signature"), "--in",  message};
-        EXPECT_TRUE(exited(tool(verify), 0));
+        expect(verify, 0);
         flipBit("signature");
-        const ToolResult forged = tool(verify);
-        EXPECT_TRUE(exited(forged, 1, "(RSA-PSS with sha384)"));
-        EXPECT_EQ(forged.json()["verified"], false);
+        EXPECT_EQ(expect(verify, 1, "(RSA-PSS with sha384)").json()["verified"], false);
     }
     for (const auto& [alg, longest] : {std::pair{"sha1", 86}, {"sha256", 62}}) {
         SCOPED_TRACE(alg);
-        const auto run = [&, alg = std::string(alg)](const std::string& command,
-                                                     const std::string& in) {
-            Arguments arguments{command, "--oaep", "--alg",     alg,
-                                "--in",  file(in), "--pin-env", "USER_PIN"};
-            arguments.resize(command == "decrypt" ? 8 : 6);
-            return tool(arguments);
-        };
+        const Arguments decrypt{"decrypt", "--oaep",           "--alg",     alg,
+                                "--in",    file("cryptogram"), "--pin-env", "USER_PIN"},
+            encrypt{"encrypt", "--oaep", "--alg", alg, "--in", file("secret")};
         writeFile(file("secret"), std::string(longest, 'L'));
         openssl("pkeyutl -encrypt -pubin -inkey public.pem -pkeyopt rsa_padding_mode:oaep "
                 "-pkeyopt rsa_oaep_md:" +
                 std::string(alg) + " -pkeyopt rsa_mgf1_md:" + alg + " -in secret -out cryptogram");
-        EXPECT_EQ(run("decrypt", "cryptogram").out, readFile(file("secret")));
-        writeFile(file("cryptogram"), run("encrypt", "secret").out);
-        EXPECT_EQ(run("decrypt", "cryptogram").out, readFile(file("secret")));
+        EXPECT_EQ(succeed(decrypt).out, readFile(file("secret")));
+        writeFile(file("cryptogram"), succeed(encrypt).out);
+        EXPECT_EQ(succeed(decrypt).out, readFile(file("secret")));
         flipBit("cryptogram");
-        EXPECT_TRUE(exited(run("decrypt", "cryptogram"), 3, "invalid cryptogram (Decipher: 6A80)"));
+        expect(decrypt, 3, "invalid cryptogram (Decipher: 6A80)");
         writeFile(file("secret"), std::string(longest + 1, 'L'));
-        EXPECT_TRUE(exited(run("encrypt", "secret"), 1,
-                           "enciphers at most " + std::to_string(longest) + " bytes"));
+        expect(encrypt, 1, "enciphers at most " + std::to_string(longest) + " bytes");
     }
 }
 
@@ -141,22 +133,18 @@ TEST_P(InputOutput, PssAndOaepWorkOnlyOnTheCardThatPerformsThem) {
 // for anything. A file larger than the command takes is refused before a byte of it is read.
 TEST_P(InputOutput, WhatIsNoFileOrTooLargeIsRefusedUnread) {
     writeFile(file("signature"), std::string(128, 'S'));
-    const std::string folder = directory.path() + " is a folder",
-                      device = "/dev/zero is not a regular file";
-    // clang-format off
-    expectEach({{{"sign", "--in", directory.path(), "--pin-env", "USER_PIN"}, 2, "p15tool: " + folder},
-                {{"verify", "--signature", file("signature"), "--in", directory.path()}, 2, "p15tool: " + folder},
-                {{"data", "write", directory.path(), "--label", "D", "--pin-env", "USER_PIN"}, 2, "p15tool: " + folder},
-                {{"sign", "--in", "/dev/zero", "--pin-env", "USER_PIN"}, 2, "p15tool: " + device},
-                {{"verify", "--signature", file("signature"), "--in", "/dev/zero"}, 2, "p15tool: " + device},
-                {{"data", "write", "/dev/zero", "--label", "D", "--pin-env", "USER_PIN"}, 2, "p15tool: " + device}});
-    // clang-format on
+    for (const std::string& in : {directory.path(), std::string("/dev/zero")}) {
+        const std::string says =
+            in + (in == "/dev/zero" ? " is not a regular file" : " is a folder");
+        expectEach({{{"sign", "--in", in, "--pin-env", "USER_PIN"}, 2, says},
+                    {{"verify", "--signature", file("signature"), "--in", in}, 2, says},
+                    {{"data", "write", in, "--label", "D", "--pin-env", "USER_PIN"}, 2, says}});
+    }
     // Sparse: three gigabytes that take no room and no time to make.
     writeFile(file("huge"), "");
     std::filesystem::resize_file(file("huge"), std::uintmax_t{3} << 30);
-    EXPECT_TRUE(
-        exited(tool({"data", "write", file("huge"), "--label", "D", "--pin-env", "USER_PIN"}), 1,
-               "has 3221225472 bytes, more than"));
+    expect({"data", "write", file("huge"), "--label", "D", "--pin-env", "USER_PIN"}, 1,
+           "has 3221225472 bytes, more than");
 }
 
 // A new file is created for its owner alone; an existing one that others could read is closed to
@@ -198,16 +186,14 @@ TEST_P(KeyUse, SignDecryptAndVerifyTakeOnlyWhatTheKeyAndTheSignatureAllow) {
                                             {"padded", '\0' + signature, 1}}) {
         SCOPED_TRACE(name);
         writeFile(file(name), value);
-        EXPECT_TRUE(
-            exited(tool({"verify", "--in", file("message"), "--signature", file(name)}), code,
-                   code ? "the signature in " + file(name) + " does not verify with \"Signing key\""
-                        : ""));
+        expect({"verify", "--in", file("message"), "--signature", file(name)}, code,
+               code ? "the signature in " + file(name) + " does not verify with \"Signing key\""
+                    : "");
     }
 
     succeed({"encrypt", "--in", file("message"), "--out", file("cryptogram")});
-    const auto run = [&](const std::string& command, const char* pin) {
-        return tool({command, "--in", file(command == "sign" ? "message" : "cryptogram"),
-                     "--pin-env", pin});
+    const auto in = [&](const std::string& command) {
+        return file(command == "sign" ? "message" : "cryptogram");
     };
     // Ten bits of usage (bit 0 the top one) keep the entry's length.
     for (const auto& [usage, refused, allowed, says] :
@@ -219,9 +205,9 @@ TEST_P(KeyUse, SignDecryptAndVerifyTakeOnlyWhatTheKeyAndTheSignatureAllow) {
         editFirstEntry<oss::PrivateKeyType>(image, 0x4400, [&](oss::PrivateKeyType& entry) {
             entry.privateRSAKeyValue.classAttributes.usage = {usage, 10};
         });
-        EXPECT_TRUE(exited(run(refused, "WRONG"), 3, says));
+        expect({refused, "--in", in(refused), "--pin-env", "WRONG"}, 3, says);
         EXPECT_EQ(storedPin(0x01).triesLeft, 3) << "no PIN was tried";
-        EXPECT_TRUE(exited(run(allowed, "USER_PIN"), 0));
+        expect({allowed, "--in", in(allowed), "--pin-env", "USER_PIN"}, 0);
     }
 }
 

@@ -13,35 +13,26 @@
 namespace p15tool::test {
 namespace {
 
-namespace oss = app::pkcs15::oss;
 using Scenario = InitialisedCard;
 
-// The status words of READ BINARY, UPDATE BINARY and DELETE FILE on the value file of the entry
-// `index` of the directory file 44`fid`, each on a card just reset (no PIN verified).
-template <class Entry>
-std::vector<int> answers(const std::string& image, std::uint8_t fid, std::size_t index) {
-    const vcard::Bytes content = vcard::CardImage::load(image)
-                                     .files.selectByPath({0x3F, 0x00, 0x50, 0x15, 0x44, fid}, true)
-                                     .content;
-    Entry entry;
-    for (std::size_t at = 0, read = 0; read <= index; ++read) {
-        at += oss::decode(content.data() + at, content.size() - at, entry);
-    }
-    oss::Bytes path;
-    if constexpr (std::is_same_v<Entry, oss::DataType>) {
-        path = entry.opaqueDOValue.typeAttributes.indirectValue.pathValue.path;
-    } else {
-        path = entry.x509CertificateValue.typeAttributes.value.indirectValue.pathValue.path;
-    }
-    vcard::Bytes select{0x00, 0xA4, 0x08, 0x0C, static_cast<std::uint8_t>(2 + path.size()),
-                        0x50, 0x15};
-    select.insert(select.end(), path.begin(), path.end());
+// The status words of READ BINARY, UPDATE BINARY and DELETE FILE on the application's file holding
+// `value`, each on a card just reset (no PIN verified).
+std::vector<int> answers(const std::string& image, const std::string& value) {
+    vcard::CardState state = vcard::CardImage::load(image);
+    const auto& files = state.files.selectByPath({0x3F, 0x00, 0x50, 0x15}, true).children;
+    const auto held = std::find_if(files.begin(), files.end(), [&](const auto& file) {
+        return file->content == vcard::Bytes(value.begin(), value.end());
+    });
+    EXPECT_NE(held, files.end());
+    const std::uint8_t fid[] = {static_cast<std::uint8_t>((*held)->fid >> 8),
+                                static_cast<std::uint8_t>((*held)->fid)};
     std::vector<int> statusWords;
     for (const vcard::Bytes& command : {vcard::Bytes{0x00, 0xB0, 0x00, 0x00, 0x01},
                                         {0x00, 0xD6, 0x00, 0x00, 0x01, 0x00},
                                         {0x00, 0xE4, 0x00, 0x00}}) {
         vcard::VirtualCard card(vcard::CardImage::load(image));
-        EXPECT_EQ(card.transmit(select), (vcard::Bytes{0x90, 0x00}));
+        EXPECT_EQ(card.transmit({0x00, 0xA4, 0x08, 0x0C, 0x04, 0x50, 0x15, fid[0], fid[1]}),
+                  (vcard::Bytes{0x90, 0x00}));
         const vcard::Bytes answer = card.transmit(command);
         statusWords.push_back(answer[answer.size() - 2] << 8 | answer.back());
     }
@@ -123,15 +114,15 @@ TEST_F(Scenario, AKeyMadeOnTheCardEnrolsSignsAndDeciphers) {
     // clang-format off
     expectEach({{{"verify", "--signature", file("message.sig"), "--in", file("message.txt")}, 0, ""},
                 {{"encrypt", "--in", file("longer")}, 1, "RSA PKCS#1 v1.5 enciphers at most 245 bytes"},
-                {{"data", "write", file("secret"), "--label", "open", "--pin-env", "USER_PIN"}, 0, ""}});
+                {{"data", "write", file("message.txt"), "--label", "open", "--pin-env", "USER_PIN"}, 0, ""}});
     // clang-format on
     EXPECT_EQ(tool({"--json", "list"}).json()["dataObjects"].at(0)["applicationName"], "demo");
     // Any program sharing the card reads the certificate and the public data object; only the user
     // replaces or deletes them, and reads the private one.
     const std::vector<int> readOnly{0x9000, 0x6982, 0x6982};
-    EXPECT_EQ(answers<oss::CertificateType>(image, 0x04, 0), readOnly);
-    EXPECT_EQ(answers<oss::DataType>(image, 0x07, 0), std::vector<int>(3, 0x6982));
-    EXPECT_EQ(answers<oss::DataType>(image, 0x07, 1), readOnly);
+    EXPECT_EQ(answers(image, readFile(file("card.der"))), readOnly);
+    EXPECT_EQ(answers(image, readFile(file("secret"))), std::vector<int>(3, 0x6982));
+    EXPECT_EQ(answers(image, readFile(file("message.txt"))), readOnly);
 
     // Deleted objects are gone for the next command; the key stays.
     const ToolResult certDeleted =

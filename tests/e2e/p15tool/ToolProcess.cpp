@@ -121,10 +121,10 @@ ToolResult CardFolder::tool(Arguments arguments, const Environment& extra,
     return runTool(arguments, all, input);
 }
 
-ToolResult CardFolder::succeed(const Arguments& arguments, const Environment& extra,
-                               const std::string& input) const {
+ToolResult CardFolder::expect(const Arguments& arguments, int code, const std::string& says,
+                              const Environment& extra, const std::string& input) const {
     ToolResult result = tool(arguments, extra, input);
-    EXPECT_TRUE(exited(result, 0)) << ::testing::PrintToString(arguments);
+    EXPECT_TRUE(exited(result, code, says)) << ::testing::PrintToString(arguments);
     return result;
 }
 

@@ -86,9 +86,13 @@ protected:
     /// p15tool on this folder's card image, `extra` added to the environment.
     ToolResult tool(Arguments arguments, const Environment& extra = {},
                     const std::string& input = "/dev/null") const;
-    /// tool(), failing the test unless it succeeds.
+    /// tool(), failing the test unless it exits with `code`, stderr holding `says`.
+    ToolResult expect(const Arguments& arguments, int code, const std::string& says = "",
+                      const Environment& extra = {}, const std::string& input = "/dev/null") const;
     ToolResult succeed(const Arguments& arguments, const Environment& extra = {},
-                       const std::string& input = "/dev/null") const;
+                       const std::string& input = "/dev/null") const {
+        return expect(arguments, 0, "", extra, input);
+    }
     /// expectEach() through tool().
     void expectEach(const std::vector<Expected>& rows, const Environment& extra = {}) const;
     /// init with the PINs of the environment, `changed` overriding them.
