@@ -2,6 +2,7 @@
 // unblocking, changing, and the listing's JSON.
 #include "OddCard.hpp"
 #include "ToolProcess.hpp"
+#include "mw/Hex.hpp"
 
 #include <gtest/gtest.h>
 
@@ -47,7 +48,7 @@ TEST_P(PinCommands, VerboseShowsTheCommandsAndNoPin) {
 // its old value and the others keep theirs; a PIN the card lacks is named, --label with --ref is a
 // usage error.
 TEST_P(PinCommands, APinBlocksAfterItsTriesAndThePukFreesIt) {
-    EXPECT_TRUE(exited(tool(verify("WRONG")), 4, wrong("User PIN", 2)));
+    expect(verify("WRONG"), 4, wrong("User PIN", 2));
     EXPECT_EQ(userStatus()["triesLeft"], tries(2));
     const nlohmann::json right =
         succeed({"--json", "pin", "verify", "--pin-env", "USER_PIN"}).json();
@@ -106,20 +107,14 @@ TEST_P(PinCommands, AValueThePinCannotTakeCostsNoTry) {
 
 namespace oss = app::pkcs15::oss;
 
-// The user PIN's rule: read and delete (a mode beyond PKCS#15's) need the PUK or the SO PIN, and a
-// condition of the card's own, which the application cannot express.
+// The user PIN's rule: read and delete (a mode beyond PKCS#15's) need the PUK or the SO PIN (authId
+// 02 or 03), and a condition of the card's own (A5 03 80 01 07), which the application cannot
+// express.
 void addUserPinRule(oss::AuthenticationType& entry) {
-    oss::SecurityCondition puk, so, either, cardOwn, both;
-    puk.authIdValue = {0x02};
-    so.authIdValue = {0x03};
-    either.choice = oss::SecurityCondition::orCondition;
-    either.operands = {puk, so};
-    cardOwn.choice = oss::SecurityCondition::unknown;
-    cardOwn.raw = {0xA5, 0x03, 0x80, 0x01, 0x07};
-    both.choice = oss::SecurityCondition::andCondition;
-    both.operands = {either, cardOwn};
-    entry.pinValue.commonObjectAttributes.accessControlRules =
-        std::vector<oss::AccessControlRule>{{{{0x90}, 4}, both, {}}};
+    const mw::ByteBuffer der = mw::fromHex("301303020490A10DA206040102040103A503800107");
+    entry.pinValue.commonObjectAttributes.accessControlRules.emplace(1);
+    oss::decode(der.data(), der.size(),
+                entry.pinValue.commonObjectAttributes.accessControlRules->at(0));
 }
 
 // The PINs come first with what the user needs of them (their length, the PIN that unblocks them,
