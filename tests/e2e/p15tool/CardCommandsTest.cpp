@@ -7,10 +7,7 @@
 
 #include <fcntl.h>
 #include <filesystem>
-#include <poll.h>
-#include <pty.h>
 #include <sys/file.h>
-#include <sys/wait.h>
 #include <tuple>
 #include <unistd.h>
 
@@ -132,58 +129,22 @@ TEST_F(CardCommands, FailuresHaveTheirExitCodesAndOneLine) {
         << "nothing near it";
 }
 
-// The terminal side of a pseudo-terminal: what the tool wrote, until `text`.
-std::string readUntil(int terminal, const std::string& text) {
-    std::string seen;
-    char buffer[256];
-    pollfd ready{terminal, POLLIN, 0};
-    for (ssize_t got = 0; seen.find(text) == std::string::npos; seen.append(buffer, got)) {
-        if (::poll(&ready, 1, 10000) <= 0 || (got = ::read(terminal, buffer, sizeof buffer)) <= 0) {
-            break;
-        }
-    }
-    return seen;
-}
-
-// Runs init on a pseudo-terminal and types the user PIN at its two prompts; its exit status and
-// what the terminal showed.
-std::pair<int, std::string> typeUserPin(const std::string& image, const std::string& first,
-                                        const std::string& repeat) {
-    int terminal = -1;
-    const pid_t child = ::forkpty(&terminal, nullptr, nullptr, nullptr);
-    if (child == 0) {
-        ::setenv("PUK", "13572468", 1);
-        ::setenv("SO_PIN", "97531", 1);
-        ::execl(P15TOOL_PATH, P15TOOL_PATH, "--card", image.c_str(), "init", "--puk-env", "PUK",
-                "--so-pin-env", "SO_PIN", static_cast<char*>(nullptr));
-        ::_exit(127);
-    }
-    std::string screen;
-    for (const auto& [prompt, pin] :
-         {std::pair{"New user PIN: ", first}, {"Repeat the new user PIN: ", repeat}}) {
-        screen += readUntil(terminal, prompt);
-        const std::string line = pin + "\n";
-        EXPECT_EQ(::write(terminal, line.data(), line.size()), static_cast<ssize_t>(line.size()));
-    }
-    screen += readUntil(terminal, "\x04"); // everything, until the tool closes the terminal
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    ::close(terminal);
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, screen};
-}
-
 // A PIN typed at the terminal is asked twice and never echoed; entries that differ write no image.
 TEST_F(CardCommands, PinTypedAtTheTerminalIsNotEchoed) {
-    const auto [status, screen] = typeUserPin(image, "97531", "97531");
-    ASSERT_EQ(status, 0) << screen;
-    EXPECT_TRUE(contains(screen, "Repeat the new user PIN: "));
-    EXPECT_EQ(screen.find("97531"), std::string::npos) << screen;
-    EXPECT_EQ(pinValue(vcard::layout::userPinReference), "97531");
+    const auto init = [&](const char* repeat) {
+        return tool({"init", "--puk-env", "PUK", "--so-pin-env", "SO_PIN"}, {}, "",
+                    {{"New user PIN: ", "97531"}, {"Repeat the new user PIN: ", repeat}});
+    };
+    const ToolResult mismatch = init("97532");
+    EXPECT_EQ(mismatch.exitCode, 2);
+    EXPECT_TRUE(contains(mismatch.out, "entries differ"));
+    EXPECT_FALSE(std::filesystem::exists(image));
 
-    const auto [mismatch, says] = typeUserPin(file("other.json"), "97531", "97532");
-    EXPECT_EQ(mismatch, 2);
-    EXPECT_TRUE(contains(says, "entries differ"));
-    EXPECT_FALSE(std::filesystem::exists(file("other.json")));
+    const ToolResult typed = init("97531");
+    ASSERT_EQ(typed.exitCode, 0) << typed.out;
+    EXPECT_TRUE(contains(typed.out, "Repeat the new user PIN: "));
+    EXPECT_EQ(typed.out.find("97531"), std::string::npos) << typed.out;
+    EXPECT_EQ(pinValue(vcard::layout::userPinReference), "97531");
 }
 
 } // namespace

@@ -5,6 +5,8 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <poll.h>
+#include <pty.h>
 #include <sstream>
 #include <stdexcept>
 #include <sys/wait.h>
@@ -12,19 +14,39 @@
 
 namespace p15tool::test {
 
+namespace {
+
+// The terminal side of a pseudo-terminal: what the tool wrote, until `text`.
+std::string readUntil(int terminal, const std::string& text) {
+    std::string seen;
+    char buffer[256];
+    pollfd ready{terminal, POLLIN, 0};
+    for (ssize_t got = 0; seen.find(text) == std::string::npos; seen.append(buffer, got)) {
+        if (::poll(&ready, 1, 10000) <= 0 || (got = ::read(terminal, buffer, sizeof buffer)) <= 0) {
+            break;
+        }
+    }
+    return seen;
+}
+
+} // namespace
+
 ToolResult runTool(const Arguments& arguments, const Environment& environment,
-                   const std::string& input) {
+                   const std::string& input, const Typed& typed) {
     const TemporaryDirectory capture;
     const std::string outPath = capture.file("out"), errPath = capture.file("err");
-    const pid_t child = ::fork();
+    int terminal = -1;
+    const pid_t child = typed.empty() ? ::fork() : ::forkpty(&terminal, nullptr, nullptr, nullptr);
     if (child < 0) {
         throw std::runtime_error("fork failed");
     }
     if (child == 0) {
-        ::setsid();
-        ::dup2(::open(input.c_str(), O_RDONLY), 0);
-        ::dup2(::open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), 1);
-        ::dup2(::open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), 2);
+        if (typed.empty()) {
+            ::setsid();
+            ::dup2(::open(input.c_str(), O_RDONLY), 0);
+            ::dup2(::open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), 1);
+            ::dup2(::open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), 2);
+        }
         for (const auto& [name, value] : environment) {
             ::setenv(name.c_str(), value.c_str(), 1);
         }
@@ -36,10 +58,20 @@ ToolResult runTool(const Arguments& arguments, const Environment& environment,
         ::execv(P15TOOL_PATH, argv.data());
         ::_exit(127);
     }
+    std::string screen;
+    for (const auto& [prompt, line] : typed) {
+        screen += readUntil(terminal, prompt);
+        const std::string entered = line + "\n";
+        EXPECT_EQ(::write(terminal, entered.data(), entered.size()), ssize_t(entered.size()));
+    }
+    if (terminal >= 0) {
+        screen += readUntil(terminal, "\x04"); // everything, until the tool closes the terminal
+        ::close(terminal);
+    }
     int status = 0;
     ::waitpid(child, &status, 0);
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), readFile(outPath),
-            readFile(errPath)};
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status),
+            typed.empty() ? readFile(outPath) : screen, readFile(errPath)};
 }
 
 TemporaryDirectory::TemporaryDirectory() {
@@ -113,12 +145,12 @@ vcard::Pin CardFolder::storedPin(std::uint8_t reference) const {
     return vcard::CardImage::load(image).pins.pins().at(reference);
 }
 
-ToolResult CardFolder::tool(Arguments arguments, const Environment& extra,
-                            const std::string& input) const {
+ToolResult CardFolder::tool(Arguments arguments, const Environment& extra, const std::string& input,
+                            const Typed& typed) const {
     arguments.insert(arguments.begin(), {"--card", image});
     Environment all = environment;
     all.insert(all.end(), extra.begin(), extra.end());
-    return runTool(arguments, all, input);
+    return runTool(arguments, all, input, typed);
 }
 
 ToolResult CardFolder::expect(const Arguments& arguments, int code, const std::string& says,

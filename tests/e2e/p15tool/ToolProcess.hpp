@@ -27,10 +27,13 @@ struct ToolResult {
     nlohmann::json json() const { return nlohmann::json::parse(out); }
 };
 
-/// The built p15tool in a session of its own (no terminal), stdin from `input`, `environment`
-/// added.
+/// What is typed at a pseudo-terminal: a line once the tool shows its prompt.
+using Typed = std::vector<std::pair<std::string, std::string>>;
+
+/// The built p15tool with `environment` added, in a session of its own: no terminal, stdin from
+/// `input`; or, when lines are `typed`, on a pseudo-terminal, which `out` holds.
 ToolResult runTool(const Arguments& arguments, const Environment& environment = {},
-                   const std::string& input = "/dev/null");
+                   const std::string& input = "/dev/null", const Typed& typed = {});
 
 /// A fresh directory, removed with its content at the end of its scope.
 class TemporaryDirectory {
@@ -85,7 +88,7 @@ class CardFolder : public ::testing::Test {
 protected:
     /// p15tool on this folder's card image, `extra` added to the environment.
     ToolResult tool(Arguments arguments, const Environment& extra = {},
-                    const std::string& input = "/dev/null") const;
+                    const std::string& input = "/dev/null", const Typed& typed = {}) const;
     /// tool(), failing the test unless it exits with `code`, stderr holding `says`.
     ToolResult expect(const Arguments& arguments, int code, const std::string& says = "",
                       const Environment& extra = {}, const std::string& input = "/dev/null") const;
