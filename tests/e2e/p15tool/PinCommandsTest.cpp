@@ -107,16 +107,6 @@ TEST_P(PinCommands, AValueThePinCannotTakeCostsNoTry) {
 
 namespace oss = app::pkcs15::oss;
 
-// The user PIN's rule: read and delete (a mode beyond PKCS#15's) need the PUK or the SO PIN (authId
-// 02 or 03), and a condition of the card's own (A5 03 80 01 07), which the application cannot
-// express.
-void addUserPinRule(oss::AuthenticationType& entry) {
-    const mw::ByteBuffer der = mw::fromHex("301303020490A10DA206040102040103A503800107");
-    entry.pinValue.commonObjectAttributes.accessControlRules.emplace(1);
-    oss::decode(der.data(), der.size(),
-                entry.pinValue.commonObjectAttributes.accessControlRules->at(0));
-}
-
 // The PINs come first with what the user needs of them (their length, the PIN that unblocks them,
 // the tries left), then the keys; access rules read as text, a condition the application cannot
 // express as its raw bytes.
@@ -131,7 +121,14 @@ TEST_P(PinCommands, ListShowsThePinsWithTheirRulesAndTheKeysBesideThem) {
               std::tuple(nlohmann::json(8), nlohmann::json("PUK"), tries(3), false));
 
     succeed({"keygen", "--bits", "1024", "--label", "Authentication", "--pin-env", "USER_PIN"});
-    editFirstEntry<oss::AuthenticationType>(image, 0x4408, addUserPinRule);
+    // The user PIN's rule: read and delete (a mode beyond PKCS#15's) need the PUK or the SO PIN,
+    // and a condition of the card's own (A5 03 80 01 07), which the application cannot express.
+    editFirstEntry<oss::AuthenticationType>(image, 0x4408, [](oss::AuthenticationType& pin) {
+        const mw::ByteBuffer der = mw::fromHex("301303020490A10DA206040102040103A503800107");
+        auto& rules = pin.pinValue.commonObjectAttributes.accessControlRules;
+        rules.emplace(1);
+        oss::decode(der.data(), der.size(), rules->at(0));
+    });
     editFirstEntry<oss::PrivateKeyType>(image, 0x4400, [](oss::PrivateKeyType& key) {
         key.privateRSAKeyValue.classAttributes.keyReference = 0;
     });
@@ -142,27 +139,19 @@ TEST_P(PinCommands, ListShowsThePinsWithTheirRulesAndTheKeysBesideThem) {
         "((authId 02 (PUK) or authId 03 (SO PIN)) and unknown A503800107)";
     EXPECT_TRUE(contains(withKeys.out, "condition   " + condition));
     EXPECT_EQ(withKeys.out.find("notes"), std::string::npos) << withKeys.out;
-    const nlohmann::json relisted = tool({"--json", "list"}).json();
-    EXPECT_EQ(relisted["privateKeys"][0]["keyReference"], 0);
-    EXPECT_EQ(
-        relisted["pins"][0]["accessControlRules"],
-        nlohmann::json::array({{{"accessMode", {"read", "delete"}}, {"condition", condition}}}));
-}
 
-// A card whose EF(PrKDF) holds entries as real cards write them: list shows what it can, one note
-// per entry it leaves out (the sound key at work: ModuleTest.OddEntriesLeaveTheSoundKeyUsable).
-using OddEntries = InitialisedCard;
-
-TEST_F(OddEntries, ListShowsTheSoundKeyAndNamesEachEntryLeftOut) {
-    succeed({"keygen", "--bits", "1024", "--label", "Sound", "--pin-env", "USER_PIN"});
+    // Entries as real cards write them in the EF(PrKDF): list shows what it can, one note per entry
+    // it leaves out (the sound key at work: ModuleTest.OddEntriesLeaveTheSoundKeyUsable).
     const p15test::OddEntries odd = p15test::addOddEntries(image, false);
-
     const nlohmann::json objects = tool({"--json", "list"}).json();
-    EXPECT_EQ(std::pair(objects["privateKeys"].size(), objects["privateKeys"].at(0)["label"]),
-              std::pair(std::size_t{1}, nlohmann::json("Sound")));
-    const std::string undecodable = std::to_string(odd.undecodable);
+    EXPECT_EQ(std::tuple(objects["privateKeys"].size(), objects["privateKeys"].at(0)["label"],
+                         objects["privateKeys"][0]["keyReference"]),
+              std::tuple(std::size_t{1}, nlohmann::json("Authentication"), 0));
+    EXPECT_EQ(
+        objects["pins"][0]["accessControlRules"],
+        nlohmann::json::array({{{"accessMode", {"read", "delete"}}, {"condition", condition}}}));
     EXPECT_EQ(objects["notes"],
-              nlohmann::json({"EF(PrKDF) entry at byte " + undecodable +
+              nlohmann::json({"EF(PrKDF) entry at byte " + std::to_string(odd.undecodable) +
                                   ": cannot be decoded: ASN.1: unexpected tag at byte " +
                                   std::to_string(odd.undecodable + 2),
                               "EF(PrKDF) entry at byte " + std::to_string(odd.ecKey) +
