@@ -3,8 +3,6 @@
 #include "ToolProcess.hpp"
 #include "vcard/Personalise.hpp"
 
-#include <gtest/gtest.h>
-
 #include <fcntl.h>
 #include <filesystem>
 #include <sys/file.h>

@@ -5,7 +5,6 @@
 #include <cryptopp/osrng.h>
 #include <cryptopp/rsa.h>
 #include <cryptopp/sha.h>
-#include <gtest/gtest.h>
 
 #include <filesystem>
 #include <tuple>

@@ -7,7 +7,6 @@
 #include <cryptopp/nbtheory.h>
 #include <cryptopp/osrng.h>
 #include <cryptopp/rsa.h>
-#include <gtest/gtest.h>
 
 #include <cstdlib>
 

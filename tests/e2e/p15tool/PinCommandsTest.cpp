@@ -4,8 +4,6 @@
 #include "ToolProcess.hpp"
 #include "mw/Hex.hpp"
 
-#include <gtest/gtest.h>
-
 namespace p15tool::test {
 namespace {
 

@@ -6,7 +6,6 @@
 #include "vcard/VirtualCard.hpp"
 
 #include <cryptopp/sha.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 

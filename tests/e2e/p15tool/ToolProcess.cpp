@@ -74,12 +74,11 @@ ToolResult runTool(const Arguments& arguments, const Environment& environment,
             typed.empty() ? readFile(outPath) : screen, readFile(errPath)};
 }
 
-TemporaryDirectory::TemporaryDirectory() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "p15tool-test-XXXXXX").string();
-    if (!::mkdtemp(pattern.data())) {
+TemporaryDirectory::TemporaryDirectory()
+    : path_((std::filesystem::temp_directory_path() / "p15tool-test-XXXXXX").string()) {
+    if (!::mkdtemp(path_.data())) {
         throw std::runtime_error("mkdtemp failed");
     }
-    path_ = pattern;
 }
 
 TemporaryDirectory::~TemporaryDirectory() {
@@ -107,13 +106,6 @@ void writeFile(const std::string& path, const std::string& content) {
     }
     return ::testing::AssertionFailure() << "exit status " << result.exitCode << ", stderr:\n"
                                          << result.err;
-}
-
-::testing::AssertionResult contains(const std::string& text, const std::string& part) {
-    if (text.find(part) != std::string::npos) {
-        return ::testing::AssertionSuccess();
-    }
-    return ::testing::AssertionFailure() << "not in:\n" << text;
 }
 
 void expectEach(const std::vector<Expected>& rows,

@@ -49,7 +49,9 @@ private:
 
 /// Whether `result` exited with `code`, stderr holding `says`: a failure in one line "p15tool: …".
 ::testing::AssertionResult exited(const ToolResult& result, int code, const std::string& says = "");
-::testing::AssertionResult contains(const std::string& text, const std::string& part);
+inline ::testing::AssertionResult contains(const std::string& text, const std::string& part) {
+    return ::testing::IsSubstring("part", "text", part, text);
+}
 
 /// A command of a table, its exit code and what its stderr holds.
 struct Expected {
