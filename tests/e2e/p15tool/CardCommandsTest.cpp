@@ -22,9 +22,9 @@ protected:
     Environment home() const { return {{"XDG_DATA_HOME", directory.path()}}; }
 };
 
-// init stores the PINs it is given (from a file: its first line), prints none, and replaces a card
-// only with --force; a PIN it cannot use, or none without a terminal to ask on, is a usage error
-// that writes no image.
+// init stores the PINs it is given (from a file: its first line; at the terminal: asked twice and
+// never echoed), prints none, and replaces a card only with --force; a PIN it cannot use, entries
+// that differ, or none without a terminal to ask on, is a usage error that writes no image.
 TEST_F(CardCommands, InitPersonalisesTheImageWithTheChosenPins) {
     for (const auto& [name, value, says] :
          {std::tuple{"USER_PIN", "123", "user PIN must have 4 to 8 digits"},
@@ -33,6 +33,13 @@ TEST_F(CardCommands, InitPersonalisesTheImageWithTheChosenPins) {
         EXPECT_TRUE(exited(init({{name, value}}), 2, says));
     }
     EXPECT_TRUE(exited(tool({"init"}), 2, "--pin-env VAR or --pin-file FILE"));
+    const auto typeIn = [&](const char* repeat) {
+        return tool({"init", "--force", "--puk-env", "PUK", "--so-pin-env", "SO_PIN"}, {}, "",
+                    {{"New user PIN: ", "97531"}, {"Repeat the new user PIN: ", repeat}});
+    };
+    const ToolResult mismatch = typeIn("97532");
+    EXPECT_EQ(mismatch.exitCode, 2);
+    EXPECT_TRUE(contains(mismatch.out, "entries differ"));
     EXPECT_FALSE(std::filesystem::exists(image));
 
     writeFile(file("pin"), "8642\r\nsecond line\n");
@@ -48,6 +55,11 @@ TEST_F(CardCommands, InitPersonalisesTheImageWithTheChosenPins) {
     EXPECT_EQ(readFile(image), before);
     EXPECT_TRUE(exited(init({}, {"--force"}), 0));
     EXPECT_EQ(pinValue(vcard::layout::userPinReference), "2468");
+    const ToolResult typed = typeIn("97531");
+    ASSERT_EQ(typed.exitCode, 0) << typed.out;
+    EXPECT_TRUE(contains(typed.out, "Repeat the new user PIN: "));
+    EXPECT_EQ(typed.out.find("97531"), std::string::npos) << typed.out;
+    EXPECT_EQ(pinValue(vcard::layout::userPinReference), "97531");
 }
 
 // The user's own card is made on first use and named once; a relative XDG_DATA_HOME is ignored, as
@@ -125,24 +137,6 @@ TEST_F(CardCommands, FailuresHaveTheirExitCodesAndOneLine) {
     EXPECT_EQ(readFile(corrupt), "{\"version\": 1, \"files\": [");
     EXPECT_EQ(runTool({"frobnicate"}).err.find("did you mean"), std::string::npos)
         << "nothing near it";
-}
-
-// A PIN typed at the terminal is asked twice and never echoed; entries that differ write no image.
-TEST_F(CardCommands, PinTypedAtTheTerminalIsNotEchoed) {
-    const auto init = [&](const char* repeat) {
-        return tool({"init", "--puk-env", "PUK", "--so-pin-env", "SO_PIN"}, {}, "",
-                    {{"New user PIN: ", "97531"}, {"Repeat the new user PIN: ", repeat}});
-    };
-    const ToolResult mismatch = init("97532");
-    EXPECT_EQ(mismatch.exitCode, 2);
-    EXPECT_TRUE(contains(mismatch.out, "entries differ"));
-    EXPECT_FALSE(std::filesystem::exists(image));
-
-    const ToolResult typed = init("97531");
-    ASSERT_EQ(typed.exitCode, 0) << typed.out;
-    EXPECT_TRUE(contains(typed.out, "Repeat the new user PIN: "));
-    EXPECT_EQ(typed.out.find("97531"), std::string::npos) << typed.out;
-    EXPECT_EQ(pinValue(vcard::layout::userPinReference), "97531");
 }
 
 } // namespace

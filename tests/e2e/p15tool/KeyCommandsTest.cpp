@@ -8,8 +8,6 @@
 #include <cryptopp/osrng.h>
 #include <cryptopp/rsa.h>
 
-#include <cstdlib>
-
 namespace p15tool::test {
 namespace {
 
@@ -22,35 +20,6 @@ protected:
     }
     nlohmann::json list() const { return succeed({"--json", "list"}).json(); }
 };
-
-// Both key file forms end up as the same key pair: the public key read back from the card is the
-// file's, byte for byte, in every export format; the same key twice has the same id and is refused.
-TEST_F(KeyCommands, AnImportedKeyExportsAsTheFilesPublicKey) {
-    openssl("genpkey -algorithm RSA -pkeyopt rsa_keygen_bits:1536 -out pkcs8.pem");
-    openssl("rsa -in pkcs8.pem -traditional -outform DER -out pkcs1.der");
-    openssl("pkey -in pkcs8.pem -pubout -out expected.pem");
-    openssl("pkey -in pkcs8.pem -pubout -outform DER -out expected.der");
-    import(file("pkcs1.der"), 0, "", {"--label", "Mail"});
-    import(file("pkcs8.pem"), 1, "already (\"Mail\")");
-    import(file("pkcs8.pem"), 0, "", {"--id", "0a0b"});
-
-    const nlohmann::json keys = list()["privateKeys"];
-    ASSERT_EQ(keys.size(), 2u);
-    EXPECT_EQ(std::tuple(keys[0]["usage"], keys[0]["modulusLength"], keys[1]["id"]),
-              std::tuple(nlohmann::json({"decrypt", "sign"}), 1536, "0A0B"));
-    EXPECT_EQ(succeed({"key", "export", "--label", "Mail"}).out, readFile(file("expected.pem")));
-    succeed({"key", "export", "--id", "0A0B", "--format", "der", "--out", file("key.der")});
-    EXPECT_EQ(readFile(file("key.der")), readFile(file("expected.der")));
-    const std::string ssh = succeed({"key", "export", "--label", "Mail", "--ssh"}).out;
-    ASSERT_EQ(std::system(("ssh-keygen -i -m PKCS8 -f " + file("expected.pem") + " | sed " +
-                           "'s/$/ Mail/' > " + file("expected.ssh"))
-                              .c_str()),
-              0);
-    EXPECT_EQ(ssh, readFile(file("expected.ssh")));
-    EXPECT_EQ(tool({"key", "export", "--label", "Mail", "--format", "ssh"}).out, ssh);
-    EXPECT_EQ(tool({"--json", "dump"}).json()["objects"]["publicKeys"][0]["publicExponent"],
-              "010001");
-}
 
 // A 1024-bit key whose components agree with each other (n = pq, d inverts e modulo lcm(p-1, q-1),
 // CRT values to match) but whose p is the product of two primes, as PKCS#8 DER. Factors from 1.75 *
@@ -72,8 +41,10 @@ void writeKeyWithCompositeP(const std::string& path) {
     key.DEREncode(sink);
 }
 
-// Files that are no RSA key the card can hold, and a wrong PIN, leave the card as it was.
-TEST_F(KeyCommands, ImportRefusesWhatTheCardCannotTakeAndWritesNothing) {
+// Files that are no RSA key the card can hold, and a wrong PIN, leave the card as it was. Both key
+// file forms end up as the same key pair: the public key read back from the card is the file's,
+// byte for byte, in every export format; the same key twice has the same id and is refused.
+TEST_F(KeyCommands, AnImportedKeyExportsAsTheFilesPublicKey) {
     openssl("genpkey -algorithm RSA -pkeyopt rsa_keygen_bits:1024 -out rsa.pem");
     openssl("pkey -in rsa.pem -aes128 -passout pass:secret -out encrypted.pem");
     openssl("genpkey -algorithm EC -pkeyopt ec_paramgen_curve:P-256 -out ec.pem");
@@ -95,6 +66,27 @@ TEST_F(KeyCommands, ImportRefusesWhatTheCardCannotTakeAndWritesNothing) {
     import(file("missing.pem"), 5, "missing.pem: No such file");
     expect({"key", "import", file("rsa.pem"), "--pin-env", "WRONG"}, 4, "2 tries left");
     EXPECT_TRUE(list()["privateKeys"].empty());
+
+    openssl("genpkey -algorithm RSA -pkeyopt rsa_keygen_bits:1536 -out pkcs8.pem");
+    openssl("rsa -in pkcs8.pem -traditional -outform DER -out pkcs1.der");
+    openssl("pkey -in pkcs8.pem -pubout -out expected.pem");
+    openssl("pkey -in pkcs8.pem -pubout -outform DER -out expected.der");
+    import(file("pkcs1.der"), 0, "", {"--label", "Mail"});
+    import(file("pkcs8.pem"), 1, "already (\"Mail\")");
+    import(file("pkcs8.pem"), 0, "", {"--id", "0a0b"});
+
+    const nlohmann::json keys = list()["privateKeys"];
+    ASSERT_EQ(keys.size(), 2u);
+    EXPECT_EQ(std::tuple(keys[0]["usage"], keys[0]["modulusLength"], keys[1]["id"]),
+              std::tuple(nlohmann::json({"decrypt", "sign"}), 1536, "0A0B"));
+    EXPECT_EQ(succeed({"key", "export", "--label", "Mail"}).out, readFile(file("expected.pem")));
+    succeed({"key", "export", "--id", "0A0B", "--format", "der", "--out", file("key.der")});
+    EXPECT_EQ(readFile(file("key.der")), readFile(file("expected.der")));
+    const std::string ssh = succeed({"key", "export", "--label", "Mail", "--ssh"}).out;
+    EXPECT_EQ(ssh, shell("ssh-keygen -i -m PKCS8 -f expected.pem | sed 's/$/ Mail/'"));
+    EXPECT_EQ(tool({"key", "export", "--label", "Mail", "--format", "ssh"}).out, ssh);
+    EXPECT_EQ(tool({"--json", "dump"}).json()["objects"]["publicKeys"][0]["publicExponent"],
+              "010001");
 }
 
 // Delete and wipe take keys only when asked plainly. Deleting the card's own key removes its

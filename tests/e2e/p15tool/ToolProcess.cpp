@@ -124,12 +124,11 @@ void editCardFile(const std::string& image, std::uint16_t fid,
     vcard::CardImage::store(image, vcard::CardImage::serialise(state));
 }
 
-std::string CardFolder::openssl(const std::string& arguments) const {
-    const std::string command =
-        "cd " + directory.path() + " && openssl " + arguments + " > openssl.out 2>&1";
-    const int status = std::system(command.c_str());
-    const std::string out = readFile(directory.file("openssl.out"));
-    EXPECT_EQ(status, 0) << command << "\n" << out;
+std::string CardFolder::shell(const std::string& command) const {
+    const std::string line = "cd " + directory.path() + " && (" + command + ") > shell.out 2>&1";
+    const int status = std::system(line.c_str());
+    const std::string out = readFile(directory.file("shell.out"));
+    EXPECT_EQ(status, 0) << line << "\n" << out;
     return out;
 }
 

@@ -102,8 +102,11 @@ protected:
     void expectEach(const std::vector<Expected>& rows, const Environment& extra = {}) const;
     /// init with the PINs of the environment, `changed` overriding them.
     ToolResult init(const Environment& changed = {}, Arguments extra = {}) const;
-    /// An openssl command line run in the folder: its output; a failure when it exits non-zero.
-    std::string openssl(const std::string& arguments) const;
+    /// A shell command line run in the folder: its output; a failure when it exits non-zero.
+    std::string shell(const std::string& command) const;
+    std::string openssl(const std::string& arguments) const {
+        return shell("openssl " + arguments);
+    }
     std::string file(const std::string& name) const { return directory.file(name); }
     vcard::Pin storedPin(std::uint8_t reference) const;
 
