@@ -19,7 +19,7 @@ protected:
         return std::string(value.begin(), std::find(value.begin(), value.end(), 0xFF));
     }
     // The user's own card lives in this directory.
-    Environment home() const { return {{"XDG_DATA_HOME", directory.path()}}; }
+    Environment home() const { return {{"XDG_DATA_HOME", directory.path}}; }
 };
 
 // init stores the PINs it is given (from a file: its first line; at the terminal: asked twice and
@@ -76,7 +76,7 @@ TEST_F(CardCommands, TheDefaultCardIsCreatedOnFirstUseAndNamed) {
 
     const TemporaryDirectory other;
     EXPECT_TRUE(
-        exited(runTool({"info"}, {{"HOME", other.path()}, {"XDG_DATA_HOME", "relative/data"}}), 0));
+        exited(runTool({"info"}, {{"HOME", other.path}, {"XDG_DATA_HOME", "relative/data"}}), 0));
     EXPECT_TRUE(std::filesystem::exists(other.file(".local/share/p15kit/card.json")));
 }
 

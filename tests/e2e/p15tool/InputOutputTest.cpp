@@ -36,7 +36,6 @@ protected:
     CryptoPP::AutoSeededRandomPool random;
     CryptoPP::InvertibleRSAFunction key;
 };
-using KeyUse = InputOutput;
 
 // Up to 64 KiB the message goes to the plugin whole; past that the tool hashes it as it reads and
 // the card signs the DigestInfo: the signatures are the same scheme either way.
@@ -132,7 +131,7 @@ TEST_P(InputOutput, PssAndOaepWorkOnlyOnTheCardThatPerformsThem) {
 // for anything. A file larger than the command takes is refused before a byte of it is read.
 TEST_P(InputOutput, WhatIsNoFileOrTooLargeIsRefusedUnread) {
     writeFile(file("signature"), std::string(128, 'S'));
-    for (const std::string& in : {directory.path(), std::string("/dev/zero")}) {
+    for (const std::string& in : {directory.path, std::string("/dev/zero")}) {
         const std::string says =
             in + (in == "/dev/zero" ? " is not a regular file" : " is a folder");
         expectEach({{{"sign", "--in", in, "--pin-env", "USER_PIN"}, 2, says},
@@ -171,7 +170,7 @@ TEST_P(InputOutput, DecipheredSecretsGoToFilesOnlyTheirOwnerReads) {
 // A signature one byte short or one byte long is refused: the tool hands it on as read (one plus
 // the modulus: cryptoapi's MalformedSignature); a key is refused what its usage forbids before the
 // PIN is verified, so a wrong PIN costs no try.
-TEST_P(KeyUse, SignDecryptAndVerifyTakeOnlyWhatTheKeyAndTheSignatureAllow) {
+TEST_P(InputOutput, SignDecryptAndVerifyTakeOnlyWhatTheKeyAndTheSignatureAllow) {
     const CryptoPP::RSASS<CryptoPP::PKCS1v15, CryptoPP::SHA256>::Signer signer(key);
     std::string message, signature(signer.MaxSignatureLength(), '\0');
     for (int attempt = 0; message.empty() || signature.front() != '\0'; ++attempt) {
@@ -211,7 +210,6 @@ TEST_P(KeyUse, SignDecryptAndVerifyTakeOnlyWhatTheKeyAndTheSignatureAllow) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Profiles, InputOutput, p15test::bothProfiles, p15test::profileParamName);
-INSTANTIATE_TEST_SUITE_P(Profiles, KeyUse, p15test::bothProfiles, p15test::profileParamName);
 
 } // namespace
 } // namespace p15tool::test

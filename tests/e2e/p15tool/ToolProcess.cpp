@@ -75,15 +75,15 @@ ToolResult runTool(const Arguments& arguments, const Environment& environment,
 }
 
 TemporaryDirectory::TemporaryDirectory()
-    : path_((std::filesystem::temp_directory_path() / "p15tool-test-XXXXXX").string()) {
-    if (!::mkdtemp(path_.data())) {
+    : path((std::filesystem::temp_directory_path() / "p15tool-test-XXXXXX").string()) {
+    if (!::mkdtemp(path.data())) {
         throw std::runtime_error("mkdtemp failed");
     }
 }
 
 TemporaryDirectory::~TemporaryDirectory() {
     std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
+    std::filesystem::remove_all(path, ignored);
 }
 
 std::string readFile(const std::string& path) {
@@ -125,7 +125,7 @@ void editCardFile(const std::string& image, std::uint16_t fid,
 }
 
 std::string CardFolder::shell(const std::string& command) const {
-    const std::string line = "cd " + directory.path() + " && (" + command + ") > shell.out 2>&1";
+    const std::string line = "cd " + directory.path + " && (" + command + ") > shell.out 2>&1";
     const int status = std::system(line.c_str());
     const std::string out = readFile(directory.file("shell.out"));
     EXPECT_EQ(status, 0) << line << "\n" << out;

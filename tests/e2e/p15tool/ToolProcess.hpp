@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -22,8 +23,7 @@ using Environment = std::vector<std::pair<std::string, std::string>>;
 
 struct ToolResult {
     int exitCode = -1;
-    std::string out;
-    std::string err;
+    std::string out, err;
     nlohmann::json json() const { return nlohmann::json::parse(out); }
 };
 
@@ -36,15 +36,11 @@ ToolResult runTool(const Arguments& arguments, const Environment& environment = 
                    const std::string& input = "/dev/null", const Typed& typed = {});
 
 /// A fresh directory, removed with its content at the end of its scope.
-class TemporaryDirectory {
-public:
+struct TemporaryDirectory {
     TemporaryDirectory();
     ~TemporaryDirectory();
-    const std::string& path() const { return path_; }
-    std::string file(const std::string& name) const { return path_ + "/" + name; }
-
-private:
-    std::string path_;
+    std::string file(const std::string& name) const { return path + "/" + name; }
+    std::string path;
 };
 
 /// Whether `result` exited with `code`, stderr holding `says`: a failure in one line "p15tool: …".
@@ -54,11 +50,7 @@ inline ::testing::AssertionResult contains(const std::string& text, const std::s
 }
 
 /// A command of a table, its exit code and what its stderr holds.
-struct Expected {
-    Arguments arguments;
-    int code;
-    std::string says;
-};
+using Expected = std::tuple<Arguments, int, std::string>;
 /// Runs the rows in order through `run`, each traced by its message and last argument.
 void expectEach(const std::vector<Expected>& rows,
                 const std::function<ToolResult(const Arguments&)>& run);
