@@ -108,13 +108,9 @@ Bytes bytes(const std::string& text) {
     return Bytes(text.begin(), text.end());
 }
 
-mw::ByteBuffer buffer(const Bytes& bytes) {
-    return mw::ByteBuffer(bytes.data(), bytes.size());
-}
-
 // A Name of one RDN holding `attributes` (type and value TLVs each).
 mw::ByteBuffer rdnName(const Bytes& attributes) {
-    return buffer(der::sequence({der::tlv(0x31, attributes)}));
+    return mw::ByteBuffer(der::sequence({der::tlv(0x31, attributes)}));
 }
 
 // An attribute (a common name unless `oid` says otherwise) whose value has the tag `tag`.
@@ -131,7 +127,7 @@ TEST(CertificateText, NamesReadAsRfc4514TextOrAreRefused) {
         {rdnName(attribute(0x0C, "Z\xEB")), "CN=Z\xC3\xAB"}, // not UTF-8: Latin-1
         {rdnName(attribute(0x13, "x", "1.2.3.4")), "1.2.3.4=#130178"},
         {rdnName(attribute(0x04, "\x01")), "CN=#040101"},
-        {buffer(der::sequence({})), ""},
+        {mw::ByteBuffer(der::sequence({})), ""},
     };
     for (const auto& [name, expected] : rows) {
         EXPECT_EQ(certificates::nameText(name), expected);
@@ -139,12 +135,12 @@ TEST(CertificateText, NamesReadAsRfc4514TextOrAreRefused) {
     const Bytes cn = der::objectIdentifier("2.5.4.3");
     // clang-format off
     const mw::ByteBuffer malformed[] = {
-        buffer({0x30, 0x03, 0x31, 0x05, 0x30}), // the SET runs past the SEQUENCE around it
-        buffer({0x30, 0x85, 0x00, 0x00, 0x00, 0x00, 0x01, 0x00}), buffer({0x30, 0x81}), // a length of five octets, of none
+        mw::ByteBuffer{0x30, 0x03, 0x31, 0x05, 0x30}, // the SET runs past the SEQUENCE around it
+        mw::ByteBuffer{0x30, 0x85, 0x00, 0x00, 0x00, 0x00, 0x01, 0x00}, mw::ByteBuffer{0x30, 0x81}, // a length of five octets, of none
         rdnName(der::sequence({{0x06, 0x01, 0x85}, der::tlv(0x0C, {'a'})})), // an OID whose last octet says more follow
         rdnName(attribute(0x1E, "\0"s)), // a BMPString of an odd length
         rdnName(der::sequence({cn})), rdnName(der::sequence({cn, der::tlv(0x0C, {'a'}), der::tlv(0x0C, {'b'})})), // no value, two
-        buffer({0x30, 0x00, 0x00})}; // bytes after the Name
+        mw::ByteBuffer{0x30, 0x00, 0x00}}; // bytes after the Name
     // clang-format on
     for (const auto& name : malformed) {
         EXPECT_THROW(certificates::nameText(name), std::runtime_error) << mw::toHex(name);
@@ -167,17 +163,18 @@ Bytes certificate(const Bytes& notBefore, const Bytes& notAfter) {
 // outside the X.509 form are refused.
 TEST(CertificateText, ValidityAroundTheYear2050AndTheFingerprint) {
     const Bytes der = certificate(der::time(2524607999), der::time(2524608000));
-    const Json described = certificates::describe(buffer(der::join({der, {0xFF, 0xFF}})), true);
+    const Json described =
+        certificates::describe(mw::ByteBuffer(der::join({der, {0xFF, 0xFF}})), true);
     EXPECT_EQ(described["notBefore"], "2049-12-31T23:59:59Z");
     EXPECT_EQ(described["notAfter"], "2050-01-01T00:00:00Z");
-    EXPECT_EQ(described["issuerDer"], mw::toHex(buffer(der::name("CN=Alice"))));
-    const Json unpadded = certificates::describe(buffer(der), false);
+    EXPECT_EQ(described["issuerDer"], mw::toHex(mw::ByteBuffer(der::name("CN=Alice"))));
+    const Json unpadded = certificates::describe(mw::ByteBuffer(der), false);
     EXPECT_EQ(described["sha256Fingerprint"], unpadded["sha256Fingerprint"]);
     EXPECT_FALSE(unpadded.contains("subjectDer"));
 
     const Bytes good = der::time(0);
     const auto describe = [](const Bytes& notBefore, const Bytes& notAfter) {
-        return certificates::describe(buffer(certificate(notBefore, notAfter)), false);
+        return certificates::describe(mw::ByteBuffer(certificate(notBefore, notAfter)), false);
     };
     for (const char* time : {"500101000000", "5001010000Z", "500101000000+0100", "5O0101000000Z"}) {
         EXPECT_THROW(describe(der::tlv(0x17, bytes(time)), good), std::runtime_error) << time;
