@@ -1,5 +1,4 @@
-// init, info and the card a command reaches, through the plugin on virtual card images; PINs typed
-// at a terminal through a pseudo-terminal.
+// init, info and the card a command reaches, on virtual card images.
 #include "ToolProcess.hpp"
 #include "vcard/Personalise.hpp"
 
@@ -18,13 +17,11 @@ protected:
         const vcard::Bytes value = storedPin(reference).value;
         return std::string(value.begin(), std::find(value.begin(), value.end(), 0xFF));
     }
-    // The user's own card lives in this directory.
     Environment home() const { return {{"XDG_DATA_HOME", directory.path}}; }
 };
 
-// init stores the PINs it is given (from a file: its first line; at the terminal: asked twice and
-// never echoed), prints none, and replaces a card only with --force; a PIN it cannot use, entries
-// that differ, or none without a terminal to ask on, is a usage error that writes no image.
+// PINs from a file (its first line) or typed twice at a terminal, never echoed; a card replaced
+// only with --force; a PIN init cannot use, or none, writes no image.
 TEST_F(CardCommands, InitPersonalisesTheImageWithTheChosenPins) {
     for (const auto& [name, value, says] :
          {std::tuple{"USER_PIN", "123", "user PIN must have 4 to 8 digits"},
@@ -62,8 +59,7 @@ TEST_F(CardCommands, InitPersonalisesTheImageWithTheChosenPins) {
     EXPECT_EQ(pinValue(vcard::layout::userPinReference), "97531");
 }
 
-// The user's own card is made on first use and named once; a relative XDG_DATA_HOME is ignored, as
-// the XDG rules say.
+// A relative XDG_DATA_HOME is ignored, as the XDG rules say.
 TEST_F(CardCommands, TheDefaultCardIsCreatedOnFirstUseAndNamed) {
     const ToolResult first = runTool({"--json", "info"}, home());
     const std::string own = file("p15kit/card.json");
@@ -80,10 +76,8 @@ TEST_F(CardCommands, TheDefaultCardIsCreatedOnFirstUseAndNamed) {
     EXPECT_TRUE(std::filesystem::exists(other.file(".local/share/p15kit/card.json")));
 }
 
-// Every failure is one line with its exit code, naming what failed and the next step (exited()
-// checks the line): a directory file that is not valid DER, a card image another process holds; a
-// mistyped command gets the nearest one, a malformed --oid, --subject or --alg is refused before
-// the card is opened.
+// Every failure is one line (exited() checks it) naming what failed and the next step; malformed
+// options are refused before the card is opened.
 TEST_F(CardCommands, FailuresHaveTheirExitCodesAndOneLine) {
     const std::string corrupt = file("corrupt.json"), prkdf = file("prkdf.json"),
                       odf = file("odf.json"), held = file("held.json");

@@ -1,7 +1,5 @@
-// decode over the samples from real cards and over hostile dumps (each sample's entries byte for
-// byte: SampleTest, Samples; here what decode shows), and names and certificates as `list` shows
-// them from DER a card may hold: escapes that keep the text unambiguous and safe to print, and
-// refusals of lengths that run past their template.
+// decode over the samples from real cards and hostile dumps (the entries byte for byte:
+// SampleTest), and names and certificates as `list` shows them.
 #include "ToolProcess.hpp"
 #include "mw/Hex.hpp"
 #include "tools/p15tool/CertificateText.hpp"
@@ -24,11 +22,8 @@ std::string aodfWithLabel(const std::string& label) {
     return "\x30\x34\x30\x0A"s + label + std::string(after.begin(), after.end());
 }
 
-// Every sample decodes in text and in JSON but the ODFs their notes call invalid, which fail in one
-// line. One row for each way a field is shown, of a sample or of a dump in hex or binary, its kind
-// told by the name or the content: card text becomes UTF-8 (T61String and non-UTF-8 read as
-// Latin-1, NUL padding dropped), members no sample has are shown; hostile dumps fail in one line
-// and print nothing.
+// Every sample decodes but the ODFs their notes call invalid. One row for each way a field is
+// shown; card text becomes UTF-8 (T61String and non-UTF-8 read as Latin-1).
 TEST(Decode, SamplesAndDumpsDecodeOrFailInOneLine) {
     int files = 0;
     for (const auto& entry : std::filesystem::directory_iterator(P15_SAMPLES_DIR)) {
@@ -147,8 +142,7 @@ TEST(CertificateText, NamesReadAsRfc4514TextOrAreRefused) {
     }
 }
 
-// A certificate of the shape list reads: no signature check is made, so the signature is a
-// stand-in.
+// A certificate of the shape list reads, with a stand-in signature.
 Bytes certificate(const Bytes& notBefore, const Bytes& notAfter) {
     const Bytes name = der::name("CN=Alice");
     const Bytes algorithm = der::sequence({der::objectIdentifier("1.2.840.113549.1.1.11")});
@@ -158,9 +152,8 @@ Bytes certificate(const Bytes& notBefore, const Bytes& notAfter) {
          algorithm, der::bitString({0})});
 }
 
-// Times on both sides of 2050 (UTCTime before, GeneralizedTime from then on), the fingerprint of
-// the DER alone, not of the padding after it (its value: Scenario, against openssl's); times
-// outside the X.509 form are refused.
+// UTCTime before 2050, GeneralizedTime from then on; the fingerprint of the DER without the padding
+// after it (its value: Scenario, against openssl's).
 TEST(CertificateText, ValidityAroundTheYear2050AndTheFingerprint) {
     const Bytes der = certificate(der::time(2524607999), der::time(2524608000));
     const Json described =

@@ -63,11 +63,8 @@ TEST_P(InputOutput, MessagesOfEverySizeSignAndVerifyTheSameWay) {
     }
 }
 
-// RSA-PSS and RSAES-OAEP as the tool passes them on, judged by openssl: PSS of the message or of
-// its hash (--alg raw), SHA-512 refused on a 1024-bit key before the PIN; OAEP of each hash at the
-// longest message. A card that does not perform them refuses each command before any PIN. (Each
-// hash on the card: KeyCommands.PssAndOaepWithEachHash; through the module:
-// PaddingTest.PssAndOaepRunOnACardThatListsThem.)
+// PSS of the message or of its hash (--alg raw), OAEP at the longest message, judged by openssl;
+// refusals come before any PIN. (Each hash on the card: KeyCommands.PssAndOaepWithEachHash.)
 TEST_P(InputOutput, PssAndOaepWorkOnlyOnTheCardThatPerformsThem) {
     const auto flipBit = [&](const std::string& name) {
         std::string value = readFile(file(name));
@@ -127,8 +124,7 @@ TEST_P(InputOutput, PssAndOaepWorkOnlyOnTheCardThatPerformsThem) {
     }
 }
 
-// A folder or a device is no input: refused by name with the usage status before the card is asked
-// for anything. A file larger than the command takes is refused before a byte of it is read.
+// A folder, a device or a file larger than the command takes is refused before it is read.
 TEST_P(InputOutput, WhatIsNoFileOrTooLargeIsRefusedUnread) {
     writeFile(file("signature"), std::string(128, 'S'));
     for (const std::string& in : {directory.path, std::string("/dev/zero")}) {
@@ -145,8 +141,7 @@ TEST_P(InputOutput, WhatIsNoFileOrTooLargeIsRefusedUnread) {
            "has 3221225472 bytes, more than");
 }
 
-// A new file is created for its owner alone; an existing one that others could read is closed to
-// them before the secret is written into it. A private data object read out is as secret.
+// A deciphered secret or a private data object goes to a file only its owner reads, new or not.
 TEST_P(InputOutput, DecipheredSecretsGoToFilesOnlyTheirOwnerReads) {
     writeFile(file("secret"), "a key to wrap");
     openssl("pkeyutl -encrypt -pubin -inkey public.pem -in secret -out cryptogram");
@@ -167,9 +162,8 @@ TEST_P(InputOutput, DecipheredSecretsGoToFilesOnlyTheirOwnerReads) {
     }
 }
 
-// A signature one byte short or one byte long is refused: the tool hands it on as read (one plus
-// the modulus: cryptoapi's MalformedSignature); a key is refused what its usage forbids before the
-// PIN is verified, so a wrong PIN costs no try.
+// A signature one byte short or long is handed on as read, and refused; what a key's usage forbids
+// is refused before the PIN.
 TEST_P(InputOutput, SignDecryptAndVerifyTakeOnlyWhatTheKeyAndTheSignatureAllow) {
     const CryptoPP::RSASS<CryptoPP::PKCS1v15, CryptoPP::SHA256>::Signer signer(key);
     std::string message, signature(signer.MaxSignatureLength(), '\0');

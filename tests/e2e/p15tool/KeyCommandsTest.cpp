@@ -1,5 +1,4 @@
-// key import, export and delete, dump and wipe on a virtual card image, with key files and checks
-// from the openssl command line.
+// key import, export and delete, and wipe, judged by openssl.
 #include "ToolProcess.hpp"
 #include "mw/Hex.hpp"
 
@@ -21,9 +20,7 @@ protected:
     nlohmann::json list() const { return succeed({"--json", "list"}).json(); }
 };
 
-// A 1024-bit key whose components agree with each other (n = pq, d inverts e modulo lcm(p-1, q-1),
-// CRT values to match) but whose p is the product of two primes, as PKCS#8 DER. Factors from 1.75 *
-// 2^255 make n 1024 bits.
+// A consistent 1024-bit key (factors from 1.75 * 2^255) whose p is the product of two primes.
 void writeKeyWithCompositeP(const std::string& path) {
     using CryptoPP::Integer;
     CryptoPP::AutoSeededRandomPool random;
@@ -41,9 +38,8 @@ void writeKeyWithCompositeP(const std::string& path) {
     key.DEREncode(sink);
 }
 
-// Files that are no RSA key the card can hold, and a wrong PIN, leave the card as it was. Both key
-// file forms end up as the same key pair: the public key read back from the card is the file's,
-// byte for byte, in every export format; the same key twice has the same id and is refused.
+// What the card cannot hold, and a wrong PIN, leave it as it was; either key file form exports as
+// the file's public key, byte for byte; the same key twice is refused.
 TEST_F(KeyCommands, AnImportedKeyExportsAsTheFilesPublicKey) {
     openssl("genpkey -algorithm RSA -pkeyopt rsa_keygen_bits:1024 -out rsa.pem");
     openssl("pkey -in rsa.pem -aes128 -passout pass:secret -out encrypted.pem");
@@ -89,8 +85,8 @@ TEST_F(KeyCommands, AnImportedKeyExportsAsTheFilesPublicKey) {
               "010001");
 }
 
-// Delete and wipe take keys only when asked plainly. Deleting the card's own key removes its
-// entries and says that the key stays; the key under 81 beside it keeps its files (0E01, 0F01).
+// Deleting the card's own key removes its entries and says that the key stays; the key under 81
+// beside it keeps its files (0E01, 0F01).
 TEST_F(KeyCommands, DeleteAndWipeTakeKeysOnlyWhenAskedPlainlyAndLeaveACardsOwnKey) {
     openssl("genpkey -algorithm RSA -pkeyopt rsa_keygen_bits:1024 -out rsa.pem");
     openssl("pkey -in rsa.pem -pubout -out public.pem");

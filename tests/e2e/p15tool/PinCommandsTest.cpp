@@ -1,5 +1,4 @@
-// pin and list through the plugin on a virtual card image: tries spent and restored, blocking and
-// unblocking, changing, and the listing's JSON.
+// pin and list on a virtual card image of either profile.
 #include "OddCard.hpp"
 #include "ToolProcess.hpp"
 #include "mw/Hex.hpp"
@@ -12,7 +11,6 @@ protected:
     static Arguments verify(const char* variable) {
         return {"pin", "verify", "--pin-env", variable};
     }
-    // The user PIN's status in a process of its own.
     nlohmann::json userStatus() const {
         return succeed({"--json", "pin", "status", "--label", "User PIN"}).json()["pins"].at(0);
     }
@@ -26,11 +24,9 @@ protected:
     }
 };
 
-// The right PIN restores the tries a wrong one cost and is forgotten at release; the last wrong one
-// blocks it, and the PUK frees it, keeping its value or giving it a new one. A changed PIN refuses
-// its old value and the others keep theirs; a PIN the card lacks is named, --label with --ref is a
-// usage error. --verbose shows each command's header and status word, never a PIN, in text or in
-// hex. (The trace file: PinTrace.NamesThePinOperationsButNeverTheirValues.)
+// The right PIN restores the tries and is forgotten at release; the PUK frees a blocked PIN, with
+// its value or a new one. --verbose never shows a PIN, in text or in hex (the trace file:
+// PinTrace.NamesThePinOperationsButNeverTheirValues).
 TEST_P(PinCommands, APinBlocksAfterItsTriesAndThePukFreesIt) {
     const ToolResult wrongPin = tool({"--verbose", "pin", "verify", "--pin-env", "NEW"});
     EXPECT_EQ(wrongPin.exitCode, 4);
@@ -73,8 +69,8 @@ TEST_P(PinCommands, APinBlocksAfterItsTriesAndThePukFreesIt) {
     // clang-format on
 }
 
-// A value the PIN's entry rules out never reaches the card, wherever a PIN is read: no try is
-// spent. Values of exactly the shortest and the longest length work.
+// A value the PIN's entry rules out never reaches the card, wherever a PIN is read; the shortest
+// and the longest work.
 TEST_P(PinCommands, AValueThePinCannotTakeCostsNoTry) {
     const Environment values{{"EMPTY", ""},         {"NINE", "123456789"}, {"LETTERS", "12ab"},
                              {"EIGHT", "12345678"}, {"FOUR", "1357"},      {"SHORT", "12"}};
@@ -101,9 +97,7 @@ TEST_P(PinCommands, AValueThePinCannotTakeCostsNoTry) {
 
 namespace oss = app::pkcs15::oss;
 
-// The PINs come first with what the user needs of them (their length, the PIN that unblocks them,
-// the tries left), then the keys; access rules read as text, a condition the application cannot
-// express as its raw bytes.
+// The PINs first, then the keys; a condition the application cannot express as its raw bytes.
 TEST_P(PinCommands, ListShowsThePinsWithTheirRulesAndTheKeysBesideThem) {
     const nlohmann::json listed = tool({"--json", "list"}).json();
     ASSERT_EQ(listed["pins"].size(), 3u);
@@ -115,8 +109,7 @@ TEST_P(PinCommands, ListShowsThePinsWithTheirRulesAndTheKeysBesideThem) {
               std::tuple(nlohmann::json(8), nlohmann::json("PUK"), tries(3), false));
 
     succeed({"keygen", "--bits", "1024", "--label", "Authentication", "--pin-env", "USER_PIN"});
-    // The user PIN's rule: read and delete (a mode beyond PKCS#15's) need the PUK or the SO PIN,
-    // and a condition of the card's own (A5 03 80 01 07), which the application cannot express.
+    // Read and delete (a mode beyond PKCS#15's) need the PUK or the SO PIN, and A5 03 80 01 07.
     editFirstEntry<oss::AuthenticationType>(image, 0x4408, [](oss::AuthenticationType& pin) {
         const mw::ByteBuffer der = mw::fromHex("301303020490A10DA206040102040103A503800107");
         auto& rules = pin.pinValue.commonObjectAttributes.accessControlRules;
@@ -134,8 +127,8 @@ TEST_P(PinCommands, ListShowsThePinsWithTheirRulesAndTheKeysBesideThem) {
     EXPECT_TRUE(contains(withKeys.out, "condition   " + condition));
     EXPECT_EQ(withKeys.out.find("notes"), std::string::npos) << withKeys.out;
 
-    // Entries as real cards write them in the EF(PrKDF): list shows what it can, one note per entry
-    // it leaves out (the sound key at work: ModuleTest.OddEntriesLeaveTheSoundKeyUsable).
+    // One note per entry left out (the sound key at work:
+    // ModuleTest.OddEntriesLeaveTheSoundKeyUsable).
     const p15test::OddEntries odd = p15test::addOddEntries(image, false);
     const nlohmann::json objects = tool({"--json", "list"}).json();
     EXPECT_EQ(std::tuple(objects["privateKeys"].size(), objects["privateKeys"].at(0)["label"],

@@ -1,9 +1,8 @@
-// A hostile PC/SC client on the card in the "Virtual PCD" reader, trying to use another program's
-// verification of the user PIN (reference 01), which it asks about with a VERIFY without data.
-//   race BUSY STOP  until the file STOP exists: takes the card and, finding the PIN verified, holds
-//                   it while the file BUSY (the other program runs) exists, at most 3 s; the PIN
-//                   then still verified is a failure, logged out so each failure is the other's
-//                   own;
+// A hostile PC/SC client on the "Virtual PCD" card, looking for another program's verification of
+// the user PIN (a VERIFY without data).
+//   race BUSY STOP  until STOP exists: takes the card and, finding the PIN verified, holds it while
+//                   BUSY (the other program runs) exists, at most 3 s; the PIN then still verified
+//                   is a failure, logged out so each failure is the other's own;
 //   check           the same once with no BUSY: fails when the PIN is verified at all.
 #include <PCSC/winscard.h>
 #include <PCSC/wintypes.h>

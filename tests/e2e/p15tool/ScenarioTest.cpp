@@ -1,5 +1,4 @@
-// The user's way through the card: a key made on it, enrolled with a certificate it signs itself,
-// data objects beside it, all judged by openssl.
+// A key made on the card, enrolled with a certificate it signs itself, data objects beside it.
 #include "ToolProcess.hpp"
 #include "vcard/CardImage.hpp"
 #include "vcard/VirtualCard.hpp"
@@ -65,9 +64,8 @@ TEST_F(Scenario, AKeyMadeOnTheCardEnrolsSignsAndDeciphers) {
             EXPECT_TRUE(contains(text, part));
         }
     }
-    // Both key identifiers are the SHA-1 of the RSAPublicKey, which starts 24 bytes into the
-    // 2048-bit key's SubjectPublicKeyInfo; the key's identifier is the SHA-1 of its modulus, the
-    // 256 bytes 9 bytes further on.
+    // Both key identifiers hash the RSAPublicKey (from byte 24 of the SubjectPublicKeyInfo), the
+    // key's id its modulus (256 bytes from byte 33).
     const auto sha1 = [&](const std::string& bytes) {
         return openssl("x509 -in cert.pem -noout -pubkey | openssl pkey -pubin -outform DER | " +
                        bytes + " | openssl sha1 -r | tr a-f A-F")
@@ -78,8 +76,6 @@ TEST_F(Scenario, AKeyMadeOnTheCardEnrolsSignsAndDeciphers) {
                       keySha1 = sha1("tail -c +25"), id = sha1("tail -c +34 | head -c 256");
     EXPECT_NE(keyIds.find(keySha1), keyIds.rfind(keySha1)) << keyIds << keySha1;
 
-    // So a certificate finds its key and its label; names as text (last RDN first), the DER kept
-    // for scripts, and openssl's fingerprint.
     succeed({"cert", "write", file("cert.pem"), "--pin-env", "USER_PIN"});
     const nlohmann::json objects = tool({"--json", "list"}).json();
     const nlohmann::json& certificate = objects["certificates"].at(0);
@@ -111,14 +107,12 @@ TEST_F(Scenario, AKeyMadeOnTheCardEnrolsSignsAndDeciphers) {
                 {{"data", "write", file("message.txt"), "--label", "open", "--pin-env", "USER_PIN"}, 0, ""}});
     // clang-format on
     EXPECT_EQ(tool({"--json", "list"}).json()["dataObjects"].at(0)["applicationName"], "demo");
-    // Any program sharing the card reads the certificate and the public data object; only the user
-    // replaces or deletes them, and reads the private one.
+    // Only the user replaces or deletes them, and reads the private one.
     const std::vector<int> readOnly{0x9000, 0x6982, 0x6982};
     EXPECT_EQ(answers(image, readFile(file("card.der"))), readOnly);
     EXPECT_EQ(answers(image, readFile(file("secret"))), std::vector<int>(3, 0x6982));
     EXPECT_EQ(answers(image, readFile(file("message.txt"))), readOnly);
 
-    // Deleted objects are gone for the next command; the key stays.
     const ToolResult certDeleted =
         succeed({"--json", "cert", "delete", "--label", "Demo key", "--pin-env", "USER_PIN"});
     EXPECT_EQ(certDeleted.json()["deleted"]["id"], id);

@@ -27,11 +27,11 @@ struct ToolResult {
     nlohmann::json json() const { return nlohmann::json::parse(out); }
 };
 
-/// What is typed at a pseudo-terminal: a line once the tool shows its prompt.
+/// Prompts and the lines typed at them.
 using Typed = std::vector<std::pair<std::string, std::string>>;
 
-/// The built p15tool with `environment` added, in a session of its own: no terminal, stdin from
-/// `input`; or, when lines are `typed`, on a pseudo-terminal, which `out` holds.
+/// The built p15tool in a session of its own, stdin from `input`; when lines are `typed`, on a
+/// pseudo-terminal, which `out` holds.
 ToolResult runTool(const Arguments& arguments, const Environment& environment = {},
                    const std::string& input = "/dev/null", const Typed& typed = {});
 
@@ -49,13 +49,12 @@ inline ::testing::AssertionResult contains(const std::string& text, const std::s
     return ::testing::IsSubstring("part", "text", part, text);
 }
 
-/// A command of a table, its exit code and what its stderr holds.
+/// Rows of a command, its exit code and what its stderr holds, run in order through `run`.
 using Expected = std::tuple<Arguments, int, std::string>;
-/// Runs the rows in order through `run`, each traced by its message and last argument.
 void expectEach(const std::vector<Expected>& rows,
                 const std::function<ToolResult(const Arguments&)>& run);
 
-/// Lets `edit` change the application's file 3F00 5015 `fid` in the card image `image`.
+/// Lets `edit` change the file 3F00 5015 `fid` in the card image `image`.
 void editCardFile(const std::string& image, std::uint16_t fid,
                   const std::function<void(vcard::CardFile&)>& edit);
 
@@ -80,21 +79,18 @@ void writeFile(const std::string& path, const std::string& content);
 /// A folder for a card image, the PINs in the environment.
 class CardFolder : public ::testing::Test {
 protected:
-    /// p15tool on this folder's card image, `extra` added to the environment.
     ToolResult tool(Arguments arguments, const Environment& extra = {},
                     const std::string& input = "/dev/null", const Typed& typed = {}) const;
-    /// tool(), failing the test unless it exits with `code`, stderr holding `says`.
+    /// tool(), failing the test unless exited(…, code, says).
     ToolResult expect(const Arguments& arguments, int code, const std::string& says = "",
                       const Environment& extra = {}, const std::string& input = "/dev/null") const;
     ToolResult succeed(const Arguments& arguments, const Environment& extra = {},
                        const std::string& input = "/dev/null") const {
         return expect(arguments, 0, "", extra, input);
     }
-    /// expectEach() through tool().
     void expectEach(const std::vector<Expected>& rows, const Environment& extra = {}) const;
-    /// init with the PINs of the environment, `changed` overriding them.
     ToolResult init(const Environment& changed = {}, Arguments extra = {}) const;
-    /// A shell command line run in the folder: its output; a failure when it exits non-zero.
+    /// A shell command's output in the folder; a failure when it exits non-zero.
     std::string shell(const std::string& command) const;
     std::string openssl(const std::string& arguments) const {
         return shell("openssl " + arguments);
@@ -120,7 +116,7 @@ protected:
     virtual vcard::CardProfile profile() const { return vcard::CardProfile::Native; }
 };
 
-/// An InitialisedCard of the suite's parameter (p15test::bothProfiles).
+/// An InitialisedCard of the suite's profile.
 class ProfiledCard : public InitialisedCard,
                      public ::testing::WithParamInterface<vcard::CardProfile> {
 protected:

@@ -1,7 +1,6 @@
 #!/bin/sh
-# Stages the installation in a DESTDIR and checks that the installed p15tool
-# loads the installed plugin: it personalises an image and reads it back.
-# Usage: install-test.sh BUILD_DIR
+# The installation staged in a DESTDIR: the installed p15tool, its manual page and completion, and
+# the installed plugin it loads. Usage: install-test.sh BUILD_DIR
 set -eu
 build=$1
 stage=$(mktemp -d)
@@ -14,8 +13,6 @@ root=$stage$prefix
 for tool in p15tool p15-vcard p15-vcard-serve; do
     test -x "$root/bin/$tool" || fail "not installed: bin/$tool"
 done
-# The manual page renders without a warning; completion offers the commands
-# of the installed tool.
 man=$root/share/man/man1/p15tool.1
 test -f "$man" || fail "not installed: share/man/man1/p15tool.1"
 test -z "$(groff -man -ww -z "$man" 2>&1)" || fail "$(groff -man -ww -z "$man" 2>&1)"
@@ -29,8 +26,7 @@ card=$stage/card.json
 P=2468 "$root/bin/p15tool" --card "$card" init --pin-env P --puk-env P --so-pin-env P >/dev/null
 "$root/bin/p15tool" --card "$card" --json info | grep -q '"aid": "A000000063504B43532D3135"' ||
     fail "the installed p15tool did not reach the application"
-# Without the installed plugin the installed tool must fail, not fall back
-# to the build tree.
+# Without the installed plugin the tool fails, not falling back to the build tree.
 mv "$plugin" "$plugin.away"
 ! "$root/bin/p15tool" --card "$card" info >/dev/null 2>&1 ||
     fail "the installed p15tool loaded a plugin other than the installed one"
