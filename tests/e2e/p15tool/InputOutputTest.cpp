@@ -1,7 +1,7 @@
 // What the tool reads and writes, and what a key accepts.
 #include "ToolProcess.hpp"
 
-#include <cryptopp/filters.h>
+#include <cryptopp/files.h>
 #include <cryptopp/osrng.h>
 #include <cryptopp/rsa.h>
 #include <cryptopp/sha.h>
@@ -24,10 +24,7 @@ protected:
     void SetUp() override {
         ProfiledCard::SetUp();
         key.GenerateRandomWithKeySize(random, 1024);
-        std::string pkcs1;
-        CryptoPP::StringSink sink(pkcs1);
-        key.DEREncodePrivateKey(sink);
-        writeFile(file("key.der"), pkcs1);
+        key.DEREncodePrivateKey(CryptoPP::FileSink(file("key.der").c_str()).Ref());
         openssl("rsa -inform DER -in key.der -pubout -out public.pem");
         succeed(
             {"key", "import", file("key.der"), "--label", "Signing key", "--pin-env", "USER_PIN"});

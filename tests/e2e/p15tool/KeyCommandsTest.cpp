@@ -34,8 +34,7 @@ void writeKeyWithCompositeP(const std::string& path) {
     }
     CryptoPP::RSA::PrivateKey key;
     key.Initialize(p * q, e, d, p, q, d % (p - 1), d % (q - 1), q.InverseMod(p));
-    CryptoPP::FileSink sink(path.c_str());
-    key.DEREncode(sink);
+    key.DEREncode(CryptoPP::FileSink(path.c_str()).Ref());
 }
 
 // What the card cannot hold, and a wrong PIN, leave it as it was; either key file form exports as
@@ -117,9 +116,9 @@ TEST_F(KeyCommands, DeleteAndWipeTakeKeysOnlyWhenAskedPlainlyAndLeaveACardsOwnKe
     const ToolResult deleted = succeed({"key", "delete", "--id", "01", "--pin-env", "USER_PIN"});
     EXPECT_EQ(deleted.out.find(stays), std::string::npos) << deleted.out;
     nlohmann::json objects = list();
-    ASSERT_EQ(objects["privateKeys"].size(), 1u);
-    EXPECT_EQ(std::pair(objects["privateKeys"][0]["label"], objects["publicKeys"].size()),
-              std::pair(nlohmann::json("02"), std::size_t{1}));
+    EXPECT_EQ(std::tuple(objects["privateKeys"].size(), objects["privateKeys"].at(0)["label"],
+                         objects["publicKeys"].size()),
+              std::tuple(1u, nlohmann::json("02"), 1u));
     expect({"wipe", "--pin-env", "USER_PIN"}, 2, "--yes"); // no terminal to ask on
     EXPECT_EQ(list()["privateKeys"].size(), 1u);
     EXPECT_EQ(succeed({"wipe", "--yes", "--pin-env", "USER_PIN"}).err, "")

@@ -8,9 +8,7 @@ namespace {
 
 class PinCommands : public ProfiledCard {
 protected:
-    static Arguments verify(const char* variable) {
-        return {"pin", "verify", "--pin-env", variable};
-    }
+    static Arguments verify(const char* pin) { return {"pin", "verify", "--pin-env", pin}; }
     nlohmann::json userStatus() const {
         return succeed({"--json", "pin", "status", "--label", "User PIN"}).json()["pins"].at(0);
     }

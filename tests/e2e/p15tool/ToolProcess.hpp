@@ -100,11 +100,9 @@ protected:
 
     TemporaryDirectory directory;
     const std::string image = directory.file("card.json");
-    const Environment environment{{"USER_PIN", "2468"},
-                                  {"PUK", "13572468"},
-                                  {"SO_PIN", "97531"},
-                                  {"WRONG", "0000"},
-                                  {"NEW", "8642"}};
+    // clang-format off
+    const Environment environment{{"USER_PIN", "2468"}, {"PUK", "13572468"}, {"SO_PIN", "97531"}, {"WRONG", "0000"}, {"NEW", "8642"}};
+    // clang-format on
 };
 
 /// A card image freshly initialised, of the profile `profile()` names.

@@ -1,13 +1,10 @@
 #!/bin/sh
 # p15tool on the virtual card in pcscd's "Virtual PCD" reader (the pcscd_vcard fixture).
-#   card: readers lists the reader with its card, --reader without a name finds it and reaches the
-#         application. (The PIN and keys through the reader: pin_race; the card services through
-#         pcscd: host_card_pcsc; the module: pkcs11.shared.pcsc.)
-#   pin_race: p15tool's log-out at release against p15-pin-racer, a hostile PC/SC client that takes
-#         the card between any two of p15tool's transactions, while p15tool signs RUNS times:
-#         every signature is made, and the PIN is never verified once p15tool returns. p15tool
-#         waits up to 5 s for the card: on a loaded machine one of the racer's short transactions
-#         can outlast a single second.
+#   card: readers lists the reader with its card; --reader without a name finds it. (The PIN and
+#         keys through it: pin_race; card services: host_card_pcsc; the module: pkcs11.shared.pcsc.)
+#   pin_race: p15-pin-racer takes the card between any two of p15tool's transactions while p15tool
+#         signs RUNS times: every signature is made, and the PIN is never left verified. p15tool
+#         waits up to 5 s: on a loaded machine a racer's transaction can outlast a second.
 # Usage: pcsc-test.sh card|pin_race P15TOOL RACER RUNS; exit status 77 (skipped) without pcscd.
 set -u
 mode=$1 tool=$2
