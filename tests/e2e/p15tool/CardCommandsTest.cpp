@@ -5,7 +5,6 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <sys/file.h>
-#include <tuple>
 #include <unistd.h>
 
 namespace p15tool::test {

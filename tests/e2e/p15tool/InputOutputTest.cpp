@@ -7,16 +7,11 @@
 #include <cryptopp/sha.h>
 
 #include <filesystem>
-#include <tuple>
 
 namespace p15tool::test {
 namespace {
 
 namespace oss = app::pkcs15::oss;
-
-CryptoPP::byte* bytes(std::string& text) {
-    return reinterpret_cast<CryptoPP::byte*>(text.data());
-}
 
 // A card holding "Signing key", made here; public.pem holds its public half.
 class InputOutput : public ProfiledCard {
@@ -167,7 +162,8 @@ TEST_P(InputOutput, SignDecryptAndVerifyTakeOnlyWhatTheKeyAndTheSignatureAllow) 
     for (int attempt = 0; message.empty() || signature.front() != '\0'; ++attempt) {
         ASSERT_LT(attempt, 10000) << "one signature in 256 starts with 00";
         message = "message " + std::to_string(attempt);
-        signer.SignMessage(random, bytes(message), message.size(), bytes(signature));
+        signer.SignMessage(random, reinterpret_cast<const CryptoPP::byte*>(message.data()),
+                           message.size(), reinterpret_cast<CryptoPP::byte*>(signature.data()));
     }
     writeFile(file("message"), message);
     for (const auto& [name, value, code] : {std::tuple{"good", signature, 0},

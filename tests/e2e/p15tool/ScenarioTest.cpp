@@ -21,14 +21,13 @@ std::vector<int> answers(const std::string& image, const std::string& value) {
     if (held == files.end()) {
         return {};
     }
-    const std::uint8_t fid[] = {static_cast<std::uint8_t>((*held)->fid >> 8),
-                                static_cast<std::uint8_t>((*held)->fid)};
+    const std::uint8_t high = (*held)->fid >> 8, low = (*held)->fid & 0xFF;
     std::vector<int> statusWords;
     for (const vcard::Bytes& command : {vcard::Bytes{0x00, 0xB0, 0x00, 0x00, 0x01},
                                         {0x00, 0xD6, 0x00, 0x00, 0x01, 0x00},
                                         {0x00, 0xE4, 0x00, 0x00}}) {
         vcard::VirtualCard card(vcard::CardImage::load(image));
-        EXPECT_EQ(card.transmit({0x00, 0xA4, 0x08, 0x0C, 0x04, 0x50, 0x15, fid[0], fid[1]}),
+        EXPECT_EQ(card.transmit({0x00, 0xA4, 0x08, 0x0C, 0x04, 0x50, 0x15, high, low}),
                   (vcard::Bytes{0x90, 0x00}));
         const vcard::Bytes answer = card.transmit(command);
         statusWords.push_back(answer[answer.size() - 2] << 8 | answer.back());
