@@ -28,7 +28,7 @@ TEST_F(CardCommands, InitPersonalisesTheImageWithTheChosenPins) {
           {"SO_PIN", "12ab", "SO PIN must have 4 to 8 digits"}}) {
         EXPECT_TRUE(exited(init({{name, value}}), 2, says));
     }
-    EXPECT_TRUE(exited(tool({"init"}), 2, "--pin-env VAR or --pin-file FILE"));
+    expect({"init"}, 2, "--pin-env VAR or --pin-file FILE");
     const auto typeIn = [&](const char* repeat) {
         return tool({"init", "--force", "--puk-env", "PUK", "--so-pin-env", "SO_PIN"}, {}, "",
                     {{"New user PIN: ", "97531"}, {"Repeat the new user PIN: ", repeat}});
