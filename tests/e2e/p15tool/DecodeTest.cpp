@@ -1,11 +1,12 @@
-// decode over the samples from real cards and over hostile dumps. (Each sample's entries byte for
-// byte: SampleTest, Samples; here what decode shows.)
+// decode over the samples from real cards and hostile dumps (the entries byte for byte:
+// SampleTest), and names and certificates as `list` shows them.
 #include "ToolProcess.hpp"
 #include "mw/Hex.hpp"
-
-#include <gtest/gtest.h>
+#include "tools/p15tool/CertificateText.hpp"
+#include "tools/p15tool/Der.hpp"
 
 #include <filesystem>
+#include <stdexcept>
 
 namespace p15tool::test {
 namespace {
@@ -21,11 +22,8 @@ std::string aodfWithLabel(const std::string& label) {
     return "\x30\x34\x30\x0A"s + label + std::string(after.begin(), after.end());
 }
 
-// Every sample decodes in text and in JSON but the ODFs their notes call invalid, which fail in one
-// line. One row for each way a field is shown, of a sample or of a dump in hex or binary, its kind
-// told by the name or the content: card text becomes UTF-8 (T61String and non-UTF-8 read as
-// Latin-1, NUL padding dropped), members no sample has are shown; hostile dumps fail in one line
-// and print nothing.
+// Every sample decodes but the ODFs their notes call invalid. One row for each way a field is
+// shown; card text becomes UTF-8 (T61String and non-UTF-8 read as Latin-1).
 TEST(Decode, SamplesAndDumpsDecodeOrFailInOneLine) {
     int files = 0;
     for (const auto& entry : std::filesystem::directory_iterator(P15_SAMPLES_DIR)) {
@@ -97,6 +95,86 @@ TEST(Decode, SamplesAndDumpsDecodeOrFailInOneLine) {
         EXPECT_TRUE(refusal.out.empty());
     }
     EXPECT_TRUE(exited(runTool({"decode", "--kind", "xdf", directory.file("dump.hex")}), 2));
+}
+
+using der::Bytes;
+
+Bytes bytes(const std::string& text) {
+    return Bytes(text.begin(), text.end());
+}
+
+// A Name of one RDN holding `attributes` (type and value TLVs each).
+mw::ByteBuffer rdnName(const Bytes& attributes) {
+    return mw::ByteBuffer(der::sequence({der::tlv(0x31, attributes)}));
+}
+
+// An attribute (a common name unless `oid` says otherwise) whose value has the tag `tag`.
+Bytes attribute(std::uint8_t tag, const std::string& value, const std::string& oid = "2.5.4.3") {
+    return der::sequence({der::objectIdentifier(oid), der::tlv(tag, bytes(value))});
+}
+
+TEST(CertificateText, NamesReadAsRfc4514TextOrAreRefused) {
+    const std::pair<mw::ByteBuffer, std::string> rows[] = {
+        {rdnName(der::join({attribute(0x0C, "a"), attribute(0x13, "b", "2.5.4.10")})), "CN=a+O=b"},
+        {rdnName(attribute(0x0C, "#x+\"<>; ")), "CN=\\#x\\+\\\"\\<\\>\\;\\ "},
+        {rdnName(attribute(0x0C, " \x1b[31m\x7f")), "CN=\\ \\1B[31m\\7F"},
+        {rdnName(attribute(0x1E, "\0Z\0\xEB"s)), "CN=Z\xC3\xAB"},
+        {rdnName(attribute(0x0C, "Z\xEB")), "CN=Z\xC3\xAB"}, // not UTF-8: Latin-1
+        {rdnName(attribute(0x13, "x", "1.2.3.4")), "1.2.3.4=#130178"},
+        {rdnName(attribute(0x04, "\x01")), "CN=#040101"},
+        {mw::ByteBuffer(der::sequence({})), ""},
+    };
+    for (const auto& [name, expected] : rows) {
+        EXPECT_EQ(certificates::nameText(name), expected);
+    }
+    const Bytes cn = der::objectIdentifier("2.5.4.3");
+    // clang-format off
+    const mw::ByteBuffer malformed[] = {
+        mw::ByteBuffer{0x30, 0x03, 0x31, 0x05, 0x30}, // the SET runs past the SEQUENCE around it
+        mw::ByteBuffer{0x30, 0x85, 0x00, 0x00, 0x00, 0x00, 0x01, 0x00}, mw::ByteBuffer{0x30, 0x81}, // a length of five octets, of none
+        rdnName(der::sequence({{0x06, 0x01, 0x85}, der::tlv(0x0C, {'a'})})), // an OID whose last octet says more follow
+        rdnName(attribute(0x1E, "\0"s)), // a BMPString of an odd length
+        rdnName(der::sequence({cn})), rdnName(der::sequence({cn, der::tlv(0x0C, {'a'}), der::tlv(0x0C, {'b'})})), // no value, two
+        mw::ByteBuffer{0x30, 0x00, 0x00}}; // bytes after the Name
+    // clang-format on
+    for (const auto& name : malformed) {
+        EXPECT_THROW(certificates::nameText(name), std::runtime_error) << mw::toHex(name);
+    }
+}
+
+// A certificate of the shape list reads, with a stand-in signature.
+Bytes certificate(const Bytes& notBefore, const Bytes& notAfter) {
+    const Bytes name = der::name("CN=Alice");
+    const Bytes algorithm = der::sequence({der::objectIdentifier("1.2.840.113549.1.1.11")});
+    return der::sequence(
+        {der::sequence({der::explicitTag(0, der::smallInteger(2)), der::smallInteger(7), algorithm,
+                        name, der::sequence({notBefore, notAfter}), name}),
+         algorithm, der::bitString({0})});
+}
+
+// UTCTime before 2050, GeneralizedTime from then on; the fingerprint of the DER without the padding
+// after it (its value: Scenario, against openssl's).
+TEST(CertificateText, ValidityAroundTheYear2050AndTheFingerprint) {
+    const Bytes der = certificate(der::time(2524607999), der::time(2524608000));
+    const Json described =
+        certificates::describe(mw::ByteBuffer(der::join({der, {0xFF, 0xFF}})), true);
+    EXPECT_EQ(described["notBefore"], "2049-12-31T23:59:59Z");
+    EXPECT_EQ(described["notAfter"], "2050-01-01T00:00:00Z");
+    EXPECT_EQ(described["issuerDer"], mw::toHex(mw::ByteBuffer(der::name("CN=Alice"))));
+    const Json unpadded = certificates::describe(mw::ByteBuffer(der), false);
+    EXPECT_EQ(described["sha256Fingerprint"], unpadded["sha256Fingerprint"]);
+    EXPECT_FALSE(unpadded.contains("subjectDer"));
+
+    const Bytes good = der::time(0);
+    const auto describe = [](const Bytes& notBefore, const Bytes& notAfter) {
+        return certificates::describe(mw::ByteBuffer(certificate(notBefore, notAfter)), false);
+    };
+    for (const char* time : {"500101000000", "5001010000Z", "500101000000+0100", "5O0101000000Z"}) {
+        EXPECT_THROW(describe(der::tlv(0x17, bytes(time)), good), std::runtime_error) << time;
+    }
+    EXPECT_THROW(describe(good, der::tlv(0x18, bytes("20500101000000.5Z"))), std::runtime_error);
+    EXPECT_EQ(describe(der::tlv(0x17, bytes("500101000000Z")), good)["notBefore"],
+              "1950-01-01T00:00:00Z");
 }
 
 } // namespace

@@ -1,23 +1,17 @@
 // What the tool reads and writes, and what a key accepts.
 #include "ToolProcess.hpp"
 
-#include <cryptopp/filters.h>
+#include <cryptopp/files.h>
 #include <cryptopp/osrng.h>
 #include <cryptopp/rsa.h>
 #include <cryptopp/sha.h>
-#include <gtest/gtest.h>
 
 #include <filesystem>
-#include <tuple>
 
 namespace p15tool::test {
 namespace {
 
 namespace oss = app::pkcs15::oss;
-
-CryptoPP::byte* bytes(std::string& text) {
-    return reinterpret_cast<CryptoPP::byte*>(text.data());
-}
 
 // A card holding "Signing key", made here; public.pem holds its public half.
 class InputOutput : public ProfiledCard {
@@ -25,10 +19,7 @@ protected:
     void SetUp() override {
         ProfiledCard::SetUp();
         key.GenerateRandomWithKeySize(random, 1024);
-        std::string pkcs1;
-        CryptoPP::StringSink sink(pkcs1);
-        key.DEREncodePrivateKey(sink);
-        writeFile(file("key.der"), pkcs1);
+        key.DEREncodePrivateKey(CryptoPP::FileSink(file("key.der").c_str()).Ref());
         openssl("rsa -inform DER -in key.der -pubout -out public.pem");
         succeed(
             {"key", "import", file("key.der"), "--label", "Signing key", "--pin-env", "USER_PIN"});
@@ -37,14 +28,13 @@ protected:
     CryptoPP::AutoSeededRandomPool random;
     CryptoPP::InvertibleRSAFunction key;
 };
-using KeyUse = InputOutput;
 
 // Up to 64 KiB the message goes to the plugin whole; past that the tool hashes it as it reads and
 // the card signs the DigestInfo: the signatures are the same scheme either way.
 TEST_P(InputOutput, MessagesOfEverySizeSignAndVerifyTheSameWay) {
-    const auto verify = [&](const std::string& alg) {
-        return tool(
-            {"verify", "--alg", alg, "--signature", file("signature"), "--in", file("message")});
+    const auto verify = [&](const std::string& alg, int code, const std::string& says) {
+        expect({"verify", "--alg", alg, "--signature", file("signature"), "--in", file("message")},
+               code, says);
     };
     for (const std::size_t size : {64 * 1024, 64 * 1024 + 1, 3 * 1024 * 1024 + 7}) {
         std::string message(size, 'm');
@@ -57,24 +47,20 @@ TEST_P(InputOutput, MessagesOfEverySizeSignAndVerifyTheSameWay) {
             EXPECT_TRUE(contains(
                 openssl("dgst -" + alg + " -verify public.pem -signature signature message"),
                 "Verified OK"));
-            EXPECT_TRUE(exited(verify(alg), 0));
+            verify(alg, 0, "");
         }
         message.back() ^= 1;
         writeFile(file("message"), message);
-        EXPECT_TRUE(exited(verify("sha1"), 1, "does not verify"));
+        verify("sha1", 1, "does not verify");
     }
 }
 
-// RSA-PSS and RSAES-OAEP as the tool passes them on, judged by openssl: PSS of the message or of
-// its hash (--alg raw), SHA-512 refused on a 1024-bit key before the PIN; OAEP of each hash at the
-// longest message. A card that does not perform them refuses each command before any PIN. (Each
-// hash on the card: KeyCommands.PssAndOaepWithEachHash; through the module:
-// PaddingTest.PssAndOaepRunOnACardThatListsThem.)
+// PSS of the message or of its hash (--alg raw), OAEP at the longest message, judged by openssl;
+// refusals come before any PIN. (Each hash on the card: KeyCommands.PssAndOaepWithEachHash.)
 TEST_P(InputOutput, PssAndOaepWorkOnlyOnTheCardThatPerformsThem) {
     const auto flipBit = [&](const std::string& name) {
         std::string value = readFile(file(name));
-        value[value.size() / 2] ^= 0x10;
-        writeFile(file(name), value);
+        writeFile(file(name), value.replace(value.size() / 2, 1, 1, value[value.size() / 2] ^ 1));
     };
     const std::string message = file("message"), block = file("block");
     writeFile(message, std::string(100000, 'p'));
@@ -107,60 +93,47 @@ TEST_P(InputOutput, PssAndOaepWorkOnlyOnTheCardThatPerformsThem) {
                              "Verified OK"));
         const Arguments verify{"--json",      "verify",          "--pss", "--alg", "sha384",
                                "--signature", file("signature"), "--in",  message};
-        EXPECT_TRUE(exited(tool(verify), 0));
+        expect(verify, 0);
         flipBit("signature");
-        const ToolResult forged = tool(verify);
-        EXPECT_TRUE(exited(forged, 1, "(RSA-PSS with sha384)"));
-        EXPECT_EQ(forged.json()["verified"], false);
+        EXPECT_EQ(expect(verify, 1, "(RSA-PSS with sha384)").json()["verified"], false);
     }
     for (const auto& [alg, longest] : {std::pair{"sha1", 86}, {"sha256", 62}}) {
         SCOPED_TRACE(alg);
-        const auto run = [&, alg = std::string(alg)](const std::string& command,
-                                                     const std::string& in) {
-            Arguments arguments{command, "--oaep", "--alg",     alg,
-                                "--in",  file(in), "--pin-env", "USER_PIN"};
-            arguments.resize(command == "decrypt" ? 8 : 6);
-            return tool(arguments);
-        };
+        const Arguments decrypt{"decrypt", "--oaep",           "--alg",     alg,
+                                "--in",    file("cryptogram"), "--pin-env", "USER_PIN"},
+            encrypt{"encrypt", "--oaep", "--alg", alg, "--in", file("secret")};
         writeFile(file("secret"), std::string(longest, 'L'));
         openssl("pkeyutl -encrypt -pubin -inkey public.pem -pkeyopt rsa_padding_mode:oaep "
                 "-pkeyopt rsa_oaep_md:" +
                 std::string(alg) + " -pkeyopt rsa_mgf1_md:" + alg + " -in secret -out cryptogram");
-        EXPECT_EQ(run("decrypt", "cryptogram").out, readFile(file("secret")));
-        writeFile(file("cryptogram"), run("encrypt", "secret").out);
-        EXPECT_EQ(run("decrypt", "cryptogram").out, readFile(file("secret")));
+        EXPECT_EQ(succeed(decrypt).out, readFile(file("secret")));
+        writeFile(file("cryptogram"), succeed(encrypt).out);
+        EXPECT_EQ(succeed(decrypt).out, readFile(file("secret")));
         flipBit("cryptogram");
-        EXPECT_TRUE(exited(run("decrypt", "cryptogram"), 3, "invalid cryptogram (Decipher: 6A80)"));
+        expect(decrypt, 3, "invalid cryptogram (Decipher: 6A80)");
         writeFile(file("secret"), std::string(longest + 1, 'L'));
-        EXPECT_TRUE(exited(run("encrypt", "secret"), 1,
-                           "enciphers at most " + std::to_string(longest) + " bytes"));
+        expect(encrypt, 1, "enciphers at most " + std::to_string(longest) + " bytes");
     }
 }
 
-// A folder or a device is no input: refused by name with the usage status before the card is asked
-// for anything. A file larger than the command takes is refused before a byte of it is read.
+// A folder, a device or a file larger than the command takes is refused before it is read.
 TEST_P(InputOutput, WhatIsNoFileOrTooLargeIsRefusedUnread) {
     writeFile(file("signature"), std::string(128, 'S'));
-    const std::string folder = directory.path() + " is a folder",
-                      device = "/dev/zero is not a regular file";
-    // clang-format off
-    expectEach({{{"sign", "--in", directory.path(), "--pin-env", "USER_PIN"}, 2, "p15tool: " + folder},
-                {{"verify", "--signature", file("signature"), "--in", directory.path()}, 2, "p15tool: " + folder},
-                {{"data", "write", directory.path(), "--label", "D", "--pin-env", "USER_PIN"}, 2, "p15tool: " + folder},
-                {{"sign", "--in", "/dev/zero", "--pin-env", "USER_PIN"}, 2, "p15tool: " + device},
-                {{"verify", "--signature", file("signature"), "--in", "/dev/zero"}, 2, "p15tool: " + device},
-                {{"data", "write", "/dev/zero", "--label", "D", "--pin-env", "USER_PIN"}, 2, "p15tool: " + device}});
-    // clang-format on
+    for (const std::string& in : {directory.path, std::string("/dev/zero")}) {
+        const std::string says =
+            in + (in == "/dev/zero" ? " is not a regular file" : " is a folder");
+        expectEach({{{"sign", "--in", in, "--pin-env", "USER_PIN"}, 2, says},
+                    {{"verify", "--signature", file("signature"), "--in", in}, 2, says},
+                    {{"data", "write", in, "--label", "D", "--pin-env", "USER_PIN"}, 2, says}});
+    }
     // Sparse: three gigabytes that take no room and no time to make.
     writeFile(file("huge"), "");
     std::filesystem::resize_file(file("huge"), std::uintmax_t{3} << 30);
-    EXPECT_TRUE(
-        exited(tool({"data", "write", file("huge"), "--label", "D", "--pin-env", "USER_PIN"}), 1,
-               "has 3221225472 bytes, more than"));
+    expect({"data", "write", file("huge"), "--label", "D", "--pin-env", "USER_PIN"}, 1,
+           "has 3221225472 bytes, more than");
 }
 
-// A new file is created for its owner alone; an existing one that others could read is closed to
-// them before the secret is written into it. A private data object read out is as secret.
+// A deciphered secret or a private data object goes to a file only its owner reads, new or not.
 TEST_P(InputOutput, DecipheredSecretsGoToFilesOnlyTheirOwnerReads) {
     writeFile(file("secret"), "a key to wrap");
     openssl("pkeyutl -encrypt -pubin -inkey public.pem -in secret -out cryptogram");
@@ -181,16 +154,16 @@ TEST_P(InputOutput, DecipheredSecretsGoToFilesOnlyTheirOwnerReads) {
     }
 }
 
-// A signature one byte short or one byte long is refused: the tool hands it on as read (one plus
-// the modulus: cryptoapi's MalformedSignature); a key is refused what its usage forbids before the
-// PIN is verified, so a wrong PIN costs no try.
-TEST_P(KeyUse, SignDecryptAndVerifyTakeOnlyWhatTheKeyAndTheSignatureAllow) {
+// A signature one byte short or long is handed on as read, and refused; what a key's usage forbids
+// is refused before the PIN.
+TEST_P(InputOutput, SignDecryptAndVerifyTakeOnlyWhatTheKeyAndTheSignatureAllow) {
     const CryptoPP::RSASS<CryptoPP::PKCS1v15, CryptoPP::SHA256>::Signer signer(key);
     std::string message, signature(signer.MaxSignatureLength(), '\0');
     for (int attempt = 0; message.empty() || signature.front() != '\0'; ++attempt) {
         ASSERT_LT(attempt, 10000) << "one signature in 256 starts with 00";
         message = "message " + std::to_string(attempt);
-        signer.SignMessage(random, bytes(message), message.size(), bytes(signature));
+        signer.SignMessage(random, reinterpret_cast<const CryptoPP::byte*>(message.data()),
+                           message.size(), reinterpret_cast<CryptoPP::byte*>(signature.data()));
     }
     writeFile(file("message"), message);
     for (const auto& [name, value, code] : {std::tuple{"good", signature, 0},
@@ -198,16 +171,14 @@ TEST_P(KeyUse, SignDecryptAndVerifyTakeOnlyWhatTheKeyAndTheSignatureAllow) {
                                             {"padded", '\0' + signature, 1}}) {
         SCOPED_TRACE(name);
         writeFile(file(name), value);
-        EXPECT_TRUE(
-            exited(tool({"verify", "--in", file("message"), "--signature", file(name)}), code,
-                   code ? "the signature in " + file(name) + " does not verify with \"Signing key\""
-                        : ""));
+        expect({"verify", "--in", file("message"), "--signature", file(name)}, code,
+               code ? "the signature in " + file(name) + " does not verify with \"Signing key\""
+                    : "");
     }
 
     succeed({"encrypt", "--in", file("message"), "--out", file("cryptogram")});
-    const auto run = [&](const std::string& command, const char* pin) {
-        return tool({command, "--in", file(command == "sign" ? "message" : "cryptogram"),
-                     "--pin-env", pin});
+    const auto in = [&](const std::string& command) {
+        return file(command == "sign" ? "message" : "cryptogram");
     };
     // Ten bits of usage (bit 0 the top one) keep the entry's length.
     for (const auto& [usage, refused, allowed, says] :
@@ -219,14 +190,13 @@ TEST_P(KeyUse, SignDecryptAndVerifyTakeOnlyWhatTheKeyAndTheSignatureAllow) {
         editFirstEntry<oss::PrivateKeyType>(image, 0x4400, [&](oss::PrivateKeyType& entry) {
             entry.privateRSAKeyValue.classAttributes.usage = {usage, 10};
         });
-        EXPECT_TRUE(exited(run(refused, "WRONG"), 3, says));
+        expect({refused, "--in", in(refused), "--pin-env", "WRONG"}, 3, says);
         EXPECT_EQ(storedPin(0x01).triesLeft, 3) << "no PIN was tried";
-        EXPECT_TRUE(exited(run(allowed, "USER_PIN"), 0));
+        expect({allowed, "--in", in(allowed), "--pin-env", "USER_PIN"}, 0);
     }
 }
 
 INSTANTIATE_TEST_SUITE_P(Profiles, InputOutput, p15test::bothProfiles, p15test::profileParamName);
-INSTANTIATE_TEST_SUITE_P(Profiles, KeyUse, p15test::bothProfiles, p15test::profileParamName);
 
 } // namespace
 } // namespace p15tool::test

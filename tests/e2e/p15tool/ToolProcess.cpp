@@ -5,6 +5,8 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <poll.h>
+#include <pty.h>
 #include <sstream>
 #include <stdexcept>
 #include <sys/wait.h>
@@ -12,19 +14,39 @@
 
 namespace p15tool::test {
 
+namespace {
+
+// The terminal side of a pseudo-terminal: what the tool wrote, until `text`.
+std::string readUntil(int terminal, const std::string& text) {
+    std::string seen;
+    char buffer[256];
+    pollfd ready{terminal, POLLIN, 0};
+    for (ssize_t got = 0; seen.find(text) == std::string::npos; seen.append(buffer, got)) {
+        if (::poll(&ready, 1, 10000) <= 0 || (got = ::read(terminal, buffer, sizeof buffer)) <= 0) {
+            break;
+        }
+    }
+    return seen;
+}
+
+} // namespace
+
 ToolResult runTool(const Arguments& arguments, const Environment& environment,
-                   const std::string& input) {
+                   const std::string& input, const Typed& typed) {
     const TemporaryDirectory capture;
     const std::string outPath = capture.file("out"), errPath = capture.file("err");
-    const pid_t child = ::fork();
+    int terminal = -1;
+    const pid_t child = typed.empty() ? ::fork() : ::forkpty(&terminal, nullptr, nullptr, nullptr);
     if (child < 0) {
         throw std::runtime_error("fork failed");
     }
     if (child == 0) {
-        ::setsid();
-        ::dup2(::open(input.c_str(), O_RDONLY), 0);
-        ::dup2(::open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), 1);
-        ::dup2(::open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), 2);
+        if (typed.empty()) {
+            ::setsid();
+            ::dup2(::open(input.c_str(), O_RDONLY), 0);
+            ::dup2(::open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), 1);
+            ::dup2(::open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), 2);
+        }
         for (const auto& [name, value] : environment) {
             ::setenv(name.c_str(), value.c_str(), 1);
         }
@@ -36,23 +58,32 @@ ToolResult runTool(const Arguments& arguments, const Environment& environment,
         ::execv(P15TOOL_PATH, argv.data());
         ::_exit(127);
     }
+    std::string screen;
+    for (const auto& [prompt, line] : typed) {
+        screen += readUntil(terminal, prompt);
+        const std::string entered = line + "\n";
+        EXPECT_EQ(::write(terminal, entered.data(), entered.size()), ssize_t(entered.size()));
+    }
+    if (terminal >= 0) {
+        screen += readUntil(terminal, "\x04"); // everything, until the tool closes the terminal
+        ::close(terminal);
+    }
     int status = 0;
     ::waitpid(child, &status, 0);
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), readFile(outPath),
-            readFile(errPath)};
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status),
+            typed.empty() ? readFile(outPath) : screen, readFile(errPath)};
 }
 
-TemporaryDirectory::TemporaryDirectory() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "p15tool-test-XXXXXX").string();
-    if (!::mkdtemp(pattern.data())) {
+TemporaryDirectory::TemporaryDirectory()
+    : path((std::filesystem::temp_directory_path() / "p15tool-test-XXXXXX").string()) {
+    if (!::mkdtemp(path.data())) {
         throw std::runtime_error("mkdtemp failed");
     }
-    path_ = pattern;
 }
 
 TemporaryDirectory::~TemporaryDirectory() {
     std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
+    std::filesystem::remove_all(path, ignored);
 }
 
 std::string readFile(const std::string& path) {
@@ -77,13 +108,6 @@ void writeFile(const std::string& path, const std::string& content) {
                                          << result.err;
 }
 
-::testing::AssertionResult contains(const std::string& text, const std::string& part) {
-    if (text.find(part) != std::string::npos) {
-        return ::testing::AssertionSuccess();
-    }
-    return ::testing::AssertionFailure() << "not in:\n" << text;
-}
-
 void expectEach(const std::vector<Expected>& rows,
                 const std::function<ToolResult(const Arguments&)>& run) {
     for (const auto& [arguments, code, says] : rows) {
@@ -100,12 +124,11 @@ void editCardFile(const std::string& image, std::uint16_t fid,
     vcard::CardImage::store(image, vcard::CardImage::serialise(state));
 }
 
-std::string CardFolder::openssl(const std::string& arguments) const {
-    const std::string command =
-        "cd " + directory.path() + " && openssl " + arguments + " > openssl.out 2>&1";
-    const int status = std::system(command.c_str());
-    const std::string out = readFile(directory.file("openssl.out"));
-    EXPECT_EQ(status, 0) << command << "\n" << out;
+std::string CardFolder::shell(const std::string& command) const {
+    const std::string line = "cd " + directory.path + " && (" + command + ") > shell.out 2>&1";
+    const int status = std::system(line.c_str());
+    const std::string out = readFile(directory.file("shell.out"));
+    EXPECT_EQ(status, 0) << line << "\n" << out;
     return out;
 }
 
@@ -113,18 +136,18 @@ vcard::Pin CardFolder::storedPin(std::uint8_t reference) const {
     return vcard::CardImage::load(image).pins.pins().at(reference);
 }
 
-ToolResult CardFolder::tool(Arguments arguments, const Environment& extra,
-                            const std::string& input) const {
+ToolResult CardFolder::tool(Arguments arguments, const Environment& extra, const std::string& input,
+                            const Typed& typed) const {
     arguments.insert(arguments.begin(), {"--card", image});
     Environment all = environment;
     all.insert(all.end(), extra.begin(), extra.end());
-    return runTool(arguments, all, input);
+    return runTool(arguments, all, input, typed);
 }
 
-ToolResult CardFolder::succeed(const Arguments& arguments, const Environment& extra,
-                               const std::string& input) const {
+ToolResult CardFolder::expect(const Arguments& arguments, int code, const std::string& says,
+                              const Environment& extra, const std::string& input) const {
     ToolResult result = tool(arguments, extra, input);
-    EXPECT_TRUE(exited(result, 0)) << ::testing::PrintToString(arguments);
+    EXPECT_TRUE(exited(result, code, says)) << ::testing::PrintToString(arguments);
     return result;
 }
 

@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -22,43 +23,38 @@ using Environment = std::vector<std::pair<std::string, std::string>>;
 
 struct ToolResult {
     int exitCode = -1;
-    std::string out;
-    std::string err;
+    std::string out, err;
     nlohmann::json json() const { return nlohmann::json::parse(out); }
 };
 
-/// The built p15tool in a session of its own (no terminal), stdin from `input`, `environment`
-/// added.
+/// Prompts and the lines typed at them.
+using Typed = std::vector<std::pair<std::string, std::string>>;
+
+/// The built p15tool in a session of its own, stdin from `input`; when lines are `typed`, on a
+/// pseudo-terminal, which `out` holds.
 ToolResult runTool(const Arguments& arguments, const Environment& environment = {},
-                   const std::string& input = "/dev/null");
+                   const std::string& input = "/dev/null", const Typed& typed = {});
 
 /// A fresh directory, removed with its content at the end of its scope.
-class TemporaryDirectory {
-public:
+struct TemporaryDirectory {
     TemporaryDirectory();
     ~TemporaryDirectory();
-    const std::string& path() const { return path_; }
-    std::string file(const std::string& name) const { return path_ + "/" + name; }
-
-private:
-    std::string path_;
+    std::string file(const std::string& name) const { return path + "/" + name; }
+    std::string path;
 };
 
 /// Whether `result` exited with `code`, stderr holding `says`: a failure in one line "p15tool: …".
 ::testing::AssertionResult exited(const ToolResult& result, int code, const std::string& says = "");
-::testing::AssertionResult contains(const std::string& text, const std::string& part);
+inline ::testing::AssertionResult contains(const std::string& text, const std::string& part) {
+    return ::testing::IsSubstring("part", "text", part, text);
+}
 
-/// A command of a table, its exit code and what its stderr holds.
-struct Expected {
-    Arguments arguments;
-    int code;
-    std::string says;
-};
-/// Runs the rows in order through `run`, each traced by its message and last argument.
+/// Rows of a command, its exit code and what its stderr holds, run in order through `run`.
+using Expected = std::tuple<Arguments, int, std::string>;
 void expectEach(const std::vector<Expected>& rows,
                 const std::function<ToolResult(const Arguments&)>& run);
 
-/// Lets `edit` change the application's file 3F00 5015 `fid` in the card image `image`.
+/// Lets `edit` change the file 3F00 5015 `fid` in the card image `image`.
 void editCardFile(const std::string& image, std::uint16_t fid,
                   const std::function<void(vcard::CardFile&)>& edit);
 
@@ -83,28 +79,30 @@ void writeFile(const std::string& path, const std::string& content);
 /// A folder for a card image, the PINs in the environment.
 class CardFolder : public ::testing::Test {
 protected:
-    /// p15tool on this folder's card image, `extra` added to the environment.
     ToolResult tool(Arguments arguments, const Environment& extra = {},
-                    const std::string& input = "/dev/null") const;
-    /// tool(), failing the test unless it succeeds.
+                    const std::string& input = "/dev/null", const Typed& typed = {}) const;
+    /// tool(), failing the test unless exited(…, code, says).
+    ToolResult expect(const Arguments& arguments, int code, const std::string& says = "",
+                      const Environment& extra = {}, const std::string& input = "/dev/null") const;
     ToolResult succeed(const Arguments& arguments, const Environment& extra = {},
-                       const std::string& input = "/dev/null") const;
-    /// expectEach() through tool().
+                       const std::string& input = "/dev/null") const {
+        return expect(arguments, 0, "", extra, input);
+    }
     void expectEach(const std::vector<Expected>& rows, const Environment& extra = {}) const;
-    /// init with the PINs of the environment, `changed` overriding them.
     ToolResult init(const Environment& changed = {}, Arguments extra = {}) const;
-    /// An openssl command line run in the folder: its output; a failure when it exits non-zero.
-    std::string openssl(const std::string& arguments) const;
+    /// A shell command's output in the folder; a failure when it exits non-zero.
+    std::string shell(const std::string& command) const;
+    std::string openssl(const std::string& arguments) const {
+        return shell("openssl " + arguments);
+    }
     std::string file(const std::string& name) const { return directory.file(name); }
     vcard::Pin storedPin(std::uint8_t reference) const;
 
     TemporaryDirectory directory;
     const std::string image = directory.file("card.json");
-    const Environment environment{{"USER_PIN", "2468"},
-                                  {"PUK", "13572468"},
-                                  {"SO_PIN", "97531"},
-                                  {"WRONG", "0000"},
-                                  {"NEW", "8642"}};
+    // clang-format off
+    const Environment environment{{"USER_PIN", "2468"}, {"PUK", "13572468"}, {"SO_PIN", "97531"}, {"WRONG", "0000"}, {"NEW", "8642"}};
+    // clang-format on
 };
 
 /// A card image freshly initialised, of the profile `profile()` names.
@@ -116,7 +114,7 @@ protected:
     virtual vcard::CardProfile profile() const { return vcard::CardProfile::Native; }
 };
 
-/// An InitialisedCard of the suite's parameter (p15test::bothProfiles).
+/// An InitialisedCard of the suite's profile.
 class ProfiledCard : public InitialisedCard,
                      public ::testing::WithParamInterface<vcard::CardProfile> {
 protected:

@@ -1,18 +1,14 @@
 #!/bin/sh
 # p15tool on the virtual card in pcscd's "Virtual PCD" reader (the pcscd_vcard fixture).
-#   card: readers lists the reader with its card, --reader without a name finds it, list and pin
-#         show its PINs (a wrong PIN refused, the right one verified), and a key generated through
-#         the reader signs what openssl verifies and deciphers what openssl enciphered. (The iso
-#         profile's commands: the ProfiledCard suites; the module through pcscd: pkcs11.shared.pcsc.)
-#   pin_race: p15tool's log-out at release against p15-pin-racer, a hostile PC/SC client that takes
-#         the card between any two of p15tool's transactions, while p15tool signs RUNS times:
-#         every signature is made, and the PIN is never verified once p15tool returns. p15tool
-#         waits up to 5 s for the card: on a loaded machine one of the racer's short transactions
-#         can outlast a single second.
+#   card: readers lists the reader with its card; --reader without a name finds it. (The PIN and
+#         keys through it: pin_race; card services: host_card_pcsc; the module: pkcs11.shared.pcsc.)
+#   pin_race: p15-pin-racer takes the card between any two of p15tool's transactions while p15tool
+#         signs RUNS times: every signature is made, and the PIN is never left verified. p15tool
+#         waits up to 5 s: on a loaded machine a racer's transaction can outlast a second.
 # Usage: pcsc-test.sh card|pin_race P15TOOL RACER RUNS; exit status 77 (skipped) without pcscd.
 set -u
 mode=$1 tool=$2
-export P15_TEST_PIN=123456 WRONG_PIN=999999 P15_TRANSACTION_TIMEOUT=5
+export P15_TEST_PIN=123456 P15_TRANSACTION_TIMEOUT=5
 label="pcsc $mode key $$"
 readers=$("$tool" --json readers)
 status=$?
@@ -53,21 +49,5 @@ echo "$readers" | grep -q '"cardPresent": true' || fail "no reader with a card i
 info=$("$tool" --reader --json info) || fail "info through PC/SC failed"
 echo "$info" | grep -q '"reader": "Virtual PCD' || fail "not the vpcd reader: $info"
 echo "$info" | grep -q '"aid": "A000000063504B43532D3135"' || fail "no PKCS#15 application in: $info"
-"$tool" --reader --json list | grep -q '"triesLeft": 3' || fail "list does not show the tries left"
-wrong=$("$tool" --reader pin verify --pin-env WRONG_PIN 2>&1) && fail "a wrong PIN verified"
-echo "$wrong" | grep -q "wrong User PIN" || fail "a wrong PIN said: $wrong"
-"$tool" --reader --json pin verify --pin-env P15_TEST_PIN | grep -q '"state": "verified"' ||
-    fail "the right PIN did not verify"
 
-keys() { "$tool" --reader "$@" --label "$label" --pin-env P15_TEST_PIN; }
-keys keygen --bits 1024 >/dev/null || fail "keygen through PC/SC failed"
-keys sign --in "$work/message" --out "$work/signature" || fail "sign through PC/SC failed"
-"$tool" --reader key export --label "$label" --out "$work/key.pem" || fail "export failed"
-openssl dgst -sha256 -verify "$work/key.pem" -signature "$work/signature" "$work/message" |
-    grep -q "Verified OK" || fail "openssl does not verify the card's signature"
-printf 'a secret' >"$work/secret"
-openssl pkeyutl -encrypt -pubin -inkey "$work/key.pem" -in "$work/secret" -out "$work/cipher" ||
-    fail "openssl could not encipher"
-[ "$(keys decrypt --in "$work/cipher")" = "a secret" ] || fail "decipher through PC/SC failed"
-keys key delete >/dev/null || fail "key delete through PC/SC failed"
-echo "card: p15tool reached the card through pcscd; signatures and secrets check"
+echo "card: p15tool reached the card through pcscd"
