@@ -112,7 +112,9 @@ TEST_P(InputOutput, PssAndOaepWorkOnlyOnTheCardThatPerformsThem) {
         flipBit("cryptogram");
         expect(decrypt, 3, "invalid cryptogram (Decipher: 6A80)");
         writeFile(file("secret"), std::string(longest + 1, 'L'));
-        expect(encrypt, 1, "enciphers at most " + std::to_string(longest) + " bytes");
+        expect(encrypt, 1,
+               "enciphers at most " + std::to_string(longest) +
+                   " bytes with this key; the input has " + std::to_string(longest + 1));
     }
 }
 

@@ -20,16 +20,21 @@ protected:
     nlohmann::json list() const { return succeed({"--json", "list"}).json(); }
 };
 
-// A consistent 1024-bit key (factors from 1.75 * 2^255) whose p is the product of two primes.
-void writeKeyWithCompositeP(const std::string& path) {
-    using CryptoPP::Integer;
-    CryptoPP::AutoSeededRandomPool random;
-    const Integer e(65537), top = Integer::Power2(255) * 7 / 4,
-                            q(random, top * top, top * top * 8 / 7, Integer::PRIME);
-    Integer p, d;
+using CryptoPP::Integer;
+
+// A prime of `bits` bits from 1.75 * 2^(bits-1): the product of two has all their bits.
+Integer prime(unsigned bits) {
+    static CryptoPP::AutoSeededRandomPool random;
+    const Integer low = Integer::Power2(bits - 1) * 7 / 4;
+    return Integer(random, low, Integer::Power2(bits) - 1, Integer::PRIME);
+}
+
+// A consistent key of the factors `factors` makes (p need not be prime, as a card never knows).
+template <class Factors> void writeKey(const std::string& path, Factors factors) {
+    const Integer e(65537);
+    Integer p, q, d;
     while (d.IsZero()) {
-        p = Integer(random, top, top * 8 / 7, Integer::PRIME) *
-            Integer(random, top, top * 8 / 7, Integer::PRIME);
+        std::tie(p, q) = factors();
         d = e.InverseMod(CryptoPP::LCM(p - 1, q - 1));
     }
     CryptoPP::RSA::PrivateKey key;
@@ -47,7 +52,8 @@ TEST_F(KeyCommands, AnImportedKeyExportsAsTheFilesPublicKey) {
     const std::string pem = readFile(file("rsa.pem"));
     writeFile(file("cut.pem"), pem.substr(0, pem.size() - 40));
     openssl("pkey -in rsa.pem -pubout -out public.pem");
-    writeKeyWithCompositeP(file("composite.der"));
+    writeKey(file("composite.der"), [] { return std::pair{prime(256) * prime(256), prime(512)}; });
+    writeKey(file("uneven.der"), [] { return std::pair{prime(520), prime(504)}; });
 
     for (const auto& [name, says] :
          {std::pair{"encrypted.pem", "holds an encrypted key; decrypt it first"},
@@ -55,7 +61,8 @@ TEST_F(KeyCommands, AnImportedKeyExportsAsTheFilesPublicKey) {
           {"public.pem", "holds no private key (PEM blocks: PUBLIC KEY)"},
           {"small.pem", "has 512 bits; the card takes 1024, 1536 or 2048"},
           {"cut.pem", "has no END line"},
-          {"composite.der", "composite.der is not a valid RSA key: p is not prime"}}) {
+          {"composite.der", "composite.der is not a valid RSA key: p is not prime"},
+          {"uneven.der", "uneven.der differ in size; the card takes keys whose primes are half"}}) {
         import(file(name), 1, says);
     }
     import(file("missing.pem"), 5, "missing.pem: No such file");
