@@ -1,8 +1,5 @@
-// The crypto engines as a host gets them from the plugin, on the virtual
-// card in-process: key pairs generated on the card, every signature
-// algorithm of the table signed by the card and verified in software,
-// software enciphering for the card to decipher, random bytes, and every
-// refusal of the plugin's factories, engines and repository, in its words.
+// The crypto engines as a host gets them from the plugin, on the in-process
+// virtual card, and every refusal of its factories, engines and repository.
 #include "PluginOnCard.hpp"
 #include "UnconnectedChannel.hpp"
 
@@ -34,10 +31,7 @@ protected:
         card_ = std::make_unique<e2e::PluginCard>();
         key1024_ = card_->generate(1024, "key 1024");
     }
-    static void TearDownTestSuite() {
-        key1024_ = {};
-        card_.reset();
-    }
+    static void TearDownTestSuite() { key1024_ = {}, card_.reset(); }
     // Key objects for the generator, not generated.
     static KeyPair newKeyPair(std::uint16_t privateBits, std::uint16_t publicBits,
                               const std::string& label) {
@@ -134,17 +128,14 @@ TEST_F(Engines, RandomBytesComeFromTheCard) {
 }
 
 // A card object the host made itself.
-class HostObject : public app::object::ICardObject {
-public:
+struct HostObject : app::object::ICardObject {
     ObjectClass getObjectClass() const override { return DataObject; }
     void setLabel(const std::string&) override {}
-    const boost::optional<std::string>& getLabel() const override { return label_; }
+    const boost::optional<std::string>& getLabel() const override { return label; }
     void setFlags(std::uint8_t) override {}
-    const boost::optional<std::uint8_t>& getFlags() const override { return flags_; }
-
-private:
-    boost::optional<std::string> label_;
-    boost::optional<std::uint8_t> flags_;
+    const boost::optional<std::uint8_t>& getFlags() const override { return flags; }
+    boost::optional<std::string> label;
+    boost::optional<std::uint8_t> flags;
 };
 
 // Each refusal is an application exception with its text, before any
@@ -172,69 +163,46 @@ TEST_F(Engines, EveryRefusalOfThePluginSaysWhyBeforeTheCardHearsOfIt) {
     const auto info = repository.getApplicationInfo(channel);
     const app::AccessControlRules none;
     const HostObject foreign;
+    const auto publicKeyOfNoSize = [&] {
+        repository.writeCardObject(channel, *factory.createPublicKey(IPublicKey::RsaPublicKey, {}));
+    };
+    // A token without a serial number: Samples.LoadWithTheAttributesTheirCardsGaveThem.
+    const auto newSerialNumber = [&] {
+        info->setSerialNumber(mw::ByteBuffer{0x01});
+        repository.writeCardObject(channel, *info);
+    };
+    const auto decipherer = application.getCipher(rsaEncryption);
+    // clang-format off
     const std::pair<const char*, std::function<void()>> refusals[] = {
-        {"failed to get signature algorithm implementation for oid",
-         [&] { application.getSignature("1.2.840.113549.1.1.10"); }},
-        {"failed to get signature algorithm implementation for oid",
-         [&] { application.getSignature("1.2.840.113549.1.1.10/1.3.14.3.2.26"); }},
-        {"unsupported signature algorithm",
-         [&] { application.getSignature("1.2.840.113549.1.1.99/2.16.840.1.101.3.4.2.1"); }},
-        {"failed to get cipher algorithm implementation for oid",
-         [&] { application.getCipher(sha256WithRsa); }},
-        {"failed to get cipher algorithm implementation for oid",
-         [&] { application.getCipher("1.2.840.113549.1.1.7/2.16.840.1.101.3.4.2.2"); }},
-        {"KeyPairGenerator for given oid not supported",
-         [&] { application.getKeyPairGenerator("1.2.840.113549.1.1.5"); }},
-        {"getMessageDigest not supported",
-         [&] { application.getMessageDigest("2.16.840.1.101.3.4.2.1"); }},
-        {"failed to cast from IKey to P15RsaPrivateKey",
-         [&] { signature->init(channel, ISignature::Sign, *key1024_.publicKey); }},
-        {"failed to cast from IKey to P15RsaPublicKey",
-         [&] { signature->init(channel, ISignature::Verify, *key1024_.privateKey); }},
-        {"modulus and public exponent must not be empty",
-         [&] { signature->init(channel, ISignature::Verify, *unmade.publicKey); }},
-        {"the key's usage does not allow signing",
-         [&] {
-             signature->init(channel, ISignature::Sign,
-                             *withUsage(IKey::Decrypt | IKey::Unwrap | IKey::SignRecover));
-         }},
-        {"the key's usage does not allow deciphering",
-         [&] {
-             application.getCipher(rsaEncryption)
-                 ->init(channel, ICipher::Decipher,
-                        *withUsage(IKey::NonRepudiation | IKey::Unwrap));
-         }},
+        {"failed to get signature algorithm implementation for oid", [&] { application.getSignature("1.2.840.113549.1.1.10"); }},
+        {"failed to get signature algorithm implementation for oid", [&] { application.getSignature("1.2.840.113549.1.1.10/1.3.14.3.2.26"); }},
+        {"unsupported signature algorithm", [&] { application.getSignature("1.2.840.113549.1.1.99/2.16.840.1.101.3.4.2.1"); }},
+        {"failed to get cipher algorithm implementation for oid", [&] { application.getCipher(sha256WithRsa); }},
+        {"failed to get cipher algorithm implementation for oid", [&] { application.getCipher("1.2.840.113549.1.1.7/2.16.840.1.101.3.4.2.2"); }},
+        {"KeyPairGenerator for given oid not supported", [&] { application.getKeyPairGenerator("1.2.840.113549.1.1.5"); }},
+        {"getMessageDigest not supported", [&] { application.getMessageDigest("2.16.840.1.101.3.4.2.1"); }},
+        {"failed to cast from IKey to P15RsaPrivateKey", [&] { signature->init(channel, ISignature::Sign, *key1024_.publicKey); }},
+        {"failed to cast from IKey to P15RsaPublicKey", [&] { signature->init(channel, ISignature::Verify, *key1024_.privateKey); }},
+        {"modulus and public exponent must not be empty", [&] { signature->init(channel, ISignature::Verify, *unmade.publicKey); }},
+        {"the key's usage does not allow signing", [&] { signature->init(channel, ISignature::Sign, *withUsage(IKey::Decrypt | IKey::Unwrap | IKey::SignRecover)); }},
+        {"the key's usage does not allow deciphering", [&] { decipherer->init(channel, ICipher::Decipher, *withUsage(IKey::NonRepudiation | IKey::Unwrap)); }},
         {"private key modulus sizes must be specified", [&] { generate(0, 0); }},
         {"public key modulus sizes must be specified", [&] { generate(1024, 0); }},
         {"modulus sizes of keys must be equal", [&] { generate(2048, 1024); }},
         {"read pin not supported", [&] { repository.readCardObject(channel, *user); }},
         {"remove pin not supported", [&] { repository.deleteCardObject(channel, *user); }},
-        {"failed to cast to AbstractP15Object",
-         [&] { repository.writeCardObject(channel, foreign); }},
+        {"failed to cast to AbstractP15Object", [&] { repository.writeCardObject(channel, foreign); }},
         {"getSecretKeys not supported", [&] { repository.getSecretKeys(channel); }},
-        {"modulus length not set",
-         [&] {
-             repository.writeCardObject(channel,
-                                        *factory.createPublicKey(IPublicKey::RsaPublicKey, {}));
-         }},
-        {"the serial number of a token cannot be changed",
-         [&] {
-             // A token without one: Samples.LoadWithTheAttributesTheirCardsGaveThem.
-             info->setSerialNumber(mw::ByteBuffer{0x01});
-             repository.writeCardObject(channel, *info);
-         }},
-        {"unsupported key type",
-         [&] { factory.createPrivateKey(IPrivateKey::EcPrivateKey, none); }},
-        {"access control rules are required but not set",
-         [&] { factory.createPrivateKey(IPrivateKey::RsaPrivateKey, none); }},
+        {"modulus length not set", publicKeyOfNoSize},
+        {"the serial number of a token cannot be changed", newSerialNumber},
+        {"unsupported key type", [&] { factory.createPrivateKey(IPrivateKey::EcPrivateKey, none); }},
+        {"access control rules are required but not set", [&] { factory.createPrivateKey(IPrivateKey::RsaPrivateKey, none); }},
         {"unsupported key type", [&] { factory.createPublicKey(IPublicKey::EcPublicKey, none); }},
-        {"unsupported cert type",
-         [&] { factory.createCertificate(ICertificate::AttributeCertificate, none); }},
-        {"unsupported do type",
-         [&] { factory.createDataObject(IDataObject::OidDataObject, none); }},
-        {"creation of secret keys not supported",
-         [&] { factory.createSecretKey(ISecretKey::GenericSecretKey, none); }},
+        {"unsupported cert type", [&] { factory.createCertificate(ICertificate::AttributeCertificate, none); }},
+        {"unsupported do type", [&] { factory.createDataObject(IDataObject::OidDataObject, none); }},
+        {"creation of secret keys not supported", [&] { factory.createSecretKey(ISecretKey::GenericSecretKey, none); }},
     };
+    // clang-format on
     for (const auto& [text, call] : refusals) {
         EXPECT_EQ(card_->commandsOf([&] { EXPECT_EQ(p15test::appError(call).first, text); }), 0u)
             << text;

@@ -7,7 +7,7 @@
 #include "PluginOnCard.hpp"
 
 #include "app/object/IApplicationInfo.hpp"
-#include "app/object/IX509Certificate.hpp"
+#include "app/object/ICertificate.hpp"
 #include "app/pkcs15/oss/Codec.hpp"
 
 #include <tuple>
@@ -16,11 +16,8 @@
 namespace {
 
 using app::object::ICardObject;
-using app::object::ICertificate;
 using app::object::IDataObject;
 using app::object::IPrivateRSAKey;
-using app::object::IPublicRSAKey;
-using app::object::IX509Certificate;
 using mw::ByteBuffer;
 using support::certificateFile;
 using support::RsaKeyMaterial;
@@ -31,11 +28,7 @@ const ByteBuffer firstCertificateFile{0x0D, 0x01}; // the first for objects with
 const ByteBuffer firstDataFile{0xDF, 0x02, 0x0D, 0x81};
 
 // `entry` twice, as a directory file naming one file from two entries.
-ByteBuffer twice(const ByteBuffer& entry) {
-    ByteBuffer both(entry);
-    both.append(entry);
-    return both;
-}
+const auto twice = [](ByteBuffer entry) { return entry.append(ByteBuffer(entry)), entry; };
 
 // An entry the application keeps but does not list (an EC key, an attribute
 // certificate) of `length` bytes of content.
@@ -54,14 +47,12 @@ protected:
     void write(const ICardObject& object) const { repository->writeCardObject(*channel, object); }
     void read(ICardObject& object) const { repository->readCardObject(*channel, object); }
     void remove(const ICardObject& object) const { repository->deleteCardObject(*channel, object); }
-};
 
-class ValueObjectsOnTheCard : public OnTheCard {
-protected:
     // A certificate of `file` whose value needs the user PIN, not on the card yet.
-    boost::shared_ptr<IX509Certificate> newCertificate(const char* file = "small.der") const {
-        const auto made = boost::dynamic_pointer_cast<IX509Certificate>(
-            factory->createCertificate(ICertificate::X509Certificate, support::userPinRules()));
+    boost::shared_ptr<app::object::ICertificate>
+    newCertificate(const char* file = "small.der") const {
+        const auto made = factory->createCertificate(app::object::ICertificate::X509Certificate,
+                                                     support::userPinRules());
         made->setValue(certificateFile(file));
         return made;
     }
@@ -70,14 +61,19 @@ protected:
         made->setValue(value);
         return made;
     }
-    boost::shared_ptr<IX509Certificate> certificateAt(std::size_t index) const {
-        return boost::dynamic_pointer_cast<IX509Certificate>(
-            repository->getCertificates(*channel).at(index));
-    }
     boost::shared_ptr<IDataObject> dataObjectAt(std::size_t index) const {
         return repository->getDataObjects(*channel).at(index);
     }
+    boost::shared_ptr<IPrivateRSAKey> newPrivateKey(const RsaKeyMaterial& key) const {
+        return support::newKeyPair(*factory, "k", key).privateKey;
+    }
+    boost::shared_ptr<IPrivateRSAKey> privateKey(std::size_t index) const {
+        return boost::dynamic_pointer_cast<IPrivateRSAKey>(
+            repository->getPrivateKeys(*channel).at(index));
+    }
 };
+using ValueObjectsOnTheCard = OnTheCard;
+using KeysOnTheCard = OnTheCard;
 
 // Values up to 65535 bytes are taken, whole, with the entry's names; a
 // larger one is refused before the card hears of it.
@@ -159,7 +155,7 @@ TEST_F(ValueObjectsOnTheCard, AFileARemovalLeftUnlistedIsTakenOverByTheNextWrite
 
     write(*newCertificate());
     reopen();
-    const auto listed = certificateAt(0);
+    const auto listed = repository->getCertificates(*channel).at(0);
     read(*listed);
     EXPECT_EQ(listed->getValue(), certificateFile("small.der"));
     EXPECT_EQ(readFile(firstCertificateFile), certificateFile("small.der"));
@@ -209,18 +205,6 @@ TEST_F(ValueObjectsOnTheCard, AValueFileTwoEntriesNameGoesWithTheLastOfThem) {
         EXPECT_EQ(exists(firstDataFile), !last);
     }
 }
-
-class KeysOnTheCard : public OnTheCard {
-protected:
-    boost::shared_ptr<IPrivateRSAKey> newPrivateKey(const RsaKeyMaterial& key,
-                                                    const std::string& label) const {
-        return support::newKeyPair(*factory, label, key).privateKey;
-    }
-    boost::shared_ptr<IPrivateRSAKey> privateKey(std::size_t index) const {
-        return boost::dynamic_pointer_cast<IPrivateRSAKey>(
-            repository->getPrivateKeys(*channel).at(index));
-    }
-};
 
 // Imported keys take the first free id of their size's range in turn, and
 // a public key joins its private key (read back: KeyCommands.
@@ -279,7 +263,7 @@ TEST_F(KeysOnTheCard, ARefusedWriteLeavesTheCardAsItWas) {
     reopen();
     EXPECT_TRUE(repository->getPrivateKeys(*channel).empty()) << "EC keys are not listed";
     auto before = snapshot();
-    EXPECT_APP_TEXT(write(*newPrivateKey(material, "k")), "EF(PrKDF) out of memory");
+    EXPECT_APP_TEXT(write(*newPrivateKey(material)), "EF(PrKDF) out of memory");
     EXPECT_TRUE(snapshot() == before);
 
     // The card refuses the key itself: its CRT values do not belong together.
@@ -288,20 +272,20 @@ TEST_F(KeysOnTheCard, ARefusedWriteLeavesTheCardAsItWas) {
     before = snapshot();
     RsaKeyMaterial broken = material;
     broken.dq.data()[broken.dq.size() - 1] ^= 0x01;
-    EXPECT_CARD_ERROR(write(*newPrivateKey(broken, "k")), "Put Data", 0x6A80);
+    EXPECT_CARD_ERROR(write(*newPrivateKey(broken)), "Put Data", 0x6A80);
     EXPECT_TRUE(snapshot() == before) << "no entry and no container left behind";
 
     // Without the PIN the card refuses to create the key's container.
     support::pinAt(*repository, *channel)->deauthenticate(*channel);
     reopen();
-    EXPECT_CARD_ERROR(write(*newPrivateKey(material, "k")), "Create File", 0x6982);
+    EXPECT_CARD_ERROR(write(*newPrivateKey(material)), "Create File", 0x6982);
     EXPECT_TRUE(snapshot() == before);
 }
 
 // A key file that a second entry still names stays when the first entry
 // goes, and goes with the last; an entry whose files are gone deletes whole.
 TEST_F(KeysOnTheCard, AKeyFileAnotherEntryNamesStaysUntilTheLastEntryGoes) {
-    write(*newPrivateKey(support::rsaKey(), "shared"));
+    write(*newPrivateKey(support::rsaKey()));
     const ByteBuffer prkdf = readFile(prkdfId);
     put(prkdfId, twice(firstEntry(prkdf)));
     for (const bool last : {false, true}) {
