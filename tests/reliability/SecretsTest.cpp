@@ -1,10 +1,7 @@
-// A PIN changed and verified, or a private key imported, through the whole
-// stack (application, card layer, transport, virtual card, its image file)
-// leaves no copy of itself in memory given back to the runtime: not as typed,
-// not padded, not as the hexadecimal text of the card image, not in the big
-// integers the key's modulus is computed with. Neither do a key file's text
-// as the tool reads it, nor a plaintext the card deciphers, on its way back
-// and into the file the tool writes. This binary replaces free() to look.
+// Secrets through the whole stack (application, card layer, transport,
+// virtual card, its image file) leave no copy in memory given back to the
+// runtime: PINs, imported keys, a key file the tool reads, a plaintext the
+// card deciphers and the tool writes. This binary replaces free() to look.
 #include "AppOnCard.hpp"
 #include "FreeHook.hpp"
 
@@ -19,10 +16,8 @@
 #include <cryptopp/osrng.h>
 #include <cryptopp/rsa.h>
 #include <filesystem>
-#include <functional>
 #include <gtest/gtest.h>
 #include <unistd.h>
-#include <vector>
 
 namespace {
 
@@ -102,28 +97,27 @@ TEST(KeySecrets, NoReleasedBlockHoldsTheContentOfAKeyFileTheToolReads) {
 TEST(PlaintextSecrets, NoReleasedBlockHoldsWhatTheCardDecipheredNorWhatWasWrittenOfIt) {
     using app::crypto::ICipher;
     const std::string wanted = "the 32 bytes of a session key :)";
-    const mw::ByteBuffer secret = support::ascii(wanted);
-    support::AppOnCard card(support::cardWithKeyImage());
+    const support::AppOnCard card(support::cardWithKeyImage());
+    const card::IChannel& channel = *card.channel;
     const auto application = card.open();
     card.verifyUserPin(*application);
-    const auto publicKey = application->getPublicKeys(*card.channel).at(0);
-    application->readCardObject(*card.channel, *publicKey);
+    const auto publicKey = application->getPublicKeys(channel).at(0);
+    application->readCardObject(channel, *publicKey);
     const auto cipher = application->getCipher("1.2.840.113549.1.1.1");
-    cipher->init(*card.channel, ICipher::Encipher, *publicKey);
-    const mw::ByteBuffer cryptogram = cipher->encipher(*card.channel, secret);
+    cipher->init(channel, ICipher::Encipher, *publicKey);
+    const mw::ByteBuffer cryptogram = cipher->encipher(channel, support::ascii(wanted));
     freehook::lookFor(wanted);
-    cipher->init(*card.channel, ICipher::Decipher,
-                 *application->getPrivateKeys(*card.channel).at(0));
-    const mw::ByteBuffer plaintext = cipher->decipher(*card.channel, cryptogram);
+    cipher->init(channel, ICipher::Decipher, *application->getPrivateKeys(channel).at(0));
+    const mw::ByteBuffer plaintext = cipher->decipher(channel, cryptogram);
     const std::size_t deciphering = freehook::blocksFreedHoldingSecret();
     const std::string path = temporaryFile("p15-plaintext-");
     p15tool::writeOutput(path, plaintext, true, p15tool::Exposure::secret);
     const std::size_t writing = freehook::blocksFreedHoldingSecret() - deciphering;
     freehook::lookFor("");
-    EXPECT_EQ(plaintext, secret);
+    std::filesystem::remove(path);
+    EXPECT_EQ(plaintext, support::ascii(wanted));
     EXPECT_EQ(deciphering, 0u) << "through the virtual card, the card layer and the plugin";
     EXPECT_EQ(writing, 0u) << "into the file";
-    std::filesystem::remove(path);
 }
 
 } // namespace

@@ -162,77 +162,42 @@ struct Operation {
 
 using support::ascii;
 const auto verify = [](On on) { on.verify(); };
-const auto withCertificate = [](On on) {
-    on.verify();
-    on.writeCertificate();
+const auto withCertificate = [](On on) { on.verify(), on.writeCertificate(); };
+const auto relabel = [](On on, const boost::shared_ptr<app::object::ICardObject>& object,
+                        const char* label) {
+    object->setLabel(label);
+    on.app.writeCardObject(on.ch(), *object);
 };
+// clang-format off
 const Operation operations[] = {
-    {"change PIN", std::nullopt, ".. .. .. .. ..", nullptr,
-     [](On on) { on.pin()->change(on.ch(), ascii(support::userPin), ascii("654321")); }},
-    {"unblock PIN", std::nullopt, "..",
-     [](On on) {
-         EXPECT_THROW(on.pin()->authenticate(on.ch(), ascii("000000")), card::CardException);
-     },
+    {"change PIN", std::nullopt, ".. .. .. .. ..", nullptr, [](On on) { on.pin()->change(on.ch(), ascii(support::userPin), ascii("654321")); }},
+    {"unblock PIN", std::nullopt, "..", [](On on) { EXPECT_THROW(on.pin()->authenticate(on.ch(), ascii("000000")), card::CardException); },
      [](On on) { on.pin()->unblock(on.ch(), ascii(support::puk)); }},
     {"relabel key", Damage{"3F00/5015/4400", "private keys", {}}, ".. .. .D", verify,
-     [](On on) {
-         const auto key = on.app.getPrivateKeys(on.ch()).at(0);
-         key->setLabel("A label longer than the one before");
-         on.app.writeCardObject(on.ch(), *key);
-     }},
-    {"import key pair", std::nullopt, ".. .. .. .. .. .. .. .. .. .. .. .. FF FF .. .. .. .. .. ..",
-     verify, [](On on) { support::importKeyPair(on.app, on.ch(), "Second key"); }},
-    {"generate key pair",
-     Damage{nullptr,
-            "private keys, public keys",
-            {"card exception: Select: 6A82", "card exception: Generate Asymmetric Key Pair"}},
-     ".. .. .. .. .. .. .. .. .. .. .. .. .. AA AA AA AA BB BB", verify,
-     [](On on) {
+     [](On on) { relabel(on, on.app.getPrivateKeys(on.ch()).at(0), "A label longer than the one before"); }},
+    {"import key pair", std::nullopt, ".. .. .. .. .. .. .. .. .. .. .. .. FF FF .. .. .. .. .. ..", verify, [](On on) { support::importKeyPair(on.app, on.ch(), "Second key"); }},
+    {"generate key pair", Damage{nullptr, "private keys, public keys", {"card exception: Select: 6A82", "card exception: Generate Asymmetric Key Pair"}},
+     ".. .. .. .. .. .. .. .. .. .. .. .. .. AA AA AA AA BB BB", verify, [](On on) {
          const support::RsaKeyPair pair = support::newKeyPair(on.app, "Generated", 1024, 1024);
-         on.app.getKeyPairGenerator("1.2.840.113549.1.1.1")
-             ->generate(on.ch(), pair.privateKey, pair.publicKey);
-     }},
-    {"delete key", std::nullopt, ".. .. .. .. .. ..", verify,
-     [](On on) { on.app.deleteCardObject(on.ch(), *on.app.getPrivateKeys(on.ch()).at(0)); }},
+         on.app.getKeyPairGenerator("1.2.840.113549.1.1.1")->generate(on.ch(), pair.privateKey, pair.publicKey); }},
+    {"delete key", std::nullopt, ".. .. .. .. .. ..", verify, [](On on) { on.app.deleteCardObject(on.ch(), *on.app.getPrivateKeys(on.ch()).at(0)); }},
     // Each kind listed: no cut leaves an entry whose object is gone.
-    {"wipe", std::nullopt, ".. .. .. .. .. .. .. .. .. .. .. .. .. ..",
-     [](On on) {
-         withCertificate(on);
-         on.writeDataObject();
-     },
-     [](On on) { on.app.wipe(on.ch()); }},
-    {"write certificate", Damage{nullptr, "certificates", valueMissing},
-     ".. .. .. .. .. .. .. .. .. .. .. AA AA FF", verify, [](On on) { on.writeCertificate(); }},
-    {"replace certificate", Damage{"3F00/5015/4404", "certificates", valueMissingOrOld},
-     ".. .. .. .. AA AA AA BB FF", withCertificate,
-     [](On on) {
+    {"wipe", std::nullopt, ".. .. .. .. .. .. .. .. .. .. .. .. .. ..", [](On on) { withCertificate(on), on.writeDataObject(); }, [](On on) { on.app.wipe(on.ch()); }},
+    {"write certificate", Damage{nullptr, "certificates", valueMissing}, ".. .. .. .. .. .. .. .. .. .. .. AA AA FF", verify, [](On on) { on.writeCertificate(); }},
+    {"replace certificate", Damage{"3F00/5015/4404", "certificates", valueMissingOrOld}, ".. .. .. .. AA AA AA BB FF", withCertificate, [](On on) {
          const auto listed = on.app.getCertificates(on.ch()).at(0);
          listed->setValue(support::certificateFile("large.der"));
-         on.app.writeCardObject(on.ch(), *listed);
-     }},
-    {"delete certificate", std::nullopt, ".. .. .. ..", withCertificate,
-     [](On on) { on.app.deleteCardObject(on.ch(), *on.app.getCertificates(on.ch()).at(0)); }},
-    {"write data object", Damage{nullptr, "data objects", valueMissing},
-     ".. .. .. .. .. .. .. .. .. .. .. AA AA FF", verify, [](On on) { on.writeDataObject(); }},
-    {"replace data object", Damage{"3F00/5015/4407", "data objects", valueMissingOrOld},
-     ".. .D AA AA BB FF",
-     [](On on) {
-         on.verify();
-         on.writeDataObject();
-     },
-     [](On on) {
+         on.app.writeCardObject(on.ch(), *listed); }},
+    {"delete certificate", std::nullopt, ".. .. .. ..", withCertificate, [](On on) { on.app.deleteCardObject(on.ch(), *on.app.getCertificates(on.ch()).at(0)); }},
+    {"write data object", Damage{nullptr, "data objects", valueMissing}, ".. .. .. .. .. .. .. .. .. .. .. AA AA FF", verify, [](On on) { on.writeDataObject(); }},
+    {"replace data object", Damage{"3F00/5015/4407", "data objects", valueMissingOrOld}, ".. .D AA AA BB FF", [](On on) { on.verify(), on.writeDataObject(); }, [](On on) {
          const auto listed = on.app.getDataObjects(on.ch()).at(0);
-         listed->setLabel("Replaced data");
          listed->setValue(mw::ByteBuffer(std::vector<unsigned char>(200, 0x5A)));
-         on.app.writeCardObject(on.ch(), *listed);
-     }},
+         relabel(on, listed, "Replaced data"); }},
     {"token label", Damage{"3F00/5015/5032", "token info", {}}, ".. .. .D", verify,
-     [](On on) {
-         const auto info = on.app.getApplicationInfo(on.ch());
-         info->setLabel("A token label longer than the one before");
-         on.app.writeCardObject(on.ch(), *info);
-     }},
+     [](On on) { relabel(on, on.app.getApplicationInfo(on.ch()), "A token label longer than the one before"); }},
 };
+// clang-format on
 
 // The card just before the operation's first command; the operation's
 // commands are counted from here.

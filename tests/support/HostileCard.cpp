@@ -31,18 +31,9 @@ constexpr std::uint16_t notableStatusWords[] = {
     0x63C1, 0x63CF, 0x6581, 0x6700, 0x6982, 0x6983, 0x6984, 0x6985, 0x6A80, 0x6A82, 0x6A84,
     0x6A86, 0x6A88, 0x6B00, 0x6D00, 0x6E00, 0x6F00, 0x9100, 0x0000, 0xFFFF};
 
-enum class Spoil {
-    Truncate,
-    StatusWordOnly,
-    OtherStatusWord,
-    RandomAnswer,
-    Oversized,
-    FlipBit,
-    NoAnswer,
-    ExtraData,
-    MoreDataWaiting,
-    Count
-};
+// clang-format off
+enum class Spoil { Truncate, StatusWordOnly, OtherStatusWord, RandomAnswer, Oversized, FlipBit, NoAnswer, ExtraData, MoreDataWaiting, Count };
+// clang-format on
 
 void appendStatusWord(std::vector<unsigned char>& answer, std::uint16_t sw) {
     answer.push_back(static_cast<unsigned char>(sw >> 8));
@@ -193,49 +184,30 @@ private:
         }
         const std::size_t size = answer.size();
         const std::size_t dataSize = size < 2 ? 0 : size - 2;
+        Answer extra;
+        // clang-format off
         switch (static_cast<Spoil>(choices_.below(static_cast<std::uint32_t>(Spoil::Count)))) {
-        case Spoil::Truncate:
-            answer.resize(choices_.below(static_cast<std::uint32_t>(size)));
-            break;
-        case Spoil::StatusWordOnly:
-            answer.clear();
-            appendStatusWord(answer, statusWord());
-            break;
-        case Spoil::OtherStatusWord:
-            answer.resize(dataSize);
-            appendStatusWord(answer, statusWord());
-            break;
-        case Spoil::RandomAnswer:
-            answer.clear();
-            appendRandom(answer, choices_.below(600));
-            break;
+        case Spoil::Truncate: answer.resize(choices_.below(static_cast<std::uint32_t>(size))); break;
+        case Spoil::StatusWordOnly: answer.clear(), appendStatusWord(answer, statusWord()); break;
+        case Spoil::OtherStatusWord: answer.resize(dataSize), appendStatusWord(answer, statusWord()); break;
+        case Spoil::RandomAnswer: answer.clear(), appendRandom(answer, choices_.below(600)); break;
         case Spoil::Oversized:
-            answer.resize(dataSize);
-            appendRandom(answer, 0x10000 + choices_.below(0x100));
-            appendStatusWord(answer, 0x9000);
+            answer.resize(dataSize), appendRandom(answer, 0x10000 + choices_.below(0x100)), appendStatusWord(answer, 0x9000);
             break;
         case Spoil::FlipBit:
             if (dataSize > 0) {
-                answer[choices_.below(static_cast<std::uint32_t>(dataSize))] ^=
-                    static_cast<unsigned char>(1u << choices_.below(8));
+                answer[choices_.below(static_cast<std::uint32_t>(dataSize))] ^= static_cast<unsigned char>(1u << choices_.below(8));
             }
             break;
-        case Spoil::NoAnswer:
-            return nullptr;
-        case Spoil::ExtraData: {
-            Answer extra;
+        case Spoil::NoAnswer: return nullptr;
+        case Spoil::ExtraData:
             appendRandom(extra, 1 + choices_.below(300));
-            answer.insert(answer.begin() + static_cast<std::ptrdiff_t>(dataSize), extra.begin(),
-                          extra.end());
+            answer.insert(answer.begin() + static_cast<std::ptrdiff_t>(dataSize), extra.begin(), extra.end());
             break;
+        case Spoil::MoreDataWaiting: answer.resize(dataSize), appendStatusWord(answer, static_cast<std::uint16_t>(0x6100 | choices_.below(256))); break;
+        case Spoil::Count: break;
         }
-        case Spoil::MoreDataWaiting:
-            answer.resize(dataSize);
-            appendStatusWord(answer, static_cast<std::uint16_t>(0x6100 | choices_.below(256)));
-            break;
-        case Spoil::Count:
-            break;
-        }
+        // clang-format on
         return boost::make_shared<mw::ByteBuffer>(answer);
     }
     void appendRandom(Answer& out, std::size_t count) const {
@@ -292,8 +264,8 @@ void readEverything(const app::pkcs15::P15Application& application, const card::
 
 std::uint32_t InputChoices::below(std::uint32_t bound) {
     std::uint32_t value = 0;
-    for (std::uint64_t range = 1; range < bound && position_ < size_; range <<= 8) {
-        value = value << 8 | data_[position_++];
+    for (std::uint64_t range = 1; range < bound && position < size; range <<= 8) {
+        value = value << 8 | data[position++];
     }
     return bound == 0 ? 0 : value % bound;
 }

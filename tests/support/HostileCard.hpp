@@ -34,31 +34,24 @@ public:
     virtual std::uint32_t below(std::uint32_t bound) = 0;
 };
 
-class SeededChoices : public Choices {
-public:
+struct SeededChoices : Choices {
     explicit SeededChoices(std::uint64_t seed)
-        : engine_(seed) {}
+        : engine(seed) {}
     std::uint32_t below(std::uint32_t bound) override {
-        return bound == 0 ? 0 : static_cast<std::uint32_t>(engine_() % bound);
+        return bound == 0 ? 0 : static_cast<std::uint32_t>(engine() % bound);
     }
-
-private:
-    std::mt19937_64 engine_;
+    std::mt19937_64 engine;
 };
 
 // Reads the decisions from a fuzzer's input; once it is used up, every
 // answer is honest.
-class InputChoices : public Choices {
-public:
+struct InputChoices : Choices {
     InputChoices(const std::uint8_t* data, std::size_t size)
-        : data_(data)
-        , size_(size) {}
+        : data(data)
+        , size(size) {}
     std::uint32_t below(std::uint32_t bound) override;
-
-private:
-    const std::uint8_t* data_;
-    std::size_t size_;
-    std::size_t position_ = 0;
+    const std::uint8_t* data;
+    std::size_t size, position = 0;
 };
 
 // What one case did: the commands sent and the message of every operation
