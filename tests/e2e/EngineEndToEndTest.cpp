@@ -8,15 +8,12 @@
 #include "mw/Hex.hpp"
 
 #include <memory>
-#include <tuple>
 
 namespace {
 
 using app::crypto::ICipher;
 using app::crypto::ISignature;
 using app::object::IKey;
-using app::object::IPrivateRSAKey;
-using app::object::IPublicRSAKey;
 using e2e::rsaEncryption;
 using e2e::sha256WithRsa;
 using KeyPair = support::RsaKeyPair;
@@ -42,33 +39,8 @@ protected:
     static inline KeyPair key1024_;
 };
 
-// A 1536-bit pair takes the first key id of its range (a 1024-bit one, the
-// first of its own), lists, and signs.
-TEST_F(Engines, AKeyPairIsGeneratedIntoTheFirstReferenceOfItsSize) {
-    const KeyPair key1536 = card_->generate(1536, "key 1536");
-    card_->reopen();
-    const auto privateKeys = card_->repository->getPrivateKeys(*card_->channel);
-    const auto publicKeys = card_->repository->getPublicKeys(*card_->channel);
-    using Listed = std::tuple<unsigned, int, int, mw::ByteBuffer, mw::ByteBuffer>;
-    std::vector<Listed> listed;
-    for (std::size_t i = 0; i < privateKeys.size(); ++i) {
-        const auto key = boost::dynamic_pointer_cast<IPrivateRSAKey>(privateKeys[i]);
-        const auto pub = boost::dynamic_pointer_cast<IPublicRSAKey>(publicKeys.at(i));
-        listed.emplace_back(key->getModulusLength(), key->getKeyReference().keyReference,
-                            pub->getKeyReference().keyReference, key->getKeyValueReference(),
-                            pub->getKeyValueReference());
-    }
-    EXPECT_EQ(listed, (std::vector<Listed>{{1024, 0x81, 0x81, {0x0E, 0x01}, {0x0F, 0x01}},
-                                           {1536, 0x87, 0x87, {0x0E, 0x07}, {0x0F, 0x07}}}));
-    EXPECT_EQ(key1536.publicKey->getPublicExponent(), (mw::ByteBuffer{0x01, 0x00, 0x01}));
-    const mw::ByteBuffer data = bytesOf("signed with the 1536-bit key");
-    EXPECT_TRUE(
-        card_->verify(sha256WithRsa, key1536, data, card_->sign(sha256WithRsa, key1536, data)));
-}
-
-// Every row of the algorithm table: the card signs what the engine hashed
-// and wrapped, the software verifies; one flipped bit in the signature or
-// the data fails.
+// The card signs what the engine hashed and wrapped; one flipped bit in the
+// signature or the data fails.
 using EveryAlgorithm = Engines;
 TEST_F(EveryAlgorithm, TheCardSignsAndTheSoftwareVerifies) {
     for (const std::string oid :
@@ -202,9 +174,7 @@ TEST_F(Engines, EveryRefusalOfThePluginSaysWhyBeforeTheCardHearsOfIt) {
     }
 }
 
-// A generation the card refuses: the card's status word reaches the host
-// unchanged, and the entries written before the refusal stay, naming
-// references in use.
+// The card's status word reaches the host; the entries stay, naming references in use.
 TEST_F(Engines, ARefusedGenerationIsReportedAndKeepsWhatWasWritten) {
     vcard::Instrumentation& card = card_->virtualCard->instrumentation();
     const mw::ByteBuffer prkdf = card_->readFile({0x44, 0x00});

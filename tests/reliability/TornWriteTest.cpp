@@ -10,9 +10,9 @@
 #include "HostileCard.hpp"
 
 #include "app/crypto/IKeyPairGenerator.hpp"
+#include "app/object/ICertificate.hpp"
 #include "app/object/IDataObject.hpp"
 #include "app/object/IPin.hpp"
-#include "app/object/IX509Certificate.hpp"
 #include "app/pkcs15/fs/EntryLayout.hpp"
 #include "card/CardException.hpp"
 #include "host/ErrorMessage.hpp"
@@ -35,9 +35,8 @@ using Snapshot = std::map<std::string, std::string>;
 using Fault = vcard::Instrumentation::Fault;
 using Card = support::AppOnCard;
 
-// The directory files of the personalised card: ODF, TokenInfo, PrKDF,
-// PuKDF, CDF, DODF, AODF. Their entries are compared one by one, wherever
-// they moved.
+// ODF, TokenInfo, PrKDF, PuKDF, CDF, DODF, AODF of the personalised card:
+// their entries are compared one by one, wherever they moved.
 const std::set<std::uint16_t> directoryFiles{0x5031, 0x5032, 0x4400, 0x4401,
                                              0x4404, 0x4407, 0x4408};
 
@@ -130,8 +129,8 @@ struct On {
     void verify() const { card.verifyUserPin(app); }
     // A certificate anyone may read, as the host reads it on opening the card.
     void writeCertificate() const {
-        const auto certificate = boost::dynamic_pointer_cast<app::object::IX509Certificate>(
-            app.createCertificate(app::object::ICertificate::X509Certificate, {}));
+        const auto certificate =
+            app.createCertificate(app::object::ICertificate::X509Certificate, {});
         certificate->setLabel("Signer");
         certificate->setCertificateId(support::ascii("Sign"));
         certificate->setValue(support::certificateFile("small.der"));
@@ -199,29 +198,21 @@ const Operation operations[] = {
 };
 // clang-format on
 
-// The card just before the operation's first command; the operation's
-// commands are counted from here.
+// The card just before the operation's first command.
 struct Start {
     Card card{support::cardWithKeyImage()};
-    boost::shared_ptr<Application> application;
+    boost::shared_ptr<Application> application = card.open();
 
     explicit Start(const Operation& operation) {
-        application = card.open();
         if (operation.prepare) {
             operation.prepare(On{card, *application});
         }
     }
-    std::uint64_t commands() const {
-        return card.virtualCard->instrumentation().counters().commands;
-    }
 };
 
-// What an interrupted write left on `card`, as a letter of Operation::cuts.
-// Every item is as before or after the whole write, or damaged as the
-// operation may damage it; the card reopened lists and reads everything but
-// the kinds of the object being written, which may fail with an error of an
-// entry ahead of its files, or as invalid data when the token information
-// is torn (any other torn entry is left out with a note).
+// What an interrupted write left on `card`, as a letter of Operation::cuts,
+// checked as this file's head says. A torn entry reads as invalid data in
+// the token information and is left out with a note elsewhere.
 char expectOldOrNew(const Snapshot& before, const Snapshot& after, const Card& card,
                     const Operation& operation, const std::string& where) {
     const Snapshot torn = snapshot(*card.virtualCard);
@@ -278,9 +269,9 @@ TEST(TornWrite, EveryOperationCutAtEveryCommandLeavesOldOrNew) {
         SCOPED_TRACE(operation.name);
         Start clean(operation);
         const Snapshot before = snapshot(*clean.card.virtualCard);
-        const std::uint64_t first = clean.commands();
+        const std::uint64_t first = clean.card.commands();
         operation.write(On{clean.card, *clean.application});
-        const std::uint64_t count = clean.commands() - first;
+        const std::uint64_t count = clean.card.commands() - first;
         const Snapshot after = snapshot(*clean.card.virtualCard);
         ASSERT_NE(before, after) << "the operation wrote nothing";
         const auto errors = enumerate(clean.card);
