@@ -29,11 +29,6 @@ protected:
         key1024_ = card_->generate(1024, "key 1024");
     }
     static void TearDownTestSuite() { key1024_ = {}, card_.reset(); }
-    // Key objects for the generator, not generated.
-    static KeyPair newKeyPair(std::uint16_t privateBits, std::uint16_t publicBits,
-                              const std::string& label) {
-        return support::newKeyPair(*card_->factory, label, privateBits, publicBits);
-    }
 
     static inline std::unique_ptr<e2e::PluginCard> card_;
     static inline KeyPair key1024_;
@@ -114,13 +109,12 @@ TEST_F(Engines, EveryRefusalOfThePluginSaysWhyBeforeTheCardHearsOfIt) {
     const auto& factory = *card_->factory;
     const card::IChannel& channel = *card_->channel;
     const auto signature = application.getSignature(sha256WithRsa);
-    const KeyPair unmade = newKeyPair(1024, 1024, "never generated");
+    const KeyPair unmade = support::newKeyPair(factory, "never generated", 1024, 1024);
     const auto withUsage = [&](unsigned usage) {
-        unmade.privateKey->setUsage(usage);
-        return unmade.privateKey;
+        return unmade.privateKey->setUsage(usage), unmade.privateKey;
     };
     const auto generate = [&](std::uint16_t privateBits, std::uint16_t publicBits) {
-        const KeyPair pair = newKeyPair(privateBits, publicBits, "k");
+        const KeyPair pair = support::newKeyPair(factory, "k", privateBits, publicBits);
         application.getKeyPairGenerator(rsaEncryption)
             ->generate(channel, pair.privateKey, pair.publicKey);
     };
@@ -128,14 +122,6 @@ TEST_F(Engines, EveryRefusalOfThePluginSaysWhyBeforeTheCardHearsOfIt) {
     const auto info = repository.getApplicationInfo(channel);
     const app::AccessControlRules none;
     const HostObject foreign;
-    const auto publicKeyOfNoSize = [&] {
-        repository.writeCardObject(channel, *factory.createPublicKey(IPublicKey::RsaPublicKey, {}));
-    };
-    // A token without a serial number: Samples.LoadWithTheAttributesTheirCardsGaveThem.
-    const auto newSerialNumber = [&] {
-        info->setSerialNumber(mw::ByteBuffer{0x01});
-        repository.writeCardObject(channel, *info);
-    };
     const auto decipherer = application.getCipher(rsaEncryption);
     // clang-format off
     const std::pair<const char*, std::function<void()>> refusals[] = {
@@ -158,8 +144,9 @@ TEST_F(Engines, EveryRefusalOfThePluginSaysWhyBeforeTheCardHearsOfIt) {
         {"remove pin not supported", [&] { repository.deleteCardObject(channel, *user); }},
         {"failed to cast to AbstractP15Object", [&] { repository.writeCardObject(channel, foreign); }},
         {"getSecretKeys not supported", [&] { repository.getSecretKeys(channel); }},
-        {"modulus length not set", publicKeyOfNoSize},
-        {"the serial number of a token cannot be changed", newSerialNumber},
+        {"modulus length not set", [&] { repository.writeCardObject(channel, *factory.createPublicKey(IPublicKey::RsaPublicKey, {})); }},
+        // A token without a serial number: Samples.LoadWithTheAttributesTheirCardsGaveThem.
+        {"the serial number of a token cannot be changed", [&] { info->setSerialNumber(mw::ByteBuffer{0x01}), repository.writeCardObject(channel, *info); }},
         {"unsupported key type", [&] { factory.createPrivateKey(IPrivateKey::EcPrivateKey, none); }},
         {"access control rules are required but not set", [&] { factory.createPrivateKey(IPrivateKey::RsaPrivateKey, none); }},
         {"unsupported key type", [&] { factory.createPublicKey(IPublicKey::EcPublicKey, none); }},
@@ -178,9 +165,8 @@ TEST_F(Engines, EveryRefusalOfThePluginSaysWhyBeforeTheCardHearsOfIt) {
 TEST_F(Engines, ARefusedGenerationIsReportedAndKeepsWhatWasWritten) {
     vcard::Instrumentation& card = card_->virtualCard->instrumentation();
     const mw::ByteBuffer prkdf = card_->readFile({0x44, 0x00});
-    constexpr std::uint8_t generateKeyPair = 0x46;
-    card.injectStatusWord(generateKeyPair, 0x6A84, 1);
-    const KeyPair refused = newKeyPair(1024, 1024, "refused");
+    card.injectStatusWord(0x46, 0x6A84, 1); // GENERATE ASYMMETRIC KEY PAIR
+    const KeyPair refused = support::newKeyPair(*card_->factory, "refused", 1024, 1024);
     EXPECT_CARD_ERROR(card_->application->getKeyPairGenerator(rsaEncryption)
                           ->generate(*card_->channel, refused.privateKey, refused.publicKey),
                       "Generate Asymmetric Key Pair", 0x6A84);

@@ -56,16 +56,11 @@ protected:
         made->setValue(value);
         return made;
     }
-    boost::shared_ptr<IDataObject> dataObjectAt(std::size_t index) const {
-        return repository->getDataObjects(*channel).at(index);
-    }
+    auto dataObjectAt(std::size_t i) const { return repository->getDataObjects(*channel).at(i); }
     boost::shared_ptr<IPrivateRSAKey> newPrivateKey(const RsaKeyMaterial& key) const {
         return support::newKeyPair(*factory, "k", key).privateKey;
     }
-    boost::shared_ptr<IPrivateRSAKey> privateKey(std::size_t index) const {
-        return boost::dynamic_pointer_cast<IPrivateRSAKey>(
-            repository->getPrivateKeys(*channel).at(index));
-    }
+    auto privateKey(std::size_t i) const { return repository->getPrivateKeys(*channel).at(i); }
 };
 using ValueObjectsOnTheCard = OnTheCard;
 using KeysOnTheCard = OnTheCard;

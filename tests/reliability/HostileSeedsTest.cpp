@@ -7,8 +7,6 @@
 
 #include <cstdlib>
 #include <gtest/gtest.h>
-#include <string>
-#include <vector>
 
 namespace {
 
@@ -17,47 +15,37 @@ std::uint64_t fromEnvironment(const char* name, std::uint64_t fallback) {
     return value ? std::stoull(value) : fallback;
 }
 
-// Seeds that once found a fault, run every time: 90100 answers a public key
-// with an even exponent, which the crypto provider refuses.
-const std::uint64_t foundFaults[] = {90100};
-
-std::vector<std::uint64_t> seedsToRun() {
-    if (const std::uint64_t replay = fromEnvironment("P15_HOSTILE_SEED", 0)) {
-        return {replay};
-    }
-    const std::uint64_t first = fromEnvironment("P15_HOSTILE_FIRST_SEED", 1);
-    const std::uint64_t count = fromEnvironment("P15_HOSTILE_CASES", 300);
-    std::vector<std::uint64_t> seeds(std::begin(foundFaults), std::end(foundFaults));
-    for (std::uint64_t seed = first; seed < first + count; ++seed) {
-        seeds.push_back(seed);
-    }
-    return seeds;
-}
-
 TEST(HostileCard, EverySeededCaseEndsInAClearErrorOrSuccess) {
-    const std::vector<std::uint64_t> seeds = seedsToRun();
-    const std::uint64_t count = seeds.size();
+    // Seeds that once found a fault run every time: 90100 answers a public
+    // key with an even exponent, which the crypto provider refuses.
+    std::vector<std::uint64_t> seeds{90100};
+    const std::uint64_t first = fromEnvironment("P15_HOSTILE_FIRST_SEED", 1);
+    for (std::uint64_t seed = first; seed < first + fromEnvironment("P15_HOSTILE_CASES", 300);) {
+        seeds.push_back(seed++);
+    }
+    if (const std::uint64_t replay = fromEnvironment("P15_HOSTILE_SEED", 0)) {
+        seeds = {replay};
+    }
     std::uint64_t failedOperations = 0, cleanCases = 0;
     for (const std::uint64_t seed : seeds) {
+        const std::string replay = " (replay: P15_HOSTILE_SEED=" + std::to_string(seed) + ")";
         hostile::SeededChoices choices(seed);
         try {
             const hostile::Outcome outcome = hostile::runCase(choices);
             for (const std::string& error : outcome.errors) {
-                ASSERT_NE(error.rfind("unclear: ", 0), 0u)
-                    << error << " (replay: P15_HOSTILE_SEED=" << seed << ")";
+                ASSERT_NE(error.rfind("unclear: ", 0), 0u) << error << replay;
             }
             failedOperations += outcome.errors.size();
             cleanCases += outcome.errors.empty() ? 1 : 0;
         } catch (const std::exception& e) {
-            FAIL() << "seed " << seed << ": " << e.what() << " (replay: P15_HOSTILE_SEED=" << seed
-                   << ")";
+            FAIL() << e.what() << replay;
         }
     }
-    std::cout << count << " hostile-card cases, " << failedOperations << " operations refused, "
-              << cleanCases << " cases without an error\n";
-    if (count >= 100) {
+    std::cout << seeds.size() << " hostile-card cases, " << failedOperations
+              << " operations refused, " << cleanCases << " cases without an error\n";
+    if (seeds.size() >= 100) {
         // The wrapper spoils answers yet lets some cases through untouched.
-        EXPECT_GT(failedOperations, count / 4);
+        EXPECT_GT(failedOperations, seeds.size() / 4);
         EXPECT_GT(cleanCases, 0u);
     }
 }

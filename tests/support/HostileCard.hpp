@@ -54,8 +54,7 @@ struct InputChoices : Choices {
     std::size_t size, position = 0;
 };
 
-// What one case did: the commands sent and the message of every operation
-// that failed.
+// The commands sent and the message of every operation that failed.
 struct Outcome {
     std::size_t commands = 0;
     std::vector<std::string> errors;
@@ -69,13 +68,11 @@ using Attempt = std::function<void(const char* name, const std::function<void()>
 void readEverything(const app::pkcs15::P15Application& application, const card::IChannel& channel,
                     const Attempt& attempt);
 
-// Opens the PKCS#15 application on the card and runs what a host does:
-// readEverything, verify, sign, encipher and decipher, draw random bytes,
-// change and unblock a PIN, relabel a key, read the card's algorithms. Each
-// operation may fail only with a card or application exception that carries
-// a text or a status word (one without is returned as "unclear: ...") or
-// with one of the foundation's exceptions, which name their cause; anything
-// else escapes.
+// Opens the application and runs what a host does: readEverything, verify,
+// sign, encipher and decipher, draw random bytes, relabel a key, change and
+// unblock a PIN, read the card's algorithms. A card or application exception
+// without a text or status word is returned as "unclear: ..."; one of the
+// foundation's names its cause; anything else escapes.
 Outcome runWorkload(const support::AppOnCard& card);
 
 // runWorkload on a fresh copy of the card that support::cardWithKeyImage()
