@@ -1,5 +1,7 @@
-// Objects through the plugin, the host card layer and the in-process virtual
-// card: what reaches the card, what comes back, what a refusal leaves behind.
+// The plugin as a host loads it (over PC/SC it serves p15tool.pcsc and
+// PcscSlotTest), and objects through it, the host card layer and the
+// in-process virtual card: what reaches the card, what comes back, what a
+// refusal leaves behind.
 // The plugin's refusals: Engines.EveryRefusalOfThePluginSaysWhyBeforeTheCardHearsOfIt;
 // relabelling: Samples.ARelabelledObjectKeepsEverythingElseByteForByte.
 #include "PluginOnCard.hpp"
@@ -7,6 +9,8 @@
 #include "app/object/IApplicationInfo.hpp"
 #include "app/object/ICertificate.hpp"
 #include "app/pkcs15/oss/Codec.hpp"
+
+#include <boost/make_shared.hpp>
 
 #include <tuple>
 #include <vector>
@@ -304,6 +308,50 @@ TEST_F(PinsThroughThePlugin, ALabelWrittenChangesItsEntryOnly) {
     EXPECT_EQ(after.get(userLength, 1), ByteBuffer{0xD0}) << "a hole where it was";
     EXPECT_EQ(pin(2)->getLabel().value_or(""), "Unblocking PIN");
     EXPECT_EQ(pin(2)->getPinFlags(), puk->getPinFlags());
+}
+
+// The host's configuration store, holding at most "plugin.conf".
+struct Configuration : plugin::IConfigurationSource {
+    explicit Configuration(boost::optional<std::string> text = boost::none)
+        : text(std::move(text)) {}
+    boost::optional<std::string> readFile(const std::string& name) const override {
+        return name == "plugin.conf" ? text : boost::none;
+    }
+    boost::optional<std::string> text;
+};
+
+// Card and applet hosts get one application; an applet host's outlives the
+// plugin that made it. Select order: GetApplications.HandsBackOneApplication...
+TEST(PluginEndToEnd, HandsTheHostOneApplicationThatOutlivesThePlugin) {
+    const support::AppOnCard card(vcard::personalise());
+    std::vector<boost::shared_ptr<app::IApplication>> applications;
+    {
+        const host::PluginLoader loader(P15APP_PATH, Configuration());
+        ASSERT_EQ(loader.getApplications(card.card, *card.channel).size(), 1u);
+        auto applet =
+            boost::make_shared<host::iso7816::Applet>(card.session, host::iso7816::pkcs15Aid());
+        applications = loader.getApplications(card.card, applet, *card.channel);
+    }
+    ASSERT_EQ(applications.size(), 1u);
+    EXPECT_EQ(applications[0]->getLabel(), "Arvel PKCS#15 Application");
+    EXPECT_EQ(applications[0]->getAid(), host::iso7816::pkcs15Aid());
+    EXPECT_NO_THROW(applications[0]->select(*card.channel));
+    applications.clear(); // released through the plugin's deleter, library still mapped
+}
+
+TEST(PluginEndToEnd, AConfigurationThatLeavesWipingOpenIsRefusedAcrossTheBoundary) {
+    const support::AppOnCard card(vcard::personalise());
+    const std::string waiting = "[WaitingTime]\nReselect=100\n";
+    const host::PluginLoader loader(P15APP_PATH, Configuration(waiting));
+    try {
+        loader.getApplications(card.card, *card.channel);
+        FAIL() << "accepted a configuration without Objects.wipeForce";
+    } catch (const std::exception& e) {
+        EXPECT_NE(std::string(e.what()).find("No such node"), std::string::npos) << e.what();
+    }
+    loader.plugin().configure(Configuration(waiting + "[Objects]\nwipeForce=false\n"));
+    EXPECT_EQ(loader.getApplications(card.card, *card.channel).size(), 1u)
+        << "the last configuration obtained wins";
 }
 
 } // namespace
