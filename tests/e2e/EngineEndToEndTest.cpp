@@ -8,6 +8,7 @@
 #include "mw/Hex.hpp"
 
 #include <memory>
+#include <tuple>
 
 namespace {
 
@@ -33,6 +34,25 @@ protected:
     static inline std::unique_ptr<e2e::PluginCard> card_;
     static inline KeyPair key1024_;
 };
+
+// A 1536-bit pair takes the first key id of its range; its entries, read
+// back, name its own key files; it signs.
+TEST_F(Engines, AKeyPairIsGeneratedIntoTheFirstReferenceOfItsSize) {
+    const KeyPair made = card_->generate(1536, "key 1536");
+    card_->reopen();
+    const auto key = boost::dynamic_pointer_cast<app::object::IPrivateRSAKey>(
+        card_->repository->getPrivateKeys(*card_->channel).at(1));
+    const auto pub = boost::dynamic_pointer_cast<app::object::IPublicRSAKey>(
+        card_->repository->getPublicKeys(*card_->channel).at(1));
+    EXPECT_EQ(std::make_tuple(unsigned{key->getModulusLength()},
+                              key->getKeyReference().keyReference,
+                              pub->getKeyReference().keyReference, key->getKeyValueReference(),
+                              pub->getKeyValueReference(), made.publicKey->getPublicExponent()),
+              std::make_tuple(1536u, 0x87, 0x87, mw::ByteBuffer{0x0E, 0x07},
+                              mw::ByteBuffer{0x0F, 0x07}, mw::ByteBuffer{0x01, 0x00, 0x01}));
+    const mw::ByteBuffer data = bytesOf("signed with the 1536-bit key");
+    EXPECT_TRUE(card_->verify(sha256WithRsa, made, data, card_->sign(sha256WithRsa, made, data)));
+}
 
 // The card signs what the engine hashed and wrapped; one flipped bit in the
 // signature or the data fails.
