@@ -1,11 +1,13 @@
 // Secrets through the whole stack (application, card layer, transport,
 // virtual card, its image file) leave no copy in memory given back to the
 // runtime: PINs, imported keys, a key file the tool reads, a plaintext the
-// card deciphers and the tool writes. This binary replaces free() to look.
+// card deciphers and the tool writes. This binary replaces free() to look,
+// and turns tracing on, into a file of its own, before anything is traced.
 #include "AppOnCard.hpp"
 #include "FreeHook.hpp"
 
 #include "app/crypto/ICipher.hpp"
+#include "card/CardException.hpp"
 #include "mw/Hex.hpp"
 #include "tools/p15tool/KeyFile.hpp"
 #include "tools/p15tool/Streams.hpp"
@@ -16,6 +18,7 @@
 #include <cryptopp/osrng.h>
 #include <cryptopp/rsa.h>
 #include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -23,6 +26,33 @@ namespace {
 
 std::string temporaryFile(const std::string& name) {
     return (std::filesystem::temp_directory_path() / (name + std::to_string(getpid()))).string();
+}
+
+const std::string tracePath = temporaryFile("p15-pin-trace-");
+const bool tracing = setenv("P15_TRACE", tracePath.c_str(), 1) == 0;
+
+// PIN values never reach the trace.
+TEST(PinTrace, NamesThePinOperationsButNeverTheirValues) {
+    ASSERT_TRUE(tracing);
+    const support::AppOnCard card(vcard::personalise());
+    const card::IChannel& channel = *card.channel;
+    const auto application = card.open();
+    const auto user = support::pinAt(*application, channel);
+    const std::string secrets[] = {support::userPin, "24680", support::puk, "997755"};
+    EXPECT_THROW(user->authenticate(channel, support::ascii(secrets[3])), card::CardException);
+    user->unblock(channel, support::ascii(support::puk));
+    user->change(channel, support::ascii(support::userPin), support::ascii("24680"));
+    user->authenticate(channel, support::ascii("24680"));
+
+    std::ifstream file(tracePath);
+    const std::string trace((std::istreambuf_iterator<char>(file)), {});
+    EXPECT_NE(trace.find("P15Pin::authenticate"), std::string::npos) << "the trace is on";
+    EXPECT_NE(trace.find("P15Pin::change"), std::string::npos);
+    for (const std::string& secret : secrets) {
+        EXPECT_EQ(trace.find(secret), std::string::npos) << secret;
+        EXPECT_EQ(trace.find(mw::toHex(support::ascii(secret))), std::string::npos) << secret;
+    }
+    std::remove(tracePath.c_str());
 }
 
 using Use = std::function<void(const support::AppOnCard&, const app::pkcs15::P15Application&)>;
