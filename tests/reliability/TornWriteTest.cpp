@@ -3,7 +3,7 @@
 // half of its data is written. Opened afresh, the card still lists all its
 // objects; every item the operation was not writing (directory entry, value
 // or key file, PIN) is byte-identical to before; what it was writing is old,
-// new, or damaged as its operation's Damage allows: a torn directory file the
+// new, or damaged as its Operation allows: a torn directory file the
 // host is told of, or an entry ahead of its files (missing, partly written,
 // or for a replaced value still the old file).
 #include "AppOnCard.hpp"
@@ -106,22 +106,11 @@ std::map<std::string, std::string> enumerate(const Card& card) {
     return errors;
 }
 
-// What a cut may leave of the object being written. An entry rewritten in
-// place can be left torn. Key generation and a certificate or data object
-// write put the entry in before the files it names: the entry may name a
-// file not there yet or, a value replaced, the old file about to go.
-struct Damage {
-    const char* file;               // the directory file whose entry may be torn, or nullptr
-    const char* kinds;              // the objects whose listing or reading may fail
-    std::vector<std::string> early; // the errors of an entry ahead of its files
-};
-
 const std::vector<std::string> valueMissing{"card exception: Select: 6A82"};
 const std::vector<std::string> valueMissingOrOld{
     "card exception: Select: 6A82", "card exception: Read Binary: 6282",
     "invalid data exception: value shorter than its file"};
 
-// The application on the card, for the steps of an operation.
 struct On {
     const Card& card;
     Application& app;
@@ -136,7 +125,6 @@ struct On {
         certificate->setValue(support::certificateFile("small.der"));
         app.writeCardObject(ch(), *certificate);
     }
-    // A data object of 300 bytes without rules.
     void writeDataObject() const {
         const auto data = app.createDataObject(app::object::IDataObject::OpaqueDataObject, {});
         data->setLabel("Data");
@@ -147,9 +135,15 @@ struct On {
     boost::shared_ptr<app::object::IPin> pin() const { return support::pinAt(app, ch()); }
 };
 
+// What a cut may leave of the object being written. An entry rewritten in
+// place can be left torn. Key generation and a certificate or data object
+// write put the entry in before the files it names: the entry may name a
+// file not there yet or, a value replaced, the old file about to go.
 struct Operation {
     const char* name;
-    std::optional<Damage> mayDamage;
+    const char* file;               // the directory file whose entry may be torn, or nullptr
+    const char* kinds;              // the objects whose listing or reading may fail
+    std::vector<std::string> early; // the errors of an entry ahead of its files
     // What a cut at each command leaves, a pair of letters per command (cut
     // before it takes effect, cut halfway through its data): '.' old or new,
     // 'F' a file of the write damaged, 'A' an entry ahead of its files, 'B'
@@ -169,31 +163,31 @@ const auto relabel = [](On on, const boost::shared_ptr<app::object::ICardObject>
 };
 // clang-format off
 const Operation operations[] = {
-    {"change PIN", std::nullopt, ".. .. .. .. ..", nullptr, [](On on) { on.pin()->change(on.ch(), ascii(support::userPin), ascii("654321")); }},
-    {"unblock PIN", std::nullopt, "..", [](On on) { EXPECT_THROW(on.pin()->authenticate(on.ch(), ascii("000000")), card::CardException); },
+    {"change PIN", nullptr, "", {}, ".. .. .. .. ..", nullptr, [](On on) { on.pin()->change(on.ch(), ascii(support::userPin), ascii("654321")); }},
+    {"unblock PIN", nullptr, "", {}, "..", [](On on) { EXPECT_THROW(on.pin()->authenticate(on.ch(), ascii("000000")), card::CardException); },
      [](On on) { on.pin()->unblock(on.ch(), ascii(support::puk)); }},
-    {"relabel key", Damage{"3F00/5015/4400", "private keys", {}}, ".. .. .D", verify,
+    {"relabel key", "3F00/5015/4400", "private keys", {}, ".. .. .D", verify,
      [](On on) { relabel(on, on.app.getPrivateKeys(on.ch()).at(0), "A label longer than the one before"); }},
-    {"import key pair", std::nullopt, ".. .. .. .. .. .. .. .. .. .. .. .. FF FF .. .. .. .. .. ..", verify, [](On on) { support::importKeyPair(on.app, on.ch(), "Second key"); }},
-    {"generate key pair", Damage{nullptr, "private keys, public keys", {"card exception: Select: 6A82", "card exception: Generate Asymmetric Key Pair"}},
+    {"import key pair", nullptr, "", {}, ".. .. .. .. .. .. .. .. .. .. .. .. FF FF .. .. .. .. .. ..", verify, [](On on) { support::importKeyPair(on.app, on.ch(), "Second key"); }},
+    {"generate key pair", nullptr, "private keys, public keys", {"card exception: Select: 6A82", "card exception: Generate Asymmetric Key Pair"},
      ".. .. .. .. .. .. .. .. .. .. .. .. .. AA AA AA AA BB BB", verify, [](On on) {
          const support::RsaKeyPair pair = support::newKeyPair(on.app, "Generated", 1024, 1024);
          on.app.getKeyPairGenerator("1.2.840.113549.1.1.1")->generate(on.ch(), pair.privateKey, pair.publicKey); }},
-    {"delete key", std::nullopt, ".. .. .. .. .. ..", verify, [](On on) { on.app.deleteCardObject(on.ch(), *on.app.getPrivateKeys(on.ch()).at(0)); }},
+    {"delete key", nullptr, "", {}, ".. .. .. .. .. ..", verify, [](On on) { on.app.deleteCardObject(on.ch(), *on.app.getPrivateKeys(on.ch()).at(0)); }},
     // Each kind listed: no cut leaves an entry whose object is gone.
-    {"wipe", std::nullopt, ".. .. .. .. .. .. .. .. .. .. .. .. .. ..", [](On on) { withCertificate(on), on.writeDataObject(); }, [](On on) { on.app.wipe(on.ch()); }},
-    {"write certificate", Damage{nullptr, "certificates", valueMissing}, ".. .. .. .. .. .. .. .. .. .. .. AA AA FF", verify, [](On on) { on.writeCertificate(); }},
-    {"replace certificate", Damage{"3F00/5015/4404", "certificates", valueMissingOrOld}, ".. .. .. .. AA AA AA BB FF", withCertificate, [](On on) {
+    {"wipe", nullptr, "", {}, ".. .. .. .. .. .. .. .. .. .. .. .. .. ..", [](On on) { withCertificate(on), on.writeDataObject(); }, [](On on) { on.app.wipe(on.ch()); }},
+    {"write certificate", nullptr, "certificates", valueMissing, ".. .. .. .. .. .. .. .. .. .. .. AA AA FF", verify, [](On on) { on.writeCertificate(); }},
+    {"replace certificate", "3F00/5015/4404", "certificates", valueMissingOrOld, ".. .. .. .. AA AA AA BB FF", withCertificate, [](On on) {
          const auto listed = on.app.getCertificates(on.ch()).at(0);
          listed->setValue(support::certificateFile("large.der"));
          on.app.writeCardObject(on.ch(), *listed); }},
-    {"delete certificate", std::nullopt, ".. .. .. ..", withCertificate, [](On on) { on.app.deleteCardObject(on.ch(), *on.app.getCertificates(on.ch()).at(0)); }},
-    {"write data object", Damage{nullptr, "data objects", valueMissing}, ".. .. .. .. .. .. .. .. .. .. .. AA AA FF", verify, [](On on) { on.writeDataObject(); }},
-    {"replace data object", Damage{"3F00/5015/4407", "data objects", valueMissingOrOld}, ".. .D AA AA BB FF", [](On on) { on.verify(), on.writeDataObject(); }, [](On on) {
+    {"delete certificate", nullptr, "", {}, ".. .. .. ..", withCertificate, [](On on) { on.app.deleteCardObject(on.ch(), *on.app.getCertificates(on.ch()).at(0)); }},
+    {"write data object", nullptr, "data objects", valueMissing, ".. .. .. .. .. .. .. .. .. .. .. AA AA FF", verify, [](On on) { on.writeDataObject(); }},
+    {"replace data object", "3F00/5015/4407", "data objects", valueMissingOrOld, ".. .D AA AA BB FF", [](On on) { on.verify(), on.writeDataObject(); }, [](On on) {
          const auto listed = on.app.getDataObjects(on.ch()).at(0);
          listed->setValue(mw::ByteBuffer(std::vector<unsigned char>(200, 0x5A)));
          relabel(on, listed, "Replaced data"); }},
-    {"token label", Damage{"3F00/5015/5032", "token info", {}}, ".. .. .D", verify,
+    {"token label", "3F00/5015/5032", "token info", {}, ".. .. .D", verify,
      [](On on) { relabel(on, on.app.getApplicationInfo(on.ch()), "A token label longer than the one before"); }},
 };
 // clang-format on
@@ -222,8 +216,7 @@ char expectOldOrNew(const Snapshot& before, const Snapshot& after, const Card& c
             keys.insert(item.first);
         }
     }
-    const auto& damage = operation.mayDamage;
-    const std::string damageable = damage && damage->file ? damage->file : "-";
+    const std::string damageable = operation.file ? operation.file : "-";
     bool file = false, directory = false, ahead = false;
     for (const std::string& key : keys) {
         const auto find = [&key](const Snapshot& items) -> std::optional<std::string> {
@@ -252,9 +245,9 @@ char expectOldOrNew(const Snapshot& before, const Snapshot& after, const Card& c
         }
     }
     for (const auto& [kind, error] : enumerate(card)) {
-        const bool ours = damage && std::string(damage->kinds).find(kind) != std::string::npos;
+        const bool ours = std::string(operation.kinds).find(kind) != std::string::npos;
         const bool early =
-            ours && std::any_of(damage->early.begin(), damage->early.end(),
+            ours && std::any_of(operation.early.begin(), operation.early.end(),
                                 [&](const std::string& text) { return error.rfind(text, 0) == 0; });
         ahead = ahead || early;
         const bool tornTokenInfo = ours && directory && kind == std::string("token info");

@@ -35,8 +35,8 @@ void CardTest::SetUp() {
         transport = std::move(inProcess);
     }
     channel_ = boost::make_shared<host::Channel>(std::move(transport));
-    session_ = boost::make_shared<host::iso7816::CardSession>(channel_);
-    card_ = boost::make_shared<host::iso7816::Card>(session_);
+    card_ = boost::make_shared<host::iso7816::Card>(
+        boost::make_shared<host::iso7816::CardSession>(channel_));
     card_->selectApplication(*channel_, host::iso7816::pkcs15Aid());
     if (GetParam() == TransportKind::Pcsc) {
         // The served card lives on between tests: start with nothing verified.

@@ -64,7 +64,6 @@ protected:
     }
 
     boost::shared_ptr<host::Channel> channel_;
-    boost::shared_ptr<host::iso7816::CardSession> session_;
     boost::shared_ptr<host::iso7816::Card> card_;
     // Set in-process only: counters and fault injection.
     vcard::VirtualCard* virtualCard_ = nullptr;

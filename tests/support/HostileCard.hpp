@@ -26,7 +26,6 @@ struct AppOnCard;
 
 namespace hostile {
 
-// Where the hostile card's decisions come from.
 class Choices {
 public:
     virtual ~Choices() = default;
