@@ -7,22 +7,17 @@
 #include "app/crypto/IRandom.hpp"
 #include "mw/Hex.hpp"
 
-#include <memory>
 #include <tuple>
 
 namespace {
 
 using app::crypto::ICipher;
 using app::crypto::ISignature;
-using app::object::IKey;
 using e2e::rsaEncryption;
 using e2e::sha256WithRsa;
 using KeyPair = support::RsaKeyPair;
 
-const auto bytesOf = hosttest::text;
-
-// One card for the suite with a 1024-bit key pair generated on it:
-// generation is slow, the key is shared.
+// One card for the suite, with a 1024-bit key pair generated on it once.
 class Engines : public testing::Test {
 protected:
     static void SetUpTestSuite() {
@@ -50,7 +45,7 @@ TEST_F(Engines, AKeyPairIsGeneratedIntoTheFirstReferenceOfItsSize) {
                               pub->getKeyValueReference(), made.publicKey->getPublicExponent()),
               std::make_tuple(1536u, 0x87, 0x87, mw::ByteBuffer{0x0E, 0x07},
                               mw::ByteBuffer{0x0F, 0x07}, mw::ByteBuffer{0x01, 0x00, 0x01}));
-    const mw::ByteBuffer data = bytesOf("signed with the 1536-bit key");
+    const mw::ByteBuffer data = support::ascii("signed with the 1536-bit key");
     EXPECT_TRUE(card_->verify(sha256WithRsa, made, data, card_->sign(sha256WithRsa, made, data)));
 }
 
@@ -64,8 +59,9 @@ TEST_F(EveryAlgorithm, TheCardSignsAndTheSoftwareVerifies) {
           "1.3.36.3.3.1.3", "1.3.36.3.3.1.2", "1.2.840.113549.1.1.2", "1.2.840.113549.1.1.4"}) {
         SCOPED_TRACE(oid);
         // Raw RSA signs what it is given: a DigestInfo the caller built.
-        mw::ByteBuffer data = oid == rsaEncryption ? mw::fromHex("3021300906052B0E03021A05000414")
-                                                   : bytesOf("a message of the host for " + oid);
+        mw::ByteBuffer data = oid == rsaEncryption
+                                  ? mw::fromHex("3021300906052B0E03021A05000414")
+                                  : support::ascii("a message of the host for " + oid);
         data.append(mw::ByteBuffer(oid == rsaEncryption ? 20 : 0));
         mw::ByteBuffer signature = card_->sign(oid, key1024_, data);
         ASSERT_EQ(signature.size(), 128u);
@@ -90,7 +86,7 @@ TEST_F(Engines, TheSoftwareEnciphersAndTheCardDeciphers) {
         cipher->init(*card_->channel, ICipher::Decipher, *key1024_.privateKey);
         EXPECT_EQ(cipher->decipher(*card_->channel, cryptogram), plain);
     }
-    const mw::ByteBuffer data = bytesOf("verified without a card");
+    const mw::ByteBuffer data = support::ascii("verified without a card");
     const mw::ByteBuffer signature = card_->sign(sha256WithRsa, key1024_, data);
     const auto verifier = card_->application->getSignature(sha256WithRsa);
     verifier->init(noCard, ISignature::Verify, *key1024_.publicKey);
@@ -117,10 +113,9 @@ struct HostObject : app::object::ICardObject {
     boost::optional<std::uint8_t> flags;
 };
 
-// Each refusal is an application exception with its text, before any
-// command reaches the card. The card lists RSA-PSS and RSAES-OAEP and
-// performs them with a hash of its profile named: not bare, not with SHA-1
-// (PSS) or SHA-384 (OAEP). A private key is used only as its usage says.
+// The card lists RSA-PSS and RSAES-OAEP and performs them with a hash of its
+// profile named: not bare, not with SHA-1 (PSS) or SHA-384 (OAEP). A private
+// key is used only as its usage says.
 TEST_F(Engines, EveryRefusalOfThePluginSaysWhyBeforeTheCardHearsOfIt) {
     using namespace app::object;
     const auto& application = *card_->application;
@@ -201,11 +196,9 @@ TEST_F(Engines, ARefusedGenerationIsReportedAndKeepsWhatWasWritten) {
     EXPECT_EQ(mw::toHex(card_->readFile({0x44, 0x00})), mw::toHex(prkdf));
 }
 
-// A card that hashes: the algorithms it lists are performed whole on the
-// card, the engine passes the data through. What the card's command cannot
-// take, no message or one over 65535 bytes, the engine hashes and the card
-// signs as a DigestInfo; the longest the command takes (in 255-byte parts)
-// the card still hashes.
+// The algorithms the card lists it performs whole. What its command cannot
+// take (no message, one over 65535 bytes) the engine hashes and the card signs
+// as a DigestInfo; the longest it takes (in 255-byte parts) the card hashes.
 TEST(HashingCard, SignsWhatItListsOnTheCardAndWhatItsCommandTakes) {
     vcard::Personalisation options;
     options.hashOnCard = true;
@@ -215,7 +208,7 @@ TEST(HashingCard, SignsWhatItListsOnTheCardAndWhatItsCommandTakes) {
          {"1.2.840.113549.1.1.5", "1.2.840.113549.1.1.11", "1.2.840.113549.1.1.13"}) {
         SCOPED_TRACE(oid);
         EXPECT_EQ(card.application->getSignature(oid)->getAlgorithm(), oid);
-        const mw::ByteBuffer data = bytesOf("hashed on the card");
+        const mw::ByteBuffer data = support::ascii("hashed on the card");
         const mw::ByteBuffer signature = card.sign(oid, key, data);
         EXPECT_TRUE(card.verify(oid, key, data, signature));
     }

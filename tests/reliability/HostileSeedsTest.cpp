@@ -1,11 +1,9 @@
-// Cards that answer otherwise than the virtual card does, through the real
-// card layer. A hostile card, one seed per case: every operation ends
-// normally or in a card or application exception with a clear message;
-// never a crash, a hang or an exception of another kind. P15_HOSTILE_CASES
-// sets how many seeds run (from P15_HOSTILE_FIRST_SEED, default 1);
-// P15_HOSTILE_SEED replays one. A card of another make, without the virtual
-// card's algorithm list: keys are bound under the algorithm references the
-// PKCS#15 application states.
+// Cards that answer otherwise than the virtual card, through the real card
+// layer. A hostile card, one seed per case: every operation ends normally or
+// in a card or application exception with a clear message, never a crash, a
+// hang or another exception. P15_HOSTILE_CASES seeds run from
+// P15_HOSTILE_FIRST_SEED (1); P15_HOSTILE_SEED replays one. A card of another
+// make: keys are bound under the algorithm references the application states.
 #include "AppOnCard.hpp"
 #include "HostileCard.hpp"
 
@@ -68,17 +66,16 @@ using mw::ByteBuffer;
 // of another make refuses GET DATA of its algorithm list with 6A81.
 TEST(ForeignCard, KeysAreBoundUnderTheReferencesTheApplicationStates) {
     const struct {
-        bool refuseList;
+        bool refuseList, stateNoAlgorithms, decipher;
         std::vector<std::uint32_t> keyReferences; // empty: as personalised
-        bool stateNoAlgorithms, decipher;
-        ByteBuffer algorithm; // after 84 01 rr; empty: no tag 80
-        unsigned short sw;    // the card's refusal; 0: the operation works
+        ByteBuffer algorithm;                     // after 84 01 rr; empty: no tag 80
+        unsigned short sw;                        // the card's refusal; 0: the operation works
     } cases[] = {
-        {true, {}, false, false, {0x80, 0x01, 0x01}, 0},
-        {true, {}, true, false, {}, 0},
-        {true, {1}, false, true, {0x80, 0x01, 0x01}, 0},
-        {true, {7}, false, false, {0x80, 0x01, 0x07}, 0x6A80},
-        {false, {7}, false, false, {0x80, 0x01, 0x01}, 0}, // the card's own list rules
+        {true, false, false, {}, {0x80, 0x01, 0x01}, 0},
+        {true, true, false, {}, {}, 0},
+        {true, false, true, {1}, {0x80, 0x01, 0x01}, 0},
+        {true, false, false, {7}, {0x80, 0x01, 0x07}, 0x6A80},
+        {false, false, false, {7}, {0x80, 0x01, 0x01}, 0}, // the card's own list rules
     };
     for (const auto& c : cases) {
         const support::AppOnCard card(support::cardWithKeyImage());

@@ -56,9 +56,8 @@ TEST(PinTrace, NamesThePinOperationsButNeverTheirValues) {
 
 using Use = std::function<void(const support::AppOnCard&, const app::pkcs15::P15Application&)>;
 
-// For each form of a secret: `use` on a personalised card that saves every
-// change to its image, which is then opened again; no released block may
-// hold that form.
+// For each form of a secret: `use` on a card saving to its image, opened
+// again after; no released block may hold that form.
 void expectNoReleasedBlockHolds(const std::vector<std::string>& forms, const Use& use) {
     const std::string image = temporaryFile("p15-secrets-");
     for (const std::string& form : forms) {
@@ -88,9 +87,8 @@ TEST(PinSecrets, NoReleasedBlockHoldsTheNewPin) {
         });
 }
 
-// Each CRT component as the key import carries it, and the first prime as
-// the image's text (the first 32 bytes of it: the hook looks for at most 64
-// bytes).
+// Each CRT component as the import carries it, and the first prime's first
+// 32 bytes as the image's text (the hook looks for 64 bytes at most).
 TEST(KeySecrets, NoReleasedBlockHoldsACrtComponentOfAnImportedKey) {
     const support::RsaKeyMaterial& key = support::rsaKey();
     std::vector<std::string> forms{mw::toHex(mw::ByteBuffer(key.p.data(), 32))};

@@ -40,9 +40,8 @@ void appendStatusWord(std::vector<unsigned char>& answer, std::uint16_t sw) {
     answer.push_back(static_cast<unsigned char>(sw));
 }
 
-// A card or application exception's message, marked "unclear" when it
-// carries neither a text nor a status word. A PIN value the entry rules out
-// says which value and which rule, in its own fields.
+// A message, marked "unclear" without a text or a status word (a PIN value
+// the entry rules out names value and rule in its own fields).
 template <class Exception> std::string described(const char* name, const Exception& e) {
     const bool clear = boost::get_error_info<card::ErrorText>(e) ||
                        boost::get_error_info<card::StatusCode>(e) ||
@@ -51,8 +50,6 @@ template <class Exception> std::string described(const char* name, const Excepti
     return std::string(clear ? "" : "unclear: ") + name + ": " + host::errorMessage(e);
 }
 
-// Runs one operation of the workload; a card or application exception is
-// its outcome, anything else escapes.
 void attempt(Outcome& outcome, const char* name, const std::function<void()>& operation) {
     try {
         operation();
@@ -85,9 +82,8 @@ void readValue(const app::pkcs15::P15Application& application, const card::IChan
     }
 }
 
-// The first key pair listed, its public key read: a signature made on the
-// card and checked in software, or a text enciphered in software and
-// deciphered on the card.
+// The first key pair listed: signed on the card and checked in software, or
+// enciphered in software and deciphered on the card.
 void useFirstKeyPair(const app::pkcs15::P15Application& app, const card::IChannel& channel,
                      bool sign) {
     const auto privateKey = first(app.getPrivateKeys(channel));

@@ -74,11 +74,10 @@ void readEverything(const app::pkcs15::P15Application& application, const card::
 // foundation's names its cause; anything else escapes.
 Outcome runWorkload(const support::AppOnCard& card);
 
-// runWorkload on a fresh copy of the card that support::cardWithKeyImage()
-// holds, behind a transport that spoils about one answer in a power of two
-// from 1 to 256 chosen per case. More than 5000 commands in one case (a hang
-// in the making) throw a std::logic_error, which no caller can swallow as a
-// card exception.
+// runWorkload on a fresh support::cardWithKeyImage(), behind a transport
+// spoiling about one answer in a power of two from 1 to 256 chosen per case.
+// Over 5000 commands in one case (a hang in the making) throw a
+// std::logic_error, which no caller can swallow as a card exception.
 Outcome runCase(Choices& choices);
 
 } // namespace hostile
