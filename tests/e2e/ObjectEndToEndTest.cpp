@@ -1,26 +1,21 @@
-// Keys, certificates, data objects, the token information and PIN entries
-// through the plugin, the host card layer and the in-process virtual card:
-// what reaches the card, what comes back, what a refusal leaves behind, and
-// which commands are sent. The plugin's refusals in its own words:
-// Engines.EveryRefusalOfThePluginSaysWhyBeforeTheCardHearsOfIt. Relabelling:
+// The plugin as a host loads it (over PC/SC: p15tool.pcsc, PcscSlotTest), and
+// objects through it on the in-process virtual card: what reaches the card,
+// what a refusal leaves behind. Refusals:
+// Engines.EveryRefusalOfThePluginSaysWhyBeforeTheCardHearsOfIt; relabelling:
 // Samples.ARelabelledObjectKeepsEverythingElseByteForByte.
 #include "PluginOnCard.hpp"
 
 #include "app/object/IApplicationInfo.hpp"
-#include "app/object/IX509Certificate.hpp"
 #include "app/pkcs15/oss/Codec.hpp"
 
+#include <boost/make_shared.hpp>
+
 #include <tuple>
-#include <vector>
 
 namespace {
 
 using app::object::ICardObject;
-using app::object::ICertificate;
 using app::object::IDataObject;
-using app::object::IPrivateRSAKey;
-using app::object::IPublicRSAKey;
-using app::object::IX509Certificate;
 using mw::ByteBuffer;
 using support::certificateFile;
 using support::RsaKeyMaterial;
@@ -31,11 +26,7 @@ const ByteBuffer firstCertificateFile{0x0D, 0x01}; // the first for objects with
 const ByteBuffer firstDataFile{0xDF, 0x02, 0x0D, 0x81};
 
 // `entry` twice, as a directory file naming one file from two entries.
-ByteBuffer twice(const ByteBuffer& entry) {
-    ByteBuffer both(entry);
-    both.append(entry);
-    return both;
-}
+const auto twice = [](ByteBuffer entry) { return entry.append(ByteBuffer(entry)), entry; };
 
 // An entry the application keeps but does not list (an EC key, an attribute
 // certificate) of `length` bytes of content.
@@ -48,20 +39,15 @@ ByteBuffer unlisted(std::size_t length, unsigned char fill = 0x00) {
 
 class OnTheCard : public testing::Test, protected e2e::PluginCard {
 protected:
-    explicit OnTheCard(bool verified = true)
-        : PluginCard({}, verified) {}
-
     void write(const ICardObject& object) const { repository->writeCardObject(*channel, object); }
     void read(ICardObject& object) const { repository->readCardObject(*channel, object); }
     void remove(const ICardObject& object) const { repository->deleteCardObject(*channel, object); }
-};
 
-class ValueObjectsOnTheCard : public OnTheCard {
-protected:
     // A certificate of `file` whose value needs the user PIN, not on the card yet.
-    boost::shared_ptr<IX509Certificate> newCertificate(const char* file = "small.der") const {
-        const auto made = boost::dynamic_pointer_cast<IX509Certificate>(
-            factory->createCertificate(ICertificate::X509Certificate, support::userPinRules()));
+    boost::shared_ptr<app::object::ICertificate>
+    newCertificate(const char* file = "small.der") const {
+        const auto made = factory->createCertificate(app::object::ICertificate::X509Certificate,
+                                                     support::userPinRules());
         made->setValue(certificateFile(file));
         return made;
     }
@@ -70,27 +56,25 @@ protected:
         made->setValue(value);
         return made;
     }
-    boost::shared_ptr<IX509Certificate> certificateAt(std::size_t index) const {
-        return boost::dynamic_pointer_cast<IX509Certificate>(
-            repository->getCertificates(*channel).at(index));
+    auto dataObjectAt(std::size_t i) const { return repository->getDataObjects(*channel).at(i); }
+    auto newPrivateKey(const RsaKeyMaterial& key) const {
+        return support::newKeyPair(*factory, "k", key).privateKey;
     }
-    boost::shared_ptr<IDataObject> dataObjectAt(std::size_t index) const {
-        return repository->getDataObjects(*channel).at(index);
-    }
+    auto privateKey(std::size_t i) const { return repository->getPrivateKeys(*channel).at(i); }
 };
+using ValueObjectsOnTheCard = OnTheCard;
+using KeysOnTheCard = OnTheCard;
 
-// Values up to 65535 bytes are taken, whole, with the entry's names; a
-// larger one is refused before the card hears of it.
 TEST_F(ValueObjectsOnTheCard, ValuesUpTo65535BytesRoundTripAndLargerOnesAreRefusedFirst) {
     const ByteBuffer oid{0x2B, 0x06, 0x01, 0x04, 0x01, 0x82, 0x37}; // 1.3.6.1.4.1.311
     const auto data = newDataObject(ByteBuffer(65536));
     data->setLabel("Container");
     data->setApplicationName("p15kit test");
     data->setApplicationOid(oid);
-    EXPECT_EQ(commandsOf([&] {
-                  EXPECT_APP_TEXT(write(*data), "data object value size exceeds 65535 bytes");
-              }),
-              0u);
+    const auto refused = [&] {
+        EXPECT_APP_TEXT(write(*data), "data object value size exceeds 65535 bytes");
+    };
+    EXPECT_EQ(commandsOf(refused), 0u);
 
     ByteBuffer largest(65535);
     for (std::size_t i = 0; i < largest.size(); ++i) {
@@ -100,17 +84,15 @@ TEST_F(ValueObjectsOnTheCard, ValuesUpTo65535BytesRoundTripAndLargerOnesAreRefus
     write(*data);
     reopen();
     const auto stored = dataObjectAt(0);
-    EXPECT_EQ(stored->getLabel().value_or(""), "Container");
-    EXPECT_EQ(stored->getApplicationName().value_or(""), "p15kit test");
-    EXPECT_EQ(stored->getApplicationOid().value_or(ByteBuffer()), oid);
+    EXPECT_EQ(std::make_tuple(stored->getLabel().value_or(""),
+                              stored->getApplicationName().value_or(""),
+                              stored->getApplicationOid().value_or(ByteBuffer())),
+              std::make_tuple("Container", "p15kit test", oid));
     read(*stored);
     EXPECT_EQ(stored->getValue(), largest);
-    EXPECT_TRUE(exists(firstDataFile))
-        << "a data object without rules takes the first of its range";
 }
 
-// Entries of one algorithm for signing (reference 1) and for deciphering
-// (reference 2): the list reported, set back, leaves EF(TokenInfo) as it was.
+// Two entries of one algorithm: for signing (reference 1), for deciphering (2).
 TEST_F(ValueObjectsOnTheCard, AnAlgorithmListSetBackAsReportedLeavesTokenInfoAsItWas) {
     namespace oss = app::pkcs15::oss;
     const ByteBuffer personalised = readFile(tokenInfoId);
@@ -129,13 +111,10 @@ TEST_F(ValueObjectsOnTheCard, AnAlgorithmListSetBackAsReportedLeavesTokenInfoAsI
     ASSERT_EQ(reported, std::vector<std::string>(2, e2e::rsaEncryption));
     info->setSupportedAlgorithms(reported);
     write(*info);
-    reopen();
-    EXPECT_EQ(repository->getApplicationInfo(*channel)->getSupportedAlgorithms().value(), reported);
     EXPECT_EQ(readFile(tokenInfoId), twoEntries);
 }
 
-// The value's UPDATE BINARY fails after the entry went in: the entry goes
-// out again and the file made for the value is deleted.
+// The value's UPDATE BINARY fails after the entry went in.
 TEST_F(ValueObjectsOnTheCard, AValueTheCardRefusesLeavesNeitherEntryNorFile) {
     const ByteBuffer emptyDodf = readFile(dodfId);
     // The entry goes in with two UPDATE BINARY (its body, then its first
@@ -144,12 +123,8 @@ TEST_F(ValueObjectsOnTheCard, AValueTheCardRefusesLeavesNeitherEntryNorFile) {
     EXPECT_CARD_ERROR(write(*newDataObject({0x01, 0x02})), "Update Binary", 0x6581);
     EXPECT_EQ(readFile(dodfId), emptyDodf);
     EXPECT_FALSE(exists(firstDataFile));
-    reopen();
-    EXPECT_TRUE(repository->getDataObjects(*channel).empty());
 }
 
-// A removal cut short after its entry went leaves the value file unlisted;
-// the next object given that file takes it over.
 TEST_F(ValueObjectsOnTheCard, AFileARemovalLeftUnlistedIsTakenOverByTheNextWrite) {
     const auto first = newCertificate("large.der");
     write(*first);
@@ -159,14 +134,12 @@ TEST_F(ValueObjectsOnTheCard, AFileARemovalLeftUnlistedIsTakenOverByTheNextWrite
 
     write(*newCertificate());
     reopen();
-    const auto listed = certificateAt(0);
+    const auto listed = repository->getCertificates(*channel).at(0);
     read(*listed);
     EXPECT_EQ(listed->getValue(), certificateFile("small.der"));
     EXPECT_EQ(readFile(firstCertificateFile), certificateFile("small.der"));
 }
 
-// An entry that exactly fills EF(CDF) is written; with one byte less room
-// it is refused before anything is written: no entry, no value file.
 TEST_F(ValueObjectsOnTheCard, AnEntryExactlyFillingEfCdfIsWrittenAndOneByteMoreIsRefused) {
     auto made = newCertificate();
     write(*made);
@@ -193,8 +166,7 @@ TEST_F(ValueObjectsOnTheCard, AnEntryExactlyFillingEfCdfIsWrittenAndOneByteMoreI
     }
 }
 
-// One value file named by two entries: its value cannot be replaced, and
-// removing one entry keeps the file for the other; the last takes it along.
+// Nor can the value of a file two entries name be replaced.
 TEST_F(ValueObjectsOnTheCard, AValueFileTwoEntriesNameGoesWithTheLastOfThem) {
     write(*newDataObject({0x01, 0x02}));
     put(dodfId, twice(firstEntry(readFile(dodfId))));
@@ -210,48 +182,30 @@ TEST_F(ValueObjectsOnTheCard, AValueFileTwoEntriesNameGoesWithTheLastOfThem) {
     }
 }
 
-class KeysOnTheCard : public OnTheCard {
-protected:
-    boost::shared_ptr<IPrivateRSAKey> newPrivateKey(const RsaKeyMaterial& key,
-                                                    const std::string& label) const {
-        return support::newKeyPair(*factory, label, key).privateKey;
-    }
-    boost::shared_ptr<IPrivateRSAKey> privateKey(std::size_t index) const {
-        return boost::dynamic_pointer_cast<IPrivateRSAKey>(
-            repository->getPrivateKeys(*channel).at(index));
-    }
-};
-
-// Imported keys take the first free id of their size's range in turn, and
-// a public key joins its private key (read back: KeyCommands.
-// AnImportedKeyExportsAsTheFilesPublicKey). An EC key the application does
-// not list stays first in EF(PrKDF), byte for byte, through the imports and
-// removals of the keys after it.
+// A public key joins its private key (read back:
+// KeyCommands.AnImportedKeyExportsAsTheFilesPublicKey). An unlisted EC key stays first in
+// EF(PrKDF), byte for byte, through the imports and removals after it, which take their key files
+// along.
 TEST_F(KeysOnTheCard, ImportedKeysOfEverySizeTakeTheirReferencesInTurnAndOtherKindsStay) {
     put(prkdfId, ByteBuffer{0xA0, 0x03, 0x01, 0x02, 0x03});
     const ByteBuffer before = readFile(prkdfId);
     const std::pair<unsigned, unsigned char> imports[] = {
         {1024, 0x81}, {1024, 0x82}, {1536, 0x87}, {2048, 0x8D}};
     for (const auto& [bits, reference] : imports) {
-        const support::RsaKeyPair pair =
-            support::newKeyPair(*factory, "Signing key", support::rsaKey(bits));
+        const auto pair = support::newKeyPair(*factory, "Signing key", support::rsaKey(bits));
         write(*pair.privateKey);
         write(*pair.publicKey);
-        EXPECT_EQ(pair.publicKey->getKeyReference().keyReference, reference);
+        const card::service::KeyRef ref = pair.privateKey->getKeyReference();
+        const ByteBuffer file{0x0E, static_cast<unsigned char>(reference & 0x7F)};
+        EXPECT_EQ(std::make_tuple(ref.keyReference, ref.fileId,
+                                  pair.privateKey->getKeyValueReference(),
+                                  pair.publicKey->getKeyReference().keyReference),
+                  std::make_tuple(reference, file, file, reference));
     }
     reopen();
     const auto keys = repository->getPrivateKeys(*channel);
     const auto publicKeys = repository->getPublicKeys(*channel);
     ASSERT_EQ(keys.size(), 4u);
-    for (std::size_t i = 0; i < keys.size(); ++i) {
-        const auto& [bits, reference] = imports[i];
-        const auto key = boost::dynamic_pointer_cast<IPrivateRSAKey>(keys[i]);
-        const ByteBuffer file{0x0E, static_cast<unsigned char>(reference & 0x7F)};
-        const card::service::KeyRef ref = key->getKeyReference();
-        EXPECT_EQ(std::make_tuple(unsigned{key->getModulusLength()}, ref.keyReference, ref.fileId,
-                                  key->getKeyValueReference(), key->getKeyId()),
-                  std::make_tuple(bits, reference, file, file, hosttest::text("Signing key")));
-    }
     for (std::size_t i : {1, 0, 3, 2}) {
         remove(*keys[i]);
         remove(*publicKeys[i]);
@@ -263,9 +217,8 @@ TEST_F(KeysOnTheCard, ImportedKeysOfEverySizeTakeTheirReferencesInTurnAndOtherKi
     }
 }
 
-// A refused import leaves both directory files and the containers of the
-// first key id as they were: refused for room, by the card for the key's
-// values, or by the card for want of the PIN.
+// Refused for room, by the card for the key's values, or by the card for want
+// of the PIN: directory files and the first key id's containers as they were.
 TEST_F(KeysOnTheCard, ARefusedWriteLeavesTheCardAsItWas) {
     const auto snapshot = [this] {
         return std::make_tuple(readFile(prkdfId), readFile(pukdfId), exists({0x0E, 0x01}),
@@ -277,9 +230,8 @@ TEST_F(KeysOnTheCard, ARefusedWriteLeavesTheCardAsItWas) {
     const std::size_t size = readFile(prkdfId).size();
     put(prkdfId, unlisted(size - 40 - 4, 0x5A));
     reopen();
-    EXPECT_TRUE(repository->getPrivateKeys(*channel).empty()) << "EC keys are not listed";
     auto before = snapshot();
-    EXPECT_APP_TEXT(write(*newPrivateKey(material, "k")), "EF(PrKDF) out of memory");
+    EXPECT_APP_TEXT(write(*newPrivateKey(material)), "EF(PrKDF) out of memory");
     EXPECT_TRUE(snapshot() == before);
 
     // The card refuses the key itself: its CRT values do not belong together.
@@ -288,20 +240,19 @@ TEST_F(KeysOnTheCard, ARefusedWriteLeavesTheCardAsItWas) {
     before = snapshot();
     RsaKeyMaterial broken = material;
     broken.dq.data()[broken.dq.size() - 1] ^= 0x01;
-    EXPECT_CARD_ERROR(write(*newPrivateKey(broken, "k")), "Put Data", 0x6A80);
+    EXPECT_CARD_ERROR(write(*newPrivateKey(broken)), "Put Data", 0x6A80);
     EXPECT_TRUE(snapshot() == before) << "no entry and no container left behind";
 
     // Without the PIN the card refuses to create the key's container.
     support::pinAt(*repository, *channel)->deauthenticate(*channel);
     reopen();
-    EXPECT_CARD_ERROR(write(*newPrivateKey(material, "k")), "Create File", 0x6982);
+    EXPECT_CARD_ERROR(write(*newPrivateKey(material)), "Create File", 0x6982);
     EXPECT_TRUE(snapshot() == before);
 }
 
-// A key file that a second entry still names stays when the first entry
-// goes, and goes with the last; an entry whose files are gone deletes whole.
+// An entry whose files are gone deletes whole.
 TEST_F(KeysOnTheCard, AKeyFileAnotherEntryNamesStaysUntilTheLastEntryGoes) {
-    write(*newPrivateKey(support::rsaKey(), "shared"));
+    write(*newPrivateKey(support::rsaKey()));
     const ByteBuffer prkdf = readFile(prkdfId);
     put(prkdfId, twice(firstEntry(prkdf)));
     for (const bool last : {false, true}) {
@@ -315,27 +266,17 @@ TEST_F(KeysOnTheCard, AKeyFileAnotherEntryNamesStaysUntilTheLastEntryGoes) {
     EXPECT_EQ(readFile(prkdfId), ByteBuffer(prkdf.size()));
 }
 
-// The PINs of the personalised card as a host sees them, none verified.
-// Listing, blocking, unblocking and changing PINs run through p15tool's
-// PinCommands suite; these pin what the plugin does with the entries.
-class PinsThroughThePlugin : public OnTheCard {
-protected:
-    PinsThroughThePlugin()
-        : OnTheCard(false) {}
-    boost::shared_ptr<app::object::IPin> pin(std::size_t index) const {
-        return support::pinAt(*repository, *channel, index);
-    }
-};
-
-// A label written changes its entry only: longer, it goes behind the others,
-// which stay where they are. Refused by the card (the PIN not verified), too
-// large for EF(AODF) or for any entry, it changes nothing; with nothing set
-// a write sends nothing.
+// Longer, it leaves a hole and goes last; the others stay:
+// EntryRewrite.BytesAfterTheEntriesStayUnlessTheEntriesNeedThem. Refused (no
+// PIN, too large for EF(AODF) or any entry), it changes nothing. PIN use: PinCommands.
+using PinsThroughThePlugin = OnTheCard;
 TEST_F(PinsThroughThePlugin, ALabelWrittenChangesItsEntryOnly) {
     const ByteBuffer before = readFile(aodfId);
+    const auto pin = [this](std::size_t index) {
+        return support::pinAt(*repository, *channel, index);
+    };
     const auto user = pin(0), puk = pin(1);
     EXPECT_EQ(commandsOf([&] { write(*user); }), 0u);
-    user->authenticate(*channel, hosttest::text(hosttest::userPin));
     user->deauthenticate(*channel);
     EXPECT_EQ(user->getPinInfo(*channel).state, 0);
     puk->setLabel("Unblocking PIN");
@@ -351,13 +292,52 @@ TEST_F(PinsThroughThePlugin, ALabelWrittenChangesItsEntryOnly) {
     write(*puk);
     const ByteBuffer after = readFile(aodfId);
     const std::size_t userLength = 2 + before.get(1); // short-form lengths on this card
-    const std::size_t soAt = userLength + 2 + before.get(userLength + 1);
     EXPECT_EQ(after.get(0, userLength), before.get(0, userLength));
     EXPECT_EQ(after.get(userLength, 1), ByteBuffer{0xD0}) << "a hole where it was";
-    EXPECT_EQ(after.get(soAt, 2 + before.get(soAt + 1)),
-              before.get(soAt, 2 + before.get(soAt + 1)));
     EXPECT_EQ(pin(2)->getLabel().value_or(""), "Unblocking PIN");
     EXPECT_EQ(pin(2)->getPinFlags(), puk->getPinFlags());
+}
+
+// The host's configuration store, holding at most "plugin.conf".
+struct Configuration : plugin::IConfigurationSource {
+    explicit Configuration(boost::optional<std::string> text = boost::none)
+        : text(std::move(text)) {}
+    boost::optional<std::string> readFile(const std::string& name) const override {
+        return name == "plugin.conf" ? text : boost::none;
+    }
+    boost::optional<std::string> text;
+};
+
+// Card and applet hosts get one application; an applet host's outlives the
+// plugin that made it. Select order: GetApplications.HandsBackOneApplication...
+TEST(PluginEndToEnd, HandsTheHostOneApplicationThatOutlivesThePlugin) {
+    const support::AppOnCard card(vcard::personalise());
+    std::vector<boost::shared_ptr<app::IApplication>> applications;
+    {
+        const host::PluginLoader loader(P15APP_PATH, Configuration());
+        ASSERT_EQ(loader.getApplications(card.card, *card.channel).size(), 1u);
+        auto applet =
+            boost::make_shared<host::iso7816::Applet>(card.session, host::iso7816::pkcs15Aid());
+        applications = loader.getApplications(card.card, applet, *card.channel);
+    }
+    ASSERT_EQ(applications.size(), 1u);
+    EXPECT_NO_THROW(applications[0]->select(*card.channel));
+    applications.clear(); // released through the plugin's deleter, library still mapped
+}
+
+TEST(PluginEndToEnd, AConfigurationThatLeavesWipingOpenIsRefusedAcrossTheBoundary) {
+    const support::AppOnCard card(vcard::personalise());
+    const std::string waiting = "[WaitingTime]\nReselect=100\n";
+    const host::PluginLoader loader(P15APP_PATH, Configuration(waiting));
+    try {
+        loader.getApplications(card.card, *card.channel);
+        FAIL() << "accepted a configuration without Objects.wipeForce";
+    } catch (const std::exception& e) {
+        EXPECT_NE(std::string(e.what()).find("No such node"), std::string::npos) << e.what();
+    }
+    loader.plugin().configure(Configuration(waiting + "[Objects]\nwipeForce=false\n"));
+    EXPECT_EQ(loader.getApplications(card.card, *card.channel).size(), 1u)
+        << "the last configuration obtained wins";
 }
 
 } // namespace

@@ -24,12 +24,11 @@ class PluginCard : public support::AppOnCard {
     host::PluginLoader loader_; // outlives what the plugin handed out
 
 public:
-    explicit PluginCard(const vcard::Personalisation& options = {}, bool verified = true)
+    // The user PIN verified.
+    explicit PluginCard(const vcard::Personalisation& options = {})
         : AppOnCard(vcard::personalise(options))
         , loader_(P15APP_PATH, hosttest::NoConfiguration()) {
-        if (verified) {
-            verifyUserPin(*open());
-        }
+        verifyUserPin(*open());
         reopen();
     }
 
@@ -40,7 +39,6 @@ public:
         factory = boost::dynamic_pointer_cast<app::object::ICardObjectFactory>(application);
     }
 
-    std::uint64_t commands() const { return virtualCard->instrumentation().counters().commands; }
     template <class Operation> std::uint64_t commandsOf(Operation operation) const {
         const std::uint64_t before = commands();
         operation();
@@ -48,8 +46,7 @@ public:
     }
     bool exists(const mw::ByteBuffer& id) const {
         try {
-            files()->select(*channel, id);
-            return true;
+            return files()->select(*channel, id), true;
         } catch (const card::CardException&) {
             return false;
         }

@@ -13,27 +13,21 @@ trap 'rm -rf "$folder"' EXIT
 printf '#include "%s"\n' "$header" >"$folder/include.cpp"
 
 compile() {
-    dirs=$1
+    dirs=$1 IFS='|'
     set --
-    saved=$IFS IFS='|'
     for dir in $dirs; do set -- "$@" "-I$dir"; done
-    IFS=$saved
+    unset IFS
     "$cxx" -std=c++17 -fsyntax-only "$@" "$folder/include.cpp" 2>&1
 }
 
-if ! output=$(compile "$allowed"); then
-    printf 'FAIL: %s does not compile where it may be included:\n%s\n' "$header" "$output"
-    exit 1
-fi
+output=$(compile "$allowed") || { printf 'FAIL: %s does not compile where it may be included:\n%s\n' "$header" "$output"; exit 1; }
 status=0
 for target in "$@"; do
     name=${target%%=*}
     if output=$(compile "${target#*=}"); then
-        echo "FAIL: $name sees $header"
-        status=1
+        echo "FAIL: $name sees $header" && status=1
     elif ! printf '%s' "$output" | grep -Eq "error: '?$header'?(: No such file| file not found)"; then
-        printf 'FAIL: %s fails on something else than %s:\n%s\n' "$name" "$header" "$output"
-        status=1
+        printf 'FAIL: %s fails on something else than %s:\n%s\n' "$name" "$header" "$output" && status=1
     else
         echo "ok: $name does not see $header"
     fi

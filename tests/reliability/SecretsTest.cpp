@@ -1,14 +1,13 @@
-// A PIN changed and verified, or a private key imported, through the whole
-// stack (application, card layer, transport, virtual card, its image file)
-// leaves no copy of itself in memory given back to the runtime: not as typed,
-// not padded, not as the hexadecimal text of the card image, not in the big
-// integers the key's modulus is computed with. Neither do a key file's text
-// as the tool reads it, nor a plaintext the card deciphers, on its way back
-// and into the file the tool writes. This binary replaces free() to look.
+// Secrets through the whole stack (application, card layer, transport,
+// virtual card, its image file) leave no copy in memory given back to the
+// runtime: PINs, imported keys, a key file the tool reads, a plaintext the
+// card deciphers and the tool writes. This binary replaces free() to look,
+// and turns tracing on, into a file of its own, before anything is traced.
 #include "AppOnCard.hpp"
 #include "FreeHook.hpp"
 
 #include "app/crypto/ICipher.hpp"
+#include "card/CardException.hpp"
 #include "mw/Hex.hpp"
 #include "tools/p15tool/KeyFile.hpp"
 #include "tools/p15tool/Streams.hpp"
@@ -19,10 +18,9 @@
 #include <cryptopp/osrng.h>
 #include <cryptopp/rsa.h>
 #include <filesystem>
-#include <functional>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <unistd.h>
-#include <vector>
 
 namespace {
 
@@ -30,11 +28,36 @@ std::string temporaryFile(const std::string& name) {
     return (std::filesystem::temp_directory_path() / (name + std::to_string(getpid()))).string();
 }
 
+const std::string tracePath = temporaryFile("p15-pin-trace-");
+const bool tracing = setenv("P15_TRACE", tracePath.c_str(), 1) == 0;
+
+// PIN values never reach the trace.
+TEST(PinTrace, NamesThePinOperationsButNeverTheirValues) {
+    ASSERT_TRUE(tracing);
+    const support::AppOnCard card(vcard::personalise());
+    const card::IChannel& channel = *card.channel;
+    const auto application = card.open();
+    const auto user = support::pinAt(*application, channel);
+    const std::string secrets[] = {support::userPin, "24680", support::puk, "997755"};
+    EXPECT_THROW(user->authenticate(channel, support::ascii(secrets[3])), card::CardException);
+    user->unblock(channel, support::ascii(support::puk));
+    user->change(channel, support::ascii(support::userPin), support::ascii("24680"));
+    user->authenticate(channel, support::ascii("24680"));
+
+    std::ifstream file(tracePath);
+    const std::string trace((std::istreambuf_iterator<char>(file)), {});
+    EXPECT_NE(trace.find("P15Pin::authenticate"), std::string::npos) << "the trace is on";
+    for (const std::string& secret : secrets) {
+        EXPECT_EQ(trace.find(secret), std::string::npos) << secret;
+        EXPECT_EQ(trace.find(mw::toHex(support::ascii(secret))), std::string::npos) << secret;
+    }
+    std::remove(tracePath.c_str());
+}
+
 using Use = std::function<void(const support::AppOnCard&, const app::pkcs15::P15Application&)>;
 
-// For each form of a secret: `use` on a personalised card that saves every
-// change to its image, which is then opened again; no released block may
-// hold that form.
+// For each form of a secret: `use` on a card saving to its image, opened
+// again after; no released block may hold that form.
 void expectNoReleasedBlockHolds(const std::vector<std::string>& forms, const Use& use) {
     const std::string image = temporaryFile("p15-secrets-");
     for (const std::string& form : forms) {
@@ -64,9 +87,8 @@ TEST(PinSecrets, NoReleasedBlockHoldsTheNewPin) {
         });
 }
 
-// Each CRT component as the key import carries it, and the first prime as
-// the image's text (the first 32 bytes of it: the hook looks for at most 64
-// bytes).
+// Each CRT component as the import carries it, and the first prime's first
+// 32 bytes as the image's text (the hook looks for 64 bytes at most).
 TEST(KeySecrets, NoReleasedBlockHoldsACrtComponentOfAnImportedKey) {
     const support::RsaKeyMaterial& key = support::rsaKey();
     std::vector<std::string> forms{mw::toHex(mw::ByteBuffer(key.p.data(), 32))};
@@ -102,28 +124,27 @@ TEST(KeySecrets, NoReleasedBlockHoldsTheContentOfAKeyFileTheToolReads) {
 TEST(PlaintextSecrets, NoReleasedBlockHoldsWhatTheCardDecipheredNorWhatWasWrittenOfIt) {
     using app::crypto::ICipher;
     const std::string wanted = "the 32 bytes of a session key :)";
-    const mw::ByteBuffer secret = support::ascii(wanted);
-    support::AppOnCard card(support::cardWithKeyImage());
+    const support::AppOnCard card(support::cardWithKeyImage());
+    const card::IChannel& channel = *card.channel;
     const auto application = card.open();
     card.verifyUserPin(*application);
-    const auto publicKey = application->getPublicKeys(*card.channel).at(0);
-    application->readCardObject(*card.channel, *publicKey);
+    const auto publicKey = application->getPublicKeys(channel).at(0);
+    application->readCardObject(channel, *publicKey);
     const auto cipher = application->getCipher("1.2.840.113549.1.1.1");
-    cipher->init(*card.channel, ICipher::Encipher, *publicKey);
-    const mw::ByteBuffer cryptogram = cipher->encipher(*card.channel, secret);
+    cipher->init(channel, ICipher::Encipher, *publicKey);
+    const mw::ByteBuffer cryptogram = cipher->encipher(channel, support::ascii(wanted));
     freehook::lookFor(wanted);
-    cipher->init(*card.channel, ICipher::Decipher,
-                 *application->getPrivateKeys(*card.channel).at(0));
-    const mw::ByteBuffer plaintext = cipher->decipher(*card.channel, cryptogram);
+    cipher->init(channel, ICipher::Decipher, *application->getPrivateKeys(channel).at(0));
+    const mw::ByteBuffer plaintext = cipher->decipher(channel, cryptogram);
     const std::size_t deciphering = freehook::blocksFreedHoldingSecret();
     const std::string path = temporaryFile("p15-plaintext-");
     p15tool::writeOutput(path, plaintext, true, p15tool::Exposure::secret);
     const std::size_t writing = freehook::blocksFreedHoldingSecret() - deciphering;
     freehook::lookFor("");
-    EXPECT_EQ(plaintext, secret);
+    std::filesystem::remove(path);
+    EXPECT_EQ(plaintext, support::ascii(wanted));
     EXPECT_EQ(deciphering, 0u) << "through the virtual card, the card layer and the plugin";
     EXPECT_EQ(writing, 0u) << "into the file";
-    std::filesystem::remove(path);
 }
 
 } // namespace

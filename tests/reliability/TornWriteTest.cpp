@@ -1,18 +1,17 @@
 // Every writing operation, cut off at each of its commands in turn: the card
 // loses power before the command takes effect or, for UPDATE BINARY, after
 // half of its data is written. Opened afresh, the card still lists all its
-// objects; every item the operation was not writing (directory entry, value
-// or key file, PIN) is byte-identical to before; what it was writing is old,
-// new, or damaged as its operation's Damage allows: a torn directory file the
-// host is told of, or an entry ahead of its files (missing, partly written,
-// or for a replaced value still the old file).
+// objects; every item the operation was not writing (entry, file, PIN) is
+// byte-identical to before; what it was writing is old, new, or damaged as
+// its Operation allows: a torn directory file the host is told of, or an
+// entry ahead of its files (missing, partly written, or the old value's).
 #include "AppOnCard.hpp"
 #include "HostileCard.hpp"
 
 #include "app/crypto/IKeyPairGenerator.hpp"
+#include "app/object/ICertificate.hpp"
 #include "app/object/IDataObject.hpp"
 #include "app/object/IPin.hpp"
-#include "app/object/IX509Certificate.hpp"
 #include "app/pkcs15/fs/EntryLayout.hpp"
 #include "card/CardException.hpp"
 #include "host/ErrorMessage.hpp"
@@ -35,15 +34,12 @@ using Snapshot = std::map<std::string, std::string>;
 using Fault = vcard::Instrumentation::Fault;
 using Card = support::AppOnCard;
 
-// The directory files of the personalised card: ODF, TokenInfo, PrKDF,
-// PuKDF, CDF, DODF, AODF. Their entries are compared one by one, wherever
-// they moved.
+// ODF, TokenInfo, PrKDF, PuKDF, CDF, DODF, AODF of the personalised card:
+// their entries are compared one by one, wherever they moved.
 const std::set<std::uint16_t> directoryFiles{0x5031, 0x5032, 0x4400, 0x4401,
                                              0x4404, 0x4407, 0x4408};
 
-std::string hex(const vcard::Bytes& bytes) {
-    return mw::toHex(mw::ByteBuffer(bytes));
-}
+const auto hex = [](const vcard::Bytes& bytes) { return mw::toHex(mw::ByteBuffer(bytes)); };
 
 // Each directory entry (not a hole), what follows the last that does not
 // decode, each key file, each other file: one item each.
@@ -88,8 +84,7 @@ Snapshot snapshot(const vcard::VirtualCard& card) {
     return items;
 }
 
-// What a host opening the card reads (hostile::readEverything), after the
-// card is reopened: the error of each kind that fails, by kind.
+// The card reopened, hostile::readEverything: the error of each kind that fails.
 std::map<std::string, std::string> enumerate(const Card& card) {
     std::map<std::string, std::string> errors;
     const auto attempt = [&](const char* kind, const std::function<void()>& operation) {
@@ -107,22 +102,10 @@ std::map<std::string, std::string> enumerate(const Card& card) {
     return errors;
 }
 
-// What a cut may leave of the object being written. An entry rewritten in
-// place can be left torn. Key generation and a certificate or data object
-// write put the entry in before the files it names: the entry may name a
-// file not there yet or, a value replaced, the old file about to go.
-struct Damage {
-    const char* file;               // the directory file whose entry may be torn, or nullptr
-    const char* kinds;              // the objects whose listing or reading may fail
-    std::vector<std::string> early; // the errors of an entry ahead of its files
-};
-
-const std::vector<std::string> valueMissing{"card exception: Select: 6A82"};
 const std::vector<std::string> valueMissingOrOld{
     "card exception: Select: 6A82", "card exception: Read Binary: 6282",
     "invalid data exception: value shorter than its file"};
 
-// The application on the card, for the steps of an operation.
 struct On {
     const Card& card;
     Application& app;
@@ -130,14 +113,13 @@ struct On {
     void verify() const { card.verifyUserPin(app); }
     // A certificate anyone may read, as the host reads it on opening the card.
     void writeCertificate() const {
-        const auto certificate = boost::dynamic_pointer_cast<app::object::IX509Certificate>(
-            app.createCertificate(app::object::ICertificate::X509Certificate, {}));
+        const auto certificate =
+            app.createCertificate(app::object::ICertificate::X509Certificate, {});
         certificate->setLabel("Signer");
         certificate->setCertificateId(support::ascii("Sign"));
         certificate->setValue(support::certificateFile("small.der"));
         app.writeCardObject(ch(), *certificate);
     }
-    // A data object of 300 bytes without rules.
     void writeDataObject() const {
         const auto data = app.createDataObject(app::object::IDataObject::OpaqueDataObject, {});
         data->setLabel("Data");
@@ -148,9 +130,15 @@ struct On {
     boost::shared_ptr<app::object::IPin> pin() const { return support::pinAt(app, ch()); }
 };
 
+// What a cut may leave of the object being written. An entry rewritten in
+// place can be left torn. Key generation and a certificate or data object
+// write put the entry in before the files it names: the entry may name a
+// file not there yet or, a value replaced, the old file about to go.
 struct Operation {
     const char* name;
-    std::optional<Damage> mayDamage;
+    const char* file;               // the directory file whose entry may be torn, or nullptr
+    const char* kinds;              // the objects whose listing or reading may fail
+    std::vector<std::string> early; // the errors of an entry ahead of its files
     // What a cut at each command leaves, a pair of letters per command (cut
     // before it takes effect, cut halfway through its data): '.' old or new,
     // 'F' a file of the write damaged, 'A' an entry ahead of its files, 'B'
@@ -162,101 +150,54 @@ struct Operation {
 
 using support::ascii;
 const auto verify = [](On on) { on.verify(); };
-const auto withCertificate = [](On on) {
-    on.verify();
-    on.writeCertificate();
+const auto withCertificate = [](On on) { on.verify(), on.writeCertificate(); };
+const auto relabel = [](On on, const boost::shared_ptr<app::object::ICardObject>& object,
+                        const char* label) {
+    object->setLabel(label);
+    on.app.writeCardObject(on.ch(), *object);
 };
+// clang-format off
 const Operation operations[] = {
-    {"change PIN", std::nullopt, ".. .. .. .. ..", nullptr,
-     [](On on) { on.pin()->change(on.ch(), ascii(support::userPin), ascii("654321")); }},
-    {"unblock PIN", std::nullopt, "..",
-     [](On on) {
-         EXPECT_THROW(on.pin()->authenticate(on.ch(), ascii("000000")), card::CardException);
-     },
+    {"change PIN", nullptr, "", {}, ".. .. .. .. ..", [](On) {}, [](On on) { on.pin()->change(on.ch(), ascii(support::userPin), ascii("654321")); }},
+    {"unblock PIN", nullptr, "", {}, "..", [](On on) { EXPECT_THROW(on.pin()->authenticate(on.ch(), ascii("000000")), card::CardException); },
      [](On on) { on.pin()->unblock(on.ch(), ascii(support::puk)); }},
-    {"relabel key", Damage{"3F00/5015/4400", "private keys", {}}, ".. .. .D", verify,
-     [](On on) {
-         const auto key = on.app.getPrivateKeys(on.ch()).at(0);
-         key->setLabel("A label longer than the one before");
-         on.app.writeCardObject(on.ch(), *key);
-     }},
-    {"import key pair", std::nullopt, ".. .. .. .. .. .. .. .. .. .. .. .. FF FF .. .. .. .. .. ..",
-     verify, [](On on) { support::importKeyPair(on.app, on.ch(), "Second key"); }},
-    {"generate key pair",
-     Damage{nullptr,
-            "private keys, public keys",
-            {"card exception: Select: 6A82", "card exception: Generate Asymmetric Key Pair"}},
-     ".. .. .. .. .. .. .. .. .. .. .. .. .. AA AA AA AA BB BB", verify,
-     [](On on) {
+    {"relabel key", "3F00/5015/4400", "private keys", {}, ".. .. .D", verify,
+     [](On on) { relabel(on, on.app.getPrivateKeys(on.ch()).at(0), "A label longer than the one before"); }},
+    {"import key pair", nullptr, "", {}, ".. .. .. .. .. .. .. .. .. .. .. .. FF FF .. .. .. .. .. ..", verify, [](On on) { support::importKeyPair(on.app, on.ch(), "Second key"); }},
+    {"generate key pair", nullptr, "private keys, public keys", {"card exception: Select: 6A82", "card exception: Generate Asymmetric Key Pair"},
+     ".. .. .. .. .. .. .. .. .. .. .. .. .. AA AA AA AA BB BB", verify, [](On on) {
          const support::RsaKeyPair pair = support::newKeyPair(on.app, "Generated", 1024, 1024);
-         on.app.getKeyPairGenerator("1.2.840.113549.1.1.1")
-             ->generate(on.ch(), pair.privateKey, pair.publicKey);
-     }},
-    {"delete key", std::nullopt, ".. .. .. .. .. ..", verify,
-     [](On on) { on.app.deleteCardObject(on.ch(), *on.app.getPrivateKeys(on.ch()).at(0)); }},
+         on.app.getKeyPairGenerator("1.2.840.113549.1.1.1")->generate(on.ch(), pair.privateKey, pair.publicKey); }},
+    {"delete key", nullptr, "", {}, ".. .. .. .. .. ..", verify, [](On on) { on.app.deleteCardObject(on.ch(), *on.app.getPrivateKeys(on.ch()).at(0)); }},
     // Each kind listed: no cut leaves an entry whose object is gone.
-    {"wipe", std::nullopt, ".. .. .. .. .. .. .. .. .. .. .. .. .. ..",
-     [](On on) {
-         withCertificate(on);
-         on.writeDataObject();
-     },
-     [](On on) { on.app.wipe(on.ch()); }},
-    {"write certificate", Damage{nullptr, "certificates", valueMissing},
-     ".. .. .. .. .. .. .. .. .. .. .. AA AA FF", verify, [](On on) { on.writeCertificate(); }},
-    {"replace certificate", Damage{"3F00/5015/4404", "certificates", valueMissingOrOld},
-     ".. .. .. .. AA AA AA BB FF", withCertificate,
-     [](On on) {
+    {"wipe", nullptr, "", {}, ".. .. .. .. .. .. .. .. .. .. .. .. .. ..", [](On on) { withCertificate(on), on.writeDataObject(); }, [](On on) { on.app.wipe(on.ch()); }},
+    {"write certificate", nullptr, "certificates", {"card exception: Select: 6A82"}, ".. .. .. .. .. .. .. .. .. .. .. AA AA FF", verify, [](On on) { on.writeCertificate(); }},
+    {"replace certificate", "3F00/5015/4404", "certificates", valueMissingOrOld, ".. .. .. .. AA AA AA BB FF", withCertificate, [](On on) {
          const auto listed = on.app.getCertificates(on.ch()).at(0);
          listed->setValue(support::certificateFile("large.der"));
-         on.app.writeCardObject(on.ch(), *listed);
-     }},
-    {"delete certificate", std::nullopt, ".. .. .. ..", withCertificate,
-     [](On on) { on.app.deleteCardObject(on.ch(), *on.app.getCertificates(on.ch()).at(0)); }},
-    {"write data object", Damage{nullptr, "data objects", valueMissing},
-     ".. .. .. .. .. .. .. .. .. .. .. AA AA FF", verify, [](On on) { on.writeDataObject(); }},
-    {"replace data object", Damage{"3F00/5015/4407", "data objects", valueMissingOrOld},
-     ".. .D AA AA BB FF",
-     [](On on) {
-         on.verify();
-         on.writeDataObject();
-     },
-     [](On on) {
+         on.app.writeCardObject(on.ch(), *listed); }},
+    {"delete certificate", nullptr, "", {}, ".. .. .. ..", withCertificate, [](On on) { on.app.deleteCardObject(on.ch(), *on.app.getCertificates(on.ch()).at(0)); }},
+    {"write data object", nullptr, "data objects", {"card exception: Select: 6A82"}, ".. .. .. .. .. .. .. .. .. .. .. AA AA FF", verify, [](On on) { on.writeDataObject(); }},
+    {"replace data object", "3F00/5015/4407", "data objects", valueMissingOrOld, ".. .D AA AA BB FF", [](On on) { on.verify(), on.writeDataObject(); }, [](On on) {
          const auto listed = on.app.getDataObjects(on.ch()).at(0);
-         listed->setLabel("Replaced data");
          listed->setValue(mw::ByteBuffer(std::vector<unsigned char>(200, 0x5A)));
-         on.app.writeCardObject(on.ch(), *listed);
-     }},
-    {"token label", Damage{"3F00/5015/5032", "token info", {}}, ".. .. .D", verify,
-     [](On on) {
-         const auto info = on.app.getApplicationInfo(on.ch());
-         info->setLabel("A token label longer than the one before");
-         on.app.writeCardObject(on.ch(), *info);
-     }},
+         relabel(on, listed, "Replaced data"); }},
+    {"token label", "3F00/5015/5032", "token info", {}, ".. .. .D", verify,
+     [](On on) { relabel(on, on.app.getApplicationInfo(on.ch()), "A token label longer than the one before"); }},
 };
+// clang-format on
 
-// The card just before the operation's first command; the operation's
-// commands are counted from here.
+// The card just before the operation's first command.
 struct Start {
     Card card{support::cardWithKeyImage()};
-    boost::shared_ptr<Application> application;
+    boost::shared_ptr<Application> application = card.open();
 
-    explicit Start(const Operation& operation) {
-        application = card.open();
-        if (operation.prepare) {
-            operation.prepare(On{card, *application});
-        }
-    }
-    std::uint64_t commands() const {
-        return card.virtualCard->instrumentation().counters().commands;
-    }
+    explicit Start(const Operation& operation) { operation.prepare(On{card, *application}); }
 };
 
-// What an interrupted write left on `card`, as a letter of Operation::cuts.
-// Every item is as before or after the whole write, or damaged as the
-// operation may damage it; the card reopened lists and reads everything but
-// the kinds of the object being written, which may fail with an error of an
-// entry ahead of its files, or as invalid data when the token information
-// is torn (any other torn entry is left out with a note).
+// What an interrupted write left on `card`, as a letter of Operation::cuts,
+// checked as this file's head says. A torn entry reads as invalid data in
+// the token information and is left out with a note elsewhere.
 char expectOldOrNew(const Snapshot& before, const Snapshot& after, const Card& card,
                     const Operation& operation, const std::string& where) {
     const Snapshot torn = snapshot(*card.virtualCard);
@@ -266,8 +207,7 @@ char expectOldOrNew(const Snapshot& before, const Snapshot& after, const Card& c
             keys.insert(item.first);
         }
     }
-    const auto& damage = operation.mayDamage;
-    const std::string damageable = damage && damage->file ? damage->file : "-";
+    const std::string damageable = operation.file ? operation.file : "-";
     bool file = false, directory = false, ahead = false;
     for (const std::string& key : keys) {
         const auto find = [&key](const Snapshot& items) -> std::optional<std::string> {
@@ -296,9 +236,9 @@ char expectOldOrNew(const Snapshot& before, const Snapshot& after, const Card& c
         }
     }
     for (const auto& [kind, error] : enumerate(card)) {
-        const bool ours = damage && std::string(damage->kinds).find(kind) != std::string::npos;
+        const bool ours = std::string(operation.kinds).find(kind) != std::string::npos;
         const bool early =
-            ours && std::any_of(damage->early.begin(), damage->early.end(),
+            ours && std::any_of(operation.early.begin(), operation.early.end(),
                                 [&](const std::string& text) { return error.rfind(text, 0) == 0; });
         ahead = ahead || early;
         const bool tornTokenInfo = ours && directory && kind == std::string("token info");
@@ -313,9 +253,9 @@ TEST(TornWrite, EveryOperationCutAtEveryCommandLeavesOldOrNew) {
         SCOPED_TRACE(operation.name);
         Start clean(operation);
         const Snapshot before = snapshot(*clean.card.virtualCard);
-        const std::uint64_t first = clean.commands();
+        const std::uint64_t first = clean.card.commands();
         operation.write(On{clean.card, *clean.application});
-        const std::uint64_t count = clean.commands() - first;
+        const std::uint64_t count = clean.card.commands() - first;
         const Snapshot after = snapshot(*clean.card.virtualCard);
         ASSERT_NE(before, after) << "the operation wrote nothing";
         const auto errors = enumerate(clean.card);

@@ -2,7 +2,6 @@
 
 #include "app/SecurityConditions.hpp"
 #include "card/Apdu.hpp"
-#include "host/iso7816/Applet.hpp"
 #include "host/vcard/VirtualCardTransport.hpp"
 #include "vcard/CardImage.hpp"
 #include "vcard/Personalise.hpp"
@@ -20,35 +19,6 @@ namespace support {
 
 const char* const userPin = "123456";
 const char* const puk = "12345678";
-
-namespace {
-
-mw::ByteBuffer bytesOf(const CryptoPP::Integer& value) {
-    mw::ByteBuffer bytes(value.MinEncodedSize());
-    value.Encode(bytes.data(), bytes.size());
-    return bytes;
-}
-
-RsaKeyMaterial materialOf(unsigned int bits) {
-    CryptoPP::AutoSeededRandomPool rng;
-    CryptoPP::InvertibleRSAFunction key;
-    key.Initialize(rng, bits, 65537);
-    const CryptoPP::Integer& p = key.GetPrime1();
-    const CryptoPP::Integer& q = key.GetPrime2();
-    return {bytesOf(key.GetModulus()),
-            bytesOf(key.GetPublicExponent()),
-            bytesOf(p),
-            bytesOf(q),
-            bytesOf(key.GetModPrime1PrivateExponent()),
-            bytesOf(key.GetModPrime2PrivateExponent()),
-            bytesOf(p.InverseMod(q)),
-            bytesOf(key.GetMultiplicativeInverseOfPrime2ModPrime1())};
-}
-
-} // namespace
-
-RecordingTransport::RecordingTransport(std::unique_ptr<card::ICardTransport> inner)
-    : inner_(std::move(inner)) {}
 
 boost::shared_ptr<mw::ByteBuffer> RecordingTransport::transmit(const card::Apdu& command) const {
     sent_.push_back(command.bytes());
@@ -94,6 +64,10 @@ AppOnCard::open(const std::string& configuration) const {
     return application;
 }
 
+std::uint64_t AppOnCard::commands() const {
+    return virtualCard->instrumentation().counters().commands;
+}
+
 boost::shared_ptr<app::pkcs15::P15Application> AppOnCard::reopen() const {
     virtualCard->reset();
     return open();
@@ -132,8 +106,22 @@ mw::ByteBuffer ascii(const std::string& text) {
 
 const RsaKeyMaterial& rsaKey(unsigned int bits) {
     static std::map<unsigned int, RsaKeyMaterial> keys;
-    const auto found = keys.find(bits);
-    return found != keys.end() ? found->second : keys.emplace(bits, materialOf(bits)).first->second;
+    if (!keys.count(bits)) {
+        CryptoPP::AutoSeededRandomPool rng;
+        CryptoPP::InvertibleRSAFunction key;
+        key.Initialize(rng, bits, 65537);
+        const CryptoPP::Integer &p = key.GetPrime1(), &q = key.GetPrime2();
+        std::vector<mw::ByteBuffer> parts;
+        for (const CryptoPP::Integer& value :
+             {key.GetModulus(), key.GetPublicExponent(), p, q, key.GetModPrime1PrivateExponent(),
+              key.GetModPrime2PrivateExponent(), p.InverseMod(q),
+              key.GetMultiplicativeInverseOfPrime2ModPrime1()}) {
+            value.Encode(parts.emplace_back(value.MinEncodedSize()).data(), value.MinEncodedSize());
+        }
+        keys[bits] = {parts[0], parts[1], parts[2], parts[3],
+                      parts[4], parts[5], parts[6], parts[7]};
+    }
+    return keys[bits];
 }
 
 RsaKeyPair newKeyPair(const app::object::ICardObjectFactory& factory, const std::string& label,

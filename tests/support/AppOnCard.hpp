@@ -5,25 +5,18 @@
 // layer with every command recorded, with the PKCS#15 application opened on
 // it as a host opens it.
 
-#include "app/object/ICardObjectFactory.hpp"
-#include "app/object/ICardObjectRepository.hpp"
 #include "app/object/IPin.hpp"
 #include "app/object/IPrivateRSAKey.hpp"
 #include "app/object/IPublicRSAKey.hpp"
 #include "app/pkcs15/P15Application.hpp"
-#include "card/IChannel.hpp"
 #include "card/service/IFileAccessService.hpp"
 #include "host/Channel.hpp"
 #include "host/iso7816/Card.hpp"
 #include "host/iso7816/CardSession.hpp"
 
-#include <boost/shared_ptr.hpp>
 #include <functional>
 #include <memory>
 #include <optional>
-#include <string>
-#include <utility>
-#include <vector>
 
 namespace vcard {
 class VirtualCard;
@@ -38,7 +31,8 @@ using TransportWrapper =
 // Records each command; answers chosen commands with a status word of the test's.
 class RecordingTransport : public card::ICardTransport {
 public:
-    explicit RecordingTransport(std::unique_ptr<card::ICardTransport> inner);
+    explicit RecordingTransport(std::unique_ptr<card::ICardTransport> inner)
+        : inner_(std::move(inner)) {}
 
     mw::ByteBuffer getAtr() const override { return inner_->getAtr(); }
     boost::shared_ptr<mw::ByteBuffer> transmit(const card::Apdu& command) const override;
@@ -75,6 +69,7 @@ struct AppOnCard {
     boost::shared_ptr<card::service::IFileAccessService> files() const;
     // The whole content of a file of the selected application.
     mw::ByteBuffer readFile(const mw::ByteBuffer& fileId) const;
+    std::uint64_t commands() const; // sent to the card so far
 
     std::shared_ptr<vcard::VirtualCard> virtualCard;
     RecordingTransport* recorder;
@@ -83,6 +78,8 @@ struct AppOnCard {
     boost::shared_ptr<host::iso7816::Card> card;
 };
 
+extern const char* const userPin;
+extern const char* const puk;
 mw::ByteBuffer ascii(const std::string& text);
 // The PIN at `index` of the listed authentication objects (0: the user PIN).
 boost::shared_ptr<app::object::IPin> pinAt(const app::object::ICardObjectRepository& repository,
@@ -90,38 +87,31 @@ boost::shared_ptr<app::object::IPin> pinAt(const app::object::ICardObjectReposit
 // Read, update and use after the user PIN: the rules of a private key.
 app::AccessControlRules userPinRules();
 
-extern const char* const userPin;
-extern const char* const puk;
-
-// An RSA key's values as the application takes them.
+// An RSA key's values as the application takes them; one of `bits` for the
+// whole process, so that importing it again writes the same bytes.
 struct RsaKeyMaterial {
     mw::ByteBuffer modulus, exponent, p, q, dp, dq, pInv, qInv;
 };
-// One key of `bits` for the whole process, so that importing it again writes
-// the same bytes.
 const RsaKeyMaterial& rsaKey(unsigned int bits = 1024);
 
+// Key objects labelled `label`, their key id too, not on the card yet; the
+// private key signs and deciphers under userPinRules(). For a generator,
+// the sizes alone (0 leaves one unset); for an import, the values of `key`.
 struct RsaKeyPair {
     boost::shared_ptr<app::object::IPrivateRSAKey> privateKey;
     boost::shared_ptr<app::object::IPublicRSAKey> publicKey;
 };
-// Key objects labelled `label`, their key id too, not on the card yet; the
-// private key signs and deciphers under userPinRules(). For a generator,
-// the sizes alone (0 leaves one unset); for an import, the values of `key`.
 RsaKeyPair newKeyPair(const app::object::ICardObjectFactory& factory, const std::string& label,
                       std::uint16_t privateBits, std::uint16_t publicBits);
 RsaKeyPair newKeyPair(const app::object::ICardObjectFactory& factory, const std::string& label,
                       const RsaKeyMaterial& key);
-
-// Imports rsaKey(1024) as a private and a public key labelled `label` (the
-// user PIN must be verified).
+// Imports rsaKey(1024) labelled `label` (the user PIN must be verified).
 void importKeyPair(const app::pkcs15::P15Application& application, const card::IChannel& channel,
                    const std::string& label);
 
 // A certificate of tests/data/certs, DER.
 mw::ByteBuffer certificateFile(const std::string& name);
-
-// The image of a personalised card that also holds one imported key pair
+// A personalised card's image that also holds one imported key pair
 // labelled "Signing key", made once per process.
 const std::string& cardWithKeyImage();
 

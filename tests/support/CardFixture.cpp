@@ -1,11 +1,9 @@
 #include "CardFixture.hpp"
 
-#include "card/CardException.hpp"
 #include "host/pcsc/PcscTransport.hpp"
 #include "host/vcard/VirtualCardTransport.hpp"
 #include "vcard/VirtualCard.hpp"
 
-#include <boost/exception/get_error_info.hpp>
 #include <boost/make_shared.hpp>
 #include <cstdlib>
 #include <unistd.h>
@@ -15,16 +13,6 @@ namespace hosttest {
 const char* const userPin = "123456";
 const char* const puk = "12345678";
 const char* const soPin = "87654321";
-
-namespace {
-
-// The first vpcd reader unless P15_READER names one.
-std::unique_ptr<card::ICardTransport> pcscTransport() {
-    const char* chosen = std::getenv("P15_READER");
-    return host::connectReader(chosen ? chosen : "Virtual PCD", std::chrono::seconds(10));
-}
-
-} // namespace
 
 std::string transportName(const ::testing::TestParamInfo<TransportKind>& info) {
     const char* const names[] = {"InProcess", "InProcessShortApdus", "Pcsc"};
@@ -37,7 +25,8 @@ void CardTest::SetUp() {
         if (geteuid() != 0) {
             GTEST_SKIP() << "the PC/SC tests drive pcscd, which needs root";
         }
-        transport = pcscTransport();
+        const char* reader = std::getenv("P15_READER"); // else the first vpcd reader
+        transport = host::connectReader(reader ? reader : "Virtual PCD", std::chrono::seconds(10));
     } else {
         auto inProcess =
             std::make_unique<host::VirtualCardTransport>(vcard::VirtualCard::personalised());
@@ -46,8 +35,8 @@ void CardTest::SetUp() {
         transport = std::move(inProcess);
     }
     channel_ = boost::make_shared<host::Channel>(std::move(transport));
-    session_ = boost::make_shared<host::iso7816::CardSession>(channel_);
-    card_ = boost::make_shared<host::iso7816::Card>(session_);
+    card_ = boost::make_shared<host::iso7816::Card>(
+        boost::make_shared<host::iso7816::CardSession>(channel_));
     card_->selectApplication(*channel_, host::iso7816::pkcs15Aid());
     if (GetParam() == TransportKind::Pcsc) {
         // The served card lives on between tests: start with nothing verified.
@@ -76,11 +65,6 @@ mw::ByteBuffer paddedPin(const std::string& digits) {
 
 mw::ByteBuffer text(const std::string& value) {
     return mw::ByteBuffer(reinterpret_cast<const unsigned char*>(value.data()), value.size());
-}
-
-unsigned short statusOf(const card::CardException& e) {
-    const unsigned short* sw = boost::get_error_info<card::StatusCode>(e);
-    return sw ? *sw : 0;
 }
 
 } // namespace hosttest

@@ -64,7 +64,6 @@ protected:
     }
 
     boost::shared_ptr<host::Channel> channel_;
-    boost::shared_ptr<host::iso7816::CardSession> session_;
     boost::shared_ptr<host::iso7816::Card> card_;
     // Set in-process only: counters and fault injection.
     vcard::VirtualCard* virtualCard_ = nullptr;
@@ -87,9 +86,6 @@ public:
     boost::optional<std::string> readFile(const std::string&) const override { return boost::none; }
 };
 
-// The status word a card exception carries, 0 when none.
-unsigned short statusOf(const card::CardException& e);
-
 } // namespace hosttest
 
 // Runs `statement`, expects a card exception with this command and status word.
@@ -99,8 +95,9 @@ unsigned short statusOf(const card::CardException& e);
         ADD_FAILURE() << "no card exception from " #statement;                                     \
     } catch (const card::CardException& e) {                                                       \
         const char* const* name = boost::get_error_info<card::Command>(e);                         \
+        const unsigned short* status = boost::get_error_info<card::StatusCode>(e);                 \
         EXPECT_STREQ(name ? *name : "", command);                                                  \
-        EXPECT_EQ(hosttest::statusOf(e), sw) << std::hex;                                          \
+        EXPECT_EQ(status ? *status : 0, sw) << std::hex;                                           \
     }
 
 #endif

@@ -34,19 +34,6 @@ char secret[64];
 std::size_t secretSize = 0;
 std::size_t holdingSecret = 0;
 
-void search(void* block) {
-    if (memmem(block, malloc_usable_size(block), secret, secretSize) != nullptr) {
-        ++holdingSecret;
-    }
-}
-
-void inspect(void* block) {
-    const auto* bytes = static_cast<const unsigned char*>(block);
-    blockWasZero = std::all_of(bytes, bytes + watchedSize, [](unsigned char b) { return b == 0; });
-    blockFreed = true;
-    watchedBlock = nullptr;
-}
-
 // Volatile stores, so that no store the test relies on is optimised away
 // ahead of a free.
 void fill(unsigned char* block, std::size_t size, unsigned char value) {
@@ -99,10 +86,15 @@ std::size_t blocksFreedHoldingSecret() {
 extern "C" __attribute__((no_sanitize("address"))) __attribute__((no_sanitize("undefined"))) void
 free(void* block) {
     if (block != nullptr && block == watchedBlock) {
-        inspect(block);
+        const auto* bytes = static_cast<const unsigned char*>(block);
+        blockWasZero =
+            std::all_of(bytes, bytes + watchedSize, [](unsigned char b) { return b == 0; });
+        blockFreed = true;
+        watchedBlock = nullptr;
     }
-    if (block != nullptr && secretSize > 0) {
-        search(block);
+    if (block != nullptr && secretSize > 0 &&
+        memmem(block, malloc_usable_size(block), secret, secretSize) != nullptr) {
+        ++holdingSecret;
     }
     releaseBlock(block);
 }

@@ -31,27 +31,17 @@ constexpr std::uint16_t notableStatusWords[] = {
     0x63C1, 0x63CF, 0x6581, 0x6700, 0x6982, 0x6983, 0x6984, 0x6985, 0x6A80, 0x6A82, 0x6A84,
     0x6A86, 0x6A88, 0x6B00, 0x6D00, 0x6E00, 0x6F00, 0x9100, 0x0000, 0xFFFF};
 
-enum class Spoil {
-    Truncate,
-    StatusWordOnly,
-    OtherStatusWord,
-    RandomAnswer,
-    Oversized,
-    FlipBit,
-    NoAnswer,
-    ExtraData,
-    MoreDataWaiting,
-    Count
-};
+// clang-format off
+enum class Spoil { Truncate, StatusWordOnly, OtherStatusWord, RandomAnswer, Oversized, FlipBit, NoAnswer, ExtraData, MoreDataWaiting, Count };
+// clang-format on
 
 void appendStatusWord(std::vector<unsigned char>& answer, std::uint16_t sw) {
     answer.push_back(static_cast<unsigned char>(sw >> 8));
     answer.push_back(static_cast<unsigned char>(sw));
 }
 
-// A card or application exception's message, marked "unclear" when it
-// carries neither a text nor a status word. A PIN value the entry rules out
-// says which value and which rule, in its own fields.
+// A message, marked "unclear" without a text or a status word (a PIN value
+// the entry rules out names value and rule in its own fields).
 template <class Exception> std::string described(const char* name, const Exception& e) {
     const bool clear = boost::get_error_info<card::ErrorText>(e) ||
                        boost::get_error_info<card::StatusCode>(e) ||
@@ -60,8 +50,6 @@ template <class Exception> std::string described(const char* name, const Excepti
     return std::string(clear ? "" : "unclear: ") + name + ": " + host::errorMessage(e);
 }
 
-// Runs one operation of the workload; a card or application exception is
-// its outcome, anything else escapes.
 void attempt(Outcome& outcome, const char* name, const std::function<void()>& operation) {
     try {
         operation();
@@ -94,9 +82,8 @@ void readValue(const app::pkcs15::P15Application& application, const card::IChan
     }
 }
 
-// The first key pair listed, its public key read: a signature made on the
-// card and checked in software, or a text enciphered in software and
-// deciphered on the card.
+// The first key pair listed: signed on the card and checked in software, or
+// enciphered in software and deciphered on the card.
 void useFirstKeyPair(const app::pkcs15::P15Application& app, const card::IChannel& channel,
                      bool sign) {
     const auto privateKey = first(app.getPrivateKeys(channel));
@@ -148,16 +135,13 @@ void runOnApplication(Outcome& outcome, const app::pkcs15::P15Application& app,
             app.writeCardObject(channel, *key);
         }
     });
-    attempt(outcome, "change PIN", [&] {
-        if (pin) {
+    if (pin) {
+        attempt(outcome, "change PIN", [&] {
             pin->change(channel, support::ascii(support::userPin), support::ascii("654321"));
-        }
-    });
-    attempt(outcome, "unblock PIN", [&] {
-        if (pin) {
-            pin->unblock(channel, support::ascii(support::puk));
-        }
-    });
+        });
+        attempt(outcome, "unblock PIN",
+                [&] { pin->unblock(channel, support::ascii(support::puk)); });
+    }
 }
 
 // Forwards every command to an honest card and spoils some of its answers.
@@ -193,49 +177,30 @@ private:
         }
         const std::size_t size = answer.size();
         const std::size_t dataSize = size < 2 ? 0 : size - 2;
+        Answer extra;
+        // clang-format off
         switch (static_cast<Spoil>(choices_.below(static_cast<std::uint32_t>(Spoil::Count)))) {
-        case Spoil::Truncate:
-            answer.resize(choices_.below(static_cast<std::uint32_t>(size)));
-            break;
-        case Spoil::StatusWordOnly:
-            answer.clear();
-            appendStatusWord(answer, statusWord());
-            break;
-        case Spoil::OtherStatusWord:
-            answer.resize(dataSize);
-            appendStatusWord(answer, statusWord());
-            break;
-        case Spoil::RandomAnswer:
-            answer.clear();
-            appendRandom(answer, choices_.below(600));
-            break;
+        case Spoil::Truncate: answer.resize(choices_.below(static_cast<std::uint32_t>(size))); break;
+        case Spoil::StatusWordOnly: answer.clear(), appendStatusWord(answer, statusWord()); break;
+        case Spoil::OtherStatusWord: answer.resize(dataSize), appendStatusWord(answer, statusWord()); break;
+        case Spoil::RandomAnswer: answer.clear(), appendRandom(answer, choices_.below(600)); break;
         case Spoil::Oversized:
-            answer.resize(dataSize);
-            appendRandom(answer, 0x10000 + choices_.below(0x100));
-            appendStatusWord(answer, 0x9000);
+            answer.resize(dataSize), appendRandom(answer, 0x10000 + choices_.below(0x100)), appendStatusWord(answer, 0x9000);
             break;
         case Spoil::FlipBit:
             if (dataSize > 0) {
-                answer[choices_.below(static_cast<std::uint32_t>(dataSize))] ^=
-                    static_cast<unsigned char>(1u << choices_.below(8));
+                answer[choices_.below(static_cast<std::uint32_t>(dataSize))] ^= static_cast<unsigned char>(1u << choices_.below(8));
             }
             break;
-        case Spoil::NoAnswer:
-            return nullptr;
-        case Spoil::ExtraData: {
-            Answer extra;
+        case Spoil::NoAnswer: return nullptr;
+        case Spoil::ExtraData:
             appendRandom(extra, 1 + choices_.below(300));
-            answer.insert(answer.begin() + static_cast<std::ptrdiff_t>(dataSize), extra.begin(),
-                          extra.end());
+            answer.insert(answer.begin() + static_cast<std::ptrdiff_t>(dataSize), extra.begin(), extra.end());
             break;
+        case Spoil::MoreDataWaiting: answer.resize(dataSize), appendStatusWord(answer, static_cast<std::uint16_t>(0x6100 | choices_.below(256))); break;
+        case Spoil::Count: break;
         }
-        case Spoil::MoreDataWaiting:
-            answer.resize(dataSize);
-            appendStatusWord(answer, static_cast<std::uint16_t>(0x6100 | choices_.below(256)));
-            break;
-        case Spoil::Count:
-            break;
-        }
+        // clang-format on
         return boost::make_shared<mw::ByteBuffer>(answer);
     }
     void appendRandom(Answer& out, std::size_t count) const {
@@ -292,8 +257,8 @@ void readEverything(const app::pkcs15::P15Application& application, const card::
 
 std::uint32_t InputChoices::below(std::uint32_t bound) {
     std::uint32_t value = 0;
-    for (std::uint64_t range = 1; range < bound && position_ < size_; range <<= 8) {
-        value = value << 8 | data_[position_++];
+    for (std::uint64_t range = 1; range < bound && position < size; range <<= 8) {
+        value = value << 8 | data[position++];
     }
     return bound == 0 ? 0 : value % bound;
 }

@@ -26,7 +26,6 @@ struct AppOnCard;
 
 namespace hostile {
 
-// Where the hostile card's decisions come from.
 class Choices {
 public:
     virtual ~Choices() = default;
@@ -34,35 +33,27 @@ public:
     virtual std::uint32_t below(std::uint32_t bound) = 0;
 };
 
-class SeededChoices : public Choices {
-public:
+struct SeededChoices : Choices {
     explicit SeededChoices(std::uint64_t seed)
-        : engine_(seed) {}
+        : engine(seed) {}
     std::uint32_t below(std::uint32_t bound) override {
-        return bound == 0 ? 0 : static_cast<std::uint32_t>(engine_() % bound);
+        return bound == 0 ? 0 : static_cast<std::uint32_t>(engine() % bound);
     }
-
-private:
-    std::mt19937_64 engine_;
+    std::mt19937_64 engine;
 };
 
 // Reads the decisions from a fuzzer's input; once it is used up, every
 // answer is honest.
-class InputChoices : public Choices {
-public:
+struct InputChoices : Choices {
     InputChoices(const std::uint8_t* data, std::size_t size)
-        : data_(data)
-        , size_(size) {}
+        : data(data)
+        , size(size) {}
     std::uint32_t below(std::uint32_t bound) override;
-
-private:
-    const std::uint8_t* data_;
-    std::size_t size_;
-    std::size_t position_ = 0;
+    const std::uint8_t* data;
+    std::size_t size, position = 0;
 };
 
-// What one case did: the commands sent and the message of every operation
-// that failed.
+// The commands sent and the message of every operation that failed.
 struct Outcome {
     std::size_t commands = 0;
     std::vector<std::string> errors;
@@ -76,20 +67,17 @@ using Attempt = std::function<void(const char* name, const std::function<void()>
 void readEverything(const app::pkcs15::P15Application& application, const card::IChannel& channel,
                     const Attempt& attempt);
 
-// Opens the PKCS#15 application on the card and runs what a host does:
-// readEverything, verify, sign, encipher and decipher, draw random bytes,
-// change and unblock a PIN, relabel a key, read the card's algorithms. Each
-// operation may fail only with a card or application exception that carries
-// a text or a status word (one without is returned as "unclear: ...") or
-// with one of the foundation's exceptions, which name their cause; anything
-// else escapes.
+// Opens the application and runs what a host does: readEverything, verify,
+// sign, encipher and decipher, draw random bytes, relabel a key, change and
+// unblock a PIN, read the card's algorithms. A card or application exception
+// without a text or status word is returned as "unclear: ..."; one of the
+// foundation's names its cause; anything else escapes.
 Outcome runWorkload(const support::AppOnCard& card);
 
-// runWorkload on a fresh copy of the card that support::cardWithKeyImage()
-// holds, behind a transport that spoils about one answer in a power of two
-// from 1 to 256 chosen per case. More than 5000 commands in one case (a hang
-// in the making) throw a std::logic_error, which no caller can swallow as a
-// card exception.
+// runWorkload on a fresh support::cardWithKeyImage(), behind a transport
+// spoiling about one answer in a power of two from 1 to 256 chosen per case.
+// Over 5000 commands in one case (a hang in the making) throw a
+// std::logic_error, which no caller can swallow as a card exception.
 Outcome runCase(Choices& choices);
 
 } // namespace hostile
