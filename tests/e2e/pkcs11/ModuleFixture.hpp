@@ -21,6 +21,7 @@
 
 #include <gtest/gtest.h>
 #include <string>
+#include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
 
@@ -62,6 +63,106 @@ inline std::string shell(const std::string& command) {
 
 inline CK_UTF8CHAR_PTR utf8(std::string& text) {
     return reinterpret_cast<CK_UTF8CHAR_PTR>(text.data());
+}
+
+// A client of the initialised module `f` on the token in `slot`, logged in, with the key pair
+// `label`: each use signs (SHA256_RSA_PKCS) or deciphers (RSA_PKCS) `message` and checks the
+// result in software, where the cryptogram is made. Told CKR_USER_NOT_LOGGED_IN, it logs in
+// again once, as clients do, unless told not to.
+struct KeyUser {
+    KeyUser(CK_FUNCTION_LIST_PTR module, CK_SLOT_ID slot, std::string label)
+        : f(module) {
+        EXPECT_EQ(
+            f->C_OpenSession(slot, CKF_SERIAL_SESSION | CKF_RW_SESSION, nullptr, nullptr, &session),
+            CKR_OK);
+        EXPECT_EQ(login(), CKR_OK);
+        CK_OBJECT_HANDLE found[2] = {};
+        for (CK_OBJECT_CLASS kind : {CKO_PRIVATE_KEY, CKO_PUBLIC_KEY}) {
+            CK_ATTRIBUTE query[] = {{CKA_CLASS, &kind, sizeof kind},
+                                    {CKA_LABEL, label.data(), label.size()}};
+            CK_ULONG count = 0;
+            EXPECT_EQ(f->C_FindObjectsInit(session, query, 2), CKR_OK);
+            EXPECT_EQ(f->C_FindObjects(session, &found[kind == CKO_PUBLIC_KEY], 1, &count), CKR_OK);
+            EXPECT_EQ(std::make_pair(f->C_FindObjectsFinal(session), count),
+                      std::pair(CKR_OK, 1ul));
+        }
+        privateKey = found[0];
+        unsigned char modulus[512], exponent[8];
+        CK_ATTRIBUTE values[] = {{CKA_MODULUS, modulus, sizeof modulus},
+                                 {CKA_PUBLIC_EXPONENT, exponent, sizeof exponent}};
+        EXPECT_EQ(f->C_GetAttributeValue(session, found[1], values, 2), CKR_OK);
+        key.Initialize(CryptoPP::Integer(modulus, values[0].ulValueLen),
+                       CryptoPP::Integer(exponent, values[1].ulValueLen));
+    }
+    CK_RV login() {
+        std::string pin = userPin;
+        return f->C_Login(session, CKU_USER, utf8(pin), pin.size());
+    }
+    CK_RV use(bool signing, const std::string& message, bool loginAgain = true) {
+        const Bytes text(message.begin(), message.end());
+        Bytes in = text, out(512);
+        if (!signing) {
+            CryptoPP::RSAES_PKCS1v15_Encryptor encryptor(key);
+            in.resize(encryptor.CiphertextLength(text.size()));
+            encryptor.Encrypt(random, text.data(), text.size(), in.data());
+        }
+        CK_MECHANISM mechanism{signing ? CKM_SHA256_RSA_PKCS : CKM_RSA_PKCS, nullptr, 0};
+        CK_ULONG length = out.size();
+        CK_RV rv = (signing ? f->C_SignInit : f->C_DecryptInit)(session, &mechanism, privateKey);
+        if (rv == CKR_OK) {
+            rv = (signing ? f->C_Sign : f->C_Decrypt)(session, in.data(), in.size(), out.data(),
+                                                      &length);
+        }
+        if (rv == CKR_USER_NOT_LOGGED_IN && loginAgain && login() == CKR_OK) {
+            return use(signing, message, false);
+        }
+        out.resize(rv == CKR_OK ? length : 0);
+        CryptoPP::RSASS<CryptoPP::PKCS1v15, CryptoPP::SHA256>::Verifier verifier(key);
+        EXPECT_TRUE(rv != CKR_OK || (signing ? out.size() == verifier.SignatureLength() &&
+                                                   verifier.VerifyMessage(text.data(), text.size(),
+                                                                          out.data(), out.size())
+                                             : out == text))
+            << message << (signing ? ": the signature does not verify" : ": another plaintext");
+        return rv;
+    }
+    CK_FUNCTION_LIST_PTR f;
+    CK_SESSION_HANDLE session = 0;
+    CK_OBJECT_HANDLE privateKey = 0;
+    CryptoPP::RSA::PublicKey key;
+    CryptoPP::AutoSeededRandomPool random;
+};
+
+// Processes sharing one card: one for each of `labels`, each with a module of its own (the
+// parent's is left to the parent), sign `count` distinct messages at once with their key pair,
+// then decipher as many; every result is checked.
+inline void keyPairsUsedAtOnce(CK_FUNCTION_LIST_PTR f, CK_SLOT_ID slot,
+                               std::vector<std::string> labels, int count) {
+    for (const bool signing : {true, false}) {
+        std::vector<pid_t> children;
+        for (const std::string& label : labels) {
+            if (const pid_t child = ::fork(); child != 0) {
+                children.push_back(child);
+                continue;
+            }
+            try { // the child never returns into the test
+                EXPECT_EQ(f->C_Initialize(nullptr), CKR_OK);
+                KeyUser user(f, slot, label);
+                for (int i = 0; i < count; ++i) {
+                    EXPECT_EQ(user.use(signing, label + " message " + std::to_string(i)), CKR_OK);
+                }
+                f->C_Finalize(nullptr);
+            } catch (const std::exception& e) {
+                ADD_FAILURE() << e.what();
+            }
+            std::fflush(stdout);
+            ::_exit(::testing::Test::HasFailure() ? 1 : 0);
+        }
+        for (const pid_t child : children) {
+            int status = -1;
+            EXPECT_EQ(::waitpid(child, &status, 0), child);
+            EXPECT_EQ(status, 0) << (signing ? "signing" : "deciphering");
+        }
+    }
 }
 
 class ModuleTest : public ::testing::Test {

@@ -7,7 +7,6 @@
 #include "OddCard.hpp"
 #include "app/pkcs15/oss/Codec.hpp"
 #include "vcard/CardImage.hpp"
-#include <sys/wait.h>
 
 namespace {
 
@@ -225,6 +224,17 @@ TEST_F(SharedImage, WritesOfOtherProcessesOutliveTheOpenModulesLogin) {
     for (const char* label : {"Shared", "second module's", "first module's"}) {
         EXPECT_NE(objects.find(label), std::string::npos) << label << "\n" << objects;
     }
+}
+
+// Two processes, each with its own key pair, sign and decipher at once on one card image (over
+// pcscd: PcscSlotTest.ProcessesShareTheReadersCard).
+TEST_F(SharedImage, ProcessesUseTheirOwnKeysAtOnce) {
+    ::setenv("P15_TEST_PIN", userPin.c_str(), 1);
+    for (const char* label : {"A", "B"}) {
+        shell(std::string(P15TOOL_PATH) + " --card " + image_.string() +
+              " keygen --bits 1024 --pin-env P15_TEST_PIN --label " + label);
+    }
+    keyPairsUsedAtOnce(f, 0, {"A", "B"}, 1000);
 }
 
 } // namespace

@@ -1,23 +1,18 @@
 // The module's PC/SC slot on the pcscd fixture's card, in the "Virtual PCD" reader: a session
 // logged in through the reader, then the card taken out (its bridge stopped) and put back (a
-// new bridge, with a fresh card) as C_GetSlotList, the session and C_WaitForSlotEvent see it.
-#include "pkcs11/Cryptoki.hpp"
+// new bridge, with a fresh card) as C_GetSlotList, the session and C_WaitForSlotEvent see it;
+// processes sharing the card.
+#include "ModuleFixture.hpp"
 
-#include <algorithm>
 #include <chrono>
 #include <csignal>
-#include <cstdlib>
-#include <dlfcn.h>
-#include <fstream>
 #include <future>
-#include <gtest/gtest.h>
-#include <string>
 #include <thread>
-#include <vector>
 
 namespace {
 
 using namespace std::chrono_literals;
+using namespace p15test;
 
 class PcscSlotTest : public ::testing::Test {
 protected:
@@ -59,9 +54,21 @@ protected:
         const auto ids = slots(CK_TRUE);
         return std::find(ids.begin(), ids.end(), slot) != ids.end();
     }
-    CK_RV login(CK_SESSION_HANDLE session) {
-        unsigned char pin[] = "123456"; // the fixture's card has the default user PIN
-        return f->C_Login(session, CKU_USER, pin, 6);
+    CK_RV login(CK_SESSION_HANDLE session) { // the fixture's card has the default user PIN
+        std::string pin = userPin;
+        return f->C_Login(session, CKU_USER, utf8(pin), pin.size());
+    }
+    // The "Virtual PCD" reader's slot.
+    CK_SLOT_ID virtualSlot(CK_SLOT_INFO& info) {
+        for (CK_SLOT_ID id : slots(CK_FALSE)) {
+            if (f->C_GetSlotInfo(id, &info) == CKR_OK &&
+                std::string(reinterpret_cast<char*>(info.slotDescription), 64)
+                        .find("Virtual PCD") != std::string::npos) {
+                return id;
+            }
+        }
+        ADD_FAILURE() << "no Virtual PCD reader among the slots";
+        return ~CK_SLOT_ID(0);
     }
 
     // The first slot event within 30 s (pcscd polls its readers); none is ~0.
@@ -96,24 +103,15 @@ protected:
 };
 
 TEST_F(PcscSlotTest, TheReadersCardLeavesAndComesBack) {
-    CK_SLOT_ID slot = ~CK_SLOT_ID(0);
     CK_SLOT_INFO info{};
-    for (CK_SLOT_ID id : slots(CK_FALSE)) {
-        if (f->C_GetSlotInfo(id, &info) == CKR_OK &&
-            std::string(reinterpret_cast<char*>(info.slotDescription), 64).find("Virtual PCD") !=
-                std::string::npos) {
-            slot = id;
-            break;
-        }
-    }
-    ASSERT_NE(slot, ~CK_SLOT_ID(0)) << "no Virtual PCD reader among the slots";
+    const CK_SLOT_ID slot = virtualSlot(info);
+    ASSERT_NE(slot, ~CK_SLOT_ID(0));
     EXPECT_EQ(info.flags, CKF_TOKEN_PRESENT | CKF_REMOVABLE_DEVICE | CKF_HW_SLOT);
     EXPECT_TRUE(listed(slot));
     CK_TOKEN_INFO token{};
     ASSERT_EQ(f->C_GetTokenInfo(slot, &token), CKR_OK);
     EXPECT_TRUE(token.flags & CKF_LOGIN_REQUIRED);
 
-    // Signing through the reader is shared-card-test.sh's (pkcs11.shared.pcsc).
     CK_SESSION_HANDLE session = 0;
     ASSERT_EQ(f->C_OpenSession(slot, CKF_SERIAL_SESSION, nullptr, nullptr, &session), CKR_OK);
     ASSERT_EQ(login(session), CKR_OK);
@@ -143,6 +141,43 @@ TEST_F(PcscSlotTest, TheReadersCardLeavesAndComesBack) {
     EXPECT_TRUE(listed(slot));
     ASSERT_EQ(f->C_OpenSession(slot, CKF_SERIAL_SESSION, nullptr, nullptr, &session), CKR_OK);
     EXPECT_EQ(login(session), CKR_OK);
+}
+
+// Two processes, each with its own key pair, sign and decipher at once through pcscd (MANAGE
+// SECURITY ENVIRONMENT and its PSO in one card transaction). Then another program's reset
+// (p15tool's) logs this process's session out, as C_GetSessionInfo tells the first time and
+// C_Sign the second; a new C_Login works.
+TEST_F(PcscSlotTest, ProcessesShareTheReadersCard) {
+    CK_SLOT_INFO info{};
+    const CK_SLOT_ID slot = virtualSlot(info);
+    ASSERT_NE(slot, ~CK_SLOT_ID(0));
+    const std::string tool = std::string(P15TOOL_PATH) + " --reader Virtual ",
+                      labels[] = {"shared A " + std::to_string(getpid()),
+                                  "shared B " + std::to_string(getpid())};
+    ::setenv("P15_TEST_PIN", userPin.c_str(), 1);
+    const auto keys = [&](const std::string& command) {
+        for (const std::string& label : labels) {
+            shell(tool + command + " --pin-env P15_TEST_PIN --label '" + label + "'");
+        }
+    };
+    keys("keygen --bits 1024");
+    const std::shared_ptr<void> deleted(nullptr, [&](void*) { keys("key delete"); });
+    ASSERT_EQ(f->C_Finalize(nullptr), CKR_OK);
+    keyPairsUsedAtOnce(f, slot, {labels[0], labels[1]}, 1000);
+
+    ASSERT_EQ(f->C_Initialize(nullptr), CKR_OK);
+    KeyUser user(f, slot, labels[0]);
+    for (const bool signFirst : {false, true}) {
+        SCOPED_TRACE(signFirst ? "C_Sign" : "C_GetSessionInfo");
+        shell(tool + "list");
+        CK_SESSION_INFO state{};
+        EXPECT_EQ(signFirst ? user.use(true, "after a reset", false)
+                            : f->C_GetSessionInfo(user.session, &state),
+                  signFirst ? CKR_USER_NOT_LOGGED_IN : CKR_OK);
+        EXPECT_TRUE(signFirst || state.state == CKS_RW_PUBLIC_SESSION) << state.state;
+        EXPECT_EQ(user.login(), CKR_OK);
+        EXPECT_EQ(user.use(true, "after C_Login", false), CKR_OK);
+    }
 }
 
 } // namespace
