@@ -65,169 +65,23 @@ inline CK_UTF8CHAR_PTR utf8(std::string& text) {
     return reinterpret_cast<CK_UTF8CHAR_PTR>(text.data());
 }
 
-// A client of the initialised module `f` on the token in `slot`, logged in, with the key pair
-// `label`: each use signs (SHA256_RSA_PKCS) or deciphers (RSA_PKCS) `message` and checks the
-// result in software, where the cryptogram is made. Told CKR_USER_NOT_LOGGED_IN, it logs in
-// again once, as clients do, unless told not to.
-struct KeyUser {
-    KeyUser(CK_FUNCTION_LIST_PTR module, CK_SLOT_ID slot, std::string label)
-        : f(module) {
-        EXPECT_EQ(
-            f->C_OpenSession(slot, CKF_SERIAL_SESSION | CKF_RW_SESSION, nullptr, nullptr, &session),
-            CKR_OK);
-        EXPECT_EQ(login(), CKR_OK);
-        CK_OBJECT_HANDLE found[2] = {};
-        for (CK_OBJECT_CLASS kind : {CKO_PRIVATE_KEY, CKO_PUBLIC_KEY}) {
-            CK_ATTRIBUTE query[] = {{CKA_CLASS, &kind, sizeof kind},
-                                    {CKA_LABEL, label.data(), label.size()}};
-            CK_ULONG count = 0;
-            EXPECT_EQ(f->C_FindObjectsInit(session, query, 2), CKR_OK);
-            EXPECT_EQ(f->C_FindObjects(session, &found[kind == CKO_PUBLIC_KEY], 1, &count), CKR_OK);
-            EXPECT_EQ(std::make_pair(f->C_FindObjectsFinal(session), count),
-                      std::pair(CKR_OK, 1ul));
-        }
-        privateKey = found[0];
-        unsigned char modulus[512], exponent[8];
-        CK_ATTRIBUTE values[] = {{CKA_MODULUS, modulus, sizeof modulus},
-                                 {CKA_PUBLIC_EXPONENT, exponent, sizeof exponent}};
-        EXPECT_EQ(f->C_GetAttributeValue(session, found[1], values, 2), CKR_OK);
-        key.Initialize(CryptoPP::Integer(modulus, values[0].ulValueLen),
-                       CryptoPP::Integer(exponent, values[1].ulValueLen));
-    }
-    CK_RV login() {
-        std::string pin = userPin;
-        return f->C_Login(session, CKU_USER, utf8(pin), pin.size());
-    }
-    CK_RV use(bool signing, const std::string& message, bool loginAgain = true) {
-        const Bytes text(message.begin(), message.end());
-        Bytes in = text, out(512);
-        if (!signing) {
-            CryptoPP::RSAES_PKCS1v15_Encryptor encryptor(key);
-            in.resize(encryptor.CiphertextLength(text.size()));
-            encryptor.Encrypt(random, text.data(), text.size(), in.data());
-        }
-        CK_MECHANISM mechanism{signing ? CKM_SHA256_RSA_PKCS : CKM_RSA_PKCS, nullptr, 0};
-        CK_ULONG length = out.size();
-        CK_RV rv = (signing ? f->C_SignInit : f->C_DecryptInit)(session, &mechanism, privateKey);
-        if (rv == CKR_OK) {
-            rv = (signing ? f->C_Sign : f->C_Decrypt)(session, in.data(), in.size(), out.data(),
-                                                      &length);
-        }
-        if (rv == CKR_USER_NOT_LOGGED_IN && loginAgain && login() == CKR_OK) {
-            return use(signing, message, false);
-        }
-        out.resize(rv == CKR_OK ? length : 0);
-        CryptoPP::RSASS<CryptoPP::PKCS1v15, CryptoPP::SHA256>::Verifier verifier(key);
-        EXPECT_TRUE(rv != CKR_OK || (signing ? out.size() == verifier.SignatureLength() &&
-                                                   verifier.VerifyMessage(text.data(), text.size(),
-                                                                          out.data(), out.size())
-                                             : out == text))
-            << message << (signing ? ": the signature does not verify" : ": another plaintext");
-        return rv;
-    }
-    CK_FUNCTION_LIST_PTR f;
-    CK_SESSION_HANDLE session = 0;
-    CK_OBJECT_HANDLE privateKey = 0;
-    CryptoPP::RSA::PublicKey key;
-    CryptoPP::AutoSeededRandomPool random;
-};
+// The calls a test makes through the module `f`, each result checked.
+struct Client {
+    CK_FUNCTION_LIST_PTR f = nullptr;
 
-// Processes sharing one card: one for each of `labels`, each with a module of its own (the
-// parent's is left to the parent), sign `count` distinct messages at once with their key pair,
-// then decipher as many; every result is checked.
-inline void keyPairsUsedAtOnce(CK_FUNCTION_LIST_PTR f, CK_SLOT_ID slot,
-                               std::vector<std::string> labels, int count) {
-    for (const bool signing : {true, false}) {
-        std::vector<pid_t> children;
-        for (const std::string& label : labels) {
-            if (const pid_t child = ::fork(); child != 0) {
-                children.push_back(child);
-                continue;
-            }
-            try { // the child never returns into the test
-                EXPECT_EQ(f->C_Initialize(nullptr), CKR_OK);
-                KeyUser user(f, slot, label);
-                for (int i = 0; i < count; ++i) {
-                    EXPECT_EQ(user.use(signing, label + " message " + std::to_string(i)), CKR_OK);
-                }
-                f->C_Finalize(nullptr);
-            } catch (const std::exception& e) {
-                ADD_FAILURE() << e.what();
-            }
-            std::fflush(stdout);
-            ::_exit(::testing::Test::HasFailure() ? 1 : 0);
-        }
-        for (const pid_t child : children) {
-            int status = -1;
-            EXPECT_EQ(::waitpid(child, &status, 0), child);
-            EXPECT_EQ(status, 0) << (signing ? "signing" : "deciphering");
-        }
-    }
-}
-
-class ModuleTest : public ::testing::Test {
-protected:
-    static void SetUpTestSuite() {
-        directory_ = fs::temp_directory_path() / ("p15kit-pkcs11-" + std::to_string(getpid()));
-        fs::create_directories(directory_);
-        // A failed set-up would only mark every test skipped: it ends the run.
-        if (!madeCard(vcard::CardProfile::Native)) {
-            std::exit(EXIT_FAILURE);
-        }
-        library_ = ::dlopen(MODULE_PATH, RTLD_NOW | RTLD_LOCAL);
-        if (library_ == nullptr) {
-            std::fprintf(stderr, "%s\n", ::dlerror());
-            std::exit(EXIT_FAILURE);
-        }
-    }
-    static void TearDownTestSuite() { fs::remove_all(directory_); }
-
-    // The profile of the card the test runs on.
-    virtual vcard::CardProfile profile() const { return vcard::CardProfile::Native; }
-
-    // Where make-test-card.sh leaves the card of `profile` (template.json), its key and its
-    // certificate: made on first use.
-    static fs::path cardFolder(vcard::CardProfile profile) {
-        const bool native = profile == vcard::CardProfile::Native;
-        return native ? directory_ : directory_ / vcard::profileName(profile);
-    }
-    static bool madeCard(vcard::CardProfile profile) {
-        const fs::path folder = cardFolder(profile);
-        fs::create_directories(folder);
-        return fs::exists(folder / "template.json") ||
-               std::system(("P15_TESTCARD_PROFILE=" + std::string(vcard::profileName(profile)) +
-                            " sh " + TESTCARD_PATH + " " + P15TOOL_PATH + " " +
-                            (folder / "template.json").string() + " " + folder.string())
-                               .c_str()) == 0;
-    }
-
-    void SetUp() override {
-        ASSERT_TRUE(madeCard(profile())) << "make-test-card.sh made no card";
-        folder_ = cardFolder(profile());
-        softwareKeyPath = (folder_ / "private.der").string();
-        image_ = directory_ / "card.json";
-        fs::copy_file(folder_ / "template.json", image_, fs::copy_options::overwrite_existing);
-        ::setenv("P15KIT_PKCS11_CARD", image_.c_str(), 1);
-        ::setenv("P15KIT_PKCS11_PCSC", "off", 1);
-        auto getList =
-            reinterpret_cast<CK_C_GetFunctionList>(::dlsym(library_, "C_GetFunctionList"));
-        ASSERT_NE(getList, nullptr);
-        ASSERT_EQ(getList(&f), CKR_OK);
-        ASSERT_EQ(f->C_Initialize(nullptr), CKR_OK);
-    }
-    void TearDown() override { f->C_Finalize(nullptr); }
-
-    CK_SESSION_HANDLE open(CK_FLAGS flags = CKF_SERIAL_SESSION | CKF_RW_SESSION) {
+    CK_SESSION_HANDLE open(CK_FLAGS flags = CKF_SERIAL_SESSION | CKF_RW_SESSION,
+                           CK_SLOT_ID slot = 0) {
         CK_SESSION_HANDLE session = 0;
-        EXPECT_EQ(f->C_OpenSession(0, flags, nullptr, nullptr, &session), CKR_OK);
+        EXPECT_EQ(f->C_OpenSession(slot, flags, nullptr, nullptr, &session), CKR_OK);
         return session;
     }
     CK_RV login(CK_SESSION_HANDLE session, CK_USER_TYPE user, std::string pin) {
         return f->C_Login(session, user, utf8(pin), pin.size());
     }
     // A session with the user logged in.
-    CK_SESSION_HANDLE userSession(CK_FLAGS flags = CKF_SERIAL_SESSION | CKF_RW_SESSION) {
-        const CK_SESSION_HANDLE session = open(flags);
+    CK_SESSION_HANDLE userSession(CK_FLAGS flags = CKF_SERIAL_SESSION | CKF_RW_SESSION,
+                                  CK_SLOT_ID slot = 0) {
+        const CK_SESSION_HANDLE session = open(flags, slot);
         EXPECT_EQ(login(session, CKU_USER, userPin), CKR_OK);
         return session;
     }
@@ -329,6 +183,129 @@ protected:
         CK_OBJECT_HANDLE handle = 0;
         return f->C_CreateObject(session, tmpl.data(), tmpl.size(), created ? created : &handle);
     }
+};
+
+// A client on the token in `slot`, logged in, with the key pair `label`: each use signs
+// (SHA256_RSA_PKCS) or deciphers (RSA_PKCS) `message` and checks the result with the public key
+// (the module's software half). Told CKR_USER_NOT_LOGGED_IN, it logs in again once, as clients
+// do, unless told not to.
+struct KeyUser : Client {
+    KeyUser(CK_FUNCTION_LIST_PTR module, CK_SLOT_ID slot, std::string label)
+        : Client{module} {
+        session = userSession(CKF_SERIAL_SESSION | CKF_RW_SESSION, slot);
+        for (CK_OBJECT_CLASS kind : {CKO_PRIVATE_KEY, CKO_PUBLIC_KEY}) {
+            const auto found = find(session, {{CKA_CLASS, &kind, sizeof kind},
+                                              {CKA_LABEL, label.data(), label.size()}});
+            EXPECT_EQ(found.size(), 1u) << label;
+            (kind == CKO_PUBLIC_KEY ? publicHalf : privateHalf) = found.empty() ? 0 : found[0];
+        }
+    }
+    CK_RV use(bool signing, const std::string& message, bool loginAgain = true) {
+        const Bytes text(message.begin(), message.end());
+        Bytes in = text, out;
+        const CK_MECHANISM sha256{CKM_SHA256_RSA_PKCS, nullptr, 0}, rsa{CKM_RSA_PKCS, nullptr, 0};
+        EXPECT_TRUE(signing || run(session, CKF_ENCRYPT, rsa, text, in, publicHalf) == CKR_OK);
+        const CK_RV rv = run(session, signing ? CKF_SIGN : CKF_DECRYPT, signing ? sha256 : rsa, in,
+                             out, privateHalf);
+        if (rv == CKR_USER_NOT_LOGGED_IN && loginAgain &&
+            login(session, CKU_USER, userPin) == CKR_OK) {
+            return use(signing, message, false);
+        }
+        EXPECT_TRUE(rv != CKR_OK ||
+                    (signing ? run(session, CKF_VERIFY, sha256, text, out, publicHalf) == CKR_OK
+                             : out == text))
+            << message << (signing ? ": the signature does not verify" : ": another plaintext");
+        return rv;
+    }
+    CK_SESSION_HANDLE session = 0;
+    CK_OBJECT_HANDLE privateHalf = 0, publicHalf = 0;
+};
+
+// Processes sharing one card: one for each of `labels`, each with a module of its own (the
+// parent's is left to the parent), sign `count` distinct messages at once with their key pair,
+// then decipher as many; every result is checked.
+inline void keyPairsUsedAtOnce(CK_FUNCTION_LIST_PTR f, CK_SLOT_ID slot,
+                               std::vector<std::string> labels, int count) {
+    for (const bool signing : {true, false}) {
+        std::vector<pid_t> children;
+        for (const std::string& label : labels) {
+            if (const pid_t child = ::fork(); child != 0) {
+                children.push_back(child);
+                continue;
+            }
+            try { // the child never returns into the test
+                EXPECT_EQ(f->C_Initialize(nullptr), CKR_OK);
+                KeyUser user(f, slot, label);
+                for (int i = 0; i < count; ++i) {
+                    EXPECT_EQ(user.use(signing, label + " message " + std::to_string(i)), CKR_OK);
+                }
+                f->C_Finalize(nullptr);
+            } catch (const std::exception& e) {
+                ADD_FAILURE() << e.what();
+            }
+            std::fflush(stdout);
+            ::_exit(::testing::Test::HasFailure() ? 1 : 0);
+        }
+        for (const pid_t child : children) {
+            int status = -1;
+            EXPECT_EQ(::waitpid(child, &status, 0), child);
+            EXPECT_EQ(status, 0) << (signing ? "signing" : "deciphering");
+        }
+    }
+}
+
+class ModuleTest : public ::testing::Test, public Client {
+protected:
+    static void SetUpTestSuite() {
+        directory_ = fs::temp_directory_path() / ("p15kit-pkcs11-" + std::to_string(getpid()));
+        fs::create_directories(directory_);
+        // A failed set-up would only mark every test skipped: it ends the run.
+        if (!madeCard(vcard::CardProfile::Native)) {
+            std::exit(EXIT_FAILURE);
+        }
+        library_ = ::dlopen(MODULE_PATH, RTLD_NOW | RTLD_LOCAL);
+        if (library_ == nullptr) {
+            std::fprintf(stderr, "%s\n", ::dlerror());
+            std::exit(EXIT_FAILURE);
+        }
+    }
+    static void TearDownTestSuite() { fs::remove_all(directory_); }
+
+    // The profile of the card the test runs on.
+    virtual vcard::CardProfile profile() const { return vcard::CardProfile::Native; }
+
+    // Where make-test-card.sh leaves the card of `profile` (template.json), its key and its
+    // certificate: made on first use.
+    static fs::path cardFolder(vcard::CardProfile profile) {
+        const bool native = profile == vcard::CardProfile::Native;
+        return native ? directory_ : directory_ / vcard::profileName(profile);
+    }
+    static bool madeCard(vcard::CardProfile profile) {
+        const fs::path folder = cardFolder(profile);
+        fs::create_directories(folder);
+        return fs::exists(folder / "template.json") ||
+               std::system(("P15_TESTCARD_PROFILE=" + std::string(vcard::profileName(profile)) +
+                            " sh " + TESTCARD_PATH + " " + P15TOOL_PATH + " " +
+                            (folder / "template.json").string() + " " + folder.string())
+                               .c_str()) == 0;
+    }
+
+    void SetUp() override {
+        ASSERT_TRUE(madeCard(profile())) << "make-test-card.sh made no card";
+        folder_ = cardFolder(profile());
+        softwareKeyPath = (folder_ / "private.der").string();
+        image_ = directory_ / "card.json";
+        fs::copy_file(folder_ / "template.json", image_, fs::copy_options::overwrite_existing);
+        ::setenv("P15KIT_PKCS11_CARD", image_.c_str(), 1);
+        ::setenv("P15KIT_PKCS11_PCSC", "off", 1);
+        auto getList =
+            reinterpret_cast<CK_C_GetFunctionList>(::dlsym(library_, "C_GetFunctionList"));
+        ASSERT_NE(getList, nullptr);
+        ASSERT_EQ(getList(&f), CKR_OK);
+        ASSERT_EQ(f->C_Initialize(nullptr), CKR_OK);
+    }
+    void TearDown() override { f->C_Finalize(nullptr); }
+
     // The block the card's public key recovers from `signature`, and the PKCS#1 v1.5 signature
     // block of `payload` it must be.
     static Bytes recovered(const Bytes& signature) {
@@ -354,7 +331,6 @@ protected:
     static inline fs::path folder_;
     static inline void* library_ = nullptr;
     fs::path image_;
-    CK_FUNCTION_LIST_PTR f = nullptr;
 };
 
 // A ModuleTest on a card of the profile the suite is instantiated with (bothProfiles).

@@ -14,7 +14,7 @@ namespace {
 using namespace std::chrono_literals;
 using namespace p15test;
 
-class PcscSlotTest : public ::testing::Test {
+class PcscSlotTest : public ::testing::Test, public Client {
 protected:
     void SetUp() override {
         const char* state = std::getenv("P15_PCSCD_STATE");
@@ -32,14 +32,13 @@ protected:
         ASSERT_NE(getList, nullptr);
         ASSERT_EQ(getList(&f), CKR_OK);
         ASSERT_EQ(f->C_Initialize(nullptr), CKR_OK);
-        initialised_ = true;
     }
     void TearDown() override {
         if (stopped_) { // a failure left the card out: put it back for later PC/SC tests
             startBridge();
             waitForEvent();
         }
-        if (initialised_) {
+        if (f) {
             f->C_Finalize(nullptr);
         }
     }
@@ -53,10 +52,6 @@ protected:
     bool listed(CK_SLOT_ID slot) {
         const auto ids = slots(CK_TRUE);
         return std::find(ids.begin(), ids.end(), slot) != ids.end();
-    }
-    CK_RV login(CK_SESSION_HANDLE session) { // the fixture's card has the default user PIN
-        std::string pin = userPin;
-        return f->C_Login(session, CKU_USER, utf8(pin), pin.size());
     }
     // The "Virtual PCD" reader's slot.
     CK_SLOT_ID virtualSlot(CK_SLOT_INFO& info) {
@@ -96,8 +91,6 @@ protected:
         stopped_ = false;
     }
 
-    CK_FUNCTION_LIST_PTR f = nullptr;
-    bool initialised_ = false;
     bool stopped_ = false;
     std::string bridgePid_, bridgeLog_;
 };
@@ -112,16 +105,14 @@ TEST_F(PcscSlotTest, TheReadersCardLeavesAndComesBack) {
     ASSERT_EQ(f->C_GetTokenInfo(slot, &token), CKR_OK);
     EXPECT_TRUE(token.flags & CKF_LOGIN_REQUIRED);
 
-    CK_SESSION_HANDLE session = 0;
-    ASSERT_EQ(f->C_OpenSession(slot, CKF_SERIAL_SESSION, nullptr, nullptr, &session), CKR_OK);
-    ASSERT_EQ(login(session), CKR_OK);
+    CK_SESSION_HANDLE session = userSession(CKF_SERIAL_SESSION, slot);
     CK_SLOT_ID event = 99;
     EXPECT_EQ(f->C_WaitForSlotEvent(CKF_DONT_BLOCK, &event, nullptr), CKR_NO_EVENT);
 
     stopBridge();
     ASSERT_EQ(waitForEvent(), slot) << "no removal event";
     EXPECT_FALSE(listed(slot));
-    EXPECT_EQ(login(session), CKR_DEVICE_REMOVED);
+    EXPECT_EQ(login(session, CKU_USER, userPin), CKR_DEVICE_REMOVED);
     EXPECT_EQ(f->C_CloseSession(session), CKR_SESSION_HANDLE_INVALID);
     EXPECT_EQ(f->C_OpenSession(slot, CKF_SERIAL_SESSION, nullptr, nullptr, &session),
               CKR_TOKEN_NOT_PRESENT);
@@ -135,12 +126,10 @@ TEST_F(PcscSlotTest, TheReadersCardLeavesAndComesBack) {
     startBridge();
     if (inserted.wait_for(30s) != std::future_status::ready) {
         f->C_Finalize(nullptr);
-        initialised_ = false;
     }
     ASSERT_EQ(inserted.get(), slot) << "no insertion event";
     EXPECT_TRUE(listed(slot));
-    ASSERT_EQ(f->C_OpenSession(slot, CKF_SERIAL_SESSION, nullptr, nullptr, &session), CKR_OK);
-    EXPECT_EQ(login(session), CKR_OK);
+    userSession(CKF_SERIAL_SESSION, slot);
 }
 
 // Two processes, each with its own key pair, sign and decipher at once through pcscd (MANAGE
@@ -175,7 +164,7 @@ TEST_F(PcscSlotTest, ProcessesShareTheReadersCard) {
                             : f->C_GetSessionInfo(user.session, &state),
                   signFirst ? CKR_USER_NOT_LOGGED_IN : CKR_OK);
         EXPECT_TRUE(signFirst || state.state == CKS_RW_PUBLIC_SESSION) << state.state;
-        EXPECT_EQ(user.login(), CKR_OK);
+        EXPECT_EQ(user.login(user.session, CKU_USER, userPin), CKR_OK);
         EXPECT_EQ(user.use(true, "after C_Login", false), CKR_OK);
     }
 }
