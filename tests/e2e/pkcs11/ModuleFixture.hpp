@@ -142,20 +142,26 @@ struct Client {
     CK_OBJECT_HANDLE privateKey(CK_SESSION_HANDLE session) {
         return only(session, CKO_PRIVATE_KEY);
     }
-    // The signature of `message` by `key`, of the length C_Sign tells first;
-    // the question leaves the operation open for the answer.
-    Bytes sign(CK_SESSION_HANDLE session, CK_MECHANISM_TYPE type, CK_OBJECT_HANDLE key,
-               Bytes message) {
+    // The answer of `use` (CKF_SIGN, CKF_ENCRYPT, CKF_DECRYPT) to `in` with `key` and the
+    // mechanism `type`, of the length the call tells first; neither the question nor a buffer one
+    // byte short (nor, for a signature, a part given now) ends the operation.
+    Bytes answer(CK_SESSION_HANDLE session, CK_FLAGS use, CK_MECHANISM_TYPE type,
+                 CK_OBJECT_HANDLE key, Bytes in) {
         CK_MECHANISM mechanism{type, nullptr, 0};
+        const auto [init, call] = use == CKF_SIGN      ? std::pair(f->C_SignInit, f->C_Sign)
+                                  : use == CKF_ENCRYPT ? std::pair(f->C_EncryptInit, f->C_Encrypt)
+                                                       : std::pair(f->C_DecryptInit, f->C_Decrypt);
         CK_ULONG length = 0;
-        EXPECT_EQ(f->C_SignInit(session, &mechanism, key), CKR_OK);
-        EXPECT_EQ(f->C_Sign(session, message.data(), message.size(), nullptr, &length), CKR_OK);
-        Bytes signature(length);
-        EXPECT_EQ(f->C_SignUpdate(session, message.data(), 1), CKR_OPERATION_ACTIVE);
-        EXPECT_EQ(f->C_Sign(session, message.data(), message.size(), signature.data(), &length),
-                  CKR_OK);
-        EXPECT_EQ(length, signature.size()) << "the length told is the signature's";
-        return signature;
+        EXPECT_EQ(init(session, &mechanism, key), CKR_OK);
+        EXPECT_EQ(call(session, in.data(), in.size(), nullptr, &length), CKR_OK);
+        Bytes out(length);
+        EXPECT_TRUE(use != CKF_SIGN ||
+                    f->C_SignUpdate(session, in.data(), 1) == CKR_OPERATION_ACTIVE);
+        EXPECT_EQ(call(session, in.data(), in.size(), out.data(), &(length = out.size() - 1)),
+                  CKR_BUFFER_TOO_SMALL);
+        EXPECT_EQ(call(session, in.data(), in.size(), out.data(), &(length = out.size())), CKR_OK);
+        EXPECT_EQ(length, out.size()) << "the length told is the answer's";
+        return out;
     }
     // One call of `use` (CKF_SIGN, CKF_VERIFY, CKF_ENCRYPT, CKF_DECRYPT) after its Init with
     // `key`, by default the card's public key to verify and encipher, its private key else;

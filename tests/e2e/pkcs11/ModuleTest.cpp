@@ -229,8 +229,7 @@ TEST_F(ModuleTest, ARemovedCardEndsItsSessions) {
 // the module with the key from the card: a flipped bit is invalid, one byte
 // short or long is out of range (a value not below the modulus is the
 // verifier's: MalformedSignature.DoesNotVerify). CKM_RSA_PKCS enciphers k-11
-// bytes, not k-10; the cipher text's length can be asked, and a short buffer
-// leaves the operation for the next try; the card deciphers what came out.
+// bytes, not k-10; the card deciphers what came out.
 TEST_P(ProfiledModuleTest, WhatTheModuleVerifiesAndEnciphersAgreesWithTheKeysPrivateHalf) {
     const CK_SESSION_HANDLE session = open(CKF_SERIAL_SESSION);
     const CK_OBJECT_HANDLE key = publicKey(session);
@@ -266,27 +265,14 @@ TEST_P(ProfiledModuleTest, WhatTheModuleVerifiesAndEnciphersAgreesWithTheKeysPri
     }
 
     CK_MECHANISM rsa{CKM_RSA_PKCS, nullptr, 0};
-    Bytes tooLong(246, 0x11), plain(245, 0x22), cipher(256), recovered;
-    CK_ULONG length = 0;
-    EXPECT_EQ(run(session, CKF_ENCRYPT, rsa, tooLong, recovered), CKR_DATA_LEN_RANGE);
-    ASSERT_EQ(f->C_EncryptInit(session, &rsa, key), CKR_OK);
-    ASSERT_EQ(f->C_Encrypt(session, plain.data(), plain.size(), nullptr, &length), CKR_OK);
-    EXPECT_EQ(length, 256u);
-    length = 255;
-    ASSERT_EQ(f->C_Encrypt(session, plain.data(), plain.size(), cipher.data(), &length),
-              CKR_BUFFER_TOO_SMALL);
-    length = cipher.size();
-    ASSERT_EQ(f->C_Encrypt(session, plain.data(), plain.size(), cipher.data(), &length), CKR_OK);
-
+    const Bytes plain(245, 0x22), cipher = answer(session, CKF_ENCRYPT, CKM_RSA_PKCS, key, plain);
+    Bytes recovered;
+    EXPECT_EQ(std::pair(cipher.size(), run(session, CKF_ENCRYPT, rsa, Bytes(246), recovered)),
+              std::pair(std::size_t(256), CKR_DATA_LEN_RANGE));
     ASSERT_EQ(login(session, CKU_USER, userPin), CKR_OK);
     EXPECT_EQ(run(session, CKF_DECRYPT, rsa, Bytes(cipher.begin() + 1, cipher.end()), recovered),
               CKR_ENCRYPTED_DATA_LEN_RANGE);
-    ASSERT_EQ(f->C_DecryptInit(session, &rsa, privateKey(session)), CKR_OK);
-    ASSERT_EQ(f->C_Decrypt(session, cipher.data(), cipher.size(), nullptr, &length), CKR_OK);
-    recovered.assign(length, 0);
-    ASSERT_EQ(f->C_Decrypt(session, cipher.data(), cipher.size(), recovered.data(), &length),
-              CKR_OK);
-    EXPECT_EQ(recovered, plain);
+    EXPECT_EQ(answer(session, CKF_DECRYPT, CKM_RSA_PKCS, privateKey(session), cipher), plain);
 }
 
 // The DigestInfo of the message's hash, as a caller of CKM_RSA_PKCS builds it.
@@ -318,7 +304,7 @@ TEST_P(ProfiledModuleTest, SignaturesAreTheSameWholeOrInPartsForEveryMechanism) 
         {CKM_SHA512_RSA_PKCS, digestInfo<CryptoPP::SHA512>}};
     for (const auto& [type, info] : mechanisms) {
         SCOPED_TRACE(type);
-        const Bytes whole = sign(session, type, key, message);
+        const Bytes whole = answer(session, CKF_SIGN, type, key, message);
         EXPECT_EQ(recovered(whole), pkcs1Block(info(message)));
         CK_MECHANISM mechanism{type, nullptr, 0};
         ASSERT_EQ(f->C_SignInit(session, &mechanism, key), CKR_OK);
@@ -331,12 +317,13 @@ TEST_P(ProfiledModuleTest, SignaturesAreTheSameWholeOrInPartsForEveryMechanism) 
                   CKR_OPERATION_ACTIVE);
         ASSERT_EQ(f->C_SignFinal(session, inParts.data(), &length), CKR_OK);
         EXPECT_EQ(inParts, whole);
-        EXPECT_EQ(sign(session, CKM_RSA_PKCS, key, info(message)), whole);
+        EXPECT_EQ(answer(session, CKF_SIGN, CKM_RSA_PKCS, key, info(message)), whole);
     }
 
     // CKM_RSA_PKCS signs k-11 bytes, not k-10, whole or in parts.
     Bytes longest(245, 0x44), tooLong(246, 0x44), signature(256);
-    EXPECT_EQ(recovered(sign(session, CKM_RSA_PKCS, key, longest)), pkcs1Block(longest));
+    EXPECT_EQ(recovered(answer(session, CKF_SIGN, CKM_RSA_PKCS, key, longest)),
+              pkcs1Block(longest));
     CK_ULONG length = signature.size();
     ASSERT_EQ(f->C_SignInit(session, &rsa, key), CKR_OK);
     EXPECT_EQ(f->C_Sign(session, tooLong.data(), tooLong.size(), signature.data(), &length),
@@ -354,39 +341,36 @@ protected:
         CK_SLOT_INFO slotInfo;
         CK_TOKEN_INFO tokenInfo;
         CK_MECHANISM_INFO mechanismInfo;
-        EXPECT_EQ(f->C_GetSlotList(CK_TRUE, nullptr, &count), CKR_OK);
-        EXPECT_EQ(count, 2u);
-        EXPECT_EQ(f->C_GetSlotInfo(slot, &slotInfo), CKR_OK);
-        EXPECT_EQ(f->C_GetTokenInfo(slot, &tokenInfo), CKR_OK);
-        EXPECT_EQ(f->C_GetMechanismInfo(slot, CKM_RSA_PKCS, &mechanismInfo), CKR_OK);
-        CK_SESSION_HANDLE session = 0;
-        ASSERT_EQ(
-            f->C_OpenSession(slot, CKF_SERIAL_SESSION | CKF_RW_SESSION, nullptr, nullptr, &session),
-            CKR_OK);
-        ASSERT_EQ(login(session, CKU_USER, userPin), CKR_OK);
         CK_SESSION_INFO info;
-        EXPECT_EQ(f->C_GetSessionInfo(session, &info), CKR_OK);
-        EXPECT_EQ(info.slotID, slot);
-        const CK_OBJECT_HANDLE key = privateKey(session), publicHalf = publicKey(session);
-        EXPECT_EQ(values(session, publicHalf, {CKA_MODULUS})[0].size(), 256u);
-        Bytes signature = sign(session, CKM_SHA256_RSA_PKCS, key, message), cipher, plain;
-        CK_MECHANISM sha256{CKM_SHA256_RSA_PKCS, nullptr, 0}, rsa{CKM_RSA_PKCS, nullptr, 0};
-        EXPECT_EQ(run(session, CKF_VERIFY, sha256, message, signature, publicHalf), CKR_OK);
-        ASSERT_EQ(run(session, CKF_ENCRYPT, rsa, message, cipher, publicHalf), CKR_OK);
-        ASSERT_EQ(run(session, CKF_DECRYPT, rsa, cipher, plain, key), CKR_OK);
-        EXPECT_EQ(plain, message);
-        EXPECT_EQ(f->C_DigestInit(session, &sha256), CKR_FUNCTION_NOT_SUPPORTED);
-        EXPECT_EQ(f->C_GenerateRandom(session, cipher.data(), 16), CKR_OK);
+        EXPECT_EQ((std::vector<CK_RV>{f->C_GetSlotList(CK_TRUE, nullptr, &count),
+                                      f->C_GetSlotInfo(slot, &slotInfo),
+                                      f->C_GetTokenInfo(slot, &tokenInfo),
+                                      f->C_GetMechanismInfo(slot, CKM_RSA_PKCS, &mechanismInfo)}),
+                  std::vector<CK_RV>(4, CKR_OK));
+        EXPECT_EQ(count, 2u);
+        KeyUser user(f, slot, "Signing key"); // signs and verifies, enciphers and deciphers
+        const CK_SESSION_HANDLE session = user.session;
+        EXPECT_EQ(std::pair(f->C_GetSessionInfo(session, &info), info.slotID),
+                  std::pair(CKR_OK, slot));
+        EXPECT_EQ(values(session, user.publicHalf, {CKA_MODULUS})[0].size(), 256u);
+        EXPECT_EQ(std::pair(user.use(true, "signed"), user.use(false, "deciphered")),
+                  std::pair(CKR_OK, CKR_OK));
+        EXPECT_EQ(answer(session, CKF_SIGN, CKM_SHA256_RSA_PKCS, user.privateHalf, message).size(),
+                  256u);
+        CK_MECHANISM sha256{CKM_SHA256_RSA_PKCS, nullptr, 0};
         CK_OBJECT_HANDLE created = 0;
         ASSERT_EQ(
             create(session,
                    {{CKA_CLASS, &dataClass, sizeof dataClass}, {CKA_VALUE, message.data(), 1}},
                    &created),
             CKR_OK);
-        EXPECT_EQ(set(session, created, CKA_LABEL, {'n', 'o'}), CKR_OK);
-        EXPECT_EQ(f->C_DestroyObject(session, created), CKR_OK);
-        EXPECT_EQ(f->C_Logout(session), CKR_OK);
-        EXPECT_EQ(f->C_CloseSession(session), CKR_OK);
+        EXPECT_EQ((std::vector<CK_RV>{f->C_DigestInit(session, &sha256),
+                                      f->C_GenerateRandom(session, message.data(), 16),
+                                      set(session, created, CKA_LABEL, {'n', 'o'}),
+                                      f->C_DestroyObject(session, created), f->C_Logout(session),
+                                      f->C_CloseSession(session)}),
+                  (std::vector<CK_RV>{CKR_FUNCTION_NOT_SUPPORTED, CKR_OK, CKR_OK, CKR_OK, CKR_OK,
+                                      CKR_OK}));
     }
 };
 
@@ -496,8 +480,9 @@ TEST_F(ModuleTest, OddEntriesLeaveTheSoundKeyUsable) {
     const CK_SESSION_HANDLE session = userSession();
     EXPECT_TRUE(find(session, {{CKA_CLASS, &certificateClass, sizeof certificateClass}}).empty());
     const Bytes message{'o', 'd', 'd'};
-    EXPECT_EQ(recovered(sign(session, CKM_SHA256_RSA_PKCS, privateKey(session), message)),
-              pkcs1Block(digestInfo<CryptoPP::SHA256>(message)));
+    EXPECT_EQ(
+        recovered(answer(session, CKF_SIGN, CKM_SHA256_RSA_PKCS, privateKey(session), message)),
+        pkcs1Block(digestInfo<CryptoPP::SHA256>(message)));
 }
 
 INSTANTIATE_TEST_SUITE_P(Profiles, ProfiledModuleTest, bothProfiles, profileParamName);
