@@ -40,15 +40,6 @@ inline CK_OBJECT_CLASS certificateClass = CKO_CERTIFICATE;
 inline CK_OBJECT_CLASS dataClass = CKO_DATA;
 inline unsigned char keyId[] = {0x45, 0x01};
 
-// The private half of the card's key, as the card maker left it beside the card.
-inline std::string softwareKeyPath;
-inline CryptoPP::RSA::PrivateKey softwareKey() {
-    CryptoPP::RSA::PrivateKey key;
-    CryptoPP::FileSource in(softwareKeyPath.c_str(), true);
-    key.BERDecode(in);
-    return key;
-}
-
 // What `command` prints; it must succeed.
 inline std::string shell(const std::string& command) {
     std::string output;
@@ -68,6 +59,17 @@ inline CK_UTF8CHAR_PTR utf8(std::string& text) {
 // The calls a test makes through the module `f`, each result checked.
 struct Client {
     CK_FUNCTION_LIST_PTR f = nullptr;
+    void* library = nullptr;
+
+    // Loads and initialises the module as an application does.
+    void load() {
+        library = ::dlopen(MODULE_PATH, RTLD_NOW | RTLD_LOCAL);
+        ASSERT_NE(library, nullptr) << ::dlerror();
+        const auto list =
+            reinterpret_cast<CK_C_GetFunctionList>(::dlsym(library, "C_GetFunctionList"));
+        ASSERT_TRUE(list && list(&f) == CKR_OK);
+        ASSERT_EQ(f->C_Initialize(nullptr), CKR_OK);
+    }
 
     CK_SESSION_HANDLE open(CK_FLAGS flags = CKF_SERIAL_SESSION | CKF_RW_SESSION,
                            CK_SLOT_ID slot = 0) {
@@ -269,11 +271,6 @@ protected:
         if (!madeCard(vcard::CardProfile::Native)) {
             std::exit(EXIT_FAILURE);
         }
-        library_ = ::dlopen(MODULE_PATH, RTLD_NOW | RTLD_LOCAL);
-        if (library_ == nullptr) {
-            std::fprintf(stderr, "%s\n", ::dlerror());
-            std::exit(EXIT_FAILURE);
-        }
     }
     static void TearDownTestSuite() { fs::remove_all(directory_); }
 
@@ -299,16 +296,11 @@ protected:
     void SetUp() override {
         ASSERT_TRUE(madeCard(profile())) << "make-test-card.sh made no card";
         folder_ = cardFolder(profile());
-        softwareKeyPath = (folder_ / "private.der").string();
         image_ = directory_ / "card.json";
         fs::copy_file(folder_ / "template.json", image_, fs::copy_options::overwrite_existing);
         ::setenv("P15KIT_PKCS11_CARD", image_.c_str(), 1);
         ::setenv("P15KIT_PKCS11_PCSC", "off", 1);
-        auto getList =
-            reinterpret_cast<CK_C_GetFunctionList>(::dlsym(library_, "C_GetFunctionList"));
-        ASSERT_NE(getList, nullptr);
-        ASSERT_EQ(getList(&f), CKR_OK);
-        ASSERT_EQ(f->C_Initialize(nullptr), CKR_OK);
+        load();
     }
     void TearDown() override { f->C_Finalize(nullptr); }
 
@@ -327,7 +319,13 @@ protected:
         block.insert(block.end(), payload.begin(), payload.end());
         return block;
     }
-    // The card's certificate, as the card maker left it beside the card.
+    // The private half of the card's key and its certificate, as the card maker left them.
+    static CryptoPP::RSA::PrivateKey softwareKey() {
+        CryptoPP::RSA::PrivateKey key;
+        CryptoPP::FileSource in((folder_ / "private.der").c_str(), true);
+        key.BERDecode(in);
+        return key;
+    }
     static Bytes certificateDer() {
         std::ifstream file(folder_ / "certificate.der", std::ios::binary);
         return Bytes(std::istreambuf_iterator<char>(file), {});
@@ -335,7 +333,6 @@ protected:
 
     static inline fs::path directory_;
     static inline fs::path folder_;
-    static inline void* library_ = nullptr;
     fs::path image_;
 };
 

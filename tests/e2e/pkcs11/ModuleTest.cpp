@@ -25,8 +25,8 @@ TEST_F(ModuleTest, EveryFunctionAndMechanismIsThereAndTheUnsupportedOnesSaySo) {
 
     // A 3.0 application finds the list as the interface "PKCS 11", by name or as the default.
     const auto list =
-        reinterpret_cast<CK_C_GetInterfaceList>(::dlsym(library_, "C_GetInterfaceList"));
-    const auto get = reinterpret_cast<CK_C_GetInterface>(::dlsym(library_, "C_GetInterface"));
+        reinterpret_cast<CK_C_GetInterfaceList>(::dlsym(library, "C_GetInterfaceList"));
+    const auto get = reinterpret_cast<CK_C_GetInterface>(::dlsym(library, "C_GetInterface"));
     ASSERT_TRUE(list && get);
     CK_INTERFACE interfaces[1];
     CK_ULONG count = 0;

@@ -25,13 +25,7 @@ protected:
         bridgeLog_ = std::string(state) + "/bridge.log";
         ::setenv("P15KIT_PKCS11_CARD", "", 1); // no card images: the readers alone
         ::unsetenv("P15KIT_PKCS11_PCSC");
-        void* library = ::dlopen(MODULE_PATH, RTLD_NOW | RTLD_LOCAL);
-        ASSERT_NE(library, nullptr) << ::dlerror();
-        auto getList =
-            reinterpret_cast<CK_C_GetFunctionList>(::dlsym(library, "C_GetFunctionList"));
-        ASSERT_NE(getList, nullptr);
-        ASSERT_EQ(getList(&f), CKR_OK);
-        ASSERT_EQ(f->C_Initialize(nullptr), CKR_OK);
+        load();
     }
     void TearDown() override {
         if (stopped_) { // a failure left the card out: put it back for later PC/SC tests
