@@ -18,6 +18,7 @@
 #include <dlfcn.h>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 
 #include <gtest/gtest.h>
 #include <string>
@@ -229,36 +230,46 @@ struct KeyUser : Client {
     CK_OBJECT_HANDLE privateHalf = 0, publicHalf = 0;
 };
 
-// Processes sharing one card: one for each of `labels`, each with a module of its own (the
-// parent's is left to the parent), sign `count` distinct messages at once with their key pair,
-// then decipher as many; every result is checked.
+// Runs `body` in a forked process that starts with no module, as PKCS#11 wants (the parent's is
+// left to the parent), and initialises its own; its exit status tells whether a check failed.
+inline pid_t forked(CK_FUNCTION_LIST_PTR f, const std::function<void()>& body) {
+    if (const pid_t child = ::fork(); child != 0) {
+        return child;
+    }
+    try { // the child never returns into the test
+        CK_ULONG slots = 0;
+        EXPECT_EQ(f->C_GetSlotList(CK_FALSE, nullptr, &slots), CKR_CRYPTOKI_NOT_INITIALIZED);
+        EXPECT_EQ(f->C_Initialize(nullptr), CKR_OK);
+        body();
+        f->C_Finalize(nullptr);
+    } catch (const std::exception& e) {
+        ADD_FAILURE() << e.what();
+    }
+    std::fflush(stdout);
+    ::_exit(::testing::Test::HasFailure() ? 1 : 0);
+}
+inline void succeeded(pid_t child) {
+    int status = -1;
+    EXPECT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+}
+
+// Processes sharing one card, one for each of `labels`, sign `count` distinct messages at once
+// with their key pair, then decipher as many; every result is checked.
 inline void keyPairsUsedAtOnce(CK_FUNCTION_LIST_PTR f, CK_SLOT_ID slot,
                                std::vector<std::string> labels, int count) {
     for (const bool signing : {true, false}) {
+        SCOPED_TRACE(signing ? "signing" : "deciphering");
         std::vector<pid_t> children;
         for (const std::string& label : labels) {
-            if (const pid_t child = ::fork(); child != 0) {
-                children.push_back(child);
-                continue;
-            }
-            try { // the child never returns into the test
-                EXPECT_EQ(f->C_Initialize(nullptr), CKR_OK);
+            children.push_back(forked(f, [&] {
                 KeyUser user(f, slot, label);
                 for (int i = 0; i < count; ++i) {
                     EXPECT_EQ(user.use(signing, label + " message " + std::to_string(i)), CKR_OK);
                 }
-                f->C_Finalize(nullptr);
-            } catch (const std::exception& e) {
-                ADD_FAILURE() << e.what();
-            }
-            std::fflush(stdout);
-            ::_exit(::testing::Test::HasFailure() ? 1 : 0);
+            }));
         }
-        for (const pid_t child : children) {
-            int status = -1;
-            EXPECT_EQ(::waitpid(child, &status, 0), child);
-            EXPECT_EQ(status, 0) << (signing ? "signing" : "deciphering");
-        }
+        std::for_each(children.begin(), children.end(), succeeded);
     }
 }
 
