@@ -131,11 +131,12 @@ struct Client {
         CK_ATTRIBUTE entry{type, value.data(), value.size()};
         return f->C_SetAttributeValue(session, object, &entry, 1);
     }
-    // The one object of `objectClass` (with `id`, unless empty).
-    CK_OBJECT_HANDLE only(CK_SESSION_HANDLE session, CK_OBJECT_CLASS objectClass, Bytes id = {}) {
+    // The one object of `objectClass` (with `value` of `type`, unless empty).
+    CK_OBJECT_HANDLE only(CK_SESSION_HANDLE session, CK_OBJECT_CLASS objectClass, Bytes value = {},
+                          CK_ATTRIBUTE_TYPE type = CKA_ID) {
         std::vector<CK_ATTRIBUTE> tmpl{{CKA_CLASS, &objectClass, sizeof objectClass}};
-        if (!id.empty()) {
-            tmpl.push_back({CKA_ID, id.data(), id.size()});
+        if (!value.empty()) {
+            tmpl.push_back({type, value.data(), value.size()});
         }
         const auto found = find(session, tmpl);
         EXPECT_EQ(found.size(), 1u);
@@ -202,12 +203,8 @@ struct KeyUser : Client {
     KeyUser(CK_FUNCTION_LIST_PTR module, CK_SLOT_ID slot, std::string label)
         : Client{module} {
         session = userSession(CKF_SERIAL_SESSION | CKF_RW_SESSION, slot);
-        for (CK_OBJECT_CLASS kind : {CKO_PRIVATE_KEY, CKO_PUBLIC_KEY}) {
-            const auto found = find(session, {{CKA_CLASS, &kind, sizeof kind},
-                                              {CKA_LABEL, label.data(), label.size()}});
-            EXPECT_EQ(found.size(), 1u) << label;
-            (kind == CKO_PUBLIC_KEY ? publicHalf : privateHalf) = found.empty() ? 0 : found[0];
-        }
+        privateHalf = only(session, CKO_PRIVATE_KEY, {label.begin(), label.end()}, CKA_LABEL);
+        publicHalf = only(session, CKO_PUBLIC_KEY, {label.begin(), label.end()}, CKA_LABEL);
     }
     CK_RV use(bool signing, const std::string& message, bool loginAgain = true) {
         const Bytes text(message.begin(), message.end());

@@ -1,11 +1,8 @@
 #!/bin/sh
-# Makes the virtual card the PKCS#11 tests run against, with p15tool: a card
-# of the profile P15_TESTCARD_PROFILE names (else native), user PIN 123456,
-# PUK 12345678, SO PIN 87654321, a 2048-bit RSA key pair ("Signing key",
-# id 45 01) and a self-signed certificate "CN=p15kit test" for it. Beside it
-# in DIR: public.der (SubjectPublicKeyInfo), private.der (PKCS#8, for tests
-# that sign and decipher in software what the module verifies and
-# enciphers) and certificate.der.
+# Makes the PKCS#11 tests' virtual card with p15tool: profile P15_TESTCARD_PROFILE (else native),
+# user PIN 123456, PUK 12345678, SO PIN 87654321, a 2048-bit RSA key pair ("Signing key", id 45 01)
+# and its self-signed certificate "CN=p15kit test". Beside it in DIR: public.der, private.der
+# (PKCS#8, for signing and deciphering in software) and certificate.der.
 # Usage: make-test-card.sh P15TOOL IMAGE DIR
 set -eu
 p15tool=$1 image=$2 dir=$3
