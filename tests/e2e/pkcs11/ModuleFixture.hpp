@@ -1,6 +1,6 @@
-// The module as a PKCS#11 application loads it: dlopen, C_GetFunctionList,
-// the real plugin, card layer and virtual card underneath. The card is made
-// once by make-test-card.sh and copied fresh for every test.
+// The module as a PKCS#11 application loads it: dlopen, C_GetFunctionList, the real plugin, card
+// layer and virtual card underneath. The card is made once by make-test-card.sh and copied fresh
+// for every test.
 #ifndef TESTS_E2E_PKCS11_MODULEFIXTURE_HPP
 #define TESTS_E2E_PKCS11_MODULEFIXTURE_HPP
 
@@ -146,9 +146,9 @@ struct Client {
     CK_OBJECT_HANDLE privateKey(CK_SESSION_HANDLE session) {
         return only(session, CKO_PRIVATE_KEY);
     }
-    // The answer of `use` (CKF_SIGN, CKF_ENCRYPT, CKF_DECRYPT) to `in` with `key` and the
-    // mechanism `type`, of the length the call tells first; neither the question nor a buffer one
-    // byte short (nor, for a signature, a part given now) ends the operation.
+    // The answer of `use` (CKF_SIGN, CKF_ENCRYPT, CKF_DECRYPT) to `in` with `key` and the mechanism
+    // `type`, of the length the call tells first; neither the question nor a buffer one byte short
+    // (nor, for a signature, a part given now) ends the operation.
     Bytes answer(CK_SESSION_HANDLE session, CK_FLAGS use, CK_MECHANISM_TYPE type,
                  CK_OBJECT_HANDLE key, Bytes in) {
         CK_MECHANISM mechanism{type, nullptr, 0};
@@ -167,9 +167,9 @@ struct Client {
         EXPECT_EQ(length, out.size()) << "the length told is the answer's";
         return out;
     }
-    // One call of `use` (CKF_SIGN, CKF_VERIFY, CKF_ENCRYPT, CKF_DECRYPT) after its Init with
-    // `key`, by default the card's public key to verify and encipher, its private key else;
-    // `out` takes the result, or gives the signature to verify.
+    // One call of `use` (CKF_SIGN, CKF_VERIFY, CKF_ENCRYPT, CKF_DECRYPT) after its Init with `key`,
+    // by default the card's public key to verify and encipher, its private key else; `out` takes
+    // the result, or gives the signature to verify.
     CK_RV run(CK_SESSION_HANDLE session, CK_FLAGS use, CK_MECHANISM mechanism, Bytes in, Bytes& out,
               CK_OBJECT_HANDLE key = 0) {
         const bool publicHalf = use == CKF_VERIFY || use == CKF_ENCRYPT;
@@ -197,8 +197,8 @@ struct Client {
 
 // A client on the token in `slot`, logged in, with the key pair `label`: each use signs
 // (SHA256_RSA_PKCS) or deciphers (RSA_PKCS) `message` and checks the result with the public key
-// (the module's software half). Told CKR_USER_NOT_LOGGED_IN, it logs in again once, as clients
-// do, unless told not to.
+// (the module's software half). Told CKR_USER_NOT_LOGGED_IN, it logs in again once, as clients do,
+// unless told not to.
 struct KeyUser : Client {
     KeyUser(CK_FUNCTION_LIST_PTR module, CK_SLOT_ID slot, std::string label)
         : Client{module} {
@@ -251,8 +251,8 @@ inline void succeeded(pid_t child) {
     EXPECT_EQ(status, 0);
 }
 
-// Processes sharing one card, one for each of `labels`, sign `count` distinct messages at once
-// with their key pair, then decipher as many; every result is checked.
+// Processes sharing one card, one for each of `labels`, sign `count` distinct messages at once with
+// their key pair, then decipher as many; every result is checked.
 inline void keyPairsUsedAtOnce(CK_FUNCTION_LIST_PTR f, CK_SLOT_ID slot,
                                std::vector<std::string> labels, int count) {
     for (const bool signing : {true, false}) {

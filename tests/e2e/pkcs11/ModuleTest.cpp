@@ -1,5 +1,5 @@
-// The module as a PKCS#11 application loads it: its functions, interfaces,
-// mechanisms, sessions, PINs, searches and cryptographic operations.
+// The module as a PKCS#11 application loads it: its functions, interfaces, mechanisms, sessions,
+// PINs, searches and cryptographic operations.
 #include "ModuleFixture.hpp"
 
 #include "OddCard.hpp"
@@ -104,10 +104,9 @@ TEST_P(ProfiledModuleTest, PrivateObjectsShowOnlyToTheLoggedInUser) {
     EXPECT_EQ(find(session, publicKeyById), publicHandles) << "public objects keep theirs";
 }
 
-// One call answers every entry: a length, a value, a sensitive one, an
-// unknown one and one too small, and names the failures. The certificate's
-// fields come out of its DER: a self-signed one has the same subject and
-// issuer, and the serial is the INTEGER after the version v3 (A0 03 02 01 02).
+// One call answers every entry (a length, a value, a sensitive, an unknown and a too small one)
+// and names the failures. A self-signed certificate has the same subject and issuer; its serial is
+// the INTEGER after the version (A0 03 02 01 02).
 TEST_F(ModuleTest, AttributeValuesFollowTheSizeAndSensitivityRules) {
     const CK_SESSION_HANDLE session = userSession(CKF_SERIAL_SESSION);
     const CK_OBJECT_HANDLE key = privateKey(session);
@@ -146,11 +145,10 @@ TEST_F(ModuleTest, AttributeValuesFollowTheSizeAndSensitivityRules) {
     EXPECT_TRUE(name.size() > 2 && inDer(name) && answer[3].at(0) == 0x02 && inDer(serial));
 }
 
-// The SO is the user PIN's unblocking PIN: the card's SO PIN given at an SO
-// login costs a try of the PUK alone. Three wrong PINs take the user PIN from
-// all tries through the last one to blocked; the PUK gives it a new value and
-// its tries back. A card of the iso profile tells no tries (no flags) and
-// answers the blocking try as blocked.
+// The SO is the user PIN's unblocking PIN: the card's SO PIN given at an SO login costs a try of
+// the PUK alone. Three wrong PINs take the user PIN from all tries through the last one to blocked;
+// the PUK gives it a new value and its tries back. A card of the iso profile tells no tries (no
+// flags) and answers the blocking try as blocked.
 TEST_P(ProfiledModuleTest, WrongPinsShowInTheFlagsUntilThePukSetsANewOne) {
     const bool iso = GetParam() == vcard::CardProfile::Iso;
     const auto told = [iso](CK_FLAGS flags) { return iso ? 0 : flags; };
@@ -202,8 +200,8 @@ TEST_F(ModuleTest, SetPinNeedsAReadWriteSessionAndTheOldValue) {
     EXPECT_EQ(login(readWrite, CKU_USER, newPin), CKR_OK);
 }
 
-// A card that goes away takes its token and sessions with it, and
-// C_WaitForSlotEvent tells once, and again when it is back.
+// A card that goes away takes its token and sessions with it, and C_WaitForSlotEvent tells once,
+// and again when it is back.
 TEST_F(ModuleTest, ARemovedCardEndsItsSessions) {
     const CK_SESSION_HANDLE session = open();
     const auto event = [this] {
@@ -225,11 +223,10 @@ TEST_F(ModuleTest, ARemovedCardEndsItsSessions) {
     EXPECT_EQ(login(open(), CKU_USER, userPin), CKR_OK);
 }
 
-// Signed in three parts by the key's private half in software, verified by
-// the module with the key from the card: a flipped bit is invalid, one byte
-// short or long is out of range (a value not below the modulus is the
-// verifier's: MalformedSignature.DoesNotVerify). CKM_RSA_PKCS enciphers k-11
-// bytes, not k-10; the card deciphers what came out.
+// Signed in three parts by the key's private half in software, verified by the module with the key
+// from the card: a flipped bit is invalid, one byte short or long is out of range (a value not
+// below the modulus is the verifier's: MalformedSignature.DoesNotVerify). CKM_RSA_PKCS enciphers
+// k-11 bytes, not k-10; the card deciphers what came out.
 TEST_P(ProfiledModuleTest, WhatTheModuleVerifiesAndEnciphersAgreesWithTheKeysPrivateHalf) {
     const CK_SESSION_HANDLE session = open(CKF_SERIAL_SESSION);
     const CK_OBJECT_HANDLE key = publicKey(session);
@@ -284,9 +281,9 @@ template <class Hash> Bytes digestInfo(const Bytes& message) {
     return info;
 }
 
-// Each hash mechanism gives one signature whole, in parts and after a length
-// query (PKCS#1 v1.5 is deterministic), the block of the message's DigestInfo
-// under the public key; CKM_RSA_PKCS over the same DigestInfo gives it too.
+// Each hash mechanism gives one signature whole, in parts and after a length query (PKCS#1 v1.5 is
+// deterministic), the block of the message's DigestInfo under the public key; CKM_RSA_PKCS over the
+// same DigestInfo gives it too.
 TEST_P(ProfiledModuleTest, SignaturesAreTheSameWholeOrInPartsForEveryMechanism) {
     const CK_SESSION_HANDLE session = open(CKF_SERIAL_SESSION);
     CK_MECHANISM sha256{CKM_SHA256_RSA_PKCS, nullptr, 0}, rsa{CKM_RSA_PKCS, nullptr, 0};
@@ -374,10 +371,9 @@ protected:
     }
 };
 
-// Two threads, each on a token of its own, go through every family of entry
-// points at once, each result checked, while a third opens and closes
-// sessions and lists slots without pause. Under ThreadSanitizer (make
-// pkcs11-tsan) an entry point that does not take the module's lock races with
+// Two threads, each on a token of its own, go through every family of entry points at once, each
+// result checked, while a third opens and closes sessions and lists slots without pause. Under
+// ThreadSanitizer (make pkcs11-tsan) an entry point that does not take the module's lock races with
 // the writes to the module's sessions and slots.
 TEST_F(ThreadedModuleTest, TwoThreadsUseEveryEntryPointAtOnce) {
     const fs::path second = directory_ / "second.json";
@@ -405,10 +401,9 @@ TEST_F(ThreadedModuleTest, TwoThreadsUseEveryEntryPointAtOnce) {
     fs::remove(second);
 }
 
-// A private data object and a certificate stored through the module are on
-// the card for the next process, with the label and id given them after, and
-// gone after C_DestroyObject. The public key shown from the certificate is
-// read-only and follows its certificate's id, and goes with it.
+// A private data object and a certificate stored through the module are on the card for the next
+// process, with the label and id given them after, and gone after C_DestroyObject. The public key
+// shown from the certificate is read-only and follows its certificate's id, and goes with it.
 TEST_F(ModuleTest, DataObjectsAndCertificatesAreStoredAndDestroyed) {
     const CK_SESSION_HANDLE session = userSession();
     CK_OBJECT_CLASS secretClass = CKO_SECRET_KEY;
@@ -472,9 +467,9 @@ TEST_F(ModuleTest, DataObjectsAndCertificatesAreStoredAndDestroyed) {
     EXPECT_TRUE(find(open(CKF_SERIAL_SESSION), copyById).empty()) << "gone from the card";
 }
 
-// Entries as real cards write them (a vendor component in the key's entry,
-// an entry that does not decode, an EC key, a broken EF(CDF)) do not take the
-// token down: the sound key is found and signs.
+// Entries as real cards write them (a vendor component in the key's entry, an entry that does not
+// decode, an EC key, a broken EF(CDF)) do not take the token down: the sound key is found and
+// signs.
 TEST_F(ModuleTest, OddEntriesLeaveTheSoundKeyUsable) {
     p15test::addOddEntries(image_.string(), true);
     const CK_SESSION_HANDLE session = userSession();

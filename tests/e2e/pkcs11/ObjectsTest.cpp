@@ -1,7 +1,6 @@
-// Objects as clients change and read them: labels and ids written into the
-// card's entries, generated key pairs, certificates and their public keys,
-// data objects with an object identifier, shared with p15tool, and a card
-// image other processes write to at the same time.
+// Objects as clients change and read them: labels and ids written into the card's entries,
+// generated key pairs, certificates and their public keys, data objects with an object identifier,
+// shared with p15tool, and a card image other processes write to at the same time.
 #include "ModuleFixture.hpp"
 
 #include "OddCard.hpp"
@@ -39,9 +38,9 @@ void makeCertificateUnmodifiable(const std::string& image) {
     vcard::CardImage::store(image, vcard::CardImage::serialise(state));
 }
 
-// A generated pair stays, local, for the next process; it takes the first free
-// id or the one given, listed once, but not an id of the card's pair (that the
-// card signs with it at once is pkcs11.login's: NSS's certificate request).
+// A generated pair stays, local, for the next process; it takes the first free id or the one given,
+// listed once, but not an id of the card's pair (that the card signs with it at once is
+// pkcs11.login's: NSS's certificate request).
 TEST_F(ObjectsTest, GeneratedPairsAreListedOnceStayLocalAndKeepTheirIdsApart) {
     const CK_SESSION_HANDLE session = userSession();
     CK_MECHANISM generate{CKM_RSA_PKCS_KEY_PAIR_GEN, nullptr, 0};
@@ -84,8 +83,8 @@ TEST_F(ObjectsTest, GeneratedPairsAreListedOnceStayLocalAndKeepTheirIdsApart) {
     EXPECT_EQ(values(later, renamed[1], origin), (std::vector<Bytes>{yes, generated, yes, yes}));
 }
 
-// Labels go into the card's entries, where a component the codec does not
-// know stays; the rest is read-only, as are entries not marked modifiable.
+// Labels go into the card's entries, where a component the codec does not know stays; the rest is
+// read-only, as are entries not marked modifiable.
 TEST_F(ObjectsTest, LabelsAndIdsAreRewrittenInTheEntryAndTheRestIsReadOnly) {
     addOddEntries(image_.string(), false);
     makeCertificateUnmodifiable(image_.string());
@@ -107,8 +106,8 @@ TEST_F(ObjectsTest, LabelsAndIdsAreRewrittenInTheEntryAndTheRestIsReadOnly) {
               CKR_ACTION_PROHIBITED);
 }
 
-// Only one DER certificate is stored as one; sizes, dates and a key's
-// subject taken from its certificate.
+// Only one DER certificate is stored as one; sizes, dates and a key's subject taken from its
+// certificate.
 TEST_F(ObjectsTest, CertificatesMustBeDerAndObjectsTellSizesDatesAndSubjects) {
     const CK_SESSION_HANDLE session = userSession();
     const Bytes der = certificateDer();
@@ -138,9 +137,8 @@ TEST_F(ObjectsTest, CertificatesMustBeDerAndObjectsTellSizesDatesAndSubjects) {
               (std::vector<Bytes>{subject, empty}));
 }
 
-// The identifier is the opaque object's applicationOID: the module finds
-// p15tool's by its DER, and its own of 201 octets (a DER length in the long
-// form) in the next process.
+// The identifier is the opaque object's applicationOID: the module finds p15tool's by its DER, and
+// its own of 201 octets (a DER length in the long form) in the next process.
 TEST_F(ModuleTest, DataObjectIdentifiersAreSharedWithP15tool) {
     const std::string tool = std::string(P15TOOL_PATH) + " --card " + image_.string() + " ";
     std::ofstream(directory_ / "value") << "v";
@@ -158,8 +156,8 @@ TEST_F(ModuleTest, DataObjectIdentifiersAreSharedWithP15tool) {
                            {CKA_OBJECT_ID, longOid.data(), longOid.size()}};
     ASSERT_EQ(create(session, {data, data + 3}), CKR_OK);
     ASSERT_EQ(create(session, {data, data + 2}), CKR_OK); // without one
-    // Another tag, no arc, lengths short, long, indefinite and not minimal,
-    // an arc cut short, one with a leading 80, one of 64 bits.
+    // Another tag, no arc, lengths short, long, indefinite and not minimal, an arc cut short, one
+    // with a leading 80, one of 64 bits.
     for (Bytes bad :
          {Bytes{0x04, 0x01, 0x2A}, Bytes{0x06, 0x00}, Bytes{0x06, 0x02, 0x2A},
           Bytes{0x06, 0x01, 0x2A, 0x03}, Bytes{0x06, 0x80, 0x2A}, Bytes{0x06, 0x81, 0x01, 0x2A},
@@ -173,10 +171,9 @@ TEST_F(ModuleTest, DataObjectIdentifiersAreSharedWithP15tool) {
     EXPECT_EQ(find(open(), {{CKA_OBJECT_ID, nullptr, 0}}).size(), 1u) << "an empty one";
 }
 
-// A broken directory file loses only its own entries (the plugin sees to
-// that: OddEntriesLeaveTheSoundKeyUsable); with EF(ODF) broken after its
-// first entry the plugin lists no kind, and the token answers a search with
-// nothing instead of failing it.
+// A broken directory file loses only its own entries (the plugin sees to that:
+// OddEntriesLeaveTheSoundKeyUsable); with EF(ODF) broken after its first entry the plugin lists no
+// kind, and the token answers a search with nothing instead of failing it.
 TEST_F(ModuleTest, KindsThatDoNotDecodeAreLeftOutOfTheSearch) {
     vcard::CardState state = vcard::CardImage::load(image_.string());
     state.files.selectByPath({0x3F, 0x00, 0x50, 0x15, 0x50, 0x31}, true).content.at(9) = 0xFF;
@@ -184,8 +181,8 @@ TEST_F(ModuleTest, KindsThatDoNotDecodeAreLeftOutOfTheSearch) {
     EXPECT_TRUE(find(open(), {}).empty());
 }
 
-// The module opens the card; p15tool makes two keys and a second module, in a forked child,
-// stores a certificate; then the module logs in, which stores the PIN's try counter, and stores a
+// The module opens the card; p15tool makes two keys and a second module, in a forked child, stores
+// a certificate; then the module logs in, which stores the PIN's try counter, and stores a
 // certificate of its own. Nothing the others stored is lost. Then two processes, each with one of
 // the new keys, sign and decipher at once (over pcscd: PcscSlotTest.ProcessesShareTheReadersCard).
 TEST_F(SharedImage, ProcessesLoseNoWriteAndUseTheirOwnKeysAtOnce) {

@@ -1,8 +1,7 @@
-// RSA-PSS and RSAES-OAEP through the module: the private half on a card that
-// lists them, the public half in software; what the card cannot take is
-// refused with the codes PKCS#11 gives it. The card's encodings are checked
-// against Crypto++ in the card's own tests, and against openssl's clients by
-// pkcs11.login.
+// RSA-PSS and RSAES-OAEP through the module: the private half on a card that lists them, the public
+// half in software; what the card cannot take is refused with the codes PKCS#11 gives it. The
+// card's encodings are checked against Crypto++ in the card's own tests, and against openssl's
+// clients by pkcs11.login.
 #include "ModuleFixture.hpp"
 
 #include <set>
@@ -22,12 +21,10 @@ protected:
     CK_SESSION_HANDLE session_ = 0;
 };
 
-// Each hash, the module hashing or the caller: what the card signs the module
-// verifies, the message and its hash alike, with a fresh salt each time; a
-// hash of another length and a flipped bit are refused. OAEP: the module's
-// cryptogram of the longest message deciphers on the card, one byte more and
-// a corrupted cryptogram are refused. A card without them signs and
-// deciphers neither.
+// Each hash, the module hashing or the caller: what the card signs the module verifies, the message
+// and its hash alike, with a fresh salt each time; a hash of another length and a flipped bit are
+// refused. OAEP: the module's cryptogram of the longest message deciphers on the card, one byte
+// more and a corrupted cryptogram are refused. A card without them signs and deciphers neither.
 TEST_P(PaddingTest, PssAndOaepRunOnACardThatListsThem) {
     const Bytes message(300, 0x5C);
     const auto digest = [&message](auto&& function) {
@@ -79,9 +76,9 @@ TEST_P(PaddingTest, PssAndOaepRunOnACardThatListsThem) {
     }
 }
 
-// Parameters the card cannot take are refused at Init, whichever half does
-// the work; the mechanism information and each key's CKA_ALLOWED_MECHANISMS
-// keep only the software half where the card lacks the algorithm.
+// Parameters the card cannot take are refused at Init, whichever half does the work; the mechanism
+// information and each key's CKA_ALLOWED_MECHANISMS keep only the software half where the card
+// lacks the algorithm.
 TEST_P(PaddingTest, WhatTheCardCannotTakeIsRefusedAtInitAndNotOffered) {
     CK_RSA_PKCS_PSS_PARAMS sha1{CKM_SHA_1, CKG_MGF1_SHA1, 20},
         otherMgf{CKM_SHA256, CKG_MGF1_SHA1, 32}, noSalt{CKM_SHA256, CKG_MGF1_SHA256, 0},

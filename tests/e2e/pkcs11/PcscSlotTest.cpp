@@ -1,7 +1,7 @@
 // The module's PC/SC slot on the pcscd fixture's card, in the "Virtual PCD" reader: a session
-// logged in through the reader, then the card taken out (its bridge stopped) and put back (a
-// new bridge, with a fresh card) as C_GetSlotList, the session and C_WaitForSlotEvent see it;
-// processes sharing the card.
+// logged in through the reader, then the card taken out (its bridge stopped) and put back (a new
+// bridge, with a fresh card) as C_GetSlotList, the session and C_WaitForSlotEvent see it; processes
+// sharing the card.
 #include "ModuleFixture.hpp"
 
 #include <chrono>
@@ -26,6 +26,15 @@ protected:
         ::setenv("P15KIT_PKCS11_CARD", "", 1); // no card images: the readers alone
         ::unsetenv("P15KIT_PKCS11_PCSC");
         load();
+        for (CK_SLOT_ID id : slots(CK_FALSE)) {
+            const auto name = reinterpret_cast<const char*>(info_.slotDescription);
+            if (f->C_GetSlotInfo(id, &info_) == CKR_OK &&
+                std::string(name, 64).find("Virtual PCD") != std::string::npos) {
+                slot_ = id;
+                break;
+            }
+        }
+        ASSERT_NE(slot_, ~CK_SLOT_ID(0)) << "no Virtual PCD reader among the slots";
     }
     void TearDown() override {
         if (stopped_) { // a failure left the card out: put it back for later PC/SC tests
@@ -46,18 +55,6 @@ protected:
     bool listed(CK_SLOT_ID slot) {
         const auto ids = slots(CK_TRUE);
         return std::find(ids.begin(), ids.end(), slot) != ids.end();
-    }
-    // The "Virtual PCD" reader's slot.
-    CK_SLOT_ID virtualSlot(CK_SLOT_INFO& info) {
-        for (CK_SLOT_ID id : slots(CK_FALSE)) {
-            if (f->C_GetSlotInfo(id, &info) == CKR_OK &&
-                std::string(reinterpret_cast<char*>(info.slotDescription), 64)
-                        .find("Virtual PCD") != std::string::npos) {
-                return id;
-            }
-        }
-        ADD_FAILURE() << "no Virtual PCD reader among the slots";
-        return ~CK_SLOT_ID(0);
     }
 
     // The first slot event within 30 s (pcscd polls its readers); none is ~0.
@@ -87,13 +84,13 @@ protected:
 
     bool stopped_ = false;
     std::string bridgePid_, bridgeLog_;
+    CK_SLOT_ID slot_ = ~CK_SLOT_ID(0); // the "Virtual PCD" reader's
+    CK_SLOT_INFO info_{};
 };
 
 TEST_F(PcscSlotTest, TheReadersCardLeavesAndComesBack) {
-    CK_SLOT_INFO info{};
-    const CK_SLOT_ID slot = virtualSlot(info);
-    ASSERT_NE(slot, ~CK_SLOT_ID(0));
-    EXPECT_EQ(info.flags, CKF_TOKEN_PRESENT | CKF_REMOVABLE_DEVICE | CKF_HW_SLOT);
+    const CK_SLOT_ID slot = slot_;
+    EXPECT_EQ(info_.flags, CKF_TOKEN_PRESENT | CKF_REMOVABLE_DEVICE | CKF_HW_SLOT);
     EXPECT_TRUE(listed(slot));
     CK_TOKEN_INFO token{};
     ASSERT_EQ(f->C_GetTokenInfo(slot, &token), CKR_OK);
@@ -128,12 +125,10 @@ TEST_F(PcscSlotTest, TheReadersCardLeavesAndComesBack) {
 
 // Two processes, each with its own key pair, sign and decipher at once through pcscd (MANAGE
 // SECURITY ENVIRONMENT and its PSO in one card transaction). Then another program's reset
-// (p15tool's) logs this process's session out, as C_GetSessionInfo tells the first time and
-// C_Sign the second; a new C_Login works.
+// (p15tool's) logs this process's session out, as C_GetSessionInfo tells the first time and C_Sign
+// the second; a new C_Login works.
 TEST_F(PcscSlotTest, ProcessesShareTheReadersCard) {
-    CK_SLOT_INFO info{};
-    const CK_SLOT_ID slot = virtualSlot(info);
-    ASSERT_NE(slot, ~CK_SLOT_ID(0));
+    const CK_SLOT_ID slot = slot_;
     const std::string tool = std::string(P15TOOL_PATH) + " --reader Virtual ",
                       labels[] = {"shared A " + std::to_string(getpid()),
                                   "shared B " + std::to_string(getpid())};
