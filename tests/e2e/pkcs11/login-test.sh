@@ -1,9 +1,9 @@
 #!/bin/sh
-# The module under the programs users log in with, each with its default settings, against
-# servers on loopback that trust the card's self-signed certificate: TLS (openssl s_client, curl,
-# gnutls-cli), S/MIME (openssl cms), RSA-PSS and RSAES-OAEP through the OpenSSL PKCS#11 engine,
-# NSS and p11tool, ssh (root only). Usage: login-test.sh MODULE P15TOOL. Exit 77 (skipped) when
-# a client is not installed, or after every other proof when sshd cannot be started (not root).
+# The module under the programs users log in with, each with its default settings, against servers
+# on loopback that trust the card's self-signed certificate: TLS (openssl s_client, curl,
+# gnutls-cli), S/MIME (openssl cms), RSA-PSS and RSAES-OAEP through the OpenSSL PKCS#11 engine, NSS
+# and p11tool, ssh (root only). Usage: login-test.sh MODULE P15TOOL. Exit 77 (skipped) when a client
+# is not installed, or after every other proof when sshd cannot be started (not root).
 set -eu
 module=$(realpath "$1") p15tool=$2
 for tool in openssl curl gnutls-cli ssh ssh-keygen shuf setsid p11tool modutil certutil; do
@@ -27,8 +27,8 @@ engine() { timeout 20 openssl "$@" -engine pkcs11 -keyform engine 2>>"$work/$ste
 # A step's logs are $work/STEP.*; a failure prints them.
 fail() { echo "FAILED ($step): $*"; tail -n +1 "$work/$step".* 2>/dev/null; exit 1; }
 
-# Starts FUNCTION ARGS in the background on a random loopback port ($port),
-# until its log shows READY; another port when it exits first (port taken).
+# Starts FUNCTION ARGS in the background on a random loopback port ($port), until its log shows
+# READY; another port when it exits first (port taken).
 start() {
     ready=$1 && shift
     for try in 1 2 3 4 5; do
@@ -43,9 +43,9 @@ start() {
     fail "no server started"
 }
 
-# TLS: openssl s_server for one connection, requiring a client certificate the card's
-# certificate verifies; its page (-www) tells the session's protocol, the signature the client
-# made and its certificate's verification. openssl s_client (1.3 and 1.2), curl, gnutls-cli.
+# TLS: openssl s_server for one connection, requiring a client certificate the card's certificate
+# verifies; its page (-www) tells the session's protocol, the signature the client made and its
+# certificate's verification. openssl s_client (1.3 and 1.2), curl, gnutls-cli.
 tlsServer() {
     exec timeout 20 openssl s_server -accept "127.0.0.1:$port" -naccept 1 -www -Verify 1 \
         -CAfile "$work/card.pem" -cert "$work/server.pem" -key "$work/server.key" "$@"
@@ -72,8 +72,8 @@ for step in s_client-1.3 s_client-1.2 curl gnutls-cli; do
     done
 done
 
-# S/MIME: PKCS#1 v1.5 (cms's default) and RSASSA-PSS signatures; cms salts PSS as long as the
-# key allows unless told the hash's length, all the card makes.
+# S/MIME: PKCS#1 v1.5 (cms's default) and RSASSA-PSS signatures; cms salts PSS as long as the key
+# allows unless told the hash's length, all the card makes.
 step=cms
 echo "signed on the card" >"$work/message"
 for padding in pkcs1 "pss -keyopt rsa_pss_saltlen:digest"; do
@@ -114,9 +114,9 @@ byte=$(od -An -tu1 -j100 -N1 "$work/sha256.bin")
 printf "$(printf '\\%03o' $((byte ^ 1)))" | dd of="$work/sha256.bin" bs=1 seek=100 conv=notrunc 2>/dev/null
 ! decrypt sha256 "$work/sha256.bin" || fail "a changed OAEP cryptogram deciphers"
 
-# NSS: the module added to a fresh database lists the card's certificate under the token's
-# label, and has the card make a key pair for a certificate request, named by CKA_ID
-# afterwards: one new pair, a request that verifies. p11tool (GnuTLS) renames a key. On a copy.
+# NSS: the module added to a fresh database lists the card's certificate under the token's label,
+# and has the card make a key pair for a certificate request, named by CKA_ID afterwards: one new
+# pair, a request that verifies. p11tool (GnuTLS) renames a key. On a copy.
 step=nss
 cp "$work/card.json" "$work/nss.json"
 export P15KIT_PKCS11_CARD="$work/nss.json"

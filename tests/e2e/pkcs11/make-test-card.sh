@@ -2,8 +2,8 @@
 # Makes the PKCS#11 tests' virtual card with p15tool: profile P15_TESTCARD_PROFILE (else native),
 # user PIN 123456, PUK 12345678, SO PIN 87654321, a 2048-bit RSA key pair ("Signing key", id 45 01)
 # and its self-signed certificate "CN=p15kit test". Beside it in DIR: public.der, private.der
-# (PKCS#8, for signing and deciphering in software) and certificate.der.
-# Usage: make-test-card.sh P15TOOL IMAGE DIR
+# (PKCS#8, for signing and deciphering in software) and certificate.der. Usage: make-test-card.sh
+# P15TOOL IMAGE DIR
 set -eu
 p15tool=$1 image=$2 dir=$3
 export P15_TESTCARD_PIN=123456 P15_TESTCARD_PUK=12345678 P15_TESTCARD_SO_PIN=87654321
