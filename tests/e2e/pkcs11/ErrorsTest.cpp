@@ -1,6 +1,5 @@
-// The module's table from failures to return values, row by row, with each exception thrown as the
-// card layer or the application throws it: every row of the status word rules and of the exception
-// rules, and their order.
+// The module's table from failures to return values, each exception thrown as the card layer or
+// the application throws it: every row of the status word and exception rules, and their order.
 #include "pkcs11/Errors.hpp"
 
 #include "app/ApplicationException.hpp"

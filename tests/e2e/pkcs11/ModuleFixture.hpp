@@ -1,6 +1,5 @@
-// The module as a PKCS#11 application loads it: dlopen, C_GetFunctionList, the real plugin, card
-// layer and virtual card underneath. The card is made once by make-test-card.sh and copied fresh
-// for every test.
+// The module loaded as applications load it, over the real plugin, card layer and virtual card; the
+// card is made once by make-test-card.sh and copied fresh for every test.
 #ifndef TESTS_E2E_PKCS11_MODULEFIXTURE_HPP
 #define TESTS_E2E_PKCS11_MODULEFIXTURE_HPP
 
@@ -62,7 +61,6 @@ struct Client {
     CK_FUNCTION_LIST_PTR f = nullptr;
     void* library = nullptr;
 
-    // Loads and initialises the module as an application does.
     void load() {
         library = ::dlopen(MODULE_PATH, RTLD_NOW | RTLD_LOCAL);
         ASSERT_NE(library, nullptr) << ::dlerror();
@@ -81,7 +79,6 @@ struct Client {
     CK_RV login(CK_SESSION_HANDLE session, CK_USER_TYPE user, std::string pin) {
         return f->C_Login(session, user, utf8(pin), pin.size());
     }
-    // A session with the user logged in.
     CK_SESSION_HANDLE userSession(CK_FLAGS flags = CKF_SERIAL_SESSION | CKF_RW_SESSION,
                                   CK_SLOT_ID slot = 0) {
         const CK_SESSION_HANDLE session = open(flags, slot);
@@ -195,10 +192,9 @@ struct Client {
     }
 };
 
-// A client on the token in `slot`, logged in, with the key pair `label`: each use signs
-// (SHA256_RSA_PKCS) or deciphers (RSA_PKCS) `message` and checks the result with the public key
-// (the module's software half). Told CKR_USER_NOT_LOGGED_IN, it logs in again once, as clients do,
-// unless told not to.
+// A client logged in on `slot` with the key pair `label`: each use signs (SHA256_RSA_PKCS) or
+// deciphers (RSA_PKCS) `message`, checked with the public key; told CKR_USER_NOT_LOGGED_IN, it logs
+// in again once, as clients do, unless told not to.
 struct KeyUser : Client {
     KeyUser(CK_FUNCTION_LIST_PTR module, CK_SLOT_ID slot, std::string label)
         : Client{module} {
@@ -282,7 +278,6 @@ protected:
     }
     static void TearDownTestSuite() { fs::remove_all(directory_); }
 
-    // The profile of the card the test runs on.
     virtual vcard::CardProfile profile() const { return vcard::CardProfile::Native; }
 
     // Where make-test-card.sh leaves the card of `profile` (template.json), its key and its

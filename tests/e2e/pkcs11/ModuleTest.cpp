@@ -330,10 +330,19 @@ TEST_P(ProfiledModuleTest, SignaturesAreTheSameWholeOrInPartsForEveryMechanism) 
     EXPECT_EQ(f->C_SignUpdate(session, tooLong.data(), 1), CKR_DATA_LEN_RANGE);
 }
 
-class ThreadedModuleTest : public ModuleTest {
-protected:
+using ThreadedModuleTest = ModuleTest;
+
+// Two threads, each on a token of its own, go through every family of entry points at once, each
+// result checked, while a third opens and closes sessions and lists slots without pause. Under
+// ThreadSanitizer (make pkcs11-tsan) an entry point that does not take the module's lock races with
+// the writes to the module's sessions and slots.
+TEST_F(ThreadedModuleTest, TwoThreadsUseEveryEntryPointAtOnce) {
+    const fs::path second = directory_ / "second.json";
+    fs::copy_file(image_, second, fs::copy_options::overwrite_existing);
+    ::setenv("P15KIT_PKCS11_CARD", (image_.string() + ":" + second.string()).c_str(), 1);
+    restart();
     // One round of every family of entry points on the token in `slot`.
-    void useEveryFamily(CK_SLOT_ID slot, Bytes message) {
+    const auto useEveryFamily = [this](CK_SLOT_ID slot, Bytes message) {
         CK_ULONG count = 0;
         CK_SLOT_INFO slotInfo;
         CK_TOKEN_INFO tokenInfo;
@@ -356,31 +365,18 @@ protected:
                   256u);
         CK_MECHANISM sha256{CKM_SHA256_RSA_PKCS, nullptr, 0};
         CK_OBJECT_HANDLE created = 0;
-        ASSERT_EQ(
-            create(session,
-                   {{CKA_CLASS, &dataClass, sizeof dataClass}, {CKA_VALUE, message.data(), 1}},
-                   &created),
-            CKR_OK);
-        EXPECT_EQ((std::vector<CK_RV>{f->C_DigestInit(session, &sha256),
-                                      f->C_GenerateRandom(session, message.data(), 16),
-                                      set(session, created, CKA_LABEL, {'n', 'o'}),
-                                      f->C_DestroyObject(session, created), f->C_Logout(session),
-                                      f->C_CloseSession(session)}),
-                  (std::vector<CK_RV>{CKR_FUNCTION_NOT_SUPPORTED, CKR_OK, CKR_OK, CKR_OK, CKR_OK,
-                                      CKR_OK}));
-    }
-};
-
-// Two threads, each on a token of its own, go through every family of entry points at once, each
-// result checked, while a third opens and closes sessions and lists slots without pause. Under
-// ThreadSanitizer (make pkcs11-tsan) an entry point that does not take the module's lock races with
-// the writes to the module's sessions and slots.
-TEST_F(ThreadedModuleTest, TwoThreadsUseEveryEntryPointAtOnce) {
-    const fs::path second = directory_ / "second.json";
-    fs::copy_file(image_, second, fs::copy_options::overwrite_existing);
-    ::setenv("P15KIT_PKCS11_CARD", (image_.string() + ":" + second.string()).c_str(), 1);
-    restart();
-    const auto rounds = [this](CK_SLOT_ID slot) {
+        EXPECT_EQ(
+            (std::vector<CK_RV>{
+                create(session,
+                       {{CKA_CLASS, &dataClass, sizeof dataClass}, {CKA_VALUE, message.data(), 1}},
+                       &created),
+                f->C_DigestInit(session, &sha256), f->C_GenerateRandom(session, message.data(), 16),
+                set(session, created, CKA_LABEL, {'n', 'o'}), f->C_DestroyObject(session, created),
+                f->C_Logout(session), f->C_CloseSession(session)}),
+            (std::vector<CK_RV>{CKR_OK, CKR_FUNCTION_NOT_SUPPORTED, CKR_OK, CKR_OK, CKR_OK, CKR_OK,
+                                CKR_OK}));
+    };
+    const auto rounds = [&](CK_SLOT_ID slot) {
         for (int round = 0; round < 6; ++round) {
             useEveryFamily(slot, Bytes(100 + round, static_cast<unsigned char>(slot)));
         }

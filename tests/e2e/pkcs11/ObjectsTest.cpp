@@ -1,6 +1,4 @@
-// Objects as clients change and read them: labels and ids written into the card's entries,
-// generated key pairs, certificates and their public keys, data objects with an object identifier,
-// shared with p15tool, and a card image other processes write to at the same time.
+// Objects as clients create, change and read them, beside p15tool and other processes.
 #include "ModuleFixture.hpp"
 
 #include "OddCard.hpp"
@@ -106,8 +104,7 @@ TEST_F(ObjectsTest, LabelsAndIdsAreRewrittenInTheEntryAndTheRestIsReadOnly) {
               CKR_ACTION_PROHIBITED);
 }
 
-// Only one DER certificate is stored as one; sizes, dates and a key's subject taken from its
-// certificate.
+// A key's subject comes from its certificate.
 TEST_F(ObjectsTest, CertificatesMustBeDerAndObjectsTellSizesDatesAndSubjects) {
     const CK_SESSION_HANDLE session = userSession();
     const Bytes der = certificateDer();
@@ -171,9 +168,8 @@ TEST_F(ModuleTest, DataObjectIdentifiersAreSharedWithP15tool) {
     EXPECT_EQ(find(open(), {{CKA_OBJECT_ID, nullptr, 0}}).size(), 1u) << "an empty one";
 }
 
-// A broken directory file loses only its own entries (the plugin sees to that:
-// OddEntriesLeaveTheSoundKeyUsable); with EF(ODF) broken after its first entry the plugin lists no
-// kind, and the token answers a search with nothing instead of failing it.
+// With EF(ODF) broken after its first entry the plugin lists no kind (a broken directory file
+// alone: OddEntriesLeaveTheSoundKeyUsable); the search answers nothing instead of failing.
 TEST_F(ModuleTest, KindsThatDoNotDecodeAreLeftOutOfTheSearch) {
     vcard::CardState state = vcard::CardImage::load(image_.string());
     state.files.selectByPath({0x3F, 0x00, 0x50, 0x15, 0x50, 0x31}, true).content.at(9) = 0xFF;
@@ -181,10 +177,10 @@ TEST_F(ModuleTest, KindsThatDoNotDecodeAreLeftOutOfTheSearch) {
     EXPECT_TRUE(find(open(), {}).empty());
 }
 
-// The module opens the card; p15tool makes two keys and a second module, in a forked child, stores
-// a certificate; then the module logs in, which stores the PIN's try counter, and stores a
-// certificate of its own. Nothing the others stored is lost. Then two processes, each with one of
-// the new keys, sign and decipher at once (over pcscd: PcscSlotTest.ProcessesShareTheReadersCard).
+// The module opens the card; p15tool makes two keys and a forked module stores a certificate; the
+// module logs in (storing the try counter) and stores its own: nothing is lost. Then two processes
+// sign and decipher at once, each with one new key (pcscd:
+// PcscSlotTest.ProcessesShareTheReadersCard).
 TEST_F(SharedImage, ProcessesLoseNoWriteAndUseTheirOwnKeysAtOnce) {
     const std::string tool = std::string(P15TOOL_PATH) + " --card " + image_.string() + " ";
     ::setenv("P15_TEST_PIN", userPin.c_str(), 1);

@@ -1,7 +1,5 @@
-// The module's PC/SC slot on the pcscd fixture's card, in the "Virtual PCD" reader: a session
-// logged in through the reader, then the card taken out (its bridge stopped) and put back (a new
-// bridge, with a fresh card) as C_GetSlotList, the session and C_WaitForSlotEvent see it; processes
-// sharing the card.
+// The module's slot for the pcscd fixture's "Virtual PCD" reader: its card taken out (the bridge
+// stopped) and put back (a new bridge, a fresh card), and processes sharing it.
 #include "ModuleFixture.hpp"
 
 #include <chrono>

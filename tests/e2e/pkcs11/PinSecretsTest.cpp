@@ -1,6 +1,6 @@
-// The PUK an SO login hands the module for C_InitPIN, and the old PIN of C_SetPIN, leave no copy in
-// memory given back to the runtime once the call that needed them is over: neither the module's own
-// nor the card layer's underneath. This binary replaces free() to look.
+// The PUK of an SO login (for C_InitPIN) and the old PIN of C_SetPIN leave no copy, the module's or
+// the card layer's, in memory given back once the call is over; this binary replaces free() to
+// look.
 #include "FreeHook.hpp"
 #include "ModuleFixture.hpp"
 
