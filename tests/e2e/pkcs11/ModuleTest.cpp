@@ -4,6 +4,7 @@
 
 #include "OddCard.hpp"
 #include "pkcs11/Interfaces.hpp"
+#include "vcard/CardImage.hpp"
 #include <atomic>
 #include <cstring>
 #include <thread>
@@ -125,9 +126,8 @@ TEST_F(ModuleTest, AttributeValuesFollowTheSizeAndSensitivityRules) {
                                      query[4].ulValueLen, query[5].ulValueLen}),
               (std::vector<CK_ULONG>{std::strlen("Signing key"), 256, CK_UNAVAILABLE_INFORMATION,
                                      CK_UNAVAILABLE_INFORMATION, 3}));
-    EXPECT_GE(modulus[0], 0x80) << "a 2048-bit modulus fills all 256 bytes";
-    EXPECT_EQ(extractable, CK_FALSE);
-    EXPECT_EQ(Bytes(exponent, exponent + 3), (Bytes{0x01, 0x00, 0x01}));
+    EXPECT_EQ(std::tuple(modulus[0] >= 0x80, extractable, Bytes(exponent, exponent + 3)),
+              std::tuple(true, CK_FALSE, Bytes{0x01, 0x00, 0x01})); // 2048 bits fill 256 bytes
 
     CK_ATTRIBUTE shortModulus{CKA_MODULUS, tooSmall, sizeof tooSmall};
     EXPECT_EQ(f->C_GetAttributeValue(session, key, &shortModulus, 1), CKR_BUFFER_TOO_SMALL);
@@ -448,14 +448,12 @@ TEST_F(ModuleTest, DataObjectsAndCertificatesAreStoredAndDestroyed) {
     ASSERT_EQ(copies.size(), 1u) << "a certificate is public";
     EXPECT_EQ(values(later, copies[0], {CKA_VALUE})[0], der);
     ASSERT_EQ(login(later, CKU_USER, userPin), CKR_OK);
-    const auto found = find(later, byLabel);
-    ASSERT_EQ(found.size(), 1u);
-    EXPECT_EQ(values(later, found[0], {CKA_VALUE})[0], (Bytes{'h', 'e', 'l', 'l', 'o'}));
-
-    ASSERT_EQ(f->C_DestroyObject(later, found[0]), CKR_OK);
+    const CK_OBJECT_HANDLE memo = only(later, CKO_DATA, {'m', 'e', 'm', 'o'}, CKA_LABEL);
+    EXPECT_EQ(values(later, memo, {CKA_VALUE})[0], (Bytes{'h', 'e', 'l', 'l', 'o'}));
+    EXPECT_EQ((std::vector<CK_RV>{f->C_DestroyObject(later, memo), f->C_DestroyObject(later, memo),
+                                  f->C_DestroyObject(later, copies[0])}),
+              (std::vector<CK_RV>{CKR_OK, CKR_OBJECT_HANDLE_INVALID, CKR_OK}));
     EXPECT_TRUE(find(later, byLabel).empty());
-    EXPECT_EQ(f->C_DestroyObject(later, found[0]), CKR_OBJECT_HANDLE_INVALID);
-    ASSERT_EQ(f->C_DestroyObject(later, copies[0]), CKR_OK);
     EXPECT_TRUE(find(later, {copyById[2]}).empty()) << "the certificate and its public key";
     EXPECT_EQ(find(later, {copyById[0]}).size(), 1u) << "the card's own certificate stays";
 
@@ -465,7 +463,8 @@ TEST_F(ModuleTest, DataObjectsAndCertificatesAreStoredAndDestroyed) {
 
 // Entries as real cards write them (a vendor component in the key's entry, an entry that does not
 // decode, an EC key, a broken EF(CDF)) do not take the token down: the sound key is found and
-// signs.
+// signs. With EF(ODF) broken after its first entry the plugin lists no kind: the search answers
+// nothing.
 TEST_F(ModuleTest, OddEntriesLeaveTheSoundKeyUsable) {
     p15test::addOddEntries(image_.string(), true);
     const CK_SESSION_HANDLE session = userSession();
@@ -474,6 +473,12 @@ TEST_F(ModuleTest, OddEntriesLeaveTheSoundKeyUsable) {
     EXPECT_EQ(
         recovered(answer(session, CKF_SIGN, CKM_SHA256_RSA_PKCS, privateKey(session), message)),
         pkcs1Block(digestInfo<CryptoPP::SHA256>(message)));
+
+    vcard::CardState state = vcard::CardImage::load(image_.string());
+    state.files.selectByPath({0x3F, 0x00, 0x50, 0x15, 0x50, 0x31}, true).content.at(9) = 0xFF;
+    vcard::CardImage::store(image_.string(), vcard::CardImage::serialise(state));
+    restart();
+    EXPECT_TRUE(find(open(), {}).empty());
 }
 
 INSTANTIATE_TEST_SUITE_P(Profiles, ProfiledModuleTest, bothProfiles, profileParamName);
