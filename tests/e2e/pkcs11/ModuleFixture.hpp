@@ -139,10 +139,8 @@ struct Client {
         EXPECT_EQ(found.size(), 1u);
         return found.empty() ? 0 : found[0];
     }
-    CK_OBJECT_HANDLE publicKey(CK_SESSION_HANDLE session) { return only(session, CKO_PUBLIC_KEY); }
-    CK_OBJECT_HANDLE privateKey(CK_SESSION_HANDLE session) {
-        return only(session, CKO_PRIVATE_KEY);
-    }
+    CK_OBJECT_HANDLE publicKey(CK_SESSION_HANDLE in) { return only(in, CKO_PUBLIC_KEY); }
+    CK_OBJECT_HANDLE privateKey(CK_SESSION_HANDLE in) { return only(in, CKO_PRIVATE_KEY); }
     // The answer of `use` (CKF_SIGN, CKF_ENCRYPT, CKF_DECRYPT) to `in` with `key` and the mechanism
     // `type`, of the length the call tells first; neither the question nor a buffer one byte short
     // (nor, for a signature, a part given now) ends the operation.

@@ -89,10 +89,10 @@ protected:
 TEST_F(PcscSlotTest, TheReadersCardLeavesAndComesBack) {
     const CK_SLOT_ID slot = slot_;
     EXPECT_EQ(info_.flags, CKF_TOKEN_PRESENT | CKF_REMOVABLE_DEVICE | CKF_HW_SLOT);
-    EXPECT_TRUE(listed(slot));
     CK_TOKEN_INFO token{};
-    ASSERT_EQ(f->C_GetTokenInfo(slot, &token), CKR_OK);
-    EXPECT_TRUE(token.flags & CKF_LOGIN_REQUIRED);
+    EXPECT_EQ((std::tuple{listed(slot), f->C_GetTokenInfo(slot, &token),
+                          token.flags & CKF_LOGIN_REQUIRED}),
+              std::tuple(true, CKR_OK, CKF_LOGIN_REQUIRED));
 
     CK_SESSION_HANDLE session = userSession(CKF_SERIAL_SESSION, slot);
     CK_SLOT_ID event = 99;
@@ -100,11 +100,10 @@ TEST_F(PcscSlotTest, TheReadersCardLeavesAndComesBack) {
 
     stopBridge();
     ASSERT_EQ(waitForEvent(), slot) << "no removal event";
-    EXPECT_FALSE(listed(slot));
-    EXPECT_EQ(login(session, CKU_USER, userPin), CKR_DEVICE_REMOVED);
-    EXPECT_EQ(f->C_CloseSession(session), CKR_SESSION_HANDLE_INVALID);
-    EXPECT_EQ(f->C_OpenSession(slot, CKF_SERIAL_SESSION, nullptr, nullptr, &session),
-              CKR_TOKEN_NOT_PRESENT);
+    EXPECT_EQ(
+        (std::tuple{listed(slot), login(session, CKU_USER, userPin), f->C_CloseSession(session),
+                    f->C_OpenSession(slot, CKF_SERIAL_SESSION, nullptr, nullptr, &session)}),
+        std::tuple(false, CKR_DEVICE_REMOVED, CKR_SESSION_HANDLE_INVALID, CKR_TOKEN_NOT_PRESENT));
 
     // A blocking wait sees the card come back; C_Finalize would end one that saw nothing.
     auto inserted = std::async(std::launch::async, [&] {
