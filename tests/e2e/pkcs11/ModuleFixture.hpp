@@ -268,42 +268,40 @@ class ModuleTest : public ::testing::Test, public Client {
 protected:
     static void SetUpTestSuite() {
         directory_ = fs::temp_directory_path() / ("p15kit-pkcs11-" + std::to_string(getpid()));
-        fs::create_directories(directory_);
-        // A failed set-up would only mark every test skipped: it ends the run.
-        if (!madeCard(vcard::CardProfile::Native)) {
-            std::exit(EXIT_FAILURE);
-        }
     }
     static void TearDownTestSuite() { fs::remove_all(directory_); }
 
     virtual vcard::CardProfile profile() const { return vcard::CardProfile::Native; }
 
-    // Where make-test-card.sh leaves the card of `profile` (template.json), its key and its
-    // certificate: made on first use.
-    static fs::path cardFolder(vcard::CardProfile profile) {
-        const bool native = profile == vcard::CardProfile::Native;
-        return native ? directory_ : directory_ / vcard::profileName(profile);
-    }
-    static bool madeCard(vcard::CardProfile profile) {
-        const fs::path folder = cardFolder(profile);
+    // Where make-test-card.sh left the card of `profile` (template.json), its key and its
+    // certificate, made on first use; empty when it failed.
+    static fs::path madeCard(vcard::CardProfile profile) {
+        const std::string name = vcard::profileName(profile);
+        const fs::path folder =
+            profile == vcard::CardProfile::Native ? directory_ : directory_ / name;
         fs::create_directories(folder);
-        return fs::exists(folder / "template.json") ||
-               std::system(("P15_TESTCARD_PROFILE=" + std::string(vcard::profileName(profile)) +
-                            " sh " + TESTCARD_PATH + " " + P15TOOL_PATH + " " +
-                            (folder / "template.json").string() + " " + folder.string())
-                               .c_str()) == 0;
+        const bool made = fs::exists(folder / "template.json") ||
+                          std::system(("P15_TESTCARD_PROFILE=" + name + " sh " + TESTCARD_PATH +
+                                       " " + P15TOOL_PATH + " " +
+                                       (folder / "template.json").string() + " " + folder.string())
+                                          .c_str()) == 0;
+        return made ? folder : fs::path();
     }
 
     void SetUp() override {
-        ASSERT_TRUE(madeCard(profile())) << "make-test-card.sh made no card";
-        folder_ = cardFolder(profile());
+        folder_ = madeCard(profile());
+        ASSERT_FALSE(folder_.empty()) << "make-test-card.sh made no card";
         image_ = directory_ / "card.json";
         fs::copy_file(folder_ / "template.json", image_, fs::copy_options::overwrite_existing);
         ::setenv("P15KIT_PKCS11_CARD", image_.c_str(), 1);
         ::setenv("P15KIT_PKCS11_PCSC", "off", 1);
         load();
     }
-    void TearDown() override { f->C_Finalize(nullptr); }
+    void TearDown() override {
+        if (f) { // none when SetUp failed
+            f->C_Finalize(nullptr);
+        }
+    }
 
     // The block the card's public key recovers from `signature`, and the PKCS#1 v1.5 signature
     // block of `payload` it must be.

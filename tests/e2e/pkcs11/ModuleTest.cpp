@@ -31,11 +31,11 @@ TEST_F(ModuleTest, EveryFunctionAndMechanismIsThereAndTheUnsupportedOnesSaySo) {
     ASSERT_TRUE(list && get);
     CK_INTERFACE interfaces[1];
     CK_ULONG count = 0;
-    EXPECT_EQ(list(interfaces, &count), CKR_BUFFER_TOO_SMALL);
-    ASSERT_EQ(count, 1u);
-    ASSERT_EQ(list(interfaces, &count), CKR_OK);
-    EXPECT_STREQ(reinterpret_cast<char*>(interfaces[0].pInterfaceName), "PKCS 11");
-    EXPECT_EQ(interfaces[0].pFunctionList, f);
+    ASSERT_EQ((std::pair{list(interfaces, &count), count}), std::pair(CKR_BUFFER_TOO_SMALL, 1ul));
+    EXPECT_EQ((std::tuple{list(interfaces, &count),
+                          std::string(reinterpret_cast<char*>(interfaces[0].pInterfaceName)),
+                          interfaces[0].pFunctionList}),
+              std::tuple(CKR_OK, std::string("PKCS 11"), f));
     unsigned char name[] = "PKCS 11", other[] = "Vendor";
     CK_VERSION v240{2, 40}, v300{3, 0};
     CK_INTERFACE_PTR found = nullptr;
@@ -356,7 +356,7 @@ TEST_F(ThreadedModuleTest, TwoThreadsUseEveryEntryPointAtOnce) {
         EXPECT_EQ(count, 2u);
         KeyUser user(f, slot, "Signing key"); // signs and verifies, enciphers and deciphers
         const CK_SESSION_HANDLE session = user.session;
-        EXPECT_EQ(std::pair(f->C_GetSessionInfo(session, &info), info.slotID),
+        EXPECT_EQ((std::pair{f->C_GetSessionInfo(session, &info), info.slotID}),
                   std::pair(CKR_OK, slot));
         EXPECT_EQ(values(session, user.publicHalf, {CKA_MODULUS})[0].size(), 256u);
         EXPECT_EQ(std::pair(user.use(true, "signed"), user.use(false, "deciphered")),

@@ -63,10 +63,9 @@ TEST_F(ObjectsTest, GeneratedPairsAreListedOnceStayLocalAndKeepTheirIdsApart) {
 
     restart();
     const CK_SESSION_HANDLE later = userSession(CKF_SERIAL_SESSION);
-    EXPECT_EQ(find(later, {{CKA_CLASS, &publicKeyClass, sizeof publicKeyClass},
-                           {CKA_LABEL, label, sizeof label - 1}})
-                  .size(),
-              2u);
+    const std::vector<CK_ATTRIBUTE> fresh{{CKA_CLASS, &publicKeyClass, sizeof(CK_ULONG)},
+                                          {CKA_LABEL, label, sizeof label - 1}};
+    EXPECT_EQ(find(later, fresh).size(), 2u);
     const auto renamed = find(later, {{CKA_ID, id.data(), 2}});
     ASSERT_EQ(renamed.size(), 2u);
     const std::vector<CK_ATTRIBUTE_TYPE> origin{CKA_LOCAL, CKA_KEY_GEN_MECHANISM,

@@ -87,22 +87,21 @@ protected:
 };
 
 TEST_F(PcscSlotTest, TheReadersCardLeavesAndComesBack) {
-    const CK_SLOT_ID slot = slot_;
     EXPECT_EQ(info_.flags, CKF_TOKEN_PRESENT | CKF_REMOVABLE_DEVICE | CKF_HW_SLOT);
     CK_TOKEN_INFO token{};
-    EXPECT_EQ((std::tuple{listed(slot), f->C_GetTokenInfo(slot, &token),
+    EXPECT_EQ((std::tuple{listed(slot_), f->C_GetTokenInfo(slot_, &token),
                           token.flags & CKF_LOGIN_REQUIRED}),
               std::tuple(true, CKR_OK, CKF_LOGIN_REQUIRED));
 
-    CK_SESSION_HANDLE session = userSession(CKF_SERIAL_SESSION, slot);
+    CK_SESSION_HANDLE session = userSession(CKF_SERIAL_SESSION, slot_);
     CK_SLOT_ID event = 99;
     EXPECT_EQ(f->C_WaitForSlotEvent(CKF_DONT_BLOCK, &event, nullptr), CKR_NO_EVENT);
 
     stopBridge();
-    ASSERT_EQ(waitForEvent(), slot) << "no removal event";
+    ASSERT_EQ(waitForEvent(), slot_) << "no removal event";
     EXPECT_EQ(
-        (std::tuple{listed(slot), login(session, CKU_USER, userPin), f->C_CloseSession(session),
-                    f->C_OpenSession(slot, CKF_SERIAL_SESSION, nullptr, nullptr, &session)}),
+        (std::tuple{listed(slot_), login(session, CKU_USER, userPin), f->C_CloseSession(session),
+                    f->C_OpenSession(slot_, CKF_SERIAL_SESSION, nullptr, nullptr, &session)}),
         std::tuple(false, CKR_DEVICE_REMOVED, CKR_SESSION_HANDLE_INVALID, CKR_TOKEN_NOT_PRESENT));
 
     // A blocking wait sees the card come back; C_Finalize would end one that saw nothing.
@@ -115,9 +114,9 @@ TEST_F(PcscSlotTest, TheReadersCardLeavesAndComesBack) {
     if (inserted.wait_for(30s) != std::future_status::ready) {
         f->C_Finalize(nullptr);
     }
-    ASSERT_EQ(inserted.get(), slot) << "no insertion event";
-    EXPECT_TRUE(listed(slot));
-    userSession(CKF_SERIAL_SESSION, slot);
+    ASSERT_EQ(inserted.get(), slot_) << "no insertion event";
+    EXPECT_TRUE(listed(slot_));
+    userSession(CKF_SERIAL_SESSION, slot_);
 }
 
 // Two processes, each with its own key pair, sign and decipher at once through pcscd (MANAGE
@@ -125,7 +124,6 @@ TEST_F(PcscSlotTest, TheReadersCardLeavesAndComesBack) {
 // (p15tool's) logs this process's session out, as C_GetSessionInfo tells the first time and C_Sign
 // the second; a new C_Login works.
 TEST_F(PcscSlotTest, ProcessesShareTheReadersCard) {
-    const CK_SLOT_ID slot = slot_;
     const std::string tool = std::string(P15TOOL_PATH) + " --reader Virtual ",
                       labels[] = {"shared A " + std::to_string(getpid()),
                                   "shared B " + std::to_string(getpid())};
@@ -138,10 +136,10 @@ TEST_F(PcscSlotTest, ProcessesShareTheReadersCard) {
     keys("keygen --bits 1024");
     const std::shared_ptr<void> deleted(nullptr, [&](void*) { keys("key delete"); });
     ASSERT_EQ(f->C_Finalize(nullptr), CKR_OK);
-    keyPairsUsedAtOnce(f, slot, {labels[0], labels[1]}, 1000);
+    keyPairsUsedAtOnce(f, slot_, {labels[0], labels[1]}, 1000);
 
     ASSERT_EQ(f->C_Initialize(nullptr), CKR_OK);
-    KeyUser user(f, slot, labels[0]);
+    KeyUser user(f, slot_, labels[0]);
     for (const bool signFirst : {false, true}) {
         SCOPED_TRACE(signFirst ? "C_Sign" : "C_GetSessionInfo");
         shell(tool + "list");

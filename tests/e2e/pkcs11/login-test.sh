@@ -9,8 +9,7 @@ module=$(realpath "$1") p15tool=$2
 for tool in openssl curl gnutls-cli ssh ssh-keygen shuf setsid p11tool modutil certutil; do
     command -v $tool >/dev/null || { echo "skipped: $tool not installed (scripts/install-deps)"; exit 77; }
 done
-openssl engine pkcs11 >/dev/null 2>&1 ||
-    { echo "skipped: no OpenSSL pkcs11 engine (libengine-pkcs11-openssl)"; exit 77; }
+openssl engine pkcs11 >/dev/null 2>&1 || { echo "skipped: no OpenSSL pkcs11 engine"; exit 77; }
 
 work=$(mktemp -d) pid=
 trap '[ -z "$pid" ] || kill "$pid" 2>/dev/null || true; rm -rf "$work"' EXIT
@@ -52,8 +51,7 @@ tlsServer() {
 }
 request() { printf 'GET / HTTP/1.0\r\n\r\n'; }
 for step in s_client-1.3 s_client-1.2 curl gnutls-cli; do
-    version=${step#s_client-}
-    [ "$version" != "$step" ] || version=1.3
+    version=${step#s_client-} && [ "$version" != "$step" ] || version=1.3
     start ACCEPT tlsServer -tls$(echo $version | tr . _)
     case $step in
     s_client*) request | engine s_client -quiet -connect "127.0.0.1:$port" -key "$key" \
