@@ -40,8 +40,9 @@ inline CK_OBJECT_CLASS certificateClass = CKO_CERTIFICATE;
 inline CK_OBJECT_CLASS dataClass = CKO_DATA;
 inline unsigned char keyId[] = {0x45, 0x01};
 
-// What `command` prints; it must succeed.
+// What `command` prints; it must succeed. It finds the user PIN in P15_TEST_PIN.
 inline std::string shell(const std::string& command) {
+    ::setenv("P15_TEST_PIN", userPin.c_str(), 1);
     std::string output;
     FILE* pipe = ::popen(command.c_str(), "r");
     char chunk[4096];

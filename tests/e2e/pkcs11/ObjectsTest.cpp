@@ -136,7 +136,6 @@ TEST_F(ObjectsTest, CertificatesMustBeDerAndObjectsTellSizesDatesAndSubjects) {
 TEST_F(ModuleTest, DataObjectIdentifiersAreSharedWithP15tool) {
     const std::string tool = std::string(P15TOOL_PATH) + " --card " + image_.string() + " ";
     std::ofstream(directory_ / "value") << "v";
-    ::setenv("P15_TEST_PIN", userPin.c_str(), 1);
     shell(tool + "data write " + (directory_ / "value").string() +
           " --label tool --oid 1.3.6.1.4.1.311 --pin-env P15_TEST_PIN");
     const CK_SESSION_HANDLE session = userSession();
@@ -171,7 +170,6 @@ TEST_F(ModuleTest, DataObjectIdentifiersAreSharedWithP15tool) {
 // PcscSlotTest.ProcessesShareTheReadersCard).
 TEST_F(SharedImage, ProcessesLoseNoWriteAndUseTheirOwnKeysAtOnce) {
     const std::string tool = std::string(P15TOOL_PATH) + " --card " + image_.string() + " ";
-    ::setenv("P15_TEST_PIN", userPin.c_str(), 1);
     Bytes der = certificateDer();
     const auto stored = [&](CK_SESSION_HANDLE session, std::string label) {
         return create(session, {{CKA_CLASS, &certificateClass, sizeof certificateClass},

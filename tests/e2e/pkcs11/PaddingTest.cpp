@@ -1,7 +1,6 @@
-// RSA-PSS and RSAES-OAEP through the module: the private half on a card that lists them, the public
-// half in software; what the card cannot take is refused with the codes PKCS#11 gives it. The
-// card's encodings are checked against Crypto++ in the card's own tests, and against openssl's
-// clients by pkcs11.login.
+// RSA-PSS and RSAES-OAEP, the private half on a card that lists them, the public half in software;
+// what the card cannot take is refused. The encodings are checked against Crypto++ in the card's
+// tests, and against openssl's clients by pkcs11.login.
 #include "ModuleFixture.hpp"
 
 #include <set>

@@ -127,7 +127,6 @@ TEST_F(PcscSlotTest, ProcessesShareTheReadersCard) {
     const std::string tool = std::string(P15TOOL_PATH) + " --reader Virtual ",
                       labels[] = {"shared A " + std::to_string(getpid()),
                                   "shared B " + std::to_string(getpid())};
-    ::setenv("P15_TEST_PIN", userPin.c_str(), 1);
     const auto keys = [&](const std::string& command) {
         for (const std::string& label : labels) {
             shell(tool + command + " --pin-env P15_TEST_PIN --label '" + label + "'");
