@@ -34,11 +34,9 @@ inline const std::string puk = "12345678";
 using Bytes = std::vector<unsigned char>;
 inline const Bytes missing{'?'};
 
-inline CK_OBJECT_CLASS privateKeyClass = CKO_PRIVATE_KEY;
 inline CK_OBJECT_CLASS publicKeyClass = CKO_PUBLIC_KEY;
 inline CK_OBJECT_CLASS certificateClass = CKO_CERTIFICATE;
 inline CK_OBJECT_CLASS dataClass = CKO_DATA;
-inline unsigned char keyId[] = {0x45, 0x01};
 
 // What `command` prints; it must succeed. It finds the user PIN in P15_TEST_PIN.
 inline std::string shell(const std::string& command) {
@@ -242,8 +240,7 @@ inline pid_t forked(CK_FUNCTION_LIST_PTR f, const std::function<void()>& body) {
 }
 inline void succeeded(pid_t child) {
     int status = -1;
-    EXPECT_EQ(::waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
+    EXPECT_EQ((std::pair{::waitpid(child, &status, 0), status}), std::pair(child, 0));
 }
 
 // Processes sharing one card, one for each of `labels`, sign `count` distinct messages at once with

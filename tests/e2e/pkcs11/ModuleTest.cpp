@@ -78,6 +78,8 @@ TEST_F(ModuleTest, InitialisationFollowsTheLockingRules) {
 
 TEST_P(ProfiledModuleTest, PrivateObjectsShowOnlyToTheLoggedInUser) {
     const CK_SESSION_HANDLE session = open(CKF_SERIAL_SESSION);
+    CK_OBJECT_CLASS privateKeyClass = CKO_PRIVATE_KEY;
+    unsigned char keyId[] = {0x45, 0x01};
     const std::vector<CK_ATTRIBUTE> privateKeys{{CKA_CLASS, &privateKeyClass, sizeof(CK_ULONG)}},
         publicKeyById{{CKA_CLASS, &publicKeyClass, sizeof(CK_ULONG)}, {CKA_ID, keyId, 2}};
     const auto publicHandles = find(session, publicKeyById);
@@ -318,13 +320,10 @@ TEST_P(ProfiledModuleTest, SignaturesAreTheSameWholeOrInPartsForEveryMechanism) 
     }
 
     // CKM_RSA_PKCS signs k-11 bytes, not k-10, whole or in parts.
-    Bytes longest(245, 0x44), tooLong(246, 0x44), signature(256);
+    Bytes longest(245, 0x44), tooLong(246, 0x44), signature;
     EXPECT_EQ(recovered(answer(session, CKF_SIGN, CKM_RSA_PKCS, key, longest)),
               pkcs1Block(longest));
-    CK_ULONG length = signature.size();
-    ASSERT_EQ(f->C_SignInit(session, &rsa, key), CKR_OK);
-    EXPECT_EQ(f->C_Sign(session, tooLong.data(), tooLong.size(), signature.data(), &length),
-              CKR_DATA_LEN_RANGE);
+    EXPECT_EQ(run(session, CKF_SIGN, rsa, tooLong, signature, key), CKR_DATA_LEN_RANGE);
     ASSERT_EQ(f->C_SignInit(session, &rsa, key), CKR_OK);
     ASSERT_EQ(f->C_SignUpdate(session, longest.data(), longest.size()), CKR_OK);
     EXPECT_EQ(f->C_SignUpdate(session, tooLong.data(), 1), CKR_DATA_LEN_RANGE);

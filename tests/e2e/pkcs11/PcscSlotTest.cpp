@@ -19,8 +19,7 @@ protected:
         if (!state || !std::ifstream(std::string(state) + "/bridge.pid")) {
             GTEST_SKIP() << "runs only under the pcscd fixture (P15_PCSCD_STATE)";
         }
-        bridgePid_ = std::string(state) + "/bridge.pid";
-        bridgeLog_ = std::string(state) + "/bridge.log";
+        bridge_ = std::string(state) + "/bridge";
         ::setenv("P15KIT_PKCS11_CARD", "", 1); // no card images: the readers alone
         ::unsetenv("P15KIT_PKCS11_PCSC");
         load();
@@ -67,21 +66,19 @@ protected:
     }
     void stopBridge() {
         pid_t pid = 0;
-        std::ifstream(bridgePid_) >> pid;
+        std::ifstream(bridge_ + ".pid") >> pid;
         ASSERT_TRUE(pid > 0 && ::kill(pid, SIGTERM) == 0);
         stopped_ = true;
     }
     void startBridge() {
         const char* serve = std::getenv("P15_VCARD_SERVE");
-        const std::string start = "\"" + std::string(serve ? serve : "p15-vcard-serve") +
-                                  "\" >>\"" + bridgeLog_ + "\" 2>&1 & echo $! >\"" + bridgePid_ +
-                                  "\"";
-        ASSERT_EQ(std::system(start.c_str()), 0);
+        shell("\"" + std::string(serve ? serve : "p15-vcard-serve") + "\" >>\"" + bridge_ +
+              ".log\" 2>&1 & echo $! >\"" + bridge_ + ".pid\"");
         stopped_ = false;
     }
 
     bool stopped_ = false;
-    std::string bridgePid_, bridgeLog_;
+    std::string bridge_; // the pcscd fixture's bridge.pid and bridge.log without their suffix
     CK_SLOT_ID slot_ = ~CK_SLOT_ID(0); // the "Virtual PCD" reader's
     CK_SLOT_INFO info_{};
 };

@@ -116,8 +116,7 @@ printf "$(printf '\\%03o' $((byte ^ 1)))" | dd of="$work/sha256.bin" bs=1 seek=1
 # and has the card make a key pair for a certificate request, named by CKA_ID afterwards: one new
 # pair, a request that verifies. p11tool (GnuTLS) renames a key. On a copy.
 step=nss
-cp "$work/card.json" "$work/nss.json"
-export P15KIT_PKCS11_CARD="$work/nss.json"
+cp "$work/card.json" "$work/nss.json" && export P15KIT_PKCS11_CARD="$work/nss.json"
 privateKeys() { GNUTLS_PIN=123456 p11tool --provider "$module" --login --list-privkeys "pkcs11:"; }
 mkdir "$work/nss" && certutil -N -d "sql:$work/nss" --empty-password
 modutil -dbdir "sql:$work/nss" -add p15kit -libfile "$module" -force >/dev/null
