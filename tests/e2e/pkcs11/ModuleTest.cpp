@@ -79,7 +79,7 @@ TEST_F(ModuleTest, InitialisationFollowsTheLockingRules) {
 TEST_P(ProfiledModuleTest, PrivateObjectsShowOnlyToTheLoggedInUser) {
     const CK_SESSION_HANDLE session = open(CKF_SERIAL_SESSION);
     CK_OBJECT_CLASS privateKeyClass = CKO_PRIVATE_KEY;
-    unsigned char keyId[] = {0x45, 0x01};
+    unsigned char keyId[] = {0x45, 0x01}, otherId[] = {0x45, 0x02};
     const std::vector<CK_ATTRIBUTE> privateKeys{{CKA_CLASS, &privateKeyClass, sizeof(CK_ULONG)}},
         publicKeyById{{CKA_CLASS, &publicKeyClass, sizeof(CK_ULONG)}, {CKA_ID, keyId, 2}};
     const auto publicHandles = find(session, publicKeyById);
@@ -90,7 +90,6 @@ TEST_P(ProfiledModuleTest, PrivateObjectsShowOnlyToTheLoggedInUser) {
 
     ASSERT_EQ(login(session, CKU_USER, userPin), CKR_OK);
     CK_SESSION_INFO info;
-    unsigned char otherId[] = {0x45, 0x02};
     const auto found = find(session, privateKeys);
     ASSERT_EQ(found.size(), 1u);
     EXPECT_EQ((std::tuple{f->C_GetSessionInfo(session, &info), info.state, find(session, {}).size(),

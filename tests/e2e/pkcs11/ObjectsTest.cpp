@@ -26,9 +26,8 @@ void makeCertificateUnmodifiable(const std::string& image) {
     oss::CertificateType entry;
     oss::decode(cdf.data(), cdf.size(), entry);
     entry.x509CertificateValue.commonObjectAttributes.flags.reset();
-    vcard::Bytes unflagged = oss::encode(entry);
-    unflagged.resize(cdf.size());
-    cdf = unflagged;
+    const vcard::Bytes unflagged = oss::encode(entry); // shorter: the rest of the file zeros
+    std::fill(std::copy(unflagged.begin(), unflagged.end(), cdf.begin()), cdf.end(), 0);
     vcard::CardImage::store(image, vcard::CardImage::serialise(state));
 }
 
