@@ -1,13 +1,9 @@
-// Objects as clients change and read them: labels and ids written into the
-// card's entries, generated key pairs, certificates and their public keys,
-// data objects with an object identifier, shared with p15tool, and a card
-// image other processes write to at the same time.
+// Objects as clients create, change and read them, beside p15tool and other processes.
 #include "ModuleFixture.hpp"
 
 #include "OddCard.hpp"
 #include "app/pkcs15/oss/Codec.hpp"
 #include "vcard/CardImage.hpp"
-#include <sys/wait.h>
 
 namespace {
 
@@ -16,10 +12,6 @@ using namespace p15test;
 const Bytes no{CK_FALSE}, yes{CK_TRUE}, empty;
 Bytes text(const std::string& value) {
     return Bytes(value.begin(), value.end());
-}
-Bytes number(CK_ULONG value) {
-    return Bytes(reinterpret_cast<unsigned char*>(&value),
-                 reinterpret_cast<unsigned char*>(&value + 1));
 }
 
 using ObjectsTest = ModuleTest;
@@ -34,15 +26,14 @@ void makeCertificateUnmodifiable(const std::string& image) {
     oss::CertificateType entry;
     oss::decode(cdf.data(), cdf.size(), entry);
     entry.x509CertificateValue.commonObjectAttributes.flags.reset();
-    vcard::Bytes unflagged = oss::encode(entry);
-    unflagged.resize(cdf.size());
-    cdf = unflagged;
+    const vcard::Bytes unflagged = oss::encode(entry); // shorter: the rest of the file zeros
+    std::fill(std::copy(unflagged.begin(), unflagged.end(), cdf.begin()), cdf.end(), 0);
     vcard::CardImage::store(image, vcard::CardImage::serialise(state));
 }
 
-// A generated pair stays, local, for the next process; it takes the first free
-// id or the one given, listed once, but not an id of the card's pair (that the
-// card signs with it at once is pkcs11.login's: NSS's certificate request).
+// A generated pair stays, local, for the next process; it takes the first free id or the one given,
+// listed once, but not an id of the card's pair (that the card signs with it at once is
+// pkcs11.login's: NSS's certificate request).
 TEST_F(ObjectsTest, GeneratedPairsAreListedOnceStayLocalAndKeepTheirIdsApart) {
     const CK_SESSION_HANDLE session = userSession();
     CK_MECHANISM generate{CKM_RSA_PKCS_KEY_PAIR_GEN, nullptr, 0};
@@ -71,22 +62,23 @@ TEST_F(ObjectsTest, GeneratedPairsAreListedOnceStayLocalAndKeepTheirIdsApart) {
 
     restart();
     const CK_SESSION_HANDLE later = userSession(CKF_SERIAL_SESSION);
-    EXPECT_EQ(find(later, {{CKA_CLASS, &publicKeyClass, sizeof publicKeyClass},
-                           {CKA_LABEL, label, sizeof label - 1}})
-                  .size(),
-              2u);
+    const std::vector<CK_ATTRIBUTE> fresh{{CKA_CLASS, &publicKeyClass, sizeof(CK_ULONG)},
+                                          {CKA_LABEL, label, sizeof label - 1}};
+    EXPECT_EQ(find(later, fresh).size(), 2u);
     const auto renamed = find(later, {{CKA_ID, id.data(), 2}});
     ASSERT_EQ(renamed.size(), 2u);
     const std::vector<CK_ATTRIBUTE_TYPE> origin{CKA_LOCAL, CKA_KEY_GEN_MECHANISM,
                                                 CKA_ALWAYS_SENSITIVE, CKA_NEVER_EXTRACTABLE};
-    const Bytes generated = number(CKM_RSA_PKCS_KEY_PAIR_GEN);
+    const CK_MECHANISM_TYPE type = CKM_RSA_PKCS_KEY_PAIR_GEN;
+    const Bytes generated(reinterpret_cast<const unsigned char*>(&type),
+                          reinterpret_cast<const unsigned char*>(&type + 1));
     EXPECT_EQ(values(later, renamed[0], origin),
               (std::vector<Bytes>{yes, generated, missing, missing}));
     EXPECT_EQ(values(later, renamed[1], origin), (std::vector<Bytes>{yes, generated, yes, yes}));
 }
 
-// Labels go into the card's entries, where a component the codec does not
-// know stays; the rest is read-only, as are entries not marked modifiable.
+// Labels go into the card's entries, where a component the codec does not know stays; the rest is
+// read-only, as are entries not marked modifiable.
 TEST_F(ObjectsTest, LabelsAndIdsAreRewrittenInTheEntryAndTheRestIsReadOnly) {
     addOddEntries(image_.string(), false);
     makeCertificateUnmodifiable(image_.string());
@@ -108,8 +100,7 @@ TEST_F(ObjectsTest, LabelsAndIdsAreRewrittenInTheEntryAndTheRestIsReadOnly) {
               CKR_ACTION_PROHIBITED);
 }
 
-// Only one DER certificate is stored as one; sizes, dates and a key's
-// subject taken from its certificate.
+// A key's subject comes from its certificate.
 TEST_F(ObjectsTest, CertificatesMustBeDerAndObjectsTellSizesDatesAndSubjects) {
     const CK_SESSION_HANDLE session = userSession();
     const Bytes der = certificateDer();
@@ -139,13 +130,11 @@ TEST_F(ObjectsTest, CertificatesMustBeDerAndObjectsTellSizesDatesAndSubjects) {
               (std::vector<Bytes>{subject, empty}));
 }
 
-// The identifier is the opaque object's applicationOID: the module finds
-// p15tool's by its DER, and its own of 201 octets (a DER length in the long
-// form) in the next process.
+// The identifier is the opaque object's applicationOID: the module finds p15tool's by its DER, and
+// its own of 201 octets (a DER length in the long form) in the next process.
 TEST_F(ModuleTest, DataObjectIdentifiersAreSharedWithP15tool) {
     const std::string tool = std::string(P15TOOL_PATH) + " --card " + image_.string() + " ";
     std::ofstream(directory_ / "value") << "v";
-    ::setenv("P15_TEST_PIN", userPin.c_str(), 1);
     shell(tool + "data write " + (directory_ / "value").string() +
           " --label tool --oid 1.3.6.1.4.1.311 --pin-env P15_TEST_PIN");
     const CK_SESSION_HANDLE session = userSession();
@@ -159,8 +148,8 @@ TEST_F(ModuleTest, DataObjectIdentifiersAreSharedWithP15tool) {
                            {CKA_OBJECT_ID, longOid.data(), longOid.size()}};
     ASSERT_EQ(create(session, {data, data + 3}), CKR_OK);
     ASSERT_EQ(create(session, {data, data + 2}), CKR_OK); // without one
-    // Another tag, no arc, lengths short, long, indefinite and not minimal,
-    // an arc cut short, one with a leading 80, one of 64 bits.
+    // Another tag, no arc, lengths short, long, indefinite and not minimal, an arc cut short, one
+    // with a leading 80, one of 64 bits.
     for (Bytes bad :
          {Bytes{0x04, 0x01, 0x2A}, Bytes{0x06, 0x00}, Bytes{0x06, 0x02, 0x2A},
           Bytes{0x06, 0x01, 0x2A, 0x03}, Bytes{0x06, 0x80, 0x2A}, Bytes{0x06, 0x81, 0x01, 0x2A},
@@ -174,24 +163,12 @@ TEST_F(ModuleTest, DataObjectIdentifiersAreSharedWithP15tool) {
     EXPECT_EQ(find(open(), {{CKA_OBJECT_ID, nullptr, 0}}).size(), 1u) << "an empty one";
 }
 
-// A broken directory file loses only its own entries (the plugin sees to
-// that: OddEntriesLeaveTheSoundKeyUsable); with EF(ODF) broken after its
-// first entry the plugin lists no kind, and the token answers a search with
-// nothing instead of failing it.
-TEST_F(ModuleTest, KindsThatDoNotDecodeAreLeftOutOfTheSearch) {
-    vcard::CardState state = vcard::CardImage::load(image_.string());
-    state.files.selectByPath({0x3F, 0x00, 0x50, 0x15, 0x50, 0x31}, true).content.at(9) = 0xFF;
-    vcard::CardImage::store(image_.string(), vcard::CardImage::serialise(state));
-    EXPECT_TRUE(find(open(), {}).empty());
-}
-
-// The module opens the card; p15tool makes a key and a second module, in a
-// forked child, stores a certificate; then the module logs in, which stores
-// the PIN's try counter, and stores a certificate of its own. Nothing the
-// others stored is lost.
-TEST_F(SharedImage, WritesOfOtherProcessesOutliveTheOpenModulesLogin) {
+// The module opens the card; p15tool makes two keys and a forked module stores a certificate; the
+// module logs in (storing the try counter) and stores its own: nothing is lost. Then two processes
+// sign and decipher at once, each with one new key (pcscd:
+// PcscSlotTest.ProcessesShareTheReadersCard).
+TEST_F(SharedImage, ProcessesLoseNoWriteAndUseTheirOwnKeysAtOnce) {
     const std::string tool = std::string(P15TOOL_PATH) + " --card " + image_.string() + " ";
-    ::setenv("P15_TEST_PIN", userPin.c_str(), 1);
     Bytes der = certificateDer();
     const auto stored = [&](CK_SESSION_HANDLE session, std::string label) {
         return create(session, {{CKA_CLASS, &certificateClass, sizeof certificateClass},
@@ -201,30 +178,18 @@ TEST_F(SharedImage, WritesOfOtherProcessesOutliveTheOpenModulesLogin) {
 
     CK_SESSION_HANDLE session = open();
     find(session, {}); // the card is open and its objects read
-    shell(tool + "keygen --bits 1024 --label Shared --pin-env P15_TEST_PIN");
-    const pid_t child = ::fork();
-    if (child == 0) {
-        // The child starts with no module and initialises its own; the parent's goes on.
-        CK_ULONG slots = 0;
-        ::_exit(f->C_GetSlotList(CK_FALSE, nullptr, &slots) == CKR_CRYPTOKI_NOT_INITIALIZED &&
-                        f->C_Initialize(nullptr) == CKR_OK &&
-                        f->C_OpenSession(0, CKF_SERIAL_SESSION | CKF_RW_SESSION, nullptr, nullptr,
-                                         &session) == CKR_OK &&
-                        login(session, CKU_USER, userPin) == CKR_OK &&
-                        stored(session, "second module's") == CKR_OK
-                    ? 0
-                    : 1);
+    for (const char* label : {"A", "B"}) {
+        shell(tool + "keygen --bits 1024 --pin-env P15_TEST_PIN --label " + label);
     }
-    int status = -1;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
+    succeeded(forked(f, [&] { EXPECT_EQ(stored(userSession(), "second module's"), CKR_OK); }));
     EXPECT_EQ(login(session, CKU_USER, userPin), CKR_OK);
     EXPECT_EQ(stored(session, "first module's"), CKR_OK); // after the child's, read again
     EXPECT_EQ(f->C_Finalize(nullptr), CKR_OK);
     const std::string objects = shell(tool + "list");
-    for (const char* label : {"Shared", "second module's", "first module's"}) {
+    for (const char* label : {"A", "B", "second module's", "first module's"}) {
         EXPECT_NE(objects.find(label), std::string::npos) << label << "\n" << objects;
     }
+    keyPairsUsedAtOnce(f, 0, {"A", "B"}, 1000);
 }
 
 } // namespace

@@ -1,8 +1,6 @@
-// RSA-PSS and RSAES-OAEP through the module: the private half on a card that
-// lists them, the public half in software; what the card cannot take is
-// refused with the codes PKCS#11 gives it. The card's encodings are checked
-// against Crypto++ in the card's own tests, and against openssl's clients by
-// pkcs11.login.
+// RSA-PSS and RSAES-OAEP, the private half on a card that lists them, the public half in software;
+// what the card cannot take is refused. The encodings are checked against Crypto++ in the card's
+// tests, and against openssl's clients by pkcs11.login.
 #include "ModuleFixture.hpp"
 
 #include <set>
@@ -15,57 +13,48 @@ class PaddingTest : public ProfiledModuleTest {
 protected:
     bool native() const { return profile() == vcard::CardProfile::Native; }
 
-    CK_RV run(CK_FLAGS use, CK_MECHANISM mechanism, Bytes in, Bytes& out) {
-        return ModuleTest::run(session_, use, mechanism, in, out);
-    }
-    CK_RV verify(CK_MECHANISM mechanism, Bytes in, Bytes signature) {
-        return ModuleTest::run(session_, CKF_VERIFY, mechanism, in, signature);
-    }
     void SetUp() override {
         ProfiledModuleTest::SetUp();
-        session_ = open(CKF_SERIAL_SESSION);
-        ASSERT_EQ(login(session_, CKU_USER, userPin), CKR_OK);
+        session_ = userSession(CKF_SERIAL_SESSION);
     }
     CK_SESSION_HANDLE session_ = 0;
 };
 
-// Each hash, the module hashing or the caller: what the card signs the module
-// verifies, the message and its hash alike, with a fresh salt each time; a
-// hash of another length and a flipped bit are refused. OAEP: the module's
-// cryptogram of the longest message deciphers on the card, one byte more and
-// a corrupted cryptogram are refused. A card without them signs and
-// deciphers neither.
+// Each hash, the module hashing or the caller: what the card signs the module verifies, the message
+// and its hash alike, with a fresh salt each time; a hash of another length and a flipped bit are
+// refused. OAEP: the module's cryptogram of the longest message deciphers on the card, one byte
+// more and a corrupted cryptogram are refused. A card without them signs and deciphers neither.
 TEST_P(PaddingTest, PssAndOaepRunOnACardThatListsThem) {
     const Bytes message(300, 0x5C);
-    struct Pss {
-        CK_MECHANISM_TYPE mechanism, hash;
-        CK_RSA_PKCS_MGF_TYPE mgf;
-        CryptoPP::HashTransformation* digest;
+    const auto digest = [&message](auto&& function) {
+        Bytes hash(function.DigestSize());
+        function.CalculateDigest(hash.data(), message.data(), message.size());
+        return hash;
     };
-    CryptoPP::SHA256 sha256;
-    CryptoPP::SHA384 sha384;
-    CryptoPP::SHA512 sha512;
-    for (const Pss& each : {Pss{CKM_SHA256_RSA_PKCS_PSS, CKM_SHA256, CKG_MGF1_SHA256, &sha256},
-                            Pss{CKM_SHA384_RSA_PKCS_PSS, CKM_SHA384, CKG_MGF1_SHA384, &sha384},
-                            Pss{CKM_SHA512_RSA_PKCS_PSS, CKM_SHA512, CKG_MGF1_SHA512, &sha512}}) {
-        SCOPED_TRACE(each.mechanism);
-        Bytes hash(each.digest->DigestSize()), first, second;
-        each.digest->CalculateDigest(hash.data(), message.data(), message.size());
-        CK_RSA_PKCS_PSS_PARAMS params{each.hash, each.mgf, hash.size()};
-        const CK_MECHANISM hashing{each.mechanism, &params, sizeof params},
+    // clang-format off
+    for (const auto& [type, hashType, mgf, hash] :
+         {std::tuple{CKM_SHA256_RSA_PKCS_PSS, CKM_SHA256, CKG_MGF1_SHA256, digest(CryptoPP::SHA256())},
+          std::tuple{CKM_SHA384_RSA_PKCS_PSS, CKM_SHA384, CKG_MGF1_SHA384, digest(CryptoPP::SHA384())},
+          std::tuple{CKM_SHA512_RSA_PKCS_PSS, CKM_SHA512, CKG_MGF1_SHA512, digest(CryptoPP::SHA512())}}) {
+        // clang-format on
+        SCOPED_TRACE(type);
+        Bytes first, second;
+        CK_RSA_PKCS_PSS_PARAMS params{hashType, mgf, hash.size()};
+        const CK_MECHANISM hashing{type, &params, sizeof params},
             given{CKM_RSA_PKCS_PSS, &params, sizeof params};
         if (!native()) {
-            EXPECT_EQ(run(CKF_SIGN, hashing, message, first), CKR_MECHANISM_INVALID);
+            EXPECT_EQ(run(session_, CKF_SIGN, hashing, message, first), CKR_MECHANISM_INVALID);
             continue;
         }
-        ASSERT_EQ(run(CKF_SIGN, hashing, message, first), CKR_OK);
-        ASSERT_EQ(run(CKF_SIGN, given, hash, second), CKR_OK);
+        ASSERT_EQ(run(session_, CKF_SIGN, hashing, message, first), CKR_OK);
+        ASSERT_EQ(run(session_, CKF_SIGN, given, hash, second), CKR_OK);
         EXPECT_NE(first, second) << "a fresh salt every time";
-        EXPECT_EQ(verify(given, hash, first), CKR_OK);
-        EXPECT_EQ(verify(hashing, message, second), CKR_OK);
-        EXPECT_EQ(run(CKF_SIGN, given, Bytes(hash.size() - 1), first), CKR_DATA_LEN_RANGE);
+        EXPECT_EQ(run(session_, CKF_VERIFY, given, hash, first), CKR_OK);
+        EXPECT_EQ(run(session_, CKF_VERIFY, hashing, message, second), CKR_OK);
+        EXPECT_EQ(run(session_, CKF_SIGN, given, Bytes(hash.size() - 1), first),
+                  CKR_DATA_LEN_RANGE);
         second[7] ^= 0x40;
-        EXPECT_EQ(verify(hashing, message, second), CKR_SIGNATURE_INVALID);
+        EXPECT_EQ(run(session_, CKF_VERIFY, hashing, message, second), CKR_SIGNATURE_INVALID);
     }
     for (const auto& [hash, mgf, length] :
          {std::tuple{CKM_SHA_1, CKG_MGF1_SHA1, 20}, std::tuple{CKM_SHA256, CKG_MGF1_SHA256, 32}}) {
@@ -74,21 +63,21 @@ TEST_P(PaddingTest, PssAndOaepRunOnACardThatListsThem) {
         const CK_MECHANISM oaep{CKM_RSA_PKCS_OAEP, &params, sizeof params};
         const Bytes longest(256 - 2 * length - 2, 0x6B);
         Bytes cryptogram, plain;
-        EXPECT_EQ(run(CKF_ENCRYPT, oaep, Bytes(longest.size() + 1), cryptogram),
+        EXPECT_EQ(run(session_, CKF_ENCRYPT, oaep, Bytes(longest.size() + 1), cryptogram),
                   CKR_DATA_LEN_RANGE);
-        ASSERT_EQ(run(CKF_ENCRYPT, oaep, longest, cryptogram), CKR_OK);
-        EXPECT_EQ(run(CKF_DECRYPT, oaep, cryptogram, plain),
+        ASSERT_EQ(run(session_, CKF_ENCRYPT, oaep, longest, cryptogram), CKR_OK);
+        EXPECT_EQ(run(session_, CKF_DECRYPT, oaep, cryptogram, plain),
                   native() ? CKR_OK : CKR_MECHANISM_INVALID);
         EXPECT_TRUE(!native() || plain == longest);
         cryptogram[200] ^= 0x01;
-        EXPECT_EQ(run(CKF_DECRYPT, oaep, cryptogram, plain),
+        EXPECT_EQ(run(session_, CKF_DECRYPT, oaep, cryptogram, plain),
                   native() ? CKR_ENCRYPTED_DATA_INVALID : CKR_MECHANISM_INVALID);
     }
 }
 
-// Parameters the card cannot take are refused at Init, whichever half does
-// the work; the mechanism information and each key's CKA_ALLOWED_MECHANISMS
-// keep only the software half where the card lacks the algorithm.
+// Parameters the card cannot take are refused at Init, whichever half does the work; the mechanism
+// information and each key's CKA_ALLOWED_MECHANISMS keep only the software half where the card
+// lacks the algorithm.
 TEST_P(PaddingTest, WhatTheCardCannotTakeIsRefusedAtInitAndNotOffered) {
     CK_RSA_PKCS_PSS_PARAMS sha1{CKM_SHA_1, CKG_MGF1_SHA1, 20},
         otherMgf{CKM_SHA256, CKG_MGF1_SHA1, 32}, noSalt{CKM_SHA256, CKG_MGF1_SHA256, 0},

@@ -1,8 +1,6 @@
 #!/bin/sh
-# Stages the installation in a DESTDIR and checks the module's part of it:
-# the p11-kit module file names the installed module, and the installed
-# module loads the installed plugin (not the build tree's).
-# Usage: install-test.sh BUILD_DIR P15TOOL
+# Stages the installation in a DESTDIR: the p11-kit module file names the installed module, which
+# loads the installed plugin (not the build tree's). Usage: install-test.sh BUILD_DIR P15TOOL
 set -eu
 build=$1
 command -v p11tool >/dev/null || { echo "skipped: p11tool not installed"; exit 77; }
