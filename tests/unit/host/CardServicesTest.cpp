@@ -1,8 +1,6 @@
-// The card services against the card: file access, file system and PIN services in-process and
-// over PC/SC, and what a host's release leaves of its login; what only the in-process card shows
-// (commands per operation, removal mid-operation); what only a PC/SC reader shows (a reset from
-// outside, another application holding the card, pcscd restarting mid-work). A card taken out of
-// the reader: PcscSlotTest (pkcs11.pcsc).
+// The card services against the card, in-process and over PC/SC; what only the in-process card
+// shows (commands sent, faults injected); what only a PC/SC reader shows (a reset from outside,
+// another application holding the card, pcscd restarting mid-work).
 #include "CardFixture.hpp"
 #include "TestKeys.hpp"
 
@@ -238,16 +236,32 @@ TEST_P(InProcessCardTest, LongAnswersAndChainedCryptogramsOf2048BitKeys) {
               apdus(2, 1)); // short: 00 || 256 bytes in two parts
 }
 
-TEST_P(InProcessCardTest, KeyCommandsSelectTheApplicationOnlyWhenOutsideIt) {
-    const KeyRef key = keyRef(0x01, 1024, 0x0E);
-    const auto signer = crypto()->getSignature("1.2.840.113549.1.1.1");
-    const auto init = [&] {
-        EXPECT_CARD_ERROR(signer->init(*channel_, key, ICardKeyOperation::Sign),
-                          "Manage Security Environment", 0x6A88);
-    };
-    EXPECT_EQ(commandsOf(init), 1u);
-    files()->select(*channel_, {0x3F, 0x00, 0x2F, 0x00});
-    EXPECT_EQ(commandsOf(init), 2u);
+// The last key reference, FF, reaches MSE, GENERATE and its key files (0E7F/0F7F, never 0EFF)
+// whole; 7F, just below the first reference with the top bit, and a key file on a longer path are
+// refused before anything is sent.
+TEST_P(InProcessCardTest, KeyReferencesReachTheCardWholeToTheLastOne) {
+    KeyRef last = keyRef(0x7F, 1024, 0x0E), lastPublic = keyRef(0x7F, 1024, 0x0F);
+    verifyUserPin();
+    fileSystem()->createFile(
+        *channel_, PrivateKeyCreateParams(last, grant(AccessUpdate | AccessExecute, always())));
+    fileSystem()->createFile(
+        *channel_, PublicKeyCreateParams(lastPublic, grant(AccessRead | AccessUpdate, always())));
+    const mw::ByteBuffer modulus =
+        keys()->generateKeyPair(*channel_, last, lastPublic).getModulus();
+    EXPECT_EQ(keys()->readPublicKey(*channel_, last).getModulus(), modulus);
+    crypto()->getSignature("1.2.840.113549.1.1.1")->init(*channel_, last, ICardKeyOperation::Sign);
+    last.fileId.clear(); // named by the reference alone
+    keys()->removePrivateKey(*channel_, last);
+    EXPECT_CARD_ERROR(files()->select(*channel_, {0x0E, 0x7F}), "Select", 0x6A82);
+    last.keyReference = 0x7F;
+    EXPECT_EQ(
+        commandsOf([&] {
+            EXPECT_THROW(keys()->removePublicKey(*channel_, last), mw::IllegalArgumentException);
+            last.keyReference = 0x81;
+            last.fileId = {0x3F, 0x00, 0x50, 0x15, 0x4B, 0x01};
+            EXPECT_THROW(keys()->removePublicKey(*channel_, last), mw::IllegalArgumentException);
+        }),
+        0u);
 }
 
 // 6Cxx to a command without Le must not get the command (and its PIN) sent again.

@@ -228,36 +228,6 @@ TEST_F(HostileCardTest, WrongLeAndGetResponseAreFollowed) {
     EXPECT_EQ(sent_[2], fromHex("00B0000005"));
 }
 
-// The last key reference, FF, reaches MSE, GENERATE and the key file (0E7F) whole; 7F, the one
-// just below the first reference with the top bit, names no key file and sends nothing.
-TEST_F(HostileCardTest, KeyReferencesReachTheCardWholeToTheLastOne) {
-    card::service::KeyRef last;
-    last.keyReference = 0xFF;
-    last.modulusBits = 1024;
-    play({"6A88", "9000"}); // the card lists no algorithms
-    service<card::service::ICryptographyService>("CryptographyService")
-        ->getSignature("1.2.840.113549.1.1.1")
-        ->init(*channel_, last, card::service::ICardKeyOperation::Sign);
-    EXPECT_EQ(sent_.back().get(0, 8), fromHex("002241B6 03 8401FF"));
-    answer({"7F4906 8101C5 820103 9000"});
-    keys_->generateKeyPair(*channel_, last, last);
-    keys_->readPublicKey(*channel_, last);
-    ASSERT_EQ(sent_.size(), 2u);
-    EXPECT_EQ(sent_[0].get(0, 4), fromHex("004600FF"));
-    EXPECT_EQ(sent_[1].get(0, 4), fromHex("004601FF"));
-    answer({"9000"});
-    keys_->removePrivateKey(*channel_, last);
-    EXPECT_EQ(sent_.back(), fromHex("00E40000 02 0E7F"));
-
-    last.keyReference = 0x7F;
-    sent_.clear();
-    EXPECT_THROW(keys_->removePublicKey(*channel_, last), mw::IllegalArgumentException);
-    last.keyReference = 0x81; // nor does a longer path for its file
-    last.fileId = fromHex("3F00 5015 4B01");
-    EXPECT_THROW(keys_->removePublicKey(*channel_, last), mw::IllegalArgumentException);
-    EXPECT_TRUE(sent_.empty());
-}
-
 TEST_F(HostileCardTest, ChainedCommandStopsAtTheFirstRefusedPart) {
     play({"6884"});
     EXPECT_CARD_ERROR(files_->update(*channel_, 0, ByteBuffer(600)), "Update Binary", 0x6884);

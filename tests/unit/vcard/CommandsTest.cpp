@@ -1,8 +1,5 @@
-// The virtual card's commands: transport rules (malformed APDUs, CLA/INS, chaining, GET RESPONSE,
-// lengths, power); VERIFY, CHANGE REFERENCE DATA and RESET RETRY COUNTER with their retry counters;
-// the two profiles side by side; SELECT, READ/UPDATE BINARY, CREATE/DELETE FILE, access conditions
-// and the card's limits; the personalised card's EF(DIR) and serial, the options and PINs
-// personalisation takes.
+// The virtual card's commands: transport rules, PIN commands, the two profiles, file commands and
+// the card's limits; personalisation.
 
 #include "CardTestSupport.hpp"
 #include "FreeHook.hpp"
@@ -19,8 +16,7 @@ namespace {
 using Transport = CardTest;
 using PinCommands = CardTest;
 
-// Malformed commands get a status word and leave the card working; random commands are the
-// vcard_apdu fuzz target's.
+// Malformed commands get a status word and leave the card working (random ones: fuzz/vcard_apdu).
 TEST_F(Transport, MalformedCommandsGetAStatusWord) {
     const std::pair<const char*, std::uint16_t> rows[] = {
         {"", 0x6700},
@@ -51,8 +47,6 @@ TEST_F(Transport, ChainsAreBoundedAndNotInterleaved) {
     EXPECT_EQ(sw(apdu(0x10, 0xD6, 0, 0, Bytes(255, 0))), 0x6700);
 }
 
-// An answer longer than Le coming in pieces through GET RESPONSE:
-// InProcessCardTest.LongAnswersAndChainedCryptogramsOf2048BitKeys (short APDUs).
 TEST_F(Transport, GetResponseWithWrongLeGets6CxxAndKeepsTheData) {
     Bytes partial = send("00A40404 0C A000000063504B43532D3135 04");
     ASSERT_EQ(statusWord(partial) & 0xFF00, 0x6100);
@@ -84,7 +78,6 @@ TEST_F(Transport, PowerAndExtendedLengths) {
 }
 
 // VERIFY without data tells the status and costs no try; refusals of form cost none either.
-// Blocking after the last try: PinCommands.APinBlocksAfterItsTriesAndThePukFreesIt (p15tool).
 TEST_F(PinCommands, VerifyStatusAndRefusals) {
     EXPECT_EQ(sw(apdu(0, 0x20, 0, 1, hex("313233343536"))), 0x6700); // not padded
     EXPECT_EQ(sw(apdu(0, 0x20, 1, 1, paddedPin("123456"))), 0x6A86);
@@ -98,12 +91,9 @@ TEST_F(PinCommands, VerifyStatusAndRefusals) {
         EXPECT_EQ(sw(unknown), 0x6A88) << unknown;
 }
 
-// CHANGE REFERENCE DATA checks the old value (and verifies the PIN: the right old value gives
-// the try back); RESET RETRY COUNTER gives the tries back and verifies the PUK, a blocked PUK
-// blocks it, the SO PIN has none. A blocked PIN freed (p15tool):
-// PinCommands.APinBlocksAfterItsTriesAndThePukFreesIt; new values at work (pkcs11):
-// ModuleTest.WrongPinsShowInTheFlagsUntilThePukSetsANewOne and
-// SetPinNeedsAReadWriteSessionAndTheOldValue.
+// CHANGE REFERENCE DATA checks the old value (the right one verifies the PIN and gives the try
+// back); RESET RETRY COUNTER gives the tries back and verifies the PUK, a blocked PUK blocks it,
+// the SO PIN has none. New values at work: the PIN suites of p15tool and pkcs11.
 TEST_F(PinCommands, ChangeAndResetRetryCounter) {
     EXPECT_EQ(sw(apdu(0, 0x24, 0, 1, paddedPin("123456"))), 0x6700);
     EXPECT_EQ(sw(apdu(0, 0x24, 1, 1, paddedPin("123456"))), 0x6A86);
@@ -129,45 +119,29 @@ TEST_F(PinCommands, ChangeAndResetRetryCounter) {
 // The PIN of VERIFY, the old value of CHANGE REFERENCE DATA and the PUK of RESET RETRY COUNTER
 // are wiped before their memory is released, whether the value was right or wrong.
 TEST_F(PinCommands, NoReleasedBlockHoldsAPinValueOfACommand) {
-    const struct {
-        const char* what;
-        Bytes command;
-        std::string secret;
-    } rows[] = {
-        {"VERIFY", apdu(0, 0x20, 0, 1, paddedPin("123456")), "123456\xFF\xFF"},
-        {"wrong VERIFY", apdu(0, 0x20, 0, 1, paddedPin("654321")), "654321\xFF\xFF"},
-        {"CHANGE, old", apdu(0, 0x24, 0, 1, concat(paddedPin("123456"), paddedPin("2468"))),
-         "123456\xFF\xFF"},
-        {"wrong CHANGE, old", apdu(0, 0x24, 0, 1, concat(paddedPin("654321"), paddedPin("2468"))),
-         "654321\xFF\xFF"},
-        {"RESET, PUK", apdu(0, 0x2C, 1, 1, paddedPin("12345678")), "12345678"},
-        {"wrong RESET, PUK", apdu(0, 0x2C, 1, 1, paddedPin("87654321")), "87654321"},
-        {"RESET, PUK and new", apdu(0, 0x2C, 0, 1, concat(paddedPin("12345678"), paddedPin("97"))),
-         "12345678"},
-    };
-    for (const auto& row : rows) {
+    // The command's INS and P1, then the value it carries, a new value after it when given.
+    // clang-format off
+    const std::tuple<std::uint8_t, std::uint8_t, const char*, const char*> rows[] = {
+        {0x20, 0, "123456", ""}, {0x20, 0, "654321", ""}, {0x24, 0, "123456", "2468"}, {0x24, 0, "654321", "2468"},
+        {0x2C, 1, "12345678", ""}, {0x2C, 1, "87654321", ""}, {0x2C, 0, "12345678", "97"}};
+    // clang-format on
+    for (const auto& [ins, p1, value, next] : rows) {
         card = VirtualCard::personalised();
-        freehook::lookFor(row.secret);
-        send(row.command);
+        const Bytes secret = paddedPin(value);
+        const Bytes command = apdu(0, ins, p1, 1, *next ? concat(secret, paddedPin(next)) : secret);
+        freehook::lookFor({reinterpret_cast<const char*>(secret.data()), secret.size()});
+        send(command);
         const std::size_t holding = freehook::blocksFreedHoldingSecret();
         freehook::lookFor("");
-        EXPECT_EQ(holding, 0u) << row.what;
+        EXPECT_EQ(holding, 0u) << int(ins) << " " << value;
     }
 }
 
-struct Step {
-    std::string command;
-    std::uint16_t nativeSw;
-    std::size_t nativeLength;
-    std::uint16_t isoSw;
-    std::size_t isoLength;
-};
-
 // On a card that went through its image, with the user PIN verified and key pair 81 generated.
-// How each profile answers VERIFY, CHANGE REFERENCE DATA and RESET RETRY COUNTER and counts their
-// tries, through the whole stack: PinCommands (p15tool) and ProfiledModuleTest (pkcs11), each over
-// both profiles.
+// The PIN commands of each profile: PinCommands (p15tool) and ProfiledModuleTest (pkcs11).
 TEST(Profiles, EachAnswersTheSameCommandsAsItsMakeDoes) {
+    // The command; its status word and answer length on the native card, then on the iso one.
+    using Step = std::tuple<std::string, std::uint16_t, std::size_t, std::uint16_t, std::size_t>;
     const std::vector<Step> steps = {
         {"00A40800 04 5015 5032 00", 0x9000, 35, 0x9000, 49}, // 85 and A5 added
         {"00CA01A0 00", 0x9000, 35, 0x6A81, 0},               // rsaEncryption, PSS, OAEP
@@ -192,11 +166,13 @@ TEST(Profiles, EachAnswersTheSameCommandsAsItsMakeDoes) {
         logIn(card);
         addKeyPair(card);
         EXPECT_EQ(card.atr()[7], iso ? 0x80 : 0xC0) << "extended Lc/Le in the capabilities";
-        for (const Step& step : steps) {
-            const Bytes answer = card.transmit(hex(step.command));
-            EXPECT_EQ(statusWord(answer), iso ? step.isoSw : step.nativeSw) << step.command;
-            EXPECT_EQ(answer.size() - 2, iso ? step.isoLength : step.nativeLength) << step.command;
-            if (step.command.rfind("00A4", 0) == 0) {
+        for (const auto& [command, nativeSw, nativeLength, isoSw, isoLength] : steps) {
+            const Bytes answer = card.transmit(hex(command));
+            EXPECT_EQ(std::make_pair(statusWord(answer), answer.size() - 2),
+                      iso ? std::make_pair(isoSw, isoLength)
+                          : std::make_pair(nativeSw, nativeLength))
+                << command;
+            if (command.rfind("00A4", 0) == 0) {
                 EXPECT_EQ(answer[2], iso ? 0x82 : 0x80) << "the FCP's first tag";
             }
         }
@@ -226,8 +202,7 @@ protected:
     }
 };
 
-// Every SELECT method reaches its file and answers an FCP naming it (tag 83); by AID and by path
-// from the MF without 3F00: every host suite.
+// Every SELECT method reaches its file and answers an FCP naming it (tag 83).
 TEST_F(FileCommands, SelectByEveryMethodAnswersTheFcp) {
     const std::pair<const char*, const char*> selections[] = {
         {"00A40800 06 3F00 5015 4400 00", "4400"},
@@ -247,8 +222,7 @@ TEST_F(FileCommands, SelectByEveryMethodAnswersTheFcp) {
 }
 
 // Refusals of SELECT, READ and UPDATE BINARY that the card layer never provokes; a refused
-// SELECT keeps the current file. Reading and writing up to the last byte and one past:
-// FileServicesTest (host), through the whole stack.
+// SELECT keeps the current file.
 TEST_F(FileCommands, RefusalsOfSelectReadAndUpdateBinary) {
     expectAnswers({
         {"00A40000 02 5031", 0x6A82},       // not a child of the MF
@@ -334,7 +308,7 @@ TEST_F(FileCommands, TheLargestFileThroughTheImage) {
 }
 
 // Every refused CREATE or DELETE FILE leaves the card as it was, a nested length that runs one
-// byte past its template included. Created files' conditions at work: FileServicesTest (host).
+// byte past its template included.
 TEST_F(FileCommands, RefusedCreateAndDeleteLeaveTheCardAsItWas) {
     selectApplication();
     ASSERT_EQ(sw("00A4000C 02 DF02"), 0x9000);
@@ -414,8 +388,8 @@ TEST_F(FileCommands, CardLimitsAreTheImageLoadersAndWhatTheCardBuiltLoads) {
     EXPECT_LT(untilFull("80027FFF 820101"), 100u);
 }
 
-// EF(DIR) names the application, in the bytes any host's codec reads; EF(TokenInfo) as the
-// plugin reads it: the e2e suites. Two cards differ there in their serials alone.
+// EF(DIR) names the application, in the bytes any host's codec reads; two cards' EF(TokenInfo)
+// differ (their serials).
 TEST(Personalisation, DirNamesTheApplicationAndEachCardHasASerialOfItsOwn) {
     const auto read = [](const std::unique_ptr<VirtualCard>& card, const std::string& path) {
         EXPECT_EQ(sw(*card, "00A4080C " + path), 0x9000) << path;
@@ -432,17 +406,15 @@ TEST(Personalisation, DirNamesTheApplicationAndEachCardHasASerialOfItsOwn) {
 }
 
 // PINs of fewer than four digits or not of digits, and a hashing card of the iso profile.
-// The iso card's algorithm references are used by the plugin's iso profile suites.
 TEST(Personalisation, RefusesOptionsThatDoNotFit) {
-    Personalisation options;
-    options.userPin = "123";
-    EXPECT_THROW(personalise(options), std::invalid_argument);
-    options.userPin = "12a456";
-    EXPECT_THROW(personalise(options), std::invalid_argument);
-    options = Personalisation();
-    options.profile = CardProfile::Iso;
-    options.hashOnCard = true;
-    EXPECT_THROW(personalise(options), std::invalid_argument);
+    for (const auto& [pin, profile, hash] : {std::tuple{"123", CardProfile::Native, false},
+                                             {"12a456", CardProfile::Native, false},
+                                             {"123456", CardProfile::Iso, true}}) {
+        Personalisation options;
+        std::tie(options.userPin, options.profile, options.hashOnCard) =
+            std::tie(pin, profile, hash);
+        EXPECT_THROW(personalise(options), std::invalid_argument) << pin;
+    }
 }
 
 /// p15-vcard run without a controlling terminal; its exit status, output in output.
@@ -456,8 +428,7 @@ int runTool(const std::string& arguments, std::string& output) {
     return pipe ? ::pclose(pipe) : -1;
 }
 
-// Each PIN option reaches its PIN, none is printed, none is an argument. No source and no terminal:
-// CardCommands.InitRefusesPinsItCannotUseAndWritesNothing (p15tool), which reads PINs alike.
+// Each PIN option reaches its PIN, none is printed, none is an argument.
 TEST(PersonaliseTool, TakesPinsFromTheEnvironmentOrAFileNeverFromArguments) {
     const std::string image = ::testing::TempDir() + "personalise-" + std::to_string(getpid());
     const std::string pukFile = image + ".puk";

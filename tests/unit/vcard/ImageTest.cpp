@@ -116,6 +116,7 @@ TEST_F(Image, CorruptTruncatedOrMissingImagesAreRefusedAndLeftAlone) {
         return replaced(good, what, with);
     };
     const std::string tries = R"("triesLeft": 3)", children = R"("children": [)";
+    // clang-format off
     const std::pair<std::string, std::string> images[] = {
         {good.substr(0, good.size() / 2), "corrupt or truncated"},
         {badPrime, ""},
@@ -123,31 +124,26 @@ TEST_F(Image, CorruptTruncatedOrMissingImagesAreRefusedAndLeftAlone) {
         {edit(R"("3F00")", R"("3F0Z")"), "hexadecimal"},
         {edit(R"("df")", R"("xx")"), "unknown file type"},
         // A retry counter is never above its maximum: one raised past it is refused.
-        {edit(tries, R"("triesLeft": 4)"),
-         R"(PIN 01: field "triesLeft" is 4, not an integer from 0 to 3)"},
+        {edit(tries, R"("triesLeft": 4)"), R"(PIN 01: field "triesLeft" is 4, not an integer from 0 to 3)"},
         {edit(R"("version": 1)", R"("version": 7)"), "unsupported image version"},
         {"{}", R"(field "format" is missing)"},
         // Numbers: integers of their range only.
         {edit(R"("maxTries": 3)", R"("maxTries": 1e300)"), R"(field "maxTries" is 1e+300)"},
-        {edit(R"("reference": 1,)", R"("reference": 257,)"),
-         R"(field "reference" is 257, not an integer from 0 to 255)"},
+        {edit(R"("reference": 1,)", R"("reference": 257,)"), R"(field "reference" is 257, not an integer from 0 to 255)"},
         {edit(tries, R"("triesLeft": -256)"), R"(field "triesLeft" is -256)"},
         {edit(tries, R"("triesLeft": 2.9)"), R"(field "triesLeft" is 2.9)"},
         {edit(R"("version": 1)", R"("version": true)"), R"(field "version" is true)"},
         // Duplicates: a second PIN 01, a field named twice.
         {edit(R"("reference": 3,)", R"("reference": 1,)"), "PIN 01 appears twice"},
         {edit(tries, tries + ", " + tries), R"(field "triesLeft" appears twice)"},
-        {edit(R"("unblockingPin": 2)", R"("unblockingPin": 9)"),
-         R"(field "unblockingPin" names no PIN)"},
-        {edit(children, children + namedDf("D001", "A000000063504B43532D3135") + ","),
-         "DF name A000000063504B43532D3135 appears twice"},
-        {edit(R"("version": 1)", R"("version": 1, "profile": "ISO")"),
-         R"(field "profile": unknown card profile "ISO" (native or iso))"},
-        {edit(R"("pins")", R"("profile": "iso", "hashOnCard": true, "pins")"),
-         "a card of the iso profile does not hash"},
+        {edit(R"("unblockingPin": 2)", R"("unblockingPin": 9)"), R"(field "unblockingPin" names no PIN)"},
+        {edit(children, children + namedDf("D001", "A000000063504B43532D3135") + ","), "DF name A000000063504B43532D3135 appears twice"},
+        {edit(R"("version": 1)", R"("version": 1, "profile": "ISO")"), R"(field "profile": unknown card profile "ISO" (native or iso))"},
+        {edit(R"("pins")", R"("profile": "iso", "hashOnCard": true, "pins")"), "a card of the iso profile does not hash"},
         // Beyond the card's limits.
         {edit(children, children + nestedDfs(17) + ","), "nested more than 16 levels"},
     };
+    // clang-format on
     for (const auto& [text, expected] : images) {
         writeText(path, text);
         try {
