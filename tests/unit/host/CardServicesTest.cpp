@@ -68,9 +68,7 @@ protected:
 };
 
 // Every path form reaches the same file, a read from an offset takes the rest of it, and a failure
-// names the file it was about. Slices and the last byte:
-// AnFfffByteFileIsReadAndUpdatedToItsLastByte; the card's answers past the end:
-// FileCommands.RefusalsOfSelectReadAndUpdateBinary (vcard).
+// names the file it was about.
 TEST_P(FileServicesTest, PathFormsSlicesAndFailuresOfReadingAFile) {
     files()->select(*channel_, {0x3F, 0x00, 0x50, 0x15, 0x50, 0x32});
     const mw::ByteBuffer whole = files()->read(*channel_, 0, 0);
@@ -194,9 +192,7 @@ protected:
 };
 
 // The file selected already is not selected again, in any path form, unless a deletion in its DF
-// may have moved the card's current file. The commands of each operation through the plugin:
-// bench_apdu_economy; chained updates at the chunk edges:
-// AnFfffByteFileIsReadAndUpdatedToItsLastByte.
+// may have moved the card's current file.
 TEST_P(InProcessCardTest, SelectionIsSentOnlyWhenTheCurrentFileChanges) {
     verifyUserPin();
     const mw::ByteBuffer scratch{0x0D, 0x82};
@@ -212,45 +208,29 @@ TEST_P(InProcessCardTest, SelectionIsSentOnlyWhenTheCurrentFileChanges) {
     EXPECT_EQ(files()->read(*channel_, 0, 1).size(), 1u);
 }
 
-TEST_P(InProcessCardTest, LongAnswersAndChainedCryptogramsOf2048BitKeys) {
-    const KeyRef privateKey = keyRef(0x0D, 2048, 0x0E);
-    const KeyRef publicKey = keyRef(0x0D, 2048, 0x0F);
-    verifyUserPin();
-    fileSystem()->createFile(
-        *channel_,
-        PrivateKeyCreateParams(privateKey, grant(AccessUpdate | AccessExecute, always())));
-    fileSystem()->createFile(
-        *channel_, PublicKeyCreateParams(publicKey, grant(AccessRead | AccessUpdate, always())));
-
-    boost::optional<card::crypto::spec::RsaPublicKeySpec> generated;
-    EXPECT_EQ(
-        commandsOf([&] { generated = keys()->generateKeyPair(*channel_, privateKey, publicKey); }),
-        apdus(2, 1)); // short: GENERATE, GET RESPONSE
-    ASSERT_TRUE(generated);
-
-    const auto cipher = crypto()->getCipher("1.2.840.113549.1.1.1");
-    cipher->init(*channel_, privateKey, ICardKeyOperation::Decipher);
-    const mw::ByteBuffer message{1, 2, 3, 4, 5};
-    const mw::ByteBuffer cryptogram = encipher(*generated, message);
-    EXPECT_EQ(commandsOf([&] { EXPECT_EQ(cipher->decipher(*channel_, cryptogram), message); }),
-              apdus(2, 1)); // short: 00 || 256 bytes in two parts
-}
-
-// The last key reference, FF, reaches MSE, GENERATE and its key files (0E7F/0F7F, never 0EFF)
+// The last key reference, FF, reaches GENERATE, MSE and its key files (0E7F/0F7F, never 0EFF)
 // whole; 7F, just below the first reference with the top bit, and a key file on a longer path are
-// refused before anything is sent.
+// refused before anything is sent. A 2048-bit key's public key and cryptograms take two short
+// APDUs each.
 TEST_P(InProcessCardTest, KeyReferencesReachTheCardWholeToTheLastOne) {
-    KeyRef last = keyRef(0x7F, 1024, 0x0E), lastPublic = keyRef(0x7F, 1024, 0x0F);
+    KeyRef last = keyRef(0x7F, 2048, 0x0E);
+    const KeyRef lastPublic = keyRef(0x7F, 2048, 0x0F);
     verifyUserPin();
     fileSystem()->createFile(
         *channel_, PrivateKeyCreateParams(last, grant(AccessUpdate | AccessExecute, always())));
     fileSystem()->createFile(
         *channel_, PublicKeyCreateParams(lastPublic, grant(AccessRead | AccessUpdate, always())));
-    const mw::ByteBuffer modulus =
-        keys()->generateKeyPair(*channel_, last, lastPublic).getModulus();
-    EXPECT_EQ(keys()->readPublicKey(*channel_, last).getModulus(), modulus);
-    crypto()->getSignature("1.2.840.113549.1.1.1")->init(*channel_, last, ICardKeyOperation::Sign);
-    last.fileId.clear(); // named by the reference alone
+    boost::optional<card::crypto::spec::RsaPublicKeySpec> generated;
+    EXPECT_EQ(commandsOf([&] { generated = keys()->generateKeyPair(*channel_, last, lastPublic); }),
+              apdus(2, 1)); // short: GENERATE, GET RESPONSE
+    ASSERT_TRUE(generated);
+    EXPECT_EQ(keys()->readPublicKey(*channel_, last).getModulus(), generated->getModulus());
+    const auto cipher = crypto()->getCipher("1.2.840.113549.1.1.1");
+    cipher->init(*channel_, last, ICardKeyOperation::Decipher);
+    const mw::ByteBuffer message{1, 2, 3, 4, 5}, cryptogram = encipher(*generated, message);
+    EXPECT_EQ(commandsOf([&] { EXPECT_EQ(cipher->decipher(*channel_, cryptogram), message); }),
+              apdus(2, 1)); // short: 00 || 256 bytes in two parts
+    last.fileId.clear();    // named by the reference alone
     keys()->removePrivateKey(*channel_, last);
     EXPECT_CARD_ERROR(files()->select(*channel_, {0x0E, 0x7F}), "Select", 0x6A82);
     last.keyReference = 0x7F;
@@ -297,9 +277,11 @@ INSTANTIATE_TEST_SUITE_P(VirtualCard, InProcessCardTest,
                          ::testing::Values(TransportKind::InProcess, TransportKind::InProcessShort),
                          transportName);
 
+// Waits one second for another application's transaction, not ten.
 class PcscEventsTest : public CardTest {
 protected:
     void SetUp() override {
+        setenv("P15_TRANSACTION_TIMEOUT", "1", 1);
         CardTest::SetUp();
         if (IsSkipped()) {
             return;
@@ -310,41 +292,27 @@ protected:
                                       host::OnRelease::KeepLogin)
                       ->reader();
     }
+    void TearDown() override { unsetenv("P15_TRANSACTION_TIMEOUT"); }
 
     // Made in SetUp: without pcscd there is none, and the test skips.
     std::unique_ptr<host::PcscContext> context_;
     std::string reader_;
 };
 
-TEST_P(PcscEventsTest, CardResetByAnotherApplicationIsReconnectedAndReselected) {
+// Another application's warm reset drops the PIN and goes to the MF: the host reconnects and reads
+// on from its file. Another application's transaction is a clear error until released.
+TEST_P(PcscEventsTest, AnotherApplicationsResetIsFollowedAndItsTransactionReported) {
     files()->select(*channel_, {0x50, 0x32});
     const mw::ByteBuffer tokenInfo = files()->read(*channel_, 0, 0);
     verifyUserPin();
-    // Another application's handle, released with a warm reset.
     host::connectReader(reader_, seconds(10), host::OnRelease::LogOut).reset();
-    // The reset dropped the PIN and went to the MF; the host reads on from its file.
     EXPECT_EQ(files()->read(*channel_, 0, 0), tokenInfo);
     EXPECT_EQ(pins()->getPinInfo(*channel_, pinReference(0x01)).state, PinInfo::NotVerified);
-}
-
-// Waits one second for another application's transaction, not ten.
-class PcscContentionTest : public PcscEventsTest {
-protected:
-    void SetUp() override {
-        setenv("P15_TRANSACTION_TIMEOUT", "1", 1);
-        PcscEventsTest::SetUp();
-    }
-    void TearDown() override { unsetenv("P15_TRANSACTION_TIMEOUT"); }
 
     const std::string inUse = "card in use by another application: no transaction after 1 s";
-};
-
-TEST_P(PcscContentionTest, CardHeldByAnotherApplicationIsAClearErrorUntilReleased) {
-    files()->select(*channel_, {0x50, 0x32});
-    const mw::ByteBuffer tokenInfo = files()->read(*channel_, 0, 0);
     auto loggingOut = host::connectReader(reader_, seconds(10), host::OnRelease::LogOut);
     const auto other = host::connectReader(reader_, seconds(10), host::OnRelease::KeepLogin);
-    other->beginTransaction(); // another application's handle holds the card
+    other->beginTransaction();
     // The first wait is for a transaction, the second for a new connection.
     EXPECT_EQ(errorInfo<card::ErrorText>([&] { files()->read(*channel_, 0, 0); }), inUse);
     EXPECT_EQ(errorInfo<card::ErrorText>([&] { files()->read(*channel_, 0, 0); }), inUse);
@@ -368,7 +336,10 @@ protected:
         }
         PcscEventsTest::SetUp();
     }
-    void TearDown() override { startStopped(); }
+    void TearDown() override {
+        startStopped();
+        PcscEventsTest::TearDown();
+    }
 
     void stop(const std::string& name) {
         pid_t pid = 0;
@@ -439,8 +410,6 @@ TEST_P(PcscRemovalTest, RestartedPcscdIsAClearErrorThenConnectsAgain) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Reader, PcscEventsTest, ::testing::Values(TransportKind::Pcsc),
-                         transportName);
-INSTANTIATE_TEST_SUITE_P(Reader, PcscContentionTest, ::testing::Values(TransportKind::Pcsc),
                          transportName);
 INSTANTIATE_TEST_SUITE_P(Reader, PcscRemovalTest, ::testing::Values(TransportKind::Pcsc),
                          transportName);

@@ -114,17 +114,12 @@ TEST_F(HostileCardTest, MalformedAnswersFailTheirCommandAsInvalidData) {
     Operation selectApplication = [&] { card_->selectApplication(*channel_, pkcs15Aid()); };
     Operation publicKey = [&] { keys_->readPublicKey(*channel_, keyRef(1, 1024, 0x0F)); };
     const char* const tlv = "malformed TLV data from the card";
-    const char* const otherFid = "FCP with another file identifier than selected";
-    const char* const key = "Generate Asymmetric Key Pair";
-    const char* const readBinary = "Read Binary";
-    const struct {
-        std::vector<std::string> answers;
-        Operation& operation;
-        const char* command;
-        const char* text; // checked with the file it names when given
-    } cases[] = {
-        {{"90"}, select, "Select", nullptr},            // a one-byte answer
-        {{}, select, "Select", nullptr},                // no answer at all
+    // The card's answers, the operation, the command it fails and the text (with the file it names
+    // for a SELECT) when given.
+    // clang-format off
+    const struct { std::vector<std::string> answers; Operation& operation; const char* command; const char* text; } cases[] = {
+        {{"90"}, select, "Select", nullptr}, // a one-byte answer
+        {{}, select, "Select", nullptr}, // no answer at all
         {{"01 6100"}, select, "Get Response", nullptr}, // an answer that never ends
         {{"6205 82 9000"}, select, "Select", tlv},
         {{"6203 8203010000 9000"}, select, "Select", tlv},
@@ -132,33 +127,32 @@ TEST_F(HostileCardTest, MalformedAnswersFailTheirCommandAsInvalidData) {
         {{"6204 83025031 9000"}, select, "Select", "FCP without a file descriptor"},
         {{"6208 8003000020 820101 9000"}, select, "Select", "FCP with a malformed file size"},
         {{"6206 820101 830150 9000"}, select, "Select", "FCP with a malformed file identifier"},
-        {{"6207 820101 83025032 9000"}, select, "Select", otherFid},
+        {{"6207 820101 83025032 9000"}, select, "Select", "FCP with another file identifier than selected"},
         {{"6203 820101 00 9000"}, select, "Select", "FCP followed by other data"},
-        {{"6203 820101 9000"}, selectMf, "Select", nullptr},          // the MF as an EF
+        {{"6203 820101 9000"}, selectMf, "Select", nullptr}, // the MF as an EF
         {{"6203 820101 9000"}, selectApplication, "Select", nullptr}, // an EF as the application
         // READ BINARY of a 3-byte EF answered with 2 or 4 bytes.
-        {{threeBytes, "0102 9000"}, readAll, readBinary, nullptr},
-        {{threeBytes, "01020304 9000"}, readAll, readBinary, nullptr},
+        {{threeBytes, "0102 9000"}, readAll, "Read Binary", nullptr},
+        {{threeBytes, "01020304 9000"}, readAll, "Read Binary", nullptr},
         // Beyond 7FFF: another object, a longer or shorter one, or one overrunning the answer.
-        {{largest, "7301AB 9000"}, read8000, readBinary, nullptr},
-        {{largest, "5302ABCD 9000"}, read8000, readBinary, nullptr},
-        {{largest, "5300 9000"}, read8000, readBinary, nullptr},
-        {{largest, "5300AB 9000"}, read8000, readBinary, nullptr},
-        {{largest, "5302AB 9000"}, read8000, readBinary, nullptr},
-        {{largest, "AB 9000"}, read8000, readBinary, nullptr},
-        // Algorithm lists: an empty or cut OID, an OID overrunning the list, a list overrunning
-        // the answer.
+        {{largest, "7301AB 9000"}, read8000, "Read Binary", nullptr},
+        {{largest, "5302ABCD 9000"}, read8000, "Read Binary", nullptr},
+        {{largest, "5300 9000"}, read8000, "Read Binary", nullptr},
+        {{largest, "5300AB 9000"}, read8000, "Read Binary", nullptr},
+        {{largest, "5302AB 9000"}, read8000, "Read Binary", nullptr},
+        {{largest, "AB 9000"}, read8000, "Read Binary", nullptr},
+        // Algorithm lists: an empty or cut OID, an OID overrunning the list, a list overrunning the answer.
         {{"A002 0600 9000"}, algorithms, "Get Data", nullptr},
         {{"A003 060181 9000"}, algorithms, "Get Data", nullptr},
         {{"A003 06052B 9000"}, algorithms, "Get Data", tlv},
         {{"A005 06012B 9000"}, algorithms, "Get Data", tlv},
-        // 7F49 without an exponent, with a 4-byte length, overrun by its exponent, overrunning
-        // the answer.
-        {{"7F4903 8101C5 9000"}, publicKey, key, nullptr},
-        {{"7F4984000000 01 9000"}, publicKey, key, nullptr},
-        {{"7F4906 8101C5 820301 9000"}, publicKey, key, tlv},
-        {{"7F4909 8101C5 820103 9000"}, publicKey, key, tlv},
+        // 7F49 without an exponent, with a 4-byte length, overrun by its exponent, overrunning the answer.
+        {{"7F4903 8101C5 9000"}, publicKey, "Generate Asymmetric Key Pair", nullptr},
+        {{"7F4984000000 01 9000"}, publicKey, "Generate Asymmetric Key Pair", nullptr},
+        {{"7F4906 8101C5 820301 9000"}, publicKey, "Generate Asymmetric Key Pair", tlv},
+        {{"7F4909 8101C5 820103 9000"}, publicKey, "Generate Asymmetric Key Pair", tlv},
     };
+    // clang-format on
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::PrintToString(c.answers));
         play({});

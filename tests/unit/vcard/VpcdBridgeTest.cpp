@@ -1,6 +1,5 @@
-// The vpcd bridge: p15-vcard-serve as its own process, against a loopback listener that speaks the
-// driver's side of the protocol. Control codes and APDUs in general go through the bridge in every
-// pcscd test.
+// p15-vcard-serve as its own process, against a loopback listener that speaks the driver's side
+// of the protocol (APDUs in general: every pcscd test).
 
 #include "CardTestSupport.hpp"
 
@@ -132,20 +131,17 @@ TEST(VpcdBridge, ReportsAnUnreachableDriver) {
     EXPECT_THROW(unconnected.connect("no-address", 1, std::chrono::milliseconds(0)), BridgeError);
 }
 
-TEST(VpcdBridgeProcess, StopsOnSigtermHalfwayThroughACommand) {
-    DriverAndBridge driver;
-    driver.send(hex("000A 00A4"), false); // 10 bytes announced, 2 sent
-    ASSERT_TRUE(driver.bridgeReadAll());
-    EXPECT_TRUE(driver.stopsCleanlyOnSigterm());
-}
-
-TEST(VpcdBridgeProcess, StopsOnSigtermHalfwayThroughAnAnswer) {
-    DriverAndBridge driver(4096);
+TEST(VpcdBridgeProcess, StopsOnSigtermHalfwayThroughACommandOrAnAnswer) {
+    DriverAndBridge command;
+    command.send(hex("000A 00A4"), false); // 10 bytes announced, 2 sent
+    ASSERT_TRUE(command.bridgeReadAll());
+    EXPECT_TRUE(command.stopsCleanlyOnSigterm());
+    DriverAndBridge answer(4096);
     // Answers of 64 KB that the driver does not read: the bridge blocks in the middle of one.
     for (int i = 0; i < 128; ++i)
-        driver.send(hex("00840000 00FFF0"));
-    ASSERT_TRUE(driver.readable());
-    EXPECT_TRUE(driver.stopsCleanlyOnSigterm());
+        answer.send(hex("00840000 00FFF0"));
+    ASSERT_TRUE(answer.readable());
+    EXPECT_TRUE(answer.stopsCleanlyOnSigterm());
 }
 
 } // namespace
