@@ -9,12 +9,13 @@
 #include "mw/Hex.hpp"
 
 #include <boost/exception/get_error_info.hpp>
+#include <functional>
 #include <gtest/gtest.h>
 #include <stdexcept>
 
 namespace {
 
-template <class Throw> std::string messageOf(Throw raise) {
+std::string messageOf(const std::function<void()>& raise) {
     try {
         raise();
     } catch (const std::exception& e) {
@@ -29,28 +30,24 @@ TEST(ErrorMessage, NamesCommandStatusWordTextAndNumber) {
             CARD_THROW(card::CardException() << card::Command(command) << card::StatusCode(sw));
         };
     };
-    EXPECT_EQ(messageOf(cardError("Select", 0x6A82)),
-              "card exception: Select: 6A82 (File or application not found)");
-    EXPECT_EQ(messageOf(cardError("Verify", 0x63C2)), "card exception: Verify: 63C2 (wrong PIN)");
-    EXPECT_EQ(messageOf(cardError("Put Data", 0x6F42)),
-              "card exception: Put Data: 6F42 (unknown error)");
-    EXPECT_EQ(
-        messageOf([] { CARD_THROW(card::CardException() << card::ErrorText("card removed")); }),
-        "card exception: card removed");
-    EXPECT_EQ(
-        messageOf([] { APP_THROW_DATA(app::InvalidDataException, "invalid modulus size", 4096); }),
-        "invalid data exception: invalid modulus size (4096)");
-    EXPECT_EQ(messageOf([] { throw std::runtime_error("no card in Virtual PCD 00 00"); }),
-              "no card in Virtual PCD 00 00");
+    // clang-format off
+    const std::pair<std::function<void()>, const char*> cases[] = {
+        {cardError("Select", 0x6A82), "card exception: Select: 6A82 (File or application not found)"},
+        {cardError("Verify", 0x63C2), "card exception: Verify: 63C2 (wrong PIN)"},
+        {cardError("Put Data", 0x6F42), "card exception: Put Data: 6F42 (unknown error)"},
+        {[] { CARD_THROW(card::CardException() << card::ErrorText("card removed")); }, "card exception: card removed"},
+        {[] { APP_THROW_DATA(app::InvalidDataException, "invalid modulus size", 4096); }, "invalid data exception: invalid modulus size (4096)"},
+        {[] { throw std::runtime_error("no card in Virtual PCD 00 00"); }, "no card in Virtual PCD 00 00"}};
+    // clang-format on
+    for (const auto& [raise, message] : cases)
+        EXPECT_EQ(messageOf(raise), message);
+}
+
+bool extended(const char* atrHex) {
+    return host::iso7816::CardCapabilities::fromAtr(mw::fromHex(atrHex)).extendedLength;
 }
 
 // Only an ATR that plainly announces extended length gets extended APDUs.
-
-using host::iso7816::CardCapabilities;
-
-bool extended(const char* atrHex) {
-    return CardCapabilities::fromAtr(mw::fromHex(atrHex)).extendedLength;
-}
 
 TEST(CardCapabilitiesTest, ExtendedLengthOnlyWhereTheHistoricalBytesSaySo) {
     // Category 80, card capabilities 73 with b7 of the third byte, after TA1 TD1 TD2.
@@ -68,8 +65,6 @@ TEST(CardCapabilitiesTest, ExtendedLengthOnlyWhereTheHistoricalBytesSaySo) {
     EXPECT_FALSE(extended("3B 05 80 7F 00 00 40")) << "a TLV running past the end";
 }
 
-// Each CRT component is at most half the modulus long; leading zero bytes do not count.
-
 using mw::ByteBuffer;
 
 ByteBuffer filled(std::size_t length) {
@@ -78,14 +73,12 @@ ByteBuffer filled(std::size_t length) {
     return bytes;
 }
 
+// Each CRT component is at most half the modulus long; leading zero bytes do not count.
 TEST(RsaPrivateCrtKeySpecTest, EachComponentIsCheckedAgainstHalfTheModulus) {
     ByteBuffer signedEncoding{0x00};
     signedEncoding.append(filled(64));
-    const struct {
-        std::size_t index; // of p, q, dp, dq, p_inv, q_inv
-        ByteBuffer value;
-        const char* failure;
-    } cases[] = {
+    // Which of p, q, dp, dq, p_inv, q_inv, its value, the failure.
+    const std::tuple<std::size_t, ByteBuffer, const char*> cases[] = {
         {0, filled(64), ""},
         {0, signedEncoding, ""},
         {0, filled(65), "invalid crt component size: p"},
@@ -95,9 +88,9 @@ TEST(RsaPrivateCrtKeySpecTest, EachComponentIsCheckedAgainstHalfTheModulus) {
         {4, filled(100), "invalid crt component size: p_inv"},
         {5, ByteBuffer(64), "invalid crt component size: q_inv"},
     };
-    for (const auto& c : cases) {
+    for (const auto& [index, value, expected] : cases) {
         std::vector<ByteBuffer> parts(6, filled(64));
-        parts[c.index] = c.value;
+        parts[index] = value;
         std::string failure;
         try {
             card::crypto::spec::RsaPrivateCrtKeySpec(1024, {0x01, 0x00, 0x01}, parts[0], parts[1],
@@ -106,7 +99,7 @@ TEST(RsaPrivateCrtKeySpecTest, EachComponentIsCheckedAgainstHalfTheModulus) {
             const char* const* text = boost::get_error_info<app::ErrorText>(e);
             failure = text ? *text : "(no text)";
         }
-        EXPECT_EQ(failure, c.failure) << c.index;
+        EXPECT_EQ(failure, expected) << index;
     }
 }
 

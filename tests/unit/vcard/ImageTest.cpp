@@ -13,7 +13,6 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <sstream>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
@@ -24,9 +23,7 @@ namespace fs = std::filesystem;
 
 std::string readText(const fs::path& path) {
     std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
+    return {std::istreambuf_iterator<char>(in), {}};
 }
 
 void writeText(const fs::path& path, const std::string& text) {
@@ -77,13 +74,6 @@ TEST_F(Image, CrashAtEverySavePointLeavesTheOldOrTheNewImage) {
     }
 }
 
-/// good with the first occurrence of what replaced by with.
-std::string replaced(std::string good, const std::string& what, const std::string& with) {
-    const std::size_t at = good.find(what);
-    EXPECT_NE(at, std::string::npos) << what;
-    return at == std::string::npos ? good : good.replace(at, what.size(), with);
-}
-
 /// A DF with DFs below it, levels in all, as the image writes files.
 std::string nestedDfs(int levels) {
     std::string tree;
@@ -93,14 +83,8 @@ std::string nestedDfs(int levels) {
     return tree;
 }
 
-std::string namedDf(const std::string& fid, const std::string& name) {
-    return R"({"fid":")" + fid + R"(","type":"df","name":")" + name +
-           R"(","security":"","children":[]})";
-}
-
 // An image with a key pair loads back to what it was saved from, byte for byte; any corruption
-// is refused, naming the image, and the image left as it was. Files and keys used across images:
-// TheLargestFileThroughTheImage and the e2e suites that keep a card in an image between processes.
+// is refused, naming the image, and the image left as it was.
 TEST_F(Image, CorruptTruncatedOrMissingImagesAreRefusedAndLeftAlone) {
     {
         const auto card = VirtualCard::open(path);
@@ -113,7 +97,10 @@ TEST_F(Image, CorruptTruncatedOrMissingImagesAreRefusedAndLeftAlone) {
     char& digit = badPrime.at(badPrime.find(R"("p": ")") + 7);
     digit = digit == '1' ? '3' : '1';
     const auto edit = [&good](const std::string& what, const std::string& with) {
-        return replaced(good, what, with);
+        std::string edited = good; // with the first occurrence of what replaced
+        const std::size_t at = edited.find(what);
+        EXPECT_NE(at, std::string::npos) << what;
+        return at == std::string::npos ? edited : edited.replace(at, what.size(), with);
     };
     const std::string tries = R"("triesLeft": 3)", children = R"("children": [)";
     // clang-format off
@@ -137,7 +124,7 @@ TEST_F(Image, CorruptTruncatedOrMissingImagesAreRefusedAndLeftAlone) {
         {edit(R"("reference": 3,)", R"("reference": 1,)"), "PIN 01 appears twice"},
         {edit(tries, tries + ", " + tries), R"(field "triesLeft" appears twice)"},
         {edit(R"("unblockingPin": 2)", R"("unblockingPin": 9)"), R"(field "unblockingPin" names no PIN)"},
-        {edit(children, children + namedDf("D001", "A000000063504B43532D3135") + ","), "DF name A000000063504B43532D3135 appears twice"},
+        {edit(children, children + R"({"fid":"D001","type":"df","name":"A000000063504B43532D3135","security":"","children":[]},)"), "DF name A000000063504B43532D3135 appears twice"},
         {edit(R"("version": 1)", R"("version": 1, "profile": "ISO")"), R"(field "profile": unknown card profile "ISO" (native or iso))"},
         {edit(R"("pins")", R"("profile": "iso", "hashOnCard": true, "pins")"), "a card of the iso profile does not hash"},
         // Beyond the card's limits.
