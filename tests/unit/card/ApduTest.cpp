@@ -13,12 +13,8 @@ using mw::toHex;
 
 // getCase() numbers ISO cases 1 to 4 from 0, -1 for a malformed command.
 TEST(Apdu, CaseLcDataAndLeFollowFromTheLengths) {
-    const struct {
-        const char* hex;
-        int isoCase, lc;
-        const char* data;
-        int le;
-    } cases[] = {
+    // clang-format off
+    const struct { const char* hex; int isoCase, lc; const char* data; int le; } cases[] = {
         {"00840000", 0, -1, "", -1},
         {"00B0000000", 1, -1, "", 0}, // five bytes are always case 2
         {"00A4020C 02 9999", 2, 2, "9999", -1},
@@ -27,6 +23,7 @@ TEST(Apdu, CaseLcDataAndLeFollowFromTheLengths) {
         {"00A40400 01 010203", -1, -1, "", -1},
         {"00A40400 00 0102", -1, -1, "", -1},
     };
+    // clang-format on
     for (const auto& c : cases) {
         SCOPED_TRACE(c.hex);
         const Apdu command{fromHex(c.hex)};
@@ -40,12 +37,6 @@ TEST(Apdu, CaseLcDataAndLeFollowFromTheLengths) {
     EXPECT_EQ(noData.getCase(), 1);
     // Lc keeps only the low 8 bits of the length: 256 data bytes are no short APDU.
     EXPECT_EQ(Apdu(0x00, 0xD6, 0, 0, mw::ByteBuffer(256)).getCase(), -1);
-    // setLe appends an Le to a command without one and overwrites the one there.
-    Apdu select(0x00, 0xA4, 0x04, 0x00, fromHex("A000"));
-    select.setLe(0x00);
-    EXPECT_EQ(select.getCase(), 3);
-    select.setLe(0x7F);
-    EXPECT_EQ(toHex(select.bytes()), "00A4040002A0007F");
     for (const char* hex : {"", "00", "00A404"}) { // the buffer's index error
         const Apdu command{fromHex(hex)};
         EXPECT_THROW(command.getCase(), mw::IndexException) << hex;

@@ -29,9 +29,8 @@ using std::chrono::seconds;
 
 mw::ByteBuffer pattern(std::size_t length, unsigned char seed) {
     mw::ByteBuffer bytes(length);
-    for (std::size_t i = 0; i < length; ++i) {
+    for (std::size_t i = 0; i < length; ++i)
         bytes.data()[i] = static_cast<unsigned char>(seed + i * 7);
-    }
     return bytes;
 }
 
@@ -102,18 +101,15 @@ TEST_P(FileServicesTest, AnFfffByteFileIsReadAndUpdatedToItsLastByte) {
     EXPECT_EQ(files()->size(*channel_), 0xFFFFu);
     EXPECT_EQ(files()->read(*channel_, 0, 0), content);
 
-    const struct {
-        std::size_t offset;
-        std::size_t length;
-    } ranges[] = {{1, 255},    {1, 256},        {1, 510},        {1, 513},    {0x7FFF, 1},
-                  {0x8000, 1}, {0x7F80, 0x100}, {0x8000, 0x200}, {0xFFFE, 1}, {0xFE00, 0x1FF}};
+    const std::pair<std::size_t, std::size_t> ranges[] = {
+        {1, 255},    {1, 256},        {1, 510},        {1, 513},    {0x7FFF, 1},
+        {0x8000, 1}, {0x7F80, 0x100}, {0x8000, 0x200}, {0xFFFE, 1}, {0xFE00, 0x1FF}};
     mw::ByteBuffer expected = content;
-    for (const auto& range : ranges) {
-        const mw::ByteBuffer part =
-            pattern(range.length, static_cast<unsigned char>(range.offset + range.length));
-        files()->update(*channel_, range.offset, part);
-        std::copy(part.begin(), part.end(), expected.begin() + range.offset);
-        EXPECT_EQ(files()->read(*channel_, range.offset, range.length), part) << range.offset;
+    for (const auto& [offset, length] : ranges) {
+        const mw::ByteBuffer part = pattern(length, static_cast<unsigned char>(offset + length));
+        files()->update(*channel_, offset, part);
+        std::copy(part.begin(), part.end(), expected.begin() + offset);
+        EXPECT_EQ(files()->read(*channel_, offset, length), part) << offset;
     }
     EXPECT_EQ(files()->read(*channel_, 0, 0), expected) << "nothing around the ranges changes";
     EXPECT_EQ(files()->read(*channel_, 0xFFFE, 0), expected.get(0xFFFE, 1));
@@ -283,9 +279,8 @@ protected:
     void SetUp() override {
         setenv("P15_TRANSACTION_TIMEOUT", "1", 1);
         CardTest::SetUp();
-        if (IsSkipped()) {
+        if (IsSkipped())
             return;
-        }
         context_ = std::make_unique<host::PcscContext>();
         const char* chosen = std::getenv("P15_READER"); // the reader the fixture's card is in
         reader_ = host::connectReader(chosen ? chosen : "Virtual PCD", seconds(10),
@@ -348,9 +343,8 @@ protected:
         ASSERT_EQ(kill(pid, SIGTERM), 0);
         stopped_.push_back(name);
         // pcscd must be gone before another can take its socket.
-        for (int i = 0; i < 100 && !ended(pid); ++i) {
+        for (int i = 0; i < 100 && !ended(pid); ++i)
             std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        }
         ASSERT_TRUE(ended(pid)) << name;
     }
     // In the reverse order: pcscd before the bridge that connects to it.

@@ -31,13 +31,11 @@ public:
     ByteBuffer getAtr() const override { return {0x3B, 0x00}; }
     boost::shared_ptr<ByteBuffer> transmit(const card::Apdu& command) const override {
         sent_.push_back(command.bytes());
-        if (script_.empty()) {
+        if (script_.empty())
             return nullptr;
-        }
         auto answer = boost::make_shared<ByteBuffer>(script_.front());
-        if (script_.size() > 1) {
+        if (script_.size() > 1)
             script_.pop_front();
-        }
         return answer;
     }
     void beginTransaction() const override {}

@@ -36,9 +36,8 @@ LONG next(const char* call) {
     calls.push_back(call);
     std::deque<LONG>& scripted = codes[call];
     const LONG rv = scripted.empty() ? SCARD_S_SUCCESS : scripted.front();
-    if (!scripted.empty()) {
+    if (!scripted.empty())
         scripted.pop_front();
-    }
     return rv;
 }
 

@@ -31,13 +31,9 @@ TEST(ByteBuffer, AccessChecksTheIndexAndOffsetPlusLength) {
     EXPECT_EQ(buffer.get(3), 4);
     EXPECT_EQ(buffer.get(1, 2), (ByteBuffer{2, 3}));
     EXPECT_TRUE(buffer.get(4, 0).empty());
-    // The last: offset + length wraps around the size type.
-    for (const auto& [offset, length] : {std::pair<std::size_t, std::size_t>{4, 1},
-                                         {5, 0},
-                                         {2, 3},
-                                         {2, std::numeric_limits<std::size_t>::max()}}) {
+    using Range = std::pair<std::size_t, std::size_t>; // the last: offset + length wraps around
+    for (const auto& [offset, length] : {Range{4, 1}, Range{5, 0}, Range{2, 3}, Range{2, SIZE_MAX}})
         EXPECT_THROW(buffer.get(offset, length), mw::IndexException) << offset << "+" << length;
-    }
     EXPECT_THROW(ByteBuffer().get(0), mw::IndexException);
 }
 
