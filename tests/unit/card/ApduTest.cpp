@@ -37,17 +37,9 @@ TEST(Apdu, CaseLcDataAndLeFollowFromTheLengths) {
     EXPECT_EQ(noData.getCase(), 1);
     // Lc keeps only the low 8 bits of the length: 256 data bytes are no short APDU.
     EXPECT_EQ(Apdu(0x00, 0xD6, 0, 0, mw::ByteBuffer(256)).getCase(), -1);
-    for (const char* hex : {"", "00", "00A404"}) { // the buffer's index error
-        const Apdu command{fromHex(hex)};
-        EXPECT_THROW(command.getCase(), mw::IndexException) << hex;
-        EXPECT_THROW(command.getLe(), mw::IndexException) << hex;
-        EXPECT_THROW(command.getData(), mw::IndexException) << hex;
-    }
 }
 
-// Families (61xx, 63Cx, 6Cxx), success, neighbours of listed words and the ends of the range have
-// no text of their own; the texts themselves: ErrorMessage.NamesCommandStatusWordTextAndNumber.
-TEST(StatusWord, IsReadFromTheLastTwoBytesAndOnlyExactValuesHaveAText) {
+TEST(StatusWord, IsReadFromTheLastTwoBytesOfAtLeastTwo) {
     EXPECT_EQ(card::statusWord(fromHex("0102 6A82")), 0x6A82);
     for (const char* hex : {"", "90"}) {
         try {
@@ -59,7 +51,4 @@ TEST(StatusWord, IsReadFromTheLastTwoBytesAndOnlyExactValuesHaveAText) {
             EXPECT_STREQ(text ? *text : "", "response shorter than a status word");
         }
     }
-    for (unsigned short sw : {0x6A8B, 0x6A8F, 0x9000, 0x6100, 0x61FF, 0x63C2, 0x6C10, 0x6280,
-                              0x6A00, 0x6F01, 0x0000, 0xFFFF})
-        EXPECT_STREQ(card::statusText(sw), "unknown error") << std::hex << sw;
 }

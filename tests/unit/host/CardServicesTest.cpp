@@ -121,7 +121,7 @@ TEST_P(FileServicesTest, AnFfffByteFileIsReadAndUpdatedToItsLastByte) {
     EXPECT_CARD_ERROR(files()->select(*channel_, path), "Select", 0x6A82);
 }
 
-// The card enforces the AND and NOT conditions files are created with, deletion as update; a
+// The card enforces the AND, OR and NOT conditions files are created with, deletion as update; a
 // verified PIN's status answer has no count, an unknown PIN's is 6A88.
 TEST_P(FileServicesTest, CreatedConditionsAreEnforcedByTheCard) {
     const SecurityConditionPtr userAndSo = boost::make_shared<AndSecurityCondition>(
@@ -148,13 +148,21 @@ TEST_P(FileServicesTest, CreatedConditionsAreEnforcedByTheCard) {
 
     const SecurityConditionPtr userAbsent =
         boost::make_shared<NotSecurityCondition>(pinVerified(0x01));
-    const mw::ByteBuffer inverted =
-        createFile(0x92, 4, {{AccessRead, userAbsent}, {AccessUpdate, always()}});
+    const SecurityConditionPtr soOrPuk = boost::make_shared<OrSecurityCondition>(
+        SecurityConditionList{pinVerified(0x03), pinVerified(0x02)});
+    // Two grants of one mode are alternatives: update after the user PIN, or the SO PIN or PUK.
+    const mw::ByteBuffer inverted = createFile(
+        0x92, 4,
+        {{AccessRead, userAbsent}, {AccessUpdate, pinVerified(0x01)}, {AccessUpdate, soOrPuk}});
     EXPECT_CARD_ERROR(files()->read(*channel_, 0, 4), "Read Binary", 0x6982);
+    files()->update(*channel_, 0, data.get(0, 4));
     pins()->deauthenticate(*channel_, pinReference(0x01));
     files()->select(*channel_, inverted);
-    EXPECT_EQ(files()->read(*channel_, 0, 0), mw::ByteBuffer(4));
+    EXPECT_EQ(files()->read(*channel_, 0, 0), data.get(0, 4));
+    EXPECT_CARD_ERROR(files()->update(*channel_, 0, data.get(0, 4)), "Update Binary", 0x6982);
+    pins()->authenticate(*channel_, pinReference(0x03), paddedPin(soPin));
     fileSystem()->deleteFile(*channel_, inverted);
+    pins()->deauthenticate(*channel_, pinReference(0x03));
 }
 
 // Another host verifies the user PIN and lets go of the card: the login ends with it (a reset)

@@ -4,7 +4,6 @@
 
 #include "card/Apdu.hpp"
 #include "host/iso7816/Fcp.hpp"
-#include "host/iso7816/SecurityAttributes.hpp"
 #include "mw/Hex.hpp"
 
 #include <algorithm>
@@ -231,20 +230,6 @@ TEST_F(HostileCardTest, ChainedCommandStopsAtTheFirstRefusedPart) {
     play({"9000", "6C10"});
     EXPECT_CARD_ERROR(files_->update(*channel_, 0, ByteBuffer(300)), "Update Binary", 0x6C10);
     EXPECT_EQ(sent_.size(), 2u);
-}
-
-TEST(SecurityAttributesTest, ModesBecomeTheProfilesExpressions) {
-    using namespace card::service;
-    const SecurityConditionPtr userOrSo = boost::make_shared<OrSecurityCondition>(
-        SecurityConditionList{pinVerified(0x01), pinVerified(0x03)});
-    const ByteBuffer encoded =
-        host::iso7816::encodeSecurityAttributes({{AccessRead, always()}, {AccessUpdate, userOrSo}});
-    // Read always; update and delete (which follows update) after PIN 01 or PIN 03.
-    EXPECT_EQ(encoded, fromHex("A118 A0029000 A108 AE06 880101 880103 A208 AE06 880101 880103"));
-    // Two grants of one mode are alternatives; no grant at all is "never".
-    const ByteBuffer use = host::iso7816::encodeSecurityAttributes(
-        {{AccessExecute, pinVerified(0x01)}, {AccessExecute | AccessRead, pinVerified(0x02)}});
-    EXPECT_EQ(use, fromHex("A10F A003 880102 A308 AE06 880101 880102"));
 }
 
 } // namespace

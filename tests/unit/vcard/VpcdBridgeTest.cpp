@@ -3,8 +3,6 @@
 
 #include "CardTestSupport.hpp"
 
-#include "vcard/VpcdBridge.hpp"
-
 #include <arpa/inet.h>
 #include <csignal>
 #include <fstream>
@@ -122,13 +120,6 @@ TEST(VpcdBridgeProcess, AnswerBeyondAFrameIsWrongLengthAndServingGoesOn) {
     EXPECT_EQ(driver.receive(), hex("6700"));
     driver.send(hex("00B00000 00FFFD"));
     EXPECT_EQ(driver.receive().size(), 0xFFFFu);
-}
-
-TEST(VpcdBridge, ReportsAnUnreachableDriver) {
-    auto card = VirtualCard::personalised();
-    VpcdBridge unconnected(*card);
-    EXPECT_THROW(unconnected.connect("127.0.0.1", 1, std::chrono::milliseconds(0)), BridgeError);
-    EXPECT_THROW(unconnected.connect("no-address", 1, std::chrono::milliseconds(0)), BridgeError);
 }
 
 TEST(VpcdBridgeProcess, StopsOnSigtermHalfwayThroughACommandOrAnAnswer) {
