@@ -16,8 +16,9 @@ namespace {
 using Transport = CardTest;
 using PinCommands = CardTest;
 
-// Malformed commands get a status word and leave the card working (random ones: fuzz/vcard_apdu).
-TEST_F(Transport, MalformedCommandsGetAStatusWord) {
+// Malformed commands get a status word and leave the card working (random ones: fuzz/vcard_apdu);
+// chains are bounded and not interleaved.
+TEST_F(Transport, MalformedCommandsGetAStatusWordAndChainsAreBounded) {
     const std::pair<const char*, std::uint16_t> rows[] = {
         {"", 0x6700},
         {"00A4", 0x6700},
@@ -34,11 +35,7 @@ TEST_F(Transport, MalformedCommandsGetAStatusWord) {
     for (const auto& [command, status] : rows)
         EXPECT_EQ(sw(command), status) << command;
     selectApplication();
-}
-
-// A chain broken by another command is refused and dropped; one beyond 64 KiB is refused.
-TEST_F(Transport, ChainsAreBoundedAndNotInterleaved) {
-    selectApplication();
+    // A chain broken by another command is refused and dropped; one beyond 64 KiB is refused.
     EXPECT_EQ(sw(apdu(0x10, 0xD6, 0x00, 0x00, Bytes(10, 1))), 0x9000);
     EXPECT_EQ(sw(apdu(0x00, 0xD6, 0x00, 0x01, Bytes(10, 1))), 0x6883);
     EXPECT_EQ(sw("00A40204 02 5031"), 0x9000); // the chain is gone
@@ -47,7 +44,8 @@ TEST_F(Transport, ChainsAreBoundedAndNotInterleaved) {
     EXPECT_EQ(sw(apdu(0x10, 0xD6, 0, 0, Bytes(255, 0))), 0x6700);
 }
 
-TEST_F(Transport, GetResponseWithWrongLeGets6CxxAndKeepsTheData) {
+// GET RESPONSE with a wrong Le gets 6Cxx and keeps the data.
+TEST_F(Transport, GetResponsePowerAndExtendedLengths) {
     Bytes partial = send("00A40404 0C A000000063504B43532D3135 04");
     ASSERT_EQ(statusWord(partial) & 0xFF00, 0x6100);
     const std::uint8_t waiting = statusWord(partial) & 0xFF;
@@ -62,10 +60,7 @@ TEST_F(Transport, GetResponseWithWrongLeGets6CxxAndKeepsTheData) {
     ASSERT_EQ(statusWord(send("00A40404 0C A000000063504B43532D3135 04")) & 0xFF00, 0x6100);
     ASSERT_EQ(sw("00CA01A000"), 0x9000);
     EXPECT_EQ(sw("00C0000004"), 0x6985);
-}
-
-// Power-off silences the card until a reset; a card without extended lengths refuses them.
-TEST_F(Transport, PowerAndExtendedLengths) {
+    // Power-off silences the card until a reset; a card without extended lengths refuses them.
     card->powerOff();
     EXPECT_FALSE(card->isPoweredOn());
     EXPECT_THROW(send("00A4000C"), CardRemoved);
@@ -77,8 +72,9 @@ TEST_F(Transport, PowerAndExtendedLengths) {
     EXPECT_EQ(sw("00A40800 02 5015"), 0x9000);
 }
 
-// VERIFY without data tells the status and costs no try; refusals of form cost none either.
-TEST_F(PinCommands, VerifyStatusAndRefusals) {
+// VERIFY without data tells the status and costs no try; refusals of form cost none either. New
+// values at work: the PIN suites of p15tool and pkcs11.
+TEST_F(PinCommands, VerifyChangeAndResetRetryCounter) {
     EXPECT_EQ(sw(apdu(0, 0x20, 0, 1, hex("313233343536"))), 0x6700); // not padded
     EXPECT_EQ(sw(apdu(0, 0x20, 1, 1, paddedPin("123456"))), 0x6A86);
     EXPECT_EQ(sw(apdu(0, 0x20, 0xFF, 1, paddedPin("123456"))), 0x6700);
@@ -89,12 +85,11 @@ TEST_F(PinCommands, VerifyStatusAndRefusals) {
     EXPECT_EQ(pinStatus(*card, 1), 0x63C2); // a wrong value also unverifies
     for (const char* unknown : {"00200009 08 3132333435363738", "00200009", "0020FF09"})
         EXPECT_EQ(sw(unknown), 0x6A88) << unknown;
-}
 
-// CHANGE REFERENCE DATA checks the old value (the right one verifies the PIN and gives the try
-// back); RESET RETRY COUNTER gives the tries back and verifies the PUK, a blocked PUK blocks it,
-// the SO PIN has none. New values at work: the PIN suites of p15tool and pkcs11.
-TEST_F(PinCommands, ChangeAndResetRetryCounter) {
+    // CHANGE REFERENCE DATA checks the old value (the right one verifies the PIN and gives the try
+    // back); RESET RETRY COUNTER gives the tries back and verifies the PUK, a blocked PUK blocks
+    // it, the SO PIN has none.
+    card = VirtualCard::personalised();
     EXPECT_EQ(sw(apdu(0, 0x24, 0, 1, paddedPin("123456"))), 0x6700);
     EXPECT_EQ(sw(apdu(0, 0x24, 1, 1, paddedPin("123456"))), 0x6A86);
     EXPECT_EQ(sw(apdu(0, 0x24, 0, 1, concat(paddedPin("000000"), paddedPin("4321")))), 0x63C2);
@@ -256,31 +251,6 @@ TEST_F(FileCommands, RefusalsOfSelectReadAndUpdateBinary) {
     EXPECT_EQ(sw("00D603FF 01 00"), 0x9000);
 }
 
-// B1 and D7 carry the offset in object 54; B1's answer is object 53, which Ne counts whole.
-TEST_F(FileCommands, OddInsReadAndUpdateBinary) {
-    selectApplication();
-    ASSERT_EQ(sw("00A4020C 02 9999"), 0x9000); // 8 bytes of 00
-    EXPECT_EQ(send("00B10000 04 54020000 05"), hex("5303 000000 9000"));
-    EXPECT_EQ(send("00B10000 03 540106 05"), hex("5302 0000 6282"));
-    EXPECT_EQ(send("00B10000 05 5403000007 00"), hex("5301 00 6282")); // any offset length
-    expectAnswers({
-        {"00B10000 03 540108 05", 0x6B00},
-        {"00B10000 05 5403010000 05", 0x6B00},
-        {"00B10000 02 5400 05", 0x6A80},
-        {"00B10000 04 53020000 05", 0x6A80},
-        {"00B10000 06 54020000 5300 05", 0x6A80},
-        {"00B10000 03 540200 05", 0x6A80},
-        {"00B10000 05", 0x6700},
-        {"00B10000 04 54020000", 0x6700},
-        {"00B10000 04 54020000 01", 0x6700},
-        {"00B10001 04 54020000 05", 0x6A86},
-        {"00D70000 04 54020000", 0x6A80},
-        {"00D70000 07 54020000 7301AB", 0x6A80},
-        {"00D70000 06 54020000 5300", 0x6700},
-        {"00D70100 07 54020000 5301AB", 0x6A86},
-    });
-}
-
 // The largest EF (FFFF bytes; FFFF+1 needs a three-byte size, refused) is written up to its
 // last byte, survives the image and answers Ne at the edges of 53's length forms.
 TEST_F(FileCommands, TheLargestFileThroughTheImage) {
@@ -355,9 +325,8 @@ std::size_t filesIn(const CardFile& root) {
     return count;
 }
 
-// The card refuses with 6A84 where the image loader's limits lie, and what it built still loads:
-// DFs down to depth 16, 4096 files of any size (the MF included), 256 key files; memory runs out
-// before either.
+// The card refuses with 6A84 where the image loader's limits lie (DFs down to depth 16, 4096
+// files, 256 key files; memory runs out first), and what it built still loads.
 TEST_F(FileCommands, CardLimitsAreTheImageLoadersAndWhatTheCardBuiltLoads) {
     /// On a fresh card, creates files of these FCP tags in DF02 (at depth 2, open to the user PIN),
     /// or each in the last when nested, until the card refuses; how many it took.
@@ -389,7 +358,7 @@ TEST_F(FileCommands, CardLimitsAreTheImageLoadersAndWhatTheCardBuiltLoads) {
 }
 
 // EF(DIR) names the application, in the bytes any host's codec reads; two cards' EF(TokenInfo)
-// differ (their serials).
+// differ (their serials); options that do not fit are refused.
 TEST(Personalisation, DirNamesTheApplicationAndEachCardHasASerialOfItsOwn) {
     const auto read = [](const std::unique_ptr<VirtualCard>& card, const std::string& path) {
         EXPECT_EQ(sw(*card, "00A4080C " + path), 0x9000) << path;
@@ -403,10 +372,7 @@ TEST(Personalisation, DirNamesTheApplicationAndEachCardHasASerialOfItsOwn) {
     const Bytes tokenInfo = read(card, "04 5015 5032");
     EXPECT_EQ(statusWord(tokenInfo), 0x9000);
     EXPECT_NE(read(VirtualCard::personalised(), "04 5015 5032"), tokenInfo);
-}
-
-// PINs of fewer than four digits or not of digits, and a hashing card of the iso profile.
-TEST(Personalisation, RefusesOptionsThatDoNotFit) {
+    // PINs of fewer than four digits or not of digits, and a hashing card of the iso profile.
     for (const auto& [pin, profile, hash] : {std::tuple{"123", CardProfile::Native, false},
                                              {"12a456", CardProfile::Native, false},
                                              {"123456", CardProfile::Iso, true}}) {
