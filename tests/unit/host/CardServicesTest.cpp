@@ -2,8 +2,9 @@
 // shows (commands sent, faults injected); what only a PC/SC reader shows (a reset from outside,
 // another application holding the card, pcscd restarting mid-work).
 #include "CardFixture.hpp"
-#include "TestKeys.hpp"
 
+#include "card/crypto/spec/KeySpec.hpp"
+#include "card/service/FileCreationParams.hpp"
 #include "host/iso7816/Fcp.hpp"
 #include "host/pcsc/PcscContext.hpp"
 #include "host/pcsc/PcscTransport.hpp"
@@ -12,6 +13,8 @@
 
 #include <boost/make_shared.hpp>
 #include <chrono>
+#include <cryptopp/osrng.h>
+#include <cryptopp/rsa.h>
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
@@ -24,6 +27,52 @@ namespace hosttest {
 namespace {
 
 using namespace card::service;
+
+SecurityConditionPtr always() {
+    return boost::make_shared<AlwaysSecurityCondition>();
+}
+SecurityConditionPtr pinVerified(unsigned char reference) {
+    return boost::make_shared<PinRefSecurityCondition>(pinReference(reference));
+}
+AccessConditions grant(unsigned short modes, SecurityConditionPtr condition) {
+    return {AccessCondition{modes, std::move(condition)}};
+}
+
+KeyRef keyRef(unsigned char kid, unsigned short bits, unsigned char filePrefix) {
+    KeyRef key;
+    key.keyReference = static_cast<unsigned char>(0x80 | kid);
+    key.modulusBits = bits;
+    key.fileId = mw::ByteBuffer{filePrefix, kid};
+    return key;
+}
+
+// `message` enciphered with PKCS#1 v1.5 (block type 2) under the public key.
+mw::ByteBuffer encipher(const card::crypto::spec::RsaPublicKeySpec& key,
+                        const mw::ByteBuffer& message) {
+    const auto integer = [](const mw::ByteBuffer& bytes) {
+        return CryptoPP::Integer(bytes.data(), bytes.size());
+    };
+    CryptoPP::RSA::PublicKey publicKey;
+    publicKey.Initialize(integer(key.getModulus()), integer(key.getPublicExponent()));
+    CryptoPP::RSAES_PKCS1v15_Encryptor encryptor(publicKey);
+    CryptoPP::AutoSeededRandomPool rng;
+    mw::ByteBuffer cryptogram(encryptor.CiphertextLength(message.size()));
+    encryptor.Encrypt(rng, message.data(), message.size(), cryptogram.data());
+    return cryptogram;
+}
+
+// What the card exception that `work` throws carries as `Info`: "(none)" when it carries none,
+// "" when `work` throws none.
+template <class Info, class Work> std::string errorInfo(const Work& work) {
+    try {
+        work();
+    } catch (const card::CardException& e) {
+        const auto* value = boost::get_error_info<Info>(e);
+        return value ? std::string(*value) : "(none)";
+    }
+    return "";
+}
+
 using std::chrono::seconds;
 
 mw::ByteBuffer pattern(std::size_t length, unsigned char seed) {

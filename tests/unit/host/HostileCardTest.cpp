@@ -1,6 +1,5 @@
 // A hostile card, scripted: bad answers end in clear exceptions, never a hang or crash.
 #include "CardFixture.hpp"
-#include "TestKeys.hpp"
 
 #include "card/Apdu.hpp"
 #include "host/iso7816/Fcp.hpp"
@@ -109,7 +108,7 @@ TEST_F(HostileCardTest, MalformedAnswersFailTheirCommandAsInvalidData) {
     Operation read8000 = [&] { selectFile(), files_->read(*channel_, 0x8000, 1); };
     Operation algorithms = [&] { host::iso7816::Card(channel_).getAlgorithms(); };
     Operation selectApplication = [&] { card_->selectApplication(*channel_, pkcs15Aid()); };
-    Operation publicKey = [&] { keys_->readPublicKey(*channel_, keyRef(1, 1024, 0x0F)); };
+    Operation publicKey = [&] { keys_->readPublicKey(*channel_, card::service::KeyRef()); };
     const char* const tlv = "malformed TLV data from the card";
     // The card's answers, the operation, the command it fails and the text (with the file it names
     // for a SELECT) when given.
