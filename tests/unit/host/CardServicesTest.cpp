@@ -1,6 +1,5 @@
-// The card services against the card, in-process and over PC/SC; what only the in-process card
-// shows (commands sent, faults injected); what only a PC/SC reader shows (a reset from outside,
-// another application holding the card, pcscd restarting mid-work).
+// The card services against the card, in-process and over PC/SC; what only a PC/SC reader shows
+// (a reset from outside, another application holding the card, pcscd restarting mid-work).
 #include "CardFixture.hpp"
 
 #include "card/crypto/spec/KeySpec.hpp"
@@ -61,8 +60,7 @@ mw::ByteBuffer encipher(const card::crypto::spec::RsaPublicKeySpec& key,
     return cryptogram;
 }
 
-// What the card exception that `work` throws carries as `Info`: "(none)" when it carries none,
-// "" when `work` throws none.
+// What the card exception `work` throws carries as `Info` ("(none)": nothing; "": no exception).
 template <class Info, class Work> std::string errorInfo(const Work& work) {
     try {
         work();
@@ -92,8 +90,7 @@ protected:
         return path;
     }
 
-    // The PIN service of another host on this test's card, whose transport lets go of the card
-    // with `onRelease` when the channel goes.
+    // The PIN service of another host on this card, letting go of it with `onRelease`.
     std::pair<boost::shared_ptr<host::Channel>, boost::shared_ptr<IPinManagementService>>
     anotherHost(host::OnRelease onRelease) const {
         std::unique_ptr<card::ICardTransport> transport;
@@ -138,8 +135,7 @@ TEST_P(FileServicesTest, PathFormsSlicesAndFailuresOfReadingAFile) {
     EXPECT_THROW(files()->select(*channel_, {0x50}), mw::IllegalArgumentException);
 }
 
-// The largest EF, across the 7FFF/8000 line between offsets in P1-P2 and
-// offset objects, and at chunk edges of both forms.
+// The largest EF, across the 7FFF/8000 line of offsets in P1-P2 and objects, at chunk edges.
 TEST_P(FileServicesTest, AnFfffByteFileIsReadAndUpdatedToItsLastByte) {
     const mw::ByteBuffer path =
         createFile(0x93, 0xFFFF, {{AccessRead, always()}, {AccessUpdate, always()}});
@@ -257,9 +253,8 @@ TEST_P(InProcessCardTest, ADeletionInTheCurrentDfEndsTheKnownSelection) {
 }
 
 // The last key reference, FF, reaches GENERATE, MSE and its key files (0E7F/0F7F, never 0EFF)
-// whole; 7F, just below the first reference with the top bit, and a key file on a longer path are
-// refused before anything is sent. A 2048-bit key's public key and cryptograms take two short
-// APDUs each.
+// whole; 7F (no top bit) and a key file on a longer path are refused before anything is sent. A
+// 2048-bit key's public key and cryptograms take two short APDUs each.
 TEST_P(InProcessCardTest, KeyReferencesReachTheCardWholeToTheLastOne) {
     KeyRef last = keyRef(0x7F, 2048, 0x0E);
     const KeyRef lastPublic = keyRef(0x7F, 2048, 0x0F);
@@ -361,8 +356,7 @@ TEST_P(PcscEventsTest, AnotherApplicationsResetIsFollowedAndItsTransactionReport
     EXPECT_EQ(files()->read(*channel_, 0, 0), tokenInfo);
 }
 
-// Stops what the pcscd fixture started (the bridge, pcscd) and, when done, starts them again
-// for later PC/SC tests.
+// Stops what the pcscd fixture started (the bridge, pcscd) and starts them again for later tests.
 class PcscRemovalTest : public PcscEventsTest {
 protected:
     void SetUp() override {

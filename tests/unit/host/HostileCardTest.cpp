@@ -59,8 +59,7 @@ protected:
         sent_.clear();
     }
 
-    // Runs `operation`, expects card::InvalidDataException for `command`;
-    // returns its text and the file it names.
+    // Expects card::InvalidDataException for `command` from `operation`; its text and file.
     template <class Operation>
     std::pair<std::string, std::string> expectInvalidData(const Operation& operation,
                                                           const char* command) {
@@ -95,9 +94,8 @@ protected:
         service<card::service::IAsymmetricKeyManagementService>("AsymmetricKeyManagementService");
 };
 
-// Every parser of card answers (FCP, wrapped READ BINARY, 7F49 key template, algorithm list) and
-// the framing itself: answers too short, too long, or with nested lengths overrunning their
-// template fail their command as invalid data, never read past the answer.
+// Every parser of card answers (FCP, wrapped READ BINARY, 7F49, algorithm list) and the framing:
+// answers too short, too long or overrunning their template are invalid data, never read past.
 TEST_F(HostileCardTest, MalformedAnswersFailTheirCommandAsInvalidData) {
     const std::string threeBytes = "6207 80020003 820101 9000",
                       largest = "6207 8002FFFF 820101 9000";
@@ -110,8 +108,7 @@ TEST_F(HostileCardTest, MalformedAnswersFailTheirCommandAsInvalidData) {
     Operation selectApplication = [&] { card_->selectApplication(*channel_, pkcs15Aid()); };
     Operation publicKey = [&] { keys_->readPublicKey(*channel_, card::service::KeyRef()); };
     const char* const tlv = "malformed TLV data from the card";
-    // The card's answers, the operation, the command it fails and the text (with the file it names
-    // for a SELECT) when given.
+    // The card's answers, the operation, the command it fails, the text (and a SELECT's file).
     // clang-format off
     const struct { std::vector<std::string> answers; Operation& operation; const char* command; const char* text; } cases[] = {
         {{"90"}, select, "Select", nullptr}, // a one-byte answer
@@ -165,9 +162,8 @@ TEST_F(HostileCardTest, MalformedAnswersFailTheirCommandAsInvalidData) {
     }
 }
 
-// Only 9000, 63Cx and 6983 are a PIN state (what they tell: the PIN suites of p15tool and pkcs11).
-// Any other answer leaves every PIN of the session unknown without asking again: some cards count
-// the query.
+// Only 9000, 63Cx and 6983 are a PIN state. Any other answer leaves every PIN of the session
+// unknown without asking again: some cards count the query.
 TEST_F(HostileCardTest, PinStatusOnlyFromTheAnswersThatDefineIt) {
     using card::service::IPinManagementService;
     using card::service::PinInfo;

@@ -17,11 +17,9 @@
 
 namespace {
 
-// What the scripted calls answer: the next code scripted for a call (success when none), the
-// next answer scripted for SCardTransmit (90 00 when none); a stalled SCardBeginTransaction or
-// SCardStatus waits, as pcsc-lite does for another application's transaction, until its handle
-// goes. Never destroyed: a helper thread the transport left stuck may still answer while the
-// process exits.
+// The next code scripted for a call (else success), the next answer for SCardTransmit (else 9000);
+// a stalled SCardBeginTransaction or SCardStatus waits, as pcsc-lite does, until its handle goes.
+// Never destroyed: a helper thread left stuck may still answer while the process exits.
 std::mutex& mutex = *new std::mutex;
 std::condition_variable& unstalled = *new std::condition_variable;
 auto& codes = *new std::map<std::string, std::deque<LONG>>;

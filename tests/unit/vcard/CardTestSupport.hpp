@@ -82,8 +82,7 @@ inline void sendAll(VirtualCard& card, const std::vector<Bytes>& commands) {
         ASSERT_EQ(sw(card, command), 0x9000) << toHex(command);
 }
 
-/// From the application DF: key files 0E kid (usable after the user PIN) and 0F kid (readable by
-/// all), each followed by a SELECT of the DF again.
+/// From the application DF: key files 0E kid (user PIN) and 0F kid (public), each reselecting it.
 inline std::vector<Bytes> keyFileCommands(std::uint8_t kid, unsigned bits) {
     const std::string size = hex16(bits), id = toHex({kid});
     return {

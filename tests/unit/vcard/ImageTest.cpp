@@ -1,6 +1,5 @@
-// The card image: round trip, atomic saves under simulated crashes, refusal of bad images; one
-// image opened by several cards (as by several processes), each command working on the image as
-// it stands, under its lock, and only in the folder the card opened.
+// The card image: round trip, atomic saves, refusal of bad images; one image opened by several
+// cards (as by several processes), each command on the image as it stands, under its lock.
 
 #include "CardTestSupport.hpp"
 
@@ -52,9 +51,8 @@ protected:
 };
 using Sharing = Image;
 
-// A crash at any point of a save leaves the old image or the new one. VERIFY pays its try
-// before comparing: even the right PIN leaves the lowered counter when the save completes
-// (renamed) but the command does not. Read-only commands never save.
+// A crash at any point of a save leaves the old image or the new one. VERIFY pays its try before
+// comparing: even the right PIN leaves it lowered once renamed. Read-only commands never save.
 TEST_F(Image, CrashAtEverySavePointLeavesTheOldOrTheNewImage) {
     for (SavePoint point : allSavePoints) {
         SCOPED_TRACE(static_cast<int>(point));
@@ -209,9 +207,7 @@ TEST_F(Image, TheImageIsNeverWrittenThroughALink) {
     EXPECT_EQ(verify(*card, 3, "00000000"), 0x63C2);
     EXPECT_EQ(readText(victim), "precious");
     EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(path)));
-    struct stat info {};
-    ASSERT_EQ(::stat(path.c_str(), &info), 0);
-    EXPECT_EQ(info.st_mode & 0777, 0600u);
+    EXPECT_EQ(fs::status(path).permissions(), fs::perms(0600));
 
     // An image path that is a link, or no regular file, is refused for reading and writing.
     const std::string link = (directory / "link.json").string();
@@ -247,8 +243,7 @@ TEST_F(Sharing, CardsOnOneImageSeeEachOthersWritesAndNoStaleCopyOverwrites) {
     ASSERT_EQ(sw(*fresh, "00A40800 04 5015 4404"), 0x9000);
     for (VirtualCard* card : {a.get(), fresh.get()})
         EXPECT_EQ(card->transmit(hex("00B0000006")), hex("A0A1A2A3A4A5 9000"));
-    // A wrong try on the other card unverifies the PIN here too, as on one card.
-    // The counter it lowered is the one the first card tells: a stale copy never raises it.
+    // A wrong try on the other card unverifies the PIN here too; a stale copy never raises it.
     EXPECT_EQ(verify(*b, 1, "000000"), 0x63C2);
     EXPECT_EQ(sw(*a, "00D60000 01 FF"), 0x6982);
     EXPECT_EQ(sw(*a, "00200001"), 0x63C2);

@@ -1,5 +1,4 @@
-// The virtual card's key commands: key files, key generation and import, security environment,
-// signing, deciphering (PKCS#1 v1.5, PSS and OAEP) and the last key reference.
+// The virtual card's key commands: key files, generation, import, environment, PKCS#1, PSS, OAEP.
 
 #include "CardTestSupport.hpp"
 #include "FreeHook.hpp"
@@ -118,9 +117,8 @@ TEST_F(KeyCommands, RefusalsOfGenerationEnvironmentChallengeAndData) {
     EXPECT_EQ(setEnvironment(0xB6, 0x85), 0x6A88); // a deleted key file takes its key along
 }
 
-// Each hash reference is for PSS signing or OAEP deciphering alone; SHA-512 PSS needs more than
-// a 1024-bit key. The longest OAEP message leaves no freed copy of it; hand-made SHA-256 OAEP
-// blocks wrong in one place each (the first is right) are refused alike.
+// Each hash reference is for PSS or OAEP alone; SHA-512 PSS needs more than 1024 bits. The longest
+// OAEP message leaves no freed copy; SHA-256 OAEP blocks wrong in one place each are refused.
 TEST_F(KeyCommands, PssAndOaepWithEachHash) {
     const CryptoPP::RSA::PublicKey key = newKey(0x01, 1024);
     for (const auto& [p2, reference] :

@@ -17,9 +17,8 @@
 namespace vcard::test {
 namespace {
 
-/// The reader side: a bridge process started on an ephemeral loopback port and connected to it,
-/// messages framed as the driver frames them; receiveBuffer, when given, bounds what the
-/// connection takes in before the bridge blocks. Every receive fails within seconds, never hangs.
+/// The reader side of a bridge process on an ephemeral loopback port; receiveBuffer bounds what it
+/// takes in before the bridge blocks. Every receive fails within seconds, never hangs.
 class DriverAndBridge {
 public:
     explicit DriverAndBridge(int receiveBuffer = 0) {
@@ -86,8 +85,7 @@ private:
     int pidfd_ = -1, connection_ = -1;
 };
 
-// An answer longer than a 16-bit frame (64 KiB of an EF and the status word) is refused with 6700
-// instead of ending the bridge.
+// An answer longer than a 16-bit frame is refused with 6700 instead of ending the bridge.
 TEST(VpcdBridgeProcess, AnswerBeyondAFrameIsWrongLengthAndServingGoesOn) {
     DriverAndBridge driver;
     for (const Bytes& command :
