@@ -1,7 +1,7 @@
 // The plugin as a host sees it: loaded with dlopen, reached only through QueryPlugin, exceptions
 // caught by type across the library boundary (the real plugin through the loader: PluginEndToEnd).
-#include "app/pkcs15/P15ApplicationPlugin.hpp"
 #include "app/plugin/IConfigurationSource.hpp"
+#include "app/plugin/IPlugin.hpp"
 #include "app/plugin/PluginDescriptor.hpp"
 #include "card/CardException.hpp"
 
@@ -77,19 +77,4 @@ TEST(PluginBoundary, HostCatchesCardExceptionsThrownInsideAPlugin) {
     }
     descriptor.destroy(throwing);
     dlclose(handle);
-}
-
-// A host may configure again at any time; a store without the file keeps what was read before,
-// an empty file clears it.
-TEST(P15ApplicationPlugin, LastSuppliedConfigurationWins) {
-    app::pkcs15::P15ApplicationPlugin plugin;
-    const std::string conf = "[Objects]\nwipeForce=1\n";
-    for (const auto& [supplied, kept] :
-         {std::pair<boost::optional<std::string>, std::string>{boost::none, ""},
-          {conf, conf},
-          {boost::none, conf},
-          {std::string(), ""}}) {
-        plugin.configure(Configuration(supplied));
-        EXPECT_EQ(plugin.configuration(), kept);
-    }
 }

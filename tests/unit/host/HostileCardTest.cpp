@@ -111,7 +111,7 @@ TEST_F(HostileCardTest, MalformedAnswersFailTheirCommandAsInvalidData) {
     // The card's answers, the operation, the command it fails, the text (and a SELECT's file).
     // clang-format off
     const struct { std::vector<std::string> answers; Operation& operation; const char* command; const char* text; } cases[] = {
-        {{"90"}, select, "Select", nullptr}, // a one-byte answer
+        {{"90"}, select, "Select", "card answer shorter than a status word"}, // a one-byte answer
         {{}, select, "Select", nullptr}, // no answer at all
         {{"01 6100"}, select, "Get Response", nullptr}, // an answer that never ends
         {{"6205 82 9000"}, select, "Select", tlv},

@@ -408,10 +408,9 @@ TEST(PersonaliseTool, TakesPinsFromTheEnvironmentOrAFileNeverFromArguments) {
     const std::string sources = " --pin-env P15_NEW_PIN --so-pin-env P15_NEW_PIN --puk-file ";
     ASSERT_EQ(runTool("personalise " + image + sources + pukFile, output), 0) << output;
     EXPECT_EQ(output.find("4321"), std::string::npos) << output;
-    const CardState state = CardImage::load(image);
-    EXPECT_EQ(state.pins.pins().at(1).value, paddedPin("4321"));
-    EXPECT_EQ(state.pins.pins().at(2).value, paddedPin("24681357"));
-    EXPECT_EQ(state.pins.pins().at(3).value, paddedPin("4321"));
+    const auto pins = CardImage::load(image).pins.pins();
+    EXPECT_EQ((std::vector{pins.at(1).value, pins.at(2).value, pins.at(3).value}),
+              (std::vector{paddedPin("4321"), paddedPin("24681357"), paddedPin("4321")}));
     std::remove(image.c_str());
     std::remove(pukFile.c_str());
 }
