@@ -166,7 +166,7 @@ TEST_P(FileServicesTest, AnFfffByteFileIsReadAndUpdatedToItsLastByte) {
 }
 
 // The card enforces the AND, OR and NOT conditions files are created with, deletion as update; a
-// verified PIN's status answer has no count, an unknown PIN's is 6A88.
+// verified PIN's status answer has no count.
 TEST_P(FileServicesTest, CreatedConditionsAreEnforcedByTheCard) {
     const SecurityConditionPtr userAndSo = boost::make_shared<AndSecurityCondition>(
         SecurityConditionList{pinVerified(0x01), pinVerified(0x03)});
@@ -178,7 +178,6 @@ TEST_P(FileServicesTest, CreatedConditionsAreEnforcedByTheCard) {
     const PinInfo so = pins()->getPinInfo(*channel_, pinReference(0x03));
     EXPECT_EQ(so.state, PinInfo::Verified);
     EXPECT_EQ(so.triesLeft, PinInfo::UnknownTries);
-    EXPECT_CARD_ERROR(pins()->getPinInfo(*channel_, pinReference(0x0A)), "Verify", 0x6A88);
     files()->update(*channel_, 0, data);
     // Past the end the card refuses the whole update (6A84), leaving the file as it was.
     EXPECT_CARD_ERROR(files()->update(*channel_, 8, pattern(9, 9)), "Update Binary", 0x6A84);

@@ -173,8 +173,8 @@ TEST_F(HostileCardTest, PinStatusOnlyFromTheAnswersThatDefineIt) {
         const auto pins = boost::dynamic_pointer_cast<IPinManagementService>(
             card.getInterface("PinManagementService"));
         answer({sw, "9000"});
-        EXPECT_EQ(pins->getPinInfo(*channel_, pinReference(0x01)).state, PinInfo::Unknown);
-        EXPECT_EQ(pins->getPinInfo(*channel_, pinReference(0x02)).state, PinInfo::Unknown);
+        for (unsigned char reference : {0x01, 0x02})
+            EXPECT_EQ(pins->getPinInfo(*channel_, pinReference(reference)).state, PinInfo::Unknown);
         EXPECT_EQ(sent_.size(), 1u) << sw;
     }
     // Whatever the status word, a card that refuses the GET DATA lists nothing.

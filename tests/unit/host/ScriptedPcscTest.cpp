@@ -104,7 +104,6 @@ LONG SCardTransmit(SCARDHANDLE, const SCARD_IO_REQUEST*, LPCBYTE, DWORD, SCARD_I
 
 namespace {
 
-using Calls = std::vector<std::string>;
 const card::Apdu command(0x00, 0xB0, 0x00, 0x00);
 
 class ScriptedPcscTest : public ::testing::Test {
@@ -141,9 +140,10 @@ TEST_F(ScriptedPcscTest, ResetInsideATransactionIsReportedNotRepeated) {
     transport_->beginTransaction(); // the next scope works
     transport_->transmit(command);
     transport_->endTransaction();
-    EXPECT_EQ(calls, (Calls{"SCardBeginTransaction", "SCardTransmit", "SCardTransmit",
-                            "SCardReconnect", "SCardBeginTransaction", "SCardEndTransaction",
-                            "SCardBeginTransaction", "SCardTransmit", "SCardEndTransaction"}));
+    EXPECT_EQ(calls, (std::vector<std::string>{
+                         "SCardBeginTransaction", "SCardTransmit", "SCardTransmit",
+                         "SCardReconnect", "SCardBeginTransaction", "SCardEndTransaction",
+                         "SCardBeginTransaction", "SCardTransmit", "SCardEndTransaction"}));
 }
 
 // A one-byte answer, and codes that a user can act on or that only name their call.

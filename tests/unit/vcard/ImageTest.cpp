@@ -158,9 +158,8 @@ struct FullDisk {
     }
 };
 
-// A failed save (any step before the rename, or a full disk) answers 6581 and compares nothing,
-// uses no try, writes nothing and leaves no temporary file. Once the new image replaced the old
-// one the command happened, even if the directory sync failed.
+// A failed save (before the rename, or a full disk) answers 6581, compares nothing, uses no try,
+// writes nothing, leaves no temporary file; once renamed, the command happened, synced or not.
 TEST_F(Image, ACommandHappensOnlyOnceItsSaveReplacedTheImage) {
     auto card = VirtualCard::open(path);
     const std::string before = readText(path);
