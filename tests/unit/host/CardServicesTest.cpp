@@ -1,5 +1,4 @@
-// The card services against the card, in-process and over PC/SC; what only a PC/SC reader shows
-// (a reset from outside, another application holding the card, pcscd restarting mid-work).
+// The card services against the card, in-process and over PC/SC, and what only a reader shows.
 #include "CardFixture.hpp"
 
 #include "card/crypto/spec/KeySpec.hpp"
@@ -128,10 +127,8 @@ TEST_P(FileServicesTest, PathFormsSlicesAndFailuresOfReadingAFile) {
     using host::iso7816::FilePath;
     EXPECT_EQ(errorInfo<FilePath>([&] { files()->read(*channel_, 8, 1); }), "3F00/5015/9999");
     EXPECT_TRUE(files()->read(*channel_, 8, 0).empty());
-    EXPECT_EQ(errorInfo<FilePath>([&] {
-                  files()->select(*channel_, {0x3F, 0x00, 0x12, 0x34});
-              }),
-              "3F00/1234");
+    const auto selectMissing = [&] { files()->select(*channel_, {0x3F, 0x00, 0x12, 0x34}); };
+    EXPECT_EQ(errorInfo<FilePath>(selectMissing), "3F00/1234");
     EXPECT_THROW(files()->select(*channel_, {0x50}), mw::IllegalArgumentException);
 }
 
@@ -349,8 +346,7 @@ TEST_P(PcscEventsTest, AnotherApplicationsResetIsFollowedAndItsTransactionReport
     // Its log-out waits for the card too, a bounded time.
     const auto start = std::chrono::steady_clock::now();
     loggingOut.reset();
-    EXPECT_LT(std::chrono::duration_cast<seconds>(std::chrono::steady_clock::now() - start).count(),
-              10);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, seconds(10));
     other->endTransaction();
     EXPECT_EQ(files()->read(*channel_, 0, 0), tokenInfo);
 }

@@ -1,6 +1,5 @@
-// What the host makes of a card's bytes and of its errors: the messages users see, whether an ATR
-// announces extended length, the sizes of an imported key's CRT components; the plugin loader's
-// failures and where it finds plugin.conf (loading the real plugin: PluginEndToEnd, e2e).
+// Error messages, ATR capabilities, CRT component sizes; the plugin loader's failures and where it
+// finds plugin.conf (loading the real plugin: PluginEndToEnd, e2e).
 #include "app/ApplicationException.hpp"
 #include "card/CardException.hpp"
 #include "card/crypto/spec/RsaPrivateCrtKeySpec.hpp"

@@ -1,5 +1,5 @@
-// The PC/SC transport over a scripted PC/SC layer linked in place of libpcsclite: what pcscd with
-// the virtual card never produces (resets at any point, odd answers and codes, stuck calls).
+// The PC/SC transport over a scripted layer in place of libpcsclite: what pcscd with the virtual
+// card never produces (resets at any point, odd answers and codes, stuck calls).
 #include "card/Apdu.hpp"
 #include "card/CardException.hpp"
 #include "host/pcsc/PcscTransport.hpp"

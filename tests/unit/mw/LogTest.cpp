@@ -1,5 +1,4 @@
-// The trace back end reads P15_TRACE once per process, so every case runs
-// its traced work in a forked child with its own environment and stderr.
+// P15_TRACE is read once per process: each case traces in a forked child of its own.
 #include "mw/Log.hpp"
 
 #include <cstdio>

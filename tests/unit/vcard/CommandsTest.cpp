@@ -1,5 +1,4 @@
-// The virtual card's commands: transport rules, PIN commands, the two profiles, file commands and
-// the card's limits; personalisation.
+// The virtual card's commands: transport, PINs, the two profiles, files, limits; personalisation.
 
 #include "CardTestSupport.hpp"
 #include "FreeHook.hpp"
@@ -354,8 +353,7 @@ TEST_F(FileCommands, CardLimitsAreTheImageLoadersAndWhatTheCardBuiltLoads) {
     EXPECT_LT(untilFull("80027FFF 820101"), 100u);
 }
 
-// EF(DIR) names the application, in the bytes any host's codec reads; two cards' EF(TokenInfo)
-// differ (their serials); options that do not fit are refused.
+// EF(DIR) names the application; two cards differ in their serials; unfit options are refused.
 TEST(Personalisation, DirNamesTheApplicationAndEachCardHasASerialOfItsOwn) {
     const auto read = [](const std::unique_ptr<VirtualCard>& card, const std::string& path) {
         EXPECT_EQ(sw(*card, "00A4080C " + path), 0x9000) << path;

@@ -26,7 +26,7 @@ std::string readText(const fs::path& path) {
 }
 
 void writeText(const fs::path& path, const std::string& text) {
-    std::ofstream(path, std::ios::binary) << text;
+    std::ofstream(path) << text;
 }
 
 /// A personalised card's image, card.json in directory "a" of a fresh temporary root.

@@ -1,5 +1,4 @@
-// p15-vcard-serve as its own process, against a loopback listener that speaks the driver's side
-// of the protocol (APDUs in general: every pcscd test).
+// p15-vcard-serve as its own process against a loopback listener speaking the driver's side.
 
 #include "CardTestSupport.hpp"
 
@@ -52,10 +51,8 @@ public:
 
     /// Bytes as they are, without a length in front unless framed.
     void send(const Bytes& payload, bool framed = true) {
-        const Bytes bytes =
-            framed
-                ? concat({std::uint8_t(payload.size() >> 8), std::uint8_t(payload.size())}, payload)
-                : payload;
+        const Bytes header = {std::uint8_t(payload.size() >> 8), std::uint8_t(payload.size())};
+        const Bytes bytes = framed ? concat(header, payload) : payload;
         ASSERT_EQ(::send(connection_, bytes.data(), bytes.size(), 0), ssize_t(bytes.size()));
     }
     Bytes receive() {
