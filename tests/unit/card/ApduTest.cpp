@@ -13,12 +13,8 @@ using mw::toHex;
 
 // getCase() numbers ISO cases 1 to 4 from 0, -1 for a malformed command.
 TEST(Apdu, CaseLcDataAndLeFollowFromTheLengths) {
-    const struct {
-        const char* hex;
-        int isoCase, lc;
-        const char* data;
-        int le;
-    } cases[] = {
+    // clang-format off
+    const struct { const char* hex; int isoCase, lc; const char* data; int le; } cases[] = {
         {"00840000", 0, -1, "", -1},
         {"00B0000000", 1, -1, "", 0}, // five bytes are always case 2
         {"00A4020C 02 9999", 2, 2, "9999", -1},
@@ -27,6 +23,7 @@ TEST(Apdu, CaseLcDataAndLeFollowFromTheLengths) {
         {"00A40400 01 010203", -1, -1, "", -1},
         {"00A40400 00 0102", -1, -1, "", -1},
     };
+    // clang-format on
     for (const auto& c : cases) {
         SCOPED_TRACE(c.hex);
         const Apdu command{fromHex(c.hex)};
@@ -40,23 +37,9 @@ TEST(Apdu, CaseLcDataAndLeFollowFromTheLengths) {
     EXPECT_EQ(noData.getCase(), 1);
     // Lc keeps only the low 8 bits of the length: 256 data bytes are no short APDU.
     EXPECT_EQ(Apdu(0x00, 0xD6, 0, 0, mw::ByteBuffer(256)).getCase(), -1);
-    // setLe appends an Le to a command without one and overwrites the one there.
-    Apdu select(0x00, 0xA4, 0x04, 0x00, fromHex("A000"));
-    select.setLe(0x00);
-    EXPECT_EQ(select.getCase(), 3);
-    select.setLe(0x7F);
-    EXPECT_EQ(toHex(select.bytes()), "00A4040002A0007F");
-    for (const char* hex : {"", "00", "00A404"}) { // the buffer's index error
-        const Apdu command{fromHex(hex)};
-        EXPECT_THROW(command.getCase(), mw::IndexException) << hex;
-        EXPECT_THROW(command.getLe(), mw::IndexException) << hex;
-        EXPECT_THROW(command.getData(), mw::IndexException) << hex;
-    }
 }
 
-// Families (61xx, 63Cx, 6Cxx), success, neighbours of listed words and the ends of the range have
-// no text of their own; the texts themselves: ErrorMessage.NamesCommandStatusWordTextAndNumber.
-TEST(StatusWord, IsReadFromTheLastTwoBytesAndOnlyExactValuesHaveAText) {
+TEST(StatusWord, IsReadFromTheLastTwoBytesOfAtLeastTwo) {
     EXPECT_EQ(card::statusWord(fromHex("0102 6A82")), 0x6A82);
     for (const char* hex : {"", "90"}) {
         try {
@@ -68,7 +51,4 @@ TEST(StatusWord, IsReadFromTheLastTwoBytesAndOnlyExactValuesHaveAText) {
             EXPECT_STREQ(text ? *text : "", "response shorter than a status word");
         }
     }
-    for (unsigned short sw : {0x6A8B, 0x6A8F, 0x9000, 0x6100, 0x61FF, 0x63C2, 0x6C10, 0x6280,
-                              0x6A00, 0x6F01, 0x0000, 0xFFFF})
-        EXPECT_STREQ(card::statusText(sw), "unknown error") << std::hex << sw;
 }

@@ -1,8 +1,7 @@
 // The plugin as a host sees it: loaded with dlopen, reached only through QueryPlugin, exceptions
-// caught by type across the library boundary. Loading, configuring and releasing the real plugin
-// through the host's loader: PluginEndToEnd (e2e).
-#include "app/pkcs15/P15ApplicationPlugin.hpp"
+// caught by type across the library boundary (the real plugin through the loader: PluginEndToEnd).
 #include "app/plugin/IConfigurationSource.hpp"
+#include "app/plugin/IPlugin.hpp"
 #include "app/plugin/PluginDescriptor.hpp"
 #include "card/CardException.hpp"
 
@@ -76,27 +75,6 @@ TEST(PluginBoundary, HostCatchesCardExceptionsThrownInsideAPlugin) {
             EXPECT_NE(text.find(shown), std::string::npos) << text;
         EXPECT_EQ(text.find("6A82"), std::string::npos) << text;
     }
-    try {
-        throwing->readersChanged();
-        ADD_FAILURE() << "not thrown";
-    } catch (const card::InvalidDataException& e) {
-        EXPECT_STREQ(e.what(), "invalid data exception");
-    }
     descriptor.destroy(throwing);
     dlclose(handle);
-}
-
-// A host may configure again at any time; a store without the file keeps what was read before,
-// an empty file clears it.
-TEST(P15ApplicationPlugin, LastSuppliedConfigurationWins) {
-    app::pkcs15::P15ApplicationPlugin plugin;
-    const std::string conf = "[Objects]\nwipeForce=1\n";
-    for (const auto& [supplied, kept] :
-         {std::pair<boost::optional<std::string>, std::string>{boost::none, ""},
-          {conf, conf},
-          {boost::none, conf},
-          {std::string(), ""}}) {
-        plugin.configure(Configuration(supplied));
-        EXPECT_EQ(plugin.configuration(), kept);
-    }
 }

@@ -1,6 +1,4 @@
-// A plugin library built only for tests, with the compile and link settings
-// of the real plugin. Its operations throw card exceptions from inside the
-// library so that the host side can check it catches them by type.
+// A plugin library built like the real one whose configure throws a card exception from inside.
 #include "app/plugin/IPlugin.hpp"
 #include "app/plugin/PluginDescriptor.hpp"
 #include "card/CardException.hpp"
@@ -14,9 +12,7 @@ public:
     void configure(const plugin::IConfigurationSource&) override {
         CARD_THROW(card::CardException() << card::Command("Select") << card::StatusCode(0x6A82));
     }
-    void readersChanged() override {
-        CARD_THROW(card::InvalidDataException() << card::ErrorText("malformed card data"));
-    }
+    void readersChanged() override {}
     void cardInserted() override {}
     void cardRemoved() override {}
 };

@@ -1,11 +1,8 @@
-// The card services against the card: file access, file system and PIN services in-process and
-// over PC/SC, and what a host's release leaves of its login; what only the in-process card shows
-// (commands per operation, removal mid-operation); what only a PC/SC reader shows (a reset from
-// outside, another application holding the card, pcscd restarting mid-work). A card taken out of
-// the reader: PcscSlotTest (pkcs11.pcsc).
+// The card services against the card, in-process and over PC/SC, and what only a reader shows.
 #include "CardFixture.hpp"
-#include "TestKeys.hpp"
 
+#include "card/crypto/spec/KeySpec.hpp"
+#include "card/service/FileCreationParams.hpp"
 #include "host/iso7816/Fcp.hpp"
 #include "host/pcsc/PcscContext.hpp"
 #include "host/pcsc/PcscTransport.hpp"
@@ -14,6 +11,8 @@
 
 #include <boost/make_shared.hpp>
 #include <chrono>
+#include <cryptopp/osrng.h>
+#include <cryptopp/rsa.h>
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
@@ -26,14 +25,57 @@ namespace hosttest {
 namespace {
 
 using namespace card::service;
-using Fault = vcard::Instrumentation::Fault;
+
+SecurityConditionPtr always() {
+    return boost::make_shared<AlwaysSecurityCondition>();
+}
+SecurityConditionPtr pinVerified(unsigned char reference) {
+    return boost::make_shared<PinRefSecurityCondition>(pinReference(reference));
+}
+AccessConditions grant(unsigned short modes, SecurityConditionPtr condition) {
+    return {AccessCondition{modes, std::move(condition)}};
+}
+
+KeyRef keyRef(unsigned char kid, unsigned short bits, unsigned char filePrefix) {
+    KeyRef key;
+    key.keyReference = static_cast<unsigned char>(0x80 | kid);
+    key.modulusBits = bits;
+    key.fileId = mw::ByteBuffer{filePrefix, kid};
+    return key;
+}
+
+// `message` enciphered with PKCS#1 v1.5 (block type 2) under the public key.
+mw::ByteBuffer encipher(const card::crypto::spec::RsaPublicKeySpec& key,
+                        const mw::ByteBuffer& message) {
+    const auto integer = [](const mw::ByteBuffer& bytes) {
+        return CryptoPP::Integer(bytes.data(), bytes.size());
+    };
+    CryptoPP::RSA::PublicKey publicKey;
+    publicKey.Initialize(integer(key.getModulus()), integer(key.getPublicExponent()));
+    CryptoPP::RSAES_PKCS1v15_Encryptor encryptor(publicKey);
+    CryptoPP::AutoSeededRandomPool rng;
+    mw::ByteBuffer cryptogram(encryptor.CiphertextLength(message.size()));
+    encryptor.Encrypt(rng, message.data(), message.size(), cryptogram.data());
+    return cryptogram;
+}
+
+// What the card exception `work` throws carries as `Info` ("(none)": nothing; "": no exception).
+template <class Info, class Work> std::string errorInfo(const Work& work) {
+    try {
+        work();
+    } catch (const card::CardException& e) {
+        const auto* value = boost::get_error_info<Info>(e);
+        return value ? std::string(*value) : "(none)";
+    }
+    return "";
+}
+
 using std::chrono::seconds;
 
 mw::ByteBuffer pattern(std::size_t length, unsigned char seed) {
     mw::ByteBuffer bytes(length);
-    for (std::size_t i = 0; i < length; ++i) {
+    for (std::size_t i = 0; i < length; ++i)
         bytes.data()[i] = static_cast<unsigned char>(seed + i * 7);
-    }
     return bytes;
 }
 
@@ -47,8 +89,7 @@ protected:
         return path;
     }
 
-    // The PIN service of another host on this test's card, whose transport lets go of the card
-    // with `onRelease` when the channel goes.
+    // The PIN service of another host on this card, letting go of it with `onRelease`.
     std::pair<boost::shared_ptr<host::Channel>, boost::shared_ptr<IPinManagementService>>
     anotherHost(host::OnRelease onRelease) const {
         std::unique_ptr<card::ICardTransport> transport;
@@ -70,9 +111,7 @@ protected:
 };
 
 // Every path form reaches the same file, a read from an offset takes the rest of it, and a failure
-// names the file it was about. Slices and the last byte:
-// AnFfffByteFileIsReadAndUpdatedToItsLastByte; the card's answers past the end:
-// FileCommands.RefusalsOfSelectReadAndUpdateBinary (vcard).
+// names the file it was about.
 TEST_P(FileServicesTest, PathFormsSlicesAndFailuresOfReadingAFile) {
     files()->select(*channel_, {0x3F, 0x00, 0x50, 0x15, 0x50, 0x32});
     const mw::ByteBuffer whole = files()->read(*channel_, 0, 0);
@@ -88,15 +127,12 @@ TEST_P(FileServicesTest, PathFormsSlicesAndFailuresOfReadingAFile) {
     using host::iso7816::FilePath;
     EXPECT_EQ(errorInfo<FilePath>([&] { files()->read(*channel_, 8, 1); }), "3F00/5015/9999");
     EXPECT_TRUE(files()->read(*channel_, 8, 0).empty());
-    EXPECT_EQ(errorInfo<FilePath>([&] {
-                  files()->select(*channel_, {0x3F, 0x00, 0x12, 0x34});
-              }),
-              "3F00/1234");
+    const auto selectMissing = [&] { files()->select(*channel_, {0x3F, 0x00, 0x12, 0x34}); };
+    EXPECT_EQ(errorInfo<FilePath>(selectMissing), "3F00/1234");
     EXPECT_THROW(files()->select(*channel_, {0x50}), mw::IllegalArgumentException);
 }
 
-// The largest EF, across the 7FFF/8000 line between offsets in P1-P2 and
-// offset objects, and at chunk edges of both forms.
+// The largest EF, across the 7FFF/8000 line of offsets in P1-P2 and objects, at chunk edges.
 TEST_P(FileServicesTest, AnFfffByteFileIsReadAndUpdatedToItsLastByte) {
     const mw::ByteBuffer path =
         createFile(0x93, 0xFFFF, {{AccessRead, always()}, {AccessUpdate, always()}});
@@ -106,18 +142,15 @@ TEST_P(FileServicesTest, AnFfffByteFileIsReadAndUpdatedToItsLastByte) {
     EXPECT_EQ(files()->size(*channel_), 0xFFFFu);
     EXPECT_EQ(files()->read(*channel_, 0, 0), content);
 
-    const struct {
-        std::size_t offset;
-        std::size_t length;
-    } ranges[] = {{1, 255},    {1, 256},        {1, 510},        {1, 513},    {0x7FFF, 1},
-                  {0x8000, 1}, {0x7F80, 0x100}, {0x8000, 0x200}, {0xFFFE, 1}, {0xFE00, 0x1FF}};
+    const std::pair<std::size_t, std::size_t> ranges[] = {
+        {1, 255},    {1, 256},        {1, 510},        {1, 513},    {0x7FFF, 1},
+        {0x8000, 1}, {0x7F80, 0x100}, {0x8000, 0x200}, {0xFFFE, 1}, {0xFE00, 0x1FF}};
     mw::ByteBuffer expected = content;
-    for (const auto& range : ranges) {
-        const mw::ByteBuffer part =
-            pattern(range.length, static_cast<unsigned char>(range.offset + range.length));
-        files()->update(*channel_, range.offset, part);
-        std::copy(part.begin(), part.end(), expected.begin() + range.offset);
-        EXPECT_EQ(files()->read(*channel_, range.offset, range.length), part) << range.offset;
+    for (const auto& [offset, length] : ranges) {
+        const mw::ByteBuffer part = pattern(length, static_cast<unsigned char>(offset + length));
+        files()->update(*channel_, offset, part);
+        std::copy(part.begin(), part.end(), expected.begin() + offset);
+        EXPECT_EQ(files()->read(*channel_, offset, length), part) << offset;
     }
     EXPECT_EQ(files()->read(*channel_, 0, 0), expected) << "nothing around the ranges changes";
     EXPECT_EQ(files()->read(*channel_, 0xFFFE, 0), expected.get(0xFFFE, 1));
@@ -129,8 +162,8 @@ TEST_P(FileServicesTest, AnFfffByteFileIsReadAndUpdatedToItsLastByte) {
     EXPECT_CARD_ERROR(files()->select(*channel_, path), "Select", 0x6A82);
 }
 
-// The card enforces the AND and NOT conditions files are created with, deletion as update; a
-// verified PIN's status answer has no count, an unknown PIN's is 6A88.
+// The card enforces the AND, OR and NOT conditions files are created with, deletion as update; a
+// verified PIN's status answer has no count.
 TEST_P(FileServicesTest, CreatedConditionsAreEnforcedByTheCard) {
     const SecurityConditionPtr userAndSo = boost::make_shared<AndSecurityCondition>(
         SecurityConditionList{pinVerified(0x01), pinVerified(0x03)});
@@ -142,7 +175,6 @@ TEST_P(FileServicesTest, CreatedConditionsAreEnforcedByTheCard) {
     const PinInfo so = pins()->getPinInfo(*channel_, pinReference(0x03));
     EXPECT_EQ(so.state, PinInfo::Verified);
     EXPECT_EQ(so.triesLeft, PinInfo::UnknownTries);
-    EXPECT_CARD_ERROR(pins()->getPinInfo(*channel_, pinReference(0x0A)), "Verify", 0x6A88);
     files()->update(*channel_, 0, data);
     // Past the end the card refuses the whole update (6A84), leaving the file as it was.
     EXPECT_CARD_ERROR(files()->update(*channel_, 8, pattern(9, 9)), "Update Binary", 0x6A84);
@@ -156,13 +188,21 @@ TEST_P(FileServicesTest, CreatedConditionsAreEnforcedByTheCard) {
 
     const SecurityConditionPtr userAbsent =
         boost::make_shared<NotSecurityCondition>(pinVerified(0x01));
-    const mw::ByteBuffer inverted =
-        createFile(0x92, 4, {{AccessRead, userAbsent}, {AccessUpdate, always()}});
+    const SecurityConditionPtr soOrPuk = boost::make_shared<OrSecurityCondition>(
+        SecurityConditionList{pinVerified(0x03), pinVerified(0x02)});
+    // Two grants of one mode are alternatives: update after the user PIN, or the SO PIN or PUK.
+    const mw::ByteBuffer inverted = createFile(
+        0x92, 4,
+        {{AccessRead, userAbsent}, {AccessUpdate, pinVerified(0x01)}, {AccessUpdate, soOrPuk}});
     EXPECT_CARD_ERROR(files()->read(*channel_, 0, 4), "Read Binary", 0x6982);
+    files()->update(*channel_, 0, data.get(0, 4));
     pins()->deauthenticate(*channel_, pinReference(0x01));
     files()->select(*channel_, inverted);
-    EXPECT_EQ(files()->read(*channel_, 0, 0), mw::ByteBuffer(4));
+    EXPECT_EQ(files()->read(*channel_, 0, 0), data.get(0, 4));
+    EXPECT_CARD_ERROR(files()->update(*channel_, 0, data.get(0, 4)), "Update Binary", 0x6982);
+    pins()->authenticate(*channel_, pinReference(0x03), paddedPin(soPin));
     fileSystem()->deleteFile(*channel_, inverted);
+    pins()->deauthenticate(*channel_, pinReference(0x03));
 }
 
 // Another host verifies the user PIN and lets go of the card: the login ends with it (a reset)
@@ -195,59 +235,52 @@ protected:
     }
 };
 
-// The file selected already is not selected again, in any path form, unless a deletion in its DF
-// may have moved the card's current file. The commands of each operation through the plugin:
-// bench_apdu_economy; chained updates at the chunk edges:
-// AnFfffByteFileIsReadAndUpdatedToItsLastByte.
-TEST_P(InProcessCardTest, SelectionIsSentOnlyWhenTheCurrentFileChanges) {
+// The file selected already is selected again after a deletion in its DF, which may have moved
+// the card's current file. (Selections saved: bench_apdu_economy.)
+TEST_P(InProcessCardTest, ADeletionInTheCurrentDfEndsTheKnownSelection) {
     verifyUserPin();
     const mw::ByteBuffer scratch{0x0D, 0x82};
     fileSystem()->createFile(
         *channel_, DataObjectCreateParams(scratch, 16, grant(AccessRead | AccessUpdate, always())));
     files()->select(*channel_, {0x50, 0x32});
-    EXPECT_EQ(commandsOf([&] {
-                  files()->select(*channel_, {0x3F, 0x00, 0x50, 0x15, 0x50, 0x32});
-              }),
-              0u);
     fileSystem()->deleteFile(*channel_, scratch);
-    EXPECT_EQ(commandsOf([&] { files()->select(*channel_, {0x50, 0x32}); }), 1u);
+    files()->select(*channel_, {0x3F, 0x00, 0x50, 0x15, 0x50, 0x32});
     EXPECT_EQ(files()->read(*channel_, 0, 1).size(), 1u);
 }
 
-TEST_P(InProcessCardTest, LongAnswersAndChainedCryptogramsOf2048BitKeys) {
-    const KeyRef privateKey = keyRef(0x0D, 2048, 0x0E);
-    const KeyRef publicKey = keyRef(0x0D, 2048, 0x0F);
+// The last key reference, FF, reaches GENERATE, MSE and its key files (0E7F/0F7F, never 0EFF)
+// whole; 7F (no top bit) and a key file on a longer path are refused before anything is sent. A
+// 2048-bit key's public key and cryptograms take two short APDUs each.
+TEST_P(InProcessCardTest, KeyReferencesReachTheCardWholeToTheLastOne) {
+    KeyRef last = keyRef(0x7F, 2048, 0x0E);
+    const KeyRef lastPublic = keyRef(0x7F, 2048, 0x0F);
     verifyUserPin();
     fileSystem()->createFile(
-        *channel_,
-        PrivateKeyCreateParams(privateKey, grant(AccessUpdate | AccessExecute, always())));
+        *channel_, PrivateKeyCreateParams(last, grant(AccessUpdate | AccessExecute, always())));
     fileSystem()->createFile(
-        *channel_, PublicKeyCreateParams(publicKey, grant(AccessRead | AccessUpdate, always())));
-
+        *channel_, PublicKeyCreateParams(lastPublic, grant(AccessRead | AccessUpdate, always())));
     boost::optional<card::crypto::spec::RsaPublicKeySpec> generated;
-    EXPECT_EQ(
-        commandsOf([&] { generated = keys()->generateKeyPair(*channel_, privateKey, publicKey); }),
-        apdus(2, 1)); // short: GENERATE, GET RESPONSE
+    EXPECT_EQ(commandsOf([&] { generated = keys()->generateKeyPair(*channel_, last, lastPublic); }),
+              apdus(2, 1)); // short: GENERATE, GET RESPONSE
     ASSERT_TRUE(generated);
-
+    EXPECT_EQ(keys()->readPublicKey(*channel_, last).getModulus(), generated->getModulus());
     const auto cipher = crypto()->getCipher("1.2.840.113549.1.1.1");
-    cipher->init(*channel_, privateKey, ICardKeyOperation::Decipher);
-    const mw::ByteBuffer message{1, 2, 3, 4, 5};
-    const mw::ByteBuffer cryptogram = encipher(*generated, message);
+    cipher->init(*channel_, last, ICardKeyOperation::Decipher);
+    const mw::ByteBuffer message{1, 2, 3, 4, 5}, cryptogram = encipher(*generated, message);
     EXPECT_EQ(commandsOf([&] { EXPECT_EQ(cipher->decipher(*channel_, cryptogram), message); }),
               apdus(2, 1)); // short: 00 || 256 bytes in two parts
-}
-
-TEST_P(InProcessCardTest, KeyCommandsSelectTheApplicationOnlyWhenOutsideIt) {
-    const KeyRef key = keyRef(0x01, 1024, 0x0E);
-    const auto signer = crypto()->getSignature("1.2.840.113549.1.1.1");
-    const auto init = [&] {
-        EXPECT_CARD_ERROR(signer->init(*channel_, key, ICardKeyOperation::Sign),
-                          "Manage Security Environment", 0x6A88);
-    };
-    EXPECT_EQ(commandsOf(init), 1u);
-    files()->select(*channel_, {0x3F, 0x00, 0x2F, 0x00});
-    EXPECT_EQ(commandsOf(init), 2u);
+    last.fileId.clear();    // named by the reference alone
+    keys()->removePrivateKey(*channel_, last);
+    EXPECT_CARD_ERROR(files()->select(*channel_, {0x0E, 0x7F}), "Select", 0x6A82);
+    last.keyReference = 0x7F;
+    EXPECT_EQ(
+        commandsOf([&] {
+            EXPECT_THROW(keys()->removePublicKey(*channel_, last), mw::IllegalArgumentException);
+            last.keyReference = 0x81;
+            last.fileId = {0x3F, 0x00, 0x50, 0x15, 0x4B, 0x01};
+            EXPECT_THROW(keys()->removePublicKey(*channel_, last), mw::IllegalArgumentException);
+        }),
+        0u);
 }
 
 // 6Cxx to a command without Le must not get the command (and its PIN) sent again.
@@ -268,83 +301,57 @@ TEST_P(InProcessCardTest, WrongLengthIsNeverRepeatedForPinCommands) {
     EXPECT_EQ(pins()->getPinInfo(*channel_, user).state, PinInfo::NotVerified);
 }
 
-TEST_P(InProcessCardTest, CardRemovedInTheMiddleOfAReadIsAClearError) {
-    files()->select(*channel_, {0x44, 0x04});
-    virtualCard_->instrumentation().injectFault(apdus(5, 1), Fault::CardRemoved);
-    EXPECT_CARD_ERROR(files()->read(*channel_, 0, 0), "Read Binary", 0); // no status word
-    // The card stays away: the next command fails the same way at once.
-    EXPECT_EQ(errorInfo<card::ErrorText>([&] {
-                  files()->select(*channel_, {0x50, 0x31});
-              }),
-              "card removed");
-}
-
 INSTANTIATE_TEST_SUITE_P(VirtualCard, InProcessCardTest,
                          ::testing::Values(TransportKind::InProcess, TransportKind::InProcessShort),
                          transportName);
 
+// Waits one second for another application's transaction, not ten.
 class PcscEventsTest : public CardTest {
 protected:
     void SetUp() override {
+        setenv("P15_TRANSACTION_TIMEOUT", "1", 1);
         CardTest::SetUp();
-        if (IsSkipped()) {
+        if (IsSkipped())
             return;
-        }
         context_ = std::make_unique<host::PcscContext>();
         const char* chosen = std::getenv("P15_READER"); // the reader the fixture's card is in
         reader_ = host::connectReader(chosen ? chosen : "Virtual PCD", seconds(10),
                                       host::OnRelease::KeepLogin)
                       ->reader();
     }
+    void TearDown() override { unsetenv("P15_TRANSACTION_TIMEOUT"); }
 
     // Made in SetUp: without pcscd there is none, and the test skips.
     std::unique_ptr<host::PcscContext> context_;
     std::string reader_;
 };
 
-TEST_P(PcscEventsTest, CardResetByAnotherApplicationIsReconnectedAndReselected) {
+// Another application's warm reset drops the PIN and goes to the MF: the host reconnects and reads
+// on from its file. Another application's transaction is a clear error until released.
+TEST_P(PcscEventsTest, AnotherApplicationsResetIsFollowedAndItsTransactionReported) {
     files()->select(*channel_, {0x50, 0x32});
     const mw::ByteBuffer tokenInfo = files()->read(*channel_, 0, 0);
     verifyUserPin();
-    // Another application's handle, released with a warm reset.
     host::connectReader(reader_, seconds(10), host::OnRelease::LogOut).reset();
-    // The reset dropped the PIN and went to the MF; the host reads on from its file.
     EXPECT_EQ(files()->read(*channel_, 0, 0), tokenInfo);
     EXPECT_EQ(pins()->getPinInfo(*channel_, pinReference(0x01)).state, PinInfo::NotVerified);
-}
-
-// Waits one second for another application's transaction, not ten.
-class PcscContentionTest : public PcscEventsTest {
-protected:
-    void SetUp() override {
-        setenv("P15_TRANSACTION_TIMEOUT", "1", 1);
-        PcscEventsTest::SetUp();
-    }
-    void TearDown() override { unsetenv("P15_TRANSACTION_TIMEOUT"); }
 
     const std::string inUse = "card in use by another application: no transaction after 1 s";
-};
-
-TEST_P(PcscContentionTest, CardHeldByAnotherApplicationIsAClearErrorUntilReleased) {
-    files()->select(*channel_, {0x50, 0x32});
-    const mw::ByteBuffer tokenInfo = files()->read(*channel_, 0, 0);
     auto loggingOut = host::connectReader(reader_, seconds(10), host::OnRelease::LogOut);
     const auto other = host::connectReader(reader_, seconds(10), host::OnRelease::KeepLogin);
-    other->beginTransaction(); // another application's handle holds the card
+    other->beginTransaction();
     // The first wait is for a transaction, the second for a new connection.
     EXPECT_EQ(errorInfo<card::ErrorText>([&] { files()->read(*channel_, 0, 0); }), inUse);
     EXPECT_EQ(errorInfo<card::ErrorText>([&] { files()->read(*channel_, 0, 0); }), inUse);
     // Its log-out waits for the card too, a bounded time.
     const auto start = std::chrono::steady_clock::now();
     loggingOut.reset();
-    EXPECT_LT(std::chrono::duration_cast<seconds>(std::chrono::steady_clock::now() - start).count(),
-              10);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, seconds(10));
     other->endTransaction();
     EXPECT_EQ(files()->read(*channel_, 0, 0), tokenInfo);
 }
 
-// Stops what the pcscd fixture started (the bridge, pcscd) and, when done, starts them again
-// for later PC/SC tests.
+// Stops what the pcscd fixture started (the bridge, pcscd) and starts them again for later tests.
 class PcscRemovalTest : public PcscEventsTest {
 protected:
     void SetUp() override {
@@ -354,7 +361,10 @@ protected:
         }
         PcscEventsTest::SetUp();
     }
-    void TearDown() override { startStopped(); }
+    void TearDown() override {
+        startStopped();
+        PcscEventsTest::TearDown();
+    }
 
     void stop(const std::string& name) {
         pid_t pid = 0;
@@ -363,9 +373,8 @@ protected:
         ASSERT_EQ(kill(pid, SIGTERM), 0);
         stopped_.push_back(name);
         // pcscd must be gone before another can take its socket.
-        for (int i = 0; i < 100 && !ended(pid); ++i) {
+        for (int i = 0; i < 100 && !ended(pid); ++i)
             std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        }
         ASSERT_TRUE(ended(pid)) << name;
     }
     // In the reverse order: pcscd before the bridge that connects to it.
@@ -377,9 +386,9 @@ protected:
                                       "echo $! >\"" + state_ + "/" + *name + ".pid\"";
             ASSERT_EQ(std::system(start.c_str()), 0);
         }
-        if (!stopped_.empty()) {
+        if (!stopped_.empty()) { // a client of its own: one that pcscd knew stays cut off
             stopped_.clear();
-            EXPECT_TRUE(cardReturns(seconds(10)));
+            EXPECT_EQ(std::system("\"${P15_PCSC_WAIT:-pcsc-wait-card}\" 10"), 0);
         }
     }
 
@@ -391,21 +400,6 @@ private:
         std::string id, name, state;
         return !(stat >> id >> name >> state) || state == "Z";
     }
-    // A client of its own: one that pcscd knew before a restart stays cut off.
-    bool cardReturns(seconds wait) const {
-        const auto deadline = std::chrono::steady_clock::now() + wait;
-        do {
-            try {
-                if (host::PcscContext().waitForCard(reader_, seconds(1))) {
-                    return true;
-                }
-            } catch (const card::CardException&) {
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(200));
-        } while (std::chrono::steady_clock::now() < deadline);
-        return false;
-    }
-
     std::vector<std::string> stopped_;
 };
 
@@ -425,8 +419,6 @@ TEST_P(PcscRemovalTest, RestartedPcscdIsAClearErrorThenConnectsAgain) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Reader, PcscEventsTest, ::testing::Values(TransportKind::Pcsc),
-                         transportName);
-INSTANTIATE_TEST_SUITE_P(Reader, PcscContentionTest, ::testing::Values(TransportKind::Pcsc),
                          transportName);
 INSTANTIATE_TEST_SUITE_P(Reader, PcscRemovalTest, ::testing::Values(TransportKind::Pcsc),
                          transportName);

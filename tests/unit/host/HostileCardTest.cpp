@@ -1,10 +1,8 @@
 // A hostile card, scripted: bad answers end in clear exceptions, never a hang or crash.
 #include "CardFixture.hpp"
-#include "TestKeys.hpp"
 
 #include "card/Apdu.hpp"
 #include "host/iso7816/Fcp.hpp"
-#include "host/iso7816/SecurityAttributes.hpp"
 #include "mw/Hex.hpp"
 
 #include <algorithm>
@@ -31,13 +29,11 @@ public:
     ByteBuffer getAtr() const override { return {0x3B, 0x00}; }
     boost::shared_ptr<ByteBuffer> transmit(const card::Apdu& command) const override {
         sent_.push_back(command.bytes());
-        if (script_.empty()) {
+        if (script_.empty())
             return nullptr;
-        }
         auto answer = boost::make_shared<ByteBuffer>(script_.front());
-        if (script_.size() > 1) {
+        if (script_.size() > 1)
             script_.pop_front();
-        }
         return answer;
     }
     void beginTransaction() const override {}
@@ -63,8 +59,7 @@ protected:
         sent_.clear();
     }
 
-    // Runs `operation`, expects card::InvalidDataException for `command`;
-    // returns its text and the file it names.
+    // Expects card::InvalidDataException for `command` from `operation`; its text and file.
     template <class Operation>
     std::pair<std::string, std::string> expectInvalidData(const Operation& operation,
                                                           const char* command) {
@@ -99,9 +94,8 @@ protected:
         service<card::service::IAsymmetricKeyManagementService>("AsymmetricKeyManagementService");
 };
 
-// Every parser of card answers (FCP, wrapped READ BINARY, 7F49 key template, algorithm list) and
-// the framing itself: answers too short, too long, or with nested lengths overrunning their
-// template fail their command as invalid data, never read past the answer.
+// Every parser of card answers (FCP, wrapped READ BINARY, 7F49, algorithm list) and the framing:
+// answers too short, too long or overrunning their template are invalid data, never read past.
 TEST_F(HostileCardTest, MalformedAnswersFailTheirCommandAsInvalidData) {
     const std::string threeBytes = "6207 80020003 820101 9000",
                       largest = "6207 8002FFFF 820101 9000";
@@ -112,19 +106,13 @@ TEST_F(HostileCardTest, MalformedAnswersFailTheirCommandAsInvalidData) {
     Operation read8000 = [&] { selectFile(), files_->read(*channel_, 0x8000, 1); };
     Operation algorithms = [&] { host::iso7816::Card(channel_).getAlgorithms(); };
     Operation selectApplication = [&] { card_->selectApplication(*channel_, pkcs15Aid()); };
-    Operation publicKey = [&] { keys_->readPublicKey(*channel_, keyRef(1, 1024, 0x0F)); };
+    Operation publicKey = [&] { keys_->readPublicKey(*channel_, card::service::KeyRef()); };
     const char* const tlv = "malformed TLV data from the card";
-    const char* const otherFid = "FCP with another file identifier than selected";
-    const char* const key = "Generate Asymmetric Key Pair";
-    const char* const readBinary = "Read Binary";
-    const struct {
-        std::vector<std::string> answers;
-        Operation& operation;
-        const char* command;
-        const char* text; // checked with the file it names when given
-    } cases[] = {
-        {{"90"}, select, "Select", nullptr},            // a one-byte answer
-        {{}, select, "Select", nullptr},                // no answer at all
+    // The card's answers, the operation, the command it fails, the text (and a SELECT's file).
+    // clang-format off
+    const struct { std::vector<std::string> answers; Operation& operation; const char* command; const char* text; } cases[] = {
+        {{"90"}, select, "Select", "card answer shorter than a status word"}, // a one-byte answer
+        {{}, select, "Select", nullptr}, // no answer at all
         {{"01 6100"}, select, "Get Response", nullptr}, // an answer that never ends
         {{"6205 82 9000"}, select, "Select", tlv},
         {{"6203 8203010000 9000"}, select, "Select", tlv},
@@ -132,33 +120,32 @@ TEST_F(HostileCardTest, MalformedAnswersFailTheirCommandAsInvalidData) {
         {{"6204 83025031 9000"}, select, "Select", "FCP without a file descriptor"},
         {{"6208 8003000020 820101 9000"}, select, "Select", "FCP with a malformed file size"},
         {{"6206 820101 830150 9000"}, select, "Select", "FCP with a malformed file identifier"},
-        {{"6207 820101 83025032 9000"}, select, "Select", otherFid},
+        {{"6207 820101 83025032 9000"}, select, "Select", "FCP with another file identifier than selected"},
         {{"6203 820101 00 9000"}, select, "Select", "FCP followed by other data"},
-        {{"6203 820101 9000"}, selectMf, "Select", nullptr},          // the MF as an EF
+        {{"6203 820101 9000"}, selectMf, "Select", nullptr}, // the MF as an EF
         {{"6203 820101 9000"}, selectApplication, "Select", nullptr}, // an EF as the application
         // READ BINARY of a 3-byte EF answered with 2 or 4 bytes.
-        {{threeBytes, "0102 9000"}, readAll, readBinary, nullptr},
-        {{threeBytes, "01020304 9000"}, readAll, readBinary, nullptr},
+        {{threeBytes, "0102 9000"}, readAll, "Read Binary", nullptr},
+        {{threeBytes, "01020304 9000"}, readAll, "Read Binary", nullptr},
         // Beyond 7FFF: another object, a longer or shorter one, or one overrunning the answer.
-        {{largest, "7301AB 9000"}, read8000, readBinary, nullptr},
-        {{largest, "5302ABCD 9000"}, read8000, readBinary, nullptr},
-        {{largest, "5300 9000"}, read8000, readBinary, nullptr},
-        {{largest, "5300AB 9000"}, read8000, readBinary, nullptr},
-        {{largest, "5302AB 9000"}, read8000, readBinary, nullptr},
-        {{largest, "AB 9000"}, read8000, readBinary, nullptr},
-        // Algorithm lists: an empty or cut OID, an OID overrunning the list, a list overrunning
-        // the answer.
+        {{largest, "7301AB 9000"}, read8000, "Read Binary", nullptr},
+        {{largest, "5302ABCD 9000"}, read8000, "Read Binary", nullptr},
+        {{largest, "5300 9000"}, read8000, "Read Binary", nullptr},
+        {{largest, "5300AB 9000"}, read8000, "Read Binary", nullptr},
+        {{largest, "5302AB 9000"}, read8000, "Read Binary", nullptr},
+        {{largest, "AB 9000"}, read8000, "Read Binary", nullptr},
+        // Algorithm lists: an empty or cut OID, an OID overrunning the list, a list overrunning the answer.
         {{"A002 0600 9000"}, algorithms, "Get Data", nullptr},
         {{"A003 060181 9000"}, algorithms, "Get Data", nullptr},
         {{"A003 06052B 9000"}, algorithms, "Get Data", tlv},
         {{"A005 06012B 9000"}, algorithms, "Get Data", tlv},
-        // 7F49 without an exponent, with a 4-byte length, overrun by its exponent, overrunning
-        // the answer.
-        {{"7F4903 8101C5 9000"}, publicKey, key, nullptr},
-        {{"7F4984000000 01 9000"}, publicKey, key, nullptr},
-        {{"7F4906 8101C5 820301 9000"}, publicKey, key, tlv},
-        {{"7F4909 8101C5 820103 9000"}, publicKey, key, tlv},
+        // 7F49 without an exponent, with a 4-byte length, overrun by its exponent, overrunning the answer.
+        {{"7F4903 8101C5 9000"}, publicKey, "Generate Asymmetric Key Pair", nullptr},
+        {{"7F4984000000 01 9000"}, publicKey, "Generate Asymmetric Key Pair", nullptr},
+        {{"7F4906 8101C5 820301 9000"}, publicKey, "Generate Asymmetric Key Pair", tlv},
+        {{"7F4909 8101C5 820103 9000"}, publicKey, "Generate Asymmetric Key Pair", tlv},
     };
+    // clang-format on
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::PrintToString(c.answers));
         play({});
@@ -175,9 +162,8 @@ TEST_F(HostileCardTest, MalformedAnswersFailTheirCommandAsInvalidData) {
     }
 }
 
-// Only 9000, 63Cx and 6983 are a PIN state (what they tell: the PIN suites of p15tool and pkcs11).
-// Any other answer leaves every PIN of the session unknown without asking again: some cards count
-// the query.
+// Only 9000, 63Cx and 6983 are a PIN state. Any other answer leaves every PIN of the session
+// unknown without asking again: some cards count the query.
 TEST_F(HostileCardTest, PinStatusOnlyFromTheAnswersThatDefineIt) {
     using card::service::IPinManagementService;
     using card::service::PinInfo;
@@ -187,8 +173,8 @@ TEST_F(HostileCardTest, PinStatusOnlyFromTheAnswersThatDefineIt) {
         const auto pins = boost::dynamic_pointer_cast<IPinManagementService>(
             card.getInterface("PinManagementService"));
         answer({sw, "9000"});
-        EXPECT_EQ(pins->getPinInfo(*channel_, pinReference(0x01)).state, PinInfo::Unknown);
-        EXPECT_EQ(pins->getPinInfo(*channel_, pinReference(0x02)).state, PinInfo::Unknown);
+        for (unsigned char reference : {0x01, 0x02})
+            EXPECT_EQ(pins->getPinInfo(*channel_, pinReference(reference)).state, PinInfo::Unknown);
         EXPECT_EQ(sent_.size(), 1u) << sw;
     }
     // Whatever the status word, a card that refuses the GET DATA lists nothing.
@@ -228,36 +214,6 @@ TEST_F(HostileCardTest, WrongLeAndGetResponseAreFollowed) {
     EXPECT_EQ(sent_[2], fromHex("00B0000005"));
 }
 
-// The last key reference, FF, reaches MSE, GENERATE and the key file (0E7F) whole; 7F, the one
-// just below the first reference with the top bit, names no key file and sends nothing.
-TEST_F(HostileCardTest, KeyReferencesReachTheCardWholeToTheLastOne) {
-    card::service::KeyRef last;
-    last.keyReference = 0xFF;
-    last.modulusBits = 1024;
-    play({"6A88", "9000"}); // the card lists no algorithms
-    service<card::service::ICryptographyService>("CryptographyService")
-        ->getSignature("1.2.840.113549.1.1.1")
-        ->init(*channel_, last, card::service::ICardKeyOperation::Sign);
-    EXPECT_EQ(sent_.back().get(0, 8), fromHex("002241B6 03 8401FF"));
-    answer({"7F4906 8101C5 820103 9000"});
-    keys_->generateKeyPair(*channel_, last, last);
-    keys_->readPublicKey(*channel_, last);
-    ASSERT_EQ(sent_.size(), 2u);
-    EXPECT_EQ(sent_[0].get(0, 4), fromHex("004600FF"));
-    EXPECT_EQ(sent_[1].get(0, 4), fromHex("004601FF"));
-    answer({"9000"});
-    keys_->removePrivateKey(*channel_, last);
-    EXPECT_EQ(sent_.back(), fromHex("00E40000 02 0E7F"));
-
-    last.keyReference = 0x7F;
-    sent_.clear();
-    EXPECT_THROW(keys_->removePublicKey(*channel_, last), mw::IllegalArgumentException);
-    last.keyReference = 0x81; // nor does a longer path for its file
-    last.fileId = fromHex("3F00 5015 4B01");
-    EXPECT_THROW(keys_->removePublicKey(*channel_, last), mw::IllegalArgumentException);
-    EXPECT_TRUE(sent_.empty());
-}
-
 TEST_F(HostileCardTest, ChainedCommandStopsAtTheFirstRefusedPart) {
     play({"6884"});
     EXPECT_CARD_ERROR(files_->update(*channel_, 0, ByteBuffer(600)), "Update Binary", 0x6884);
@@ -269,20 +225,6 @@ TEST_F(HostileCardTest, ChainedCommandStopsAtTheFirstRefusedPart) {
     play({"9000", "6C10"});
     EXPECT_CARD_ERROR(files_->update(*channel_, 0, ByteBuffer(300)), "Update Binary", 0x6C10);
     EXPECT_EQ(sent_.size(), 2u);
-}
-
-TEST(SecurityAttributesTest, ModesBecomeTheProfilesExpressions) {
-    using namespace card::service;
-    const SecurityConditionPtr userOrSo = boost::make_shared<OrSecurityCondition>(
-        SecurityConditionList{pinVerified(0x01), pinVerified(0x03)});
-    const ByteBuffer encoded =
-        host::iso7816::encodeSecurityAttributes({{AccessRead, always()}, {AccessUpdate, userOrSo}});
-    // Read always; update and delete (which follows update) after PIN 01 or PIN 03.
-    EXPECT_EQ(encoded, fromHex("A118 A0029000 A108 AE06 880101 880103 A208 AE06 880101 880103"));
-    // Two grants of one mode are alternatives; no grant at all is "never".
-    const ByteBuffer use = host::iso7816::encodeSecurityAttributes(
-        {{AccessExecute, pinVerified(0x01)}, {AccessExecute | AccessRead, pinVerified(0x02)}});
-    EXPECT_EQ(use, fromHex("A10F A003 880102 A308 AE06 880101 880102"));
 }
 
 } // namespace

@@ -1,5 +1,5 @@
-// The PC/SC transport over a scripted PC/SC layer linked in place of libpcsclite: what pcscd with
-// the virtual card never produces (resets at any point, odd answers and codes, stuck calls).
+// The PC/SC transport over a scripted layer in place of libpcsclite: what pcscd with the virtual
+// card never produces (resets at any point, odd answers and codes, stuck calls).
 #include "card/Apdu.hpp"
 #include "card/CardException.hpp"
 #include "host/pcsc/PcscTransport.hpp"
@@ -17,11 +17,9 @@
 
 namespace {
 
-// What the scripted calls answer: the next code scripted for a call (success when none), the
-// next answer scripted for SCardTransmit (90 00 when none); a stalled SCardBeginTransaction or
-// SCardStatus waits, as pcsc-lite does for another application's transaction, until its handle
-// goes. Never destroyed: a helper thread the transport left stuck may still answer while the
-// process exits.
+// The next code scripted for a call (else success), the next answer for SCardTransmit (else 9000);
+// a stalled SCardBeginTransaction or SCardStatus waits, as pcsc-lite does, until its handle goes.
+// Never destroyed: a helper thread left stuck may still answer while the process exits.
 std::mutex& mutex = *new std::mutex;
 std::condition_variable& unstalled = *new std::condition_variable;
 auto& codes = *new std::map<std::string, std::deque<LONG>>;
@@ -36,9 +34,8 @@ LONG next(const char* call) {
     calls.push_back(call);
     std::deque<LONG>& scripted = codes[call];
     const LONG rv = scripted.empty() ? SCARD_S_SUCCESS : scripted.front();
-    if (!scripted.empty()) {
+    if (!scripted.empty())
         scripted.pop_front();
-    }
     return rv;
 }
 
@@ -107,7 +104,6 @@ LONG SCardTransmit(SCARDHANDLE, const SCARD_IO_REQUEST*, LPCBYTE, DWORD, SCARD_I
 
 namespace {
 
-using Calls = std::vector<std::string>;
 const card::Apdu command(0x00, 0xB0, 0x00, 0x00);
 
 class ScriptedPcscTest : public ::testing::Test {
@@ -144,9 +140,10 @@ TEST_F(ScriptedPcscTest, ResetInsideATransactionIsReportedNotRepeated) {
     transport_->beginTransaction(); // the next scope works
     transport_->transmit(command);
     transport_->endTransaction();
-    EXPECT_EQ(calls, (Calls{"SCardBeginTransaction", "SCardTransmit", "SCardTransmit",
-                            "SCardReconnect", "SCardBeginTransaction", "SCardEndTransaction",
-                            "SCardBeginTransaction", "SCardTransmit", "SCardEndTransaction"}));
+    EXPECT_EQ(calls, (std::vector<std::string>{
+                         "SCardBeginTransaction", "SCardTransmit", "SCardTransmit",
+                         "SCardReconnect", "SCardBeginTransaction", "SCardEndTransaction",
+                         "SCardBeginTransaction", "SCardTransmit", "SCardEndTransaction"}));
 }
 
 // A one-byte answer, and codes that a user can act on or that only name their call.

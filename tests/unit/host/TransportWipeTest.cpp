@@ -20,22 +20,19 @@ const unsigned char secret[] = {0x00, 0x20, 0x00, 0x01, 0x08, '9', '7',
                                 '5',  '3',  '1',  '0',  0xFF, 0xFF};
 
 void inspectFreed(void* block) {
-    if (!watching || block == nullptr) {
+    if (!watching || block == nullptr)
         return;
-    }
     const auto* bytes = static_cast<const unsigned char*>(block);
     const auto* end = bytes + malloc_usable_size(block);
-    if (std::search(bytes, end, std::begin(secret), std::end(secret)) != end) {
+    if (std::search(bytes, end, std::begin(secret), std::end(secret)) != end)
         secretFreed = true;
-    }
 }
 
 } // namespace
 
 void* operator new(std::size_t size) {
-    if (void* block = std::malloc(size == 0 ? 1 : size)) {
+    if (void* block = std::malloc(size == 0 ? 1 : size))
         return block;
-    }
     throw std::bad_alloc();
 }
 void operator delete(void* block) noexcept {

@@ -16,11 +16,8 @@ TEST(BufferWipe, TheHookSeesUnwipedMemory) {
 
 TEST(BufferWipe, EveryOperationThatDropsABlockWipesItFirst) {
     // Each operation, and a byte of the old contents it must keep (-1: none).
-    const struct {
-        const char* what;
-        void (*operation)(mw::ByteBuffer&);
-        int kept;
-    } operations[] = {
+    // clang-format off
+    const struct { const char* what; void (*operation)(mw::ByteBuffer&); int kept; } operations[] = {
         {"destructor", [](mw::ByteBuffer& b) { const mw::ByteBuffer gone(std::move(b)); }, -1},
         {"clear", [](mw::ByteBuffer& b) { b.clear(); }, -1},
         {"copy assignment", [](mw::ByteBuffer& b) { b = mw::ByteBuffer(b.data(), 3); }, 2},
@@ -31,6 +28,7 @@ TEST(BufferWipe, EveryOperationThatDropsABlockWipesItFirst) {
         {"insert", [](mw::ByteBuffer& b) { b.insert(3, mw::ByteBuffer(2)); }, 17},
         {"append of itself", [](mw::ByteBuffer& b) { b.append(b); }, 31},
     };
+    // clang-format on
     for (const auto& op : operations) {
         SCOPED_TRACE(op.what);
         mw::ByteBuffer buffer(16);

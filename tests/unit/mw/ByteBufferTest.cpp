@@ -28,16 +28,10 @@ TEST(ByteBuffer, AccessChecksTheIndexAndOffsetPlusLength) {
         EXPECT_EQ(std::string(e.what()), "Error in: " + e.file() + " (" + std::to_string(e.line()) +
                                              ") " + e.function() + ", Description: invalid index ");
     }
-    EXPECT_EQ(buffer.get(3), 4);
-    EXPECT_EQ(buffer.get(1, 2), (ByteBuffer{2, 3}));
     EXPECT_TRUE(buffer.get(4, 0).empty());
-    // The last: offset + length wraps around the size type.
-    for (const auto& [offset, length] : {std::pair<std::size_t, std::size_t>{4, 1},
-                                         {5, 0},
-                                         {2, 3},
-                                         {2, std::numeric_limits<std::size_t>::max()}}) {
+    using Range = std::pair<std::size_t, std::size_t>; // the last: offset + length wraps around
+    for (const auto& [offset, length] : {Range{4, 1}, Range{5, 0}, Range{2, 3}, Range{2, SIZE_MAX}})
         EXPECT_THROW(buffer.get(offset, length), mw::IndexException) << offset << "+" << length;
-    }
     EXPECT_THROW(ByteBuffer().get(0), mw::IndexException);
 }
 
@@ -54,12 +48,8 @@ TEST(ByteBuffer, InsertPlacesTheRunAtThePositionEvenFromItself) {
     EXPECT_EQ(buffer, (ByteBuffer{1, 2, 3, 2, 3, 1, 2, 3}));
 }
 
-// Sizes beyond the addressable maximum are refused (reachable for wider
-// elements only); a failed allocation is a bad_alloc that says so.
-TEST(CleanUpAllocPolicy, RefusesImpossibleSizesAndReportsExhaustedMemory) {
-    mw::detail::CleanUpAllocPolicy<std::uint32_t, 64> policy;
-    EXPECT_NO_THROW(policy.assertSize(policy.max_size()));
-    EXPECT_THROW(policy.assertSize(policy.max_size() + 1), mw::IllegalArgumentException);
+// A failed allocation is a bad_alloc that says so.
+TEST(CleanUpAllocPolicy, ReportsExhaustedMemory) {
     try {
         ByteBuffer impossible(std::numeric_limits<std::size_t>::max() / 2);
         FAIL() << "allocated " << impossible.size() << " bytes";
@@ -68,10 +58,8 @@ TEST(CleanUpAllocPolicy, RefusesImpossibleSizesAndReportsExhaustedMemory) {
     }
 }
 
-TEST(Hex, ReadsEitherCaseWithBlanksAndRejectsOddLengthsAndNonDigits) {
-    const ByteBuffer bytes{0x00, 0xA4, 0x0c, 0xFF};
-    EXPECT_EQ(mw::toHex(bytes), "00A40CFF");
-    EXPECT_EQ(mw::fromHex("00a4 0C\tff"), bytes);
+// Either case and blanks: every test that writes bytes in hexadecimal, p15tool's --id.
+TEST(Hex, RejectsOddLengthsAndNonDigits) {
     EXPECT_TRUE(mw::fromHex(" ").empty());
     for (const char* bad : {"ABC", "0G", "0x12"})
         EXPECT_THROW(mw::fromHex(bad), mw::IllegalArgumentException) << bad;

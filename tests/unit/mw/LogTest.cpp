@@ -1,5 +1,4 @@
-// The trace back end reads P15_TRACE once per process, so every case runs
-// its traced work in a forked child with its own environment and stderr.
+// P15_TRACE is read once per process: each case traces in a forked child of its own.
 #include "mw/Log.hpp"
 
 #include <cstdio>
@@ -58,10 +57,16 @@ std::string runTraced(const char* setting) {
 
 } // namespace
 
-// Unset or empty: silent. A trace file is used end to end (PinTrace).
+// Unset or empty: silent; a file that cannot be opened is reported and tracing stays off. A trace
+// file is used end to end (PinTrace).
 TEST(Log, WritesNestedEntriesWithTimesWhenAsked) {
     EXPECT_EQ(runTraced(nullptr), "");
     EXPECT_EQ(runTraced(""), "");
+    const std::string unwritable = runTraced("/nonexistent-dir/trace.log");
+    EXPECT_NE(unwritable.find("P15_TRACE: cannot open trace file /nonexistent-dir/trace.log"),
+              std::string::npos)
+        << unwritable;
+    EXPECT_EQ(unwritable.find("Engine::sign"), std::string::npos) << unwritable;
     // Each elapsed time such as "(0.012 ms)" becomes "(T)"; any other form stays.
     EXPECT_EQ(
         std::regex_replace(runTraced("stderr"), std::regex(R"(\([0-9]+\.[0-9]{3} ms\))"), "(T)"),
@@ -69,12 +74,4 @@ TEST(Log, WritesNestedEntriesWithTimesWhenAsked) {
         "p15   > inner [int]\n"
         "p15   < inner (T) threw WT=250\n"
         "p15 < void Engine::sign() (T) verified=true mode=raw\n");
-}
-
-TEST(Log, UnwritableFileIsReportedAndTracingStaysOff) {
-    const std::string err = runTraced("/nonexistent-dir/trace.log");
-    EXPECT_NE(err.find("P15_TRACE: cannot open trace file /nonexistent-dir/trace.log"),
-              std::string::npos)
-        << err;
-    EXPECT_EQ(err.find("Engine::sign"), std::string::npos) << err;
 }

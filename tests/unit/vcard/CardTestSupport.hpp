@@ -5,16 +5,14 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 
 namespace vcard::test {
 
-inline Bytes hex(const std::string& text) {
-    std::string digits;
-    for (char c : text)
-        if (c != ' ')
-            digits.push_back(c);
-    return fromHex(digits);
+inline Bytes hex(std::string text) {
+    text.erase(std::remove(text.begin(), text.end(), ' '), text.end());
+    return fromHex(text);
 }
 
 /// Two bytes of hexadecimal, as FIDs and sizes are written.
@@ -69,7 +67,6 @@ inline std::uint16_t sw(VirtualCard& card, const std::string& command) {
     return sw(card, hex(command));
 }
 
-/// VERIFY of the PIN with this reference; without a value, its status.
 inline std::uint16_t verify(VirtualCard& card, std::uint8_t reference, const std::string& pin) {
     return sw(card, apdu(0, 0x20, 0, reference, paddedPin(pin)));
 }
@@ -85,8 +82,7 @@ inline void sendAll(VirtualCard& card, const std::vector<Bytes>& commands) {
         ASSERT_EQ(sw(card, command), 0x9000) << toHex(command);
 }
 
-/// From the application DF: key files 0E kid (private, usable after the user PIN) and 0F kid
-/// (public, readable by all), each followed by a SELECT of the DF again.
+/// From the application DF: key files 0E kid (user PIN) and 0F kid (public), each reselecting it.
 inline std::vector<Bytes> keyFileCommands(std::uint8_t kid, unsigned bits) {
     const std::string size = hex16(bits), id = toHex({kid});
     return {

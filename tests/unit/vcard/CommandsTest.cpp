@@ -1,8 +1,4 @@
-// The virtual card's commands: transport rules (malformed APDUs, CLA/INS, chaining, GET RESPONSE,
-// lengths, power); VERIFY, CHANGE REFERENCE DATA and RESET RETRY COUNTER with their retry counters;
-// the two profiles side by side; SELECT, READ/UPDATE BINARY, CREATE/DELETE FILE, access conditions
-// and the card's limits; the personalised card's EF(DIR) and serial, the options and PINs
-// personalisation takes.
+// The virtual card's commands: transport, PINs, the two profiles, files, limits; personalisation.
 
 #include "CardTestSupport.hpp"
 #include "FreeHook.hpp"
@@ -19,9 +15,9 @@ namespace {
 using Transport = CardTest;
 using PinCommands = CardTest;
 
-// Malformed commands get a status word and leave the card working; random commands are the
-// vcard_apdu fuzz target's.
-TEST_F(Transport, MalformedCommandsGetAStatusWord) {
+// Malformed commands get a status word and leave the card working (random ones: fuzz/vcard_apdu);
+// chains are bounded and not interleaved.
+TEST_F(Transport, MalformedCommandsGetAStatusWordAndChainsAreBounded) {
     const std::pair<const char*, std::uint16_t> rows[] = {
         {"", 0x6700},
         {"00A4", 0x6700},
@@ -38,11 +34,7 @@ TEST_F(Transport, MalformedCommandsGetAStatusWord) {
     for (const auto& [command, status] : rows)
         EXPECT_EQ(sw(command), status) << command;
     selectApplication();
-}
-
-// A chain broken by another command is refused and dropped; one beyond 64 KiB is refused.
-TEST_F(Transport, ChainsAreBoundedAndNotInterleaved) {
-    selectApplication();
+    // A chain broken by another command is refused and dropped; one beyond 64 KiB is refused.
     EXPECT_EQ(sw(apdu(0x10, 0xD6, 0x00, 0x00, Bytes(10, 1))), 0x9000);
     EXPECT_EQ(sw(apdu(0x00, 0xD6, 0x00, 0x01, Bytes(10, 1))), 0x6883);
     EXPECT_EQ(sw("00A40204 02 5031"), 0x9000); // the chain is gone
@@ -51,9 +43,8 @@ TEST_F(Transport, ChainsAreBoundedAndNotInterleaved) {
     EXPECT_EQ(sw(apdu(0x10, 0xD6, 0, 0, Bytes(255, 0))), 0x6700);
 }
 
-// An answer longer than Le coming in pieces through GET RESPONSE:
-// InProcessCardTest.LongAnswersAndChainedCryptogramsOf2048BitKeys (short APDUs).
-TEST_F(Transport, GetResponseWithWrongLeGets6CxxAndKeepsTheData) {
+// GET RESPONSE with a wrong Le gets 6Cxx and keeps the data.
+TEST_F(Transport, GetResponsePowerAndExtendedLengths) {
     Bytes partial = send("00A40404 0C A000000063504B43532D3135 04");
     ASSERT_EQ(statusWord(partial) & 0xFF00, 0x6100);
     const std::uint8_t waiting = statusWord(partial) & 0xFF;
@@ -68,12 +59,8 @@ TEST_F(Transport, GetResponseWithWrongLeGets6CxxAndKeepsTheData) {
     ASSERT_EQ(statusWord(send("00A40404 0C A000000063504B43532D3135 04")) & 0xFF00, 0x6100);
     ASSERT_EQ(sw("00CA01A000"), 0x9000);
     EXPECT_EQ(sw("00C0000004"), 0x6985);
-}
-
-// Power-off silences the card until a reset; a card without extended lengths refuses them.
-TEST_F(Transport, PowerAndExtendedLengths) {
+    // Power-off silences the card until a reset; a card without extended lengths refuses them.
     card->powerOff();
-    EXPECT_FALSE(card->isPoweredOn());
     EXPECT_THROW(send("00A4000C"), CardRemoved);
     card->reset();
     EXPECT_EQ(sw("00A4000C"), 0x9000);
@@ -83,9 +70,9 @@ TEST_F(Transport, PowerAndExtendedLengths) {
     EXPECT_EQ(sw("00A40800 02 5015"), 0x9000);
 }
 
-// VERIFY without data tells the status and costs no try; refusals of form cost none either.
-// Blocking after the last try: PinCommands.APinBlocksAfterItsTriesAndThePukFreesIt (p15tool).
-TEST_F(PinCommands, VerifyStatusAndRefusals) {
+// VERIFY without data tells the status and costs no try; refusals of form cost none either. New
+// values at work: the PIN suites of p15tool and pkcs11.
+TEST_F(PinCommands, VerifyChangeAndResetRetryCounter) {
     EXPECT_EQ(sw(apdu(0, 0x20, 0, 1, hex("313233343536"))), 0x6700); // not padded
     EXPECT_EQ(sw(apdu(0, 0x20, 1, 1, paddedPin("123456"))), 0x6A86);
     EXPECT_EQ(sw(apdu(0, 0x20, 0xFF, 1, paddedPin("123456"))), 0x6700);
@@ -96,15 +83,11 @@ TEST_F(PinCommands, VerifyStatusAndRefusals) {
     EXPECT_EQ(pinStatus(*card, 1), 0x63C2); // a wrong value also unverifies
     for (const char* unknown : {"00200009 08 3132333435363738", "00200009", "0020FF09"})
         EXPECT_EQ(sw(unknown), 0x6A88) << unknown;
-}
 
-// CHANGE REFERENCE DATA checks the old value (and verifies the PIN: the right old value gives
-// the try back); RESET RETRY COUNTER gives the tries back and verifies the PUK, a blocked PUK
-// blocks it, the SO PIN has none. A blocked PIN freed (p15tool):
-// PinCommands.APinBlocksAfterItsTriesAndThePukFreesIt; new values at work (pkcs11):
-// ModuleTest.WrongPinsShowInTheFlagsUntilThePukSetsANewOne and
-// SetPinNeedsAReadWriteSessionAndTheOldValue.
-TEST_F(PinCommands, ChangeAndResetRetryCounter) {
+    // CHANGE REFERENCE DATA checks the old value (the right one verifies the PIN and gives the try
+    // back); RESET RETRY COUNTER gives the tries back and verifies the PUK, a blocked PUK blocks
+    // it, the SO PIN has none.
+    card = VirtualCard::personalised();
     EXPECT_EQ(sw(apdu(0, 0x24, 0, 1, paddedPin("123456"))), 0x6700);
     EXPECT_EQ(sw(apdu(0, 0x24, 1, 1, paddedPin("123456"))), 0x6A86);
     EXPECT_EQ(sw(apdu(0, 0x24, 0, 1, concat(paddedPin("000000"), paddedPin("4321")))), 0x63C2);
@@ -129,45 +112,29 @@ TEST_F(PinCommands, ChangeAndResetRetryCounter) {
 // The PIN of VERIFY, the old value of CHANGE REFERENCE DATA and the PUK of RESET RETRY COUNTER
 // are wiped before their memory is released, whether the value was right or wrong.
 TEST_F(PinCommands, NoReleasedBlockHoldsAPinValueOfACommand) {
-    const struct {
-        const char* what;
-        Bytes command;
-        std::string secret;
-    } rows[] = {
-        {"VERIFY", apdu(0, 0x20, 0, 1, paddedPin("123456")), "123456\xFF\xFF"},
-        {"wrong VERIFY", apdu(0, 0x20, 0, 1, paddedPin("654321")), "654321\xFF\xFF"},
-        {"CHANGE, old", apdu(0, 0x24, 0, 1, concat(paddedPin("123456"), paddedPin("2468"))),
-         "123456\xFF\xFF"},
-        {"wrong CHANGE, old", apdu(0, 0x24, 0, 1, concat(paddedPin("654321"), paddedPin("2468"))),
-         "654321\xFF\xFF"},
-        {"RESET, PUK", apdu(0, 0x2C, 1, 1, paddedPin("12345678")), "12345678"},
-        {"wrong RESET, PUK", apdu(0, 0x2C, 1, 1, paddedPin("87654321")), "87654321"},
-        {"RESET, PUK and new", apdu(0, 0x2C, 0, 1, concat(paddedPin("12345678"), paddedPin("97"))),
-         "12345678"},
-    };
-    for (const auto& row : rows) {
+    // The command's INS and P1, then the value it carries, a new value after it when given.
+    // clang-format off
+    const std::tuple<std::uint8_t, std::uint8_t, const char*, const char*> rows[] = {
+        {0x20, 0, "123456", ""}, {0x20, 0, "654321", ""}, {0x24, 0, "123456", "2468"}, {0x24, 0, "654321", "2468"},
+        {0x2C, 1, "12345678", ""}, {0x2C, 1, "87654321", ""}, {0x2C, 0, "12345678", "97"}};
+    // clang-format on
+    for (const auto& [ins, p1, value, next] : rows) {
         card = VirtualCard::personalised();
-        freehook::lookFor(row.secret);
-        send(row.command);
+        const Bytes secret = paddedPin(value);
+        const Bytes command = apdu(0, ins, p1, 1, *next ? concat(secret, paddedPin(next)) : secret);
+        freehook::lookFor({reinterpret_cast<const char*>(secret.data()), secret.size()});
+        send(command);
         const std::size_t holding = freehook::blocksFreedHoldingSecret();
         freehook::lookFor("");
-        EXPECT_EQ(holding, 0u) << row.what;
+        EXPECT_EQ(holding, 0u) << int(ins) << " " << value;
     }
 }
 
-struct Step {
-    std::string command;
-    std::uint16_t nativeSw;
-    std::size_t nativeLength;
-    std::uint16_t isoSw;
-    std::size_t isoLength;
-};
-
 // On a card that went through its image, with the user PIN verified and key pair 81 generated.
-// How each profile answers VERIFY, CHANGE REFERENCE DATA and RESET RETRY COUNTER and counts their
-// tries, through the whole stack: PinCommands (p15tool) and ProfiledModuleTest (pkcs11), each over
-// both profiles.
+// The PIN commands of each profile: PinCommands (p15tool) and ProfiledModuleTest (pkcs11).
 TEST(Profiles, EachAnswersTheSameCommandsAsItsMakeDoes) {
+    // The command; its status word and answer length on the native card, then on the iso one.
+    using Step = std::tuple<std::string, std::uint16_t, std::size_t, std::uint16_t, std::size_t>;
     const std::vector<Step> steps = {
         {"00A40800 04 5015 5032 00", 0x9000, 35, 0x9000, 49}, // 85 and A5 added
         {"00CA01A0 00", 0x9000, 35, 0x6A81, 0},               // rsaEncryption, PSS, OAEP
@@ -192,11 +159,13 @@ TEST(Profiles, EachAnswersTheSameCommandsAsItsMakeDoes) {
         logIn(card);
         addKeyPair(card);
         EXPECT_EQ(card.atr()[7], iso ? 0x80 : 0xC0) << "extended Lc/Le in the capabilities";
-        for (const Step& step : steps) {
-            const Bytes answer = card.transmit(hex(step.command));
-            EXPECT_EQ(statusWord(answer), iso ? step.isoSw : step.nativeSw) << step.command;
-            EXPECT_EQ(answer.size() - 2, iso ? step.isoLength : step.nativeLength) << step.command;
-            if (step.command.rfind("00A4", 0) == 0) {
+        for (const auto& [command, nativeSw, nativeLength, isoSw, isoLength] : steps) {
+            const Bytes answer = card.transmit(hex(command));
+            EXPECT_EQ(std::make_pair(statusWord(answer), answer.size() - 2),
+                      iso ? std::make_pair(isoSw, isoLength)
+                          : std::make_pair(nativeSw, nativeLength))
+                << command;
+            if (command.rfind("00A4", 0) == 0) {
                 EXPECT_EQ(answer[2], iso ? 0x82 : 0x80) << "the FCP's first tag";
             }
         }
@@ -226,8 +195,7 @@ protected:
     }
 };
 
-// Every SELECT method reaches its file and answers an FCP naming it (tag 83); by AID and by path
-// from the MF without 3F00: every host suite.
+// Every SELECT method reaches its file and answers an FCP naming it (tag 83).
 TEST_F(FileCommands, SelectByEveryMethodAnswersTheFcp) {
     const std::pair<const char*, const char*> selections[] = {
         {"00A40800 06 3F00 5015 4400 00", "4400"},
@@ -247,8 +215,7 @@ TEST_F(FileCommands, SelectByEveryMethodAnswersTheFcp) {
 }
 
 // Refusals of SELECT, READ and UPDATE BINARY that the card layer never provokes; a refused
-// SELECT keeps the current file. Reading and writing up to the last byte and one past:
-// FileServicesTest (host), through the whole stack.
+// SELECT keeps the current file.
 TEST_F(FileCommands, RefusalsOfSelectReadAndUpdateBinary) {
     expectAnswers({
         {"00A40000 02 5031", 0x6A82},       // not a child of the MF
@@ -275,36 +242,9 @@ TEST_F(FileCommands, RefusalsOfSelectReadAndUpdateBinary) {
         {"00B0000001", 0x6986}, // a DF is current
     });
     ASSERT_EQ(sw("00A4000C 02 5015"), 0x9000);
-    ASSERT_EQ(sw("00A4020C 02 9999"), 0x9000);
-    EXPECT_EQ(send("00B0000703"), hex("00 6282")); // what there is, and the warning
     verifyUserPin();
     ASSERT_EQ(sw("00A4020C 02 4408"), 0x9000); // AODF: the user PIN or the SO PIN
     EXPECT_EQ(sw("00D603FF 01 00"), 0x9000);
-}
-
-// B1 and D7 carry the offset in object 54; B1's answer is object 53, which Ne counts whole.
-TEST_F(FileCommands, OddInsReadAndUpdateBinary) {
-    selectApplication();
-    ASSERT_EQ(sw("00A4020C 02 9999"), 0x9000); // 8 bytes of 00
-    EXPECT_EQ(send("00B10000 04 54020000 05"), hex("5303 000000 9000"));
-    EXPECT_EQ(send("00B10000 03 540106 05"), hex("5302 0000 6282"));
-    EXPECT_EQ(send("00B10000 05 5403000007 00"), hex("5301 00 6282")); // any offset length
-    expectAnswers({
-        {"00B10000 03 540108 05", 0x6B00},
-        {"00B10000 05 5403010000 05", 0x6B00},
-        {"00B10000 02 5400 05", 0x6A80},
-        {"00B10000 04 53020000 05", 0x6A80},
-        {"00B10000 06 54020000 5300 05", 0x6A80},
-        {"00B10000 03 540200 05", 0x6A80},
-        {"00B10000 05", 0x6700},
-        {"00B10000 04 54020000", 0x6700},
-        {"00B10000 04 54020000 01", 0x6700},
-        {"00B10001 04 54020000 05", 0x6A86},
-        {"00D70000 04 54020000", 0x6A80},
-        {"00D70000 07 54020000 7301AB", 0x6A80},
-        {"00D70000 06 54020000 5300", 0x6700},
-        {"00D70100 07 54020000 5301AB", 0x6A86},
-    });
 }
 
 // The largest EF (FFFF bytes; FFFF+1 needs a three-byte size, refused) is written up to its
@@ -334,7 +274,7 @@ TEST_F(FileCommands, TheLargestFileThroughTheImage) {
 }
 
 // Every refused CREATE or DELETE FILE leaves the card as it was, a nested length that runs one
-// byte past its template included. Created files' conditions at work: FileServicesTest (host).
+// byte past its template included.
 TEST_F(FileCommands, RefusedCreateAndDeleteLeaveTheCardAsItWas) {
     selectApplication();
     ASSERT_EQ(sw("00A4000C 02 DF02"), 0x9000);
@@ -381,9 +321,8 @@ std::size_t filesIn(const CardFile& root) {
     return count;
 }
 
-// The card refuses with 6A84 where the image loader's limits lie, and what it built still loads:
-// DFs down to depth 16, 4096 files of any size (the MF included), 256 key files; memory runs out
-// before either.
+// The card refuses with 6A84 where the image loader's limits lie (DFs down to depth 16, 4096
+// files, 256 key files; memory runs out first), and what it built still loads.
 TEST_F(FileCommands, CardLimitsAreTheImageLoadersAndWhatTheCardBuiltLoads) {
     /// On a fresh card, creates files of these FCP tags in DF02 (at depth 2, open to the user PIN),
     /// or each in the last when nested, until the card refuses; how many it took.
@@ -414,8 +353,7 @@ TEST_F(FileCommands, CardLimitsAreTheImageLoadersAndWhatTheCardBuiltLoads) {
     EXPECT_LT(untilFull("80027FFF 820101"), 100u);
 }
 
-// EF(DIR) names the application, in the bytes any host's codec reads; EF(TokenInfo) as the
-// plugin reads it: the e2e suites. Two cards differ there in their serials alone.
+// EF(DIR) names the application; two cards differ in their serials; unfit options are refused.
 TEST(Personalisation, DirNamesTheApplicationAndEachCardHasASerialOfItsOwn) {
     const auto read = [](const std::unique_ptr<VirtualCard>& card, const std::string& path) {
         EXPECT_EQ(sw(*card, "00A4080C " + path), 0x9000) << path;
@@ -429,20 +367,15 @@ TEST(Personalisation, DirNamesTheApplicationAndEachCardHasASerialOfItsOwn) {
     const Bytes tokenInfo = read(card, "04 5015 5032");
     EXPECT_EQ(statusWord(tokenInfo), 0x9000);
     EXPECT_NE(read(VirtualCard::personalised(), "04 5015 5032"), tokenInfo);
-}
-
-// PINs of fewer than four digits or not of digits, and a hashing card of the iso profile.
-// The iso card's algorithm references are used by the plugin's iso profile suites.
-TEST(Personalisation, RefusesOptionsThatDoNotFit) {
-    Personalisation options;
-    options.userPin = "123";
-    EXPECT_THROW(personalise(options), std::invalid_argument);
-    options.userPin = "12a456";
-    EXPECT_THROW(personalise(options), std::invalid_argument);
-    options = Personalisation();
-    options.profile = CardProfile::Iso;
-    options.hashOnCard = true;
-    EXPECT_THROW(personalise(options), std::invalid_argument);
+    // PINs of fewer than four digits or not of digits, and a hashing card of the iso profile.
+    for (const auto& [pin, profile, hash] : {std::tuple{"123", CardProfile::Native, false},
+                                             {"12a456", CardProfile::Native, false},
+                                             {"123456", CardProfile::Iso, true}}) {
+        Personalisation options;
+        std::tie(options.userPin, options.profile, options.hashOnCard) =
+            std::tie(pin, profile, hash);
+        EXPECT_THROW(personalise(options), std::invalid_argument) << pin;
+    }
 }
 
 /// p15-vcard run without a controlling terminal; its exit status, output in output.
@@ -456,8 +389,7 @@ int runTool(const std::string& arguments, std::string& output) {
     return pipe ? ::pclose(pipe) : -1;
 }
 
-// Each PIN option reaches its PIN, none is printed, none is an argument. No source and no terminal:
-// CardCommands.InitRefusesPinsItCannotUseAndWritesNothing (p15tool), which reads PINs alike.
+// Each PIN option reaches its PIN, none is printed, none is an argument.
 TEST(PersonaliseTool, TakesPinsFromTheEnvironmentOrAFileNeverFromArguments) {
     const std::string image = ::testing::TempDir() + "personalise-" + std::to_string(getpid());
     const std::string pukFile = image + ".puk";
@@ -471,10 +403,9 @@ TEST(PersonaliseTool, TakesPinsFromTheEnvironmentOrAFileNeverFromArguments) {
     const std::string sources = " --pin-env P15_NEW_PIN --so-pin-env P15_NEW_PIN --puk-file ";
     ASSERT_EQ(runTool("personalise " + image + sources + pukFile, output), 0) << output;
     EXPECT_EQ(output.find("4321"), std::string::npos) << output;
-    const CardState state = CardImage::load(image);
-    EXPECT_EQ(state.pins.pins().at(1).value, paddedPin("4321"));
-    EXPECT_EQ(state.pins.pins().at(2).value, paddedPin("24681357"));
-    EXPECT_EQ(state.pins.pins().at(3).value, paddedPin("4321"));
+    const auto pins = CardImage::load(image).pins.pins();
+    EXPECT_EQ((std::vector{pins.at(1).value, pins.at(2).value, pins.at(3).value}),
+              (std::vector{paddedPin("4321"), paddedPin("24681357"), paddedPin("4321")}));
     std::remove(image.c_str());
     std::remove(pukFile.c_str());
 }

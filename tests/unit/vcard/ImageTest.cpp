@@ -1,6 +1,5 @@
-// The card image: round trip, atomic saves under simulated crashes, refusal of bad images; one
-// image opened by several cards (as by several processes), each command working on the image as
-// it stands, under its lock, and only in the folder the card opened.
+// The card image: round trip, atomic saves, refusal of bad images; one image opened by several
+// cards (as by several processes), each command on the image as it stands, under its lock.
 
 #include "CardTestSupport.hpp"
 
@@ -13,7 +12,6 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <sstream>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
@@ -24,13 +22,11 @@ namespace fs = std::filesystem;
 
 std::string readText(const fs::path& path) {
     std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
+    return {std::istreambuf_iterator<char>(in), {}};
 }
 
 void writeText(const fs::path& path, const std::string& text) {
-    std::ofstream(path, std::ios::binary) << text;
+    std::ofstream(path) << text;
 }
 
 /// A personalised card's image, card.json in directory "a" of a fresh temporary root.
@@ -55,9 +51,8 @@ protected:
 };
 using Sharing = Image;
 
-// A crash at any point of a save leaves the old image or the new one. VERIFY pays its try
-// before comparing: even the right PIN leaves the lowered counter when the save completes
-// (renamed) but the command does not. Read-only commands never save.
+// A crash at any point of a save leaves the old image or the new one. VERIFY pays its try before
+// comparing: even the right PIN leaves it lowered once renamed. Read-only commands never save.
 TEST_F(Image, CrashAtEverySavePointLeavesTheOldOrTheNewImage) {
     for (SavePoint point : allSavePoints) {
         SCOPED_TRACE(static_cast<int>(point));
@@ -77,13 +72,6 @@ TEST_F(Image, CrashAtEverySavePointLeavesTheOldOrTheNewImage) {
     }
 }
 
-/// good with the first occurrence of what replaced by with.
-std::string replaced(std::string good, const std::string& what, const std::string& with) {
-    const std::size_t at = good.find(what);
-    EXPECT_NE(at, std::string::npos) << what;
-    return at == std::string::npos ? good : good.replace(at, what.size(), with);
-}
-
 /// A DF with DFs below it, levels in all, as the image writes files.
 std::string nestedDfs(int levels) {
     std::string tree;
@@ -93,14 +81,8 @@ std::string nestedDfs(int levels) {
     return tree;
 }
 
-std::string namedDf(const std::string& fid, const std::string& name) {
-    return R"({"fid":")" + fid + R"(","type":"df","name":")" + name +
-           R"(","security":"","children":[]})";
-}
-
 // An image with a key pair loads back to what it was saved from, byte for byte; any corruption
-// is refused, naming the image, and the image left as it was. Files and keys used across images:
-// TheLargestFileThroughTheImage and the e2e suites that keep a card in an image between processes.
+// is refused, naming the image, and the image left as it was.
 TEST_F(Image, CorruptTruncatedOrMissingImagesAreRefusedAndLeftAlone) {
     {
         const auto card = VirtualCard::open(path);
@@ -113,9 +95,13 @@ TEST_F(Image, CorruptTruncatedOrMissingImagesAreRefusedAndLeftAlone) {
     char& digit = badPrime.at(badPrime.find(R"("p": ")") + 7);
     digit = digit == '1' ? '3' : '1';
     const auto edit = [&good](const std::string& what, const std::string& with) {
-        return replaced(good, what, with);
+        std::string edited = good; // with the first occurrence of what replaced
+        const std::size_t at = edited.find(what);
+        EXPECT_NE(at, std::string::npos) << what;
+        return at == std::string::npos ? edited : edited.replace(at, what.size(), with);
     };
     const std::string tries = R"("triesLeft": 3)", children = R"("children": [)";
+    // clang-format off
     const std::pair<std::string, std::string> images[] = {
         {good.substr(0, good.size() / 2), "corrupt or truncated"},
         {badPrime, ""},
@@ -123,31 +109,26 @@ TEST_F(Image, CorruptTruncatedOrMissingImagesAreRefusedAndLeftAlone) {
         {edit(R"("3F00")", R"("3F0Z")"), "hexadecimal"},
         {edit(R"("df")", R"("xx")"), "unknown file type"},
         // A retry counter is never above its maximum: one raised past it is refused.
-        {edit(tries, R"("triesLeft": 4)"),
-         R"(PIN 01: field "triesLeft" is 4, not an integer from 0 to 3)"},
+        {edit(tries, R"("triesLeft": 4)"), R"(PIN 01: field "triesLeft" is 4, not an integer from 0 to 3)"},
         {edit(R"("version": 1)", R"("version": 7)"), "unsupported image version"},
         {"{}", R"(field "format" is missing)"},
         // Numbers: integers of their range only.
         {edit(R"("maxTries": 3)", R"("maxTries": 1e300)"), R"(field "maxTries" is 1e+300)"},
-        {edit(R"("reference": 1,)", R"("reference": 257,)"),
-         R"(field "reference" is 257, not an integer from 0 to 255)"},
+        {edit(R"("reference": 1,)", R"("reference": 257,)"), R"(field "reference" is 257, not an integer from 0 to 255)"},
         {edit(tries, R"("triesLeft": -256)"), R"(field "triesLeft" is -256)"},
         {edit(tries, R"("triesLeft": 2.9)"), R"(field "triesLeft" is 2.9)"},
         {edit(R"("version": 1)", R"("version": true)"), R"(field "version" is true)"},
         // Duplicates: a second PIN 01, a field named twice.
         {edit(R"("reference": 3,)", R"("reference": 1,)"), "PIN 01 appears twice"},
         {edit(tries, tries + ", " + tries), R"(field "triesLeft" appears twice)"},
-        {edit(R"("unblockingPin": 2)", R"("unblockingPin": 9)"),
-         R"(field "unblockingPin" names no PIN)"},
-        {edit(children, children + namedDf("D001", "A000000063504B43532D3135") + ","),
-         "DF name A000000063504B43532D3135 appears twice"},
-        {edit(R"("version": 1)", R"("version": 1, "profile": "ISO")"),
-         R"(field "profile": unknown card profile "ISO" (native or iso))"},
-        {edit(R"("pins")", R"("profile": "iso", "hashOnCard": true, "pins")"),
-         "a card of the iso profile does not hash"},
+        {edit(R"("unblockingPin": 2)", R"("unblockingPin": 9)"), R"(field "unblockingPin" names no PIN)"},
+        {edit(children, children + R"({"fid":"D001","type":"df","name":"A000000063504B43532D3135","security":"","children":[]},)"), "DF name A000000063504B43532D3135 appears twice"},
+        {edit(R"("version": 1)", R"("version": 1, "profile": "ISO")"), R"(field "profile": unknown card profile "ISO" (native or iso))"},
+        {edit(R"("pins")", R"("profile": "iso", "hashOnCard": true, "pins")"), "a card of the iso profile does not hash"},
         // Beyond the card's limits.
         {edit(children, children + nestedDfs(17) + ","), "nested more than 16 levels"},
     };
+    // clang-format on
     for (const auto& [text, expected] : images) {
         writeText(path, text);
         try {
@@ -177,9 +158,8 @@ struct FullDisk {
     }
 };
 
-// A failed save (any step before the rename, or a full disk) answers 6581 and compares nothing,
-// uses no try, writes nothing and leaves no temporary file. Once the new image replaced the old
-// one the command happened, even if the directory sync failed.
+// A failed save (before the rename, or a full disk) answers 6581, compares nothing, uses no try,
+// writes nothing, leaves no temporary file; once renamed, the command happened, synced or not.
 TEST_F(Image, ACommandHappensOnlyOnceItsSaveReplacedTheImage) {
     auto card = VirtualCard::open(path);
     const std::string before = readText(path);
@@ -226,9 +206,7 @@ TEST_F(Image, TheImageIsNeverWrittenThroughALink) {
     EXPECT_EQ(verify(*card, 3, "00000000"), 0x63C2);
     EXPECT_EQ(readText(victim), "precious");
     EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(path)));
-    struct stat info {};
-    ASSERT_EQ(::stat(path.c_str(), &info), 0);
-    EXPECT_EQ(info.st_mode & 0777, 0600u);
+    EXPECT_EQ(fs::status(path).permissions(), fs::perms(0600));
 
     // An image path that is a link, or no regular file, is refused for reading and writing.
     const std::string link = (directory / "link.json").string();
@@ -264,8 +242,7 @@ TEST_F(Sharing, CardsOnOneImageSeeEachOthersWritesAndNoStaleCopyOverwrites) {
     ASSERT_EQ(sw(*fresh, "00A40800 04 5015 4404"), 0x9000);
     for (VirtualCard* card : {a.get(), fresh.get()})
         EXPECT_EQ(card->transmit(hex("00B0000006")), hex("A0A1A2A3A4A5 9000"));
-    // A wrong try on the other card unverifies the PIN here too, as on one card.
-    // The counter it lowered is the one the first card tells: a stale copy never raises it.
+    // A wrong try on the other card unverifies the PIN here too; a stale copy never raises it.
     EXPECT_EQ(verify(*b, 1, "000000"), 0x63C2);
     EXPECT_EQ(sw(*a, "00D60000 01 FF"), 0x6982);
     EXPECT_EQ(sw(*a, "00200001"), 0x63C2);

@@ -1,5 +1,4 @@
-// The virtual card's key commands: key files, key generation and import, security environment,
-// signing, deciphering (PKCS#1 v1.5, PSS and OAEP) and the last key reference.
+// The virtual card's key commands: key files, generation, import, environment, PKCS#1, PSS, OAEP.
 
 #include "CardTestSupport.hpp"
 #include "FreeHook.hpp"
@@ -58,19 +57,8 @@ protected:
     }
 };
 
-/// The PKCS#1 v1.5 type 1 block that a signature must open to.
-Bytes type1Block(const Bytes& data, std::size_t k) {
-    Bytes block(k, 0xFF);
-    block[0] = 0x00;
-    block[1] = 0x01;
-    block[k - data.size() - 1] = 0x00;
-    std::copy(data.begin(), data.end(), block.end() - data.size());
-    return block;
-}
-
-// A key signs at most eleven bytes less than its modulus, after the user PIN and with an
-// environment that a reset clears; deciphering takes off type 2 padding and nothing else.
-// Signatures that open to the type 1 block: EveryAlgorithm.TheCardSignsAndTheSoftwareVerifies.
+// A key signs at most eleven bytes less than its modulus, with an environment that a reset
+// clears; deciphering takes off type 2 padding and nothing else.
 TEST_F(KeyCommands, SigningAndDecipheringNeedAnEnvironmentAndTheirPadding) {
     const CryptoPP::RSA::PublicKey publicKey = newKey(0x01, 1024);
     const Integer &n = publicKey.GetModulus(), &e = publicKey.GetPublicExponent();
@@ -89,7 +77,9 @@ TEST_F(KeyCommands, SigningAndDecipheringNeedAnEnvironmentAndTheirPadding) {
     EXPECT_EQ(send(apdu(0, 0x2A, 0x80, 0x86, concat({0x00}, cryptogram), 0)),
               concat(secret, hex("9000")));
     // A type 1 block (what a signature opens to) is not type 2 padding.
-    const Bytes notType2 = bytesOf(a_exp_b_mod_c(integerOf(type1Block(secret, 128)), e, n), 128);
+    const Bytes type1 =
+        concat(concat({0x00, 0x01}, Bytes(128 - 3 - secret.size(), 0xFF)), concat({0x00}, secret));
+    const Bytes notType2 = bytesOf(a_exp_b_mod_c(integerOf(type1), e, n), 128);
     for (const Bytes& refused : {concat({0x00}, notType2), concat({0x01}, cryptogram),
                                  concat({0x00}, Bytes(cryptogram.begin() + 1, cryptogram.end())),
                                  concat({0x00}, bytesOf(n, 128))})
@@ -127,23 +117,8 @@ TEST_F(KeyCommands, RefusalsOfGenerationEnvironmentChallengeAndData) {
     EXPECT_EQ(setEnvironment(0xB6, 0x85), 0x6A88); // a deleted key file takes its key along
 }
 
-// Reference FF, the last, names key files 0E7F/0F7F: never the files of FID 0EFF/0FFF that a
-// reference of eight bits for the key number would reach.
-TEST_F(KeyCommands, TheLastKeyReferenceNamesTheLastKeyFiles) {
-    sendAll(*card, keyFileCommands(0xFF, 1024));
-    EXPECT_EQ(sw("004601FF 00"), 0x6A88);
-    EXPECT_EQ(setEnvironment(0xB6, 0xFF), 0x6A88);
-    sendAll(*card, keyFileCommands(0x7F, 1024));
-    EXPECT_EQ(sw("004601FF 00"), 0x6985); // found, no key yet
-    EXPECT_EQ(sw("0046017F 00"), 0x6A88); // bit 8 clear: no key reference
-    EXPECT_EQ(setEnvironment(0xB6, 0xFF), 0x9000);
-}
-
-// Each hash reference the card lists is for PSS signing or OAEP deciphering alone; SHA-512 PSS
-// needs more than a 1024-bit key (two hashes and two bytes). Signatures and cryptograms of each
-// hash checked in software: PaddingTest.PssAndOaepRunOnACardThatListsThem (pkcs11). Here the
-// longest OAEP message, which leaves no freed copy of it, and hand-made SHA-256 OAEP blocks wrong
-// in one place each (the first is right) refused alike.
+// Each hash reference is for PSS or OAEP alone; SHA-512 PSS needs more than 1024 bits. The longest
+// OAEP message leaves no freed copy; SHA-256 OAEP blocks wrong in one place each are refused.
 TEST_F(KeyCommands, PssAndOaepWithEachHash) {
     const CryptoPP::RSA::PublicKey key = newKey(0x01, 1024);
     for (const auto& [p2, reference] :

@@ -1,5 +1,4 @@
-// pcsc-wait-card <seconds>: exits 0 as soon as a PC/SC reader named "Virtual PCD ..." holds a
-// card, 1 when the time runs out. The pcscd fixture waits with it.
+// pcsc-wait-card <seconds>: 0 once a "Virtual PCD" reader holds a card, 1 after the time runs out.
 
 #include "host/pcsc/PcscContext.hpp"
 
