@@ -1,7 +1,8 @@
 #!/bin/sh
 # p15tool on the virtual card in pcscd's "Virtual PCD" reader (the pcscd_vcard fixture).
 #   card: readers lists the reader with its card; --reader without a name finds it. (The PIN and
-#         keys through it: pin_race; card services: host_card_pcsc; the module: pkcs11.shared.pcsc.)
+#         signatures through it: pin_race; card services: host_card_pcsc; keygen, key delete and
+#         the module: PcscSlotTest.ProcessesShareTheReadersCard.)
 #   pin_race: p15-pin-racer takes the card between any two of p15tool's transactions while p15tool
 #         signs RUNS times: every signature is made, and the PIN is never left verified. p15tool
 #         waits up to 5 s: on a loaded machine a racer's transaction can outlast a second.
