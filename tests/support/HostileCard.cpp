@@ -181,11 +181,11 @@ private:
         // clang-format off
         switch (static_cast<Spoil>(choices_.below(static_cast<std::uint32_t>(Spoil::Count)))) {
         case Spoil::Truncate: answer.resize(choices_.below(static_cast<std::uint32_t>(size))); break;
-        case Spoil::StatusWordOnly: answer.clear(), appendStatusWord(answer, statusWord()); break;
-        case Spoil::OtherStatusWord: answer.resize(dataSize), appendStatusWord(answer, statusWord()); break;
-        case Spoil::RandomAnswer: answer.clear(), appendRandom(answer, choices_.below(600)); break;
+        case Spoil::StatusWordOnly: answer.clear(); appendStatusWord(answer, statusWord()); break;
+        case Spoil::OtherStatusWord: answer.resize(dataSize); appendStatusWord(answer, statusWord()); break;
+        case Spoil::RandomAnswer: answer.clear(); appendRandom(answer, choices_.below(600)); break;
         case Spoil::Oversized:
-            answer.resize(dataSize), appendRandom(answer, 0x10000 + choices_.below(0x100)), appendStatusWord(answer, 0x9000);
+            answer.resize(dataSize); appendRandom(answer, 0x10000 + choices_.below(0x100)); appendStatusWord(answer, 0x9000);
             break;
         case Spoil::FlipBit:
             if (dataSize > 0) {
@@ -197,7 +197,7 @@ private:
             appendRandom(extra, 1 + choices_.below(300));
             answer.insert(answer.begin() + static_cast<std::ptrdiff_t>(dataSize), extra.begin(), extra.end());
             break;
-        case Spoil::MoreDataWaiting: answer.resize(dataSize), appendStatusWord(answer, static_cast<std::uint16_t>(0x6100 | choices_.below(256))); break;
+        case Spoil::MoreDataWaiting: answer.resize(dataSize); appendStatusWord(answer, static_cast<std::uint16_t>(0x6100 | choices_.below(256))); break;
         case Spoil::Count: break;
         }
         // clang-format on
