@@ -2,8 +2,8 @@
 // for byte; put on the virtual card and read back through the application
 // and the host card layer, they list what their cards gave them, and what the
 // application does not change stays in the file byte for byte.
-#include "../oss/TestUtil.hpp"
 #include "AppCard.hpp"
+#include "tests/support/CodecTestUtil.hpp"
 
 #include "app/IAccessControlled.hpp"
 #include "app/SecurityConditions.hpp"

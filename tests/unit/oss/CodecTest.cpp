@@ -1,4 +1,4 @@
-#include "TestUtil.hpp"
+#include "tests/support/CodecTestUtil.hpp"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // Components the codec does not know, in every attribute SEQUENCE it reads
 // (real cards' samples are walked byte for byte in SamplesTest).
-#include "TestUtil.hpp"
+#include "tests/support/CodecTestUtil.hpp"
 
 #include "app/pkcs15/oss/DerReader.hpp"
 

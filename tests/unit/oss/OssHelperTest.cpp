@@ -1,4 +1,4 @@
-#include "TestUtil.hpp"
+#include "tests/support/CodecTestUtil.hpp"
 
 #include "app/SecurityConditions.hpp"
 #include "app/pkcs15/oss/OssHelper.hpp"

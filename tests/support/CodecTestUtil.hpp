@@ -1,5 +1,5 @@
-#ifndef TESTS_UNIT_OSS_TESTUTIL_HPP
-#define TESTS_UNIT_OSS_TESTUTIL_HPP
+#ifndef TESTS_SUPPORT_CODECTESTUTIL_HPP
+#define TESTS_SUPPORT_CODECTESTUTIL_HPP
 
 #include "app/pkcs15/oss/Codec.hpp"
 #include "mw/Hex.hpp"
