@@ -24,7 +24,10 @@ protected:
         card_ = std::make_unique<e2e::PluginCard>();
         key1024_ = card_->generate(1024, "key 1024");
     }
-    static void TearDownTestSuite() { key1024_ = {}, card_.reset(); }
+    static void TearDownTestSuite() {
+        key1024_ = {};
+        card_.reset();
+    }
 
     static inline std::unique_ptr<e2e::PluginCard> card_;
     static inline KeyPair key1024_;
@@ -125,7 +128,8 @@ TEST_F(Engines, EveryRefusalOfThePluginSaysWhyBeforeTheCardHearsOfIt) {
     const auto signature = application.getSignature(sha256WithRsa);
     const KeyPair unmade = support::newKeyPair(factory, "never generated", 1024, 1024);
     const auto withUsage = [&](unsigned usage) {
-        return unmade.privateKey->setUsage(usage), unmade.privateKey;
+        unmade.privateKey->setUsage(usage);
+        return unmade.privateKey;
     };
     const auto generate = [&](std::uint16_t privateBits, std::uint16_t publicBits) {
         const KeyPair pair = support::newKeyPair(factory, "k", privateBits, publicBits);
@@ -160,7 +164,7 @@ TEST_F(Engines, EveryRefusalOfThePluginSaysWhyBeforeTheCardHearsOfIt) {
         {"getSecretKeys not supported", [&] { repository.getSecretKeys(channel); }},
         {"modulus length not set", [&] { repository.writeCardObject(channel, *factory.createPublicKey(IPublicKey::RsaPublicKey, {})); }},
         // A token without a serial number: Samples.LoadWithTheAttributesTheirCardsGaveThem.
-        {"the serial number of a token cannot be changed", [&] { info->setSerialNumber(mw::ByteBuffer{0x01}), repository.writeCardObject(channel, *info); }},
+        {"the serial number of a token cannot be changed", [&] { info->setSerialNumber(mw::ByteBuffer{0x01}); repository.writeCardObject(channel, *info); }},
         {"unsupported key type", [&] { factory.createPrivateKey(IPrivateKey::EcPrivateKey, none); }},
         {"access control rules are required but not set", [&] { factory.createPrivateKey(IPrivateKey::RsaPrivateKey, none); }},
         {"unsupported key type", [&] { factory.createPublicKey(IPublicKey::EcPublicKey, none); }},

@@ -26,7 +26,10 @@ const ByteBuffer firstCertificateFile{0x0D, 0x01}; // the first for objects with
 const ByteBuffer firstDataFile{0xDF, 0x02, 0x0D, 0x81};
 
 // `entry` twice, as a directory file naming one file from two entries.
-const auto twice = [](ByteBuffer entry) { return entry.append(ByteBuffer(entry)), entry; };
+const auto twice = [](ByteBuffer entry) {
+    entry.append(ByteBuffer(entry));
+    return entry;
+};
 
 // An entry the application keeps but does not list (an EC key, an attribute
 // certificate) of `length` bytes of content.

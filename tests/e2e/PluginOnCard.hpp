@@ -46,7 +46,8 @@ public:
     }
     bool exists(const mw::ByteBuffer& id) const {
         try {
-            return files()->select(*channel, id), true;
+            files()->select(*channel, id);
+            return true;
         } catch (const card::CardException&) {
             return false;
         }

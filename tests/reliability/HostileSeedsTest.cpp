@@ -109,9 +109,8 @@ TEST(ForeignCard, KeysAreBoundUnderTheReferencesTheApplicationStates) {
                 EXPECT_EQ(signer->sign(channel, {1, 2, 3}).size(), 128u);
             }
         } catch (const card::CardException& e) {
-            sw = boost::get_error_info<card::StatusCode>(e)
-                     ? *boost::get_error_info<card::StatusCode>(e)
-                     : 1;
+            const unsigned short* status = boost::get_error_info<card::StatusCode>(e);
+            sw = status ? *status : 1;
         }
         EXPECT_EQ(sw, c.sw);
         const std::vector<ByteBuffer> environments = card.recorder->sent(0x22);

@@ -150,7 +150,10 @@ struct Operation {
 
 using support::ascii;
 const auto verify = [](On on) { on.verify(); };
-const auto withCertificate = [](On on) { on.verify(), on.writeCertificate(); };
+const auto withCertificate = [](On on) {
+    on.verify();
+    on.writeCertificate();
+};
 const auto relabel = [](On on, const boost::shared_ptr<app::object::ICardObject>& object,
                         const char* label) {
     object->setLabel(label);
@@ -170,7 +173,7 @@ const Operation operations[] = {
          on.app.getKeyPairGenerator("1.2.840.113549.1.1.1")->generate(on.ch(), pair.privateKey, pair.publicKey); }},
     {"delete key", nullptr, "", {}, ".. .. .. .. .. ..", verify, [](On on) { on.app.deleteCardObject(on.ch(), *on.app.getPrivateKeys(on.ch()).at(0)); }},
     // Each kind listed: no cut leaves an entry whose object is gone.
-    {"wipe", nullptr, "", {}, ".. .. .. .. .. .. .. .. .. .. .. .. .. ..", [](On on) { withCertificate(on), on.writeDataObject(); }, [](On on) { on.app.wipe(on.ch()); }},
+    {"wipe", nullptr, "", {}, ".. .. .. .. .. .. .. .. .. .. .. .. .. ..", [](On on) { withCertificate(on); on.writeDataObject(); }, [](On on) { on.app.wipe(on.ch()); }},
     {"write certificate", nullptr, "certificates", {"card exception: Select: 6A82"}, ".. .. .. .. .. .. .. .. .. .. .. AA AA FF", verify, [](On on) { on.writeCertificate(); }},
     {"replace certificate", "3F00/5015/4404", "certificates", valueMissingOrOld, ".. .. .. .. AA AA AA BB FF", withCertificate, [](On on) {
          const auto listed = on.app.getCertificates(on.ch()).at(0);
@@ -178,7 +181,7 @@ const Operation operations[] = {
          on.app.writeCardObject(on.ch(), *listed); }},
     {"delete certificate", nullptr, "", {}, ".. .. .. ..", withCertificate, [](On on) { on.app.deleteCardObject(on.ch(), *on.app.getCertificates(on.ch()).at(0)); }},
     {"write data object", nullptr, "data objects", {"card exception: Select: 6A82"}, ".. .. .. .. .. .. .. .. .. .. .. AA AA FF", verify, [](On on) { on.writeDataObject(); }},
-    {"replace data object", "3F00/5015/4407", "data objects", valueMissingOrOld, ".. .D AA AA BB FF", [](On on) { on.verify(), on.writeDataObject(); }, [](On on) {
+    {"replace data object", "3F00/5015/4407", "data objects", valueMissingOrOld, ".. .D AA AA BB FF", [](On on) { on.verify(); on.writeDataObject(); }, [](On on) {
          const auto listed = on.app.getDataObjects(on.ch()).at(0);
          listed->setValue(mw::ByteBuffer(std::vector<unsigned char>(200, 0x5A)));
          relabel(on, listed, "Replaced data"); }},
