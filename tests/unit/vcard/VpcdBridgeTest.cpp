@@ -1,5 +1,6 @@
 // p15-vcard-serve as its own process against a loopback listener speaking the driver's side.
 
+#include "vcard/VpcdBridge.hpp"
 #include "CardTestSupport.hpp"
 
 #include <arpa/inet.h>
@@ -83,6 +84,13 @@ private:
 };
 
 // An answer longer than a 16-bit frame is refused with 6700 instead of ending the bridge.
+TEST(VpcdBridge, ReportsAnUnreachableDriver) {
+    auto card = VirtualCard::personalised();
+    VpcdBridge unconnected(*card);
+    EXPECT_THROW(unconnected.connect("127.0.0.1", 1, std::chrono::milliseconds(0)), BridgeError);
+    EXPECT_THROW(unconnected.connect("no-address", 1, std::chrono::milliseconds(0)), BridgeError);
+}
+
 TEST(VpcdBridgeProcess, AnswerBeyondAFrameIsWrongLengthAndServingGoesOn) {
     DriverAndBridge driver;
     for (const Bytes& command :
